@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// Clang's thread-safety analysis, with queues as the capabilities: what belongs
+// to a queue says so, and the compiler holds every access to it. Other
+// compilers see nothing.
+
+#if defined(__clang__)
+#define KV_THREAD_ANNOTATION(x) __attribute__((x))
+#else
+#define KV_THREAD_ANNOTATION(x)
+#endif
+
+#define KV_CAPABILITY(name) KV_THREAD_ANNOTATION(capability(name))
+// State that only code on this queue touches.
+#define KV_ON_QUEUE(queue) KV_THREAD_ANNOTATION(guarded_by(queue))
+// A function that only code on this queue calls.
+#define KV_RUNS_ON(queue) KV_THREAD_ANNOTATION(requires_capability(queue))
+// A run-time check that the analysis takes as proof.
+#define KV_ASSERTS_ON_QUEUE(...) KV_THREAD_ANNOTATION(assert_capability(__VA_ARGS__))
+// Where the proof cannot be written down; say why beside it.
+#define KV_NO_THREAD_ANALYSIS KV_THREAD_ANNOTATION(no_thread_safety_analysis)

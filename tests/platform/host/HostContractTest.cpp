@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: MIT
+// What code may rely on, whichever host is in force.
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <atomic>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/host/Host.h"
+#include "platform/host/SimulatedHost.h"
+#include "platform/host/SystemHost.h"
+
+namespace velor::host {
+namespace {
+
+constexpr std::uint64_t kMs = 1'000'000;
+
+struct HostKind {
+  const char* name;
+  std::unique_ptr<Host> (*make)();
+};
+
+class HostContract : public testing::TestWithParam<HostKind> {
+ protected:
+  std::uint64_t now() const { return mHost->AudioGetCurrentHostTime(); }
+
+  // Runs the main loop until `stop` has been called on the main queue.
+  void runMain() { mHost->mainQueue().run(); }
+
+  const std::unique_ptr<Host> mHost = GetParam().make();
+};
+
+TEST_P(HostContract, TimeNeverRunsBackAndASleepNeverEndsEarly) {
+  const std::uint64_t start = now();
+  mHost->mach_wait_until(start + 3 * kMs);
+  EXPECT_GE(now(), start + 3 * kMs);
+  mHost->mach_wait_until(start);  // passed: at once
+  MachTimebaseInfo info;
+  EXPECT_EQ(mHost->mach_timebase_info(info), 0);
+  EXPECT_EQ(info.numer, info.denom);
+}
+
+TEST_P(HostContract, ASemaphoreCountsAndTimesOut) {
+  for (const auto pollable : {Host::Pollable::no, Host::Pollable::yes}) {
+    const auto semaphore = mHost->makeSemaphore(pollable);
+    semaphore->signal();
+    semaphore->signal();
+    semaphore->wait();
+    EXPECT_TRUE(semaphore->waitUntil(0));
+    const std::uint64_t deadline = now() + 2 * kMs;
+    EXPECT_FALSE(semaphore->waitUntil(deadline));
+    EXPECT_GE(now(), deadline);
+  }
+}
+
+TEST_P(HostContract, JobsRunInTheOrderOfTheirPostsWhoeverPosted) {
+  // A job that another thread posted before it ended must come before one that is
+  // posted after the join: the clock's stop stands on this.
+  Queue queue("order");
+  std::vector<int> seen;
+  for (int round = 0; round < 200; ++round) {
+    const auto thread = mHost->startThread("poster", [&queue, &seen, round] {
+      const RealtimeContext realtime;
+      queue.async(realtime, [&seen, round] { seen.push_back(2 * round); });
+    });
+    thread->join();
+    queue.async([&seen, round] { seen.push_back(2 * round + 1); });
+  }
+  queue.sync([] {});
+  ASSERT_EQ(seen.size(), 400U);
+  for (int i = 0; i < 400; ++i) {
+    EXPECT_EQ(seen[static_cast<std::size_t>(i)], i);
+  }
+}
+
+TEST_P(HostContract, SyncGivesResultsAndExceptionsBack) {
+  Queue queue("sync");
+  EXPECT_FALSE(queue.isCurrent());
+  EXPECT_EQ(queue.sync([&queue] {
+    queue.assertCurrent();
+    return std::string("from the queue");
+  }),
+            "from the queue");
+  EXPECT_THROW(queue.sync([] { throw std::runtime_error("there"); }), std::runtime_error);
+  EXPECT_EQ(queue.sync([] { return 7; }), 7);  // and it lives on
+}
+
+TEST_P(HostContract, AQueueThatEndsRunsWhatWasPosted) {
+  std::atomic<int> count{0};
+  {
+    Queue queue("ending");
+    for (int i = 0; i < 100; ++i) {
+      queue.async([&count] { ++count; });
+    }
+  }
+  EXPECT_EQ(count, 100);
+}
+
+TEST_P(HostContract, AFullQueueRefusesRealtimePostsAndGrowsForOthers) {
+  Queue queue("full");
+  const auto gate = mHost->makeSemaphore();
+  std::atomic<int> ran{0};
+  const auto job = [&ran] { ++ran; };
+  queue.async([&gate] { gate->wait(); });
+  std::uint32_t accepted = 0;
+  for (std::uint32_t i = 0; i < Queue::kCapacity + 10; ++i) {
+    const RealtimeContext realtime;
+    accepted += queue.async(realtime, job) ? 1 : 0;
+  }
+  EXPECT_GE(accepted, Queue::kCapacity - 1);
+  EXPECT_LE(accepted, Queue::kCapacity + 1);
+  queue.async(job);
+  gate->signal();
+  queue.sync([] {});
+  EXPECT_EQ(static_cast<std::uint32_t>(ran), accepted + 1);
+}
+
+TEST_P(HostContract, AfterRunsAtItsTimeAndInOrderOfTimes) {
+  MainQueue& mainQueue = mHost->mainQueue();
+  const std::uint64_t start = now();
+  std::vector<int> order;
+  mainQueue.after(9 * kMs, [&] {
+    order.push_back(2);
+    mainQueue.stop();
+  });
+  mainQueue.after(3 * kMs, [&] {
+    order.push_back(1);
+    EXPECT_GE(now(), start + 3 * kMs);
+  });
+  runMain();
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+  EXPECT_GE(now(), start + 9 * kMs);
+}
+
+TEST_P(HostContract, AfterOnAQueueThatEndedIsDropped) {
+  auto fired = std::make_shared<std::atomic<bool>>(false);
+  {
+    Queue queue("gone");
+    queue.after(4 * kMs, [fired] { *fired = true; });
+  }
+  mHost->mainQueue().after(12 * kMs, [this] { mHost->mainQueue().stop(); });
+  runMain();
+  EXPECT_FALSE(*fired);
+}
+
+TEST_P(HostContract, ATimerFiresOnceAfterItsLastPush) {
+  Queue queue("watched");
+  std::atomic<int> fired{0};
+  std::atomic<std::uint64_t> firedAt{0};
+  Timer timer(queue, [&] {
+    ++fired;
+    firedAt = now();
+    queue.assertCurrent();
+    mHost->mainQueue().after(8 * kMs, [this] { mHost->mainQueue().stop(); });
+  });
+  timer.setDeadline(now() + 20 * kMs);
+  timer.resume();
+  std::uint64_t last = 0;
+  for (int i = 0; i < 5; ++i) {
+    mHost->mach_wait_until(now() + 2 * kMs);
+    const RealtimeContext realtime;
+    last = now() + 20 * kMs;
+    timer.setDeadline(last);
+  }
+  runMain();
+  EXPECT_EQ(fired, 1);
+  EXPECT_GE(firedAt, last);
+}
+
+TEST_P(HostContract, ATimerTakesAnEarlierDeadlineAndACancelledOneNeverFires) {
+  Queue queue("early");
+  const auto done = mHost->makeSemaphore();
+  Timer timer(queue, [&done] { done->signal(); });
+  timer.setDeadline(now() + 3600 * 1000 * kMs);
+  timer.resume();
+  mHost->mach_wait_until(now() + 2 * kMs);
+  timer.setDeadline(now() + 2 * kMs);
+  EXPECT_TRUE(done->waitUntil(now() + 5000 * kMs));
+
+  std::atomic<bool> fired{false};
+  Timer cancelled(queue, [&fired] { fired = true; });
+  cancelled.setDeadline(now() + 3 * kMs);
+  cancelled.resume();
+  cancelled.cancel();
+  mHost->mach_wait_until(now() + 8 * kMs);
+  queue.sync([] {});
+  EXPECT_FALSE(fired);
+}
+
+TEST_P(HostContract, TheMainQueueRunsUnderBothLoops) {
+  MainQueue& mainQueue = mHost->mainQueue();
+  EXPECT_TRUE(mainQueue.isCurrent());
+  std::atomic<int> ran{0};
+  const auto thread = mHost->startThread("poster", [&] {
+    for (int i = 0; i < 50; ++i) {
+      mainQueue.async([&ran] { ++ran; });
+    }
+    mainQueue.async([&mainQueue] { mainQueue.stop(); });
+  });
+  runMain();
+  thread->join();
+  EXPECT_EQ(ran, 50);
+
+  // Another loop's way: readable when a job waits, silent when none does.
+  mainQueue.drainPending();
+  pollfd entry{mainQueue.descriptor(), POLLIN, 0};
+  if (entry.fd >= 0) {
+    EXPECT_EQ(poll(&entry, 1, 0), 0);
+  }
+  mainQueue.async([&ran] { ++ran; });
+  if (entry.fd >= 0) {
+    EXPECT_EQ(poll(&entry, 1, 1000), 1);
+  }
+  mainQueue.drainPending();
+  EXPECT_EQ(ran, 51);
+  if (entry.fd >= 0) {
+    EXPECT_EQ(poll(&entry, 1, 0), 0);
+  }
+}
+
+TEST_P(HostContract, ManyPostersLoseNothingAndKeepTheirOwnOrder) {
+  constexpr int kPosters = 4;
+  constexpr int kJobs = 3000;
+  Queue queue("many");
+  std::vector<int> last(kPosters, -1);
+  int outOfOrder = 0;
+  int ran = 0;
+  {
+    std::vector<std::unique_ptr<Thread>> threads;
+    for (std::size_t poster = 0; poster < kPosters; ++poster) {
+      threads.push_back(mHost->startThread("poster", [&, poster] {
+        for (int i = 0; i < kJobs; ++i) {
+          queue.async([&, poster, i] {
+            outOfOrder += last[poster] + 1 == i ? 0 : 1;
+            last[poster] = i;
+            ++ran;
+          });
+        }
+      }));
+    }
+  }
+  queue.sync([] {});
+  EXPECT_EQ(ran, kPosters * kJobs);
+  EXPECT_EQ(outOfOrder, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Hosts, HostContract,
+    testing::Values(HostKind{"system", [] { return std::unique_ptr<Host>(new SystemHost); }},
+                    HostKind{"simulated", [] { return std::unique_ptr<Host>(new SimulatedHost); }},
+                    HostKind{"shuffled",
+                             [] { return std::unique_ptr<Host>(new SimulatedHost(7)); }}),
+    [](const auto& kind) { return std::string(kind.param.name); });
+
+}  // namespace
+}  // namespace velor::host
