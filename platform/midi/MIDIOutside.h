@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "platform/host/Realtime.h"
+#include "platform/midi/MIDITypes.h"
+
+namespace velor::midi {
+
+/// Where packets that come in from the outside are going: a port that is
+/// connected to a source, or a virtual destination.
+struct ReceiverRef {
+  std::uint32_t slot = 0;
+  std::uint32_t generation = 0;
+};
+
+/// What an object table offers to the back end behind it.
+class MIDIInside {
+ public:
+  virtual ~MIDIInside() = default;
+
+  /// An endpoint of the outside is there. Known by `portName`, it has the
+  /// reference and the unique id that it had before, if it was there before;
+  /// `displayName` may have changed. Not from a real-time callback.
+  virtual MIDIEndpointRef endpointAppeared(MIDIEndpointKind kind, const std::string& portName,
+                                           const std::string& displayName) = 0;
+  /// Gone until it appears again.
+  virtual void endpointVanished(MIDIEndpointRef endpoint) = 0;
+
+  /// Hands one packet to a read function; `time` is the host time of the packet.
+  /// Realtime-safe. False, and counted, when too many packets wait already.
+  virtual bool deliver(const host::RealtimeContext& realtime, ReceiverRef receiver,
+                       void* sourceRefCon, MIDITimeStamp time, const std::uint8_t* data,
+                       std::size_t length) noexcept = 0;
+};
+
+/// What a back end adds to the object table: the MIDI of other programs and of
+/// hardware. The table calls it with its lock held, so none of these may wait or
+/// call back in; what takes time goes to a queue of the back end's own.
+class MIDIOutside {
+ public:
+  virtual ~MIDIOutside() = default;
+
+  /// Begins, with the table as the other side; endpoints that are there at once
+  /// are announced before it returns. Called without the lock.
+  virtual void start(MIDIInside& inside) = 0;
+  /// Ends; nothing is announced or delivered after it. Called without the lock.
+  virtual void stop() = 0;
+
+  virtual void addVirtualSource(MIDIEndpointRef source, const std::string& name) = 0;
+  virtual void addVirtualDestination(MIDIEndpointRef destination, const std::string& name,
+                                     ReceiverRef receiver) = 0;
+  virtual void removeVirtual(MIDIEndpointRef endpoint) = 0;
+
+  /// Connections outlast the absence of the source.
+  virtual void connect(MIDIPortRef port, const std::string& portName, MIDIEndpointRef source,
+                       ReceiverRef receiver, void* sourceRefCon) = 0;
+  virtual void disconnect(MIDIPortRef port, MIDIEndpointRef source) = 0;
+
+  /// To an endpoint of the outside that is there.
+  virtual OSStatus send(MIDIPortRef port, const std::string& portName, MIDIEndpointRef destination,
+                        const MIDIPacketList& packets) = 0;
+  /// From a virtual source to whoever listens outside.
+  virtual OSStatus received(MIDIEndpointRef source, const MIDIPacketList& packets) = 0;
+  /// An output port is gone, and with it what served it.
+  virtual void removePort(MIDIPortRef port) = 0;
+
+  virtual std::string description() = 0;
+};
+
+}  // namespace velor::midi
