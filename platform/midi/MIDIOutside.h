@@ -53,14 +53,19 @@ class MIDIOutside {
                                      ReceiverRef receiver) = 0;
   virtual void removeVirtual(MIDIEndpointRef endpoint) = 0;
 
+  /// An endpoint of the outside is told as its reference and the name with which
+  /// it appeared; our own port by its reference and name.
+  struct Named {
+    MIDIObjectRef ref;
+    const std::string& name;
+  };
+
   /// Connections outlast the absence of the source.
-  virtual void connect(MIDIPortRef port, const std::string& portName, MIDIEndpointRef source,
-                       ReceiverRef receiver, void* sourceRefCon) = 0;
+  virtual void connect(Named port, Named source, ReceiverRef receiver, void* sourceRefCon) = 0;
   virtual void disconnect(MIDIPortRef port, MIDIEndpointRef source) = 0;
 
   /// To an endpoint of the outside that is there.
-  virtual OSStatus send(MIDIPortRef port, const std::string& portName, MIDIEndpointRef destination,
-                        const MIDIPacketList& packets) = 0;
+  virtual OSStatus send(Named port, Named destination, const MIDIPacketList& packets) = 0;
   /// From a virtual source to whoever listens outside.
   virtual OSStatus received(MIDIEndpointRef source, const MIDIPacketList& packets) = 0;
   /// An output port is gone, and with it what served it.

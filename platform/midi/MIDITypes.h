@@ -86,6 +86,16 @@ MIDIPacket* MIDIPacketListAdd(MIDIPacketList* list, std::size_t listSize, MIDIPa
 /// The packet behind this one.
 const MIDIPacket* MIDIPacketNext(const MIDIPacket* packet) noexcept;
 
+/// Calls `take` with each packet of the list, in order.
+template <class F>
+void forEachPacket(const MIDIPacketList& packets, const F& take) {
+  const MIDIPacket* packet = &packets.packet[0];
+  for (std::uint32_t i = 0; i < packets.numPackets; ++i) {
+    take(*packet);
+    packet = MIDIPacketNext(packet);
+  }
+}
+
 /// Takes packets in, on the MIDI read thread. `sourceRefCon` is what
 /// MIDIPortConnectSource was given; null for a virtual destination.
 using MIDIReadProc = void (*)(const MIDIPacketList* packets, void* readProcRefCon,

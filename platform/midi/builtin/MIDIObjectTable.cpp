@@ -6,18 +6,6 @@
 #include <utility>
 
 namespace velor::midi {
-namespace {
-
-template <class F>
-void forEachPacket(const MIDIPacketList& packets, const F& take) {
-  const MIDIPacket* packet = &packets.packet[0];
-  for (std::uint32_t i = 0; i < packets.numPackets; ++i) {
-    take(*packet);
-    packet = MIDIPacketNext(packet);
-  }
-}
-
-}  // namespace
 
 MIDIObjectTable::MIDIObjectTable(std::unique_ptr<MIDIOutside> outside)
     : mOutside(std::move(outside)), mSelf(std::make_shared<MIDIObjectTable*>(this)) {
@@ -268,7 +256,7 @@ OSStatus MIDIObjectTable::MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRe
     mConnections.push_back({port, source, sourceRefCon});
   }
   if (from->outside) {
-    mOutside->connect(port, to->name, source, *to->receiver, sourceRefCon);
+    mOutside->connect({port, to->name}, {source, from->name}, *to->receiver, sourceRefCon);
   }
   return 0;
 }
@@ -391,7 +379,7 @@ OSStatus MIDIObjectTable::MIDISend(MIDIPortRef port, MIDIEndpointRef destination
     return kMIDIUnknownEndpoint;
   }
   if (to->outside) {
-    return mOutside->send(port, from->name, destination, *packets);
+    return mOutside->send({port, from->name}, {destination, to->name}, *packets);
   }
   OSStatus status = 0;
   forEachPacket(*packets, [this, to, &status](const MIDIPacket& packet) {

@@ -21,7 +21,7 @@ class MIDIReadThread {
   /// Receivers that can exist at once.
   static constexpr std::uint32_t kReceivers = 256;
   /// Packets that can wait at once, for their time or to be taken up.
-  static constexpr std::uint32_t kPackets = 4096;
+  static constexpr std::uint32_t kPackets = 2048;
 
   MIDIReadThread();
   /// What waits for its time is dropped.

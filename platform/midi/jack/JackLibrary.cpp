@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#include "platform/midi/jack/JackLibrary.h"
+
+#include <dlfcn.h>
+#include <glob.h>
+
+namespace velor::midi {
+namespace {
+
+// PipeWire keeps its library out of the loader's path, below its version.
+constexpr const char* kSystemLibrary = "libjack.so.0";
+constexpr const char* kPipeWireLibraries = "/usr/lib/*/pipewire-*/jack/libjack.so.0";
+
+}  // namespace
+
+std::vector<std::shared_ptr<const JackLibrary>> JackLibrary::installed() {
+  std::vector<std::string> paths{kSystemLibrary};
+  glob_t found{};
+  if (glob(kPipeWireLibraries, 0, nullptr, &found) == 0) {
+    for (std::size_t i = 0; i < found.gl_pathc; ++i) {
+      paths.emplace_back(found.gl_pathv[i]);
+    }
+  }
+  globfree(&found);
+
+  std::vector<std::shared_ptr<const JackLibrary>> libraries;
+  for (const std::string& path : paths) {
+    if (auto library = load(path)) {
+      libraries.push_back(std::move(library));
+    }
+  }
+  return libraries;
+}
+
+std::shared_ptr<const JackLibrary> JackLibrary::load(const std::string& path) {
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    return nullptr;
+  }
+  std::shared_ptr<JackLibrary> library(new JackLibrary(handle));
+#define VELOR_JACK_LOAD(name)                                                      \
+  library->name = reinterpret_cast<decltype(library->name)>(dlsym(handle, #name)); \
+  if (library->name == nullptr) {                                                  \
+    return nullptr;                                                                \
+  }
+  VELOR_JACK_FUNCTIONS(VELOR_JACK_LOAD)
+#undef VELOR_JACK_LOAD
+  return library;
+}
+
+// The library keeps threads and exit handlers of its own; unloading it under
+// them would end the process.
+JackLibrary::~JackLibrary() = default;
+
+}  // namespace velor::midi
