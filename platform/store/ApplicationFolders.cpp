@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+#include "platform/store/ApplicationFolders.h"
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <vector>
+
+namespace velor::store {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr mode_t kOwnerAlone = 0700;
+constexpr std::size_t kMaximumEntryBytes = 1 << 20;  // of the password database
+
+std::error_code systemError(int number) noexcept {
+  return {number, std::generic_category()};
+}
+
+fs::path absoluteOrNone(const char* value) {
+  fs::path path(value != nullptr ? value : "");
+  return path.is_absolute() ? path : fs::path();
+}
+
+fs::path homeOfPasswordDatabase() {
+  passwd entry{};
+  passwd* found = nullptr;
+  std::vector<char> strings(1024);
+  while (getpwuid_r(getuid(), &entry, strings.data(), strings.size(), &found) == ERANGE &&
+         strings.size() < kMaximumEntryBytes) {
+    strings.resize(2 * strings.size());
+  }
+  return found != nullptr ? absoluteOrNone(found->pw_dir) : fs::path();
+}
+
+fs::path applicationFolder(const char* base, const fs::path& home, const char* belowHome) {
+  const fs::path given = absoluteOrNone(base);
+  if (!given.empty()) {
+    return given / "velor";
+  }
+  return home.empty() ? fs::path() : home / belowHome / "velor";
+}
+
+FolderResult create(const fs::path& folder) {
+  if (folder.empty()) {
+    return {{}, "HOME is not set, and the password database names no home folder"};
+  }
+  const std::error_code error = createPrivateFolder(folder);
+  if (error) {
+    return {{}, "the folder " + folder.string() + " cannot be made: " + error.message()};
+  }
+  return {folder, {}};
+}
+
+}  // namespace
+
+std::error_code createPrivateFolder(const fs::path& folder) noexcept {
+  try {
+    if (mkdir(folder.c_str(), kOwnerAlone) == 0) {
+      return {};
+    }
+    if (errno == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
+      const std::error_code error = createPrivateFolder(folder.parent_path());
+      if (error) {
+        return error;
+      }
+      if (mkdir(folder.c_str(), kOwnerAlone) == 0) {
+        return {};
+      }
+    }
+    if (errno != EEXIST) {
+      return systemError(errno);
+    }
+    struct stat status {};
+    if (stat(folder.c_str(), &status) != 0) {
+      return systemError(errno);
+    }
+    return S_ISDIR(status.st_mode) ? std::error_code() : systemError(ENOTDIR);
+  } catch (...) {  // the path's own allocations
+    return systemError(ENOMEM);
+  }
+}
+
+ApplicationFolders::ApplicationFolders()
+    : ApplicationFolders([](const char* name) { return std::getenv(name); }) {}
+
+ApplicationFolders::ApplicationFolders(const Variable& variable) {
+  fs::path home = absoluteOrNone(variable("HOME"));
+  if (home.empty()) {
+    home = homeOfPasswordDatabase();
+  }
+  mData = applicationFolder(variable("XDG_DATA_HOME"), home, ".local/share");
+  mConfig = applicationFolder(variable("XDG_CONFIG_HOME"), home, ".config");
+  mState = applicationFolder(variable("XDG_STATE_HOME"), home, ".local/state");
+}
+
+FolderResult ApplicationFolders::createData() const {
+  return create(mData);
+}
+
+FolderResult ApplicationFolders::createConfig() const {
+  return create(mConfig);
+}
+
+FolderResult ApplicationFolders::createState() const {
+  return create(mState);
+}
+
+fs::path ApplicationFolders::logs() const {
+  return mState.empty() ? fs::path() : mState / "Logs";
+}
+
+}  // namespace velor::store

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <system_error>
+
+namespace velor::store {
+
+/// Makes a folder and those above it that are missing, each readable by its
+/// owner alone (mode 0700). One that exists keeps its mode. Other processes may
+/// do the same at the same time. Any thread. Realtime-safe: no.
+std::error_code createPrivateFolder(const std::filesystem::path& folder) noexcept;
+
+/// A folder that exists, or why it does not.
+struct FolderResult {
+  std::filesystem::path path;
+  std::string error;  ///< for the user, with the path in it; empty: all is well
+
+  explicit operator bool() const noexcept { return error.empty(); }
+};
+
+/// Where the user's files of the application lie, by the XDG Base Directory
+/// Specification 0.8: a variable that is unset, empty or no absolute path counts
+/// for nothing. Without HOME the home is that of the password database.
+class ApplicationFolders {
+ public:
+  /// An environment variable's value, or null.
+  using Variable = std::function<const char*(const char* name)>;
+
+  /// Reads the environment of the process, now; nothing is created.
+  ApplicationFolders();
+  explicit ApplicationFolders(const Variable& variable);
+
+  /// Documents' automatic copies: $XDG_DATA_HOME/velor.
+  FolderResult createData() const;
+  /// Settings: $XDG_CONFIG_HOME/velor.
+  FolderResult createConfig() const;
+  /// What is kept between runs but is no document: $XDG_STATE_HOME/velor.
+  FolderResult createState() const;
+
+  /// The same, and the log's folder in the state folder, by name only: they need
+  /// not exist. Empty when there is no home.
+  const std::filesystem::path& data() const noexcept { return mData; }
+  const std::filesystem::path& config() const noexcept { return mConfig; }
+  const std::filesystem::path& state() const noexcept { return mState; }
+  std::filesystem::path logs() const;
+
+ private:
+  std::filesystem::path mData;
+  std::filesystem::path mConfig;
+  std::filesystem::path mState;
+};
+
+}  // namespace velor::store
