@@ -39,8 +39,9 @@ void checkFree() noexcept {
     VELOR_HAS_FEATURE(address_sanitizer) || VELOR_HAS_FEATURE(thread_sanitizer)
 
 // Declared here: GCC 12 has the function and not its header.
-extern "C" int __sanitizer_install_malloc_and_free_hooks(
-    void (*onMalloc)(const volatile void*, std::size_t), void (*onFree)(const volatile void*));
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*,
+                                                                          std::size_t),
+                                                         void (*onFree)(const volatile void*));
 
 namespace {
 [[maybe_unused]] const int kInstalled = __sanitizer_install_malloc_and_free_hooks(

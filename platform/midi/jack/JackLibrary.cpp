@@ -38,14 +38,18 @@ std::shared_ptr<const JackLibrary> JackLibrary::load(const std::string& path) {
     return nullptr;
   }
   std::shared_ptr<JackLibrary> library(new JackLibrary(handle));
-#define VELOR_JACK_LOAD(name)                                                      \
-  library->name = reinterpret_cast<decltype(library->name)>(dlsym(handle, #name)); \
-  if (library->name == nullptr) {                                                  \
-    return nullptr;                                                                \
+#define VELOR_JACK_LOAD(name)                                                        \
+  library->name = reinterpret_cast<decltype(library->name)>(library->symbol(#name)); \
+  if (library->name == nullptr) {                                                    \
+    return nullptr;                                                                  \
   }
   VELOR_JACK_FUNCTIONS(VELOR_JACK_LOAD)
 #undef VELOR_JACK_LOAD
   return library;
+}
+
+void* JackLibrary::symbol(const char* name) const noexcept {
+  return dlsym(mHandle, name);
 }
 
 // The library keeps threads and exit handlers of its own; unloading it under

@@ -24,14 +24,15 @@ class JackLibrary {
   JackLibrary(const JackLibrary&) = delete;
   JackLibrary& operator=(const JackLibrary&) = delete;
 
+  /// Any other function of the library; null when it has none of that name.
+  void* symbol(const char* name) const noexcept;
+
 #define VELOR_JACK_FUNCTIONS(X)          \
   X(jack_activate)                       \
   X(jack_client_close)                   \
   X(jack_client_open)                    \
   X(jack_connect)                        \
-  X(jack_disconnect)                     \
   X(jack_free)                           \
-  X(jack_get_buffer_size)                \
   X(jack_get_client_name)                \
   X(jack_get_cycle_times)                \
   X(jack_get_ports)                      \
@@ -45,7 +46,6 @@ class JackLibrary {
   X(jack_on_info_shutdown)               \
   X(jack_on_shutdown)                    \
   X(jack_port_by_name)                   \
-  X(jack_port_connected)                 \
   X(jack_port_flags)                     \
   X(jack_port_get_buffer)                \
   X(jack_port_is_mine)                   \

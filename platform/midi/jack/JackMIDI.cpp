@@ -14,6 +14,7 @@ namespace {
 constexpr const char* kClientName = "Velor";
 constexpr std::uint64_t kNsPerMs = 1'000'000;
 constexpr std::uint64_t kRetryInterval = 500 * kNsPerMs;
+constexpr std::uint64_t kRescanDelay = 20 * kNsPerMs;
 constexpr std::uint64_t kReportInterval = 5000 * kNsPerMs;
 // A cycle that does not come within this is taken for a server that stands still.
 constexpr std::uint64_t kLongestCycle = 250 * kNsPerMs;
@@ -232,14 +233,15 @@ void JackMIDI::registerPort(const PortPtr& port) {
     return;
   }
   // A name for people; that a server cannot keep it is no fault.
-  mLibrary->jack_set_property(mClient, mLibrary->jack_port_uuid(port->port), kPrettyNameKey,
-                              port->name.c_str(), "text/plain");
-  if (port->peer.empty()) {
-    putInService(port);
-  } else {
+  const jack_uuid_t uuid = mLibrary->jack_port_uuid(port->port);
+  const auto order = std::find(mKnown.begin(), mKnown.end(), port) - mKnown.begin();
+  mLibrary->jack_set_property(mClient, uuid, kPrettyNameKey, port->name.c_str(), "text/plain");
+  mLibrary->jack_set_property(mClient, uuid, kOrderKey, std::to_string(order).c_str(),
+                              "http://www.w3.org/2001/XMLSchema#int");
+  if (!port->peer.empty()) {
     connectPeer(*port);
-    putInService(port);
   }
+  putInService(port);
 }
 
 void JackMIDI::connectPeer(Port& port) {
@@ -385,10 +387,11 @@ void JackMIDI::onPropertyChange(jack_uuid_t, const char*, jack_property_change_t
   static_cast<JackMIDI*>(self)->requestRescan();
 }
 
-// The library calls back on threads from which it can't be called.
+// The library calls back on threads from which it can't be called, and before
+// what it tells of has come to pass: a port that goes is still listed then.
 void JackMIDI::requestRescan() {
   if (!mRescanPending.exchange(true)) {
-    mQueue.async([this] { rescan(); });
+    mQueue.after(kRescanDelay, [this] { rescan(); });
   }
 }
 

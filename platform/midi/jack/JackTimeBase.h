@@ -55,6 +55,7 @@ class JackTimeBase {
   std::uint32_t mLastFrame = 0;
   std::uint32_t mSampleRate = 0;
   double mDifference = 0;  // host time less server time, ns
+  double mSlope = 0;       // its change a cycle
 };
 
 }  // namespace velor::midi

@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: MIT
+#include "platform/midi/jack/JackOutputLane.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <ostream>
+#include <vector>
+
+namespace velor::midi {
+namespace {
+
+constexpr MIDITimeStamp kStart = 100'000'000'000;
+constexpr MIDITimeStamp kMs = 1'000'000;
+
+struct Written {
+  std::uint64_t frame;
+  std::uint8_t first;
+  bool operator==(const Written&) const = default;
+  friend std::ostream& operator<<(std::ostream& out, const Written& written) {
+    return out << written.frame << "/" << int{written.first};
+  }
+};
+
+// The process callback of a server with this rate and period, cycle after cycle.
+class Callback {
+ public:
+  Callback(double rate, std::uint32_t period) {
+    mCycle.frames = period;
+    mCycle.nominalRate = rate;
+    mCycle.framesPerNs = rate / 1e9;
+    mCycle.startTime = kStart;
+    mCycle.startFrame = 4000;
+    mCycle.epoch = 1;
+  }
+
+  // `wander` moves the server's idea of the cycle's time, as its own loop does.
+  void run(JackOutputLane& lane, double wanderNs = 0, std::size_t room = 1000) {
+    const host::RealtimeContext realtime;
+    JackCycle cycle = mCycle;
+    cycle.startTime += static_cast<MIDITimeStamp>(static_cast<std::int64_t>(wanderNs));
+    lane.process(realtime, cycle,
+                 [this, &cycle, &room](std::uint32_t offset, const std::uint8_t* data,
+                                       std::size_t) noexcept {
+                   if (room == 0) {
+                     return false;
+                   }
+                   --room;
+                   mWritten[mCount++] = {cycle.startFrame + offset, data[0]};
+                   return true;
+                 });
+    mCycle.startFrame += mCycle.frames;
+    mElapsed += mCycle.frames;
+    mCycle.startTime =
+        kStart + static_cast<MIDITimeStamp>(std::llround(mElapsed * 1e9 / mCycle.nominalRate));
+  }
+  JackCycle& cycle() { return mCycle; }
+  std::vector<Written> written() const {
+    return {mWritten.begin(), mWritten.begin() + static_cast<std::ptrdiff_t>(mCount)};
+  }
+
+ private:
+  JackCycle mCycle;
+  double mElapsed = 0;
+  std::vector<Written> mWritten = std::vector<Written>(4096);
+  std::size_t mCount = 0;
+};
+
+struct List {
+  explicit List(MIDITimeStamp first, MIDITimeStamp spacing, int count, std::uint8_t tag = 0) {
+    auto* list = reinterpret_cast<MIDIPacketList*>(bytes);
+    MIDIPacket* packet = MIDIPacketListInit(list);
+    for (int i = 0; i < count; ++i) {
+      const std::uint8_t data[2] = {static_cast<std::uint8_t>(tag + i), 0};
+      const MIDITimeStamp time = first + static_cast<MIDITimeStamp>(i) * spacing;
+      packet = MIDIPacketListAdd(list, sizeof bytes, packet, first == 0 ? 0 : time, 2, data);
+    }
+  }
+  const MIDIPacketList& get() const { return *reinterpret_cast<const MIDIPacketList*>(bytes); }
+  alignas(MIDIPacketList) std::uint8_t bytes[4096];
+};
+
+TEST(JackOutputLane, KeepsTheSpacingOfAListToTheSampleWhileTheServersTimeWanders) {
+  // The spacings of quarter frames of 24, 25 and 30 frames a second, in ns and in
+  // frames at 48 kHz.
+  const std::pair<MIDITimeStamp, std::uint64_t> spacings[] = {
+      {10416666, 500}, {10000000, 480}, {8333333, 400}};
+  for (const auto& [ns, frames] : spacings) {
+    for (const std::uint32_t period : {64U, 1024U}) {
+      JackOutputLane lane;
+      Callback callback(48000, period);
+      lane.send(List(kStart + 80 * kMs + 12345, ns, 8).get(), kStart);
+      int cycle = 0;
+      while (callback.written().size() < 8 && cycle < 10000) {
+        callback.run(lane, 30000 * std::sin(cycle++));  // over a sample to each side
+      }
+      const auto written = callback.written();
+      ASSERT_EQ(written.size(), 8U);
+      EXPECT_NEAR(static_cast<double>(written[0].frame), 4000 + (80.012345 * 48), 2.0);
+      for (std::size_t i = 1; i < 8; ++i) {
+        EXPECT_EQ(written[i].frame - written[i - 1].frame, frames);
+      }
+    }
+  }
+}
+
+TEST(JackOutputLane, WritesInTheOrderOfTimesWhateverTheOrderOfSending) {
+  JackOutputLane lane;
+  Callback callback(48000, 480);
+  lane.send(List(kStart + 25 * kMs, 10 * kMs, 2, 10).get(), kStart);
+  lane.send(List(kStart + 5 * kMs, 10 * kMs, 2, 20).get(), kStart);
+  lane.send(List(0, 0, 1, 30).get(), kStart + kMs);  // at once, as of its sending
+  for (int i = 0; i < 5; ++i) {
+    callback.run(lane);
+  }
+  EXPECT_EQ(callback.written(),
+            (std::vector<Written>{{4048, 30}, {4240, 20}, {4720, 21}, {5200, 10}, {5680, 11}}));
+}
+
+TEST(JackOutputLane, LatePacketsGoOutAtOnceAndVeryLateOnesAreDroppedAndCounted) {
+  JackOutputLane lane;
+  Callback callback(48000, 480);
+  lane.send(List(kStart - 50 * kMs, kMs, 1, 1).get(), kStart - 60 * kMs);
+  lane.send(List(kStart - 150 * kMs, kMs, 1, 2).get(), kStart - 160 * kMs);
+  lane.send(List(0, 0, 1, 3).get(), kStart - 1500 * kMs);  // waited for its connection
+  lane.send(List(0, 0, 1, 4).get(), kStart - 2500 * kMs);
+  callback.run(lane);
+  EXPECT_EQ(callback.written(), (std::vector<Written>{{4000, 3}, {4000, 1}}));
+  EXPECT_EQ(lane.dropped(), 2U);
+}
+
+TEST(JackOutputLane, WhatFindsNoRoomInTheBufferIsFirstInTheNextCycle) {
+  JackOutputLane lane;
+  Callback callback(48000, 480);
+  lane.send(List(kStart + kMs, kMs, 3, 1).get(), kStart);
+  callback.run(lane, 0, 2);
+  callback.run(lane);
+  EXPECT_EQ(callback.written(), (std::vector<Written>{{4048, 1}, {4096, 2}, {4480, 3}}));
+}
+
+TEST(JackOutputLane, RefusesWhenFullAndLosesNothingThatItTook) {
+  JackOutputLane lane;
+  Callback callback(48000, 48000);
+  for (std::uint32_t i = 0; i < JackOutputLane::kPackets; ++i) {
+    EXPECT_EQ(lane.send(List(kStart + kMs, 1, 1).get(), kStart), 0);
+  }
+  EXPECT_EQ(lane.send(List(kStart + kMs, 1, 1).get(), kStart), kMIDIMessageSendErr);
+  callback.run(lane);
+  EXPECT_EQ(callback.written().size(), JackOutputLane::kPackets);
+}
+
+TEST(JackOutputLane, ANewCountOfFramesIsTakenUpInTheMiddleOfAList) {
+  JackOutputLane lane;
+  Callback callback(48000, 480);
+  lane.send(List(kStart + 2 * kMs, 10 * kMs, 4).get(), kStart);
+  callback.run(lane);
+  callback.cycle().epoch = 2;
+  callback.cycle().startFrame = 100;  // a server that counts anew
+  for (int i = 0; i < 3; ++i) {
+    callback.run(lane);
+  }
+  EXPECT_EQ(callback.written(), (std::vector<Written>{{4096, 0}, {196, 1}, {676, 2}, {1156, 3}}));
+}
+
+}  // namespace
+}  // namespace velor::midi

@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/JackPeer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <ctime>
+#include <stdexcept>
+
+// A function of the client library that the program itself has no use for.
+#define VELOR_JACK_CALL(name) (reinterpret_cast<decltype(&::name)>(mJack->symbol(#name)))
+
+namespace velor::test {
+namespace {
+
+std::uint64_t hostNow() {
+  timespec t{};
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  return static_cast<std::uint64_t>(t.tv_sec) * 1'000'000'000 +
+         static_cast<std::uint64_t>(t.tv_nsec);
+}
+
+}  // namespace
+
+JackPeer::JackPeer(const std::string& name) {
+  for (const auto& library : midi::JackLibrary::installed()) {
+    library->jack_set_error_function([](const char*) {});
+    library->jack_set_info_function([](const char*) {});
+    jack_status_t status{};
+    mClient = library->jack_client_open(name.c_str(), JackNoStartServer, &status);
+    if (mClient != nullptr) {
+      mJack = library;
+      mJack->jack_set_process_callback(mClient, &JackPeer::onProcess, this);
+      return;
+    }
+  }
+  throw std::runtime_error("no JACK server for the test's own client");
+}
+
+JackPeer::~JackPeer() {
+  mJack->jack_client_close(mClient);
+}
+
+int JackPeer::addInput(const std::string& name) {
+  mInputs.push_back(
+      mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0));
+  return static_cast<int>(mInputs.size()) - 1;
+}
+
+int JackPeer::addOutput(const std::string& name) {
+  mOutputs.push_back(mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE,
+                                               JackPortIsOutput, 0));
+  return static_cast<int>(mOutputs.size()) - 1;
+}
+
+void JackPeer::activate() {
+  mJack->jack_activate(mClient);
+}
+
+std::string JackPeer::fullName(const std::string& port) const {
+  return std::string(mJack->jack_get_client_name(mClient)) + ":" + port;
+}
+
+bool JackPeer::connect(const std::string& from, const std::string& to) {
+  return mJack->jack_connect(mClient, from.c_str(), to.c_str()) == 0;
+}
+
+bool JackPeer::disconnect(const std::string& from, const std::string& to) {
+  return VELOR_JACK_CALL(jack_disconnect)(mClient, from.c_str(), to.c_str()) == 0;
+}
+
+bool JackPeer::isConnected(const std::string& from, const std::string& to) const {
+  jack_port_t* port = mJack->jack_port_by_name(mClient, from.c_str());
+  if (port == nullptr) {
+    return false;
+  }
+  const char** names = VELOR_JACK_CALL(jack_port_get_all_connections)(mClient, port);
+  bool found = false;
+  for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
+    found = found || to == *name;
+  }
+  mJack->jack_free(names);
+  return found;
+}
+
+std::vector<std::string> JackPeer::ports(const std::string& pattern) const {
+  std::vector<std::string> result;
+  const char** names = mJack->jack_get_ports(mClient, pattern.c_str(), JACK_DEFAULT_MIDI_TYPE, 0);
+  for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
+    result.emplace_back(*name);
+  }
+  mJack->jack_free(names);
+  return result;
+}
+
+void JackPeer::setPeriod(int frames) {
+  VELOR_JACK_CALL(jack_set_buffer_size)(mClient, static_cast<jack_nframes_t>(frames));
+}
+
+int JackPeer::sampleRate() const {
+  return static_cast<int>(mJack->jack_get_sample_rate(mClient));
+}
+
+std::vector<JackPeer::Event> JackPeer::recorded() const {
+  std::vector<Event> events;
+  const std::size_t count = recordedCount();
+  for (std::size_t i = 0; i < count; ++i) {
+    const Slot& slot = mRecorded[i];
+    events.push_back(
+        {slot.frame, slot.port, {slot.bytes.begin(), slot.bytes.begin() + slot.length}});
+  }
+  return events;
+}
+
+std::uint64_t JackPeer::hostTimeAt(std::uint64_t frame) const {
+  const auto distance = static_cast<double>(static_cast<std::int64_t>(frame - mCycleFrame.load()));
+  return mCycleHostTime.load() +
+         static_cast<std::uint64_t>(std::llround(distance * 1e9 / sampleRate()));
+}
+
+void JackPeer::sendAt(std::uint64_t frame, int port, const std::vector<std::uint8_t>& bytes) {
+  const std::size_t end = mSendEnd.load(std::memory_order_relaxed);
+  Slot& slot = mToSend.at(end);
+  slot.frame = frame;
+  slot.port = port;
+  slot.length = static_cast<std::uint8_t>(std::min(bytes.size(), kLongest));
+  std::copy_n(bytes.begin(), slot.length, slot.bytes.begin());
+  mSendEnd.store(end + 1, std::memory_order_release);
+}
+
+int JackPeer::onProcess(jack_nframes_t frames, void* self) {
+  static_cast<JackPeer*>(self)->process(frames);
+  return 0;
+}
+
+void JackPeer::process(jack_nframes_t frames) {
+  const jack_nframes_t now = VELOR_JACK_CALL(jack_last_frame_time)(mClient);
+  const std::uint64_t start =
+      mStarted ? mCycleFrame.load() +
+                     static_cast<std::uint64_t>(static_cast<std::int32_t>(now - mLastFrame))
+               : now;
+  mStarted = true;
+  mLastFrame = now;
+  mCycleHostTime.store(hostNow());
+  mCycleFrame.store(start);
+
+  for (std::size_t port = 0; port < mInputs.size(); ++port) {
+    void* buffer = mJack->jack_port_get_buffer(mInputs[port], frames);
+    const std::uint32_t count = mJack->jack_midi_get_event_count(buffer);
+    for (std::uint32_t i = 0; i < count; ++i) {
+      jack_midi_event_t event{};
+      const std::size_t place = mCount.load(std::memory_order_relaxed);
+      if (mJack->jack_midi_event_get(&event, buffer, i) != 0 || place >= kEvents) {
+        continue;
+      }
+      Slot& slot = mRecorded[place];
+      slot.frame = start + event.time;
+      slot.port = static_cast<int>(port);
+      slot.length = static_cast<std::uint8_t>(std::min(event.size, kLongest));
+      std::copy_n(event.buffer, slot.length, slot.bytes.begin());
+      mCount.store(place + 1, std::memory_order_release);
+    }
+  }
+
+  for (jack_port_t* output : mOutputs) {
+    mJack->jack_midi_clear_buffer(mJack->jack_port_get_buffer(output, frames));
+  }
+  const std::size_t end = mSendEnd.load(std::memory_order_acquire);
+  for (; mSendNext < end && mToSend[mSendNext].frame < start + frames; ++mSendNext) {
+    const Slot& slot = mToSend[mSendNext];
+    const std::uint64_t offset = slot.frame > start ? slot.frame - start : 0;
+    void* buffer =
+        mJack->jack_port_get_buffer(mOutputs[static_cast<std::size_t>(slot.port)], frames);
+    jack_midi_data_t* place =
+        mJack->jack_midi_event_reserve(buffer, static_cast<jack_nframes_t>(offset), slot.length);
+    if (place != nullptr) {
+      std::copy_n(slot.bytes.begin(), slot.length, place);
+    }
+  }
+}
+
+}  // namespace velor::test

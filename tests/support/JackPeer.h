@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/midi/jack/JackLibrary.h"
+
+namespace velor::test {
+
+/// A JACK client that knows nothing of the program under test, but for the way in
+/// which the client library is found: it records what comes to its MIDI inputs,
+/// each event at its frame, and sends events at frames.
+class JackPeer {
+ public:
+  struct Event {
+    std::uint64_t frame = 0;  // the server's count, widened to 64 bits
+    int port = 0;
+    std::vector<std::uint8_t> bytes;
+  };
+
+  explicit JackPeer(const std::string& name);
+  ~JackPeer();
+  JackPeer(const JackPeer&) = delete;
+  JackPeer& operator=(const JackPeer&) = delete;
+
+  /// Ports are numbered from 0 in the order of their creation, inputs and
+  /// outputs apart; to be made before `activate`.
+  int addInput(const std::string& name);
+  int addOutput(const std::string& name);
+  void activate();
+
+  /// The full name of a port of this client.
+  std::string fullName(const std::string& port) const;
+  bool connect(const std::string& from, const std::string& to);
+  bool disconnect(const std::string& from, const std::string& to);
+  bool isConnected(const std::string& from, const std::string& to) const;
+  /// All MIDI ports of the server whose names match the regular expression.
+  std::vector<std::string> ports(const std::string& pattern) const;
+  void setPeriod(int frames);
+  int sampleRate() const;
+
+  /// What has come so far.
+  std::vector<Event> recorded() const;
+  std::size_t recordedCount() const { return mCount.load(std::memory_order_acquire); }
+
+  /// The frame at which the next cycle begins, about.
+  std::uint64_t frameNow() const { return mCycleFrame.load(); }
+  /// The host time (ns, CLOCK_MONOTONIC) at the frame, by the server's latest cycle.
+  std::uint64_t hostTimeAt(std::uint64_t frame) const;
+
+  /// Sends the bytes (at most 32) in the cycle that holds the frame. In order.
+  void sendAt(std::uint64_t frame, int port, const std::vector<std::uint8_t>& bytes);
+
+ private:
+  static constexpr std::size_t kEvents = 1 << 17;
+  static constexpr std::size_t kLongest = 32;
+  struct Slot {
+    std::uint64_t frame;
+    int port;
+    std::uint8_t length;
+    std::array<std::uint8_t, kLongest> bytes;
+  };
+
+  static int onProcess(jack_nframes_t frames, void* self);
+  void process(jack_nframes_t frames);
+
+  std::shared_ptr<const midi::JackLibrary> mJack;
+  jack_client_t* mClient = nullptr;
+  std::vector<jack_port_t*> mInputs;
+  std::vector<jack_port_t*> mOutputs;
+  std::vector<Slot> mRecorded{kEvents};
+  std::atomic<std::size_t> mCount{0};
+  std::vector<Slot> mToSend{kEvents};
+  std::atomic<std::size_t> mSendEnd{0};
+  std::size_t mSendNext = 0;
+  std::atomic<std::uint64_t> mCycleFrame{0};
+  std::atomic<std::uint64_t> mCycleHostTime{0};
+  bool mStarted = false;
+  jack_nframes_t mLastFrame = 0;
+};
+
+}  // namespace velor::test

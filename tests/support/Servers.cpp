@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/Servers.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+extern char** environ;
+
+namespace velor::test {
+namespace {
+
+void sleepFor(double seconds) {
+  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+int exitStatus(int status) {
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int runToEnd(const std::vector<std::string>& command, const std::vector<std::string>& environment) {
+  Process process(command, environment, "/dev/null");
+  return process.waitForEnd(10);
+}
+
+}  // namespace
+
+bool waitFor(double seconds, const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) {
+      return condition();
+    }
+    sleepFor(0.005);
+  }
+  return true;
+}
+
+Process::Process(const std::vector<std::string>& command,
+                 const std::vector<std::string>& environment, const std::string& output) {
+  mId = fork();
+  if (mId < 0) {
+    throw std::runtime_error("fork failed");
+  }
+  if (mId > 0) {
+    return;
+  }
+  for (const std::string& entry : environment) {
+    putenv(strdup(entry.c_str()));
+  }
+  if (!output.empty()) {
+    const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    dup2(file, STDOUT_FILENO);
+    dup2(file, STDERR_FILENO);
+  }
+  std::vector<char*> arguments;
+  for (const std::string& argument : command) {
+    arguments.push_back(const_cast<char*>(argument.c_str()));
+  }
+  arguments.push_back(nullptr);
+  execvp(arguments[0], arguments.data());
+  std::perror(arguments[0]);
+  _exit(127);
+}
+
+Process::Process(Process&& other) noexcept : mId(std::exchange(other.mId, -1)) {}
+
+Process& Process::operator=(Process&& other) noexcept {
+  if (this != &other) {
+    end(SIGTERM);
+    mId = std::exchange(other.mId, -1);
+  }
+  return *this;
+}
+
+Process::~Process() {
+  end(SIGTERM);
+}
+
+bool Process::isRunning() {
+  return waitForEnd(0) == -1 && mId > 0;
+}
+
+int Process::waitForEnd(double seconds) {
+  if (mId <= 0) {
+    return -1;
+  }
+  int status = 0;
+  pid_t ended = 0;
+  waitFor(seconds, [&] { return (ended = waitpid(mId, &status, WNOHANG)) != 0; });
+  if (ended != mId) {
+    return -1;
+  }
+  mId = -1;
+  return exitStatus(status);
+}
+
+int Process::end(int signal) {
+  if (mId <= 0) {
+    return -1;
+  }
+  ::kill(mId, signal);
+  const int status = waitForEnd(10);
+  if (status != -1 || mId <= 0) {
+    return status;
+  }
+  ::kill(mId, SIGKILL);
+  return waitForEnd(10);
+}
+
+TemporaryFolder::TemporaryFolder() {
+  std::string pattern = std::filesystem::temp_directory_path() / "velor-test-XXXXXX";
+  if (mkdtemp(pattern.data()) == nullptr) {
+    throw std::runtime_error("no temporary folder");
+  }
+  mPath = pattern;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(mPath, ignored);
+}
+
+void Server::enter() const {
+  for (const std::string& entry : environment()) {
+    const auto split = entry.find('=');
+    setenv(entry.substr(0, split).c_str(), entry.substr(split + 1).c_str(), 1);
+  }
+}
+
+JackServer::JackServer(int period, int rate)
+    : mName("velor-test-" + std::to_string(getpid())), mPeriod(period), mRate(rate) {}
+
+void JackServer::start() {
+  const std::string log = mFolder.path() + "/jackd.log";
+  mProcess = Process({"jackd", "--name", mName, "-R", "-S", "-d", "dummy", "-r",
+                      std::to_string(mRate), "-p", std::to_string(mPeriod)},
+                     {}, log);
+  const bool up = runToEnd({"jack_wait", "-s", mName, "-w", "-t", "10"}, {}) == 0;
+  std::ifstream file(log);
+  const std::string text((std::istreambuf_iterator<char>(file)), {});
+  if (!mProcess.isRunning() || !up) {
+    throw std::runtime_error("jackd did not start: " + text);
+  }
+}
+
+void JackServer::kill() {
+  mProcess.end(SIGKILL);
+}
+
+std::vector<std::string> JackServer::environment() const {
+  return {"JACK_DEFAULT_SERVER=" + mName, "JACK_NO_AUDIO_RESERVATION=1"};
+}
+
+std::vector<std::string> PipeWireServer::environment() const {
+  return {"XDG_RUNTIME_DIR=" + mFolder.path(),
+          "PIPEWIRE_RUNTIME_DIR=" + mFolder.path(),
+          "XDG_CONFIG_HOME=" + mFolder.path() + "/config",
+          "XDG_STATE_HOME=" + mFolder.path() + "/state",
+          "DBUS_SESSION_BUS_ADDRESS=unix:path=" + mFolder.path() + "/bus",
+          "JACK_NO_START_SERVER=1",
+          "JACK_DEFAULT_SERVER=velor-test-none"};  // the other library finds nothing
+}
+
+void PipeWireServer::start() {
+  const std::string log = mFolder.path() + "/pipewire.log";
+  const auto all = environment();
+  mBus = Process({"dbus-daemon", "--session", "--nofork", "--nopidfile",
+                  "--address=unix:path=" + mFolder.path() + "/bus"},
+                 all, log);
+  waitFor(10, [this] { return std::filesystem::exists(mFolder.path() + "/bus"); });
+  mServer = Process({"pipewire"}, all, log);
+  waitFor(10, [this] { return std::filesystem::exists(mFolder.path() + "/pipewire-0"); });
+  mManager = Process({"wireplumber"}, all, log);
+  // A sink that drives the graph: without one nothing runs.
+  const bool up = waitFor(15, [&all] {
+    return runToEnd({"pw-cli", "create-node", "adapter",
+                     "{ factory.name=support.null-audio-sink node.name=velor-null "
+                     "media.class=Audio/Sink object.linger=true "
+                     "audio.position=[FL FR] }"},
+                    all) == 0;
+  });
+  if (!up || !mServer.isRunning()) {
+    std::ifstream file(log);
+    throw std::runtime_error("PipeWire did not start: " +
+                             std::string((std::istreambuf_iterator<char>(file)), {}));
+  }
+}
+
+void PipeWireServer::kill() {
+  mManager.end(SIGKILL);
+  mServer.end(SIGKILL);
+  mBus.end(SIGKILL);
+  std::error_code ignored;
+  std::filesystem::remove(mFolder.path() + "/bus", ignored);
+  std::filesystem::remove(mFolder.path() + "/pipewire-0", ignored);
+}
+
+void PipeWireServer::force(int rate, int period) {
+  const auto all = environment();
+  runToEnd({"pw-metadata", "-n", "settings", "0", "clock.force-rate", std::to_string(rate)}, all);
+  runToEnd({"pw-metadata", "-n", "settings", "0", "clock.force-quantum", std::to_string(period)},
+           all);
+}
+
+}  // namespace velor::test

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace velor::test {
+
+/// A program that a test started; ends with it, by its process id.
+class Process {
+ public:
+  Process() = default;
+  /// `environment` holds "NAME=value" beyond the test's own. Standard output and
+  /// standard error go to the file `output`; to the test's own when it is empty.
+  Process(const std::vector<std::string>& command, const std::vector<std::string>& environment,
+          const std::string& output);
+  ~Process();
+  Process(Process&& other) noexcept;
+  Process& operator=(Process&& other) noexcept;
+
+  pid_t id() const { return mId; }
+  bool isRunning();
+  /// Sends the signal, waits for the end (SIGKILL after 10 s) and gives the exit
+  /// status, or 128 plus the signal that ended it.
+  int end(int signal);
+  /// Waits at most `seconds`; -1 when it still runs then.
+  int waitForEnd(double seconds);
+
+ private:
+  pid_t mId = -1;
+};
+
+/// A folder of its own, removed with all in it.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  ~TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  const std::string& path() const { return mPath; }
+
+ private:
+  std::string mPath;
+};
+
+/// A MIDI server under a name or in a folder of its own, beside any that runs.
+/// `environment` is what its clients need; `enter` sets it in this process.
+class Server {
+ public:
+  virtual ~Server() = default;
+  virtual void start() = 0;
+  /// Ends at once, as a crash would.
+  virtual void kill() = 0;
+  virtual std::vector<std::string> environment() const = 0;
+  void enter() const;
+};
+
+/// jackd with the dummy driver.
+class JackServer final : public Server {
+ public:
+  explicit JackServer(int period = 128, int rate = 48000);
+  void start() override;
+  void kill() override;
+  std::vector<std::string> environment() const override;
+  /// The name of the server.
+  const std::string& name() const { return mName; }
+
+ private:
+  const std::string mName;
+  const int mPeriod;
+  const int mRate;
+  TemporaryFolder mFolder;
+  Process mProcess;
+};
+
+/// PipeWire with its session manager and a null sink under a session bus of its
+/// own.
+class PipeWireServer final : public Server {
+ public:
+  void start() override;
+  void kill() override;
+  std::vector<std::string> environment() const override;
+  /// Forces a sample rate and a period while it runs; 0 leaves one free.
+  void force(int rate, int period);
+
+ private:
+  TemporaryFolder mFolder;
+  Process mBus;
+  Process mServer;
+  Process mManager;
+};
+
+/// Polls `condition` every 5 ms, at most `seconds`; the last answer.
+bool waitFor(double seconds, const std::function<bool()>& condition);
+
+}  // namespace velor::test
