@@ -19,10 +19,11 @@ class Thread;
 
 /// A one-shot deadline that runs a handler on a queue. It is made suspended;
 /// nothing fires before `resume`. A deadline that has passed by then fires at
-/// once. Pushing the deadline forward is one atomic store.
+/// once. Pushing the deadline forward is one atomic store. After a firing it is
+/// suspended again.
 class Timer {
  public:
-  /// `handler` runs on `queue`, at most once.
+  /// `handler` runs on `queue`, at most once for each `resume`.
   Timer(Queue& queue, std::function<void()> handler);
   /// Cancels. A handler that runs on another thread meanwhile is not waited for.
   ~Timer();

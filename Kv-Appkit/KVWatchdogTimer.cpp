@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#include "Kv-Appkit/KVWatchdogTimer.h"
+
+#include <utility>
+
+namespace velor {
+namespace {
+
+// Truncated. What no clock can wait for, not-a-number included, becomes 0 or 292
+// years, so that adding it to the host time never wraps.
+std::uint64_t nanosecondsOf(double seconds) noexcept {
+  constexpr double kLimit = 0x1p63;
+  const double ns = seconds * 1e9;
+  if (!(ns > 0)) {
+    return 0;
+  }
+  return static_cast<std::uint64_t>(ns < kLimit ? ns : kLimit);
+}
+
+}  // namespace
+
+std::shared_ptr<KVWatchdogTimer> KVWatchdogTimer::make(double seconds, std::function<void()> action,
+                                                       host::Queue& queue) {
+  const std::shared_ptr<KVWatchdogTimer> timer(new KVWatchdogTimer(std::move(action)));
+  // The host's timer keeps its handler until it next looks at it, under its own
+  // lock. A weak reference is all that may go there.
+  timer->mTimer.emplace(queue, [weak = timer->weak_from_this()] {
+    if (const auto self = weak.lock()) {
+      self->fire();
+    }
+  });
+  timer->setTimeInterval(seconds);
+  return timer;
+}
+
+KVWatchdogTimer::KVWatchdogTimer(std::function<void()> action)
+    : mHost(host::current()), mAction(std::move(action)) {}
+
+void KVWatchdogTimer::setTimeInterval(double seconds) noexcept {
+  mInterval.store(nanosecondsOf(seconds));
+  setDeadline(mHost.AudioGetCurrentHostTime());
+}
+
+void KVWatchdogTimer::validate() noexcept {
+  setDeadline(mHost.AudioGetCurrentHostTime() + mInterval.load());
+}
+
+void KVWatchdogTimer::cancel() {
+  mTimer->cancel();
+}
+
+void KVWatchdogTimer::resumeAfter(double seconds) {
+  mHost.mainQueue().after(nanosecondsOf(seconds), [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) {
+      self->mTimer->resume();
+    }
+  });
+}
+
+void KVWatchdogTimer::setDeadline(std::uint64_t deadline) noexcept {
+  mDeadline.store(deadline);
+  mTimer->setDeadline(deadline);
+}
+
+void KVWatchdogTimer::fire() {
+  std::uint64_t deadline = mDeadline.load();
+  if (deadline > mHost.AudioGetCurrentHostTime()) {
+    // All was well again before this had its turn on the queue.
+    do {
+      deadline = mDeadline.load();
+      mTimer->setDeadline(deadline);
+    } while (deadline != mDeadline.load());  // a thread that set another has been overtaken
+    mTimer->resume();
+    return;
+  }
+  mTimer->cancel();
+  mAction();
+}
+
+}  // namespace velor
