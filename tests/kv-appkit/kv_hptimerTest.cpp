@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: MIT
+#include "Kv-Appkit/kv_hptimer.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "platform/host/SimulatedHost.h"
+
+namespace velor {
+namespace {
+
+constexpr std::uint64_t kMs = 1'000'000;
+using Times = std::vector<std::uint64_t>;
+
+class HighResolutionTimer : public testing::Test {
+ protected:
+  HighResolutionTimer() {
+    EXPECT_EQ(kv_hptimer_create(&mTimer, 40 * kMs), 0);
+    kv_hptimer_set_block(mTimer, [this](const host::RealtimeContext&) { called(); });
+    mCalls.reserve(100);
+  }
+  ~HighResolutionTimer() override { EXPECT_EQ(kv_hptimer_dispose(mTimer), 0); }
+
+  // In ms since the test began.
+  std::uint64_t now() const { return (mHost.AudioGetCurrentHostTime() - mBegin) / kMs; }
+
+  void called() {
+    mCalls.push_back(now());
+    if (mSlowCall != 0) {
+      // The simulated sleep does its bookkeeping here, which a kernel does out of sight.
+      const int depth = std::exchange(host::realtimeDepth(), 0);
+      mHost.mach_wait_until(mHost.AudioGetCurrentHostTime() + std::exchange(mSlowCall, 0));
+      host::realtimeDepth() = depth;
+    }
+  }
+
+  host::SimulatedHost mHost;
+  const std::uint64_t mBegin = mHost.AudioGetCurrentHostTime();
+  kv_hptimer_s* mTimer = nullptr;
+  std::uint64_t mSlowCall = 0;  // ns that the next call takes
+  Times mCalls;
+};
+
+TEST_F(HighResolutionTimer, DeadlinesStandOnTheStartAndASlowCallCostsNothing) {
+  ASSERT_EQ(kv_hptimer_start(mTimer), 0);
+  mHost.advance(39 * kMs);
+  EXPECT_TRUE(mCalls.empty());  // not at once
+  mSlowCall = 90 * kMs;
+  mHost.advance(171 * kMs);
+  // Those of 80 and 120 are caught up at 130; the next is back on the grid.
+  EXPECT_EQ(mCalls, (Times{40, 130, 130, 160, 200}));
+  EXPECT_EQ(kv_hptimer_stop(mTimer), 0);
+}
+
+TEST_F(HighResolutionTimer, ANewIntervalCountsFromTheNextWakeUpAndZeroIsRefused) {
+  kv_hptimer_start(mTimer);
+  mHost.advance(100 * kMs);
+  EXPECT_EQ(kv_hptimer_set_interval(mTimer, 25 * kMs), 0);
+  EXPECT_EQ(kv_hptimer_set_interval(mTimer, 0), -50);
+  mHost.advance(75 * kMs);
+  EXPECT_EQ(mCalls, (Times{40, 80, 120, 145, 170}));
+  kv_hptimer_stop(mTimer);
+}
+
+TEST_F(HighResolutionTimer, AStopLetsTheSleepRunOutAndOneMoreCallCome) {
+  kv_hptimer_start(mTimer);
+  mHost.advance(50 * kMs);
+  EXPECT_EQ(kv_hptimer_stop(mTimer), 0);
+  EXPECT_EQ(now(), 80U);
+  EXPECT_EQ(mCalls, (Times{40, 80}));
+  EXPECT_EQ(kv_hptimer_stop(mTimer), -50);
+  mHost.advance(15 * kMs);
+
+  // A new thread counts from its own start.
+  EXPECT_EQ(kv_hptimer_start(mTimer), 0);
+  mHost.advance(100 * kMs);
+  EXPECT_EQ(mCalls, (Times{40, 80, 135, 175}));
+  kv_hptimer_stop(mTimer);
+}
+
+TEST_F(HighResolutionTimer, AFiniteRunCallsItsCountAndKeepsItsThreadUntilJoined) {
+  kv_hptimer_set_repeat_count(mTimer, 3);
+  kv_hptimer_start(mTimer);
+  EXPECT_EQ(kv_hptimer_join(mTimer), 0);
+  EXPECT_EQ(mCalls, (Times{40, 80, 120}));
+  EXPECT_EQ(kv_hptimer_join(mTimer), -50);
+
+  kv_hptimer_start(mTimer);
+  mHost.advance(1000 * kMs);
+  EXPECT_EQ(mCalls.size(), 6U);
+  EXPECT_EQ(kv_hptimer_start(mTimer), 0);  // the ended thread still stands: no new one
+  mHost.advance(1000 * kMs);
+  EXPECT_EQ(mCalls.size(), 6U);
+  EXPECT_EQ(kv_hptimer_join(mTimer), 0);
+}
+
+TEST_F(HighResolutionTimer, AStartDuringARunOnlyBeginsTheCountAnew) {
+  kv_hptimer_set_repeat_count(mTimer, 3);
+  kv_hptimer_start(mTimer);
+  mHost.advance(90 * kMs);  // asleep before the third
+  kv_hptimer_set_repeat_count(mTimer, 2);
+  EXPECT_EQ(kv_hptimer_start(mTimer), 0);
+  EXPECT_EQ(kv_hptimer_join(mTimer), 0);
+  EXPECT_EQ(mCalls, (Times{40, 80, 120, 160, 200}));
+}
+
+TEST_F(HighResolutionTimer, AnotherCallbackTakesOverDuringARun) {
+  kv_hptimer_start(mTimer);
+  mHost.advance(50 * kMs);
+  int others = 0;
+  kv_hptimer_set_block(mTimer, [&others](const host::RealtimeContext&) { ++others; });
+  mHost.advance(80 * kMs);
+  EXPECT_EQ(mCalls, (Times{40}));
+  EXPECT_EQ(others, 2);
+  kv_hptimer_stop(mTimer);
+  EXPECT_EQ(others, 3);
+}
+
+TEST_F(HighResolutionTimer, DisposeOfARunningTimerEndsItBeforeTheCallbackGoes) {
+  kv_hptimer_s* timer = nullptr;
+  kv_hptimer_create(&timer, 40 * kMs);
+  const auto captured = std::make_shared<int>(0);
+  kv_hptimer_set_block(timer, [captured](const host::RealtimeContext&) { ++*captured; });
+  kv_hptimer_start(timer);
+  mHost.advance(50 * kMs);
+  EXPECT_EQ(kv_hptimer_dispose(timer), 0);
+  EXPECT_EQ(captured.use_count(), 1);
+  mHost.advance(1000 * kMs);
+  EXPECT_EQ(*captured, 1);
+}
+
+TEST_F(HighResolutionTimer, BadArgumentsHaveTheirCodes) {
+  kv_hptimer_s* none = nullptr;
+  EXPECT_EQ(kv_hptimer_create(&none, 0), -50);
+  EXPECT_EQ(none, nullptr);
+  std::uint64_t ns = 0;
+  EXPECT_EQ(kv_hptimer_set_repeat_count(none, 1), -50);
+  EXPECT_EQ(kv_hptimer_set_interval(none, 1), -1);
+  EXPECT_EQ(kv_hptimer_set_computation(none, 0.5), -50);
+  EXPECT_EQ(kv_hptimer_get_interval(none, &ns), -1);
+  EXPECT_EQ(kv_hptimer_set_block(none, {}), -50);
+  EXPECT_EQ(kv_hptimer_start(none), -1);
+  EXPECT_EQ(kv_hptimer_stop(none), -50);
+  EXPECT_EQ(kv_hptimer_join(none), -1);
+  EXPECT_EQ(kv_hptimer_dispose(none), 0);
+
+  EXPECT_EQ(kv_hptimer_stop(mTimer), -50);
+  EXPECT_EQ(kv_hptimer_join(mTimer), -50);
+  EXPECT_EQ(kv_hptimer_get_interval(mTimer, nullptr), -1);
+  EXPECT_EQ(kv_hptimer_get_interval(mTimer, &ns), -1);  // and yet a success
+  EXPECT_EQ(ns, 40 * kMs);
+
+  for (const double refused :
+       {0.0, 1.0, -0.5, std::nan(""), 1e-320, std::numeric_limits<double>::infinity()}) {
+    EXPECT_EQ(kv_hptimer_set_computation(mTimer, refused), -50) << refused;
+  }
+  EXPECT_EQ(kv_hptimer_set_computation(mTimer, 0.99), 0);
+  kv_hptimer_start(mTimer);
+  EXPECT_EQ(kv_hptimer_set_computation(mTimer, 0.5), -50);
+  mHost.settle();
+  kv_hptimer_stop(mTimer);
+  EXPECT_EQ(kv_hptimer_set_computation(mTimer, 0.5), -50);  // the count has wrapped
+}
+
+// A host that refuses what a host may refuse, and notes the classes asked for.
+class GrudgingHost final : public host::Host {
+ public:
+  GrudgingHost() { makeServices(); }
+  ~GrudgingHost() override { endServices(); }
+
+  std::uint64_t AudioGetCurrentHostTime() const noexcept override {
+    return mInner.AudioGetCurrentHostTime();
+  }
+  int mach_timebase_info(host::MachTimebaseInfo& info) const noexcept override {
+    return mInner.mach_timebase_info(info);
+  }
+  void mach_wait_until(std::uint64_t deadline) noexcept override {
+    mInner.mach_wait_until(deadline);
+  }
+  int thread_policy_set(const host::ThreadTimeConstraintPolicy& asked,
+                        host::ThreadRole askedRole) noexcept override {
+    policy = asked;
+    role = askedRole;
+    return -1;
+  }
+  std::unique_ptr<host::Thread> startThread(std::string name, std::function<void()> body) override {
+    return refuseThreads ? nullptr : mInner.startThread(std::move(name), std::move(body));
+  }
+  std::unique_ptr<host::Semaphore> makeSemaphore(Pollable pollable) override {
+    return mInner.makeSemaphore(pollable);
+  }
+  host::Semaphore& threadSemaphore() override { return mInner.threadSemaphore(); }
+
+  bool refuseThreads = false;
+  host::ThreadTimeConstraintPolicy policy{1, 1, 1, 1};
+  host::ThreadRole role = host::ThreadRole::ordinary;
+
+ private:
+  host::SimulatedHost mInner;
+};
+
+TEST(HighResolutionTimerThread, AsksForItsShareAndGoesOnWhenRefused) {
+  GrudgingHost host;
+  int calls = 0;
+  kv_hptimer_s* timer = nullptr;
+  kv_hptimer_create(&timer, 40 * kMs);
+  kv_hptimer_set_block(timer, [&calls](const host::RealtimeContext&) { ++calls; });
+  kv_hptimer_set_repeat_count(timer, 2);
+  kv_hptimer_start(timer);
+  kv_hptimer_join(timer);
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(host.role, host::ThreadRole::timer);
+  EXPECT_EQ(host.policy.period, 0U);
+  EXPECT_EQ(host.policy.computation, 2'000'000U);
+  EXPECT_EQ(host.policy.constraint, 4'000'000U);
+  EXPECT_EQ(host.policy.preemptible, 0U);
+  kv_hptimer_dispose(timer);
+
+  // Half of 2^34 + 7 ns is cut to a whole number and to 32 bits before it is doubled.
+  kv_hptimer_create(&timer, (std::uint64_t{1} << 34) + 7);
+  kv_hptimer_set_computation(timer, 0.5);
+  kv_hptimer_set_repeat_count(timer, 1);
+  kv_hptimer_start(timer);
+  kv_hptimer_join(timer);
+  EXPECT_EQ(host.policy.computation, 3U);
+  EXPECT_EQ(host.policy.constraint, 6U);
+
+  // A new interval takes a twentieth again.
+  kv_hptimer_set_interval(timer, 20 * kMs);
+  kv_hptimer_start(timer);
+  kv_hptimer_join(timer);
+  EXPECT_EQ(host.policy.computation, 1'000'000U);
+  kv_hptimer_dispose(timer);
+}
+
+TEST(HighResolutionTimerThread, AThreadThatIsNotStartedIsToldByTheResult) {
+  GrudgingHost host;
+  kv_hptimer_s* timer = nullptr;
+  kv_hptimer_create(&timer, 40 * kMs);
+  host.refuseThreads = true;
+  EXPECT_GT(kv_hptimer_start(timer), 0);
+  EXPECT_EQ(kv_hptimer_stop(timer), -50);
+  host.refuseThreads = false;
+  EXPECT_EQ(kv_hptimer_start(timer), 0);
+  EXPECT_EQ(kv_hptimer_stop(timer), 0);
+  kv_hptimer_dispose(timer);
+}
+
+}  // namespace
+}  // namespace velor
