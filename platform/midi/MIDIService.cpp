@@ -8,7 +8,11 @@ MIDIService* gService = nullptr;
 
 }  // namespace
 
-MIDIService& service() noexcept { return *gService; }
-void setService(MIDIService* service) noexcept { gService = service; }
+MIDIService& service() noexcept {
+  return *gService;
+}
+void setService(MIDIService* service) noexcept {
+  gService = service;
+}
 
 }  // namespace velor::midi
