@@ -27,6 +27,9 @@ class MIDIService {
 
   virtual OSStatus MIDIClientCreate(const std::string& name, MIDINotifyProc notifyProc,
                                     void* refCon, MIDIClientRef* client) = 0;
+  /// Disposes of the client's ports and virtual endpoints, too. On the main
+  /// thread, its notify function is not called any more once this returns.
+  virtual OSStatus MIDIClientDispose(MIDIClientRef client) = 0;
   virtual OSStatus MIDIOutputPortCreate(MIDIClientRef client, const std::string& name,
                                         MIDIPortRef* port) = 0;
   virtual OSStatus MIDIInputPortCreate(MIDIClientRef client, const std::string& name,

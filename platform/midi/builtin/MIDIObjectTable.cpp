@@ -90,25 +90,40 @@ void MIDIObjectTable::notify(MIDINotificationMessageID message) {
       return;
     }
     MIDIObjectTable& table = **self;
-    std::vector<std::pair<MIDINotifyProc, void*>> clients;
+    std::vector<MIDIClientRef> clients;
     {
       const std::lock_guard lock(table.mMutex);
       for (const auto& [ref, object] : table.mObjects) {
         if (object.type == Type::client && object.notifyProc != nullptr) {
-          clients.emplace_back(object.notifyProc, object.notifyRefCon);
+          clients.push_back(ref);
         }
       }
     }
-    for (const auto& [notifyProc, refCon] : clients) {
+    for (const MIDIClientRef client : clients) {
       // What happened, then that something did; clients may look at either.
       if (message != kMIDIMsgSetupChanged) {
-        const MIDINotification notification{message};
-        notifyProc(&notification, refCon);
+        table.tell(client, message);
       }
-      const MIDINotification changed{kMIDIMsgSetupChanged};
-      notifyProc(&changed, refCon);
+      table.tell(client, kMIDIMsgSetupChanged);
     }
   });
+}
+
+void MIDIObjectTable::tell(MIDIClientRef client, MIDINotificationMessageID message) {
+  MIDINotifyProc notifyProc = nullptr;
+  void* refCon = nullptr;
+  {
+    const std::lock_guard lock(mMutex);
+    // A notify function may have disposed of a client whose turn is to come.
+    const Object* object = find(client, Type::client);
+    if (object == nullptr) {
+      return;
+    }
+    notifyProc = object->notifyProc;
+    refCon = object->notifyRefCon;
+  }
+  const MIDINotification notification{message};
+  notifyProc(&notification, refCon);
 }
 
 OSStatus MIDIObjectTable::MIDIClientCreate(const std::string& name, MIDINotifyProc notifyProc,
@@ -121,12 +136,38 @@ OSStatus MIDIObjectTable::MIDIClientCreate(const std::string& name, MIDINotifyPr
   return 0;
 }
 
+OSStatus MIDIObjectTable::MIDIClientDispose(MIDIClientRef client) {
+  std::vector<MIDIPortRef> ports;
+  std::vector<MIDIEndpointRef> endpoints;
+  {
+    const std::lock_guard lock(mMutex);
+    if (find(client, Type::client) == nullptr) {
+      return kMIDIInvalidClient;
+    }
+    for (const auto& [ref, object] : mObjects) {
+      if (object.client == client) {
+        const bool isEndpoint = object.type == Type::source || object.type == Type::destination;
+        (isEndpoint ? endpoints : ports).push_back(ref);
+      }
+    }
+    mObjects.erase(client);  // from here on nothing can be made for it
+  }
+  for (const MIDIPortRef port : ports) {
+    dispose(port, false);
+  }
+  for (const MIDIEndpointRef endpoint : endpoints) {
+    dispose(endpoint, true);
+  }
+  return 0;
+}
+
 OSStatus MIDIObjectTable::createPort(MIDIClientRef client, Type type, const std::string& name,
                                      MIDIPortRef* port) {
   if (find(client, Type::client) == nullptr) {
     return kMIDIInvalidClient;
   }
   *port = add(type, name);
+  mObjects[*port].client = client;
   return 0;
 }
 
@@ -157,6 +198,7 @@ OSStatus MIDIObjectTable::MIDISourceCreate(MIDIClientRef client, const std::stri
     return kMIDIInvalidClient;
   }
   *source = addEndpoint(Type::source, name, uniqueIDOfPort(name));
+  mObjects[*source].client = client;
   if (mOutside != nullptr) {
     mOutside->addVirtualSource(*source, name);
   }
@@ -175,6 +217,7 @@ OSStatus MIDIObjectTable::MIDIDestinationCreate(MIDIClientRef client, const std:
   }
   *destination = addEndpoint(Type::destination, name, uniqueIDOfPort(name));
   mObjects[*destination].receiver = receiver;
+  mObjects[*destination].client = client;
   if (mOutside != nullptr) {
     mOutside->addVirtualDestination(*destination, name, receiver);
   }

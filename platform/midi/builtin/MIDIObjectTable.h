@@ -28,6 +28,7 @@ class MIDIObjectTable final : public MIDIService, private MIDIInside {
 
   OSStatus MIDIClientCreate(const std::string& name, MIDINotifyProc notifyProc, void* refCon,
                             MIDIClientRef* client) override;
+  OSStatus MIDIClientDispose(MIDIClientRef client) override;
   OSStatus MIDIOutputPortCreate(MIDIClientRef client, const std::string& name,
                                 MIDIPortRef* port) override;
   OSStatus MIDIInputPortCreate(MIDIClientRef client, const std::string& name, MIDIReadProc readProc,
@@ -70,6 +71,7 @@ class MIDIObjectTable final : public MIDIService, private MIDIInside {
   struct Object {
     Type type;
     std::string name;
+    MIDIClientRef client = 0;  // the owner of ports and virtual endpoints
     bool outside = false;
     bool present = true;                  // of the outside: is there now
     std::optional<ReceiverRef> receiver;  // input ports and virtual destinations
@@ -103,6 +105,9 @@ class MIDIObjectTable final : public MIDIService, private MIDIInside {
   std::size_t count(Type type) const;
   MIDIEndpointRef at(Type type, std::size_t index) const;
   void notify(MIDINotificationMessageID message);
+
+  // Takes the lock, and calls without it.
+  void tell(MIDIClientRef client, MIDINotificationMessageID message);
 
   // Takes an object with a receiver out, in two steps around the wait for quiet.
   OSStatus dispose(MIDIObjectRef ref, bool isEndpoint);

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#include "platform/midi/builtin/MIDIObjectTable.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "platform/host/SimulatedHost.h"
+#include "tests/support/FakeOutside.h"
+
+namespace velor::midi {
+namespace {
+
+struct Listener {
+  std::vector<int> messages;
+  MIDIClientRef disposeWhenTold = 0;
+  MIDIObjectTable* table = nullptr;
+
+  static void notify(const MIDINotification* notification, void* refCon) {
+    auto* self = static_cast<Listener*>(refCon);
+    self->messages.push_back(notification->messageID);
+    if (self->disposeWhenTold != 0) {
+      self->table->MIDIClientDispose(self->disposeWhenTold);
+    }
+  }
+};
+
+class MIDIObjectTableTest : public testing::Test {
+ protected:
+  MIDIClientRef makeClient(Listener& listener) {
+    MIDIClientRef client = 0;
+    EXPECT_EQ(mTable.MIDIClientCreate("client", &Listener::notify, &listener, &client), 0);
+    return client;
+  }
+
+  host::SimulatedHost mHost;
+  FakeOutside* mOutside = new FakeOutside;
+  MIDIObjectTable mTable{std::unique_ptr<MIDIOutside>(mOutside)};
+};
+
+TEST_F(MIDIObjectTableTest, ADisposedClientTakesAllThatIsItsOwnAlongAndNothingElse) {
+  Listener listener;
+  const MIDIClientRef mine = makeClient(listener);
+  const MIDIClientRef other = makeClient(listener);
+  int packets = 0;
+  const MIDIReadProc count = [](const MIDIPacketList*, void* refCon, void*) {
+    ++*static_cast<int*>(refCon);
+  };
+  MIDIPortRef in = 0;
+  MIDIPortRef out = 0;
+  MIDIPortRef othersOut = 0;
+  MIDIEndpointRef source = 0;
+  MIDIEndpointRef destination = 0;
+  MIDIEndpointRef othersSource = 0;
+  mTable.MIDIInputPortCreate(mine, "in", count, &packets, &in);
+  mTable.MIDIOutputPortCreate(mine, "out", &out);
+  mTable.MIDIOutputPortCreate(other, "out", &othersOut);
+  mTable.MIDISourceCreate(mine, "mine", &source);
+  mTable.MIDIDestinationCreate(mine, "mine", count, &packets, &destination);
+  mTable.MIDISourceCreate(other, "other's", &othersSource);
+  mTable.MIDIPortConnectSource(in, othersSource, nullptr);
+  const MIDIEndpointRef outside = mOutside->appear(MIDIEndpointKind::source, "outside");
+  mTable.MIDIPortConnectSource(in, outside, nullptr);
+
+  // On their way when the client goes.
+  MIDIPacketList list;
+  const std::uint8_t bytes[] = {0xF1, 0x00};
+  MIDIPacketListAdd(&list, sizeof list, MIDIPacketListInit(&list),
+                    mHost.AudioGetCurrentHostTime() + 1000, sizeof bytes, bytes);
+  EXPECT_EQ(mTable.MIDISend(othersOut, destination, &list), 0);
+  EXPECT_EQ(mTable.MIDIReceived(othersSource, &list), 0);
+
+  EXPECT_EQ(mTable.MIDIClientDispose(mine), 0);
+  mHost.advance(1'000'000);
+  EXPECT_EQ(packets, 0);
+  EXPECT_EQ(mTable.MIDIGetNumberOfSources(), 2U);
+  EXPECT_EQ(mTable.MIDIGetNumberOfDestinations(), 0U);
+  EXPECT_EQ(mTable.MIDISend(out, destination, &list), kMIDIInvalidPort);
+  EXPECT_EQ(mTable.MIDISend(othersOut, destination, &list), kMIDIUnknownEndpoint);
+  EXPECT_EQ(mTable.MIDIPortDispose(in), kMIDIInvalidPort);
+  EXPECT_TRUE(mOutside->connections.empty());
+  ASSERT_EQ(mOutside->virtuals.size(), 1U);
+  EXPECT_EQ(mOutside->virtuals[0].endpoint, othersSource);
+  EXPECT_EQ(mTable.MIDIClientDispose(mine), kMIDIInvalidClient);
+  EXPECT_EQ(mTable.MIDISourceCreate(mine, "too late", &source), kMIDIInvalidClient);
+}
+
+TEST_F(MIDIObjectTableTest, ADisposedClientIsNotToldAnyMoreEvenOfWhatCameBefore) {
+  Listener quiet;
+  Listener told;
+  const MIDIClientRef client = makeClient(quiet);
+  makeClient(told);
+  mOutside->appear(MIDIEndpointKind::source, "keys");
+  mTable.MIDIClientDispose(client);
+  mHost.settle();
+  EXPECT_TRUE(quiet.messages.empty());
+  EXPECT_EQ(told.messages, (std::vector<int>{kMIDIMsgObjectAdded, kMIDIMsgSetupChanged}));
+}
+
+TEST_F(MIDIObjectTableTest, AClientMayBeDisposedOfByOneThatIsBeingTold) {
+  Listener first;
+  Listener second;
+  const MIDIClientRef itself = makeClient(first);
+  first.disposeWhenTold = makeClient(second);
+  first.table = &mTable;
+  mOutside->appear(MIDIEndpointKind::source, "keys");
+  mHost.settle();
+  EXPECT_TRUE(second.messages.empty());
+
+  first.messages.clear();
+  first.disposeWhenTold = itself;
+  mOutside->appear(MIDIEndpointKind::source, "pads");
+  mHost.settle();
+  EXPECT_EQ(first.messages, std::vector<int>{kMIDIMsgObjectAdded});
+}
+
+}  // namespace
+}  // namespace velor::midi
