@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <stdlib.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace velor {
+
+/// What KVRandom draws from; a test puts its own in and the system's back.
+using KVRandomSource = std::uint32_t (*)() noexcept;
+
+inline std::atomic<KVRandomSource>& KVRandomSourceInForce() noexcept {
+  static std::atomic<KVRandomSource> source{
+      []() noexcept -> std::uint32_t { return arc4random(); }};
+  return source;
+}
+
+/// 32 random bits, from the system's generator, which nobody can foretell. Any
+/// thread. Realtime-safe: no, the generator may ask the kernel.
+inline std::uint32_t KVRandom() noexcept {
+  return KVRandomSourceInForce().load(std::memory_order_relaxed)();
+}
+
+}  // namespace velor
