@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "Kv-Appkit/KVException.h"
+#include "platform/midi/MIDITypes.h"
+
+namespace velor {
+
+/// Raises the exception of a MIDI service that failed: "Error: ", the method that
+/// called it, and the status in parentheses.
+[[noreturn]] inline void KVMIDIRaise(const char* method, midi::OSStatus status) {
+  throw KVException(kServiceExceptionName,
+                    "Error: " + std::string(method) + " (" + std::to_string(status) + ")");
+}
+
+/// Makes the call. When it fails it is made once more, and the status of that one
+/// is what is told. Should it succeed by then, `undo` takes back what it made.
+template <class Call, class Undo>
+void KVMIDICheck(const char* method, const Call& call, const Undo& undo) {
+  if (call() != 0) {
+    const midi::OSStatus status = call();
+    if (status == 0) {
+      undo();
+    }
+    KVMIDIRaise(method, status);
+  }
+}
+
+template <class Call>
+void KVMIDICheck(const char* method, const Call& call) {
+  KVMIDICheck(method, call, [] {});
+}
+
+}  // namespace velor

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/midi/MIDITypes.h"
+
+namespace velor {
+
+/// One MIDI source or destination of the service in force.
+///
+/// Any thread may call any operation; there is no lock. What is cached is asked
+/// for once and then stands for the object's life, whatever becomes of the
+/// endpoint. A platform failure raises KVException "err" unless told otherwise.
+class KVMIDIEndpoint {
+ public:
+  explicit KVMIDIEndpoint(midi::MIDIEndpointRef endpoint) noexcept : mEndpoint(endpoint) {}
+  ~KVMIDIEndpoint();
+  KVMIDIEndpoint(const KVMIDIEndpoint&) = delete;
+  KVMIDIEndpoint& operator=(const KVMIDIEndpoint&) = delete;
+
+  /// The reference that the endpoint had when this was first called.
+  std::uint64_t hash() const noexcept;
+
+  /// The display name and the unique id in brackets, as far as they have been
+  /// asked for already; for logs.
+  std::string description() const;
+
+  /// 0 once it is disposed of.
+  midi::MIDIEndpointRef endpoint() const noexcept {
+    return mEndpoint.load(std::memory_order_relaxed);
+  }
+
+  /// Cached.
+  midi::MIDIUniqueID uniqueID() const;
+
+  /// 0 always: no endpoint of this system has a device.
+  std::int32_t deviceID() const noexcept { return mDeviceId; }
+
+  /// For people. Cached, so that a later name on the platform is not seen here.
+  /// None where the platform has none; never raises.
+  std::optional<std::string> displayName() const;
+  /// On the platform alone: what is cached stays.
+  void setDisplayName(const std::string& displayName);
+
+  /// None where the platform has none.
+  std::optional<std::string> model() const;
+  void setModel(const std::string& model);
+
+  bool receivesMTC() const;
+  void setReceivesMTC(bool receivesMTC);
+  bool transmitsMTC() const;
+  void setTransmitsMTC(bool transmitsMTC);
+
+  /// By hash.
+  bool isEqual(const KVMIDIEndpoint& other) const noexcept { return hash() == other.hash(); }
+
+  /// Takes a virtual endpoint out of the service. When it returns, its read
+  /// function runs no more; see MIDIEndpointDispose for where not to call this.
+  void dispose();
+
+ private:
+  const std::string* keepDisplayName(std::string name) const;
+  bool flag(midi::MIDIProperty property, const char* method) const;
+  void setFlag(midi::MIDIProperty property, bool value, const char* method);
+
+  std::atomic<midi::MIDIEndpointRef> mEndpoint;
+  mutable std::atomic<const std::string*> mDisplayName{nullptr};  // owned; set once
+  mutable std::atomic<midi::MIDIUniqueID> mId{0};
+  const std::int32_t mDeviceId = 0;
+  mutable std::atomic<std::uint64_t> mHash{0};
+};
+
+}  // namespace velor

@@ -1,0 +1,289 @@
+// SPDX-License-Identifier: MIT
+#include "kva/MIDI/KVMIDICore.h"
+
+#include <gtest/gtest.h>
+
+#include <any>
+#include <string>
+#include <vector>
+
+#include "Kv-Appkit/KVException.h"
+#include "Kv-Appkit/KVNotificationCenter.h"
+#include "Kv-Appkit/KVRandom.h"
+#include "tests/support/MIDITest.h"
+#include "tests/support/MockMIDIService.h"
+
+namespace velor {
+namespace {
+
+using midi::MIDIEndpointKind;
+using midi::MIDIEndpointRef;
+using testing::_;
+using testing::DoAll;
+using testing::NiceMock;
+using testing::Return;
+using testing::SetArgPointee;
+
+void ignorePackets(const midi::MIDIPacketList*, void*, void*) {}
+
+// Numbers that a test names, in place of random ones.
+class ScriptedRandom {
+ public:
+  explicit ScriptedRandom(std::vector<std::uint32_t> numbers) {
+    sNumbers = std::move(numbers);
+    sDrawn = 0;
+    mFormer = KVRandomSourceInForce().exchange(
+        []() noexcept -> std::uint32_t { return sNumbers[sDrawn++ % sNumbers.size()]; });
+  }
+  ~ScriptedRandom() { KVRandomSourceInForce() = mFormer; }
+  std::size_t drawn() const { return sDrawn; }
+
+ private:
+  inline static std::vector<std::uint32_t> sNumbers;
+  inline static std::size_t sDrawn = 0;
+  KVRandomSource mFormer;
+};
+
+template <class F>
+std::string errOf(const F& call) {
+  try {
+    call();
+  } catch (const KVException& error) {
+    return error.name() + ": " + error.reason();
+  }
+  return "nothing raised";
+}
+
+class KVMIDICoreTest : public MIDITest {
+ protected:
+  static KVMIDICore& core() { return KVMIDICore::sharedCore(); }
+
+  std::int32_t idOf(MIDIEndpointRef endpoint) {
+    std::int32_t id = 0;
+    EXPECT_EQ(mTable.MIDIObjectGetIntegerProperty(endpoint, midi::kMIDIPropertyUniqueID, &id), 0);
+    return id;
+  }
+  static std::vector<MIDIEndpointRef> refs(const KVMIDICore::Endpoints& endpoints) {
+    std::vector<MIDIEndpointRef> result;
+    for (const auto& endpoint : endpoints) {
+      result.push_back(endpoint->endpoint());
+    }
+    return result;
+  }
+};
+
+TEST_F(KVMIDICoreTest, ListsFollowThePlatformAndWhoStaysKeepsItsObject) {
+  const auto keys = mOutside->appear(MIDIEndpointKind::source, "keys");
+  const auto synth = mOutside->appear(MIDIEndpointKind::destination, "synth");
+  EXPECT_EQ(refs(core().sources()), std::vector{keys});  // also what came before the core
+  const auto keysObject = core().sources()[0];
+  const auto synthObject = core().destinations()[0];
+
+  const auto pads = mOutside->appear(MIDIEndpointKind::source, "pads");
+  EXPECT_EQ(core().sources().size(), 1U) << "a list changes with the notification alone";
+  mHost.settle();
+  EXPECT_EQ(refs(core().sources()), (std::vector{keys, pads}));
+  EXPECT_EQ(core().sources()[0], keysObject);
+  const auto padsObject = core().sources()[1];
+
+  mOutside->vanish(keys);
+  mHost.settle();
+  EXPECT_EQ(core().sources(), KVMIDICore::Endpoints{padsObject});
+  EXPECT_EQ(core().sourceWithUniqueId(idOf(pads)), padsObject);
+  EXPECT_EQ(core().sourceWithUniqueId(keysObject->uniqueID()), nullptr);
+
+  mOutside->appear(MIDIEndpointKind::source, "keys");
+  mHost.settle();
+  ASSERT_EQ(refs(core().sources()), (std::vector{keys, pads}));
+  EXPECT_NE(core().sources()[0], keysObject) << "gone in between, so it is another object";
+  EXPECT_TRUE(core().sources()[0]->isEqual(*keysObject));
+  EXPECT_EQ(core().sources()[1], padsObject);
+  EXPECT_EQ(core().destinations(), KVMIDICore::Endpoints{synthObject});
+  EXPECT_EQ(refs(core().destinations()), std::vector{synth});
+}
+
+TEST_F(KVMIDICoreTest, EndpointsOfOneKeyBecomeTheOneThatWasKnown) {
+  const auto first = mOutside->appear(MIDIEndpointKind::source, "first");
+  const auto known = core().sources().at(0);
+  const auto second = mOutside->appear(MIDIEndpointKind::source, "second");
+  const std::int32_t device = idOf(first) ^ idOf(second);
+  ASSERT_EQ(mTable.MIDIObjectSetIntegerProperty(second, midi::kMIDIPropertyDeviceID, device), 0);
+  EXPECT_EQ(core().keyForEndpoint(second), idOf(first));
+  mHost.settle();
+  EXPECT_EQ(core().sources(), (KVMIDICore::Endpoints{known, known}));
+}
+
+TEST_F(KVMIDICoreTest, EachEventTellsObserversWithNewListsThenPostsItsNumber) {
+  std::string seen;
+  const std::vector<KVObserverToken> tokens = {
+      core().addObserver(
+          "sources", [&](auto) { seen += "s" + std::to_string(core().sources().size()) + " "; }),
+      core().addObserver(
+          "destinations",
+          [&](auto) { seen += "d" + std::to_string(core().destinations().size()) + " "; }),
+      KVNotificationCenter::defaultCenter().addObserver(
+          "KVMIDINotification", [&](const KVNotification& notification) {
+            EXPECT_TRUE(mHost.mainQueue().isCurrent());
+            seen += std::to_string(std::any_cast<std::int32_t>(notification.object)) + " ";
+          })};
+  const auto synth = mOutside->appear(MIDIEndpointKind::destination, "synth");
+  EXPECT_EQ(seen, "");
+  mHost.settle();
+  EXPECT_EQ(seen, "s0 d1 s0 d1 2 1 ");
+  seen.clear();
+  mOutside->vanish(synth);
+  mHost.settle();
+  EXPECT_EQ(seen, "s0 d0 s0 d0 3 1 ");
+  seen.clear();
+  for (const int other : {0, 4, 7}) {
+    core().didReceiveMidiNotification({static_cast<midi::MIDINotificationMessageID>(other)});
+  }
+  mHost.settle();
+  EXPECT_EQ(seen, "");
+}
+
+TEST_F(KVMIDICoreTest, ADestinationHasItsIdAndAnotherOneARandomId) {
+  const ScriptedRandom random({77, 4000});
+  const auto client = core().defaultClient();
+  const auto first = core().createDestination(client, "first", ignorePackets, nullptr, 77);
+  EXPECT_EQ(idOf(first), 77);
+  EXPECT_EQ(random.drawn(), 0U);
+  const auto second = core().createDestination(client, "second", ignorePackets, nullptr, 77);
+  EXPECT_EQ(idOf(second), 4000) << "77 was drawn, too, and is taken";
+  EXPECT_EQ(core().endpointWithUniqueId(4000), second);
+  EXPECT_EQ(core().endpointWithUniqueId(4001), 0U);
+}
+
+TEST_F(KVMIDICoreTest, ASourceHasTheIdOneWhateverIdIsGiven) {
+  const auto client = core().defaultClient();
+  const auto first = core().createSource(client, "first", 4711);
+  EXPECT_EQ(idOf(first), 1);
+  {
+    const ScriptedRandom random({900});
+    EXPECT_EQ(idOf(core().createSource(client, "second", 4711)), 900) << "1 is taken";
+  }
+  mTable.MIDIEndpointDispose(first);
+  {
+    const ScriptedRandom random({5});
+    const auto third = core().createSource(client, "third", 0);
+    EXPECT_EQ(idOf(third), 1);
+    EXPECT_EQ(random.drawn(), 1U);
+    mTable.MIDIEndpointDispose(third);
+  }
+  {
+    const ScriptedRandom random({0, 901});
+    EXPECT_EQ(idOf(core().createSource(client, "fourth", 0)), 901) << "0 is no id";
+    EXPECT_EQ(random.drawn(), 2U);
+  }
+}
+
+TEST_F(KVMIDICoreTest, TenTakenIdsRaiseAndLeaveNoEndpointBehind) {
+  const auto client = core().defaultClient();
+  core().createDestination(client, "first", ignorePackets, nullptr, 50);
+  const ScriptedRandom random({50});
+  EXPECT_EQ(errOf([&] { core().createDestination(client, "second", ignorePackets, nullptr, 50); }),
+            "err: Error: -[KVMIDICore createDestination:name:readProc:readRef:uniqueID:] (-10843)");
+  EXPECT_EQ(random.drawn(), 9U);
+  EXPECT_EQ(mTable.MIDIGetNumberOfDestinations(), 1U);
+}
+
+TEST_F(KVMIDICoreTest, ThereIsOneClientANameAndItsEndpointsGoWithTheCore) {
+  const auto client = core().defaultClient();
+  EXPECT_EQ(core().clientWithName("Velor"), client);
+  const auto other = core().clientWithName("other");
+  EXPECT_NE(other, client);
+  EXPECT_EQ(core().clientWithName("other"), other);
+  core().createSource(other, "source", 1);
+  mHost.settle();
+
+  mOutside->appear(MIDIEndpointKind::source, "keys");  // told to nobody any more
+  KVSharedInstances::clear();
+  mHost.settle();
+  EXPECT_EQ(mTable.MIDIGetNumberOfSources(), 1U);
+  EXPECT_EQ(mTable.MIDIClientDispose(client), midi::kMIDIInvalidClient);
+  EXPECT_EQ(core().sources().size(), 1U) << "another core begins anew";
+}
+
+TEST_F(KVMIDICoreTest, AWrongClientRaises) {
+  core();
+  EXPECT_EQ(errOf([] { core().createSource(4711, "source", 1); }),
+            "err: Error: -[KVMIDICore createSource:name:uniqueID:] (-10830)");
+  EXPECT_EQ(errOf([] { core().createDestination(4711, "destination", ignorePackets, nullptr, 1); }),
+            "err: Error: -[KVMIDICore createDestination:name:readProc:readRef:uniqueID:] (-10830)");
+}
+
+class KVMIDICoreFailureTest : public testing::Test {
+ protected:
+  KVMIDICoreFailureTest() { midi::setService(&mService); }
+  ~KVMIDICoreFailureTest() override {
+    KVSharedInstances::clear();
+    midi::setService(nullptr);
+  }
+  void letTheCoreBegin() {
+    ON_CALL(mService, MIDIClientCreate("Velor", _, _, _))
+        .WillByDefault(DoAll(SetArgPointee<3>(5), Return(0)));
+    KVMIDICore::sharedCore();
+  }
+
+  host::SimulatedHost mHost;
+  NiceMock<midi::MockMIDIService> mService;
+};
+
+TEST_F(KVMIDICoreFailureTest, AFailingCallIsMadeAgainAndThatStatusIsTold) {
+  letTheCoreBegin();
+  EXPECT_CALL(mService, MIDIClientCreate("other", _, _, _))
+      .WillOnce(Return(-1))
+      .WillOnce(Return(-2));
+  EXPECT_EQ(errOf([] { KVMIDICore::sharedCore().clientWithName("other"); }),
+            "err: Error: -[KVMIDICore clientWithName:] (-2)");
+  EXPECT_CALL(mService, MIDIObjectFindByUniqueID(9, _))
+      .WillOnce(Return(-10842))
+      .WillOnce(Return(-3))
+      .WillOnce(Return(-4));
+  EXPECT_EQ(KVMIDICore::sharedCore().endpointWithUniqueId(9), 0U);
+  EXPECT_EQ(errOf([] { KVMIDICore::sharedCore().endpointWithUniqueId(9); }),
+            "err: Error: -[KVMIDICore endpointWithUniqueId:] (-4)");
+}
+
+TEST_F(KVMIDICoreFailureTest, WhatTheSecondCallMadeIsTakenBack) {
+  letTheCoreBegin();
+  EXPECT_CALL(mService, MIDISourceCreate(5, "source", _))
+      .WillOnce(Return(-1))
+      .WillOnce(DoAll(SetArgPointee<2>(31), Return(0)));
+  EXPECT_CALL(mService, MIDIEndpointDispose(31));
+  EXPECT_EQ(errOf([] { KVMIDICore::sharedCore().createSource(5, "source", 1); }),
+            "err: Error: -[KVMIDICore createSource:name:uniqueID:] (0)");
+  EXPECT_CALL(mService, MIDIClientCreate("other", _, _, _))
+      .WillOnce(Return(-1))
+      .WillOnce(DoAll(SetArgPointee<3>(6), Return(0)));
+  EXPECT_CALL(mService, MIDIClientDispose(6));
+  EXPECT_THROW(KVMIDICore::sharedCore().clientWithName("other"), KVException);
+  EXPECT_CALL(mService, MIDIClientDispose(5));  // at the core's end
+}
+
+TEST_F(KVMIDICoreFailureTest, AnEndpointThatCannotBeReadIsInNoList) {
+  ON_CALL(mService, MIDIGetNumberOfSources()).WillByDefault(Return(3));
+  ON_CALL(mService, MIDIGetSource(_)).WillByDefault([](std::size_t index) {
+    return static_cast<MIDIEndpointRef>(100 + index);
+  });
+  ON_CALL(mService, MIDIObjectGetIntegerProperty(100, _, _)).WillByDefault(Return(-1));
+  ON_CALL(mService, MIDIObjectGetIntegerProperty(101, midi::kMIDIPropertyUniqueID, _))
+      .WillByDefault(DoAll(SetArgPointee<2>(7), Return(0)));
+  ON_CALL(mService, MIDIObjectGetIntegerProperty(101, midi::kMIDIPropertyDeviceID, _))
+      .WillByDefault(DoAll(SetArgPointee<2>(99), Return(-10835)));
+  ON_CALL(mService, MIDIObjectGetIntegerProperty(102, midi::kMIDIPropertyDeviceID, _))
+      .WillByDefault(Return(-1));
+  letTheCoreBegin();
+  const auto sources = KVMIDICore::sharedCore().sources();
+  ASSERT_EQ(sources.size(), 1U);
+  EXPECT_EQ(sources[0]->endpoint(), 101U);
+  EXPECT_EQ(KVMIDICore::sharedCore().keyForEndpoint(101), 7);
+}
+
+TEST_F(KVMIDICoreFailureTest, WithoutAClientTheProgramEnds) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(KVMIDICore::sharedCore(), "failed to create MIDI Client");
+}
+
+}  // namespace
+}  // namespace velor

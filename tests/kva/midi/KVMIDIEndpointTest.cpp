@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+#include "kva/MIDI/KVMIDIEndpoint.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "Kv-Appkit/KVException.h"
+#include "tests/support/MIDITest.h"
+#include "tests/support/MockMIDIService.h"
+
+namespace velor {
+namespace {
+
+using midi::MIDIEndpointKind;
+using testing::_;
+using testing::DoAll;
+using testing::Return;
+using testing::SetArgPointee;
+using testing::StrictMock;
+
+class KVMIDIEndpointTest : public MIDITest {
+ protected:
+  midi::MIDIEndpointRef makeSource(const std::string& name) {
+    midi::MIDIClientRef client = 0;
+    midi::MIDIEndpointRef source = 0;
+    mTable.MIDIClientCreate("test", nullptr, nullptr, &client);
+    EXPECT_EQ(mTable.MIDISourceCreate(client, name, &source), 0);
+    return source;
+  }
+};
+
+TEST_F(KVMIDIEndpointTest, NamesAndIdsStandAsFirstAskedFor) {
+  const auto ref = mOutside->appear(MIDIEndpointKind::source, "port", "Keys");
+  KVMIDIEndpoint endpoint(ref);
+  EXPECT_EQ(endpoint.description(), "<unknown> [0]") << "asks for nothing by itself";
+  EXPECT_EQ(endpoint.displayName(), "Keys");
+  const auto id = endpoint.uniqueID();
+  EXPECT_EQ(endpoint.description(), "Keys [" + std::to_string(id) + "]");
+
+  mOutside->appear(MIDIEndpointKind::source, "port", "Grand Piano");
+  endpoint.setDisplayName("Organ");
+  EXPECT_EQ(endpoint.displayName(), "Keys");
+  EXPECT_EQ(KVMIDIEndpoint(ref).displayName(), "Organ");
+  mTable.MIDIObjectSetIntegerProperty(ref, midi::kMIDIPropertyUniqueID, 12);
+  EXPECT_EQ(endpoint.uniqueID(), id);
+  EXPECT_EQ(endpoint.deviceID(), 0);
+}
+
+TEST_F(KVMIDIEndpointTest, PropertiesReachThePlatformAndComeBack) {
+  const auto ref = makeSource("source");
+  KVMIDIEndpoint endpoint(ref);
+  EXPECT_EQ(endpoint.model(), std::nullopt);
+  endpoint.setModel("X-1");
+  EXPECT_EQ(KVMIDIEndpoint(ref).model(), "X-1");
+  endpoint.setModel("X-2");
+  EXPECT_EQ(endpoint.model(), "X-2") << "not cached";
+
+  EXPECT_FALSE(endpoint.receivesMTC());
+  EXPECT_FALSE(endpoint.transmitsMTC());
+  endpoint.setReceivesMTC(true);
+  EXPECT_TRUE(endpoint.receivesMTC());
+  EXPECT_FALSE(endpoint.transmitsMTC());
+  endpoint.setTransmitsMTC(true);
+  endpoint.setReceivesMTC(false);
+  EXPECT_TRUE(endpoint.transmitsMTC());
+  EXPECT_FALSE(endpoint.receivesMTC());
+  mTable.MIDIObjectSetIntegerProperty(ref, midi::kMIDIPropertyReceivesMTC, -3);
+  EXPECT_TRUE(endpoint.receivesMTC());
+}
+
+TEST_F(KVMIDIEndpointTest, EqualityIsTheFirstReferencesAndOutlivesTheEndpoint) {
+  const auto ref = makeSource("source");
+  KVMIDIEndpoint endpoint(ref);
+  const KVMIDIEndpoint same(ref);
+  const KVMIDIEndpoint other(makeSource("other"));
+  EXPECT_TRUE(endpoint.isEqual(same));
+  EXPECT_FALSE(endpoint.isEqual(other));
+  endpoint.dispose();
+  EXPECT_EQ(endpoint.endpoint(), 0U);
+  EXPECT_EQ(endpoint.hash(), ref);
+  EXPECT_TRUE(endpoint.isEqual(same));
+  EXPECT_EQ(mTable.MIDIGetNumberOfSources(), 1U);
+
+  KVMIDIEndpoint unasked(other.endpoint());
+  unasked.dispose();
+  EXPECT_EQ(unasked.hash(), 0U);
+}
+
+TEST_F(KVMIDIEndpointTest, EachFailureNamesItsMethodAndStatus) {
+  KVMIDIEndpoint gone(4711);
+  const struct {
+    const char* reason;
+    std::function<void()> call;
+  } cases[] = {
+      {"Error: -[KVMIDIEndpoint uniqueID] (-10842)", [&] { gone.uniqueID(); }},
+      {"Error: -[KVMIDIEndpoint setDisplayName:] (-10842)", [&] { gone.setDisplayName("x"); }},
+      {"Error: -[KVMIDIEndpoint model] (-10842)", [&] { gone.model(); }},
+      {"Error: -[KVMIDIEndpoint setModel:] (-10842)", [&] { gone.setModel("x"); }},
+      {"Error: -[KVMIDIEndpoint receivesMTC] (-10842)", [&] { gone.receivesMTC(); }},
+      {"Error: -[KVMIDIEndpoint setReceivesMTC:] (-10842)", [&] { gone.setReceivesMTC(true); }},
+      {"Error: -[KVMIDIEndpoint transmitsMTC] (-10842)", [&] { gone.transmitsMTC(); }},
+      {"Error: -[KVMIDIEndpoint setTransmitsMTC:] (-10842)", [&] { gone.setTransmitsMTC(true); }},
+      {"Error: -[KVMIDIEndpoint dispose] (-10834)", [&] { gone.dispose(); }},
+  };
+  for (const auto& [reason, call] : cases) {
+    try {
+      call();
+      ADD_FAILURE() << reason << " was not raised";
+    } catch (const KVException& error) {
+      EXPECT_EQ(error.name(), "err");
+      EXPECT_EQ(error.reason(), reason);
+    }
+  }
+  EXPECT_EQ(gone.endpoint(), 4711U);
+  EXPECT_EQ(gone.displayName(), std::nullopt) << "raises never";
+}
+
+TEST(KVMIDIEndpointFailureTest, AFailedDisplayNameIsWhatWasLeftAndUnknownKeepsNothing) {
+  StrictMock<midi::MockMIDIService> service;
+  midi::setService(&service);
+  const KVMIDIEndpoint endpoint(3);
+  EXPECT_CALL(service, MIDIObjectGetStringProperty(3, midi::kMIDIPropertyDisplayName, _))
+      .WillOnce(DoAll(SetArgPointee<2>("junk"), Return(midi::kMIDIUnknownProperty)))
+      .WillOnce(Return(-1))
+      .WillOnce(DoAll(SetArgPointee<2>("half a na"), Return(-1)));
+  EXPECT_EQ(endpoint.displayName(), std::nullopt);
+  EXPECT_EQ(endpoint.displayName(), std::nullopt);
+  EXPECT_EQ(endpoint.displayName(), "half a na");
+  EXPECT_EQ(endpoint.displayName(), "half a na") << "asked no more";
+  midi::setService(nullptr);
+}
+
+}  // namespace
+}  // namespace velor

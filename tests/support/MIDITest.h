@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "Kv-Appkit/KVShared.h"
+#include "platform/host/SimulatedHost.h"
+#include "platform/midi/builtin/MIDIObjectTable.h"
+#include "tests/support/FakeOutside.h"
+
+namespace velor {
+
+/// A test with a MIDI service in force on the simulated host, and an outside that
+/// it plays. What is shared by the process ends with each test.
+class MIDITest : public testing::Test {
+ protected:
+  MIDITest() { midi::setService(&mTable); }
+  ~MIDITest() override {
+    KVSharedInstances::clear();
+    midi::setService(nullptr);
+  }
+
+  host::SimulatedHost mHost;
+  midi::FakeOutside* const mOutside = new midi::FakeOutside;  // the table's
+  midi::MIDIObjectTable mTable{std::unique_ptr<midi::MIDIOutside>(mOutside)};
+};
+
+}  // namespace velor
