@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+
+#include "kva/MIDI/KVMIDIEndpoint.h"
+#include "kvtimecode/SMPTETime.h"
+#include "platform/midi/MIDITypes.h"
+
+// Sends MIDI Time Code. Stateless: any thread, and on the timing path: the two
+// that carry time allocate nothing. What becomes of a message is not told.
+namespace velor {
+
+/// A quarter of a frame, ns, truncated; 0 for what is no format.
+std::uint64_t mtc_quarter_frame_interval(std::uint32_t type) noexcept;
+
+/// Schedules the eight quarter-frames of one block. `time`, of one of the seven
+/// formats, is the time at the host time `timestamp` (ns). What goes out is the
+/// time two frames later, so that its first piece leaves exactly when that frame
+/// begins, and a call every two frames makes a stream without a seam. Up to 16
+/// pieces wait in the service, and cannot be taken back.
+void sendTime(const KVMIDIEndpoint& endpoint, const SMPTETime& time, std::uint64_t timestamp,
+              midi::MIDIPortRef port);
+
+/// Sends a random token at once and gives it. A parser that meets it on an input
+/// proves that this endpoint leads back there. Realtime-safe: no.
+std::uint32_t sendLoopDetectionToken(const KVMIDIEndpoint& endpoint, midi::MIDIPortRef port);
+
+/// Makes a list of one packet, to be sent at once, that locates receivers at
+/// `time`. An invalid time gives 0, too, but leaves the list alone: let it be an
+/// empty one beforehand. kMTCNullArgument when either is null.
+std::int32_t mtc_full_frame_from_smpte_time(const SMPTETime* time,
+                                            midi::MIDIPacketList* list) noexcept;
+
+}  // namespace velor

@@ -1,0 +1,486 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/mtc/VLMTCParser.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/host/Realtime.h"
+#include "platform/host/SimulatedHost.h"
+#include "tests/velor/mtc/MTCPackets.h"
+
+namespace velor {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::uint64_t kMs = 1'000'000;
+// A block at 25 frames per second.
+constexpr std::uint64_t kBlock = 80 * kMs;
+constexpr unsigned kRate25 = 1;
+
+const Bytes kFullFrame = {0xF0, 0x7F, 0x7F, 0x01, 0x01, 0x61, 0x02, 0x03, 0x04, 0xF7};
+const Bytes kToken = {0xF0, 0x7F, 0x7F, 0x04, 0x05, 0x03, 0x04, 0x00, 0x39, 0x38,
+                      0x22, 0x71, 0x11, 0x61, 0x01, 0x02, 0x03, 0x04, 0xF7};
+
+struct Listener : VLMTCParserDelegate {
+  void parserDidStopReading(VLMTCParser& parser) override {
+    EXPECT_TRUE(host::current().mainQueue().isCurrent());
+    stopped.push_back(host::current().AudioGetCurrentHostTime());
+    if (whileStopping) {
+      std::exchange(whileStopping, nullptr)(parser);
+    }
+  }
+  void parserDidReceiveFFMsg(VLMTCParser&, const SMPTETime& time) override {
+    fullFrames.push_back(time);
+  }
+  void parserDidReceiveLoopToken(VLMTCParser&, std::uint32_t token) override {
+    tokens.push_back(token);
+  }
+
+  std::vector<std::uint64_t> stopped;
+  std::vector<SMPTETime> fullFrames;
+  std::vector<std::uint32_t> tokens;
+  std::function<void(VLMTCParser&)> whileStopping;
+};
+
+struct Block {
+  SMPTETime time;
+  std::uint64_t timestamp;
+  double deviation;
+};
+
+class VLMTCParserTest : public testing::Test {
+ protected:
+  VLMTCParserTest() {
+    mParser->setDelegate(mListener);
+    mBlocks.reserve(1000);
+  }
+  ~VLMTCParserTest() override { endStream(); }
+
+  void endStream() { mHost.advance(1000 * kMs); }
+
+  void add(std::uint64_t time, const Bytes& bytes) {
+    mParser->addPacket(ExactPacket(time, bytes).get());
+  }
+  void addPiece(std::uint64_t time, std::uint8_t second) { add(time, {0xF1, second}); }
+
+  static std::array<std::uint8_t, 8> pieces(unsigned number, unsigned rate = kRate25) {
+    return quarterFrames(10, 20, number / 12, number % 12 * 2, rate);
+  }
+  // One with the second and frame of its number, at `time`.
+  void addBlock(unsigned number, std::uint64_t time, std::uint64_t period = kBlock,
+                unsigned rate = kRate25) {
+    for (const std::uint8_t piece : pieces(number, rate)) {
+      addPiece(time, piece);
+      time += period / 8;
+    }
+  }
+  static unsigned numberOf(const Block& block) {
+    return static_cast<unsigned>(block.time.mSeconds * 12 + block.time.mFrames / 2);
+  }
+  std::vector<unsigned> numbers() const {
+    std::vector<unsigned> result;
+    for (const Block& block : mBlocks) {
+      EXPECT_EQ(block.time.mHours, 10);
+      EXPECT_EQ(block.time.mMinutes, 20);
+      result.push_back(numberOf(block));
+    }
+    return result;
+  }
+
+  // Blocks 0 to 7 as bytes, damaged by `damage`, which sees those of block 3.
+  template <class F>
+  std::vector<unsigned> numbersReadWith(const F& damage) {
+    mBlocks.clear();
+    for (unsigned number = 0; number < 8; ++number) {
+      const auto whole = pieces(number);
+      Bytes bytes(whole.begin(), whole.end());
+      if (number == 3) {
+        damage(bytes);
+      }
+      for (const std::uint8_t byte : bytes) {
+        addPiece(mStart + number * kBlock + byte / 16 * kBlock / 8, byte);
+      }
+    }
+    endStream();
+    return numbers();
+  }
+
+  host::SimulatedHost mHost;
+  const std::uint64_t mStart = 3600'000 * kMs;
+  std::vector<Block> mBlocks;
+  std::shared_ptr<Listener> mListener = std::make_shared<Listener>();
+  std::shared_ptr<VLMTCParser> mParser = VLMTCParser::initWithCompletionBlock(
+      [this](const SMPTETime& time, std::uint64_t timestamp, double deviation) {
+        mBlocks.push_back({time, timestamp, deviation});
+      });
+};
+
+TEST_F(VLMTCParserTest, BlocksAreReportedFromTheSecondOnWithTheTimeOfTheirFirstPiece) {
+  addBlock(0, mStart);
+  EXPECT_TRUE(mBlocks.empty());
+  for (unsigned number = 1; number < 6; ++number) {
+    addBlock(number, mStart + number * kBlock);
+    ASSERT_EQ(mBlocks.size(), number);
+    const Block& block = mBlocks.back();
+    EXPECT_EQ(numberOf(block), number);
+    EXPECT_EQ(block.time.mHours, 10);
+    EXPECT_EQ(block.time.mMinutes, 20);
+    EXPECT_EQ(block.time.mType, kSMPTETimeType25);
+    EXPECT_EQ(block.time.mFlags, kSMPTETimeValid | kSMPTETimeRunning);
+    EXPECT_EQ(block.time.mCounter, 3 * number);
+    EXPECT_EQ(block.timestamp, mStart + number * kBlock);
+    EXPECT_NEAR(block.deviation, 0, 1e-12);
+  }
+}
+
+TEST_F(VLMTCParserTest, PacketsWithoutATimeHaveArrivedNow) {
+  for (int number = 0; number < 2; ++number) {
+    for (const std::uint8_t piece : pieces(0)) {
+      addPiece(0, piece);
+      mHost.advance(10 * kMs);
+    }
+  }
+  ASSERT_EQ(mBlocks.size(), 1U);
+  EXPECT_EQ(mBlocks[0].timestamp, mHost.AudioGetCurrentHostTime() - kBlock);
+  EXPECT_NEAR(mBlocks[0].deviation, 0, 1e-12);
+}
+
+TEST_F(VLMTCParserTest, RateCodesFoldToFourFormatsAndAReservedBitKeepsTheLast) {
+  std::uint64_t time = mStart;
+  const auto typeOf = [this, &time](std::uint8_t lastNibble) {
+    auto bytes = quarterFrames(7, 0, 0, 0, 0);
+    bytes[7] = static_cast<std::uint8_t>(0x70 + lastNibble);
+    for (const std::uint8_t byte : bytes) {
+      addPiece(time += 10 * kMs, byte);
+    }
+    return mBlocks.empty() ? std::pair(99U, 0)
+                           : std::pair(mBlocks.back().time.mType, int{mBlocks.back().time.mHours});
+  };
+  using Seen = std::pair<std::uint32_t, int>;
+  typeOf(0x0);
+  EXPECT_EQ(typeOf(0x0), Seen(kSMPTETimeType24, 7));
+  EXPECT_EQ(typeOf(0x2), Seen(kSMPTETimeType25, 7));
+  EXPECT_EQ(typeOf(0x4), Seen(kSMPTETimeType2997Drop, 7));
+  EXPECT_EQ(typeOf(0x7), Seen(kSMPTETimeType30, 23));
+  EXPECT_EQ(typeOf(0x5), Seen(kSMPTETimeType2997Drop, 23));
+  EXPECT_EQ(typeOf(0x9), Seen(kSMPTETimeType2997Drop, 23));
+  EXPECT_EQ(typeOf(0xE), Seen(kSMPTETimeType2997Drop, 7));
+}
+
+TEST_F(VLMTCParserTest, ASteadyDeviationIsReachedQuicklyThenSlowly) {
+  for (const double d : {0.01, -0.03, 0.049}) {
+    mBlocks.clear();
+    const auto period = static_cast<std::uint64_t>(80e6 * (1 - d));
+    for (unsigned number = 0; number < 9; ++number) {
+      addBlock(number, mStart + number * period, period);
+    }
+    ASSERT_EQ(mBlocks.size(), 8U);
+    const double expected[] = {0.7, 0.91, 0.973, 0.9757, 0.97813, 0.980317};
+    for (std::size_t i = 0; i < std::size(expected); ++i) {
+      EXPECT_NEAR(mBlocks[i].deviation, expected[i] * d, 1e-9) << "block " << i;
+    }
+    endStream();  // and the next stream begins at 0 again
+  }
+}
+
+TEST_F(VLMTCParserTest, ASpeedThatIsNoneLeavesTheAverageAlone) {
+  std::uint64_t time = mStart;
+  unsigned number = 0;
+  const auto next = [&](double factor) {
+    time += static_cast<std::uint64_t>(80e6 * factor);
+    addBlock(number++, time);
+    return mBlocks.empty() ? 0.0 : mBlocks.back().deviation;
+  };
+  next(1);
+  const double before = next(0.98);
+  EXPECT_NEAR(before, 0.7 * 0.02, 1e-9);
+  EXPECT_EQ(next(1.0501), before);
+  EXPECT_EQ(next(0.9499), before);
+  EXPECT_EQ(next(2), before);
+  EXPECT_EQ(next(0), before);
+  EXPECT_NEAR(next(1.0499), 0.1 * -0.0499 + 0.9 * before, 1e-9);
+}
+
+TEST_F(VLMTCParserTest, ALostPieceLosesItsBlockAndALostLastPieceTheNextOneToo) {
+  const std::vector<unsigned> one = {1, 2, 4, 5, 6, 7};
+  const std::vector<unsigned> two = {1, 2, 5, 6, 7};
+  for (std::size_t lost = 0; lost < 8; ++lost) {
+    EXPECT_EQ(numbersReadWith([lost](Bytes& bytes) {
+                bytes.erase(bytes.begin() + static_cast<std::ptrdiff_t>(lost));
+              }),
+              lost < 7 ? one : two)
+        << "piece " << lost;
+    for (const Block& block : mBlocks) {
+      EXPECT_NEAR(block.deviation, 0, 1e-12) << "a gap is no speed";
+    }
+  }
+}
+
+TEST_F(VLMTCParserTest, DoubledAndSwappedPiecesLoseTheirBlockAlone) {
+  const std::vector<unsigned> all = {1, 2, 3, 4, 5, 6, 7};
+  const std::vector<unsigned> one = {1, 2, 4, 5, 6, 7};
+  for (std::size_t twice = 0; twice < 8; ++twice) {
+    EXPECT_EQ(numbersReadWith([twice](Bytes& bytes) {
+                bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(twice), bytes[twice]);
+              }),
+              twice < 7 ? one : all)
+        << "piece " << twice;
+  }
+  for (std::size_t first = 0; first < 7; ++first) {
+    EXPECT_EQ(numbersReadWith([first](Bytes& bytes) { std::swap(bytes[first], bytes[first + 1]); }),
+              one)
+        << "pieces " << first;
+  }
+  EXPECT_EQ(numbersReadWith([](Bytes& bytes) { bytes.insert(bytes.begin() + 4, 0xF3); }), one);
+}
+
+TEST_F(VLMTCParserTest, AStreamThatRunsBackwardsIsNone) {
+  addBlock(0, mStart);
+  addBlock(1, mStart + kBlock);
+  for (unsigned number = 40; number > 0; --number) {
+    auto bytes = pieces(number);
+    std::reverse(bytes.begin(), bytes.end());
+    for (const std::uint8_t byte : bytes) {
+      addPiece(0, byte);
+      mHost.advance(10 * kMs);
+    }
+  }
+  EXPECT_EQ(mBlocks.size(), 1U);
+  EXPECT_EQ(mListener->stopped.size(), 1U);
+}
+
+TEST_F(VLMTCParserTest, TenFramesOfSilenceEndAStreamAndTheNextOneBeginsAnew) {
+  const std::uint64_t start = mHost.AudioGetCurrentHostTime();
+  for (unsigned number = 0; number < 10; ++number) {
+    // Faster by 2 % than nominal.
+    addBlock(number, mStart + number * kBlock / 50 * 49);
+    mHost.advance(kBlock);
+  }
+  const std::uint64_t last = start + 9 * kBlock;
+  mHost.advance(320 * kMs - 1);
+  EXPECT_TRUE(mListener->stopped.empty());
+  mHost.advance(1);
+  EXPECT_EQ(mListener->stopped, std::vector{last + 400 * kMs});
+  EXPECT_NEAR(mBlocks.back().deviation, 0.02, 0.001);
+
+  mBlocks.clear();
+  // Also when its times follow those of the former one at a speed that could be.
+  const std::uint64_t again = mStart + 10 * kBlock / 50 * 49;
+  addBlock(0, again);
+  EXPECT_TRUE(mBlocks.empty());
+  addBlock(1, again + kBlock);
+  ASSERT_EQ(mBlocks.size(), 1U);
+  EXPECT_EQ(mBlocks[0].time.mCounter, 3U);
+  EXPECT_NEAR(mBlocks[0].deviation, 0, 1e-12);
+  endStream();
+  EXPECT_EQ(mListener->stopped.size(), 2U);
+}
+
+TEST_F(VLMTCParserTest, TheSilenceThatEndsAStreamIsThatOfItsFirstFormat) {
+  const struct {
+    unsigned rate;
+    double framesPerSecond;
+  } cases[] = {{0, 24}, {1, 25}, {2, 29.97}, {3, 30}};
+  for (const auto& [rate, framesPerSecond] : cases) {
+    mListener->stopped.clear();
+    addBlock(0, mStart, kBlock, rate);
+    addBlock(1, mStart + kBlock, kBlock, 3 - rate);
+    const std::uint64_t last = mHost.AudioGetCurrentHostTime();
+    endStream();
+    ASSERT_EQ(mListener->stopped.size(), 1U);
+    EXPECT_NEAR(static_cast<double>(mListener->stopped[0] - last), 1e10 / framesPerSecond, 2);
+  }
+}
+
+TEST_F(VLMTCParserTest, ABlockThatSilenceInterruptedGoesOnAfterIt) {
+  addBlock(0, mStart);
+  addBlock(1, mStart + kBlock);
+  const auto interrupted = pieces(2);
+  addPiece(mStart + 2 * kBlock, interrupted[0]);
+  endStream();
+  mBlocks.clear();
+  for (std::size_t i = 1; i < 8; ++i) {
+    addPiece(2 * mStart, interrupted[i]);
+  }
+  addBlock(3, 2 * mStart);
+  EXPECT_EQ(numbers(), std::vector<unsigned>{3});
+  EXPECT_EQ(mBlocks[0].time.mCounter, 3U);
+}
+
+TEST_F(VLMTCParserTest, AStreamThatReturnsWhileItsEndIsToldEndsOnceMore) {
+  addBlock(0, mStart);
+  mListener->whileStopping = [this](VLMTCParser&) {
+    addBlock(1, mStart + kBlock);
+    addBlock(2, mStart + 2 * kBlock);
+  };
+  endStream();
+  EXPECT_EQ(mListener->stopped.size(), 1U);
+  EXPECT_EQ(numbers(), (std::vector<unsigned>{1, 2}));
+  addBlock(3, mStart + 3 * kBlock);  // the first of the new stream
+  addBlock(4, mStart + 4 * kBlock);
+  EXPECT_EQ(numbers(), (std::vector<unsigned>{1, 2, 4}));
+  endStream();
+  EXPECT_EQ(mListener->stopped.size(), 2U);
+}
+
+TEST_F(VLMTCParserTest, WhatWasGatheredBeforeAClearCountsAndNeverOverflows) {
+  addBlock(0, mStart);
+  addPiece(mStart + kBlock, 0x05);
+  mParser->clear();
+  addBlock(1, mStart + kBlock);
+  EXPECT_EQ(mBlocks.at(0).time.mFrames, 5 + 2);
+
+  for (int i = 0; i < 10000; ++i) {
+    addPiece(mStart + kBlock, 0x0F);
+    mParser->clear();
+  }
+  addBlock(0, mStart + 2 * kBlock);
+  // 150000 in 16 bits.
+  EXPECT_EQ(mBlocks.at(1).time.mFrames, static_cast<std::int16_t>(150000 - 2 * 65536));
+  addBlock(2, mStart + 3 * kBlock);
+  EXPECT_EQ(numberOf(mBlocks.at(2)), 2U);
+}
+
+TEST_F(VLMTCParserTest, FullFramesLocate) {
+  add(0, kFullFrame);
+  Bytes drop = kFullFrame;
+  drop[5] = 0x40 + 23;
+  drop[8] = 29;
+  add(0, drop);
+  ASSERT_EQ(mListener->fullFrames.size(), 2U);
+  const SMPTETime& time = mListener->fullFrames[0];
+  EXPECT_EQ(time.mType, kSMPTETimeType30);
+  EXPECT_EQ(time.mHours, 1);
+  EXPECT_EQ(time.mMinutes, 2);
+  EXPECT_EQ(time.mSeconds, 3);
+  EXPECT_EQ(time.mFrames, 4);
+  EXPECT_EQ(time.mFlags, kSMPTETimeValid);
+  EXPECT_EQ(time.mCounter, 0U);
+  EXPECT_EQ(mListener->fullFrames[1].mType, kSMPTETimeType2997Drop);
+  EXPECT_EQ(mListener->fullFrames[1].mHours, 23);
+  EXPECT_EQ(mListener->fullFrames[1].mFrames, 29);
+}
+
+TEST_F(VLMTCParserTest, WhatIsNoFullFrameMakesTheTimeInvalidOrLeavesItAlone) {
+  const auto statusAndFlags = [](const Bytes& bytes) {
+    SMPTETime time;
+    time.mFlags = 3;
+    time.mMinutes = 44;
+    const std::int32_t status = mtc_smpte_time_from_full_frame(ExactPacket(0, bytes).get(), &time);
+    EXPECT_EQ(time.mMinutes, 44);
+    return std::pair(status, time.mFlags);
+  };
+  using Seen = std::pair<std::int32_t, std::uint32_t>;
+  for (const std::size_t byte : {0U, 1U, 2U, 3U, 4U, 9U}) {
+    Bytes damaged = kFullFrame;
+    damaged[byte] ^= 0x08;
+    EXPECT_EQ(statusAndFlags(damaged), Seen(-12089, 0)) << "byte " << byte;
+  }
+  for (const auto& [byte, value] : {std::pair(5, 0xE1), {5, 0x81}, {6, 60}, {7, 60}, {7, 0xFF}}) {
+    Bytes damaged = kFullFrame;
+    damaged[static_cast<std::size_t>(byte)] = static_cast<std::uint8_t>(value);
+    EXPECT_EQ(statusAndFlags(damaged), Seen(-12089, 3)) << "byte " << byte;
+    add(0, damaged);
+  }
+  EXPECT_TRUE(mListener->fullFrames.empty());
+  SMPTETime time;
+  EXPECT_EQ(mtc_smpte_time_from_full_frame(nullptr, &time), -50);
+  EXPECT_EQ(mtc_smpte_time_from_full_frame(ExactPacket(0, kFullFrame).get(), nullptr), -50);
+}
+
+TEST_F(VLMTCParserTest, TokensAreReportedToWhoAnswers) {
+  add(0, kToken);
+  EXPECT_EQ(mListener->tokens, std::vector<std::uint32_t>{0x01020304});
+  Bytes highBits = kToken;
+  highBits[14] = 0xFE;
+  add(0, highBits);
+  EXPECT_EQ(mListener->tokens.back(), 0xFE020304U);
+  mListener->tokens.clear();
+  for (const std::size_t byte : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 10U, 11U, 12U, 13U, 18U}) {
+    Bytes damaged = kToken;
+    damaged[byte] ^= 0x10;
+    add(0, damaged);
+  }
+  EXPECT_TRUE(mListener->tokens.empty());
+
+  struct Deaf : VLMTCParserDelegate {
+    void parserDidStopReading(VLMTCParser&) override {}
+    void parserDidReceiveFFMsg(VLMTCParser&, const SMPTETime&) override { ++fullFrames; }
+    int fullFrames = 0;
+  };
+  const auto deaf = std::make_shared<Deaf>();
+  mParser->setDelegate(deaf);
+  add(0, kToken);
+  add(0, kFullFrame);
+  EXPECT_EQ(deaf->fullFrames, 1);
+  EXPECT_EQ(mParser->delegate(), deaf);
+  mParser->setDelegate(mListener);
+  mListener.reset();  // held weakly
+  EXPECT_EQ(mParser->delegate(), nullptr);
+  add(0, kToken);
+  add(0, kFullFrame);
+}
+
+TEST_F(VLMTCParserTest, CutLengthenedAndJoinedMessagesAreIgnoredWithinTheirBounds) {
+  for (const Bytes& message : {kFullFrame, kToken}) {
+    Bytes longer = message;
+    longer.push_back(0xF7);
+    add(0, longer);
+    for (std::size_t length = 0; length < message.size(); ++length) {
+      add(0, Bytes(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(length)));
+    }
+  }
+  for (unsigned number = 0; number < 3; ++number) {
+    Bytes joined;
+    for (const std::uint8_t piece : pieces(number)) {
+      joined.insert(joined.end(), {0xF1, piece});
+    }
+    add(0, joined);
+    add(0, {0xF1});
+    add(0, {0xF2, 0x00});
+  }
+  EXPECT_TRUE(mBlocks.empty());
+  EXPECT_TRUE(mListener->fullFrames.empty());
+  EXPECT_TRUE(mListener->tokens.empty());
+}
+
+TEST_F(VLMTCParserTest, AParserWithoutAnOwnerLivesUntilItsStreamHasEnded) {
+  const std::weak_ptr<VLMTCParser> weak = mParser;
+  addBlock(0, mStart);
+  mParser.reset();
+  mHost.advance(400 * kMs - 1);
+  EXPECT_FALSE(weak.expired());
+  EXPECT_TRUE(mListener->stopped.empty());
+  mHost.advance(1);
+  EXPECT_TRUE(weak.expired());
+  EXPECT_EQ(mListener->stopped.size(), 1U);
+}
+
+TEST_F(VLMTCParserTest, AStreamUnderWayAllocatesNothing) {
+  addBlock(0, mStart);
+  std::vector<std::unique_ptr<ExactPacket>> packets;
+  for (unsigned number = 1; number < 4; ++number) {
+    for (const std::uint8_t piece : pieces(number)) {
+      packets.push_back(
+          std::make_unique<ExactPacket>(mStart + number * kBlock, Bytes{0xF1, piece}));
+    }
+  }
+  packets.push_back(std::make_unique<ExactPacket>(0, Bytes{0xF0, 0x7E, 0xF7}));
+  {
+    const host::RealtimeContext realtime;  // an allocation ends the program
+    for (const auto& packet : packets) {
+      mParser->addPacket(packet->get());
+    }
+  }
+  EXPECT_EQ(mBlocks.size(), 3U);
+}
+
+}  // namespace
+}  // namespace velor
