@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# Warnings, sanitizers, and the three kinds of targets: a library a folder, a
-# test binary, a benchmark.
+# Warnings, sanitizers, and the kinds of targets: a library a folder, a test
+# binary, a fuzz target, a benchmark.
 
 find_program(VELOR_CCACHE ccache)
 if(VELOR_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
@@ -20,6 +20,10 @@ if(VELOR_SANITIZE)
                                                  -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(velor_options INTERFACE -fsanitize=${VELOR_SANITIZE})
 endif()
+if(VELOR_FUZZ)
+  # All code tells the fuzzer where it has been; the fuzz targets alone link it.
+  target_compile_options(velor_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 # velor_library(NAME SOURCES ... LINKS ...): the library of one folder. LINKS
 # are the folders (and outside libraries) that it may include.
@@ -37,6 +41,23 @@ function(velor_test name)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE velor_options ${ARG_LINKS} velor_test_support)
   gtest_discover_tests(${name} NO_PRETTY_VALUES PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 300 DISCOVERY_TIMEOUT 60)
+endfunction()
+
+# velor_fuzz(NAME LINKS ...): the fuzz target of NAMEFuzz.cpp. With VELOR_FUZZ it
+# is a libFuzzer binary; otherwise, a test that runs the files of corpus/NAME.
+function(velor_fuzz name)
+  cmake_parse_arguments(ARG "" "" "LINKS" ${ARGN})
+  set(target ${name}Fuzz)
+  add_executable(${target} ${target}.cpp)
+  target_link_libraries(${target} PRIVATE velor_options ${ARG_LINKS})
+  if(VELOR_FUZZ)
+    target_link_options(${target} PRIVATE -fsanitize=fuzzer)
+  else()
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/fuzz/StandaloneMain.cpp)
+    add_test(NAME Fuzz.${name}Corpus
+             COMMAND ${target} ${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name})
+    set_tests_properties(Fuzz.${name}Corpus PROPERTIES LABELS unit TIMEOUT 300)
+  endif()
 endfunction()
 
 # velor_bench(NAME SOURCES ... LINKS ...)
