@@ -48,7 +48,7 @@ class Seqlocked {
       after = mSequence.load(std::memory_order_relaxed);
     } while (before != after || (before & 1U) != 0);
     T value;
-    std::memcpy(&value, words.data(), sizeof value);
+    std::memcpy(static_cast<void*>(&value), words.data(), sizeof value);
     return value;
   }
 
