@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+#include "Kv-Appkit/KVFourCC.h"
+
+namespace velor {
+
+// The status of the clock is a word whose bits speak for themselves: bit 0, time
+// is moving; bit 1, armed; bit 10, the MTC that comes in is of another format.
+inline constexpr std::uint64_t VLClockStopped = 0;
+inline constexpr std::uint64_t VLClockRolling = 1;  ///< on its own timer
+inline constexpr std::uint64_t VLClockArmed = 2;    ///< waits for MTC
+inline constexpr std::uint64_t VLClockChasing = 3;  ///< follows MTC
+inline constexpr std::uint64_t VLClockArmedWrongFormat = 0x402;
+
+inline constexpr std::uint64_t kVLClockMovingBit = 1U << 0;
+inline constexpr std::uint64_t kVLClockArmedBit = 1U << 1;
+
+// Play modes, four-character codes.
+inline constexpr std::uint64_t VLPlayModeNormal = KVFourCC("norm");
+inline constexpr std::uint64_t VLPlayModeStop = KVFourCC("stop");  ///< ends at the stop time
+inline constexpr std::uint64_t VLPlayModeLoop = KVFourCC("loop");  ///< between the loop points
+inline constexpr std::uint64_t VLPlayModeTimeOfDay =
+    KVFourCC("t_od");  ///< starts at the wall clock
+
+struct VLPlayModeTitle {
+  std::uint64_t playMode;
+  std::string_view title;
+};
+
+/// All play modes, in the order of menus.
+inline constexpr std::array<VLPlayModeTitle, 4> kVLPlayModes{{
+    {VLPlayModeNormal, "Normal"},
+    {VLPlayModeStop, "Stop"},
+    {VLPlayModeLoop, "Loop"},
+    {VLPlayModeTimeOfDay, "Time of day"},
+}};
+
+/// Calibrated, each part 0 to 1.
+struct VLColor {
+  double red;
+  double green;
+  double blue;
+  double alpha;
+  bool operator==(const VLColor&) const = default;
+};
+
+}  // namespace velor
