@@ -1,0 +1,650 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/clock/VLClock.h"
+
+#include <algorithm>
+#include <cmath>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "Kv-Appkit/KVAssert.h"
+#include "Kv-Appkit/KVException.h"
+#include "Kv-Appkit/KVFourCC.h"
+#include "Kv-Appkit/KVShared.h"
+#include "Velor/mtc/MTC_Tx.h"
+#include "kva/MIDI/KVMIDICore.h"
+#include "kvtimecode/ltc_utils.h"
+#include "platform/host/Log.h"
+#include "platform/midi/MIDIService.h"
+
+namespace velor {
+namespace {
+
+constexpr std::uint64_t kFirstTimerInterval = 40'000'000;  // ns, a frame at 25
+constexpr double kNanosecondsPerSecond = 1e9;
+constexpr double kMostRatePercent = 2;
+constexpr double kMostPreroll = 60;     // s
+constexpr double kLoopCorrection = 60;  // s
+constexpr double kDeltaWeight = 0.1;
+constexpr std::int64_t kStallLimit = 20'000'000;  // ns, smoothed
+
+// Calls of the proceed callback that may wait on a main queue that is behind;
+// those beyond it are merged, so that the queue does not grow without bound.
+constexpr std::uint32_t kMostProceedsPending = 32;
+
+constexpr std::array<KVDependency, 15> kDependencies{{
+    {"playRatePercent", "playRate"},
+    {"status", "armed"},
+    {"status", "running"},
+    {"running", "armed"},
+    {"running", "status"},
+    {"loopStartTime", "smpteFormat"},
+    {"loopStartTime", "loopEndTime"},
+    {"loopEndTime", "smpteFormat"},
+    {"loopEndTime", "loopStartTime"},
+    {"startTimeSMPTE", "smpteFormat"},
+    {"stopTime", "smpteFormat"},
+    {"smpteOffset", "smpteFormat"},
+    {"canChangeFormat", "armed"},
+    {"canChangeFormat", "running"},
+    {"canChangeFormat", "status"},
+}};
+
+SMPTETime timeOfFormat(std::uint32_t format) {
+  SMPTETime t;
+  t.mType = format;
+  ltc_set_time(t, 0, 0, 0, 0);
+  return t;
+}
+
+bool isFrame(const SMPTETime& a, const SMPTETime& b) {
+  return ltc_cancompare(a, b) && ltc_compare(a, b) == 0;
+}
+
+// What is no length of time gives 0, which the timer refuses.
+std::uint64_t truncatedNanoseconds(double nanoseconds) {
+  constexpr double kLimit = 0x1p64;
+  return nanoseconds >= 0 && nanoseconds < kLimit ? static_cast<std::uint64_t>(nanoseconds) : 0;
+}
+
+std::string text(const SMPTETime& time) {
+  char buffer[kLTCStringSize];
+  ltc_format_string(time, buffer);
+  return buffer;
+}
+
+// 0 where there is none, which no port can be made with.
+midi::MIDIClientRef defaultClient() {
+  try {
+    return KVMIDICore::sharedCore().defaultClient();
+  } catch (const KVException& exception) {
+    VELOR_LOG_ERROR("%s", exception.what());
+    return 0;
+  }
+}
+
+}  // namespace
+
+VLClockTimeSources VLClockTimeSources::system() {
+  VLClockTimeSources sources;
+  sources.hostTime = [&host = host::current()] { return host.AudioGetCurrentHostTime(); };
+  sources.wallClock = [] {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return now;
+  };
+  return sources;
+}
+
+VLClock::Change::Change(VLClock& clock, std::string_view key) : mClock(clock), mKey(key) {
+  mClock.willChangeValueForKey(mKey);
+}
+
+VLClock::Change::~Change() {
+  mClock.didChangeValueForKey(mKey);
+}
+
+VLClock& VLClock::sharedClock() {
+  return KVShared<VLClock>::instance();
+}
+
+VLClock::VLClock() : VLClock(VLClockTimeSources::system()) {}
+
+VLClock::VLClock(VLClockTimeSources sources)
+    : KVObservable(kDependencies),
+      mHost(host::current()),
+      mSources(std::move(sources)),
+      mSelf(this, [](VLClock*) {}) {
+  const SMPTETime zero = timeOfFormat(kSMPTETimeType25);
+  SMPTETime stopTime = zero;
+  ltc_set_time(stopTime, 1, 0, 0, 0);
+  mTimerQueue.sync([this, &zero, &stopTime] {
+    mTimerQueue.assertCurrent();
+    _time.store(zero);
+    _startTime.store(zero);
+    _loopTimes.store({zero, zero});
+    _stopTime.store(stopTime);
+  });
+  createOutputPort();
+  kv_hptimer_create(&mHPTimer, kFirstTimerInterval);
+  kv_hptimer_set_block(mHPTimer,
+                       [this](const host::RealtimeContext& realtime) { timerFired(realtime); });
+  setSmpteFormat(zero.mType);
+  setSmpteOffset(zero);
+  setPlayRate(1.0);
+}
+
+VLClock::~VLClock() {
+  kv_hptimer_stop(mHPTimer);
+  // Without a thread it clears the count of wake-ups, or the timer would start
+  // once more on its disposal.
+  kv_hptimer_stop(mHPTimer);
+  kv_hptimer_dispose(mHPTimer);
+  if (mMIDIOutputPort != 0) {
+    midi::service().MIDIPortDispose(mMIDIOutputPort);
+  }
+}
+
+void VLClock::createOutputPort() {
+  const midi::OSStatus status =
+      midi::service().MIDIOutputPortCreate(defaultClient(), "Velor Clock Out", &mMIDIOutputPort);
+  if (status != 0) {
+    VELOR_LOG_ERROR("failed to create MIDI Port for clock (%d)", status);
+    mMIDIOutputPort = 0;
+  }
+}
+
+// --- for whom ---
+
+void VLClock::setDelegate(std::weak_ptr<VLClockDelegate> delegate) {
+  const Change change(*this, "delegate");
+  mDelegate.store(std::move(delegate));
+}
+
+void VLClock::setProceedBlock(ProceedBlock block) {
+  const Change change(*this, "proceedBlock");
+  mProceedBlock.store(std::make_shared<const ProceedBlock>(std::move(block)));
+}
+
+VLClock::ProceedBlock VLClock::proceedBlock() const {
+  const auto block = mProceedBlock.load();
+  return block != nullptr ? *block : ProceedBlock();
+}
+
+void VLClock::postProceed() {
+  // Each call that is counted has yet to read the time, and will find this one.
+  if (mProceedsPending.fetch_add(1) >= kMostProceedsPending) {
+    mProceedsPending.fetch_sub(1);
+    return;
+  }
+  mHost.mainQueue().async([weak = std::weak_ptr<VLClock>(mSelf)] {
+    if (const auto self = weak.lock()) {
+      self->proceed();
+    }
+  });
+}
+
+void VLClock::proceed() {
+  mProceedsPending.fetch_sub(1);
+  if (const auto block = mProceedBlock.load(); block != nullptr && *block) {
+    const SMPTETime latest = currentTime();
+    (*block)(&latest);
+  }
+}
+
+void VLClock::reportOnMain(const VLClockTransition& row, std::uint32_t receivedFormat) {
+  if ((row.actions & kOnMainQueue) == 0) {
+    return;
+  }
+  mHost.mainQueue().async(
+      [weak = std::weak_ptr<VLClock>(mSelf), actions = row.actions, receivedFormat] {
+        const auto self = weak.lock();
+        if (self == nullptr) {
+          return;
+        }
+        if ((actions & kTellsOnMain) != 0) {
+          const Change change(*self, "status");
+        }
+        const auto delegate = self->delegate();
+        if (delegate == nullptr) {
+          return;
+        }
+        if ((actions & kReportsStart) != 0) {
+          delegate->clockDidStartPlaying(*self);
+        }
+        if ((actions & kReportsStop) != 0) {
+          delegate->clockDidStopPlaying(*self);
+        }
+        if ((actions & kReportsWrongFormat) != 0) {
+          delegate->clockReceivesWrongFormat(*self, receivedFormat);
+        }
+      });
+}
+
+const VLClockTransition* VLClock::enter(VLClockEvent event) {
+  const VLClockTransition* row = transitionFor(mStatus.load(), event);
+  if (row == nullptr) {
+    return nullptr;
+  }
+  std::optional<Change> told;
+  if ((row->actions & kTellsHere) != 0) {
+    told.emplace(*this, "status");
+  }
+  if ((row->actions & (kTimeRuns | kTimeStands)) != 0) {
+    SMPTETime now = _time.load();
+    now.mFlags = (row->actions & kTimeRuns) != 0 ? now.mFlags | kSMPTETimeRunning : kSMPTETimeValid;
+    _time.store(now);
+  }
+  mStatus.store(row->to);
+  return row;
+}
+
+// --- ticks ---
+
+void VLClock::timerFired(const host::RealtimeContext& realtime) noexcept {
+  // Back to back: what is smoothed is how long this thread is held up, not how
+  // far the ticks lie apart.
+  const std::uint64_t t1 = mSources.hostTime();
+  const std::uint64_t t2 = mSources.hostTime();
+  rt.mWeightedDelta = (1.0 - kDeltaWeight) * rt.mWeightedDelta +
+                      static_cast<double>(static_cast<std::int64_t>(t2 - t1)) * kDeltaWeight;
+  if (std::abs(static_cast<std::int64_t>(rt.mWeightedDelta)) >= kStallLimit) {
+    mCounter.store(0);
+    rt.mWeightedDelta = 0;
+  }
+  mTimerQueue.async(realtime, [this, t1] {
+    mTimerQueue.assertCurrent();
+    tick(t1);
+  });
+}
+
+// It does not ask whether the clock runs: the last tick of a run comes behind the stop.
+void VLClock::tick(std::uint64_t hostTime) {
+  const std::uint32_t count = mCounter.fetch_add(1) + 1;
+  if (count % 2 == 0) {
+    sendTime(currentTime(), hostTime);
+  }
+  SMPTETime now = _time.load();
+  if (_startedWithPreroll.load() && isFrame(now, _startTime.load())) {
+    _startedWithPreroll.store(false);
+  }
+  const std::uint64_t mode = playMode();
+  if (mode == VLPlayModeStop && isFrame(now, _stopTime.load())) {
+    if (const VLClockTransition* row = enter(VLClockEvent::stopTimeReached)) {
+      kv_hptimer_stop(mHPTimer);
+      _startedWithPreroll.store(false);
+      // Not before the timer's last tick is on the queue: what the delegate does
+      // on this must come behind it.
+      reportOnMain(*row);
+      now = _time.load();
+    }
+  }
+  if (mode == VLPlayModeLoop && isFrame(now, _loopTimes.load().end)) {
+    ltc_assign_time(_loopTimes.load().start, now);
+  } else {
+    ltc_add_frames(now, 1);
+  }
+  _time.store(now);
+  postProceed();
+}
+
+void VLClock::sendTime(const SMPTETime& time, std::uint64_t hostTime) {
+  SMPTETime sent = time;
+  ltc_add(sent, _offset.load());
+  for (const auto& destination : mDestinations) {
+    velor::sendTime(*destination, sent, hostTime, mMIDIOutputPort);
+  }
+}
+
+void VLClock::locate(const SMPTETime& time, const KVMIDIEndpoint& destination) {
+  midi::MIDIPacketList list;
+  midi::MIDIPacketListInit(&list);  // an invalid time leaves it as it is
+  if (mtc_full_frame_from_smpte_time(&time, &list) == 0) {
+    midi::service().MIDISend(mMIDIOutputPort, destination.endpoint(), &list);
+  }
+}
+
+// --- transport ---
+
+bool VLClock::running() const noexcept {
+  return (_time.load().mFlags & kSMPTETimeRunning) != 0 && (status() & kVLClockMovingBit) != 0;
+}
+
+void VLClock::start() {
+  if (!running()) {
+    setRunning(true);
+  }
+}
+
+void VLClock::stop() {
+  if (running()) {
+    setRunning(false);
+  }
+}
+
+void VLClock::setRunning(bool running) {
+  const Change change(*this, "running");
+  if (this->running() == running) {
+    return;
+  }
+  if (running) {
+    startRunning();
+  } else {
+    stopRunning();
+  }
+}
+
+void VLClock::startRunning() {
+  const bool begun = mTimerQueue.sync([this] {
+    mTimerQueue.assertCurrent();
+    return beginRun();
+  });
+  if (!begun) {
+    return;
+  }
+  if (playMode() == VLPlayModeTimeOfDay) {
+    setToWallClock();
+  }
+  kv_hptimer_start(mHPTimer);
+  if (const auto delegate = this->delegate()) {
+    delegate->clockDidStartPlaying(*this);
+  }
+}
+
+bool VLClock::beginRun() {
+  if (transitionFor(mStatus.load(), VLClockEvent::runRequested) == nullptr) {
+    return false;
+  }
+  mCounter.store(0);
+  SMPTETime now = currentTime();
+  const double prerollTime = _prerollTime.load();
+  const bool withPreroll =
+      _preroll.load() && std::isnormal(prerollTime) && playMode() != VLPlayModeTimeOfDay;
+  _startTime.store(now);
+  _startedWithPreroll.store(withPreroll);
+  if (withPreroll) {
+    ltc_add_seconds(now, -prerollTime);
+    _time.store(now);
+  }
+  return enter(VLClockEvent::runRequested) != nullptr;
+}
+
+void VLClock::setToWallClock() {
+  const timeval wall = mSources.wallClock();
+  tm local{};
+  localtime_r(&wall.tv_sec, &local);
+  mTimerQueue.sync([this, &wall, &local] {
+    mTimerQueue.assertCurrent();
+    SMPTETime now = _time.load();
+    const std::int32_t frames =
+        ltc_frames_per_second(now.mType) * static_cast<std::int32_t>(wall.tv_usec) / 1'000'000;
+    ltc_set_time(now, local.tm_hour, local.tm_min, local.tm_sec, frames);
+    _time.store(now);
+  });
+}
+
+void VLClock::stopRunning() {
+  const bool ended = mTimerQueue.sync([this] {
+    mTimerQueue.assertCurrent();
+    return enter(VLClockEvent::stopRequested) != nullptr;
+  });
+  if (!ended) {
+    return;
+  }
+  kv_hptimer_stop(mHPTimer);
+  // The last tick is on the queue by now, ahead of this.
+  const bool beforeStartTime = mTimerQueue.sync([this] { return _startedWithPreroll.load(); });
+  if (beforeStartTime) {
+    setTime(startTimeSMPTE());
+    _startedWithPreroll.store(false);
+  }
+  if (const auto delegate = this->delegate()) {
+    delegate->clockDidStopPlaying(*this);
+  }
+}
+
+// --- time ---
+
+SMPTETime VLClock::currentTime() const noexcept {
+  SMPTETime now = _time.load();
+  now.mCounter = mCounter.load();
+  return now;
+}
+
+SMPTETime VLClock::time() const {
+  return mTimerQueue.sync([this] { return currentTime(); });
+}
+
+void VLClock::setTime(const SMPTETime& time) {
+  const Change change(*this, "time");
+  mTimerQueue.sync([this, &time] {
+    mTimerQueue.assertCurrent();
+    if (assignTime(time) && !running()) {
+      SMPTETime sent = currentTime();
+      ltc_add(sent, _offset.load());
+      for (const auto& destination : mDestinations) {
+        locate(sent, *destination);
+      }
+    }
+  });
+  if (const auto delegate = this->delegate()) {
+    delegate->clockDidChangeStartTime(*this);
+  }
+  postProceed();
+}
+
+// False when it is that time already.
+bool VLClock::assignTime(const SMPTETime& time) {
+  SMPTETime now = _time.load();
+  if (ltc_identical(now, time)) {
+    return false;
+  }
+  ltc_assign_time(time, now);
+  _time.store(now);
+  if (!running()) {
+    _startTime.store(currentTime());
+  }
+  return true;
+}
+
+void VLClock::setSmpteFormat(std::uint32_t smpteFormat) {
+  const Change change(*this, "smpteFormat");
+  if (!ltc_is_valid_type(smpteFormat)) {
+    return;
+  }
+  mTimerQueue.sync([this, smpteFormat] {
+    mTimerQueue.assertCurrent();
+    if (canChangeFormat()) {
+      changeFormat(smpteFormat);
+    }
+  });
+}
+
+void VLClock::changeFormat(std::uint32_t smpteFormat) {
+  enter(VLClockEvent::formatSet);
+  mNominalTimerInterval =
+      truncatedNanoseconds(ltc_seconds_per_frame(smpteFormat) * kNanosecondsPerSecond);
+  applyInterval();
+  for (host::Seqlocked<SMPTETime>* cell : {&_time, &_offset, &_startTime, &_stopTime}) {
+    SMPTETime t = cell->load();
+    ltc_change_format(t, smpteFormat);
+    cell->store(t);
+  }
+  mCounter.store(0);  // the record is a new one
+  LoopTimes loopTimes = _loopTimes.load();
+  ltc_change_format(loopTimes.start, smpteFormat);
+  ltc_change_format(loopTimes.end, smpteFormat);
+  _loopTimes.store(loopTimes);
+}
+
+void VLClock::setSmpteOffset(const SMPTETime& smpteOffset) {
+  KV_REQUIRE_PARAMETER((smpteOffset.mFlags & kSMPTETimeValid) == kSMPTETimeValid,
+                       "(smpteOffset.mFlags & kSMPTETimeValid) == kSMPTETimeValid");
+  KV_REQUIRE_PARAMETER(smpteOffset.mType == smpteFormat(), "smpteOffset.mType == self.smpteFormat");
+  const Change change(*this, "smpteOffset");
+  mTimerQueue.sync([this, &smpteOffset] {
+    mTimerQueue.assertCurrent();
+    _offset.store(smpteOffset);
+  });
+  VELOR_LOG_INFO("did change clock offset: %s", text(smpteOffset).c_str());
+}
+
+// --- rate ---
+
+void VLClock::applyInterval() {
+  mTimerInterval =
+      truncatedNanoseconds(static_cast<double>(mNominalTimerInterval) / _playRate.load());
+  kv_hptimer_set_interval(mHPTimer, mTimerInterval);
+}
+
+void VLClock::setPlayRate(double playRate) {
+  KV_REQUIRE_PARAMETER(std::isnormal(playRate), "isnormal(playRate)");
+  VELOR_LOG_VERBOSE("will set play rate %f", playRate);
+  const Change change(*this, "playRate");
+  mTimerQueue.sync([this, playRate] {
+    mTimerQueue.assertCurrent();
+    _playRate.store(playRate);
+    applyInterval();
+  });
+  VELOR_LOG_INFO("did set play rate: %f", playRate);
+}
+
+void VLClock::setPlayRatePercent(double percent) {
+  const Change change(*this, "playRatePercent");
+  if (std::isnormal(percent) || percent == 0) {
+    setPlayRate(1 + std::clamp(percent, -kMostRatePercent, kMostRatePercent) / 100);
+  }
+}
+
+void VLClock::setNilValueForKey(std::string_view key) {
+  if (key != "playRatePercent") {
+    throw KVException(kParameterExceptionName, "no value for the key " + std::string(key));
+  }
+  setPlayRatePercent(0);
+}
+
+// --- play mode and its points ---
+
+void VLClock::setPlayMode(std::uint64_t playMode) {
+  const Change change(*this, "playMode");
+  _playMode.store(playMode);
+}
+
+void VLClock::setPlaybackMode(std::uint64_t playbackMode) {
+  const Change change(*this, "playbackMode");
+  mTimerQueue.sync([this, playbackMode] {
+    mTimerQueue.assertCurrent();
+    if (std::any_of(kVLPlayModes.begin(), kVLPlayModes.end(),
+                    [playbackMode](const auto& row) { return row.playMode == playbackMode; })) {
+      _playMode.store(playbackMode);
+    }
+  });
+  VELOR_LOG_INFO("set playback mode %s",
+                 stringFromFourCC(static_cast<std::uint32_t>(playMode())).c_str());
+}
+
+std::uint64_t VLClock::playbackMode() const noexcept {
+  const std::uint64_t mode = playMode();
+  return mode != 0 ? mode : VLPlayModeNormal;
+}
+
+void VLClock::setStopTime(const SMPTETime& stopTime) {
+  const Change change(*this, "stopTime");
+  // On the queue, so that a change of format does not overwrite it.
+  mTimerQueue.sync([this, &stopTime] {
+    mTimerQueue.assertCurrent();
+    _stopTime.store(stopTime);
+  });
+}
+
+void VLClock::setLoopStartTime(const SMPTETime& loopStartTime) {
+  const Change change(*this, "loopStartTime");
+  moveLoopPoint(&LoopTimes::start, &LoopTimes::end, kLoopCorrection, loopStartTime);
+}
+
+void VLClock::setLoopEndTime(const SMPTETime& loopEndTime) {
+  const Change change(*this, "loopEndTime");
+  moveLoopPoint(&LoopTimes::end, &LoopTimes::start, -kLoopCorrection, loopEndTime);
+}
+
+// `distance` in seconds is where the other point goes, seen from the moved one,
+// when the start would not be before the end.
+void VLClock::moveLoopPoint(SMPTETime LoopTimes::*moved, SMPTETime LoopTimes::*other,
+                            double distance, const SMPTETime& time) {
+  if (!ltc_is_valid(time) || time.mType != smpteFormat()) {
+    return;
+  }
+  const LoopTimes loopTimes = mTimerQueue.sync([this, moved, other, distance, &time] {
+    mTimerQueue.assertCurrent();
+    LoopTimes points = _loopTimes.load();
+    points.*moved = time;
+    if (!ltc_cancompare(points.start, points.end) || ltc_compare(points.start, points.end) != -1) {
+      points.*other = time;
+      ltc_add_seconds(points.*other, distance);
+    }
+    _loopTimes.store(points);
+    return points;
+  });
+  VELOR_LOG_INFO("loop start/stop: |:%s %s:|", text(loopTimes.start).c_str(),
+                 text(loopTimes.end).c_str());
+}
+
+void VLClock::setPreroll(bool preroll) {
+  const Change change(*this, "preroll");
+  _preroll.store(preroll);
+}
+
+void VLClock::setPrerollTime(double prerollTime) {
+  KV_REQUIRE_PARAMETER(std::isnormal(prerollTime) || prerollTime == .0,
+                       "isnormal(prerollTime) || prerollTime == .0");
+  const Change change(*this, "prerollTime");
+  _prerollTime.store(std::clamp(prerollTime, 0.0, kMostPreroll));
+}
+
+// --- MTC out ---
+
+void VLClock::addMTCDestination(std::shared_ptr<KVMIDIEndpoint> destination) {
+  mTimerQueue.sync([this, &destination] {
+    mTimerQueue.assertCurrent();
+    if (!running()) {
+      locate(currentTime(), *destination);
+    }
+    // Equality is by a hash that is fixed when it is first asked for, so that it
+    // is asked for now, while the endpoint is there.
+    destination->hash();
+    if (std::none_of(mDestinations.begin(), mDestinations.end(),
+                     [&](const auto& member) { return member->isEqual(*destination); })) {
+      mDestinations.push_back(std::move(destination));
+    }
+  });
+}
+
+void VLClock::removeMTCDestination(const std::shared_ptr<KVMIDIEndpoint>& destination) {
+  mTimerQueue.sync([this, &destination] {
+    mTimerQueue.assertCurrent();
+    std::erase_if(mDestinations, [&](const auto& member) { return member->isEqual(*destination); });
+  });
+}
+
+// --- colours ---
+
+VLColor VLClock::colorForClockState(std::uint64_t status) noexcept {
+  if ((status & kVLClockArmedBit) != 0) {
+    return {0.15, 0.15, 0.95, 1.0};
+  }
+  if ((status & kVLClockMovingBit) != 0) {
+    return {0.15, 0.95, 0.0, 1.0};
+  }
+  return {0.95, 0.15, 0.0, 1.0};
+}
+
+VLColor VLClock::stopModeColor() noexcept {
+  return colorForClockState(VLClockStopped);
+}
+
+VLColor VLClock::loopModeColor() noexcept {
+  return {70 / 255.0, 130 / 255.0, 180 / 255.0, 1.0};  // steel blue
+}
+
+}  // namespace velor

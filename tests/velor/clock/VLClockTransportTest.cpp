@@ -1,0 +1,332 @@
+// SPDX-License-Identifier: MIT
+// What moves the clock: starts, stops, points, pre-roll, the length of a tick.
+#include <cmath>
+#include <functional>
+#include <limits>
+
+#include "Kv-Appkit/KVException.h"
+#include "tests/velor/clock/ClockFixture.h"
+
+namespace velor {
+namespace {
+
+class VLClockTransport : public ClockFixture {};
+
+TEST_F(VLClockTransport, ATickAddsOneFrameAndTheFirstComesOneIntervalAfterTheStart) {
+  clock().start();
+  EXPECT_TRUE(clock().running());
+  EXPECT_EQ(clock().status(), VLClockRolling);
+  mHost.advance(kFrame25 - 1);
+  EXPECT_EQ(now(), "00:00:00:00");
+  mHost.advance(1);
+  EXPECT_EQ(now(), "00:00:00:01");
+  advanceFrames(24);
+  EXPECT_EQ(now(), "00:00:01:00");
+  EXPECT_EQ(clock().time().mCounter, 25U);
+}
+
+TEST_F(VLClockTransport, AStopByTheUserEndsOneFrameOnAndIsReportedToItsCaller) {
+  clock().setTime(at(0, 0, 5, 0));
+  mDelegate->take();
+  clock().start();
+  EXPECT_EQ(mDelegate->take(), Reports{"started"});  // before any job of the main queue
+  advanceFrames(10);
+  EXPECT_EQ(now(), "00:00:05:10");
+  clock().stop();
+  EXPECT_EQ(mDelegate->take(), Reports{"stopped"});
+  EXPECT_FALSE(clock().running());
+  EXPECT_EQ(now(), "00:00:05:11");
+  EXPECT_EQ(clock().time().mFlags, kSMPTETimeValid);
+  EXPECT_EQ(digits(clock().startTimeSMPTE()), "00:00:05:00");
+  advanceFrames(5);
+  EXPECT_EQ(now(), "00:00:05:11");
+  EXPECT_EQ(mDelegate->take(), Reports{});
+}
+
+TEST_F(VLClockTransport, AStopAtTheStopTimeEndsTwoFramesPastItAndIsReportedOnTheMainQueue) {
+  clock().setTime(at(0, 0, 9, 24));
+  clock().setStopTime(at(0, 0, 10, 0));
+  clock().setPlayMode(VLPlayModeStop);
+  clock().start();
+  mDelegate->take();
+  Reports atStop;
+  const auto token = clock().addObserver("status", [&](const auto&) {
+    atStop = mDelegate->reports;
+    atStop.push_back(clock().running() ? "still runs" : "observed");
+  });
+  advanceFrames(20);
+  EXPECT_EQ(now(), "00:00:10:02");
+  EXPECT_FALSE(clock().running());
+  EXPECT_EQ(digits(clock().startTimeSMPTE()), "00:00:09:24");
+  EXPECT_EQ(atStop, Reports{"observed"});  // observers first, then the delegate
+  EXPECT_EQ(mDelegate->take(), Reports{"stopped"});
+
+  // A clock that is past the point runs on.
+  clock().setTime(at(0, 0, 10, 1));
+  clock().start();
+  advanceFrames(100);
+  EXPECT_TRUE(clock().running());
+  EXPECT_EQ(now(), "00:00:14:01");
+}
+
+TEST_F(VLClockTransport, APointInAnotherFormatNeverStopsTheClock) {
+  clock().setPlayMode(VLPlayModeStop);
+  clock().setStopTime(at(0, 0, 0, 5, kSMPTETimeType30));
+  clock().start();
+  advanceFrames(50);
+  EXPECT_TRUE(clock().running());
+  clock().setStopTime(SMPTETime{});  // no time at all
+  advanceFrames(50);
+  EXPECT_EQ(now(), "00:00:04:00");
+}
+
+TEST_F(VLClockTransport, WhatTheDelegateDoesOnAStopComesBehindTheLastTick) {
+  struct Returns : RecordingDelegate {
+    void clockDidStopPlaying(VLClock& clock) override { clock.setTime(at(0, 0, 1, 0)); }
+  };
+  const auto delegate = std::make_shared<Returns>();
+  clock().setDelegate(delegate);
+  clock().setStopTime(at(0, 0, 0, 10));
+  clock().setPlayMode(VLPlayModeStop);
+  clock().start();
+  advanceFrames(40);
+  EXPECT_EQ(now(), "00:00:01:00");
+}
+
+TEST_F(VLClockTransport, ALoopHoldsEachFrameFromStartToEndForOneTick) {
+  clock().setLoopEndTime(at(0, 0, 2, 0));
+  clock().setLoopStartTime(at(0, 0, 1, 0));
+  clock().setTime(at(0, 0, 1, 23));
+  clock().setPlayMode(VLPlayModeLoop);
+  clock().start();
+  Reports seen;
+  for (int i = 0; i < 5; ++i) {
+    advanceFrames(1);
+    seen.push_back(now());
+  }
+  EXPECT_EQ(seen,
+            (Reports{"00:00:01:24", "00:00:02:00", "00:00:01:00", "00:00:01:01", "00:00:01:02"}));
+  // 26 frames from start to end: after as many ticks it is where it was.
+  advanceFrames(26 * 1000);
+  EXPECT_EQ(now(), "00:00:01:02");
+  EXPECT_TRUE(clock().running());
+}
+
+TEST_F(VLClockTransport, ALoopOfOneFrameHoldsTheClockAndItStillRuns) {
+  clock().setPlayMode(VLPlayModeLoop);
+  clock().start();
+  advanceFrames(500);
+  EXPECT_EQ(now(), "00:00:00:00");
+  EXPECT_TRUE(clock().running());
+}
+
+TEST_F(VLClockTransport, APlayModeSetDuringARunHoldsFromTheNextTick) {
+  clock().setStopTime(at(0, 0, 1, 0));
+  clock().start();
+  advanceFrames(30);  // past the point, which does not count in this mode
+  clock().setTime(at(0, 0, 0, 20));
+  clock().setPlayMode(VLPlayModeTimeOfDay);
+  advanceFrames(1);
+  EXPECT_EQ(now(), "00:00:00:21");  // the wall clock counts at a start alone
+  clock().setPlayMode(VLPlayModeStop);
+  advanceFrames(20);
+  EXPECT_EQ(now(), "00:00:01:02");
+}
+
+struct PrerollCase {
+  const char* name;
+  int stopAfter;  // frames
+  const char* endsOn;
+  Reports reports;
+};
+
+TEST_F(VLClockTransport, AStopInsideThePrerollGoesBackAndALaterOneStays) {
+  for (const PrerollCase& c :
+       {PrerollCase{"inside", 50, "01:00:00:00", {"time", "stopped"}},
+        PrerollCase{"one tick before the start time", 124, "01:00:00:00", {"time", "stopped"}},
+        PrerollCase{"past it", 150, "01:00:01:01", {"stopped"}}}) {
+    SCOPED_TRACE(c.name);
+    clock().setTime(at(1, 0, 0, 0));
+    clock().setPreroll(true);
+    clock().setPrerollTime(5);
+    clock().start();
+    EXPECT_EQ(now(), "00:59:55:00");
+    EXPECT_EQ(digits(clock().startTimeSMPTE()), "01:00:00:00");
+    mHost.settle();
+    advanceFrames(static_cast<std::uint64_t>(c.stopAfter));
+    mDelegate->take();
+    clock().stop();
+    EXPECT_EQ(mDelegate->take(), c.reports);
+    EXPECT_EQ(now(), c.endsOn);
+  }
+}
+
+TEST_F(VLClockTransport, APrerollWrapsOverMidnightAndAbidesByItsLimits) {
+  clock().setTime(at(0, 0, 2, 0));
+  clock().setPreroll(true);
+  clock().setPrerollTime(5);
+  clock().start();
+  EXPECT_EQ(now(), "23:59:57:00");
+  clock().stop();
+
+  clock().setPrerollTime(90);
+  EXPECT_EQ(clock().prerollTime(), 60);
+  clock().setPrerollTime(-1);
+  EXPECT_EQ(clock().prerollTime(), 0);
+  clock().start();
+  EXPECT_EQ(now(), "00:00:02:00");  // none of 0 s
+  try {
+    clock().setPrerollTime(std::nan(""));
+    ADD_FAILURE() << "NaN was taken";
+  } catch (const KVException& refused) {
+    EXPECT_EQ(refused.reason(),
+              "Invalid parameter not satisfying: isnormal(prerollTime) || prerollTime == .0");
+  }
+}
+
+TEST_F(VLClockTransport, TimeOfDayStartsOnTheWallClockWithoutPreroll) {
+  setenv("TZ", "UTC0", 1);
+  tzset();
+  VLClockTimeSources sources = VLClockTimeSources::system();
+  timeval wall{13 * 3600 + 14 * 60 + 15, 519'999};
+  sources.wallClock = [&wall] { return wall; };
+  makeClock(sources);
+  clock().setPlayMode(VLPlayModeTimeOfDay);
+  clock().setPreroll(true);
+  clock().setPrerollTime(5);
+  clock().setTime(at(1, 0, 0, 0));
+  clock().start();
+  EXPECT_EQ(now(), "13:14:15:12");  // 12.99 frames
+  EXPECT_TRUE(clock().running());
+  wall.tv_sec += 3600;  // is not looked at again
+  advanceFrames(25);
+  EXPECT_EQ(now(), "13:14:16:12");
+  clock().stop();
+  EXPECT_EQ(now(), "13:14:16:13");  // there was no pre-roll to go back from
+}
+
+TEST_F(VLClockTransport, ARateChangesTheLengthOfATickAtTheNextWakeUpAndLosesNoFrame) {
+  // Frames of one second at the nominal rate, stretched.
+  struct RateCase {
+    std::uint32_t format;
+    double percent;
+    std::uint64_t tick;  // ns, worked out by hand from the length of a frame
+  };
+  for (const RateCase& c :
+       {RateCase{kSMPTETimeType24, 0, 41666666}, RateCase{kSMPTETimeType24, 5, 40849672},
+        RateCase{kSMPTETimeType25, -5, 40816326}, RateCase{kSMPTETimeType30Drop, 2, 32679738},
+        RateCase{kSMPTETimeType30, -2, 34013605}, RateCase{kSMPTETimeType2997, 0, 33366700},
+        RateCase{kSMPTETimeType2997Drop, 2, 32712450}, RateCase{kSMPTETimeType2398, 0, 41708333},
+        RateCase{kSMPTETimeType2398, -2, 42559523}}) {
+    SCOPED_TRACE(testing::Message() << c.format << " at " << c.percent);
+    clock().setSmpteFormat(c.format);
+    clock().setPlayRatePercent(c.percent);
+    clock().setTime(at(0, 0, 0, 0, c.format));
+    clock().start();
+    mHost.advance(c.tick * 20 - 1);
+    EXPECT_EQ(clock().time().mFrames, 19);
+    mHost.advance(1);
+    EXPECT_EQ(clock().time().mFrames, 20);
+    clock().stop();
+  }
+
+  clock().setSmpteFormat(kSMPTETimeType25);
+  clock().setPlayRate(1.0);
+  clock().setTime(at(0, 0, 0, 0));
+  clock().start();
+  mHost.advance(kFrame25 / 2);
+  clock().setPlayRate(0.5);
+  mHost.advance(kFrame25 / 2);  // the sleep under way keeps its length
+  EXPECT_EQ(now(), "00:00:00:01");
+  mHost.advance(2 * kFrame25);
+  EXPECT_EQ(now(), "00:00:00:02");
+}
+
+TEST_F(VLClockTransport, RatesThatAreNoNumbersAreRefusedOrPassedOver) {
+  for (const double bad : {0.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
+    EXPECT_THROW(clock().setPlayRate(bad), KVException);
+  }
+  clock().setPlayRatePercent(1);
+  clock().setPlayRatePercent(std::nan(""));
+  EXPECT_DOUBLE_EQ(clock().playRate(), 1.01);
+  clock().setNilValueForKey("playRatePercent");
+  EXPECT_EQ(clock().playRate(), 1.0);
+  EXPECT_THROW(clock().setNilValueForKey("playRate"), KVException);
+
+  // A rate whose tick has no length leaves the timer as it was.
+  clock().setPlayRate(-1);
+  clock().start();
+  advanceFrames(10);
+  EXPECT_EQ(now(), "00:00:00:10");
+}
+
+TEST_F(VLClockTransport, AThreadHeldUpForLongCountsItsTicksAnew) {
+  struct StallCase {
+    const char* name;
+    std::vector<std::uint64_t> delays;  // ms between the two reads of each tick
+    std::uint32_t count;                // of ticks after the last of them
+  };
+  for (const StallCase& c :
+       {StallCase{"once for 200 ms", {0, 0, 200}, 1}, StallCase{"once for less", {0, 0, 199}, 3},
+        StallCase{"again and again", {0, 106, 106, 5}, 2},
+        StallCase{"backwards", {0, 0, static_cast<std::uint64_t>(-201)}, 1}}) {
+    SCOPED_TRACE(c.name);
+    VLClockTimeSources sources = VLClockTimeSources::system();
+    std::size_t reads = 0;
+    std::uint64_t reading = 0;
+    sources.hostTime = [&] {
+      reading += reads % 2 == 1 && reads / 2 < c.delays.size() ? c.delays[reads / 2] * kMs : 1;
+      ++reads;
+      return reading;
+    };
+    makeClock(sources);
+    clock().start();
+    advanceFrames(c.delays.size());
+    EXPECT_EQ(clock().time().mCounter, c.count);
+    EXPECT_EQ(clock().time().mFrames, static_cast<std::int16_t>(c.delays.size()));
+    clock().stop();
+  }
+}
+
+TEST_F(VLClockTransport, TheMainQueueIsCalledAfterEachChangeAndNeverFlooded) {
+  std::vector<std::string> seen;
+  clock().setProceedBlock([&seen](const SMPTETime* time) { seen.push_back(digits(*time)); });
+  clock().setTime(at(0, 0, 1, 0));
+  clock().setTime(at(0, 0, 1, 0));  // no change is told, too
+  EXPECT_TRUE(seen.empty());
+  mHost.settle();
+  EXPECT_EQ(seen, (Reports{"00:00:01:00", "00:00:01:00"}));
+  seen.clear();
+  clock().start();
+  advanceFrames(3);
+  EXPECT_EQ(seen, (Reports{"00:00:01:01", "00:00:01:02", "00:00:01:03"}));
+
+  // The main thread is away for 40 s of ticks.
+  seen.clear();
+  mHost.mach_wait_until(mHost.AudioGetCurrentHostTime() + 1000 * kFrame25);
+  mHost.settle();
+  EXPECT_LT(seen.size(), 100U);
+  ASSERT_FALSE(seen.empty());
+  EXPECT_EQ(seen.back(), "00:00:41:03");
+  seen.clear();
+  advanceFrames(2);
+  EXPECT_EQ(seen.size(), 2U);
+
+  clock().setProceedBlock(nullptr);
+  advanceFrames(1);
+  EXPECT_EQ(seen.size(), 2U);
+}
+
+TEST_F(VLClockTransport, AClockThatGoesLeavesNothingBehindOnTheMainQueue) {
+  int calls = 0;
+  clock().setProceedBlock([&calls](const SMPTETime*) { ++calls; });
+  clock().start();
+  mHost.mach_wait_until(mHost.AudioGetCurrentHostTime() + 10 * kFrame25);
+  mClock.reset();
+  mHost.advance(1000 * kMs);
+  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(mDelegate->take(), Reports{"started"});
+}
+
+}  // namespace
+}  // namespace velor
