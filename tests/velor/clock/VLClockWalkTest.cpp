@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+// Hours of everything that a user can do to the clock, at random, against a model
+// that knows nothing but the rules of its life.
+#include <algorithm>
+#include <random>
+
+#include "tests/velor/clock/ClockFixture.h"
+
+namespace velor {
+namespace {
+
+class VLClockWalk : public ClockFixture, public testing::WithParamInterface<std::uint64_t> {
+ protected:
+  VLClockWalk() : ClockFixture(GetParam()), mRandom(GetParam()) {}
+
+  std::uint64_t draw(std::uint64_t below) { return mRandom() % below; }
+  bool drawn() { return draw(2) == 0; }
+
+  // Often near the points, so that stops and loops are met.
+  SMPTETime drawTime() {
+    const auto second = static_cast<std::int32_t>(draw(6));
+    const auto frame = static_cast<std::int32_t>(draw(24));
+    return drawn() ? at(0, 0, second, frame, clock().smpteFormat())
+                   : at(static_cast<std::int32_t>(draw(24)), static_cast<std::int32_t>(draw(60)),
+                        59, frame, clock().smpteFormat());
+  }
+
+  void act() {
+    switch (draw(14)) {
+      case 0:
+        if (mStatus == VLClockStopped) {
+          mStatus = VLClockRolling;
+          ++mStarts;
+        }
+        clock().start();
+        break;
+      case 1:
+        if (mStatus == VLClockRolling) {
+          mStatus = VLClockStopped;
+          ++mStops;
+          // The last tick may find the stop time as well, which is told again.
+          mMayStopTwice += clock().playMode() == VLPlayModeStop ? 1 : 0;
+        }
+        clock().stop();
+        break;
+      case 2:
+        clock().setTime(drawTime());
+        break;
+      case 3:
+        clock().setPlaybackMode(kVLPlayModes[draw(kVLPlayModes.size())].playMode);
+        break;
+      case 4:
+        clock().setStopTime(drawTime());
+        break;
+      case 5:
+        clock().setLoopStartTime(drawTime());
+        break;
+      case 6:
+        clock().setLoopEndTime(drawTime());
+        break;
+      case 7:
+        clock().setSmpteFormat(static_cast<std::uint32_t>(draw(13)));
+        break;
+      case 8:
+        clock().setSmpteOffset(drawTime());
+        break;
+      case 9:
+        clock().setPlayRatePercent(static_cast<double>(draw(60)) / 10 - 3);
+        break;
+      case 10:
+        clock().setPreroll(drawn());
+        clock().setPrerollTime(static_cast<double>(draw(4)));
+        break;
+      case 11:
+        if (drawn() || mDestinations.empty()) {
+          mDestinations.push_back(addDestination("desk " + std::to_string(mDestinations.size())));
+        } else {
+          clock().removeMTCDestination(mDestinations[draw(mDestinations.size())]);
+        }
+        break;
+      default:
+        letTimePass();
+        break;
+    }
+  }
+
+  void letTimePass() {
+    const std::uint64_t ticksBefore = clock().time().mCounter;
+    const std::uint64_t duration = draw(30'000) * kMs;
+    const bool canStop = mStatus == VLClockRolling && clock().playMode() == VLPlayModeStop;
+    mHost.advance(duration);
+    if (canStop && clock().status() == VLClockStopped) {
+      mStatus = VLClockStopped;
+      ++mStops;
+    }
+    const std::uint64_t ticks = clock().time().mCounter - ticksBefore;
+    if (mStatus == VLClockRolling) {
+      // A frame lasts 40.8 to 42.6 ms at 24, the longest, and 32.6 ms at 30.
+      EXPECT_GE(ticks + 1, duration / (43 * kMs));
+      EXPECT_LE(ticks, duration / (32 * kMs) + 2);
+    }
+  }
+
+  void check() {
+    mHost.settle();
+    ASSERT_EQ(clock().status(), mStatus);
+    ASSERT_EQ(clock().running(), mStatus == VLClockRolling);
+    ASSERT_EQ(clock().canChangeFormat(), mStatus != VLClockRolling);
+    const std::uint32_t format = clock().smpteFormat();
+    for (const SMPTETime& t :
+         {clock().time(), clock().startTimeSMPTE(), clock().stopTime(), clock().smpteOffset(),
+          clock().loopStartTime(), clock().loopEndTime()}) {
+      SMPTETime normal = t;
+      ASSERT_TRUE(ltc_is_valid(t));
+      ASSERT_EQ(t.mType, format);
+      ltc_normalize(normal);
+      ASSERT_TRUE(ltc_identical(t, normal)) << digits(t);
+    }
+    ASSERT_EQ(std::count(mDelegate->reports.begin(), mDelegate->reports.end(), "started"), mStarts);
+    const auto stops = std::count(mDelegate->reports.begin(), mDelegate->reports.end(), "stopped");
+    ASSERT_GE(stops, mStops);
+    ASSERT_LE(stops, mStops + mMayStopTwice);
+    mOutside->sent.clear();
+  }
+
+  std::mt19937_64 mRandom;
+  std::uint64_t mStatus = VLClockStopped;
+  std::ptrdiff_t mStarts = 0;
+  std::ptrdiff_t mStops = 0;
+  std::ptrdiff_t mMayStopTwice = 0;
+  std::vector<std::shared_ptr<KVMIDIEndpoint>> mDestinations;
+};
+
+TEST_P(VLClockWalk, NoOrderOfActionsLeavesTheRules) {
+  for (int step = 0; step < 3000; ++step) {
+    SCOPED_TRACE(step);
+    act();
+    check();
+    if (HasFatalFailure() || HasNonfatalFailure()) {
+      return;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, VLClockWalk, testing::Range<std::uint64_t>(1, 6));
+
+}  // namespace
+}  // namespace velor
