@@ -27,7 +27,8 @@ constexpr double kMostRatePercent = 2;
 constexpr double kMostPreroll = 60;     // s
 constexpr double kLoopCorrection = 60;  // s
 constexpr double kDeltaWeight = 0.1;
-constexpr std::int64_t kStallLimit = 20'000'000;  // ns, smoothed
+constexpr std::uint64_t kLoopCheckDuration = 100'000'000;  // ns
+constexpr std::int64_t kStallLimit = 20'000'000;           // ns, smoothed
 
 // Calls of the proceed callback that may wait on a main queue that is behind;
 // those beyond it are merged, so that the queue does not grow without bound.
@@ -130,6 +131,7 @@ VLClock::VLClock(VLClockTimeSources sources)
   kv_hptimer_create(&mHPTimer, kFirstTimerInterval);
   kv_hptimer_set_block(mHPTimer,
                        [this](const host::RealtimeContext& realtime) { timerFired(realtime); });
+  createSyncInPort();
   setSmpteFormat(zero.mType);
   setSmpteOffset(zero);
   setPlayRate(1.0);
@@ -141,9 +143,15 @@ VLClock::~VLClock() {
   // once more on its disposal.
   kv_hptimer_stop(mHPTimer);
   kv_hptimer_dispose(mHPTimer);
-  if (mMIDIOutputPort != 0) {
-    midi::service().MIDIPortDispose(mMIDIOutputPort);
+  // The input first: its read function is not running any more then.
+  for (const midi::MIDIPortRef port : {mMIDISyncInPort, mMIDIOutputPort}) {
+    if (port != 0) {
+      midi::service().MIDIPortDispose(port);
+    }
   }
+  // The queue drops its timed jobs before its last jobs run, so none of those may
+  // ask for a timed one.
+  mTimerQueue.sync([] {});
 }
 
 void VLClock::createOutputPort() {
@@ -152,6 +160,30 @@ void VLClock::createOutputPort() {
   if (status != 0) {
     VELOR_LOG_ERROR("failed to create MIDI Port for clock (%d)", status);
     mMIDIOutputPort = 0;
+  }
+}
+
+void VLClock::createSyncInPort() {
+  mMTCParser = VLMTCParser::initWithCompletionBlock(
+      [this](const SMPTETime& block, std::uint64_t hostTime, double /*deviation*/) {
+        mTimerQueue.sync([this, &block, hostTime] {
+          mTimerQueue.assertCurrent();
+          followBlock(block, hostTime);
+        });
+      });
+  mMTCParser->setDelegate(mSelf);
+  const midi::MIDIReadProc readProc = [](const midi::MIDIPacketList* packets, void* parser, void*) {
+    const midi::MIDIPacket* packet = &packets->packet[0];
+    for (std::uint32_t i = 0; i < packets->numPackets; ++i) {
+      static_cast<VLMTCParser*>(parser)->addPacket(packet);
+      packet = midi::MIDIPacketNext(packet);
+    }
+  };
+  const midi::OSStatus status = midi::service().MIDIInputPortCreate(
+      defaultClient(), "Velor Sync In", readProc, mMTCParser.get(), &mMIDISyncInPort);
+  if (status != 0) {
+    VELOR_LOG_ERROR("failed to create Sync In MIDI Port (%d)", status);
+    mMIDISyncInPort = 0;
   }
 }
 
@@ -618,6 +650,7 @@ void VLClock::addMTCDestination(std::shared_ptr<KVMIDIEndpoint> destination) {
       mDestinations.push_back(std::move(destination));
     }
   });
+  doLoopDetection();
 }
 
 void VLClock::removeMTCDestination(const std::shared_ptr<KVMIDIEndpoint>& destination) {
@@ -627,9 +660,156 @@ void VLClock::removeMTCDestination(const std::shared_ptr<KVMIDIEndpoint>& destin
   });
 }
 
+// --- MTC in ---
+
+void VLClock::setArmed(bool armed) {
+  const Change change(*this, "armed");
+  if (this->armed() == armed) {
+    return;
+  }
+  mTimerQueue.sync([this, armed] {
+    mTimerQueue.assertCurrent();
+    if (const VLClockTransition* row =
+            enter(armed ? VLClockEvent::armRequested : VLClockEvent::disarmRequested)) {
+      reportOnMain(*row);
+    }
+  });
+  const bool armedNow = this->armed();
+  if (const auto delegate = this->delegate()) {
+    if (armedNow) {
+      delegate->clockDidArm(*this);
+    } else {
+      delegate->clockDidDisarm(*this);
+    }
+  }
+  VELOR_LOG_INFO("clock is %s", armedNow ? "armed" : "disarmed");
+}
+
+void VLClock::setMIDISyncSource(std::shared_ptr<KVMIDIEndpoint> source) {
+  const Change change(*this, "MIDISyncSource");
+  VELOR_LOG_INFO("set MIDI sync source: %s",
+                 source != nullptr ? source->description().c_str() : "(none)");
+  if (const auto former = _mtcSyncSource.load()) {
+    if (midi::service().MIDIPortDisconnectSource(mMIDISyncInPort, former->endpoint()) != 0) {
+      VELOR_LOG_ERROR("failed to disconnect %s from MIDI Sync In", former->description().c_str());
+    } else {
+      VELOR_LOG_VERBOSE("disconnected %s from MIDI Sync In", former->description().c_str());
+    }
+  }
+  _mtcSyncSource.store(source);
+  if (source == nullptr) {
+    return;
+  }
+  if (midi::service().MIDIPortConnectSource(mMIDISyncInPort, source->endpoint(), nullptr) != 0) {
+    VELOR_LOG_ERROR("failed to connect %s from MIDI Sync In", source->description().c_str());
+  } else {
+    VELOR_LOG_VERBOSE("connected %s to MIDI Sync In", source->description().c_str());
+  }
+  doLoopDetection();
+}
+
+void VLClock::followBlock(const SMPTETime& block, std::uint64_t hostTime) {
+  const bool isOfFormat = block.mType == smpteFormat();
+  if (const VLClockTransition* row =
+          enter(isOfFormat ? VLClockEvent::mtcOfFormat : VLClockEvent::mtcOfOtherFormat)) {
+    reportOnMain(*row, block.mType);
+  }
+  if (!isOfFormat || mStatus.load() != VLClockChasing) {
+    return;
+  }
+  _time.store(block);
+  mCounter.store(block.mCounter);
+  sendTime(block, hostTime);
+  postProceed();
+}
+
+void VLClock::parserDidReceiveFFMsg(VLMTCParser& /*parser*/, const SMPTETime& time) {
+  if (status() == VLClockArmed && time.mType == smpteFormat()) {
+    setTime(time);
+  }
+}
+
+void VLClock::parserDidStopReading(VLMTCParser& /*parser*/) {
+  if (status() != VLClockChasing) {
+    return;
+  }
+  {
+    const Change change(*this, "status");
+    mTimerQueue.sync([this] {
+      mTimerQueue.assertCurrent();
+      enter(VLClockEvent::mtcEnded);
+    });
+  }
+  if (const auto delegate = this->delegate()) {
+    delegate->clockDidStopPlaying(*this);
+  }
+}
+
+void VLClock::doLoopDetection() {
+  const auto delegate = this->delegate();
+  if (delegate == nullptr || mLoopCheckUnderWay.load() ||
+      !delegate->clockShouldCheckForMTCLoop(*this) || mLoopCheckUnderWay.exchange(true)) {
+    return;
+  }
+  mTimerQueue.async([this] {
+    mTimerQueue.assertCurrent();
+    sendLoopTokens();
+  });
+}
+
+void VLClock::sendLoopTokens() {
+  _loopCheckedSyncSource = _mtcSyncSource.load();
+  for (const auto& destination : mDestinations) {
+    mLoopCheckTable.push_back({sendLoopDetectionToken(*destination, mMIDIOutputPort), destination});
+  }
+  mTimerQueue.after(kLoopCheckDuration, [this] {
+    mTimerQueue.assertCurrent();
+    endLoopCheck();
+  });
+}
+
+void VLClock::endLoopCheck() {
+  _loopCheckedSyncSource.reset();
+  mLoopCheckTable.clear();
+  mLoopCheckUnderWay.store(false);
+}
+
+void VLClock::parserDidReceiveLoopToken(VLMTCParser& /*parser*/, std::uint32_t token) {
+  bool isChecked = false;
+  // On the queue: a token that comes back while others still go out is found.
+  const auto destination =
+      mTimerQueue.sync([this, token, &isChecked]() -> std::shared_ptr<KVMIDIEndpoint> {
+        mTimerQueue.assertCurrent();
+        isChecked = _loopCheckedSyncSource != nullptr;
+        for (const LoopToken& sent : mLoopCheckTable) {
+          if (sent.token == token) {
+            return sent.destination.lock();
+          }
+        }
+        return nullptr;
+      });
+  if (isChecked && destination != nullptr) {
+    mHost.mainQueue().async([weak = std::weak_ptr<VLClock>(mSelf), destination] {
+      const auto self = weak.lock();
+      const auto delegate = self != nullptr ? self->delegate() : nullptr;
+      if (delegate == nullptr) {
+        return;
+      }
+      // As it is by now: the check may have ended.
+      const auto source = self->mTimerQueue.sync([clock = self.get()] {
+        clock->mTimerQueue.assertCurrent();
+        return clock->_loopCheckedSyncSource;
+      });
+      delegate->clockDetectedMTCLoop(*self, source, destination);
+    });
+  }
+  VELOR_LOG_INFO("detected MTC Loop: %s",
+                 destination != nullptr ? destination->description().c_str() : "");
+}
+
 // --- colours ---
 
-VLColor VLClock::colorForClockState(std::uint64_t status) noexcept {
+VLColor VLClock::colorForClockState(VLClockStatus status) noexcept {
   if ((status & kVLClockArmedBit) != 0) {
     return {0.15, 0.15, 0.95, 1.0};
   }

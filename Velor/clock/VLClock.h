@@ -17,6 +17,8 @@
 #include "Velor/clock/VLClockStatus.h"
 #include "Velor/clock/VLClockTransitions.h"
 #include "Velor/clock/VLSharedCell.h"
+#include "Velor/mtc/VLMTCParser.h"
+#include "Velor/mtc/VLMTCParserDelegate.h"
 #include "kva/MIDI/KVMIDIEndpoint.h"
 #include "kvtimecode/SMPTETime.h"
 #include "platform/host/Host.h"
@@ -45,10 +47,13 @@ struct VLClockTimeSources {
 /// the play rate only changes the length of a tick, so that no frame is ever lost
 /// or repeated. A clock that stands stays on its frame.
 ///
+/// Armed, it gives its timer up and follows the MTC of one source: each block
+/// replaces its time and is passed on at once.
+///
 /// What belongs together is owned by one serial queue, "velor.gentimer". An
 /// operation that says "waits for the queue" must not come from that queue.
 /// Values that are read without it are the latest ones written there.
-class VLClock final : public KVObservable {
+class VLClock final : public KVObservable, public VLMTCParserDelegate {
  public:
   /// Gets the latest time, which may be later than the change that caused the
   /// call, and must not be kept. Main queue.
@@ -63,7 +68,7 @@ class VLClock final : public KVObservable {
   explicit VLClock(VLClockTimeSources sources);
   /// Stops without reports, and lets go of MIDI. Main thread; waits for the tick
   /// under way.
-  ~VLClock();
+  ~VLClock() override;
 
   // --- for whom ---
 
@@ -86,8 +91,7 @@ class VLClock final : public KVObservable {
   void start();
   void stop();
 
-  std::uint64_t status() const noexcept { return mStatus.load(); }
-  bool armed() const noexcept { return (status() & kVLClockArmedBit) != 0; }
+  VLClockStatus status() const noexcept { return mStatus.load(); }
   bool canChangeFormat() const noexcept { return !running(); }
 
   // --- time ---
@@ -163,9 +167,32 @@ class VLClock final : public KVObservable {
   void addMTCDestination(std::shared_ptr<KVMIDIEndpoint> destination);
   void removeMTCDestination(const std::shared_ptr<KVMIDIEndpoint>& destination);
 
+  // --- MTC in ---
+
+  /// Arms a stopped clock, or disarms one, which ends a chase. Arming one that rolls
+  /// changes nothing, and is reported as disarmed. Observers of the status hear of
+  /// the end of a chase on the queue itself. Any thread; waits for the queue.
+  void setArmed(bool armed);
+  bool armed() const noexcept { return (status() & kVLClockArmedBit) != 0; }
+  void arm() { setArmed(true); }
+  void disarm() { setArmed(false); }
+
+  /// The one source that is followed, or null. Independent of arming; a source that
+  /// cannot be connected is kept all the same. One thread at a time.
+  void setMIDISyncSource(std::shared_ptr<KVMIDIEndpoint> source);
+  std::shared_ptr<KVMIDIEndpoint> MIDISyncSource() const { return _mtcSyncSource.load(); }
+
+  /// Sends a token to every destination, if the delegate wants that, and looks for
+  /// it on the sync source for 100 ms; nothing while that goes on. Any thread.
+  void doLoopDetection();
+
+  void parserDidStopReading(VLMTCParser& parser) override;
+  void parserDidReceiveFFMsg(VLMTCParser& parser, const SMPTETime& time) override;
+  void parserDidReceiveLoopToken(VLMTCParser& parser, std::uint32_t token) override;
+
   // --- colours ---
 
-  static VLColor colorForClockState(std::uint64_t status) noexcept;
+  static VLColor colorForClockState(VLClockStatus status) noexcept;
   static VLColor stopModeColor() noexcept;
   static VLColor loopModeColor() noexcept;
 
@@ -173,6 +200,13 @@ class VLClock final : public KVObservable {
   struct LoopTimes {
     SMPTETime start;
     SMPTETime end;
+  };
+
+  // What went out in a loop check, and to whom; a destination that goes meanwhile
+  // counts for nothing.
+  struct LoopToken {
+    std::uint32_t token;
+    std::weak_ptr<KVMIDIEndpoint> destination;
   };
 
   // Announces a change of a property around a scope.
@@ -202,10 +236,15 @@ class VLClock final : public KVObservable {
   // reports are the caller's to make; null when it has none.
   const VLClockTransition* enter(VLClockEvent event) KV_RUNS_ON(mTimerQueue);
 
+  void followBlock(const SMPTETime& block, std::uint64_t hostTime) KV_RUNS_ON(mTimerQueue);
+  void sendLoopTokens() KV_RUNS_ON(mTimerQueue);
+  void endLoopCheck() KV_RUNS_ON(mTimerQueue);
+
   void startRunning();
   void stopRunning();
   void setToWallClock();
   void createOutputPort();
+  void createSyncInPort();
   // The time with the count of ticks in it.
   SMPTETime currentTime() const noexcept;
   void postProceed();
@@ -225,7 +264,7 @@ class VLClock final : public KVObservable {
   host::Seqlocked<SMPTETime> _startTime;
   host::Seqlocked<SMPTETime> _stopTime;
   host::Seqlocked<LoopTimes> _loopTimes;
-  std::atomic<std::uint64_t> mStatus{VLClockStopped};
+  std::atomic<VLClockStatus> mStatus{VLClockStopped};
   std::atomic<double> _playRate{1.0};
 
   // Plain words, written by whoever sets them.
@@ -242,7 +281,16 @@ class VLClock final : public KVObservable {
   std::uint64_t mTimerInterval KV_ON_QUEUE(mTimerQueue) = 0;         // ns a tick
   std::vector<std::shared_ptr<KVMIDIEndpoint>> mDestinations KV_ON_QUEUE(mTimerQueue);
 
-  midi::MIDIPortRef mMIDIOutputPort = 0;  // set in construction for good; 0 for none
+  std::vector<LoopToken> mLoopCheckTable KV_ON_QUEUE(mTimerQueue);
+  std::shared_ptr<KVMIDIEndpoint> _loopCheckedSyncSource KV_ON_QUEUE(mTimerQueue);
+  std::atomic<bool> mLoopCheckUnderWay{false};
+
+  VLSharedCell<std::shared_ptr<KVMIDIEndpoint>> _mtcSyncSource;
+  std::shared_ptr<VLMTCParser> mMTCParser;  // set in construction for good
+
+  // Set in construction for good; 0 for none.
+  midi::MIDIPortRef mMIDIOutputPort = 0;
+  midi::MIDIPortRef mMIDISyncInPort = 0;
 
   // The timer thread's own; one run's thread has ended when the next begins.
   struct {

@@ -9,16 +9,17 @@
 
 namespace velor {
 
-// The status of the clock is a word whose bits speak for themselves: bit 0, time
-// is moving; bit 1, armed; bit 10, the MTC that comes in is of another format.
-inline constexpr std::uint64_t VLClockStopped = 0;
-inline constexpr std::uint64_t VLClockRolling = 1;  ///< on its own timer
-inline constexpr std::uint64_t VLClockArmed = 2;    ///< waits for MTC
-inline constexpr std::uint64_t VLClockChasing = 3;  ///< follows MTC
-inline constexpr std::uint64_t VLClockArmedWrongFormat = 0x402;
+/// A word whose bits speak for themselves: bit 0, time is moving; bit 1, armed;
+/// bit 10, the MTC that comes in is of another format.
+using VLClockStatus = std::uint64_t;
+inline constexpr VLClockStatus VLClockStopped = 0;
+inline constexpr VLClockStatus VLClockRolling = 1;  ///< on its own timer
+inline constexpr VLClockStatus VLClockArmed = 2;    ///< waits for MTC
+inline constexpr VLClockStatus VLClockChasing = 3;  ///< follows MTC
+inline constexpr VLClockStatus VLClockArmedWrongFormat = 0x402;
 
-inline constexpr std::uint64_t kVLClockMovingBit = 1U << 0;
-inline constexpr std::uint64_t kVLClockArmedBit = 1U << 1;
+inline constexpr VLClockStatus kVLClockMovingBit = 1U << 0;
+inline constexpr VLClockStatus kVLClockArmedBit = 1U << 1;
 
 // Play modes, four-character codes.
 inline constexpr std::uint64_t VLPlayModeNormal = KVFourCC("norm");

@@ -37,9 +37,9 @@ inline constexpr std::uint32_t kOnMainQueue =
     kTellsOnMain | kReportsStart | kReportsStop | kReportsWrongFormat;
 
 struct VLClockTransition {
-  std::uint64_t from;
+  VLClockStatus from;
   VLClockEvent event;
-  std::uint64_t to;
+  VLClockStatus to;
   std::uint32_t actions;
 };
 
@@ -86,7 +86,7 @@ static_assert(noPairRepeats(), "one status and one event lead to one place");
 }  // namespace detail
 
 /// The row for the pair, or null.
-constexpr const VLClockTransition* transitionFor(std::uint64_t from, VLClockEvent event) noexcept {
+constexpr const VLClockTransition* transitionFor(VLClockStatus from, VLClockEvent event) noexcept {
   for (const VLClockTransition& row : kVLClockTransitions) {
     if (row.from == from && row.event == event) {
       return &row;

@@ -57,6 +57,7 @@ TEST_F(VLClockTransport, AStopAtTheStopTimeEndsTwoFramesPastItAndIsReportedOnThe
   advanceFrames(20);
   EXPECT_EQ(now(), "00:00:10:02");
   EXPECT_FALSE(clock().running());
+  EXPECT_EQ(clock().time().mFlags, kSMPTETimeValid);
   EXPECT_EQ(digits(clock().startTimeSMPTE()), "00:00:09:24");
   EXPECT_EQ(atStop, Reports{"observed"});  // observers first, then the delegate
   EXPECT_EQ(mDelegate->take(), Reports{"stopped"});

@@ -1,0 +1,287 @@
+// SPDX-License-Identifier: MIT
+// The clock as a follower of MTC, and its search for loops.
+#include <algorithm>
+
+#include "tests/velor/clock/ClockFixture.h"
+#include "tests/velor/mtc/MTCPackets.h"
+
+namespace velor {
+namespace {
+
+constexpr unsigned kRate25 = 1;
+constexpr unsigned kRate30 = 3;
+constexpr std::uint64_t kPiece25 = 10 * kMs;
+
+class VLClockSync : public ClockFixture {
+ protected:
+  VLClockSync() {
+    mSource =
+        std::make_shared<KVMIDIEndpoint>(mOutside->appear(midi::MIDIEndpointKind::source, "deck"));
+    clock().setMIDISyncSource(mSource);
+  }
+
+  void play(const std::vector<std::uint8_t>& bytes) {
+    mOutside->play(mSource->endpoint(), mHost.AudioGetCurrentHostTime(), bytes);
+    mHost.settle();
+  }
+
+  // Pieces for `blocks` blocks from 01:00:SS:00 on. The parser takes the first
+  // block of a stream to find its feet.
+  void playBlocks(int blocks, unsigned seconds, unsigned rate = kRate25) {
+    for (int block = 0; block < blocks; ++block) {
+      mBlockTime = mHost.AudioGetCurrentHostTime();
+      for (const std::uint8_t byte :
+           quarterFrames(1, 0, seconds, static_cast<unsigned>(block) * 2, rate)) {
+        play({0xF1, byte});
+        mHost.advance(kPiece25);
+      }
+    }
+  }
+
+  void playLocate(unsigned hours, unsigned rate = kRate25) {
+    play({0xF0, 0x7F, 0x7F, 0x01, 0x01, static_cast<std::uint8_t>(rate << 5 | hours), 0, 0, 0,
+          0xF7});
+  }
+
+  std::shared_ptr<KVMIDIEndpoint> mSource;
+  std::uint64_t mBlockTime = 0;  // of the first piece of the last block
+};
+
+TEST_F(VLClockSync, TheFirstBlockStartsTheChaseAndIsStoredAndPassedOnWithTheOffset) {
+  const auto destination = addDestination("desk");
+  clock().setSmpteOffset(at(2, 0, 0, 0));
+  takeSent(*destination);
+  playBlocks(2, 10);  // not armed: nothing
+  EXPECT_EQ(clock().status(), VLClockStopped);
+  mHost.advance(1000 * kMs);
+
+  clock().arm();
+  EXPECT_EQ(mDelegate->take(), Reports{"armed"});
+  std::vector<std::uint64_t> seen;
+  const auto token =
+      clock().addObserver("status", [&](const auto&) { seen.push_back(clock().status()); });
+  playBlocks(2, 20);
+  EXPECT_EQ(clock().status(), VLClockChasing);
+  EXPECT_TRUE(clock().running());
+  EXPECT_TRUE(clock().armed());
+  EXPECT_EQ(now(), "01:00:20:02");
+  EXPECT_EQ(seen, std::vector<std::uint64_t>{VLClockChasing});
+  EXPECT_EQ(mDelegate->take(), Reports{"started"});
+  // Two frames ahead, eight pieces after the host time of the block.
+  EXPECT_EQ(takeSent(*destination),
+            (std::vector<OnWire>{{false, mBlockTime + 8 * kPiece25, "03:00:20:04", kRate25}}));
+  EXPECT_EQ(digits(clock().startTimeSMPTE()), "00:00:00:00");
+}
+
+TEST_F(VLClockSync, AChaseIsEndedByADisarmAndNotByAStop) {
+  clock().arm();
+  playBlocks(3, 20);
+  mDelegate->take();
+  clock().stop();
+  clock().setRunning(false);
+  clock().start();
+  EXPECT_EQ(clock().status(), VLClockChasing);
+  clock().setSmpteFormat(kSMPTETimeType30);
+  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType25);
+  EXPECT_EQ(mDelegate->take(), Reports{});
+
+  clock().disarm();
+  EXPECT_EQ(mDelegate->take(), Reports{"disarmed"});
+  mHost.settle();
+  EXPECT_EQ(mDelegate->take(), Reports{"stopped"});
+  EXPECT_EQ(clock().status(), VLClockStopped);
+  EXPECT_EQ(now(), "01:00:20:04");
+  EXPECT_EQ(clock().time().mFlags, kSMPTETimeValid);
+}
+
+TEST_F(VLClockSync, ArmingAClockThatRollsIsAnsweredAsADisarm) {
+  clock().start();
+  mDelegate->take();
+  clock().arm();
+  EXPECT_EQ(mDelegate->take(), Reports{"disarmed"});
+  EXPECT_EQ(clock().status(), VLClockRolling);
+  playBlocks(3, 20);
+  EXPECT_EQ(clock().status(), VLClockRolling);
+  clock().stop();
+  clock().arm();
+  mDelegate->take();
+  clock().start();  // an armed clock does not start by itself
+  EXPECT_EQ(clock().status(), VLClockArmed);
+  EXPECT_EQ(mDelegate->take(), Reports{});
+}
+
+TEST_F(VLClockSync, AWrongFormatIsToldOnceUntilTheFormatIsSet) {
+  clock().arm();
+  mDelegate->take();
+  playBlocks(5, 20, kRate30);
+  EXPECT_EQ(mDelegate->take(), Reports{"wrong format 3"});
+  EXPECT_EQ(clock().status(), VLClockArmedWrongFormat);
+  EXPECT_TRUE(clock().armed());
+  EXPECT_FALSE(clock().running());
+  EXPECT_EQ(now(), "00:00:00:00");
+  clock().setSmpteFormat(kSMPTETimeType30);
+  EXPECT_EQ(clock().status(), VLClockArmed);
+  playBlocks(1, 21, kRate30);
+  EXPECT_EQ(clock().status(), VLClockChasing);
+  EXPECT_EQ(now(), "01:00:21:00");
+  EXPECT_EQ(mDelegate->take(), Reports{"started"});
+}
+
+TEST_F(VLClockSync, ASourceThatChangesFormatDuringAChaseIsNoStop) {
+  clock().arm();
+  playBlocks(3, 20);
+  mDelegate->take();
+  playBlocks(3, 30, kRate30);
+  EXPECT_EQ(clock().status(), VLClockArmedWrongFormat);
+  EXPECT_FALSE(clock().running());
+  EXPECT_EQ(now(), "01:00:20:04");
+  EXPECT_EQ(mDelegate->take(), Reports{"wrong format 3"});
+  playBlocks(2, 40);
+  EXPECT_EQ(clock().status(), VLClockChasing);
+  EXPECT_EQ(mDelegate->take(), Reports{"started"});
+}
+
+TEST_F(VLClockSync, TenFramesOfSilenceLeaveTheClockArmedOnItsTimeAndMTCStartsItAgain) {
+  clock().arm();
+  playBlocks(4, 20);
+  mDelegate->take();
+  mHost.advance(8 * kFrame25);
+  EXPECT_EQ(clock().status(), VLClockChasing);
+  mHost.advance(4 * kFrame25);
+  EXPECT_EQ(clock().status(), VLClockArmed);
+  EXPECT_FALSE(clock().running());
+  EXPECT_EQ(now(), "01:00:20:06");
+  EXPECT_EQ(clock().time().mFlags, kSMPTETimeValid);
+  EXPECT_EQ(mDelegate->take(), Reports{"stopped"});
+  playBlocks(2, 30);
+  EXPECT_EQ(clock().status(), VLClockChasing);
+  EXPECT_EQ(mDelegate->take(), Reports{"started"});
+}
+
+TEST_F(VLClockSync, ALocateIsTakenByAnArmedClockAlone) {
+  const auto destination = addDestination("desk");
+  takeSent(*destination);
+  playLocate(5);
+  EXPECT_EQ(now(), "00:00:00:00");
+  clock().arm();
+  mDelegate->take();
+  playLocate(6, kRate30);
+  EXPECT_EQ(now(), "00:00:00:00");
+  playLocate(7);
+  EXPECT_EQ(now(), "07:00:00:00");
+  EXPECT_EQ(digits(clock().startTimeSMPTE()), "07:00:00:00");
+  EXPECT_EQ(mDelegate->take(), Reports{"time"});
+  EXPECT_EQ(takeSent(*destination), (std::vector<OnWire>{{true, 0, "07:00:00:00", kRate25}}));
+  playBlocks(2, 20);
+  playLocate(8);
+  EXPECT_EQ(now(), "01:00:20:02");
+}
+
+TEST_F(VLClockSync, OneSourceIsFollowedAtATime) {
+  clock().arm();
+  const auto other = std::make_shared<KVMIDIEndpoint>(
+      mOutside->appear(midi::MIDIEndpointKind::source, "other deck"));
+  clock().setMIDISyncSource(other);
+  playBlocks(3, 20);  // the former one
+  EXPECT_EQ(clock().status(), VLClockArmed);
+  clock().setMIDISyncSource(nullptr);
+  EXPECT_EQ(clock().MIDISyncSource(), nullptr);
+  EXPECT_TRUE(mOutside->connections.empty());
+}
+
+// --- loops ---
+
+class LoopDelegate : public RecordingDelegate {
+ public:
+  bool clockShouldCheckForMTCLoop(VLClock&) override { return wanted; }
+  void clockDetectedMTCLoop(VLClock&, const std::shared_ptr<KVMIDIEndpoint>& source,
+                            const std::shared_ptr<KVMIDIEndpoint>& destination) override {
+    sources.push_back(source);
+    loops.push_back(destination);
+  }
+  bool wanted = true;
+  std::vector<std::shared_ptr<KVMIDIEndpoint>> sources;
+  std::vector<std::shared_ptr<KVMIDIEndpoint>> loops;
+};
+
+class VLClockLoops : public VLClockSync {
+ protected:
+  VLClockLoops() { clock().setDelegate(mLoops); }
+
+  std::vector<std::vector<std::uint8_t>> takeTokens(const KVMIDIEndpoint& destination) {
+    mHost.settle();
+    std::vector<std::vector<std::uint8_t>> tokens;
+    std::erase_if(mOutside->sent, [&](const auto& sent) {
+      if (sent.endpoint != destination.endpoint() || sent.bytes.size() != 19) {
+        return false;
+      }
+      tokens.push_back(sent.bytes);
+      return true;
+    });
+    return tokens;
+  }
+
+  const std::shared_ptr<LoopDelegate> mLoops = std::make_shared<LoopDelegate>();
+};
+
+TEST_F(VLClockLoops, ATokenThatComesBackNamesItsDestination) {
+  const auto first = addDestination("first");
+  mHost.advance(200 * kMs);
+  takeTokens(*first);
+  const auto second = addDestination("second");
+  const auto fromFirst = takeTokens(*first);
+  const auto fromSecond = takeTokens(*second);
+  ASSERT_EQ(fromFirst.size(), 1U);
+  ASSERT_EQ(fromSecond.size(), 1U);
+  play(fromSecond[0]);
+  EXPECT_EQ(mLoops->loops, std::vector{second});
+  EXPECT_EQ(mLoops->sources, std::vector{mSource});
+  EXPECT_EQ(clock().status(), VLClockStopped);
+
+  // In time, just so, and too late.
+  mHost.advance(99 * kMs);
+  play(fromFirst[0]);
+  EXPECT_EQ(mLoops->loops.size(), 2U);
+  mHost.advance(2 * kMs);
+  play(fromFirst[0]);
+  EXPECT_EQ(mLoops->loops.size(), 2U);
+}
+
+TEST_F(VLClockLoops, ACheckUnderWaySwallowsFurtherRequests) {
+  const auto first = addDestination("first");
+  const auto second = addDestination("second");
+  EXPECT_EQ(takeTokens(*first).size(), 1U);
+  EXPECT_EQ(takeTokens(*second).size(), 0U);
+  clock().doLoopDetection();
+  EXPECT_EQ(takeTokens(*first).size(), 0U);
+  mHost.advance(101 * kMs);
+  clock().setMIDISyncSource(mSource);
+  EXPECT_EQ(takeTokens(*first).size(), 1U);
+  EXPECT_EQ(takeTokens(*second).size(), 1U);
+}
+
+TEST_F(VLClockLoops, NoTokenIsSentUnlessTheDelegateWantsIt) {
+  mLoops->wanted = false;
+  const auto destination = addDestination("desk");
+  EXPECT_EQ(takeTokens(*destination).size(), 0U);
+  clock().setDelegate({});
+  clock().doLoopDetection();
+  EXPECT_EQ(takeTokens(*destination).size(), 0U);
+}
+
+TEST_F(VLClockLoops, WithoutASourceNothingComesBackAndAGoneDestinationCountsForNothing) {
+  auto destination = addDestination("desk");
+  const auto tokens = takeTokens(*destination);
+  ASSERT_EQ(tokens.size(), 1U);
+  clock().removeMTCDestination(destination);
+  destination.reset();
+  play(tokens[0]);
+  EXPECT_TRUE(mLoops->loops.empty());
+  mHost.advance(101 * kMs);
+  clock().setMIDISyncSource(nullptr);
+  const auto other = addDestination("other");
+  EXPECT_EQ(takeTokens(*other).size(), 1U);
+}
+
+}  // namespace
+}  // namespace velor
