@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: MIT
+// How late the clock's timer wakes, beside a bare thread of the same class that
+// does nothing but sleep until its next deadline. Prints a table of the errors
+// (wake-up less deadline, us) and the ratios; takes the seconds of each of its
+// rows as an argument.
+#include <time.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Kv-Appkit/KVShared.h"
+#include "Velor/clock/VLClock.h"
+#include "platform/host/SystemHost.h"
+#include "platform/midi/MIDIService.h"
+#include "platform/midi/builtin/MIDIObjectTable.h"
+
+namespace velor {
+namespace {
+
+constexpr std::uint64_t kPeriod = 10'000'000;  // ns
+constexpr double kRate = 4;                    // of a clock at 25: a tick a period
+constexpr std::uint64_t kSecond = 1'000'000'000;
+
+std::uint64_t now() {
+  timespec t{};
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  return static_cast<std::uint64_t>(t.tv_sec) * kSecond + static_cast<std::uint64_t>(t.tv_nsec);
+}
+
+void sleepUntil(std::uint64_t deadline) {
+  timespec t{};
+  t.tv_sec = static_cast<time_t>(deadline / kSecond);
+  t.tv_nsec = static_cast<long>(deadline % kSecond);
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &t, nullptr) != 0) {
+  }
+}
+
+thread_local std::uint64_t lastDeadline = 0;
+
+/// The system's host, which keeps each thread's last deadline.
+class WatchedHost final : public host::Host {
+ public:
+  WatchedHost() { makeServices(); }
+  ~WatchedHost() override { endServices(); }
+
+  std::uint64_t AudioGetCurrentHostTime() const noexcept override {
+    return mSystem.AudioGetCurrentHostTime();
+  }
+  int mach_timebase_info(host::MachTimebaseInfo& info) const noexcept override {
+    return mSystem.mach_timebase_info(info);
+  }
+  void mach_wait_until(std::uint64_t deadline) noexcept override {
+    lastDeadline = deadline;
+    mSystem.mach_wait_until(deadline);
+  }
+  int thread_policy_set(const host::ThreadTimeConstraintPolicy& policy,
+                        host::ThreadRole role) noexcept override {
+    return mSystem.thread_policy_set(policy, role);
+  }
+  std::unique_ptr<host::Thread> startThread(std::string name, std::function<void()> body) override {
+    return mSystem.startThread(std::move(name), std::move(body));
+  }
+  std::unique_ptr<host::Semaphore> makeSemaphore(Pollable pollable) override {
+    return mSystem.makeSemaphore(pollable);
+  }
+  host::Semaphore& threadSemaphore() override { return mSystem.threadSemaphore(); }
+
+ private:
+  host::SystemHost mSystem;
+};
+
+/// Room for the errors of one run; written by one thread.
+class Errors {
+ public:
+  explicit Errors(std::size_t count) { mErrors.reserve(count); }
+  void add(std::uint64_t error) {
+    if (mErrors.size() < mErrors.capacity()) {
+      mErrors.push_back(error);
+    }
+  }
+  std::size_t count() const { return mErrors.size(); }
+  double microseconds(double part) {
+    if (mErrors.empty()) {
+      return 0;
+    }
+    std::sort(mErrors.begin(), mErrors.end());
+    const double place = part * static_cast<double>(mErrors.size() - 1);
+    return static_cast<double>(mErrors[static_cast<std::size_t>(place)]) / 1e3;
+  }
+
+ private:
+  std::vector<std::uint64_t> mErrors;
+};
+
+void runBare(host::Host& host, std::uint64_t duration, Errors& errors) {
+  const auto thread = host.startThread("bare", [&] {
+    host.thread_policy_set({}, host::ThreadRole::timer);
+    std::uint64_t next = now();
+    for (const std::uint64_t end = next + duration; next < end;) {
+      next += kPeriod;
+      sleepUntil(next);
+      errors.add(now() - next);
+    }
+  });
+  thread->join();
+}
+
+void runClock(host::Host& host, std::uint64_t duration, Errors& errors) {
+  VLClockTimeSources sources = VLClockTimeSources::system();
+  bool isFirst = true;  // of the two reads in a tick
+  sources.hostTime = [&host, &errors, &isFirst] {
+    const std::uint64_t time = host.AudioGetCurrentHostTime();
+    if (isFirst) {
+      errors.add(time - lastDeadline);
+    }
+    isFirst = !isFirst;
+    return time;
+  };
+  VLClock clock(std::move(sources));
+  clock.setPlayRate(kRate);
+  clock.start();
+  for (const std::uint64_t end = now() + duration; now() < end;) {
+    sleepUntil(now() + 20'000'000);
+    host.mainQueue().drainPending();
+  }
+  clock.stop();
+}
+
+void printRow(const char* name, Errors& bare, Errors& clock) {
+  const double bareMedian = bare.microseconds(0.5);
+  const double bareLate = bare.microseconds(0.99);
+  const double clockMedian = clock.microseconds(0.5);
+  const double clockLate = clock.microseconds(0.99);
+  std::printf("%-22s %7zu %9.1f %9.1f %7zu %9.1f %9.1f %8.2f %8.2f\n", name, bare.count(),
+              bareMedian, bareLate, clock.count(), clockMedian, clockLate, clockMedian / bareMedian,
+              clockLate / bareLate);
+  std::fflush(stdout);
+}
+
+void measure(host::Host& host, const char* load, std::uint64_t duration) {
+  const std::size_t count = duration / kPeriod + 10;
+  {
+    Errors bare(count);
+    Errors clock(count);
+    std::thread other([&] { runBare(host, duration, bare); });
+    runClock(host, duration, clock);
+    other.join();
+    printRow((std::string("together, ") + load).c_str(), bare, clock);
+  }
+  {
+    Errors bare(count);
+    Errors clock(count);
+    // In turns, so that what else the machine does falls on both.
+    constexpr int kTurns = 10;
+    for (int turn = 0; turn < kTurns; ++turn) {
+      runBare(host, duration / kTurns, bare);
+      runClock(host, duration / kTurns, clock);
+    }
+    printRow((std::string("in turns, ") + load).c_str(), bare, clock);
+  }
+}
+
+int run(std::uint64_t duration) {
+  WatchedHost host;
+  midi::MIDIObjectTable midi(nullptr);
+  midi::setService(&midi);
+  std::printf("period %.0f ms; errors in us\n", static_cast<double>(kPeriod) / 1e6);
+  std::printf("%-22s %7s %9s %9s %7s %9s %9s %8s %8s\n", "", "bare n", "median", "99 %", "clock n",
+              "median", "99 %", "ratio", "ratio99");
+  measure(host, "idle", duration);
+  {
+    std::atomic<bool> ending{false};
+    std::thread busy([&ending] {
+      while (!ending.load(std::memory_order_relaxed)) {
+      }
+    });
+    measure(host, "one core busy", duration);
+    ending.store(true);
+    busy.join();
+  }
+  KVSharedInstances::clear();
+  midi::setService(nullptr);
+  return 0;
+}
+
+}  // namespace
+}  // namespace velor
+
+int main(int argc, char** argv) {
+  const std::uint64_t seconds = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 20;
+  if (seconds == 0) {
+    std::fprintf(stderr, "usage: %s [SECONDS A ROW]\n", argv[0]);
+    return 2;
+  }
+  return velor::run(seconds * velor::kSecond);
+}
