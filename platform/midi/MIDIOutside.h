@@ -71,6 +71,9 @@ class MIDIOutside {
   /// An output port is gone, and with it what served it.
   virtual void removePort(MIDIPortRef port) = 0;
 
+  /// Called without the lock.
+  virtual void waitUntilSettled() = 0;
+  virtual bool isConnected() = 0;
   virtual std::string description() = 0;
 };
 

@@ -83,6 +83,13 @@ class MIDIService {
   /// Sends from a virtual source to all that are connected to it.
   virtual OSStatus MIDIReceived(MIDIEndpointRef source, const MIDIPacketList* packets) = 0;
 
+  /// Waits until the ways to the outside that were asked for so far, by sending or
+  /// connecting, are open, or can not be opened; that takes some cycles of the
+  /// server for each.
+  virtual void waitUntilSettled() = 0;
+
+  /// Whether a server carries the MIDI of the outside now.
+  virtual bool isConnected() = 0;
   /// In a few words for people, which server carries the MIDI of the outside now.
   virtual std::string serverDescription() = 0;
 };

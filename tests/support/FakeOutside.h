@@ -98,6 +98,8 @@ class FakeOutside final : public MIDIOutside {
     return 0;
   }
   void removePort(MIDIPortRef port) override { removedPorts.push_back(port); }
+  void waitUntilSettled() override {}
+  bool isConnected() override { return true; }
   std::string description() override { return "a test"; }
 
   std::vector<Sent> sent;

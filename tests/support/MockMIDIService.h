@@ -44,6 +44,8 @@ class MockMIDIService : public MIDIService {
   MOCK_METHOD(OSStatus, MIDISend, (MIDIPortRef, MIDIEndpointRef, const MIDIPacketList*),
               (override));
   MOCK_METHOD(OSStatus, MIDIReceived, (MIDIEndpointRef, const MIDIPacketList*), (override));
+  MOCK_METHOD(void, waitUntilSettled, (), (override));
+  MOCK_METHOD(bool, isConnected, (), (override));
   MOCK_METHOD(std::string, serverDescription, (), (override));
 };
 

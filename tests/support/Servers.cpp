@@ -48,7 +48,8 @@ bool waitFor(double seconds, const std::function<bool()>& condition) {
 }
 
 Process::Process(const std::vector<std::string>& command,
-                 const std::vector<std::string>& environment, const std::string& output) {
+                 const std::vector<std::string>& environment, const std::string& output,
+                 const std::string& errors) {
   mId = fork();
   if (mId < 0) {
     throw std::runtime_error("fork failed");
@@ -59,11 +60,11 @@ Process::Process(const std::vector<std::string>& command,
   for (const std::string& entry : environment) {
     putenv(strdup(entry.c_str()));
   }
-  if (!output.empty()) {
-    const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    dup2(file, STDOUT_FILENO);
-    dup2(file, STDERR_FILENO);
-  }
+  const auto redirect = [](const std::string& path, int descriptor) {
+    dup2(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), descriptor);
+  };
+  redirect(output, STDOUT_FILENO);
+  redirect(errors.empty() ? output : errors, STDERR_FILENO);
   std::vector<char*> arguments;
   for (const std::string& argument : command) {
     arguments.push_back(const_cast<char*>(argument.c_str()));

@@ -13,10 +13,10 @@ namespace velor::test {
 class Process {
  public:
   Process() = default;
-  /// `environment` holds "NAME=value" beyond the test's own. Standard output and
-  /// standard error go to the file `output`; to the test's own when it is empty.
+  /// `environment` holds "NAME=value" beyond the test's own. Standard output goes to
+  /// the file `output`, standard error to `errors`, or to the same when that is empty.
   Process(const std::vector<std::string>& command, const std::vector<std::string>& environment,
-          const std::string& output);
+          const std::string& output, const std::string& errors = "");
   ~Process();
   Process(Process&& other) noexcept;
   Process& operator=(Process&& other) noexcept;

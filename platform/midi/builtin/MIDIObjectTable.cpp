@@ -460,6 +460,16 @@ OSStatus MIDIObjectTable::MIDIReceived(MIDIEndpointRef source, const MIDIPacketL
   return status;
 }
 
+void MIDIObjectTable::waitUntilSettled() {
+  if (mOutside != nullptr) {
+    mOutside->waitUntilSettled();
+  }
+}
+
+bool MIDIObjectTable::isConnected() {
+  return mOutside != nullptr && mOutside->isConnected();
+}
+
 std::string MIDIObjectTable::serverDescription() {
   return mOutside != nullptr ? mOutside->description() : "in process";
 }

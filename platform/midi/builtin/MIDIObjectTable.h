@@ -59,6 +59,8 @@ class MIDIObjectTable final : public MIDIService, private MIDIInside {
   OSStatus MIDISend(MIDIPortRef port, MIDIEndpointRef destination,
                     const MIDIPacketList* packets) override;
   OSStatus MIDIReceived(MIDIEndpointRef source, const MIDIPacketList* packets) override;
+  void waitUntilSettled() override;
+  bool isConnected() override;
   std::string serverDescription() override;
 
   /// The id of an endpoint of the outside by the name of its port: the same in

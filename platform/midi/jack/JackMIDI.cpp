@@ -18,6 +18,7 @@ constexpr std::uint64_t kRescanDelay = 20 * kNsPerMs;
 constexpr std::uint64_t kReportInterval = 5000 * kNsPerMs;
 // A cycle that does not come within this is taken for a server that stands still.
 constexpr std::uint64_t kLongestCycle = 250 * kNsPerMs;
+constexpr const char* kNoServer = "in process, no server";
 constexpr const char* kPrettyNameKey = "http://jackaudio.org/metadata/pretty-name";
 constexpr const char* kOrderKey = "http://jackaudio.org/metadata/order";
 
@@ -30,7 +31,7 @@ bool JackMIDI::available() {
 }
 
 JackMIDI::JackMIDI() : mHost(host::current()) {
-  setDescription("no server yet");
+  tell(false, kNoServer);
 }
 
 JackMIDI::~JackMIDI() {
@@ -59,7 +60,8 @@ std::string JackMIDI::description() {
   return mDescription;
 }
 
-void JackMIDI::setDescription(std::string description) {
+void JackMIDI::tell(bool connected, std::string description) {
+  mConnected.store(connected);
   const std::lock_guard lock(mDescriptionMutex);
   mDescription = std::move(description);
 }
@@ -153,7 +155,6 @@ void JackMIDI::tryOpen() {
   }
   if (!std::exchange(mToldMissing, true)) {
     VELOR_LOG_WARNING("no MIDI server is running; ports of other programs appear when one does");
-    setDescription("in process, no server");
   }
   mQueue.after(kRetryInterval, [this] { tryOpen(); });
 }
@@ -184,7 +185,7 @@ void JackMIDI::openWith(std::shared_ptr<const JackLibrary> library) {
   }
   mToldMissing = false;
   const std::string name = mLibrary->jack_get_client_name(mClient);
-  setDescription("JACK, client " + name + ", " +
+  tell(true, "JACK, client " + name + ", " +
                  std::to_string(mLibrary->jack_get_sample_rate(mClient)) + " Hz");
   VELOR_LOG_INFO("connected to the MIDI server as %s", name.c_str());
   for (const PortPtr& port : mKnown) {
@@ -209,7 +210,7 @@ void JackMIDI::closeClient() {
     mInside->endpointVanished(endpoint.first);
   }
   mEndpoints.clear();
-  setDescription("in process, no server");
+  tell(false, kNoServer);
 }
 
 void JackMIDI::registerPort(const PortPtr& port) {

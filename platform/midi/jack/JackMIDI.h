@@ -47,6 +47,10 @@ class JackMIDI final : public MIDIOutside {
   OSStatus send(Named port, Named destination, const MIDIPacketList& packets) override;
   OSStatus received(MIDIEndpointRef source, const MIDIPacketList& packets) override;
   void removePort(MIDIPortRef port) override;
+  void waitUntilSettled() override {
+    mQueue.sync([] {});
+  }
+  bool isConnected() override { return mConnected.load(); }
   std::string description() override;
 
  private:
@@ -86,7 +90,7 @@ class JackMIDI final : public MIDIOutside {
   void rescan();
   void reportDropped();
   std::string displayNameOf(jack_port_t* port, const std::string& fullName) const;
-  void setDescription(std::string description);
+  void tell(bool connected, std::string description);
 
   // In the callbacks of the library.
   static int onProcess(jack_nframes_t frames, void* self);
@@ -122,6 +126,7 @@ class JackMIDI final : public MIDIOutside {
 
   std::atomic<bool> mRescanPending{false};
   std::atomic<std::uint32_t> mSession{0};  // counts servers
+  std::atomic<bool> mConnected{false};
   std::mutex mDescriptionMutex;
   std::string mDescription;  // under mDescriptionMutex
   host::Queue mQueue{"velor.jack"};

@@ -27,7 +27,7 @@ class JackOutputLane {
   static constexpr std::uint32_t kPackets = 256;
   /// A packet that could not go out for this long (ns) after its time is dropped
   /// and counted: a burst of late timecode would only mislead.
-  static constexpr MIDITimeStamp kLatest = 100'000'000;
+  static constexpr MIDITimeStamp kLatest = 20'000'000;
   /// The same for packets that go at once: they may wait for a connection.
   static constexpr MIDITimeStamp kLatestAtOnce = 2'000'000'000;
 

@@ -120,8 +120,8 @@ TEST(JackOutputLane, WritesInTheOrderOfTimesWhateverTheOrderOfSending) {
 TEST(JackOutputLane, LatePacketsGoOutAtOnceAndVeryLateOnesAreDroppedAndCounted) {
   JackOutputLane lane;
   Callback callback(48000, 480);
-  lane.send(List(kStart - 50 * kMs, kMs, 1, 1).get(), kStart - 60 * kMs);
-  lane.send(List(kStart - 150 * kMs, kMs, 1, 2).get(), kStart - 160 * kMs);
+  lane.send(List(kStart - 15 * kMs, kMs, 1, 1).get(), kStart - 60 * kMs);
+  lane.send(List(kStart - 25 * kMs, kMs, 1, 2).get(), kStart - 60 * kMs);
   lane.send(List(0, 0, 1, 3).get(), kStart - 1500 * kMs);  // waited for its connection
   lane.send(List(0, 0, 1, 4).get(), kStart - 2500 * kMs);
   callback.run(lane);

@@ -28,7 +28,8 @@ TEST(MIDIPacketList, HoldsPacketsOfAnyLengthAndRefusesWhatDoesNotFit) {
   std::vector<std::pair<MIDITimeStamp, std::size_t>> seen;
   forEachPacket(*list, [&](const MIDIPacket& each) {
     EXPECT_EQ(std::memcmp(each.data, bytes.data(), each.length), 0);
-    seen.emplace_back(each.timeStamp, each.length);
+    const MIDITimeStamp time = each.timeStamp;  // a copy: the record is packed
+    seen.emplace_back(time, each.length);
   });
   EXPECT_EQ(seen, (std::vector<std::pair<MIDITimeStamp, std::size_t>>{{7, 3}, {8, 10}, {9, 14}}));
   EXPECT_EQ(MIDIPacketListAdd(list, 1 << 20, packet, 9, kMaxPacketBytes + 1, bytes.data()),
