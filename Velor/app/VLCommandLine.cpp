@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/app/VLCommandLine.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <stdexcept>
+
+#include "Velor/clock/VLClockStatus.h"
+#include "kvtimecode/ltc_utils.h"
+
+namespace velor {
+namespace {
+
+constexpr int kUsageStatus = 2;
+constexpr double kMaxRatePercent = 2.0;
+constexpr double kMaxPreroll = 60.0;
+
+template <class Value>
+struct Named {
+  const char* name;
+  Value value;
+};
+
+constexpr std::array<Named<std::uint32_t>, 7> kFormats = {{{"23.98", kSMPTETimeType2398},
+                                                           {"24", kSMPTETimeType24},
+                                                           {"25", kSMPTETimeType25},
+                                                           {"29.97", kSMPTETimeType2997},
+                                                           {"29.97df", kSMPTETimeType2997Drop},
+                                                           {"30", kSMPTETimeType30},
+                                                           {"30df", kSMPTETimeType30Drop}}};
+
+constexpr std::array<Named<std::uint64_t>, 4> kModes = {{{"normal", VLPlayModeNormal},
+                                                         {"stop", VLPlayModeStop},
+                                                         {"loop", VLPlayModeLoop},
+                                                         {"time-of-day", VLPlayModeTimeOfDay}}};
+
+class UsageError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// The value of a name; an unknown one is refused with the names that there are.
+template <class Value, std::size_t N>
+Value valueNamed(const std::array<Named<Value>, N>& table, const std::string& name,
+                 const char* option) {
+  std::string known;
+  for (const auto& entry : table) {
+    if (name == entry.name) {
+      return entry.value;
+    }
+    known += std::string(known.empty() ? "" : ", ") + entry.name;
+  }
+  throw UsageError(std::string(option) + ": unknown '" + name + "' (one of " + known + ")");
+}
+
+SMPTETime timeOption(const std::string& text, std::uint32_t format, const char* option) {
+  std::string error;
+  const auto time = VLTimeFromText(text, format, error);
+  if (!time) {
+    throw UsageError(std::string(option) + ": " + error);
+  }
+  return *time;
+}
+
+// An offset may be negative: it wraps around the day, as the clock's sums do.
+SMPTETime offsetOption(const std::string& text, std::uint32_t format) {
+  const bool negative = !text.empty() && text.front() == '-';
+  SMPTETime offset = timeOption(negative ? text.substr(1) : text, format, "--offset");
+  if (negative) {
+    SMPTETime zero = ltc_smptetime_from_frame_number(0, format);
+    ltc_subtract(zero, offset);
+    offset = zero;
+  }
+  return offset;
+}
+
+void refuseIf(bool condition, const std::string& message) {
+  if (condition) {
+    throw UsageError(message);
+  }
+}
+
+std::uint64_t playModeOf(const std::string& mode, bool hasStop, bool hasLoop, bool hasStart,
+                         bool hasPreroll) {
+  refuseIf(hasStop && hasLoop, "--stop-at and --loop contradict each other");
+  if (mode.empty()) {
+    return hasStop ? VLPlayModeStop : hasLoop ? VLPlayModeLoop : VLPlayModeNormal;
+  }
+  const std::uint64_t value = valueNamed(kModes, mode, "--mode");
+  refuseIf(hasStop && value != VLPlayModeStop, "--stop-at contradicts --mode " + mode);
+  refuseIf(hasLoop && value != VLPlayModeLoop, "--loop contradicts --mode " + mode);
+  refuseIf(!hasLoop && value == VLPlayModeLoop, "--mode loop needs --loop START END");
+  refuseIf(!hasStop && value == VLPlayModeStop, "--mode stop needs --stop-at TIME");
+  refuseIf(hasStart && value == VLPlayModeTimeOfDay, "--start contradicts --mode time-of-day");
+  refuseIf(hasPreroll && value == VLPlayModeTimeOfDay, "--preroll contradicts --mode time-of-day");
+  return value;
+}
+
+}  // namespace
+
+const char* VLFormatName(std::uint32_t format) {
+  const auto entry = std::find_if(kFormats.begin(), kFormats.end(),
+                                  [format](const auto& each) { return each.value == format; });
+  return entry != kFormats.end() ? entry->name : "?";
+}
+
+std::optional<SMPTETime> VLTimeFromText(const std::string& text, std::uint32_t format,
+                                        std::string& error) {
+  unsigned hours = 0;
+  unsigned minutes = 0;
+  unsigned seconds = 0;
+  unsigned frames = 0;
+  char separator = 0;
+  int end = 0;
+  const int found = std::sscanf(text.c_str(), "%2u:%2u:%2u%c%2u%n", &hours, &minutes, &seconds,
+                                &separator, &frames, &end);
+  const bool onlyDigits = std::all_of(text.begin(), text.end(), [](char c) {
+    return (c >= '0' && c <= '9') || c == ':' || c == ';' || c == '.';
+  });
+  if (found != 5 || static_cast<std::size_t>(end) != text.size() || !onlyDigits ||
+      (separator != ':' && separator != ';' && separator != '.')) {
+    error = "'" + text + "' is no time (HH:MM:SS:FF)";
+    return std::nullopt;
+  }
+  const unsigned framesPerSecond = ltc_frames_per_second(format);
+  if (hours > 23 || minutes > 59 || seconds > 59 || frames >= framesPerSecond) {
+    error = "'" + text +
+            "' is out of range (up to 23:59:59:" + std::to_string(framesPerSecond - 1) + " at " +
+            VLFormatName(format) + ")";
+    return std::nullopt;
+  }
+  SMPTETime time{};
+  time.mType = format;
+  ltc_set_time(time, static_cast<int>(hours), static_cast<int>(minutes), static_cast<int>(seconds),
+               static_cast<int>(frames));
+  if (static_cast<unsigned>(time.mFrames) != frames) {
+    error = "'" + text + "' does not exist at " + VLFormatName(format) +
+            ": drop-frame counting leaves it out";
+    return std::nullopt;
+  }
+  return time;
+}
+
+VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
+  VLOptions options;
+  std::string format = "25";
+  std::string start;
+  std::string offset;
+  std::string mode;
+  std::string stopAt;
+  std::vector<std::string> loop;
+  double preroll = 0;
+
+  CLI::App app{"Velor: timecode for stage, studio and installation work"};
+  app.name("velor");
+  app.set_version_flag("--version", std::string("velor ") + VELOR_VERSION);
+  app.add_flag("--headless", options.headless, "Run without a window, until SIGINT or SIGTERM");
+  app.add_flag("--list", options.list, "Print the MIDI sources and destinations with their ids");
+  app.add_option("--format", format, "23.98, 24, 25, 29.97, 29.97df, 30 or 30df")
+      ->capture_default_str();
+  app.add_option("--start", start, "The time to start from, HH:MM:SS:FF");
+  app.add_flag("--play", options.play, "Start the clock");
+  app.add_option("--mtc-out", options.mtcOut,
+                 "Send MTC to this MIDI destination: its display name, its full port name or its "
+                 "id; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--rate-percent", options.ratePercent, "Run faster or slower, -2 to 2");
+  app.add_option("--offset", offset, "Added to the time that is sent, [-]HH:MM:SS:FF")
+      ->type_name("TIME");
+  auto* prerollOption =
+      app.add_option("--preroll", preroll, "Start this many seconds earlier, 0 to 60");
+  app.add_option("--mode", mode, "normal, stop, loop or time-of-day");
+  app.add_option("--stop-at", stopAt, "Stop at this time");
+  app.add_option("--loop", loop, "Go from END back to START")->expected(2)->type_name("START END");
+
+  VLCommandLine result;
+  try {
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    app.parse(reversed);
+
+    options.format = valueNamed(kFormats, format, "--format");
+    if (!start.empty()) {
+      options.start = timeOption(start, options.format, "--start");
+    }
+    if (!offset.empty()) {
+      options.offset = offsetOption(offset, options.format);
+    }
+    if (!stopAt.empty()) {
+      options.stopAt = timeOption(stopAt, options.format, "--stop-at");
+    }
+    if (!loop.empty()) {
+      options.loop = {timeOption(loop[0], options.format, "--loop"),
+                      timeOption(loop[1], options.format, "--loop")};
+      refuseIf(ltc_compare(options.loop->first, options.loop->second) != -1,
+               "--loop: it must end after it starts");
+    }
+    refuseIf(!std::isfinite(options.ratePercent) || std::abs(options.ratePercent) > kMaxRatePercent,
+             "--rate-percent: out of range (-2 to 2)");
+    if (prerollOption->count() > 0) {
+      refuseIf(!(preroll >= 0 && preroll <= kMaxPreroll), "--preroll: out of range (0 to 60)");
+      options.preroll = preroll;
+    }
+    options.playMode = playModeOf(mode, options.stopAt.has_value(), options.loop.has_value(),
+                                  options.start.has_value(), options.preroll.has_value());
+    refuseIf(!options.headless && !options.list,
+             "there is no window yet: use --headless or --list (--help tells more)");
+    result.options = options;
+  } catch (const CLI::CallForHelp&) {
+    result.output = app.help();
+  } catch (const CLI::CallForVersion&) {
+    result.output = app.version() + "\n";
+  } catch (const CLI::ParseError& error) {
+    result = {std::nullopt, kUsageStatus, std::string("velor: ") + error.what() + "\n"};
+  } catch (const UsageError& error) {
+    result = {std::nullopt, kUsageStatus, std::string("velor: ") + error.what() + "\n"};
+  }
+  return result;
+}
+
+}  // namespace velor

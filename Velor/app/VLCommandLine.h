@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kvtimecode/SMPTETime.h"
+
+namespace velor {
+
+/// What the command line asks for, checked: times are valid, of the format and in
+/// range, and nothing contradicts anything else. Ports are as they were typed.
+struct VLOptions {
+  bool headless = false;
+  bool list = false;
+  bool play = false;
+  std::uint32_t format = kSMPTETimeType25;
+  std::optional<SMPTETime> start;
+  std::vector<std::string> mtcOut;
+  double ratePercent = 0;
+  std::optional<SMPTETime> offset;
+  std::optional<double> preroll;  // seconds
+  std::uint64_t playMode = 0;     // a play mode of the clock
+  std::optional<SMPTETime> stopAt;
+  std::optional<std::pair<SMPTETime, SMPTETime>> loop;
+};
+
+/// The options, or what to print and with which status to end.
+struct VLCommandLine {
+  std::optional<VLOptions> options;
+  int exitStatus = 0;
+  std::string output;  // to stdout when the status is 0, else to stderr
+};
+
+/// Reads the arguments behind the program's name. An error is one line that names
+/// the argument, with the status 2.
+VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments);
+
+/// Reads "HH:MM:SS:FF" (any of ":", ";" and "." before the frames) as a time of the
+/// format; hours, minutes, seconds and frames must be in range and must not be a
+/// number that drop-frame counting leaves out. On failure none, and why in `error`.
+std::optional<SMPTETime> VLTimeFromText(const std::string& text, std::uint32_t format,
+                                        std::string& error);
+
+/// The name of a format on the command line, "29.97df" for instance.
+const char* VLFormatName(std::uint32_t format);
+
+}  // namespace velor

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/app/VLStatusLine.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "Velor/app/VLCommandLine.h"
+#include "Velor/clock/VLClockStatus.h"
+#include "kvtimecode/ltc_utils.h"
+
+namespace velor {
+namespace {
+
+constexpr std::size_t kDefaultColumns = 80;
+
+const char* statusName(std::uint64_t status) {
+  switch (status) {
+    case VLClockStopped:
+      return "stopped";
+    case VLClockRolling:
+      return "rolling";
+    case VLClockArmed:
+      return "armed";
+    case VLClockChasing:
+      return "chasing";
+    case VLClockArmedWrongFormat:
+      return "armed, wrong format";
+    default:
+      return "?";
+  }
+}
+
+std::size_t terminalColumns() {
+  winsize size{};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col
+                                                                         : kDefaultColumns;
+}
+
+void writeOut(const std::string& text) {
+  // A terminal that has gone is no reason to stop the clock.
+  [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
+}
+
+// A byte that continues a character of UTF-8.
+bool continuesCharacter(char c) {
+  return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
+}
+
+}  // namespace
+
+std::string VLStatusText(const VLStatus& status, std::size_t columns) {
+  char time[kLTCStringSize];
+  ltc_format_string(status.time, time);
+  std::string text = std::string(time) + "  " + VLFormatName(status.time.mType) + "  " +
+                     statusName(status.clockStatus) + "  MTC to ";
+  const char* separator = "";
+  for (const auto& output : status.outputs) {
+    text += separator + output.name + (output.present ? "" : " (away)");
+    separator = ", ";
+  }
+  text += status.outputs.empty() ? "nobody" : "";
+  text += "  MIDI: " + status.server;
+
+  std::size_t characters = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    characters += continuesCharacter(text[i]) ? 0 : 1;
+  }
+  if (characters <= columns) {
+    return text;
+  }
+  const std::size_t kept = columns > 3 ? columns - 3 : 0;
+  std::size_t end = 0;
+  for (std::size_t count = 0; end < text.size(); ++end) {
+    count += continuesCharacter(text[end]) ? 0 : 1;
+    if (count > kept) {
+      break;
+    }
+  }
+  return text.substr(0, end) + std::string("...").substr(0, columns);
+}
+
+VLStatusLine::VLStatusLine() : mIsTerminal(isatty(STDOUT_FILENO) == 1) {}
+
+VLStatusLine::~VLStatusLine() {
+  if (mIsTerminal && !mLast.empty()) {
+    writeOut("\n");
+  }
+}
+
+void VLStatusLine::show(const VLStatus& status) {
+  if (!mIsTerminal) {
+    return;
+  }
+  // The last column stays free: some terminals would go to the next line.
+  std::string text = VLStatusText(status, terminalColumns() - 1);
+  if (text != mLast) {
+    writeOut("\r" + text + "\033[K");
+    mLast = std::move(text);
+  }
+}
+
+}  // namespace velor

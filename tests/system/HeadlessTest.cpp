@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "tests/support/JackPeer.h"
+#include "tests/support/Servers.h"
+#include "tests/system/MTCStream.h"
+#include "tests/system/VelorProcess.h"
+
+namespace velor::test {
+namespace {
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+TEST(Headless, WithoutAServerItRunsSaysSoOnceAndTakesOneUpWhenItAppears) {
+  JackServer server;
+  VelorProcess velor({"--headless", "--play"}, server.environment());
+  ASSERT_TRUE(waitFor(5, [&] { return !velor.errors().empty(); }));
+  server.enter();
+  server.start();
+  EXPECT_TRUE(waitFor(
+      3, [&] { return velor.log().find("connected to the MIDI server") != std::string::npos; }));
+  EXPECT_EQ(velor.end(SIGTERM), 0);
+  EXPECT_EQ(countOf(velor.errors(), "\n"), 1U) << velor.errors();
+  EXPECT_NE(velor.errors().find("no MIDI server is running"), std::string::npos);
+  EXPECT_EQ(velor.output(), "");
+}
+
+TEST(Headless, ListPrintsSourcesAndDestinationsByWhichPortsCanBeNamed) {
+  JackServer server;
+  server.enter();
+  server.start();
+  JackPeer desk("Desk");
+  desk.addInput("in");
+  desk.addOutput("out");
+  desk.activate();
+  VelorProcess list({"--list"}, server.environment());
+  ASSERT_EQ(list.waitForEnd(10), 0) << list.errors();
+  const std::string text = list.output();
+  const auto sources = text.find("Sources");
+  const auto destinations = text.find("Destinations");
+  ASSERT_NE(sources, std::string::npos);
+  ASSERT_NE(destinations, std::string::npos);
+  EXPECT_LT(sources, text.find("Desk:out"));
+  EXPECT_LT(text.find("Desk:out"), destinations);
+  EXPECT_LT(destinations, text.find("Desk:in"));
+
+  // The id of the line names the port as well as the name does.
+  const std::string line = text.substr(text.rfind('\n', text.find("Desk:in")) + 1);
+  const std::string id = std::to_string(std::atoi(line.c_str()));
+  VelorProcess byId({"--headless", "--format", "24", "--start", "10:00:00:00", "--mtc-out", id},
+                    server.environment());
+  ASSERT_TRUE(waitFor(5, [&desk] { return desk.recordedCount() >= 1; }));
+  EXPECT_EQ(byId.end(SIGINT), 0);
+  // A clock that stands locates its receivers: hours 10, rate code 0.
+  EXPECT_EQ(desk.recorded()[0].bytes,
+            (std::vector<std::uint8_t>{0xF0, 0x7F, 0x7F, 1, 1, 10, 0, 0, 0, 0xF7}));
+}
+
+TEST(Headless, OffsetPrerollStopAndLoopShapeWhatIsSent) {
+  JackServer server;
+  server.enter();
+  server.start();
+  struct Case {
+    std::vector<std::string> arguments;
+    const char* firstBlock;
+    const char* lastBlock;  // empty: it goes on
+  };
+  // A run's first block names the frame 3 after its start. Stopping a second after
+  // the start, the 26th tick finds the stop time, is an even one and the last to
+  // send.
+  const Case cases[] = {
+      {{"--start", "01:00:00:00", "--offset", "00:00:10:05"}, "01:00:10:08", ""},
+      {{"--start", "01:00:00:00", "--offset", "-00:00:10:00"}, "00:59:50:03", ""},
+      {{"--start", "01:00:00:00", "--preroll", "5"}, "00:59:55:03", ""},
+      {{"--start", "01:00:00:00", "--stop-at", "01:00:01:00"}, "01:00:00:03", "01:00:01:02"},
+      {{"--start", "01:00:00:00", "--rate-percent", "2"}, "01:00:00:03", ""},
+  };
+  for (const Case& c : cases) {
+    JackPeer desk("Desk");
+    desk.addInput("in");
+    desk.activate();
+    std::vector<std::string> arguments = {"--headless", "--play", "--mtc-out", "Desk:in"};
+    arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+    VelorProcess velor(arguments, server.environment());
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    const Stream stream = readStream(desk.recorded(), 0);
+    EXPECT_EQ(velor.end(SIGINT), 0);
+    EXPECT_EQ(stream.faults, 0) << stream.fault;
+    ASSERT_GE(stream.blocks.size(), 10U);
+    EXPECT_EQ(stream.blocks.front().label.text(), c.firstBlock);
+    if (*c.lastBlock != 0) {
+      EXPECT_EQ(stream.blocks.back().label.text(), c.lastBlock);
+    } else {
+      EXPECT_GE(stream.blocks.size(), 25U);
+    }
+  }
+}
+
+TEST(Headless, ALogThatCannotBeWrittenIsWarnedOfAndStopsNothing) {
+  JackServer server;  // not started
+  auto environment = server.environment();
+  environment.push_back("XDG_STATE_HOME=/proc/nowhere");
+  VelorProcess velor({"--headless", "--play"}, environment);
+  ASSERT_TRUE(waitFor(5, [&] { return countOf(velor.errors(), "\n") >= 2; })) << velor.errors();
+  EXPECT_NE(velor.errors().find("log"), std::string::npos) << velor.errors();
+  EXPECT_TRUE(velor.isRunning());
+  EXPECT_EQ(velor.end(SIGTERM), 0);
+}
+
+// What a terminal of `columns` columns gets in a second and a half.
+std::string onATerminal(unsigned short columns, const std::vector<std::string>& environment,
+                        int& exitStatus) {
+  winsize size{};
+  size.ws_col = columns;
+  size.ws_row = 24;
+  int terminal = -1;
+  const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
+  if (child == 0) {
+    for (const std::string& entry : environment) {
+      putenv(strdup(entry.c_str()));
+    }
+    execl(VELOR_PROGRAM, "velor", "--headless", "--play", "--start", "12:34:00:00",
+          static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  std::string text;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+  bool stopped = false;
+  char buffer[4096];
+  ssize_t length = 0;
+  while ((length = read(terminal, buffer, sizeof buffer)) > 0) {
+    text.append(buffer, static_cast<std::size_t>(length));
+    if (!stopped && std::chrono::steady_clock::now() > end) {
+      kill(child, SIGINT);
+      stopped = true;
+    }
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  close(terminal);
+  exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return text;
+}
+
+TEST(Headless, TheStatusLineIsWrittenOverInPlaceAndFitsTheTerminal) {
+  JackServer server;  // not started
+  TemporaryFolder folder;
+  auto environment = server.environment();
+  environment.push_back("XDG_STATE_HOME=" + folder.path());
+  for (const unsigned short columns : {std::uint16_t{120}, std::uint16_t{40}}) {
+    int exitStatus = -1;
+    const std::string text = onATerminal(columns, environment, exitStatus);
+    EXPECT_EQ(exitStatus, 0);
+    EXPECT_NE(text.find("12:34:01:00  25  rolling"), std::string::npos) << text;
+    EXPECT_GE(countOf(text, "\r1"), 20U);
+    // Besides what is told on standard error, one line that ends at the end.
+    const auto first = text.find("\r12:34");
+    EXPECT_EQ(text.find('\n', first), text.size() - 1);
+    for (auto at = first; at != std::string::npos; at = text.find("\r12:34", at + 1)) {
+      const auto end = text.find("\033[K", at);
+      EXPECT_LE(end - at - 1, columns - 1U);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace velor::test
