@@ -226,9 +226,12 @@ class VLClockLoops : public VLClockSync {
 
 TEST_F(VLClockLoops, ATokenThatComesBackNamesItsDestination) {
   const auto first = addDestination("first");
+  const auto ofFormerCheck = takeTokens(*first);
+  ASSERT_EQ(ofFormerCheck.size(), 1U);
   mHost.advance(200 * kMs);
-  takeTokens(*first);
   const auto second = addDestination("second");
+  play(ofFormerCheck[0]);
+  EXPECT_TRUE(mLoops->loops.empty());
   const auto fromFirst = takeTokens(*first);
   const auto fromSecond = takeTokens(*second);
   ASSERT_EQ(fromFirst.size(), 1U);

@@ -228,6 +228,16 @@ TEST_F(VLClockTimes, TheLastTickBehindAStopStillSendsWhenItsCountIsEven) {
   const auto sent = takeSent(*destination);
   ASSERT_EQ(sent.size(), 1U);
   EXPECT_EQ(sent[0].digits, "00:00:00:09");
+  // A run of an odd count, three ticks: the next one begins like the first.
+  clock().start();
+  advanceFrames(2);
+  clock().stop();
+  takeSent(*destination);
+  clock().start();
+  advanceFrames(1);
+  EXPECT_EQ(takeSent(*destination).size(), 0U);
+  advanceFrames(1);
+  EXPECT_EQ(takeSent(*destination).size(), 1U);
 }
 
 TEST_F(VLClockTimes, TheBlocksThatArriveAtAVirtualDestinationAreEvenlySpacedWithoutASeam) {
