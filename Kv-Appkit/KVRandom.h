@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <stdlib.h>
-
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 
 namespace velor {
 

@@ -125,7 +125,7 @@ std::optional<SMPTETime> VLTimeFromText(const std::string& text, std::uint32_t f
     error = "'" + text + "' is no time (HH:MM:SS:FF)";
     return std::nullopt;
   }
-  const unsigned framesPerSecond = ltc_frames_per_second(format);
+  const auto framesPerSecond = static_cast<unsigned>(ltc_frames_per_second(format));
   if (hours > 23 || minutes > 59 || seconds > 59 || frames >= framesPerSecond) {
     error = "'" + text +
             "' is out of range (up to 23:59:59:" + std::to_string(framesPerSecond - 1) + " at " +

@@ -59,7 +59,8 @@ std::shared_ptr<KVMIDIEndpoint> VLEndpointNamed(const std::string& name,
   error += "there are:";
   const char* separator = " ";
   for (const auto& endpoint : endpoints) {
-    error += separator + ("'" + VLNameOfEndpoint(*endpoint)) + "'";
+    error += separator;
+    error += "'" + VLNameOfEndpoint(*endpoint) + "'";
     separator = ", ";
   }
   return nullptr;
@@ -72,9 +73,9 @@ std::string VLEndpointList(const KVMIDICore::Endpoints& endpoints) {
     id.resize(std::max<std::size_t>(id.size(), 11), ' ');
     const std::string name = VLNameOfEndpoint(*endpoint);
     const std::string port = serverPortOf(*endpoint);
-    text += "  " + id + "  " + name;
+    text.append("  ").append(id).append("  ").append(name);
     if (!port.empty() && port != name) {
-      text += "  (" + port + ")";
+      text.append("  (").append(port).append(")");
     }
     text += "\n";
   }

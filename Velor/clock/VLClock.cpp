@@ -685,7 +685,7 @@ void VLClock::setArmed(bool armed) {
   VELOR_LOG_INFO("clock is %s", armedNow ? "armed" : "disarmed");
 }
 
-void VLClock::setMIDISyncSource(std::shared_ptr<KVMIDIEndpoint> source) {
+void VLClock::setMIDISyncSource(const std::shared_ptr<KVMIDIEndpoint>& source) {
   const Change change(*this, "MIDISyncSource");
   VELOR_LOG_INFO("set MIDI sync source: %s",
                  source != nullptr ? source->description().c_str() : "(none)");

@@ -179,7 +179,7 @@ class VLClock final : public KVObservable, public VLMTCParserDelegate {
 
   /// The one source that is followed, or null. Independent of arming; a source that
   /// cannot be connected is kept all the same. One thread at a time.
-  void setMIDISyncSource(std::shared_ptr<KVMIDIEndpoint> source);
+  void setMIDISyncSource(const std::shared_ptr<KVMIDIEndpoint>& source);
   std::shared_ptr<KVMIDIEndpoint> MIDISyncSource() const { return _mtcSyncSource.load(); }
 
   /// Sends a token to every destination, if the delegate wants that, and looks for

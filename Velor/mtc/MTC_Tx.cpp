@@ -54,7 +54,7 @@ void sendTime(const KVMIDIEndpoint& endpoint, const SMPTETime& time, std::uint64
     const auto bytes = quarterFrame(sent, code);
     packet = midi::MIDIPacketListAdd(&list, kBlockListBytes, packet, sendTime, bytes.size(),
                                      bytes.data());
-    KV_ASSERT(packet != NULL);
+    KV_ASSERT(packet != NULL);  // NOLINT(modernize-use-nullptr): the condition is the text
     sendTime += quarterFrameInterval;
   }
   midi::service().MIDISend(port, endpoint.endpoint(), &list);

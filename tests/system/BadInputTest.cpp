@@ -7,7 +7,7 @@
 
 #include "tests/support/JackPeer.h"
 #include "tests/support/Servers.h"
-#include "tests/system/VelorProcess.h"
+#include "tests/support/VelorProcess.h"
 
 namespace velor::test {
 namespace {

@@ -1,8 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -12,8 +9,8 @@
 
 #include "tests/support/JackPeer.h"
 #include "tests/support/Servers.h"
+#include "tests/support/VelorProcess.h"
 #include "tests/system/MTCStream.h"
-#include "tests/system/VelorProcess.h"
 
 namespace velor::test {
 namespace {
@@ -122,52 +119,15 @@ TEST(Headless, ALogThatCannotBeWrittenIsWarnedOfAndStopsNothing) {
   EXPECT_EQ(velor.end(SIGTERM), 0);
 }
 
-// What a terminal of `columns` columns gets in a second and a half.
-std::string onATerminal(unsigned short columns, const std::vector<std::string>& environment,
-                        int& exitStatus) {
-  winsize size{};
-  size.ws_col = columns;
-  size.ws_row = 24;
-  int terminal = -1;
-  const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
-  if (child == 0) {
-    for (const std::string& entry : environment) {
-      putenv(strdup(entry.c_str()));
-    }
-    execl(VELOR_PROGRAM, "velor", "--headless", "--play", "--start", "12:34:00:00",
-          static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  std::string text;
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
-  bool stopped = false;
-  char buffer[4096];
-  ssize_t length = 0;
-  while ((length = read(terminal, buffer, sizeof buffer)) > 0) {
-    text.append(buffer, static_cast<std::size_t>(length));
-    if (!stopped && std::chrono::steady_clock::now() > end) {
-      kill(child, SIGINT);
-      stopped = true;
-    }
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  close(terminal);
-  exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return text;
-}
-
 TEST(Headless, TheStatusLineIsWrittenOverInPlaceAndFitsTheTerminal) {
   JackServer server;  // not started
-  TemporaryFolder folder;
-  auto environment = server.environment();
-  environment.push_back("XDG_STATE_HOME=" + folder.path());
   for (const unsigned short columns : {std::uint16_t{120}, std::uint16_t{40}}) {
-    int exitStatus = -1;
-    const std::string text = onATerminal(columns, environment, exitStatus);
-    EXPECT_EQ(exitStatus, 0);
-    EXPECT_NE(text.find("12:34:01:00  25  rolling"), std::string::npos) << text;
-    EXPECT_GE(countOf(text, "\r1"), 20U);
+    VelorOnTerminal velor(columns, {"--headless", "--play", "--start", "12:34:00:00"},
+                          server.environment());
+    ASSERT_TRUE(velor.readUntil("12:34:01:05  25  rolling", 5)) << velor.text();
+    EXPECT_EQ(velor.end(SIGINT), 0);
+    const std::string& text = velor.text();
+    EXPECT_GE(countOf(text, "\r12:34"), 25U);
     // Besides what is told on standard error, one line that ends at the end.
     const auto first = text.find("\r12:34");
     EXPECT_EQ(text.find('\n', first), text.size() - 1);

@@ -15,8 +15,8 @@
 
 #include "tests/support/JackPeer.h"
 #include "tests/support/Servers.h"
+#include "tests/support/VelorProcess.h"
 #include "tests/system/MTCStream.h"
-#include "tests/system/VelorProcess.h"
 
 namespace velor::test {
 namespace {

@@ -31,4 +31,30 @@ class VelorProcess {
   Process mProcess;
 };
 
+/// The program on a terminal of its own.
+class VelorOnTerminal {
+ public:
+  VelorOnTerminal(unsigned short columns, std::vector<std::string> arguments,
+                  const std::vector<std::string>& environment);
+  ~VelorOnTerminal();
+  VelorOnTerminal(const VelorOnTerminal&) = delete;
+  VelorOnTerminal& operator=(const VelorOnTerminal&) = delete;
+
+  /// Reads what it writes until the text holds `part`; false after `seconds` and
+  /// when it ends before.
+  bool readUntil(const std::string& part, double seconds);
+  /// Ends it by the signal, reads the rest, gives the exit status.
+  int end(int signal);
+  /// All that it has written.
+  const std::string& text() const { return mText; }
+
+ private:
+  bool readSome(int milliseconds);
+
+  TemporaryFolder mFolder;
+  int mTerminal = -1;
+  pid_t mId = -1;
+  std::string mText;
+};
+
 }  // namespace velor::test
