@@ -35,12 +35,19 @@ endfunction()
 
 # velor_test(NAME SOURCES ... LINKS ... LABELS ...): a test binary, in which an
 # allocation or a log call inside a real-time scope ends the run. LABELS:
-# unit (simulated time), contract and system (real time and real servers).
+# unit (simulated time), contract and system (real time and real servers). With
+# JACK_SERVER its tests start JACK servers: those run one at a time, since clients
+# of one name get into each other's way even on servers of different names.
 function(velor_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "JACK_SERVER" "" "SOURCES;LINKS;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE velor_options ${ARG_LINKS} velor_test_support)
-  gtest_discover_tests(${name} NO_PRETTY_VALUES PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 300 DISCOVERY_TIMEOUT 60)
+  set(lock "")
+  if(ARG_JACK_SERVER)
+    set(lock RESOURCE_LOCK jack_server)
+  endif()
+  gtest_discover_tests(${name} NO_PRETTY_VALUES PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 300
+                       DISCOVERY_TIMEOUT 60 ${lock})
 endfunction()
 
 # velor_fuzz(NAME LINKS ...): the fuzz target of NAMEFuzz.cpp. With VELOR_FUZZ it
