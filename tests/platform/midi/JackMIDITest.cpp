@@ -94,7 +94,7 @@ TEST_F(JackMIDITest, ListsArriveOnTheGridAtTheirTimesAndMessagesAtOnce) {
   const double sampleNs = 1e9 / peer.sampleRate();
   // The peer's idea of host time is off by its own wake-up, a fraction of a period.
   EXPECT_NEAR(static_cast<double>(peer.hostTimeAt(events[1].frame)) - static_cast<double>(first),
-              0.0, 128 * sampleNs);
+              0.0, test::JackServer::kPeriod * sampleNs);
   for (std::size_t i = 1; i < 9; ++i) {
     EXPECT_EQ(events[i].bytes, (std::vector<std::uint8_t>{0xF1, static_cast<std::uint8_t>(i - 1)}));
     EXPECT_EQ(events[i].frame - events[1].frame, (i - 1) * 480);
