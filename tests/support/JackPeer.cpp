@@ -32,7 +32,8 @@ __attribute__((no_sanitize("thread"))) void copyUnwatched(const std::uint8_t* fr
 
 }  // namespace
 
-JackPeer::JackPeer(const std::string& name) {
+JackPeer::JackPeer(const std::string& name, std::size_t capacity)
+    : mRecorded(capacity), mToSend(capacity) {
   for (const auto& library : midi::JackLibrary::installed()) {
     library->jack_set_error_function([](const char*) {});
     library->jack_set_info_function([](const char*) {});
@@ -154,14 +155,20 @@ void JackPeer::process(jack_nframes_t frames) {
   mCycleHostTime.store(hostNow());
   mCycleFrame.store(start);
 
+  for (jack_port_t* output : mOutputs) {
+    mJack->jack_midi_clear_buffer(mJack->jack_port_get_buffer(output, frames));
+  }
   for (std::size_t port = 0; port < mInputs.size(); ++port) {
     void* buffer = mJack->jack_port_get_buffer(mInputs[port], frames);
     const std::uint32_t count = mJack->jack_midi_get_event_count(buffer);
     for (std::uint32_t i = 0; i < count; ++i) {
       jack_midi_event_t event{};
       const std::size_t place = mCount.load(std::memory_order_relaxed);
-      if (mJack->jack_midi_event_get(&event, buffer, i) != 0 || place >= kEvents) {
+      if (mJack->jack_midi_event_get(&event, buffer, i) != 0 || place >= mRecorded.size()) {
         continue;
+      }
+      if (static_cast<int>(port) == mForward.first) {
+        write(mForward.second, frames, event.time, event.buffer, event.size);
       }
       Slot& slot = mRecorded[place];
       slot.frame = start + event.time;
@@ -172,20 +179,20 @@ void JackPeer::process(jack_nframes_t frames) {
     }
   }
 
-  for (jack_port_t* output : mOutputs) {
-    mJack->jack_midi_clear_buffer(mJack->jack_port_get_buffer(output, frames));
-  }
   const std::size_t end = mSendEnd.load(std::memory_order_acquire);
   for (; mSendNext < end && mToSend[mSendNext].frame < start + frames; ++mSendNext) {
     const Slot& slot = mToSend[mSendNext];
     const std::uint64_t offset = slot.frame > start ? slot.frame - start : 0;
-    void* buffer =
-        mJack->jack_port_get_buffer(mOutputs[static_cast<std::size_t>(slot.port)], frames);
-    jack_midi_data_t* place =
-        mJack->jack_midi_event_reserve(buffer, static_cast<jack_nframes_t>(offset), slot.length);
-    if (place != nullptr) {
-      copyUnwatched(slot.bytes.data(), slot.length, place);
-    }
+    write(slot.port, frames, static_cast<jack_nframes_t>(offset), slot.bytes.data(), slot.length);
+  }
+}
+
+void JackPeer::write(int output, jack_nframes_t frames, jack_nframes_t offset,
+                     const std::uint8_t* bytes, std::size_t length) {
+  void* buffer = mJack->jack_port_get_buffer(mOutputs[static_cast<std::size_t>(output)], frames);
+  jack_midi_data_t* place = mJack->jack_midi_event_reserve(buffer, offset, length);
+  if (place != nullptr) {
+    copyUnwatched(bytes, length, place);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/midi/jack/JackLibrary.h"
@@ -23,7 +24,8 @@ class JackPeer {
     std::vector<std::uint8_t> bytes;
   };
 
-  explicit JackPeer(const std::string& name);
+  /// Room for `capacity` events to record, and as many to send.
+  explicit JackPeer(const std::string& name, std::size_t capacity = 1 << 17);
   ~JackPeer();
   JackPeer(const JackPeer&) = delete;
   JackPeer& operator=(const JackPeer&) = delete;
@@ -32,6 +34,9 @@ class JackPeer {
   /// outputs apart; to be made before `activate`.
   int addInput(const std::string& name);
   int addOutput(const std::string& name);
+  /// What comes to the input goes to the output in the same cycle, like a cable;
+  /// nothing is sent there by `sendAt` then. Before `activate`.
+  void forward(int input, int output) { mForward = {input, output}; }
   void activate();
 
   /// The full name of a port of this client.
@@ -57,7 +62,6 @@ class JackPeer {
   void sendAt(std::uint64_t frame, int port, const std::vector<std::uint8_t>& bytes);
 
  private:
-  static constexpr std::size_t kEvents = 1 << 17;
   static constexpr std::size_t kLongest = 32;
   struct Slot {
     std::uint64_t frame;
@@ -68,14 +72,17 @@ class JackPeer {
 
   static int onProcess(jack_nframes_t frames, void* self);
   void process(jack_nframes_t frames);
+  void write(int output, jack_nframes_t frames, jack_nframes_t offset, const std::uint8_t* bytes,
+             std::size_t length);
 
   std::shared_ptr<const midi::JackLibrary> mJack;
   jack_client_t* mClient = nullptr;
   std::vector<jack_port_t*> mInputs;
   std::vector<jack_port_t*> mOutputs;
-  std::vector<Slot> mRecorded{kEvents};
+  std::pair<int, int> mForward{-1, -1};
+  std::vector<Slot> mRecorded;
   std::atomic<std::size_t> mCount{0};
-  std::vector<Slot> mToSend{kEvents};
+  std::vector<Slot> mToSend;
   std::atomic<std::size_t> mSendEnd{0};
   std::size_t mSendNext = 0;
   std::atomic<std::uint64_t> mCycleFrame{0};

@@ -74,7 +74,9 @@ class JackServer final : public Server {
   void kill() override;
   std::vector<std::string> environment() const override;
   /// The name of the server.
-  const std::string& name() const { return mName; }
+  const std::string& name() const {
+    return mName;
+  }
 
  private:
   const std::string mName;

@@ -90,7 +90,8 @@ class MTCOnTheWire : public testing::TestWithParam<ServerKind> {
 };
 
 TEST_P(MTCOnTheWire, AllFormatsAtOnceArriveWholeOnTheirGridOverMinutesAndMidnight) {
-  JackPeer recorder("Recorder");
+  // Eight ports of at most 120 quarter frames a second.
+  JackPeer recorder("Recorder", static_cast<std::size_t>((seconds() + 10) * 8 * 120));
   for (const WireFormat& format : wireFormats()) {
     recorder.addInput(format.name);
   }

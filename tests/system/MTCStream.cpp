@@ -131,6 +131,23 @@ Grid gridOf(const std::vector<Block>& blocks, const WireFormat& format, double s
   return grid;
 }
 
+std::uint64_t sendStream(JackPeer& peer, int port, const WireFormat& format, Label first,
+                         std::uint64_t frame, int blocks) {
+  const double spacing = peer.sampleRate() / (format.framesPerSecond * 4);
+  Label label = first;
+  for (int block = 0; block < blocks; ++block) {
+    const int fields[4] = {label.frames, label.seconds, label.minutes, label.hours};
+    for (int piece = 0; piece < 8; ++piece) {
+      int nibble = fields[piece / 2] >> (piece % 2 * 4) & 0x0F;
+      nibble |= piece == 7 ? format.rateCode << 1 : 0;
+      peer.sendAt(frame + static_cast<std::uint64_t>(std::llround((8 * block + piece) * spacing)),
+                  port, {0xF1, static_cast<std::uint8_t>(piece << 4 | nibble)});
+    }
+    label = next(next(label, format), format);
+  }
+  return frame + static_cast<std::uint64_t>(std::llround(8 * blocks * spacing));
+}
+
 double quantile(std::vector<double> values, double part) {
   std::sort(values.begin(), values.end());
   return values.empty()

@@ -66,6 +66,11 @@ struct Grid {
 Grid gridOf(const std::vector<Block>& blocks, const WireFormat& format, double sampleRate,
             double playRate = 1.0);
 
+/// Lets the peer send so many blocks from the frame on, the first one with the
+/// label `first`. Gives the frame at which the next block would begin.
+std::uint64_t sendStream(JackPeer& peer, int port, const WireFormat& format, Label first,
+                         std::uint64_t frame, int blocks);
+
 double quantile(std::vector<double> values, double part);
 
 }  // namespace velor::test
