@@ -34,7 +34,11 @@ __attribute__((no_sanitize("thread"))) void copyUnwatched(const std::uint8_t* fr
 
 JackPeer::JackPeer(const std::string& name, std::size_t capacity)
     : mRecorded(capacity), mToSend(capacity) {
-  for (const auto& library : midi::JackLibrary::installed()) {
+  for (const std::string& path : midi::JackLibrary::paths()) {
+    const auto library = midi::JackLibrary::load(path);
+    if (library == nullptr) {
+      continue;
+    }
     library->jack_set_error_function([](const char*) {});
     library->jack_set_info_function([](const char*) {});
     jack_status_t status{};

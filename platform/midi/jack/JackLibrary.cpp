@@ -13,7 +13,7 @@ constexpr const char* kPipeWireLibraries = "/usr/lib/*/pipewire-*/jack/libjack.s
 
 }  // namespace
 
-std::vector<std::shared_ptr<const JackLibrary>> JackLibrary::installed() {
+std::vector<std::string> JackLibrary::paths() {
   std::vector<std::string> paths{kSystemLibrary};
   glob_t found{};
   if (glob(kPipeWireLibraries, 0, nullptr, &found) == 0) {
@@ -22,14 +22,7 @@ std::vector<std::shared_ptr<const JackLibrary>> JackLibrary::installed() {
     }
   }
   globfree(&found);
-
-  std::vector<std::shared_ptr<const JackLibrary>> libraries;
-  for (const std::string& path : paths) {
-    if (auto library = load(path)) {
-      libraries.push_back(std::move(library));
-    }
-  }
-  return libraries;
+  return paths;
 }
 
 std::shared_ptr<const JackLibrary> JackLibrary::load(const std::string& path) {

@@ -16,9 +16,13 @@ namespace velor::midi {
 /// the names of the functions.
 class JackLibrary {
  public:
-  /// The libraries that are installed, in the order in which to try them: each
-  /// knows only its own server.
-  static std::vector<std::shared_ptr<const JackLibrary>> installed();
+  /// Where libraries may lie, in the order in which to try them: each knows only
+  /// its own server.
+  static std::vector<std::string> paths();
+
+  /// Null when there is none at the path, or one that lacks a function. A library
+  /// stays loaded for good.
+  static std::shared_ptr<const JackLibrary> load(const std::string& path);
 
   ~JackLibrary();
   JackLibrary(const JackLibrary&) = delete;
@@ -66,7 +70,6 @@ class JackLibrary {
 
  private:
   explicit JackLibrary(void* handle) : mHandle(handle) {}
-  static std::shared_ptr<const JackLibrary> load(const std::string& path);
 
   void* const mHandle;
 };

@@ -27,7 +27,9 @@ void ignoreMessage(const char*) {}
 }  // namespace
 
 bool JackMIDI::available() {
-  return !JackLibrary::installed().empty();
+  const auto paths = JackLibrary::paths();
+  return std::any_of(paths.begin(), paths.end(),
+                     [](const std::string& path) { return JackLibrary::load(path) != nullptr; });
 }
 
 JackMIDI::JackMIDI() : mHost(host::current()) {
@@ -147,8 +149,10 @@ void JackMIDI::tryOpen() {
   if (mEnding || mClient != nullptr) {
     return;
   }
-  for (auto& library : JackLibrary::installed()) {
-    openWith(std::move(library));
+  for (const std::string& path : JackLibrary::paths()) {
+    if (auto library = JackLibrary::load(path)) {
+      openWith(std::move(library));
+    }
     if (mClient != nullptr) {
       return;
     }
