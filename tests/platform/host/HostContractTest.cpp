@@ -5,11 +5,13 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "platform/host/Host.h"
+#include "platform/host/RecursiveMutex.h"
 #include "platform/host/SimulatedHost.h"
 #include "platform/host/SystemHost.h"
 
@@ -245,6 +247,59 @@ TEST_P(HostContract, ManyPostersLoseNothingAndKeepTheirOwnOrder) {
   queue.sync([] {});
   EXPECT_EQ(ran, kPosters * kJobs);
   EXPECT_EQ(outOfOrder, 0);
+}
+
+TEST_P(HostContract, ARecursiveMutexKeepsOthersOutWhileItsHolderWaits) {
+  constexpr int kThreads = 3;
+  constexpr int kRounds = 40;
+  Queue queue("worker");
+  RecursiveMutex mutex;
+  int inside = 0;
+  int met = 0;
+  int rounds = 0;  // no atomic: what the mutex guards, ThreadSanitizer watches
+  {
+    std::vector<std::unique_ptr<Thread>> threads;
+    for (int i = 0; i < kThreads; ++i) {
+      threads.push_back(mHost->startThread("locker", [&] {
+        for (int round = 0; round < kRounds; ++round) {
+          const std::lock_guard outer(mutex);
+          met += inside++;
+          queue.sync([] {});
+          {
+            const std::lock_guard inner(mutex);
+            mHost->mach_wait_until(now() + kMs / 20);
+          }
+          mHost->mach_wait_until(now() + kMs / 20);  // still held, by the outer one
+          ++rounds;
+          --inside;
+        }
+      }));
+    }
+  }
+  EXPECT_EQ(met, 0);
+  EXPECT_EQ(rounds, kThreads * kRounds);
+}
+
+TEST_P(HostContract, ARecursiveMutexIsFreeOnlyAfterAsManyUnlocks) {
+  RecursiveMutex mutex;
+  std::atomic<bool> taken{false};
+  const auto released = mHost->makeSemaphore();
+  mutex.lock();
+  mutex.lock();
+  const auto thread = mHost->startThread("other", [&] {
+    const std::lock_guard lock(mutex);
+    taken = true;
+    released->signal();
+  });
+  mutex.unlock();
+  EXPECT_FALSE(released->waitUntil(now() + 5 * kMs));
+  EXPECT_FALSE(taken);
+  mutex.unlock();
+  released->wait();
+  thread->join();
+  EXPECT_TRUE(taken);
+  mutex.lock();  // and the first one can have it again
+  mutex.unlock();
 }
 
 INSTANTIATE_TEST_SUITE_P(
