@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/store/KeyedCoding.h"
+
+namespace velor::store {
+
+/// Reads what KeyedArchiver writes, from a source that is not trusted: a document
+/// over the limits, with a key twice in an object, or that is no JSON in UTF-8, is
+/// refused as a whole and nothing of it is used.
+///
+/// Values are asked for by key, in any order; keys that nobody asks for count for
+/// nothing. A key that is missing, or holds null, has no value. A value that is
+/// not what is wanted raises KeyedArchiveError, which says where it stands.
+///
+/// One thread at a time. Realtime-safe: no.
+class KeyedUnarchiver {
+ public:
+  /// A reader that stands at the top of the document, or why there is none, for
+  /// people and with the place: a line and column, or a path.
+  struct Result {
+    std::unique_ptr<KeyedUnarchiver> coder;
+    std::string error;
+
+    explicit operator bool() const noexcept { return coder != nullptr; }
+  };
+
+  /// `classes` must outlive the reader.
+  static Result read(std::string_view document, std::span<const KeyedClass> classes);
+  /// The size is checked before anything is read.
+  static Result readFile(const std::filesystem::path& path, std::span<const KeyedClass> classes);
+
+  ~KeyedUnarchiver();
+  KeyedUnarchiver(const KeyedUnarchiver&) = delete;
+  KeyedUnarchiver& operator=(const KeyedUnarchiver&) = delete;
+
+  /// True for a null, too.
+  bool containsValue(std::string_view key) const;
+
+  std::optional<bool> decodeBool(std::string_view key);
+  std::optional<std::int32_t> decodeInt32(std::string_view key);
+  std::optional<std::int64_t> decodeInt64(std::string_view key);
+  /// Whole numbers, too.
+  std::optional<double> decodeDouble(std::string_view key);
+  std::optional<std::string> decodeString(std::string_view key);
+  std::optional<std::vector<std::uint8_t>> decodeBytes(std::string_view key);
+
+  /// An object of the class or of one derived from it. Null where there is none,
+  /// and where it stands for nothing any more.
+  template <class T>
+  std::shared_ptr<T> decodeObject(std::string_view key) {
+    return std::dynamic_pointer_cast<T>(decodeObjectOf(key, wanted<T>()));
+  }
+  /// Elements can be null, as with `decodeObject`.
+  template <class T>
+  std::optional<std::vector<std::shared_ptr<T>>> decodeArray(std::string_view key) {
+    const auto elements = decodeArrayOf(key, wanted<T>());
+    if (!elements) {
+      return std::nullopt;
+    }
+    std::vector<std::shared_ptr<T>> result;
+    for (const auto& element : *elements) {
+      result.push_back(std::dynamic_pointer_cast<T>(element));
+    }
+    return result;
+  }
+
+ private:
+  struct State;
+  struct Wanted {
+    std::string_view className;
+    bool (*isOne)(const KeyedCoding&);
+  };
+  template <class T>
+  static constexpr Wanted wanted() {
+    return {T::kClassName,
+            [](const KeyedCoding& object) { return dynamic_cast<const T*>(&object) != nullptr; }};
+  }
+
+  explicit KeyedUnarchiver(std::unique_ptr<State> state);
+  std::shared_ptr<KeyedCoding> decodeObjectOf(std::string_view key, const Wanted& wanted);
+  std::optional<std::vector<std::shared_ptr<KeyedCoding>>> decodeArrayOf(std::string_view key,
+                                                                         const Wanted& wanted);
+
+  const std::unique_ptr<State> mState;
+};
+
+}  // namespace velor::store

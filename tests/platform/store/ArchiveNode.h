@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedCoding.h"
+#include "platform/store/KeyedUnarchiver.h"
+
+namespace velor::store {
+
+/// An object with a value of each kind, any of which may be missing.
+struct ArchiveNode final : KeyedCoding {
+  static constexpr std::string_view kClassName = "Node";
+
+  std::optional<bool> yes;
+  std::optional<std::int32_t> small;
+  std::optional<std::int64_t> large;
+  std::optional<double> real;
+  std::optional<std::string> text;
+  std::optional<std::vector<std::uint8_t>> block;
+  std::shared_ptr<ArchiveNode> node;
+  std::optional<std::vector<std::shared_ptr<ArchiveNode>>> nodes;
+
+  static std::shared_ptr<ArchiveNode> initWithCoder(KeyedUnarchiver& coder) {
+    auto made = std::make_shared<ArchiveNode>();
+    made->yes = coder.decodeBool("yes");
+    made->small = coder.decodeInt32("small");
+    made->large = coder.decodeInt64("large");
+    made->real = coder.decodeDouble("real");
+    made->text = coder.decodeString("text");
+    made->block = coder.decodeBytes("block");
+    made->node = coder.decodeObject<ArchiveNode>("node");
+    made->nodes = coder.decodeArray<ArchiveNode>("nodes");
+    return made;
+  }
+
+  std::string_view archiveClassName() const override { return kClassName; }
+
+  void encodeWithCoder(KeyedArchiver& coder) const override {
+    if (yes) {
+      coder.encodeBool(*yes, "yes");
+    }
+    if (small) {
+      coder.encodeInt32(*small, "small");
+    }
+    if (large) {
+      coder.encodeInt64(*large, "large");
+    }
+    if (real) {
+      coder.encodeDouble(*real, "real");
+    }
+    if (text) {
+      coder.encodeString(*text, "text");
+    }
+    if (block) {
+      coder.encodeBytes(*block, "block");
+    }
+    if (node != nullptr) {
+      coder.encodeObject(node, "node");
+    }
+    if (nodes) {
+      coder.encodeArray(*nodes, "nodes");
+    }
+  }
+
+  /// The document whose keys are this object's.
+  std::string document() const {
+    KeyedArchiver coder;
+    encodeWithCoder(coder);
+    return coder.data();
+  }
+};
+
+/// Stands for nothing: decodes to null.
+struct ArchiveNothing final : KeyedCoding {
+  static constexpr std::string_view kClassName = "Nothing";
+  static std::shared_ptr<ArchiveNothing> initWithCoder(KeyedUnarchiver&) { return nullptr; }
+  std::string_view archiveClassName() const override { return kClassName; }
+  void encodeWithCoder(KeyedArchiver&) const override {}
+};
+
+/// Never a node.
+struct ArchiveLeaf final : KeyedCoding {
+  static constexpr std::string_view kClassName = "Leaf";
+  static std::shared_ptr<ArchiveLeaf> initWithCoder(KeyedUnarchiver&) {
+    return std::make_shared<ArchiveLeaf>();
+  }
+  std::string_view archiveClassName() const override { return kClassName; }
+  void encodeWithCoder(KeyedArchiver&) const override {}
+};
+
+inline constexpr KeyedClass kArchiveClasses[] = {
+    KeyedClass::of<ArchiveNode>(), KeyedClass::of<ArchiveNothing>(), KeyedClass::of<ArchiveLeaf>()};
+
+}  // namespace velor::store

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+#include "platform/store/AtomicFile.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "tests/platform/store/TemporaryFolder.h"
+
+namespace velor::store {
+namespace {
+
+namespace fs = std::filesystem;
+
+class AtomicFileTest : public testing::Test {
+ protected:
+  static std::string contents(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+  static mode_t modeOf(const fs::path& file) {
+    struct stat status {};
+    EXPECT_EQ(stat(file.c_str(), &status), 0) << file;
+    return status.st_mode & 07777U;
+  }
+  std::size_t filesThere() const {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(mFolder.path()), fs::directory_iterator()));
+  }
+
+  const TemporaryFolder mFolder;
+  const fs::path mFile = mFolder.path() / "state.velor";
+};
+
+TEST_F(AtomicFileTest, ContentsAreReplacedAsAWholeForTheOwnerAlone) {
+  const mode_t before = umask(0);
+  EXPECT_EQ(AtomicFile::write(mFile, "first, and longer"), "");
+  EXPECT_EQ(modeOf(mFile), 0600U);
+  fs::permissions(mFile, fs::perms(0644));
+  fs::create_hard_link(mFile, mFolder.path() / "old");
+  EXPECT_EQ(AtomicFile::write(mFile, "second"), "");
+  umask(before);
+  EXPECT_EQ(contents(mFile), "second");
+  EXPECT_EQ(modeOf(mFile), 0600U);
+  EXPECT_EQ(contents(mFolder.path() / "old"), "first, and longer") << "not written into";
+  EXPECT_EQ(filesThere(), 2U);
+
+  const std::string large(3 << 20, 'x');
+  EXPECT_EQ(AtomicFile::write(mFile, large), "");
+  EXPECT_EQ(AtomicFile::read(mFile, large.size()).bytes, large);
+  EXPECT_EQ(AtomicFile::write(mFile, ""), "");
+  EXPECT_EQ(contents(mFile), "");
+}
+
+TEST_F(AtomicFileTest, ALinkStaysAndLeadsToTheNewContents) {
+  std::ofstream(mFile) << "old";
+  const fs::path link = mFolder.path() / "link";
+  fs::create_symlink("state.velor", link);
+  EXPECT_EQ(AtomicFile::write(link, "new"), "");
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_EQ(contents(mFile), "new");
+}
+
+TEST_F(AtomicFileTest, AFailureLeavesTheOldFileAndNoOtherAndNamesStepAndPath) {
+  std::ofstream(mFile) << "old";
+  const auto missing = mFolder.path() / "missing";
+  EXPECT_EQ(AtomicFile::write(missing / "file", "x"),
+            "cannot open the folder " + missing.string() + ": No such file or directory");
+  EXPECT_EQ(AtomicFile::write(mFile / "file", "x"),
+            "cannot open the folder " + mFile.string() + ": Not a directory");
+
+  const auto folder = mFolder.path() / "folder";
+  fs::create_directory(folder);
+  EXPECT_EQ(AtomicFile::write(folder, "x"),
+            "cannot replace " + folder.string() + ": Is a directory");
+  EXPECT_EQ(filesThere(), 2U);
+
+  // A disk that is full in the middle, as far as one process can have it.
+  rlimit former{};
+  getrlimit(RLIMIT_FSIZE, &former);
+  const rlimit small{64 * 1024, former.rlim_max};
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &small);
+  const std::string error = AtomicFile::write(mFile, std::string(1 << 20, 'x'));
+  setrlimit(RLIMIT_FSIZE, &former);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_TRUE(error.starts_with("cannot write " + mFolder.path().string())) << error;
+  EXPECT_TRUE(error.ends_with(": File too large")) << error;
+
+  EXPECT_EQ(contents(mFile), "old");
+  EXPECT_EQ(filesThere(), 2U);
+}
+
+TEST_F(AtomicFileTest, AFolderThatMayNotBeWrittenKeepsItsFile) {
+  std::ofstream(mFile) << "old";
+  ASSERT_EQ(chmod(mFolder.path().c_str(), 0555), 0);
+  // Root may write everywhere, so it plays somebody else meanwhile.
+  const uid_t user = geteuid();
+  if (user == 0) {
+    ASSERT_EQ(seteuid(65534), 0);
+  }
+  const std::string error = AtomicFile::write(mFile, "new");
+  ASSERT_EQ(seteuid(user), 0);
+  ASSERT_EQ(chmod(mFolder.path().c_str(), 0755), 0);
+  EXPECT_EQ(error, "cannot make a file in " + mFolder.path().string() + ": Permission denied");
+  EXPECT_EQ(contents(mFile), "old");
+  EXPECT_EQ(filesThere(), 1U);
+}
+
+TEST_F(AtomicFileTest, OnlyFilesOfTheSizeAllowedAreRead) {
+  std::ofstream(mFile) << "four";
+  EXPECT_EQ(AtomicFile::read(mFile, 4).bytes, "four");
+  EXPECT_EQ(AtomicFile::read(mFile, 3).error,
+            "cannot read " + mFile.string() + ": it is longer than 3 bytes");
+  EXPECT_EQ(AtomicFile::read("/dev/zero", 100).error,
+            "cannot read /dev/zero: it is no file with contents");
+  const auto pipe = mFolder.path() / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_FALSE(AtomicFile::read(pipe, 100)) << "nobody writes into it: it must not wait";
+  EXPECT_EQ(AtomicFile::read(mFolder.path() / "none", 100).error,
+            "cannot open " + (mFolder.path() / "none").string() + ": No such file or directory");
+  // A size of 0 that is none: what has grown since is seen by reading.
+  EXPECT_NE(AtomicFile::read("/proc/self/maps", 10).error.find("longer than"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace velor::store

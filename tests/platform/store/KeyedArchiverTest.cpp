@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+#include "platform/store/KeyedArchiver.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <string>
+
+#include "platform/store/KeyedArchiveError.h"
+#include "platform/store/KeyedArchiveLimits.h"
+#include "tests/platform/store/ArchiveNode.h"
+
+namespace velor::store {
+namespace {
+
+template <class F>
+std::string refusalOf(const F& call) {
+  try {
+    call();
+  } catch (const KeyedArchiveError& error) {
+    return error.what();
+  }
+  return "taken";
+}
+
+TEST(KeyedArchiver, ADocumentReadsAsWrittenInTheOrderOfTheCalls) {
+  ArchiveNode inner;
+  inner.text = "tab\t \"quoted\" \xC3\xA9";
+  KeyedArchiver coder;
+  coder.encodeInt32(-7, "z");
+  coder.encodeBool(true, "a.b");
+  coder.encodeInt64(std::numeric_limits<std::int64_t>::min(), "long");
+  coder.encodeDouble(0.1, "tenth");
+  coder.encodeDouble(3, "three");
+  coder.encodeNull("none");
+  coder.encodeBytes(std::vector<std::uint8_t>{0x66, 0x6F, 0x6F, 0x62}, "block");
+  coder.encodeObject(&inner, "object");
+  coder.encodeArray(std::vector{std::make_shared<ArchiveNode>(), std::shared_ptr<ArchiveNode>()},
+                    "array");
+  coder.encodeArray(std::vector<std::shared_ptr<ArchiveNode>>(), "empty");
+  EXPECT_EQ(coder.data(), R"({
+  "z": -7,
+  "a.b": true,
+  "long": -9223372036854775808,
+  "tenth": 0.1,
+  "three": 3.0,
+  "none": null,
+  "block": {
+    "$base64": "Zm9vYg=="
+  },
+  "object": {
+    "$class": "Node",
+    "text": "tab\t \"quoted\" )"
+                          "\xC3\xA9"
+                          R"("
+  },
+  "array": [
+    {
+      "$class": "Node"
+    },
+    null
+  ],
+  "empty": []
+}
+)");
+}
+
+TEST(KeyedArchiver, EveryValueComesBackAsItWas) {
+  ArchiveNode node;
+  for (const double real :
+       {0.0, -0.0, 1.0 / 3, 5e-324, std::numeric_limits<double>::max(), 9007199254740993.0, -2.5}) {
+    for (const std::int64_t large :
+         {std::int64_t{0}, std::numeric_limits<std::int64_t>::max(),
+          std::numeric_limits<std::int64_t>::min(), std::int64_t{1} << 53 | 1}) {
+      node.real = real;
+      node.large = large;
+      node.small = static_cast<std::int32_t>(large >> 32);
+      node.yes = large > 0;
+      node.text = std::string("\0\x01\"\\/ \xF0\x9F\x8E\xB5", 10);
+      node.block.emplace();
+      for (int i = 0; i < 256; ++i) {
+        node.block->push_back(static_cast<std::uint8_t>(i * 7));
+        node.node = std::make_shared<ArchiveNode>();
+        node.node->block = node.block;
+      }
+      node.nodes = {{node.node, nullptr, std::make_shared<ArchiveNode>()}};
+      const auto result = KeyedUnarchiver::read(node.document(), kArchiveClasses);
+      ASSERT_TRUE(result) << result.error;
+      const auto back = ArchiveNode::initWithCoder(*result.coder);
+      EXPECT_EQ(back->real, real);
+      EXPECT_EQ(std::signbit(*back->real), std::signbit(real));
+      EXPECT_EQ(back->large, large);
+      EXPECT_EQ(back->small, node.small);
+      EXPECT_EQ(back->yes, node.yes);
+      EXPECT_EQ(back->text, node.text);
+      EXPECT_EQ(back->block, node.block);
+      ASSERT_NE(back->node, nullptr);
+      EXPECT_EQ(back->node->block, node.block);
+      ASSERT_EQ(back->nodes->size(), 3U);
+      EXPECT_EQ(back->nodes->at(0)->block, node.block);
+      EXPECT_EQ(back->nodes->at(1), nullptr);
+      EXPECT_NE(back->nodes->at(2), nullptr);
+    }
+  }
+}
+
+// A row that goes down as far as it is long.
+std::shared_ptr<ArchiveNode> chain(std::size_t length) {
+  std::shared_ptr<ArchiveNode> top;
+  for (std::size_t i = 0; i < length; ++i) {
+    auto node = std::make_shared<ArchiveNode>();
+    node->node = std::move(top);
+    top = std::move(node);
+  }
+  return top;
+}
+
+TEST(KeyedArchiver, WhatNoDocumentCanHoldIsRefusedWithItsPath) {
+  KeyedArchiver coder;
+  coder.encodeBool(true, "there");
+  EXPECT_EQ(refusalOf([&] { coder.encodeInt32(1, "there"); }), "there: the key is there already");
+  EXPECT_EQ(refusalOf([&] { coder.encodeInt32(1, "$class"); }),
+            "$class: a key with a '$' in front is the archive's own");
+  ArchiveNode bad;
+  for (const double value :
+       {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
+    bad.real = value;
+    const std::vector nodes{std::make_shared<ArchiveNode>(), std::make_shared<ArchiveNode>(bad)};
+    EXPECT_EQ(refusalOf([&] { coder.encodeArray(nodes, "nodes"); }),
+              "nodes[1].real: a number that is not finite");
+  }
+  const std::string longText(KeyedArchiveLimits::kStringBytes + 1, 'x');
+  EXPECT_EQ(refusalOf([&] { coder.encodeString(longText, "text"); }),
+            "text: more than 4194304 bytes of text");
+  const std::vector<std::uint8_t> longBlock(KeyedArchiveLimits::kStringBytes);
+  EXPECT_EQ(refusalOf([&] { coder.encodeBytes(longBlock, "block"); }),
+            "block: more than 4194304 bytes of text");
+
+  // What was refused has left nothing, and the place is right again.
+  coder.encodeObject(chain(KeyedArchiveLimits::kDepth - 1), "deep");
+  const std::string refusal =
+      refusalOf([&] { coder.encodeObject(chain(KeyedArchiveLimits::kDepth), "deeper"); });
+  EXPECT_TRUE(refusal.starts_with("deeper.node.node.")) << refusal;
+  EXPECT_TRUE(refusal.ends_with(".node: nested deeper than 64")) << refusal;
+  EXPECT_TRUE(KeyedUnarchiver::read(coder.data(), kArchiveClasses));
+
+  auto ring = std::make_shared<ArchiveNode>();
+  ring->node = ring;
+  EXPECT_NE(refusalOf([&] { coder.encodeObject(ring, "ring"); }).find("deeper than"),
+            std::string::npos);
+  ring->node = nullptr;
+
+  KeyedArchiver many;
+  for (std::size_t i = 0; i < KeyedArchiveLimits::kKeysOfAnObject; ++i) {
+    many.encodeNull(std::to_string(i));
+  }
+  EXPECT_EQ(refusalOf([&] { many.encodeNull("more"); }), "more: more than 4096 keys in an object");
+  KeyedArchiver large;
+  const std::string text(KeyedArchiveLimits::kStringBytes, 'x');
+  for (const char* key : {"1", "2", "3", "4"}) {
+    large.encodeString(text, key);
+  }
+  EXPECT_EQ(refusalOf([&] { static_cast<void>(large.data()); }),
+            "the document: more than 16777216 bytes in all");
+}
+
+TEST(KeyedArchiver, ANameInABadEncodingStillMakesADocumentThatCanBeRead) {
+  KeyedArchiver coder;
+  coder.encodeString("key\xE9s \xC3", "name");
+  const auto result = KeyedUnarchiver::read(coder.data(), kArchiveClasses);
+  ASSERT_TRUE(result) << result.error;
+  EXPECT_EQ(result.coder->decodeString("name"), "key\xEF\xBF\xBDs \xEF\xBF\xBD");
+}
+
+}  // namespace
+}  // namespace velor::store
