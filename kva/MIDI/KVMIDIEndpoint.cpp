@@ -6,11 +6,42 @@
 
 #include "kva/MIDI/KVMIDICheck.h"
 #include "platform/midi/MIDIService.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
 
 namespace velor {
+namespace {
+
+// Stored setups know them.
+constexpr std::string_view kUniqueIDKey = "MIDIEndpoint.MIDIUniqueID";
+constexpr std::string_view kDisplayNameKey = "MIDIEndpoint.DisplayName";
+
+}  // namespace
 
 KVMIDIEndpoint::~KVMIDIEndpoint() {
   delete mDisplayName.load();
+}
+
+std::shared_ptr<KVMIDIEndpoint> KVMIDIEndpoint::initWithCoder(store::KeyedUnarchiver& coder) {
+  const midi::MIDIUniqueID id = coder.decodeInt32(kUniqueIDKey).value_or(0);
+  const std::optional<std::string> storedName = coder.decodeString(kDisplayNameKey);
+  midi::MIDIObjectRef object = 0;
+  if (midi::service().MIDIObjectFindByUniqueID(id, &object) != 0 || object == 0) {
+    return nullptr;
+  }
+  auto endpoint = std::make_shared<KVMIDIEndpoint>(object);
+  if (!endpoint->displayName() && storedName) {
+    endpoint->keepDisplayName(*storedName);
+    endpoint->setDisplayName(*storedName);
+  }
+  return endpoint;
+}
+
+void KVMIDIEndpoint::encodeWithCoder(store::KeyedArchiver& coder) const {
+  coder.encodeInt32(uniqueID(), kUniqueIDKey);
+  if (const auto name = displayName()) {
+    coder.encodeString(*name, kDisplayNameKey);
+  }
 }
 
 std::uint64_t KVMIDIEndpoint::hash() const noexcept {

@@ -3,10 +3,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/midi/MIDITypes.h"
+#include "platform/store/KeyedCoding.h"
 
 namespace velor {
 
@@ -15,12 +18,23 @@ namespace velor {
 /// Any thread may call any operation; there is no lock. What is cached is asked
 /// for once and then stands for the object's life, whatever becomes of the
 /// endpoint. A platform failure raises KVException "err" unless told otherwise.
-class KVMIDIEndpoint {
+///
+/// In an archive it is its unique id, by which it is found again in another run,
+/// and the display name that it had.
+class KVMIDIEndpoint : public store::KeyedCoding {
  public:
+  static constexpr std::string_view kClassName = "KVMIDIEndpoint";
+
   explicit KVMIDIEndpoint(midi::MIDIEndpointRef endpoint) noexcept : mEndpoint(endpoint) {}
-  ~KVMIDIEndpoint();
+  ~KVMIDIEndpoint() override;
   KVMIDIEndpoint(const KVMIDIEndpoint&) = delete;
   KVMIDIEndpoint& operator=(const KVMIDIEndpoint&) = delete;
+
+  /// Null when the service knows no endpoint of the stored id. One that has no
+  /// display name there gets the stored one.
+  static std::shared_ptr<KVMIDIEndpoint> initWithCoder(store::KeyedUnarchiver& coder);
+  std::string_view archiveClassName() const override { return kClassName; }
+  void encodeWithCoder(store::KeyedArchiver& coder) const override;
 
   /// The reference that the endpoint had when this was first called.
   std::uint64_t hash() const noexcept;

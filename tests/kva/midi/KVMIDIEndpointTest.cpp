@@ -4,9 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "Kv-Appkit/KVException.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
 #include "tests/support/MIDITest.h"
 #include "tests/support/MockMIDIService.h"
 
@@ -19,6 +23,20 @@ using testing::DoAll;
 using testing::Return;
 using testing::SetArgPointee;
 using testing::StrictMock;
+
+constexpr store::KeyedClass kClasses[] = {store::KeyedClass::of<KVMIDIEndpoint>()};
+
+// The endpoint under "e" of a document.
+std::shared_ptr<KVMIDIEndpoint> decoded(const std::string& document) {
+  const auto result = store::KeyedUnarchiver::read(document, kClasses);
+  EXPECT_TRUE(result) << result.error;
+  return result.coder->decodeObject<KVMIDIEndpoint>("e");
+}
+
+std::string stored(int id, const std::string& name) {
+  return R"({"e": {"$class": "KVMIDIEndpoint", "MIDIEndpoint.MIDIUniqueID": )" +
+         std::to_string(id) + R"(, "MIDIEndpoint.DisplayName": ")" + name + "\"}}";
+}
 
 class KVMIDIEndpointTest : public MIDITest {
  protected:
@@ -115,6 +133,48 @@ TEST_F(KVMIDIEndpointTest, EachFailureNamesItsMethodAndStatus) {
   }
   EXPECT_EQ(gone.endpoint(), 4711U);
   EXPECT_EQ(gone.displayName(), std::nullopt) << "raises never";
+}
+
+TEST_F(KVMIDIEndpointTest, AStoredEndpointIsFoundByItsIdWhateverItsNameHasBecome) {
+  const auto ref = mOutside->appear(MIDIEndpointKind::destination, "port", "Desk");
+  store::KeyedArchiver coder;
+  const KVMIDIEndpoint endpoint(ref);
+  coder.encodeObject(&endpoint, "e");
+  const int id = midi::MIDIObjectTable::uniqueIDOfPort("port");
+  EXPECT_NE(coder.data().find("\"MIDIEndpoint.MIDIUniqueID\": " + std::to_string(id) + ",\n"),
+            std::string::npos);
+  EXPECT_NE(coder.data().find(R"("MIDIEndpoint.DisplayName": "Desk")"), std::string::npos);
+
+  mOutside->appear(MIDIEndpointKind::destination, "port", "Console");
+  const auto found = decoded(coder.data());
+  ASSERT_NE(found, nullptr);
+  EXPECT_EQ(found->endpoint(), ref);
+  EXPECT_EQ(found->displayName(), "Console") << "the present name counts";
+
+  mOutside->vanish(ref);
+  EXPECT_EQ(decoded(coder.data()), nullptr);
+  EXPECT_EQ(decoded(R"({"e": {"$class": "KVMIDIEndpoint"}})"), nullptr) << "no id is no endpoint";
+  EXPECT_THROW(decoded(R"({"e": {"$class": "KVMIDIEndpoint", "MIDIEndpoint.MIDIUniqueID": "1"}})"),
+               std::runtime_error);
+}
+
+TEST(KVMIDIEndpointFailureTest, AStoredNameServesWhereThePlatformHasNone) {
+  StrictMock<midi::MockMIDIService> service;
+  midi::setService(&service);
+  EXPECT_CALL(service, MIDIObjectFindByUniqueID(-9, _))
+      .WillRepeatedly(DoAll(SetArgPointee<1>(3), Return(0)));
+  EXPECT_CALL(service, MIDIObjectGetStringProperty(3, midi::kMIDIPropertyDisplayName, _))
+      .WillRepeatedly(Return(midi::kMIDIUnknownProperty));
+  EXPECT_CALL(service, MIDIObjectSetStringProperty(3, midi::kMIDIPropertyDisplayName, "Desk"))
+      .WillOnce(Return(0))
+      .WillRepeatedly(Return(-1));
+  const auto endpoint = decoded(stored(-9, "Desk"));
+  ASSERT_NE(endpoint, nullptr);
+  EXPECT_EQ(endpoint->displayName(), "Desk");
+  EXPECT_THROW(decoded(stored(-9, "Desk")), KVException);
+  EXPECT_CALL(service, MIDIObjectFindByUniqueID(-9, _)).WillOnce(Return(-1));
+  EXPECT_EQ(decoded(stored(-9, "Desk")), nullptr) << "a failing search has found nothing";
+  midi::setService(nullptr);
 }
 
 TEST(KVMIDIEndpointFailureTest, AFailedDisplayNameIsWhatWasLeftAndUnknownKeepsNothing) {
