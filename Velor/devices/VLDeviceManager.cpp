@@ -1,0 +1,306 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/devices/VLDeviceManager.h"
+
+#include <algorithm>
+#include <iterator>
+#include <mutex>
+#include <utility>
+
+#include "Kv-Appkit/KVAssert.h"
+#include "Kv-Appkit/KVException.h"
+#include "Kv-Appkit/KVNotificationCenter.h"
+#include "Velor/clock/VLClock.h"
+#include "Velor/devices/VLMIDIEndpointDevice.h"
+#include "platform/host/Host.h"
+#include "platform/host/Log.h"
+#include "platform/store/KeyedArchiveError.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
+
+namespace velor {
+namespace {
+
+constexpr std::string_view kDestinationsKey = "destinations.manager";
+constexpr std::string_view kDevicesKey = "devices.manager";
+
+// Announces a change of a property around a scope.
+class Announcement {
+ public:
+  Announcement(KVObservable& object, std::string_view key) : mObject(object), mKey(key) {
+    mObject.willChangeValueForKey(mKey);
+  }
+  ~Announcement() { mObject.didChangeValueForKey(mKey); }
+  Announcement(const Announcement&) = delete;
+  Announcement& operator=(const Announcement&) = delete;
+
+ private:
+  KVObservable& mObject;
+  const std::string_view mKey;
+};
+
+std::string displayName(const KVMIDIEndpoint& endpoint) {
+  return endpoint.displayName().value_or("(null)");
+}
+
+// None for an endpoint that has gone before anybody has asked for it.
+std::optional<midi::MIDIUniqueID> idOf(const KVMIDIEndpoint& endpoint) {
+  try {
+    return endpoint.uniqueID();
+  } catch (const KVException& exception) {
+    VELOR_LOG_WARNING("%s", exception.what());
+    return std::nullopt;
+  }
+}
+
+bool contains(const KVMIDICore::Endpoints& endpoints, const KVMIDIEndpoint& wanted) {
+  return std::any_of(endpoints.begin(), endpoints.end(),
+                     [&wanted](const auto& endpoint) { return endpoint->isEqual(wanted); });
+}
+
+}  // namespace
+
+VLDeviceManager& VLDeviceManager::sharedManager() {
+  return KVShared<VLDeviceManager>::instance();
+}
+
+VLDeviceManager::VLDeviceManager()
+    : mCore(KVMIDICore::sharedCore()),
+      mClock(VLClock::sharedClock()),
+      mSelf(this, [](VLDeviceManager*) {}) {
+  for (const auto& endpoint : mCore.destinations()) {
+    mDestinations.push_back(wrap(endpoint));
+    VELOR_LOG_INFO("add destination device %s", displayName(*endpoint).c_str());
+  }
+  mObserver = KVNotificationCenter::defaultCenter().addObserver(
+      KVMIDINotification, [this](const KVNotification&) { destinationsChanged(); });
+}
+
+VLDeviceManager::~VLDeviceManager() = default;
+
+VLDeviceManager::Destinations VLDeviceManager::destinations() const {
+  const std::lock_guard lock(mLock);
+  return mDestinations;
+}
+
+VLDeviceManager::Devices VLDeviceManager::devices() const {
+  const std::lock_guard lock(mLock);
+  return mDevices;
+}
+
+std::shared_ptr<VLTimecodeDestinationDevice> VLDeviceManager::wrap(
+    std::shared_ptr<KVMIDIEndpoint> endpoint) {
+  idOf(*endpoint);  // while it is there: the state and the memory need it later
+  return VLTimecodeDestinationDevice::deviceWithDevice(
+      VLMIDIEndpointDevice::deviceWithMIDIEndpoint(std::move(endpoint)), mSelf);
+}
+
+// --- in step with the system ---
+
+std::shared_ptr<VLTimecodeDestinationDevice> VLDeviceManager::destinationWithEndpoint(
+    const std::shared_ptr<KVMIDIEndpoint>& endpoint) const {
+  if (endpoint == nullptr) {
+    return nullptr;
+  }
+  const std::lock_guard lock(mLock);
+  for (const auto& destination : mDestinations) {
+    if (destination->type() == kVLDeviceTypeMIDI) {
+      const auto candidate = destination->midiEndpoint();
+      if (candidate != nullptr && candidate->isEqual(*endpoint)) {
+        return destination;
+      }
+    }
+  }
+  return nullptr;
+}
+
+void VLDeviceManager::destinationsChanged() {
+  const std::lock_guard lock(mLock);
+  const KVMIDICore::Endpoints present = mCore.destinations();
+  removeVanished(present);
+  addAppeared(present);
+}
+
+void VLDeviceManager::removeVanished(const KVMIDICore::Endpoints& present) {
+  Destinations vanished;
+  for (const auto& destination : mDestinations) {
+    const auto endpoint = destination->midiEndpoint();
+    if (destination->type() == kVLDeviceTypeMIDI && endpoint != nullptr &&
+        !contains(present, *endpoint)) {
+      VELOR_LOG_INFO("will remove %s", destination->description().c_str());
+      vanished.push_back(destination);
+    }
+  }
+  if (vanished.empty()) {
+    return;
+  }
+  const Announcement announcement(*this, "destinations");
+  for (const auto& destination : vanished) {
+    std::erase(mDestinations, destination);
+    if (destination->enable()) {
+      const auto endpoint = destination->midiEndpoint();
+      mClock.removeMTCDestination(endpoint);
+      // That of a media window has a rule of its own whenever it appears.
+      if (const auto id = idOf(*endpoint); id && *id != kMediaPlaybackUniqueID) {
+        mEnabledWhenBack.insert(*id);
+      }
+    }
+  }
+}
+
+void VLDeviceManager::addAppeared(const KVMIDICore::Endpoints& present) {
+  KVMIDICore::Endpoints appeared;
+  std::copy_if(
+      present.begin(), present.end(), std::back_inserter(appeared),
+      [this](const auto& endpoint) { return destinationWithEndpoint(endpoint) == nullptr; });
+  if (appeared.empty()) {
+    return;
+  }
+  const Announcement announcement(*this, "destinations");
+  for (const auto& endpoint : appeared) {
+    const auto destination = wrap(endpoint);
+    mDestinations.push_back(destination);
+    VELOR_LOG_INFO("added device with MIDI Endpoint %s", displayName(*endpoint).c_str());
+    const auto id = idOf(*endpoint);
+    if (id && mEnabledWhenBack.erase(*id) > 0) {
+      destination->setEnable(true);
+    }
+    if (id == kMediaPlaybackUniqueID && !_inStateRestauration) {
+      host::current().mainQueue().async([weak = std::weak_ptr(destination)] {
+        if (const auto strong = weak.lock()) {
+          strong->setEnable(true);
+        }
+      });
+    }
+  }
+}
+
+bool VLDeviceManager::isListed(const VLTimecodeDestinationDevice& device) const {
+  const auto isIt = [&device](const auto& member) { return member.get() == &device; };
+  return std::any_of(mDestinations.begin(), mDestinations.end(), isIt) ||
+         std::any_of(mDevices.begin(), mDevices.end(), isIt);
+}
+
+void VLDeviceManager::deviceDidEnableTransmit(VLTimecodeDestinationDevice& device, bool enable) {
+  VELOR_LOG_INFO("%s did %sable transmit", device.description().c_str(), enable ? "en" : "dis");
+  const std::lock_guard lock(mLock);
+  const auto inner = device.device();
+  const auto endpoint = inner != nullptr ? inner->midiEndpoint() : nullptr;
+  if (endpoint == nullptr) {
+    VELOR_LOG_ERROR("no endpoint for device %s", device.description().c_str());
+    return;
+  }
+  const auto id = idOf(*endpoint);
+  if (!enable && id) {
+    mEnabledWhenBack.erase(*id);
+  }
+  if (!isListed(device)) {
+    // Somebody has kept it over its going. Sending there would be in vain, and
+    // whatever is there by now has a switch of its own.
+    if (enable && id && destinationWithEndpoint(endpoint) == nullptr) {
+      mEnabledWhenBack.insert(*id);
+    }
+    return;
+  }
+  if (enable) {
+    mClock.addMTCDestination(endpoint);
+  } else {
+    mClock.removeMTCDestination(endpoint);
+  }
+}
+
+// --- the user's devices ---
+
+void VLDeviceManager::removeDevicesAtIndexes(const std::set<std::size_t>& indexes) {
+  const std::lock_guard lock(mLock);
+  KV_REQUIRE_PARAMETER(indexes.empty() || *indexes.rbegin() < mDevices.size(), "indexes");
+  Devices removed;
+  for (const std::size_t index : indexes) {
+    removed.push_back(mDevices[index]);
+  }
+  {
+    const Announcement announcement(*this, "destinations");
+    for (const auto& device : removed) {
+      if (const auto endpoint = device->midiEndpoint()) {
+        if (const auto destination = destinationWithEndpoint(endpoint)) {
+          std::erase(mDestinations, destination);
+        }
+        mClock.removeMTCDestination(endpoint);
+      }
+      device->destroy();
+      std::erase_if(mDestinations, [&device](const auto& member) { return member == device; });
+    }
+  }
+  const Announcement announcement(*this, "devices");
+  for (const auto& device : removed) {
+    std::erase(mDevices, device);
+  }
+}
+
+// --- state ---
+
+void VLDeviceManager::encodeState(store::KeyedArchiver& coder) const {
+  const std::lock_guard lock(mLock);
+  coder.encodeArray(mDevices, kDevicesKey);
+  coder.encodeArray(mDestinations, kDestinationsKey);
+}
+
+void VLDeviceManager::decodeState(store::KeyedUnarchiver& coder) {
+  constexpr const char* kFailed = "exception decoding state of device manager: %s";
+  const std::lock_guard lock(mLock);
+  _inStateRestauration = true;
+  try {
+    restoreDevices(coder);
+    restoreDestinations(coder);
+  } catch (const KVException& exception) {
+    VELOR_LOG_ERROR(kFailed, exception.what());
+  } catch (const store::KeyedArchiveError& error) {
+    VELOR_LOG_ERROR(kFailed, error.what());
+  } catch (...) {
+    _inStateRestauration = false;
+    throw;
+  }
+  _inStateRestauration = false;
+}
+
+void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
+  if (auto stored = coder.decodeArray<VLDevice>(kDevicesKey)) {
+    // One whose endpoint the system does not know any more can do nothing.
+    std::erase_if(*stored, [](const auto& device) {
+      return device == nullptr || device->midiEndpoint() == nullptr;
+    });
+    const Announcement announcement(*this, "devices");
+    mDevices = std::move(*stored);
+  }
+  destinationsChanged();
+  for (const auto& device : mDevices) {
+    if (const auto destination = std::dynamic_pointer_cast<VLTimecodeDestinationDevice>(device)) {
+      destination->setDelegate(mSelf);
+    }
+  }
+}
+
+void VLDeviceManager::restoreDestinations(store::KeyedUnarchiver& coder) {
+  const Announcement announcement(*this, "destinations");
+  const auto stored = coder.decodeArray<VLTimecodeDestinationDevice>(kDestinationsKey);
+  if (!stored) {
+    return;
+  }
+  for (const auto& destination : *stored) {
+    const auto endpoint = destination != nullptr ? destination->midiEndpoint() : nullptr;
+    if (endpoint == nullptr) {
+      continue;  // not there now
+    }
+    if (const auto present = destinationWithEndpoint(endpoint)) {
+      if (destination->enable()) {
+        present->setEnable(true);
+      }
+      continue;
+    }
+    // Known to the service, and not yet in the core's list.
+    destination->setDelegate(mSelf);
+    mDestinations.push_back(destination);
+    deviceDidEnableTransmit(*destination, destination->enable());
+  }
+}
+
+}  // namespace velor

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include "Kv-Appkit/KVObservable.h"
+#include "Kv-Appkit/KVShared.h"
+#include "Velor/devices/VLDevice.h"
+#include "Velor/devices/VLTimecodeDestinationDevice.h"
+#include "Velor/devices/VLTimecodeDestinationDeviceDelegate.h"
+#include "kva/MIDI/KVMIDICore.h"
+#include "platform/host/RecursiveMutex.h"
+
+namespace velor {
+
+class VLClock;
+
+/// The one place that knows all devices: the destinations, one for each MIDI
+/// destination of the system with its switch for MTC, and the devices that the
+/// user has made. It follows what appears and disappears, tells the clock where
+/// MTC is to go, and keeps both lists in the state of the application.
+///
+/// A destination that disappears is taken out of the clock; was it switched on,
+/// it is remembered by its unique id and switched on again when it returns.
+///
+/// Observable: "destinations" and "devices", told on the thread of the change and
+/// with the lock held. Any thread may call any operation but the clock's queue
+/// and the MIDI read thread, for which a holder of the lock waits.
+class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationDeviceDelegate {
+ public:
+  using Destinations = std::vector<std::shared_ptr<VLTimecodeDestinationDevice>>;
+  using Devices = std::vector<std::shared_ptr<VLDevice>>;
+
+  /// The unique id of the virtual destination of a media window, which gets MTC
+  /// from the beginning.
+  static constexpr midi::MIDIUniqueID kMediaPlaybackUniqueID = KVFourCC("mply");
+
+  /// The manager of the process. The first call is the main thread's.
+  static VLDeviceManager& sharedManager();
+
+  /// Copies.
+  Destinations destinations() const;
+  Devices devices() const;
+
+  /// Removes devices by their places in `devices`, with what they have made in the
+  /// system and what they are as destinations. Raises for a place that is none.
+  void removeDevicesAtIndexes(const std::set<std::size_t>& indexes);
+
+  /// Brings the destinations in step with the system's. Runs on the main queue
+  /// after each change of the MIDI setup.
+  void destinationsChanged();
+
+  /// The destination of this MIDI endpoint. Null for null and where there is none.
+  std::shared_ptr<VLTimecodeDestinationDevice> destinationWithEndpoint(
+      const std::shared_ptr<KVMIDIEndpoint>& endpoint) const;
+
+  /// Tells the clock. Of a destination that has gone it only changes whether it is
+  /// remembered. Waits for the clock's queue.
+  void deviceDidEnableTransmit(VLTimecodeDestinationDevice& device, bool enable) override;
+
+  void encodeState(store::KeyedArchiver& coder) const;
+  /// The stored devices replace those that are there; a stored destination that is
+  /// switched on is switched on here. A failure of the MIDI service or a value that
+  /// is not what it should be is logged, and leaves what was done until then.
+  void decodeState(store::KeyedUnarchiver& coder);
+
+ private:
+  friend class KVShared<VLDeviceManager>;
+  VLDeviceManager();
+  ~VLDeviceManager();
+
+  std::shared_ptr<VLTimecodeDestinationDevice> wrap(std::shared_ptr<KVMIDIEndpoint> endpoint);
+  void removeVanished(const KVMIDICore::Endpoints& present);
+  void addAppeared(const KVMIDICore::Endpoints& present);
+  void restoreDevices(store::KeyedUnarchiver& coder);
+  void restoreDestinations(store::KeyedUnarchiver& coder);
+  bool isListed(const VLTimecodeDestinationDevice& device) const;
+
+  KVMIDICore& mCore;
+  VLClock& mClock;
+
+  mutable host::RecursiveMutex mLock;
+  // All under mLock.
+  Destinations mDestinations;
+  Devices mDevices;
+  std::set<midi::MIDIUniqueID> mEnabledWhenBack;
+  bool _inStateRestauration = false;
+
+  // What others hold weakly; it owns nothing.
+  const std::shared_ptr<VLDeviceManager> mSelf;
+  KVObserverToken mObserver;
+};
+
+}  // namespace velor
