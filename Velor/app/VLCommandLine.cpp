@@ -167,6 +167,9 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
                  "Send MTC to this MIDI destination: its display name, its full port name or its "
                  "id; may be repeated")
       ->allow_extra_args(false);
+  app.add_option("--sync-source", options.syncSource,
+                 "Read MTC from this MIDI source, named as for --mtc-out");
+  app.add_flag("--arm", options.arm, "Follow the MTC of the sync source");
   app.add_option("--rate-percent", options.ratePercent, "Run faster or slower, -2 to 2");
   app.add_option("--offset", offset, "Added to the time that is sent, [-]HH:MM:SS:FF")
       ->type_name("TIME");
@@ -205,6 +208,9 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
     }
     options.playMode = playModeOf(mode, options.stopAt.has_value(), options.loop.has_value(),
                                   options.start.has_value(), options.preroll.has_value());
+    refuseIf(options.arm && options.play,
+             "--arm and --play contradict each other: an armed clock is started by MTC");
+    refuseIf(options.arm && !options.syncSource, "--arm needs --sync-source");
     refuseIf(!options.headless && !options.list,
              "there is no window yet: use --headless or --list (--help tells more)");
     result.options = options;

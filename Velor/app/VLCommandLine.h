@@ -20,6 +20,8 @@ struct VLOptions {
   std::uint32_t format = kSMPTETimeType25;
   std::optional<SMPTETime> start;
   std::vector<std::string> mtcOut;
+  std::optional<std::string> syncSource;
+  bool arm = false;
   double ratePercent = 0;
   std::optional<SMPTETime> offset;
   std::optional<double> preroll;  // seconds

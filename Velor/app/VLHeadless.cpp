@@ -1,18 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/app/VLHeadless.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
-#include "Kv-Appkit/KVKeyValueObserver.h"
+#include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVShared.h"
-#include "Velor/app/VLMTCOutputs.h"
 #include "Velor/app/VLPortNames.h"
 #include "Velor/app/VLServices.h"
 #include "Velor/app/VLStatusLine.h"
 #include "Velor/clock/VLClock.h"
+#include "Velor/devices/VLDeviceManager.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
@@ -24,6 +29,9 @@ constexpr int kUsageStatus = 2;
 // Quarter frames are scheduled up to 16 ahead: after a stop the last block runs out
 // to its end before the ports close, so that receivers are not left with half of it.
 constexpr std::uint64_t kRunOut = 300'000'000;
+// The checks for loops that choosing the ports has begun are over by then; they ran
+// while the ways were being opened, and nothing could come back.
+constexpr std::uint64_t kLoopCheckDelay = 250'000'000;
 // What no event announces, such as the server's name, is looked at this often.
 constexpr std::uint64_t kRefreshInterval = 500'000'000;
 
@@ -89,23 +97,105 @@ int list(KVMIDICore& core) {
   return 0;
 }
 
-// Keeps the line in step with the clock, the destinations and the server.
-class StatusDisplay {
- public:
-  StatusDisplay(VLClock& clock, const VLMTCOutputs& outputs) : mClock(clock), mOutputs(outputs) {
-    if (!mLine.isVisible()) {
-      return;
-    }
-    mClock.setProceedBlock([this](const SMPTETime* time) { show(*time); });
-    refresh();
+// A port that was named on the command line, over its absence.
+struct WantedPort {
+  std::shared_ptr<KVMIDIEndpoint> endpoint;  // as it was found
+  midi::MIDIUniqueID uniqueID;
+  VLNamedPort shown;
+};
+
+bool isPresent(midi::MIDIUniqueID id, const KVMIDICore::Endpoints& endpoints) {
+  return std::any_of(endpoints.begin(), endpoints.end(),
+                     [id](const auto& endpoint) { return endpoint->uniqueID() == id; });
+}
+
+// Finds the port, or says on standard error why there is none.
+std::optional<WantedPort> findPort(const char* option, const std::string& name, const char* kind,
+                                   const KVMIDICore::Endpoints& endpoints) {
+  std::string error;
+  auto endpoint = VLEndpointNamed(name, endpoints, kind, error);
+  if (endpoint == nullptr) {
+    std::fprintf(stderr, "velor: %s: %s\n", option, error.c_str());
+    return std::nullopt;
   }
-  ~StatusDisplay() { mClock.setProceedBlock(nullptr); }
-  StatusDisplay(const StatusDisplay&) = delete;
-  StatusDisplay& operator=(const StatusDisplay&) = delete;
+  const midi::MIDIUniqueID id = endpoint->uniqueID();
+  VLNamedPort shown{VLNameOfEndpoint(*endpoint), true};
+  return WantedPort{std::move(endpoint), id, std::move(shown)};
+}
+
+// Hears the clock, and keeps the status line in step with it, the ports and the
+// server. Main queue.
+class Watcher final : public VLClockDelegate {
+ public:
+  Watcher(VLClock& clock, KVMIDICore& core, std::optional<WantedPort> source,
+          std::vector<WantedPort> destinations)
+      : mClock(clock),
+        mCore(core),
+        mSource(std::move(source)),
+        mDestinations(std::move(destinations)),
+        mObserver(KVNotificationCenter::defaultCenter().addObserver(
+            KVMIDINotification, [this](const KVNotification&) { portsChanged(); })) {
+    if (mLine.isVisible()) {
+      mClock.setProceedBlock([this](const SMPTETime* time) { show(*time); });
+      refresh();
+    }
+  }
+  ~Watcher() override { mClock.setProceedBlock(nullptr); }
+
+  void clockDidStartPlaying(VLClock&) override { showNow(); }
+  void clockDidStopPlaying(VLClock&) override { showNow(); }
+  void clockReceivesWrongFormat(VLClock&, std::uint32_t format) override {
+    mReceivedFormat = format;
+    showNow();
+  }
+  // A new check: what the last one found may be mended. Without a source nothing
+  // could come back, and receivers are spared the message.
+  bool clockShouldCheckForMTCLoop(VLClock&) override {
+    mLoop.reset();
+    return mSource.has_value();
+  }
+  void clockDetectedMTCLoop(VLClock&, const std::shared_ptr<KVMIDIEndpoint>& source,
+                            const std::shared_ptr<KVMIDIEndpoint>& destination) override {
+    mLoop = {VLNameOfEndpoint(*destination),
+             source != nullptr ? VLNameOfEndpoint(*source) : std::string("the sync source")};
+    if (!mLine.isVisible()) {
+      std::fprintf(stderr, "velor: MTC loop: what is sent to %s comes back from %s\n",
+                   mLoop->first.c_str(), mLoop->second.c_str());
+    }
+    showNow();
+  }
 
  private:
+  void showNow() {
+    if (mLine.isVisible()) {
+      show(mClock.time());
+    }
+  }
   void show(const SMPTETime& time) {
-    mLine.show({time, mClock.status(), mOutputs.outputs(), midi::service().serverDescription()});
+    VLStatus status{time,
+                    mClock.status(),
+                    mReceivedFormat,
+                    mLoop,
+                    std::nullopt,
+                    {},
+                    midi::service().serverDescription()};
+    if (mSource) {
+      status.source = mSource->shown;
+    }
+    for (const WantedPort& port : mDestinations) {
+      status.destinations.push_back(port.shown);
+    }
+    mLine.show(status);
+  }
+  void portsChanged() {
+    if (mSource) {
+      mSource->shown.present = isPresent(mSource->uniqueID, mCore.sources());
+    }
+    const KVMIDICore::Endpoints destinations = mCore.destinations();
+    for (WantedPort& port : mDestinations) {
+      port.shown.present = isPresent(port.uniqueID, destinations);
+    }
+    showNow();
   }
   void refresh() {
     show(mClock.time());
@@ -117,9 +207,14 @@ class StatusDisplay {
   }
 
   VLClock& mClock;
-  const VLMTCOutputs& mOutputs;
+  KVMIDICore& mCore;
+  std::optional<WantedPort> mSource;
+  std::vector<WantedPort> mDestinations;
+  std::uint32_t mReceivedFormat = 0;
+  std::optional<std::pair<std::string, std::string>> mLoop;
   VLStatusLine mLine;
   const std::shared_ptr<int> mAlive = std::make_shared<int>();
+  const KVObserverToken mObserver;
 };
 
 }  // namespace
@@ -133,42 +228,58 @@ int VLRunHeadless(const VLOptions& options) {
   }
 
   // All ports first: nothing starts when one of them is not there.
-  KVMIDICore::Endpoints wanted;
+  std::vector<WantedPort> destinations;
   for (const std::string& name : options.mtcOut) {
-    std::string error;
-    auto endpoint = VLEndpointNamed(name, core.destinations(), "destination", error);
-    if (endpoint == nullptr) {
-      std::fprintf(stderr, "velor: --mtc-out: %s\n", error.c_str());
+    auto port = findPort("--mtc-out", name, "destination", core.destinations());
+    if (!port) {
       return kUsageStatus;
     }
-    wanted.push_back(std::move(endpoint));
+    destinations.push_back(std::move(*port));
   }
-
-  host::MainQueue& mainQueue = host::current().mainQueue();
-  const StopSignals signals(mainQueue);
-  VLClock& clock = VLClock::sharedClock();
-  setUp(clock, options);
-  VLMTCOutputs outputs(core, clock);
-  for (auto& endpoint : wanted) {
-    outputs.enable(std::move(endpoint));
+  std::optional<WantedPort> source;
+  if (options.syncSource) {
+    source = findPort("--sync-source", *options.syncSource, "source", core.sources());
+    if (!source) {
+      return kUsageStatus;
+    }
   }
   if (!midi::service().isConnected()) {
     std::fputs("velor: no MIDI server is running; MIDI stays in process until one appears\n",
                stderr);
   }
-  {
-    const StatusDisplay display(clock, outputs);
-    if (options.play) {
-      // Else the first block might find its way not open yet.
-      midi::service().waitUntilSettled();
-      clock.start();
+
+  host::MainQueue& mainQueue = host::current().mainQueue();
+  const StopSignals signals(mainQueue);
+  VLClock& clock = VLClock::sharedClock();
+  VLDeviceManager& devices = VLDeviceManager::sharedManager();
+  const auto watcher = std::make_shared<Watcher>(clock, core, source, destinations);
+  clock.setDelegate(watcher);
+  setUp(clock, options);
+  for (const WantedPort& port : destinations) {
+    if (const auto device = devices.destinationWithEndpoint(port.endpoint)) {
+      device->setEnable(true);
     }
+  }
+  if (source) {
+    clock.setMIDISyncSource(source->endpoint);
+  }
+  // Else the first block might find its way not open yet.
+  midi::service().waitUntilSettled();
+  if (source) {
+    mainQueue.after(kLoopCheckDelay, [&clock] { clock.doLoopDetection(); });
+  }
+  if (options.arm) {
+    clock.arm();
+  }
+  if (options.play) {
+    clock.start();
+  }
+  mainQueue.run();
+  if (clock.running()) {
+    clock.stop();
+    clock.disarm();
+    mainQueue.after(kRunOut, [&mainQueue] { mainQueue.stop(); });
     mainQueue.run();
-    if (clock.running()) {
-      clock.stop();
-      mainQueue.after(kRunOut, [&mainQueue] { mainQueue.stop(); });
-      mainQueue.run();
-    }
   }
   return 0;
 }

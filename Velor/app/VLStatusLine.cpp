@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::size_t kDefaultColumns = 80;
 
-const char* statusName(std::uint64_t status) {
-  switch (status) {
+std::string statusText(const VLStatus& status) {
+  switch (status.clockStatus) {
     case VLClockStopped:
       return "stopped";
     case VLClockRolling:
@@ -24,10 +24,15 @@ const char* statusName(std::uint64_t status) {
     case VLClockChasing:
       return "chasing";
     case VLClockArmedWrongFormat:
-      return "armed, wrong format";
+      return std::string("armed, wrong format: ") + VLFormatName(status.receivedFormat) +
+             " comes in";
     default:
       return "?";
   }
+}
+
+std::string portText(const VLNamedPort& port) {
+  return port.present ? port.name : port.name + " (away)";
 }
 
 std::size_t terminalColumns() {
@@ -51,15 +56,21 @@ bool continuesCharacter(char c) {
 std::string VLStatusText(const VLStatus& status, std::size_t columns) {
   char time[kLTCStringSize];
   ltc_format_string(status.time, time);
-  std::string text = std::string(time) + "  " + VLFormatName(status.time.mType) + "  " +
-                     statusName(status.clockStatus) + "  MTC to ";
+  std::string text(time);
+  text.append("  ").append(VLFormatName(status.time.mType)).append("  ").append(statusText(status));
+  if (status.loop) {
+    text.append("  LOOP ").append(status.loop->first).append(" > ").append(status.loop->second);
+  }
+  if (status.source) {
+    text.append("  from ").append(portText(*status.source));
+  }
+  text.append("  to ");
   const char* separator = "";
-  for (const auto& output : status.outputs) {
-    text += separator + output.name + (output.present ? "" : " (away)");
+  for (const VLNamedPort& port : status.destinations) {
+    text.append(separator).append(portText(port));
     separator = ", ";
   }
-  text += status.outputs.empty() ? "nobody" : "";
-  text += "  MIDI: " + status.server;
+  text.append(status.destinations.empty() ? "nobody" : "").append("  MIDI: ").append(status.server);
 
   std::size_t characters = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {

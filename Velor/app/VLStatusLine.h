@@ -1,19 +1,31 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "Velor/app/VLMTCOutputs.h"
 #include "kvtimecode/SMPTETime.h"
 
 namespace velor {
+
+/// A MIDI port by name, which may be away for a while.
+struct VLNamedPort {
+  std::string name;
+  bool present = true;
+};
 
 /// What the status line tells.
 struct VLStatus {
   SMPTETime time{};
   std::uint64_t clockStatus = 0;
-  std::vector<VLMTCOutputs::Output> outputs;
+  std::uint32_t receivedFormat = 0;  // told while the format is wrong
+  /// The destination that comes back, and the source on which it does.
+  std::optional<std::pair<std::string, std::string>> loop;
+  std::optional<VLNamedPort> source;
+  std::vector<VLNamedPort> destinations;
   std::string server;
 };
 

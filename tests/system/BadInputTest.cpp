@@ -19,6 +19,7 @@ TEST(BadInput, IsOneClearLineAndTheStatus2AndNothingIsSent) {
   JackPeer desk("Desk");
   desk.addInput("in");
   desk.addInput("other");
+  desk.addOutput("out");
   desk.activate();
 
   struct Case {
@@ -36,6 +37,8 @@ TEST(BadInput, IsOneClearLineAndTheStatus2AndNothingIsSent) {
       {{"--mode", "sideways"}, {"--mode", "normal", "stop", "loop", "time-of-day"}},
       {{"--mtc-out", "Desk"}, {"--mtc-out", "'Desk'", "'Desk:in'", "'Desk:other'"}},
       {{"--mtc-out", "Desk:in", "--mtc-out", "12345"}, {"'12345'", "'Desk:in'"}},
+      {{"--sync-source", "Nowhere"}, {"--sync-source", "'Nowhere'", "'Desk:out'"}},
+      {{"--arm"}, {"--arm", "--play"}},
       {{"--mode", "loop", "--stop-at", "00:00:01:00"}, {"--stop-at", "contradicts"}},
       {{"--stop-at", "00:00:01:00", "--loop", "00:00:00:00", "00:00:02:00"}, {"contradict"}},
       {{"--loop", "00:00:02:00", "00:00:01:00"}, {"--loop", "end after it starts"}},

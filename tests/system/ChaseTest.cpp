@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -218,6 +219,50 @@ TEST_F(Chase, ALoopThroughACableIsFoundInATenthOfASecondAndForeignTokensAreNone)
   const double took = static_cast<double>(mReports->loopAt - asked) / 1e6;
   EXPECT_LT(took, 100.0);
   std::printf("loop found after %.1f ms\n", took);
+}
+
+TEST(HeadlessChase, TheStatusLineTellsArmedChasingTheWrongFormatAndALoop) {
+  JackServer server;
+  server.enter();
+  server.start();
+  JackPeer sender("Sender");
+  sender.addOutput("out");
+  sender.activate();
+  JackPeer console("Console");
+  console.addInput("in");
+  console.addOutput("out");
+  console.forward(0, 0);
+  console.activate();
+
+  {
+    VelorOnTerminal velor(150,
+                          {"--headless", "--format", "25", "--sync-source", "Sender:out", "--arm",
+                           "--mtc-out", "Console:in"},
+                          server.environment());
+    ASSERT_TRUE(velor.readUntil("25  armed  from Sender:out  to Console:in", 5)) << velor.text();
+    const std::uint64_t end =
+        sendStream(sender, 0, wireFormat("25"), {1, 0, 0, 0}, sender.frameNow() + 9600, 15);
+    ASSERT_TRUE(velor.readUntil("01:00:00:10", 5)) << velor.text();
+    ASSERT_TRUE(velor.readUntil("25  chasing", 5)) << velor.text();
+    sendStream(sender, 0, wireFormat("30"), {1, 0, 0, 0}, end + 48000, 20);
+    ASSERT_TRUE(velor.readUntil("armed, wrong format: 30 comes in", 5)) << velor.text();
+    EXPECT_EQ(velor.end(SIGINT), 0);
+    // What it relayed came to the console and out of it, but nobody listened there.
+    EXPECT_EQ(velor.text().find("LOOP"), std::string::npos);
+  }
+  {
+    VelorOnTerminal velor(
+        150, {"--headless", "--sync-source", "Console:out", "--arm", "--mtc-out", "Console:in"},
+        server.environment());
+    EXPECT_TRUE(velor.readUntil("LOOP Console:in > Console:out", 5)) << velor.text();
+    EXPECT_EQ(velor.end(SIGINT), 0);
+  }
+  VelorProcess velor({"--headless", "--sync-source", "Console:out", "--mtc-out", "Console:in"},
+                     server.environment());
+  ASSERT_TRUE(waitFor(5, [&] { return !velor.errors().empty(); }));
+  EXPECT_EQ(velor.errors(),
+            "velor: MTC loop: what is sent to Console:in comes back from Console:out\n");
+  EXPECT_EQ(velor.end(SIGTERM), 0);
 }
 
 }  // namespace

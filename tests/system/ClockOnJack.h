@@ -8,10 +8,10 @@
 #include <string>
 
 #include "Kv-Appkit/KVShared.h"
-#include "Velor/app/VLMTCOutputs.h"
 #include "Velor/app/VLPortNames.h"
 #include "Velor/app/VLServices.h"
 #include "Velor/clock/VLClock.h"
+#include "Velor/devices/VLDeviceManager.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/SystemHost.h"
@@ -34,11 +34,10 @@ class ClockOnJack : public testing::Test {
     mRecorder->activate();
     mHost = std::make_unique<host::SystemHost>();
     mService = std::make_unique<VLMIDIServiceInForce>();
-    mOutputs = std::make_unique<VLMTCOutputs>(KVMIDICore::sharedCore(), clock());
+    VLDeviceManager::sharedManager();
   }
   ~ClockOnJack() override {
     clock().stop();
-    mOutputs.reset();
     KVSharedInstances::clear();
     mService.reset();
     mHost.reset();
@@ -51,7 +50,9 @@ class ClockOnJack : public testing::Test {
     auto endpoint =
         VLEndpointNamed(port, KVMIDICore::sharedCore().destinations(), "destination", error);
     ASSERT_NE(endpoint, nullptr) << error;
-    mOutputs->enable(endpoint);
+    const auto device = VLDeviceManager::sharedManager().destinationWithEndpoint(endpoint);
+    ASSERT_NE(device, nullptr);
+    device->setEnable(true);
   }
 
   // Runs the main loop until the condition holds; its last answer.
@@ -80,7 +81,6 @@ class ClockOnJack : public testing::Test {
   std::unique_ptr<JackPeer> mRecorder;
   std::unique_ptr<host::SystemHost> mHost;
   std::unique_ptr<VLMIDIServiceInForce> mService;
-  std::unique_ptr<VLMTCOutputs> mOutputs;
 };
 
 }  // namespace velor::test
