@@ -147,6 +147,7 @@ TEST_F(VLDeviceManagerTest, TheSwitchOfADeviceThatHasGoneDecidesItsReturnAndNoth
   kept->setEnable(false);
   appear("desk");
   EXPECT_EQ(listed(), Listed{"-desk"});
+  EXPECT_EQ(quarterFramesTo(desk), 0) << "the clock had been told that it went";
   vanish(desk);
   kept->setEnable(true);
   EXPECT_EQ(quarterFramesTo(desk), 0);
@@ -220,6 +221,7 @@ TEST_F(VLDeviceManagerTest, RemovedDevicesGoFromTheSystemTheListsAndTheClock) {
   EXPECT_EQ(listed(), (Listed{"-desk", "-one", "-two", "-three"}));
   const auto two = manager().devices()[1]->midiEndpoint();
   destinationOf(two->endpoint())->setEnable(true);
+  const std::weak_ptr<KVMIDIEndpoint> sentTo = destinationOf(two->endpoint())->midiEndpoint();
   observe();
   manager().removeDevicesAtIndexes({1});
   EXPECT_EQ(deviceNames(), (Listed{"one", "three"}));
@@ -229,6 +231,7 @@ TEST_F(VLDeviceManagerTest, RemovedDevicesGoFromTheSystemTheListsAndTheClock) {
   EXPECT_EQ(mTable.MIDIGetNumberOfDestinations(), 3U);
   mHost.settle();
   EXPECT_EQ(takeAnnounced(), Announced{}) << "the notification finds nothing to do";
+  EXPECT_TRUE(sentTo.expired()) << "the clock holds it no more";
 
   EXPECT_THROW(manager().removeDevicesAtIndexes({0, 2}), KVException);
   EXPECT_EQ(deviceNames(), (Listed{"one", "three"})) << "refused as a whole";
