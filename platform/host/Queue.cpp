@@ -36,6 +36,7 @@ Queue::~Queue() {
     mEnding.store(true);
     mWake->signal();
     mThread->join();
+    mHost.timers().forget(*this);  // those of the last jobs
   }
 }
 

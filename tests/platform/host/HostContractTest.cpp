@@ -148,6 +148,19 @@ TEST_P(HostContract, AfterOnAQueueThatEndedIsDropped) {
   EXPECT_FALSE(*fired);
 }
 
+TEST_P(HostContract, AfterFromTheLastJobOfAQueueIsDroppedWithTheQueue) {
+  const auto held = std::make_shared<int>();
+  {
+    Queue queue("going");
+    queue.async([this, &queue, held] {
+      mHost->mach_wait_until(now() + 20 * kMs);  // the end has begun meanwhile
+      queue.after(1000 * kMs, [held] {});
+    });
+  }
+  // A timer that is left would post to a queue that is no more.
+  EXPECT_EQ(held.use_count(), 1);
+}
+
 TEST_P(HostContract, ATimerFiresOnceAfterItsLastPush) {
   Queue queue("watched");
   std::atomic<int> fired{0};
