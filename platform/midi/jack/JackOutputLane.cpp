@@ -11,6 +11,10 @@ OSStatus JackOutputLane::send(const MIDIPacketList& packets, MIDITimeStamp now) 
   OSStatus status = 0;
   const std::uint32_t list = mNextList++;
   forEachPacket(packets, [this, list, now, &status](const MIDIPacket& source) {
+    if (source.length > kMaxPacketBytes) {
+      status = kMIDIMessageSendErr;
+      return;
+    }
     Packet packet;
     packet.list = list;
     packet.atOnce = source.timeStamp == 0;
