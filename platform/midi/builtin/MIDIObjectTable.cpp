@@ -494,8 +494,14 @@ MIDIEndpointRef MIDIObjectTable::endpointAppeared(MIDIEndpointKind kind,
     mObjects[ref].outside = true;
     mObjects[ref].properties[std::string(kMIDIPropertyServerPort)] = portName;
   }
-  mObjects[ref].properties[std::string(kMIDIPropertyDisplayName)] = displayName;
-  notify(wasPresent ? kMIDIMsgSetupChanged : kMIDIMsgObjectAdded);
+  auto& shown = mObjects[ref].properties[std::string(kMIDIPropertyDisplayName)];
+  const bool isRenamed = std::get<std::string>(shown) != displayName;
+  shown = displayName;
+  if (!wasPresent) {
+    notify(kMIDIMsgObjectAdded);
+  } else if (isRenamed) {
+    notify(kMIDIMsgSetupChanged);
+  }
   return ref;
 }
 

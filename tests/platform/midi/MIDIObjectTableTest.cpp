@@ -98,6 +98,20 @@ TEST_F(MIDIObjectTableTest, ADisposedClientIsNotToldAnyMoreEvenOfWhatCameBefore)
   EXPECT_EQ(told.messages, (std::vector<int>{kMIDIMsgObjectAdded, kMIDIMsgSetupChanged}));
 }
 
+TEST_F(MIDIObjectTableTest, ClientsAreToldOfANewNameAndNotOfAnotherLookAtTheSame) {
+  Listener listener;
+  makeClient(listener);
+  mOutside->appear(MIDIEndpointKind::source, "keys");
+  mHost.settle();
+  listener.messages.clear();
+  mOutside->appear(MIDIEndpointKind::source, "keys");
+  mHost.settle();
+  EXPECT_TRUE(listener.messages.empty());
+  mOutside->appear(MIDIEndpointKind::source, "keys", "Keys on stage");
+  mHost.settle();
+  EXPECT_EQ(listener.messages, std::vector<int>{kMIDIMsgSetupChanged});
+}
+
 TEST_F(MIDIObjectTableTest, AClientMayBeDisposedOfByOneThatIsBeingTold) {
   Listener first;
   Listener second;
