@@ -196,7 +196,7 @@ void JackMIDI::openWith(std::shared_ptr<const JackLibrary> library) {
     registerPort(port);
   }
   rescan();
-  mQueue.after(kReportInterval, [this] { reportDropped(); });
+  mQueue.after(kReportInterval, [this, session = mSession.load()] { reportDropped(session); });
 }
 
 void JackMIDI::closeClient() {
@@ -204,12 +204,19 @@ void JackMIDI::closeClient() {
     return;
   }
   ++mSession;
-  for (const PortPtr& port : mKnown) {
-    takeOutOfService(*port);
-    port->port = nullptr;
-  }
+  // First of all, since it ends the process callback: a dead server's does not come
+  // any more, and waiting for it once a port would take seconds.
   mLibrary->jack_client_close(mClient);
   mClient = nullptr;
+  for (auto& entry : mActive) {
+    entry.store(nullptr);
+  }
+  for (const PortPtr& port : mKnown) {
+    port->inService = false;
+    port->port = nullptr;
+  }
+  // The library may have cancelled its thread within the callback.
+  mCycles.fetch_add(mCycles.load() & 1U);
   for (const auto& [name, endpoint] : mEndpoints) {
     mInside->endpointVanished(endpoint.first);
   }
@@ -363,7 +370,10 @@ void JackMIDI::rescan() {
   mEndpoints = std::move(found);
 }
 
-void JackMIDI::reportDropped() {
+void JackMIDI::reportDropped(std::uint32_t session) {
+  if (mClient == nullptr || session != mSession.load()) {
+    return;  // the next server has reports of its own
+  }
   for (const PortPtr& port : mKnown) {
     const std::uint64_t dropped = port->lane.dropped();
     if (dropped != port->droppedReported) {
@@ -372,9 +382,7 @@ void JackMIDI::reportDropped() {
       port->droppedReported = dropped;
     }
   }
-  if (mClient != nullptr) {
-    mQueue.after(kReportInterval, [this] { reportDropped(); });
-  }
+  mQueue.after(kReportInterval, [this, session] { reportDropped(session); });
 }
 
 // --- callbacks of the library ---

@@ -88,7 +88,7 @@ class JackMIDI final : public MIDIOutside {
   void takeOutOfService(Port& port);
   void awaitCycles(std::uint32_t count);
   void rescan();
-  void reportDropped();
+  void reportDropped(std::uint32_t session);
   std::string displayNameOf(jack_port_t* port, const std::string& fullName) const;
   void tell(bool connected, std::string description);
 

@@ -210,6 +210,22 @@ TEST_F(JackMIDITest, PortsAndConnectionsAreBackAfterTheServersDeath) {
   }
 }
 
+TEST_F(JackMIDITest, TheServersDeathIsSeenAtOnceHoweverManyPortsThereAre) {
+  test::JackPeer peer("Desk");
+  for (int i = 0; i < 16; ++i) {
+    peer.addInput("in " + std::to_string(i));
+  }
+  peer.activate();
+  open();
+  for (int i = 0; i < 16; ++i) {
+    send(find(false, "Desk:in " + std::to_string(i)), 0, 0, 1);
+  }
+  ASSERT_TRUE(test::waitFor(5, [&peer] { return peer.recordedCount() == 16; }));
+  mServer.kill();
+  EXPECT_TRUE(test::waitFor(1, [this] { return !mTable->isConnected(); }));
+  ASSERT_TRUE(test::waitFor(10, [this] { return !mTable->isConnected(); }));
+}
+
 TEST_F(JackMIDITest, AChangeOfThePeriodLosesAndDoublesNothing) {
   test::JackPeer peer("Desk");
   peer.addInput("in");
