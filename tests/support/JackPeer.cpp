@@ -72,6 +72,13 @@ void JackPeer::activate() {
   mJack->jack_activate(mClient);
 }
 
+void JackPeer::renew(const std::string& name) {
+  if (jack_port_t* port = mJack->jack_port_by_name(mClient, fullName(name).c_str())) {
+    mJack->jack_port_unregister(mClient, port);
+  }
+  mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0);
+}
+
 std::string JackPeer::fullName(const std::string& port) const {
   return std::string(mJack->jack_get_client_name(mClient)) + ":" + port;
 }

@@ -38,6 +38,9 @@ class JackPeer {
   /// nothing is sent there by `sendAt` then. Before `activate`.
   void forward(int input, int output) { mForward = {input, output}; }
   void activate();
+  /// Registers an input from which nothing is recorded; at once anew when it is
+  /// there already, as programs do that open their ports again. Also when active.
+  void renew(const std::string& name);
 
   /// The full name of a port of this client.
   std::string fullName(const std::string& port) const;

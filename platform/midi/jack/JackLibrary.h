@@ -49,6 +49,7 @@ class JackLibrary {
   X(jack_midi_get_event_count)           \
   X(jack_on_info_shutdown)               \
   X(jack_on_shutdown)                    \
+  X(jack_port_by_id)                     \
   X(jack_port_by_name)                   \
   X(jack_port_flags)                     \
   X(jack_port_get_buffer)                \

@@ -215,6 +215,7 @@ void JackMIDI::closeClient() {
     port->inService = false;
     port->port = nullptr;
   }
+  mRenewed.clear();
   // The library may have cancelled its thread within the callback.
   mCycles.fetch_add(mCycles.load() & 1U);
   for (const auto& [name, endpoint] : mEndpoints) {
@@ -350,7 +351,9 @@ void JackMIDI::rescan() {
     // What another client puts out is a source to us.
     const bool isSource = (mLibrary->jack_port_flags(port) & JackPortIsOutput) != 0;
     const auto kind = isSource ? MIDIEndpointKind::source : MIDIEndpointKind::destination;
-    const bool isNew = !mEndpoints.contains(*name);
+    // One that is registered anew has lost its connections, also when it was gone
+    // too briefly to be missed here.
+    const bool isNew = !mEndpoints.contains(*name) || mRenewed.contains(*name);
     const MIDIEndpointRef ref = mInside->endpointAppeared(kind, *name, displayNameOf(port, *name));
     found[*name] = {ref, kind};
     if (isNew) {
@@ -362,12 +365,22 @@ void JackMIDI::rescan() {
     }
   }
   mLibrary->jack_free(names);
+  mRenewed.clear();
   for (const auto& [name, endpoint] : mEndpoints) {
     if (!found.contains(name)) {
       mInside->endpointVanished(endpoint.first);
     }
   }
   mEndpoints = std::move(found);
+}
+
+void JackMIDI::portRegistered(jack_port_id_t id) {
+  jack_port_t* port = mClient != nullptr ? mLibrary->jack_port_by_id(mClient, id) : nullptr;
+  const char* name = port != nullptr ? mLibrary->jack_port_name(port) : nullptr;
+  if (name != nullptr && name[0] != '\0') {
+    mRenewed.insert(name);
+  }
+  requestRescan();  // from here, so that the look comes after the note
 }
 
 void JackMIDI::reportDropped(std::uint32_t session) {
@@ -393,8 +406,13 @@ void JackMIDI::onShutdown(void* self) {
 void JackMIDI::onInfoShutdown(jack_status_t, const char*, void* self) {
   static_cast<JackMIDI*>(self)->serverWent();
 }
-void JackMIDI::onPortRegistration(jack_port_id_t, int, void* self) {
-  static_cast<JackMIDI*>(self)->requestRescan();
+void JackMIDI::onPortRegistration(jack_port_id_t port, int registered, void* self) {
+  auto* midi = static_cast<JackMIDI*>(self);
+  if (registered != 0) {
+    midi->mQueue.async([midi, port] { midi->portRegistered(port); });
+  } else {
+    midi->requestRescan();
+  }
 }
 void JackMIDI::onPropertyChange(jack_uuid_t, const char*, jack_property_change_t, void* self) {
   static_cast<JackMIDI*>(self)->requestRescan();

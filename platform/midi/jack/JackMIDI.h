@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -88,6 +89,7 @@ class JackMIDI final : public MIDIOutside {
   void takeOutOfService(Port& port);
   void awaitCycles(std::uint32_t count);
   void rescan();
+  void portRegistered(jack_port_id_t id);
   void reportDropped(std::uint32_t session);
   std::string displayNameOf(jack_port_t* port, const std::string& fullName) const;
   void tell(bool connected, std::string description);
@@ -112,6 +114,7 @@ class JackMIDI final : public MIDIOutside {
   // On mQueue.
   std::vector<PortPtr> mKnown;  // all of mPorts that have got here
   std::map<std::string, std::pair<MIDIEndpointRef, MIDIEndpointKind>> mEndpoints;
+  std::set<std::string> mRenewed;  // ports registered since the last look
   bool mToldMissing = false;
   bool mEnding = false;
 

@@ -210,6 +210,30 @@ TEST_F(JackMIDITest, PortsAndConnectionsAreBackAfterTheServersDeath) {
   }
 }
 
+TEST_F(JackMIDITest, APortThatIsOpenedAgainAtOnceIsConnectedAgain) {
+  test::JackPeer peer("Desk");
+  peer.activate();
+  peer.renew("in");
+  open();
+  send(find(false, "Desk:in"), 0, 0, 1);
+  const auto isConnected = [&peer] {
+    const auto own = peer.ports("Velor:Velor Clock Out.*");
+    return own.size() == 1 && peer.isConnected(own[0], "Desk:in");
+  };
+  ASSERT_TRUE(test::waitFor(3, isConnected));
+  for (int round = 0; round < 3; ++round) {
+    peer.renew("in");
+    EXPECT_TRUE(test::waitFor(2, isConnected));
+  }
+  test::waitFor(0.2, [] { return false; });  // nothing of the above is to come
+  // What a person takes apart stays so, whatever else comes and goes.
+  ASSERT_TRUE(peer.disconnect(peer.ports("Velor:Velor Clock Out.*").at(0), "Desk:in"));
+  peer.renew("other");
+  ASSERT_TRUE(test::waitFor(2, [this] { return find(false, "Desk:other") != 0; }));
+  mTable->waitUntilSettled();
+  EXPECT_FALSE(isConnected());
+}
+
 TEST_F(JackMIDITest, TheServersDeathIsSeenAtOnceHoweverManyPortsThereAre) {
   test::JackPeer peer("Desk");
   for (int i = 0; i < 16; ++i) {
