@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "Velor/app/VLPortNames.h"
 #include "Velor/clock/VLClockStatus.h"
 #include "kvtimecode/ltc_utils.h"
 
@@ -83,15 +84,16 @@ void refuseIf(bool condition, const std::string& message) {
   }
 }
 
-std::uint64_t playModeOf(const std::string& mode, bool hasStop, bool hasLoop, bool hasStart,
+// `mode` is null when none is given.
+std::uint64_t playModeOf(const std::string* mode, bool hasStop, bool hasLoop, bool hasStart,
                          bool hasPreroll) {
   refuseIf(hasStop && hasLoop, "--stop-at and --loop contradict each other");
-  if (mode.empty()) {
+  if (mode == nullptr) {
     return hasStop ? VLPlayModeStop : hasLoop ? VLPlayModeLoop : VLPlayModeNormal;
   }
-  const std::uint64_t value = valueNamed(kModes, mode, "--mode");
-  refuseIf(hasStop && value != VLPlayModeStop, "--stop-at contradicts --mode " + mode);
-  refuseIf(hasLoop && value != VLPlayModeLoop, "--loop contradicts --mode " + mode);
+  const std::uint64_t value = valueNamed(kModes, *mode, "--mode");
+  refuseIf(hasStop && value != VLPlayModeStop, "--stop-at contradicts --mode " + *mode);
+  refuseIf(hasLoop && value != VLPlayModeLoop, "--loop contradicts --mode " + *mode);
   refuseIf(!hasLoop && value == VLPlayModeLoop, "--mode loop needs --loop START END");
   refuseIf(!hasStop && value == VLPlayModeStop, "--mode stop needs --stop-at TIME");
   refuseIf(hasStart && value == VLPlayModeTimeOfDay, "--start contradicts --mode time-of-day");
@@ -184,17 +186,22 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     app.parse(reversed);
 
+    // An empty word would be read as the number 0.
+    for (const char* option : {"--rate-percent", "--preroll"}) {
+      const auto& words = app.get_option(option)->results();
+      refuseIf(!words.empty() && words.front().empty(), std::string(option) + ": '' is no number");
+    }
     options.format = valueNamed(kFormats, format, "--format");
-    if (!start.empty()) {
+    if (app.count("--start") > 0) {
       options.start = timeOption(start, options.format, "--start");
     }
-    if (!offset.empty()) {
+    if (app.count("--offset") > 0) {
       options.offset = offsetOption(offset, options.format);
     }
-    if (!stopAt.empty()) {
+    if (app.count("--stop-at") > 0) {
       options.stopAt = timeOption(stopAt, options.format, "--stop-at");
     }
-    if (!loop.empty()) {
+    if (app.count("--loop") > 0) {
       options.loop = {timeOption(loop[0], options.format, "--loop"),
                       timeOption(loop[1], options.format, "--loop")};
       refuseIf(ltc_compare(options.loop->first, options.loop->second) != -1,
@@ -206,7 +213,8 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
       refuseIf(!(preroll >= 0 && preroll <= kMaxPreroll), "--preroll: out of range (0 to 60)");
       options.preroll = preroll;
     }
-    options.playMode = playModeOf(mode, options.stopAt.has_value(), options.loop.has_value(),
+    options.playMode = playModeOf(app.count("--mode") > 0 ? &mode : nullptr,
+                                  options.stopAt.has_value(), options.loop.has_value(),
                                   options.start.has_value(), options.preroll.has_value());
     refuseIf(options.arm && options.play,
              "--arm and --play contradict each other: an armed clock is started by MTC");
@@ -219,9 +227,9 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   } catch (const CLI::CallForVersion&) {
     result.output = app.version() + "\n";
   } catch (const CLI::ParseError& error) {
-    result = {std::nullopt, kUsageStatus, std::string("velor: ") + error.what() + "\n"};
+    result = {std::nullopt, kUsageStatus, "velor: " + VLPrintable(error.what()) + "\n"};
   } catch (const UsageError& error) {
-    result = {std::nullopt, kUsageStatus, std::string("velor: ") + error.what() + "\n"};
+    result = {std::nullopt, kUsageStatus, "velor: " + VLPrintable(error.what()) + "\n"};
   }
   return result;
 }
