@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/app/VLStatusLine.h"
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "Velor/app/VLCommandLine.h"
+#include "Velor/app/VLPortNames.h"
 #include "Velor/clock/VLClockStatus.h"
 #include "kvtimecode/ltc_utils.h"
 
@@ -32,18 +34,13 @@ std::string statusText(const VLStatus& status) {
 }
 
 std::string portText(const VLNamedPort& port) {
-  return port.present ? port.name : port.name + " (away)";
+  return VLPrintable(port.name) + (port.present ? "" : " (away)");
 }
 
 std::size_t terminalColumns() {
   winsize size{};
   return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col
                                                                          : kDefaultColumns;
-}
-
-void writeOut(const std::string& text) {
-  // A terminal that has gone is no reason to stop the clock.
-  [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
 }
 
 // A byte that continues a character of UTF-8.
@@ -59,7 +56,8 @@ std::string VLStatusText(const VLStatus& status, std::size_t columns) {
   std::string text(time);
   text.append("  ").append(VLFormatName(status.time.mType)).append("  ").append(statusText(status));
   if (status.loop) {
-    text.append("  LOOP ").append(status.loop->first).append(" > ").append(status.loop->second);
+    text.append("  LOOP ").append(VLPrintable(status.loop->first));
+    text.append(" > ").append(VLPrintable(status.loop->second));
   }
   if (status.source) {
     text.append("  from ").append(portText(*status.source));
@@ -90,12 +88,26 @@ std::string VLStatusText(const VLStatus& status, std::size_t columns) {
   return text.substr(0, end) + std::string("...").substr(0, columns);
 }
 
-VLStatusLine::VLStatusLine() : mIsTerminal(isatty(STDOUT_FILENO) == 1) {}
+VLStatusLine::VLStatusLine() : mIsTerminal(isatty(STDOUT_FILENO) == 1) {
+  if (mIsTerminal) {
+    // Opened for this program alone: the flag would else hold for the shell, too.
+    mOwn = open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  }
+}
 
 VLStatusLine::~VLStatusLine() {
   if (mIsTerminal && !mLast.empty()) {
     writeOut("\n");
   }
+  if (mOwn >= 0) {
+    close(mOwn);
+  }
+}
+
+bool VLStatusLine::writeOut(const std::string& text) const {
+  // A terminal that has gone is no reason to stop the clock.
+  return write(mOwn >= 0 ? mOwn : STDOUT_FILENO, text.data(), text.size()) ==
+         static_cast<ssize_t>(text.size());
 }
 
 void VLStatusLine::show(const VLStatus& status) {
@@ -104,8 +116,8 @@ void VLStatusLine::show(const VLStatus& status) {
   }
   // The last column stays free: some terminals would go to the next line.
   std::string text = VLStatusText(status, terminalColumns() - 1);
-  if (text != mLast) {
-    writeOut("\r" + text + "\033[K");
+  if (text != mLast || !mIsWhole) {
+    mIsWhole = writeOut("\r" + text + "\033[K");
     mLast = std::move(text);
   }
 }

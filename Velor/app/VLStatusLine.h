@@ -46,8 +46,15 @@ class VLStatusLine {
   void show(const VLStatus& status);
 
  private:
+  // False when the terminal did not take all of it.
+  bool writeOut(const std::string& text) const;
+
   const bool mIsTerminal;
+  // Writes without waiting: a terminal that is held (Ctrl-S, a connection that
+  // hangs) must not hold the main queue. -1: standard output has to do.
+  int mOwn = -1;
   std::string mLast;
+  bool mIsWhole = true;
 };
 
 }  // namespace velor

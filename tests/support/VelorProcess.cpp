@@ -103,6 +103,21 @@ bool VelorOnTerminal::readUntil(const std::string& part, double seconds) {
          mText.find(part) != std::string::npos;
 }
 
+void VelorOnTerminal::hold() {
+  const char stop = 0x13;
+  [[maybe_unused]] const ssize_t written = write(mTerminal, &stop, 1);
+}
+
+int VelorOnTerminal::endUnread(int signal, double seconds) {
+  kill(mId, signal);
+  int status = 0;
+  if (!waitFor(seconds, [&] { return waitpid(mId, &status, WNOHANG) == mId; })) {
+    return -1;
+  }
+  mId = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
 int VelorOnTerminal::end(int signal) {
   kill(mId, signal);
   while (readSome(5000)) {

@@ -45,6 +45,10 @@ class VelorOnTerminal {
   bool readUntil(const std::string& part, double seconds);
   /// Ends it by the signal, reads the rest, gives the exit status.
   int end(int signal);
+  /// Holds the output, as Ctrl-S does: the terminal takes nothing more.
+  void hold();
+  /// Ends it by the signal without reading; -1 when it still runs after `seconds`.
+  int endUnread(int signal, double seconds);
   /// All that it has written.
   const std::string& text() const { return mText; }
 
