@@ -43,6 +43,11 @@ class StopSignals {
     sQueue.store(&queue);
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
       struct sigaction action {};
+      // Who started the program so that it outlives the terminal means that.
+      if (number == SIGHUP && sigaction(number, nullptr, &action) == 0 &&
+          action.sa_handler == SIG_IGN) {
+        continue;
+      }
       action.sa_handler = [](int) {
         if (host::MainQueue* target = sQueue.load()) {
           target->stop();
@@ -51,6 +56,8 @@ class StopSignals {
       action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
       sigaction(number, &action, nullptr);
     }
+    // A reader of the diagnostics that has gone is no reason to stop the clock.
+    std::signal(SIGPIPE, SIG_IGN);
   }
   ~StopSignals() { sQueue.store(nullptr); }
   StopSignals(const StopSignals&) = delete;
@@ -94,7 +101,7 @@ void setUp(VLClock& clock, const VLOptions& options) {
 int list(KVMIDICore& core) {
   std::printf("MIDI: %s\nSources\n%sDestinations\n%s", midi::service().serverDescription().c_str(),
               VLEndpointList(core.sources()).c_str(), VLEndpointList(core.destinations()).c_str());
-  return 0;
+  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? 0 : 1;
 }
 
 // A port that was named on the command line, over its absence.
@@ -115,7 +122,7 @@ std::optional<WantedPort> findPort(const char* option, const std::string& name, 
   std::string error;
   auto endpoint = VLEndpointNamed(name, endpoints, kind, error);
   if (endpoint == nullptr) {
-    std::fprintf(stderr, "velor: %s: %s\n", option, error.c_str());
+    std::fprintf(stderr, "velor: %s: %s\n", option, VLPrintable(error).c_str());
     return std::nullopt;
   }
   const midi::MIDIUniqueID id = endpoint->uniqueID();
@@ -160,7 +167,7 @@ class Watcher final : public VLClockDelegate {
              source != nullptr ? VLNameOfEndpoint(*source) : std::string("the sync source")};
     if (!mLine.isVisible()) {
       std::fprintf(stderr, "velor: MTC loop: what is sent to %s comes back from %s\n",
-                   mLoop->first.c_str(), mLoop->second.c_str());
+                   VLPrintable(mLoop->first).c_str(), VLPrintable(mLoop->second).c_str());
     }
     showNow();
   }

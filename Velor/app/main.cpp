@@ -15,8 +15,11 @@ int main(int argc, char** argv) {
   const velor::VLCommandLine commandLine =
       velor::VLParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
   if (!commandLine.options) {
-    std::fputs(commandLine.output.c_str(), commandLine.exitStatus == 0 ? stdout : stderr);
-    return commandLine.exitStatus;
+    if (commandLine.exitStatus != 0) {
+      std::fputs(commandLine.output.c_str(), stderr);
+      return commandLine.exitStatus;
+    }
+    return std::fputs(commandLine.output.c_str(), stdout) >= 0 && std::fflush(stdout) == 0 ? 0 : 1;
   }
   try {
     velor::store::LogFile log(velor::store::ApplicationFolders().logs());

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -117,6 +119,47 @@ TEST(Headless, ALogThatCannotBeWrittenIsWarnedOfAndStopsNothing) {
   EXPECT_NE(velor.errors().find("log"), std::string::npos) << velor.errors();
   EXPECT_TRUE(velor.isRunning());
   EXPECT_EQ(velor.end(SIGTERM), 0);
+}
+
+TEST(Headless, ATerminalThatTakesNothingHoldsUpNoStop) {
+  JackServer server;  // not started
+  VelorOnTerminal velor(80, {"--headless", "--play"}, server.environment());
+  ASSERT_TRUE(velor.readUntil("rolling", 5)) << velor.text();
+  velor.hold();
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_EQ(velor.endUnread(SIGTERM, 3), 0);
+}
+
+TEST(Headless, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
+  JackServer server;  // not started
+  struct sigaction ignore {};
+  struct sigaction before {};
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGHUP, &ignore, &before);  // as nohup does
+  // Standard error goes into a pipe that nobody reads.
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  TemporaryFolder folder;
+  auto environment = server.environment();
+  environment.push_back("XDG_STATE_HOME=" + folder.path());
+  Process velor({VELOR_PROGRAM, "--headless", "--play"}, environment, "/dev/null",
+                "/proc/self/fd/" + std::to_string(ends[1]));
+  sigaction(SIGHUP, &before, nullptr);
+  close(ends[0]);
+  close(ends[1]);
+  EXPECT_EQ(velor.waitForEnd(1), -1);
+  kill(velor.id(), SIGHUP);
+  EXPECT_EQ(velor.waitForEnd(1), -1);
+  EXPECT_EQ(velor.end(SIGINT), 0);
+}
+
+TEST(Headless, WhatCannotBePrintedIsAFailure) {
+  JackServer server;  // not started
+  for (const char* option : {"--list", "--help", "--version"}) {
+    Process velor({"/bin/sh", "-c", "exec \"$0\" \"$1\" >/dev/full", VELOR_PROGRAM, option},
+                  server.environment(), "/dev/null");
+    EXPECT_EQ(velor.waitForEnd(10), 1) << option;
+  }
 }
 
 TEST(Headless, TheStatusLineIsWrittenOverInPlaceAndFitsTheTerminal) {
