@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: MIT
+#include "kvtimecode/SMPTEString.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <random>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "kvtimecode/SMPTEPattern.h"
+#include "kvtimecode/ltc_utils.h"
+
+namespace velor {
+namespace {
+
+bool sameBytes(const SMPTETime& a, const SMPTETime& b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// All that a text can leave in a record.
+SMPTETime parsed(std::uint32_t format, int hours, int minutes, int seconds, int frames) {
+  SMPTETime t;
+  t.mSubframeDivisor = 80;
+  t.mType = format;
+  t.mFlags = kSMPTETimeValid;
+  t.mHours = static_cast<std::int16_t>(hours);
+  t.mMinutes = static_cast<std::int16_t>(minutes);
+  t.mSeconds = static_cast<std::int16_t>(seconds);
+  t.mFrames = static_cast<std::int16_t>(frames);
+  return t;
+}
+
+// A record in which each byte would show that it was left over.
+SMPTETime usedRecord() {
+  SMPTETime t;
+  std::memset(static_cast<void*>(&t), 0x5A, sizeof t);
+  return t;
+}
+
+TEST(SMPTEString, EachFormatHasItsNameAndItsTimesComeBackFromTheClipboardUpToCodeFive) {
+  struct Row {
+    std::uint32_t format;
+    const char* name;
+    const char* clipboard;
+  };
+  for (const Row& row : {Row{kSMPTETimeType24, "24", "[01:02:03:04][0]"},
+                         Row{kSMPTETimeType25, "25", "[01:02:03:04][1]"},
+                         Row{kSMPTETimeType30Drop, "30 Drop", "[01:02:03;04][2]"},
+                         Row{kSMPTETimeType30, "30", "[01:02:03:04][3]"},
+                         Row{kSMPTETimeType2997, "29.97", "[01:02:03:04][4]"},
+                         Row{kSMPTETimeType2997Drop, "29.97 Drop", "[01:02:03;04][5]"},
+                         Row{kSMPTETimeType2398, "23.98", "[01:02:03:04][11]"}}) {
+    EXPECT_EQ(stringFromSMPTEFormat(row.format), row.name);
+    SMPTETime time;
+    time.mType = row.format;
+    time.mCounter = 7;
+    ltc_set_time(time, 1, 2, 3, 4);
+    const std::string text = encodeableStringFromSMPTETime(time);
+    EXPECT_EQ(text, row.clipboard);
+    SMPTETime back = usedRecord();
+    if (row.format == kSMPTETimeType2398) {  // two digits of code
+      EXPECT_FALSE(parseEncodedSmpteTime(text, back));
+      EXPECT_TRUE(sameBytes(back, usedRecord()));
+    } else {
+      EXPECT_TRUE(parseEncodedSmpteTime(text, back));
+      EXPECT_TRUE(sameBytes(back, parsed(row.format, 1, 2, 3, 4)));
+    }
+  }
+  EXPECT_EQ(stringFromSMPTEFormat(7), "unknown format 7");
+  EXPECT_EQ(stringFromSMPTEFormat(0xFFFFFFFF), "unknown format 4294967295");
+}
+
+TEST(SMPTEString, AnUnknownTimeIsDashesEverywhere) {
+  SMPTETime time;
+  time.mHours = 3;
+  time.mType = 0xFFFFFFFF;
+  EXPECT_EQ(invalidSMPTEString(), "--:--:--:--");
+  EXPECT_EQ(stringFromSMPTETime(time), invalidSMPTEString());
+  EXPECT_EQ(encodeableStringFromSMPTETime(time), "[--:--:--:--][-1]");
+  EXPECT_FALSE(parseSmpteTime(invalidSMPTEString(), time, 1));
+}
+
+TEST(SMPTEString, TheFirstTimeIsTakenFromAnyTextWithoutACheck) {
+  struct Row {
+    const char* text;
+    std::uint32_t format;
+    std::array<int, 4> digits;
+  };
+  for (const Row& row : std::vector<Row>{
+           {"at 01:02:03:04 or 05:06:07:08", 1, {1, 2, 3, 4}},
+           {"99:99:99:99", 1, {99, 99, 99, 99}},
+           {"1:2:3:4:5", 3, {1, 2, 3, 4}},
+           {"1:2:x 0001:2:3:00040ff", 11, {1, 2, 3, 40}},
+           {"1:2:3:4 1:2:3;4", 5, {1, 2, 3, 4}},
+           {"9:8:7:6;5", 5, {8, 7, 6, 5}},  // the first that has the divider
+           {"65536:65537:32768:65535", 0, {0, 1, -32768, -1}},
+           {"99999999999999999999:2147483647:4294967296:2147483648", 0, {-1, -1, -1, -1}},
+           {"1:2:3:4", 7, {1, 2, 3, 4}}}) {
+    SMPTETime time = usedRecord();
+    EXPECT_TRUE(parseSmpteTime(row.text, time, row.format)) << row.text;
+    const auto [hours, minutes, seconds, frames] = row.digits;
+    EXPECT_TRUE(sameBytes(time, parsed(row.format, hours, minutes, seconds, frames))) << row.text;
+  }
+}
+
+TEST(SMPTEString, WhatIsNoTimeLeavesTheRecordAlone) {
+  struct Row {
+    const char* text;
+    std::uint32_t format;
+  };
+  for (const Row& row : std::vector<Row>{{"", 1},
+                                         {"01:02:03", 1},
+                                         {"01:02:03:", 1},
+                                         {"01:02:03;04", 1},
+                                         {"01:02:03:04", 5},
+                                         {"01:02:03:04", 2},
+                                         {"01:02:03.04", 1},
+                                         {"01:02: 03:04", 1},
+                                         {"-1:-2:-3:-4", 1},
+                                         {":::", 1}}) {
+    SMPTETime time = usedRecord();
+    EXPECT_FALSE(parseSmpteTime(row.text, time, row.format)) << row.text;
+    EXPECT_TRUE(sameBytes(time, usedRecord())) << row.text;
+  }
+}
+
+TEST(SMPTEString, TheClipboardTextIsTakenByItsFirstBrackets) {
+  struct Row {
+    const char* text;
+    bool taken;
+  };
+  for (const Row& row : std::vector<Row>{{"[01:02:03:04][3]", true},
+                                         {"see [[01:02:03:04][3]] there", true},
+                                         {"[x][01:02:03:04][3]", true},
+                                         {"[01:02:03:04][9]", true},
+                                         {"[01:02:03:04][11]", false},
+                                         {"[][3]", false},
+                                         {"[][3][01:02:03:04][3]", false},
+                                         {"[01:02:03:04][5]", false},
+                                         {"[01:02:03;04][3]", false},
+                                         {"[01:02:03:04] [3]", false},
+                                         {"[01:02:03:04][3", false},
+                                         {"[01:02:03:04]", false},
+                                         {"[", false}}) {
+    SMPTETime time = usedRecord();
+    EXPECT_EQ(parseEncodedSmpteTime(row.text, time), row.taken) << row.text;
+    EXPECT_EQ(sameBytes(time, usedRecord()), !row.taken) << row.text;
+    if (row.taken) {
+      EXPECT_EQ(time.mHours, 1);
+      EXPECT_EQ(time.mFrames, 4);
+    }
+  }
+}
+
+// Short texts of what the patterns are made of, so that they nearly match.
+std::string randomText(std::mt19937& random, const std::vector<std::string>& pieces) {
+  std::string text;
+  for (auto left = random() % 16; left > 0; --left) {
+    text += pieces[random() % pieces.size()];
+  }
+  return text;
+}
+
+TEST(SMPTEString, ATimeIsFoundWhereItsRegularExpressionFindsIt) {
+  const std::vector<std::string> pieces = {
+      "0", "1", "2", "13", ":", ":", ":1:", ";", ".", "\n", "\r", "x1", "1:2:3"};
+  for (const char divider : {':', ';', '.'}) {
+    const std::regex pattern(std::string(R"((\d+):(\d+):(\d+))") + divider + R"((\d+))",
+                             std::regex::icase);
+    std::mt19937 random(5);
+    int matches = 0;
+    for (int i = 0; i < 40000; ++i) {
+      const std::string text = randomText(random, pieces);
+      std::smatch expected;
+      const bool matched = std::regex_search(text, expected, pattern);
+      const auto found = matchSMPTEPattern(text, divider);
+      ASSERT_EQ(found.has_value(), matched) << divider << " in \"" << text << '"';
+      for (std::size_t group = 0; matched && group < 4; ++group) {
+        ASSERT_EQ((*found)[group], std::min(std::stod(expected[group + 1]), 2147483647.0))
+            << '"' << text << '"';
+      }
+      matches += matched;
+    }
+    EXPECT_GT(matches, 700);
+    EXPECT_LT(matches, 37000);
+  }
+}
+
+TEST(SMPTEString, AClipboardTextIsFoundWhereItsRegularExpressionFindsIt) {
+  const std::regex outer(R"(\[([0-9:\;\.]*)\]\[(\d)])");
+  const std::regex inner(R"((\d+):(\d+):(\d+):(\d+))");
+  const std::regex innerDrop(R"((\d+):(\d+):(\d+);(\d+))");
+  const std::vector<std::string> pieces = {"[", "]", "][",   "[",    "1:2:3:4", "5:6:7;8",
+                                           ".", "3", "][5]", "][3]", "x"};
+  std::mt19937 random(6);
+  int matches = 0;
+  for (int i = 0; i < 40000; ++i) {
+    const std::string text = randomText(random, pieces);
+    std::smatch brackets;
+    std::smatch digits;
+    bool matched = std::regex_search(text, brackets, outer);
+    std::string time;
+    std::uint32_t format = 0;
+    if (matched) {
+      time = brackets[1];
+      format = static_cast<std::uint32_t>(std::stoi(brackets[2]));
+      matched = std::regex_search(time, digits, format == 2 || format == 5 ? innerDrop : inner);
+    }
+    SMPTETime found = usedRecord();
+    ASSERT_EQ(parseEncodedSmpteTime(text, found), matched) << '"' << text << '"';
+    if (matched) {
+      ASSERT_EQ(found.mType, format);
+      ASSERT_EQ(found.mHours, static_cast<std::int16_t>(std::stoll(digits[1])));
+      ASSERT_EQ(found.mFrames, static_cast<std::int16_t>(std::stoll(digits[4])));
+    }
+    matches += matched;
+  }
+  EXPECT_GT(matches, 400);
+}
+
+TEST(SMPTEString, AnyCharacterIsOneOfUTF8) {
+  for (const char* divider : {".", ":", "x", " ", "é", "–", "𝄞", "\xFF", "\xC3"}) {
+    const auto found = matchSMPTEPattern("1:2:3" + std::string(divider) + "4", '.');
+    EXPECT_TRUE(found && *found == (SMPTEPatternDigits{1, 2, 3, 4})) << divider;
+  }
+  for (const char* divider : {"", "\n", "\r", "éé", "..", "\xC3\xA9\xA9"}) {
+    EXPECT_FALSE(matchSMPTEPattern("1:2:3" + std::string(divider) + "4", '.')) << divider;
+  }
+}
+
+TEST(SMPTEString, LongTextsCostNoStackAndNoMoreThanTheirLength) {
+  constexpr std::size_t kLong = 4'000'000;
+  SMPTETime time = usedRecord();
+  std::string pairs;
+  while (pairs.size() < kLong) {
+    pairs += "1:2:";
+  }
+  for (const std::string& text :
+       {std::string(kLong, '1'), std::string(kLong, '['), std::string(kLong, ':'), pairs + ':',
+        '[' + std::string(kLong, ':') + "[1]", std::string(kLong, '1') + ":1:1;1"}) {
+    EXPECT_FALSE(parseEncodedSmpteTime(text, time));
+    static_cast<void>(matchSMPTEPattern(text, '.'));
+  }
+  EXPECT_TRUE(sameBytes(time, usedRecord()));
+  EXPECT_TRUE(parseSmpteTime(std::string(kLong, '0') + "1:2:3:4", time, 1));
+  EXPECT_TRUE(sameBytes(time, parsed(1, 1, 2, 3, 4)));
+}
+
+}  // namespace
+}  // namespace velor
