@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+#include "kvtimecode/KVSMPTETime.h"
+
+#include <array>
+#include <bit>
+
+#include "kvtimecode/SMPTEString.h"
+#include "kvtimecode/ltc_utils.h"
+
+namespace velor {
+namespace {
+
+// "frame" is no property: who sets frames alone and wants the text announced announces
+// "frame" around it.
+constexpr std::array<KVDependency, 4> kDependencies = {{{"stringValue", "hours"},
+                                                        {"stringValue", "minutes"},
+                                                        {"stringValue", "seconds"},
+                                                        {"stringValue", "frame"}}};
+
+// Two fields in one word; the sign of the low one is in the high half as well.
+std::uint32_t wordOf(std::int16_t high, std::int16_t low) noexcept {
+  return static_cast<std::uint32_t>(high) << 16U | static_cast<std::uint32_t>(low);
+}
+
+}  // namespace
+
+KVSMPTETime::KVSMPTETime() : KVObservable(kDependencies) {}
+
+std::shared_ptr<KVSMPTETime> KVSMPTETime::smpteTimeWithTime(const SMPTETime& time) {
+  auto object = std::make_shared<KVSMPTETime>();
+  object->mTimestamp = time;
+  return object;
+}
+
+std::shared_ptr<KVSMPTETime> KVSMPTETime::smpteTimeWithHours(std::int32_t hours,
+                                                             std::int32_t minutes,
+                                                             std::int32_t seconds,
+                                                             std::int32_t frames,
+                                                             std::uint32_t format) {
+  SMPTETime time;
+  time.mType = format;
+  if (ltc_set_time(time, hours, minutes, seconds, frames) != 0) {
+    return nullptr;
+  }
+  return smpteTimeWithTime(time);
+}
+
+std::shared_ptr<KVSMPTETime> KVSMPTETime::smpteTimeWithString(std::string_view string,
+                                                              std::uint32_t format) {
+  auto object = std::make_shared<KVSMPTETime>();
+  object->setType(format);
+  object->setStringValue(string);
+  return object;
+}
+
+std::shared_ptr<KVSMPTETime> KVSMPTETime::copy() const {
+  auto object = std::make_shared<KVSMPTETime>();
+  object->copyTime(mTimestamp);
+  return object;
+}
+
+void KVSMPTETime::copyTime(const SMPTETime& time) {
+  mTimestamp = time;
+  ltc_normalize(mTimestamp);
+}
+
+void KVSMPTETime::setHours(std::int32_t hours) {
+  setField("hours", &SMPTETime::mHours, hours);
+}
+
+void KVSMPTETime::setMinutes(std::int32_t minutes) {
+  setField("minutes", &SMPTETime::mMinutes, minutes);
+}
+
+void KVSMPTETime::setSeconds(std::int32_t seconds) {
+  setField("seconds", &SMPTETime::mSeconds, seconds);
+}
+
+void KVSMPTETime::setFrames(std::int32_t frames) {
+  setField("frames", &SMPTETime::mFrames, frames);
+}
+
+void KVSMPTETime::setType(std::uint32_t type) {
+  willChangeValueForKey("type");
+  ltc_change_format(mTimestamp, type);
+  didChangeValueForKey("type");
+}
+
+bool KVSMPTETime::valid() const noexcept {
+  return ltc_is_valid(mTimestamp);
+}
+
+std::string KVSMPTETime::stringValue() const {
+  return stringFromSMPTETime(mTimestamp);
+}
+
+void KVSMPTETime::setStringValue(std::string_view stringValue) {
+  willChangeValueForKey("stringValue");
+  if (!parseSmpteTime(stringValue, mTimestamp, mTimestamp.mType)) {
+    mTimestamp.mFlags = 0;
+  }
+  didChangeValueForKey("stringValue");
+}
+
+bool KVSMPTETime::isEqual(const KVSMPTETime* other) const noexcept {
+  return other != nullptr && ltc_identical(mTimestamp, other->mTimestamp);
+}
+
+std::uint32_t KVSMPTETime::hash() const noexcept {
+  const SMPTETime& t = mTimestamp;
+  const std::uint32_t place = static_cast<std::uint32_t>(t.mMinutes) << 24U |
+                              static_cast<std::uint32_t>(t.mHours) << 16U | t.mType;
+  return std::rotl(t.mFlags, 17) ^ std::rotr(place, 5) ^
+         std::rotl(wordOf(t.mFrames, t.mSeconds), 3) ^
+         std::rotr(wordOf(t.mSubframeDivisor, t.mSubframes), 13);
+}
+
+std::int32_t KVSMPTETime::compare(const KVSMPTETime& other) const noexcept {
+  return ltc_compare(mTimestamp, other.mTimestamp);
+}
+
+KVSMPTETime& KVSMPTETime::addSeconds(double seconds) noexcept {
+  ltc_add_seconds(mTimestamp, seconds);
+  return *this;
+}
+
+std::string KVSMPTETime::description() const {
+  return stringValue() + " <" + stringFromSMPTEFormat(type()) + '>';
+}
+
+void KVSMPTETime::setField(std::string_view key, std::int16_t SMPTETime::*field,
+                           std::int32_t value) {
+  willChangeValueForKey(key);
+  mTimestamp.*field = static_cast<std::int16_t>(value);
+  ltc_normalize(mTimestamp);
+  didChangeValueForKey(key);
+}
+
+}  // namespace velor

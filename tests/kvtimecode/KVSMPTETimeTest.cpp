@@ -1,0 +1,218 @@
+// SPDX-License-Identifier: MIT
+#include "kvtimecode/KVSMPTETime.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kvtimecode/ltc_utils.h"
+
+namespace velor {
+namespace {
+
+using testing::ElementsAre;
+
+std::shared_ptr<KVSMPTETime> with(const char* text, std::uint32_t format) {
+  return KVSMPTETime::smpteTimeWithString(text, format);
+}
+
+TEST(KVSMPTETime, IsMadeFromNumbersATextOrARecord) {
+  EXPECT_EQ(KVSMPTETime::smpteTimeWithHours(25, 0, 0, 0, 1)->stringValue(), "01:00:00:00");
+  EXPECT_EQ(KVSMPTETime::smpteTimeWithHours(0, 1, 0, 0, 5)->stringValue(), "00:01:00;02");
+  EXPECT_EQ(KVSMPTETime::smpteTimeWithHours(0, 0, 0, -1, 1)->stringValue(), "23:59:59:24");
+  EXPECT_EQ(KVSMPTETime::smpteTimeWithHours(1, 0, 0, 0, 7), nullptr);
+  EXPECT_EQ(with("99:99:99:99", 3)->stringValue(), "99:99:99:99");
+
+  const auto none = with("soon", 5);
+  EXPECT_FALSE(none->valid());
+  EXPECT_EQ(none->type(), kSMPTETimeType2997Drop);
+  EXPECT_EQ(none->stringValue(), "--:--:--:--");
+
+  SMPTETime odd;
+  odd.mSubframes = 12;
+  odd.mFrames = 99;
+  odd.mType = 7;
+  odd.mFlags = kSMPTETimeRunning;
+  const SMPTETime kept = KVSMPTETime::smpteTimeWithTime(odd)->time();
+  EXPECT_EQ(std::memcmp(&kept, &odd, sizeof odd), 0);
+  EXPECT_FALSE(KVSMPTETime().valid());
+}
+
+TEST(KVSMPTETime, SettersCarryOverOneByOneAndMakeTheTimeValid) {
+  KVSMPTETime time;
+  time.setHours(1);
+  EXPECT_TRUE(time.valid());
+  EXPECT_EQ(time.stringValue(), "01:00:00:00");
+  time.setType(kSMPTETimeType25);
+  time.setFrames(30);
+  EXPECT_EQ(time.stringValue(), "01:00:01:05");
+  time.setSeconds(-1);
+  EXPECT_EQ(time.stringValue(), "00:59:59:05");
+  time.setMinutes(60 * 25);
+  EXPECT_EQ(time.stringValue(), "01:00:59:05");
+  time.setHours(0x10002);  // 16 bits of it
+  EXPECT_EQ(time.stringValue(), "02:00:59:05");
+}
+
+TEST(KVSMPTETime, AFormatKeepsTheRealTimeAndOneThatIsNoneEndsTheProgram) {
+  const auto time = with("01:00:00:00", kSMPTETimeType25);
+  time->setType(kSMPTETimeType2997);
+  EXPECT_EQ(time->stringValue(), "00:59:56:11");
+  EXPECT_DEATH(time->setType(6), "attempting to set an invalid format");
+}
+
+TEST(KVSMPTETime, ATextWithoutATimeMakesItUnknownUntilItIsCopiedOrSet) {
+  const auto time = with("01:02:03:04", kSMPTETimeType25);
+  time->setStringValue("05:06:07;08");
+  EXPECT_FALSE(time->valid());
+  EXPECT_EQ(time->stringValue(), "--:--:--:--");
+  EXPECT_EQ(time->hours(), 1);
+  EXPECT_EQ(time->frames(), 4);
+  EXPECT_EQ(time->copy()->stringValue(), "01:02:03:04");
+  EXPECT_FALSE(time->valid());
+  time->timeStamp().mCounter = 9;
+  time->setStringValue("05:06:07:08");
+  EXPECT_EQ(time->description(), "05:06:07:08 <25>");
+  EXPECT_EQ(time->time().mCounter, 0U);
+}
+
+TEST(KVSMPTETime, EqualTimesAreOfOneFormatWhateverTheirCounters) {
+  const auto time = with("01:02:03:04", kSMPTETimeType25);
+  const auto same = time->copy();
+  same->timeStamp().mCounter = 77;
+  EXPECT_TRUE(time->isEqual(same.get()));
+  EXPECT_EQ(time->hash(), same->hash());
+  EXPECT_FALSE(time->isEqual(nullptr));
+  EXPECT_FALSE(time->isEqual(with("01:02:03:04", kSMPTETimeType24).get()));
+  same->timeStamp().mSubframes = 1;
+  EXPECT_FALSE(time->isEqual(same.get()));
+  same->timeStamp() = time->time();
+  same->timeStamp().mFlags = 0;
+  EXPECT_FALSE(same->isEqual(same.get()));
+
+  EXPECT_EQ(time->compare(*with("01:02:03:05", kSMPTETimeType25)), -1);
+  EXPECT_EQ(time->compare(*with("01:02:03:04", kSMPTETimeType25)), 0);
+  EXPECT_EQ(time->compare(*with("01:02:03:03", kSMPTETimeType25)), 1);
+  EXPECT_DEATH(time->compare(*with("01:02:03:04", kSMPTETimeType24)), "ltc_cancompare");
+}
+
+TEST(KVSMPTETime, SecondsAreAddedInItsOwnFormatAndCutToFrames) {
+  const auto time = with("00:00:01:04", kSMPTETimeType25);
+  EXPECT_EQ(&time->addSeconds(0), time.get());
+  EXPECT_EQ(time->stringValue(), "00:00:01:03");  // 1.16 s is just below frame 29
+  // Frame 28 less 37.5 is -9.5, and -9 is 16 of the second before midnight.
+  EXPECT_EQ(time->addSeconds(-1.5).stringValue(), "23:59:59:16");
+  EXPECT_EQ(with("00:59:59;29", 2)->addSeconds(0.04).stringValue(), "01:00:00;00");
+}
+
+// The hash on rows of characters, the highest bit first.
+using Word = std::string;
+
+Word bitsOf(std::int32_t value) {
+  Word word;
+  for (std::int64_t weight = std::int64_t{1} << 31; weight != 0; weight /= 2) {
+    word += (value & weight) != 0 ? '1' : '0';
+  }
+  return word;
+}
+
+Word either(const Word& a, const Word& b) {
+  Word word;
+  for (std::size_t i = 0; i < 32; ++i) {
+    word += a[i] == '1' || b[i] == '1' ? '1' : '0';
+  }
+  return word;
+}
+
+// Moved up by whole bytes; what is above falls off.
+Word up(const Word& word, std::size_t bytes) {
+  return word.substr(8 * bytes) + Word(8 * bytes, '0');
+}
+
+std::uint32_t hashOf(const SMPTETime& t) {
+  const Word flags = bitsOf(static_cast<std::int32_t>(t.mFlags));
+  const Word type = bitsOf(static_cast<std::int32_t>(t.mType));
+  const Word subframes = bitsOf(t.mSubframes);
+  const Word place = either(either(up(bitsOf(t.mMinutes), 3), up(bitsOf(t.mHours), 2)), type);
+  const Word fine = either(up(bitsOf(t.mFrames), 2), bitsOf(t.mSeconds));
+  const Word part = either(up(bitsOf(t.mSubframeDivisor), 2), subframes);
+  const Word a = flags.substr(17) + flags.substr(0, 17);
+  const Word b = type.substr(27) + place.substr(0, 27);
+  const Word c = fine.substr(3) + fine.substr(0, 3);
+  const Word d = subframes.substr(19) + part.substr(0, 19);
+  std::uint32_t hash = 0;
+  for (std::size_t i = 0; i < 32; ++i) {
+    hash = hash * 2 + static_cast<std::uint32_t>(a[i] + b[i] + c[i] + d[i]) % 2;
+  }
+  return hash;
+}
+
+TEST(KVSMPTETime, TheHashMixesAllFieldsButTheCounter) {
+  // 25, valid, 01:02:03:04: flags 1 << 17, ((2 << 24 | 1 << 16 | 1) >> 5) + (1 << 27),
+  // (4 << 16 | 3) << 3, (80 << 16) >> 13.
+  EXPECT_EQ(with("01:02:03:04", kSMPTETimeType25)->hash(),
+            0x00020000U ^ 0x08100800U ^ 0x00200018U ^ 0x00000280U);
+  EXPECT_EQ(KVSMPTETime().hash(), 0U);
+  std::mt19937 random(8);
+  for (int i = 0; i < 2000; ++i) {
+    SMPTETime time;
+    const auto any = [&random] { return static_cast<std::int16_t>(random()); };
+    const auto anyWord = [&random] { return static_cast<std::uint32_t>(random()); };
+    time.mSubframes = any();
+    time.mSubframeDivisor = any();
+    time.mCounter = anyWord();
+    time.mType = anyWord();
+    time.mFlags = anyWord();
+    time.mHours = any();
+    time.mMinutes = any();
+    time.mSeconds = any();
+    time.mFrames = any();
+    ASSERT_EQ(KVSMPTETime::smpteTimeWithTime(time)->hash(), hashOf(time)) << i;
+  }
+}
+
+TEST(KVSMPTETime, TheTextIsAnnouncedWithHoursMinutesAndSecondsButNotWithFrames) {
+  const auto time = with("01:02:03:04", kSMPTETimeType25);
+  std::vector<std::string> told;
+  std::vector<KVObserverToken> tokens;
+  for (const char* key : {"hours", "minutes", "seconds", "frames", "type", "stringValue"}) {
+    tokens.push_back(
+        time->addObserver(key, [&told, time = time.get()](const std::string_view& announced) {
+          told.push_back(std::string(announced) + ' ' + time->stringValue());
+        }));
+  }
+  const auto toldBy = [&told](const std::function<void()>& change) {
+    told.clear();
+    change();
+    return told;
+  };
+  EXPECT_THAT(toldBy([&] { time->setHours(2); }),
+              ElementsAre("hours 02:02:03:04", "stringValue 02:02:03:04"));
+  EXPECT_THAT(toldBy([&] { time->setMinutes(3); }),
+              ElementsAre("minutes 02:03:03:04", "stringValue 02:03:03:04"));
+  EXPECT_THAT(toldBy([&] { time->setSeconds(4); }),
+              ElementsAre("seconds 02:03:04:04", "stringValue 02:03:04:04"));
+  EXPECT_THAT(toldBy([&] { time->setFrames(30); }), ElementsAre("frames 02:03:05:05"));
+  EXPECT_THAT(toldBy([&] { time->setType(kSMPTETimeType30); }), ElementsAre("type 02:03:05:06"));
+  EXPECT_THAT(toldBy([&] { time->setStringValue("x"); }), ElementsAre("stringValue --:--:--:--"));
+  EXPECT_THAT(toldBy([&] {
+                time->copyTime(with("00:00:00:00", 1)->time());
+                time->addSeconds(1);
+                time->timeStamp().mHours = 5;
+              }),
+              testing::IsEmpty());
+  EXPECT_THAT(toldBy([&] {
+                time->willChangeValueForKey("frame");
+                time->didChangeValueForKey("frame");
+              }),
+              ElementsAre("stringValue 05:00:01:00"));
+}
+
+}  // namespace
+}  // namespace velor
