@@ -1,0 +1,648 @@
+// SPDX-License-Identifier: MIT
+#include "kvtimecode/ltc_frame.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <ltc.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "kvtimecode/ltc_utils.h"
+#include "platform/host/Realtime.h"
+
+namespace velor {
+namespace {
+
+using Bits = std::array<std::uint8_t, 80>;
+using UserBytes = std::array<std::uint8_t, 4>;
+
+// SMPTE ST 12-1, bit for bit: units (small) and tens (capital) of frames, seconds, minutes
+// and hours, user groups 1 to 8, the drop flag and the parity; the others stand as they
+// are. The lowest bit of each comes first.
+constexpr std::string_view kLayout =
+    "ffff1111FFD02222"
+    "ssss3333SSSP4444"
+    "mmmm5555MMM06666"
+    "hhhh7777HH008888"
+    "0011111111111101";
+static_assert(kLayout.size() == 80);
+constexpr std::size_t kSyncBegin = 64;
+
+constexpr std::array<std::uint32_t, 7> kTypes = {
+    kSMPTETimeType24,   kSMPTETimeType25,       kSMPTETimeType30Drop, kSMPTETimeType30,
+    kSMPTETimeType2997, kSMPTETimeType2997Drop, kSMPTETimeType2398};
+
+// Real rates, as fractions.
+struct Rate {
+  int frames;
+  int seconds;
+};
+Rate rateOf(std::uint32_t type) {
+  switch (type) {
+    case kSMPTETimeType24:
+      return {24, 1};
+    case kSMPTETimeType25:
+      return {25, 1};
+    case kSMPTETimeType2997:
+    case kSMPTETimeType2997Drop:
+      return {2997, 100};
+    case kSMPTETimeType2398:
+      return {24000, 1001};
+    default:
+      return {30, 1};
+  }
+}
+
+struct Free {
+  void operator()(ltc_frame* frame) const { ltc_frame_destroy(frame); }
+};
+using Frame = std::unique_ptr<ltc_frame, Free>;
+Frame newFrame() {
+  return Frame(ltc_frame_create());
+}
+
+SMPTETime timeOf(std::uint32_t type, int hours, int minutes, int seconds, int frames) {
+  SMPTETime t;
+  t.mType = type;
+  EXPECT_EQ(ltc_set_time(t, hours, minutes, seconds, frames), 0);
+  return t;
+}
+
+// The frame by the layout. The text of a time has its digits already apart.
+Bits published(const SMPTETime& time, const UserBytes& user) {
+  std::array<char, kLTCStringSize> text{};
+  ltc_format_string(time, text.data());
+  const std::string_view order = "HhXMmXSsXFf";  // of "hh:mm:ss:ff"
+  std::array<unsigned, 128> values{};
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    values[static_cast<unsigned char>(order[i])] = static_cast<unsigned>(text[i] - '0');
+  }
+  values['D'] = text[8] == ';';
+  for (unsigned group = 0; group < 8; ++group) {
+    const unsigned byte = user[group / 2];
+    values['1' + group] = group % 2 == 0 ? byte % 16 : byte / 16;
+  }
+  std::array<unsigned, 128> taken{};
+  Bits bits{};
+  unsigned ones = 0;
+  for (std::size_t i = 0; i < bits.size(); ++i) {
+    const auto symbol = static_cast<unsigned char>(kLayout[i]);
+    const bool constant = i >= kSyncBegin || symbol == '0';
+    bits[i] =
+        static_cast<std::uint8_t>(constant ? symbol - '0' : values[symbol] >> taken[symbol]++ & 1U);
+    ones += bits[i];
+  }
+  bits[kLayout.find('P')] = ones % 2;
+  return bits;
+}
+
+Bits bitsOf(ltc_frame& frame) {
+  Bits bits{};
+  ltc_frame_copy_bits(frame, bits.data());
+  return bits;
+}
+
+std::string asText(const Bits& bits) {
+  std::string text;
+  for (const std::uint8_t bit : bits) {
+    text += static_cast<char>('0' + bit);
+  }
+  return text;
+}
+
+template <class Row>
+bool pushAll(ltc_frame& frame, const Row& bits, std::uint64_t& hostTime) {
+  bool completed = false;
+  for (const std::uint8_t bit : bits) {
+    completed = ltc_frame_push_bit(frame, bit, hostTime);
+  }
+  return completed;
+}
+
+constexpr std::array<std::uint8_t, 16> kSync = {0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 1};
+
+Frame openFrame() {
+  Frame frame = newFrame();
+  std::uint64_t hostTime = 0;
+  EXPECT_FALSE(pushAll(*frame, kSync, hostTime));
+  return frame;
+}
+
+TEST(LTCFrameBits, EachFrameOfADayIsThePublishedOneAndIsReadBack) {
+  std::mt19937 random(1);
+  const Frame written = newFrame();
+  const Frame read = openFrame();
+  int faults = 0;
+  for (const std::uint32_t type : kTypes) {
+    const int day = ltc_type_is_drop(type) ? 2589408 : ltc_frames_per_second(type) * 86400;
+    int n = 0;
+    for (; n < day; n += 89) {  // a prime, so that each digit meets each other
+      const SMPTETime time = ltc_smptetime_from_frame_number(n, type);
+      UserBytes user{};
+      for (std::uint8_t& byte : user) {
+        byte = static_cast<std::uint8_t>(random());
+      }
+      const Bits expected = published(time, user);
+      ltc_frame_encode(*written, time, user.data());
+      const Bits bits = bitsOf(*written);
+      SMPTETime back;
+      back.mType = type;
+      back.mFlags = kSMPTETimeValid;
+      UserBytes userBack{};
+      std::uint8_t drop = 2;
+      std::uint64_t hostTime = 0;
+      const bool holds = bits == expected && std::count(bits.begin(), bits.end(), 1) % 2 == 0 &&
+                         pushAll(*read, expected, hostTime) &&
+                         ltc_frame_decode(*read, back, userBack.data(), drop) == 0 &&
+                         ltc_identical(back, time) && userBack == user &&
+                         drop == (type == 2 || type == 5 ? 1 : 0);
+      if (!holds && ++faults < 5) {
+        ADD_FAILURE() << "frame " << n << " of format " << type << "\n  is     " << asText(bits)
+                      << "\n  not    " << asText(expected) << "\n  or is read wrong";
+      }
+    }
+    EXPECT_GT(n, 2000000);
+  }
+  EXPECT_EQ(faults, 0);
+}
+
+TEST(LTCFrameBits, AreThoseOfFramesWrittenOutByHand) {
+  const Frame frame = newFrame();
+  ltc_frame_encode(*frame, timeOf(kSMPTETimeType25, 0, 0, 0, 0), nullptr);
+  EXPECT_EQ(asText(bitsOf(*frame)),
+            "0000000000000000"
+            "0000000000010000"
+            "0000000000000000"
+            "0000000000000000"
+            "0011111111111101");
+  // 01:23:45:18, user bits 12 34 56 78: units 8 5 3 1, tens 1 4 2 0.
+  const UserBytes user = {0x12, 0x34, 0x56, 0x78};
+  ltc_frame_encode(*frame, timeOf(kSMPTETimeType25, 1, 23, 45, 18), user.data());
+  EXPECT_EQ(asText(bitsOf(*frame)),
+            "0001010010001000"
+            "1010001000111100"
+            "1100011001001010"
+            "1000000100001110"
+            "0011111111111101");
+  ltc_frame_encode(*frame, timeOf(kSMPTETimeType2997Drop, 1, 23, 45, 18), user.data());
+  EXPECT_EQ(asText(bitsOf(*frame)),
+            "0001010010101000"
+            "1010001000101100"
+            "1100011001001010"
+            "1000000100001110"
+            "0011111111111101");
+}
+
+TEST(LTCFrameBits, DigitsThatDoNotFitAreCutAndReachNoOtherBit) {
+  const Frame frame = newFrame();
+  const UserBytes none{};
+  const Bits quiet = published(timeOf(kSMPTETimeType30, 0, 0, 0, 0), none);
+  for (const std::int16_t value :
+       {std::int16_t{-1}, std::int16_t{99}, std::int16_t{32767}, std::int16_t{-32768}}) {
+    SMPTETime time = timeOf(kSMPTETimeType30, 0, 0, 0, 0);
+    time.mHours = time.mMinutes = time.mSeconds = time.mFrames = value;
+    ltc_frame_encode(*frame, time, none.data());
+    const Bits bits = bitsOf(*frame);
+    for (std::size_t i = 0; i < bits.size(); ++i) {
+      if (std::string_view("fFsSmMhHP").find(kLayout[i]) == std::string_view::npos) {
+        EXPECT_EQ(bits[i], quiet[i]) << "bit " << i << " with digits of " << value;
+      }
+    }
+    EXPECT_EQ(std::count(bits.begin(), bits.end(), 1) % 2, 0);
+  }
+}
+
+// Reading.
+
+TEST(LTCFrameReading, AFrameBeginsBehindASyncWordAndEveryEightyBitsFromThere) {
+  const Bits bits = published(timeOf(kSMPTETimeType25, 12, 34, 56, 7), {});
+  const Frame frame = newFrame();
+  std::uint64_t time = 5;
+  // A cut frame, up to its sync word.
+  for (std::size_t i = 41; i < 80; ++i) {
+    EXPECT_FALSE(ltc_frame_push_bit(*frame, bits[i], time));
+  }
+  for (std::uint64_t n = 1; n <= 4; ++n) {
+    for (std::size_t i = 0; i < 80; ++i) {
+      std::uint64_t hostTime = n * 1000 + i;
+      const bool completed = ltc_frame_push_bit(*frame, bits[i], hostTime);
+      EXPECT_EQ(completed, i == 79);
+      const std::uint64_t lastOfTheFrameBefore = n == 1 ? 0 : (n - 1) * 1000 + 79;
+      EXPECT_EQ(hostTime, completed ? lastOfTheFrameBefore : n * 1000 + i);
+    }
+    EXPECT_EQ(bitsOf(*frame), bits);
+  }
+}
+
+TEST(LTCFrameReading, ASignalPlayedBackwardsIsNeverAFrame) {
+  const Frame frame = newFrame();
+  std::mt19937 random(2);
+  std::uint64_t hostTime = 0;
+  for (int n = 0; n < 2000; ++n) {
+    const UserBytes user = {static_cast<std::uint8_t>(random()), 0x3F, 0xFF, 0x00};
+    Bits bits = published(ltc_smptetime_from_frame_number(n * 977, kSMPTETimeType30), user);
+    std::reverse(bits.begin(), bits.end());
+    EXPECT_FALSE(pushAll(*frame, bits, hostTime));
+  }
+  EXPECT_EQ(bitsOf(*frame), Bits{});  // nothing was ever stored
+}
+
+TEST(LTCFrameReading, AnyWrongBitOfTheSyncWordRefusesTheFrameAndALaterOneOpensAnew) {
+  const Bits good = published(timeOf(kSMPTETimeType2997Drop, 1, 2, 3, 4), {1, 2, 3, 4});
+  for (std::size_t wrong = kSyncBegin; wrong < 80; ++wrong) {
+    const Frame frame = openFrame();
+    Bits bits = good;
+    bits[wrong] ^= 1U;
+    std::uint64_t hostTime = 9;
+    ASSERT_TRUE(pushAll(*frame, bits, hostTime));
+    SMPTETime time = timeOf(kSMPTETimeType25, 9, 9, 9, 9);
+    time.mFlags |= kSMPTETimeRunning;
+    SMPTETime expected = time;
+    expected.mFlags = 0;
+    UserBytes user = {7, 7, 7, 7};
+    std::uint8_t drop = 7;
+    EXPECT_EQ(ltc_frame_decode(*frame, time, user.data(), drop), kLTCNoSync);
+    EXPECT_EQ(std::memcmp(&time, &expected, sizeof time), 0);
+    EXPECT_THAT(user, testing::Each(7));
+    EXPECT_EQ(drop, 7);
+
+    // Even unless it is told to, it searches anew; only the time is of the frame before.
+    hostTime = 10;
+    EXPECT_FALSE(pushAll(*frame, good, hostTime));
+    EXPECT_TRUE(pushAll(*frame, good, hostTime));
+    EXPECT_EQ(hostTime, 9U);
+    EXPECT_EQ(ltc_frame_decode(*frame, time, user.data(), drop), 0);
+    EXPECT_EQ(time.mFrames, 4);
+  }
+}
+
+TEST(LTCFrameReading, AResetForgetsBitsTimesAndHalfASyncWord) {
+  const Bits bits = published(timeOf(kSMPTETimeType25, 12, 34, 56, 7), {});
+  const Frame frame = openFrame();
+  std::uint64_t hostTime = 9;
+  ASSERT_TRUE(pushAll(*frame, bits, hostTime));
+  EXPECT_FALSE(pushAll(*frame, kSync, hostTime));
+  ltc_frame_reset(frame.get());
+  EXPECT_EQ(bitsOf(*frame), Bits{});
+
+  for (std::size_t i = 0; i < 15; ++i) {
+    ltc_frame_push_bit(*frame, kSync[i], hostTime);
+  }
+  ltc_frame_reset(frame.get());
+  ltc_frame_push_bit(*frame, kSync[15], hostTime);
+  EXPECT_FALSE(pushAll(*frame, bits, hostTime));
+  EXPECT_TRUE(pushAll(*frame, bits, hostTime));
+  EXPECT_EQ(hostTime, 0U);
+  EXPECT_EQ(bitsOf(*frame), bits);
+}
+
+TEST(LTCFrameReading, ASlipOfABitIsNoticedAndTheSearchGoesOn) {
+  std::mt19937 random(3);
+  for (int round = 0; round < 200; ++round) {
+    std::deque<std::uint8_t> stream;
+    std::vector<SMPTETime> sent;
+    const auto first = static_cast<int>(random() % 1000000);
+    for (int n = 0; n < 12; ++n) {
+      sent.push_back(ltc_smptetime_from_frame_number(first + n, kSMPTETimeType25));
+      const Bits bits = published(sent.back(), {0x55, 0xAA, 0x0F, 0xF0});
+      stream.insert(stream.end(), bits.begin(), bits.end());
+    }
+    const auto slip = 80 * 3 + random() % 64;  // in the fourth frame, before its sync word
+    if (round % 2 == 0) {
+      stream.erase(stream.begin() + static_cast<std::ptrdiff_t>(slip));
+    } else {
+      stream.insert(stream.begin() + static_cast<std::ptrdiff_t>(slip), random() % 2);
+    }
+    const Frame frame = newFrame();
+    std::vector<int> read;
+    int refused = 0;
+    for (const std::uint8_t bit : stream) {
+      std::uint64_t hostTime = 1;
+      if (!ltc_frame_push_bit(*frame, bit, hostTime)) {
+        continue;
+      }
+      SMPTETime time;
+      time.mType = kSMPTETimeType25;
+      time.mFlags = kSMPTETimeValid;
+      std::uint8_t drop = 0;
+      if (ltc_frame_decode(*frame, time, nullptr, drop) != 0) {
+        ++refused;
+        ltc_frame_reset(frame.get());
+      } else {
+        read.push_back(ltc_frame_number_from_smptetime(time) - first);
+      }
+    }
+    // The damaged frame is refused with its sync word, so that the next one opens.
+    EXPECT_EQ(refused, 1);
+    EXPECT_THAT(read, testing::ElementsAre(1, 2, 5, 6, 7, 8, 9, 10, 11));
+  }
+}
+
+TEST(LTCFrameReading, ADamagedFrameIsReadAsItStandsAndKeepsFormatFlagsAndCount) {
+  Bits bits;
+  bits.fill(1);
+  std::copy(kSync.begin(), kSync.end(), bits.begin() + kSyncBegin);
+  const Frame frame = openFrame();
+  std::uint64_t hostTime = 0;
+  ASSERT_TRUE(pushAll(*frame, bits, hostTime));
+  SMPTETime time;
+  time.mType = kSMPTETimeType2398;
+  time.mFlags = 1U << 7;
+  time.mCounter = 0xFFFFFFFF;
+  time.mSubframes = 33;
+  std::uint8_t drop = 0;
+  EXPECT_EQ(ltc_frame_decode(*frame, time, nullptr, drop), 0);
+  EXPECT_EQ(drop, 1);
+  EXPECT_EQ(time.mFrames, 45);
+  EXPECT_EQ(time.mSeconds, 85);
+  EXPECT_EQ(time.mMinutes, 85);
+  EXPECT_EQ(time.mHours, 45);
+  EXPECT_EQ(time.mType, kSMPTETimeType2398);
+  EXPECT_EQ(time.mFlags, 1U << 7 | kSMPTETimeRunning);
+  EXPECT_EQ(time.mCounter, 0U);
+  EXPECT_EQ(time.mSubframes, 0);
+  EXPECT_EQ(time.mSubframeDivisor, 80);
+}
+
+TEST(LTCFrameReading, NothingIsDoneToNull) {
+  ltc_frame_reset(nullptr);
+  ltc_frame_destroy(nullptr);
+}
+
+// Rendering.
+
+constexpr float kSentinel = 3.0F;
+constexpr float kLevel = 0.25F;
+
+// Says what is wrong with the samples of a frame; they are followed by two more, which
+// were kSentinel. Places are held as whole numbers: sample * 80 against bit * length.
+std::string faultOf(const std::vector<float>& signal, const Bits& bits, std::int64_t samples) {
+  std::int64_t begin = 0;
+  int sign = 1;
+  std::int64_t lastLength = 0;
+  for (std::int64_t i = 0; i < 80; ++i) {
+    // The end is the nearest sample; where two are, the polarity tells which was taken.
+    const std::int64_t place = (i + 1) * samples;
+    std::int64_t end = (place + 40) / 80;
+    const bool one = bits[static_cast<std::size_t>(i)] != 0;
+    const int second = one ? -sign : sign;
+    const auto at = [&signal](std::int64_t sample) {
+      return signal[static_cast<std::size_t>(sample)];
+    };
+    if ((place + 40) % 80 == 0 && end < samples && at(end - 1) * static_cast<float>(second) < 0) {
+      --end;
+    }
+    const std::int64_t length = end - begin;
+    const std::int64_t middle = begin + length / 2;
+    for (std::int64_t s = begin; s < end; ++s) {
+      const bool zero = length % 2 != 0 && s == middle;
+      const auto expected = static_cast<float>(s < middle ? sign : second) * kLevel;
+      if (at(s) != (zero ? 0.0F : expected)) {
+        return "sample " + std::to_string(s) + " of bit " + std::to_string(i) + " is " +
+               std::to_string(at(s));
+      }
+    }
+    sign = -second;
+    begin = end;
+    lastLength = length;
+  }
+  if (sign != 1) {
+    return "the frame behind would not begin with a change";
+  }
+  const double excess = static_cast<double>(lastLength) - static_cast<double>(samples) / 80;
+  const float behind = excess > 0 ? static_cast<float>(kSentinel * excess) : kSentinel;
+  if (std::abs(signal[static_cast<std::size_t>(samples)] - behind) > 1e-5F ||
+      signal[static_cast<std::size_t>(samples) + 1] != kSentinel) {
+    return "the sample behind the frame is not scaled as it should be";
+  }
+  return {};
+}
+
+std::vector<float> rendered(ltc_frame& frame, std::uint32_t samples, float level) {
+  std::vector<float> signal(samples + 2, kSentinel);
+  ltc_frame_render(frame, signal.data(), samples, level);
+  return signal;
+}
+
+TEST(LTCFrameRendering, EachBitEndsAtItsNearestSampleAndAOneChangesInItsMiddle) {
+  std::mt19937 random(4);
+  const Frame frame = newFrame();
+  const auto check = [&](std::uint32_t samples, const SMPTETime& time) {
+    const UserBytes user = {
+        static_cast<std::uint8_t>(random()), static_cast<std::uint8_t>(random()),
+        static_cast<std::uint8_t>(random()), static_cast<std::uint8_t>(random())};
+    ltc_frame_encode(*frame, time, user.data());
+    const std::string fault =
+        faultOf(rendered(*frame, samples, kLevel), published(time, user), samples);
+    EXPECT_EQ(fault, "") << "in a frame of " << samples << " samples";
+  };
+  for (const int sampleRate : {44100, 48000, 88200, 96000, 192000}) {
+    for (const std::uint32_t type : kTypes) {
+      const auto [frames, seconds] = rateOf(type);
+      const auto whole = static_cast<std::uint32_t>(std::int64_t{sampleRate} * seconds / frames);
+      for (std::uint32_t samples = whole - 3; samples <= whole + 3; ++samples) {
+        check(samples, ltc_smptetime_from_frame_number(static_cast<int>(random() % 2000000), type));
+      }
+    }
+  }
+  // All lengths from a sample for each half of a bit on, the odd and the prime ones too.
+  for (std::uint32_t samples = 160; samples < 3000; ++samples) {
+    check(samples, timeOf(kSMPTETimeType30, 12, 34, 56, 29));
+  }
+}
+
+TEST(LTCFrameRendering, BitsOfOddLengthAloneHaveAZeroSample) {
+  const Frame frame = newFrame();
+  ltc_frame_encode(*frame, timeOf(kSMPTETimeType24, 0, 0, 0, 0), nullptr);
+  const auto zeros = [&frame](std::uint32_t samples) {
+    std::vector<std::size_t> places;
+    const std::vector<float> signal = rendered(*frame, samples, 1.0F);
+    for (std::size_t i = 0; i < samples; ++i) {
+      if (signal[i] == 0.0F) {
+        places.push_back(i);
+      }
+    }
+    return places;
+  };
+  EXPECT_THAT(zeros(1600), testing::IsEmpty());
+  EXPECT_THAT(zeros(1601), testing::ElementsAre(790));  // bit 39 is 780 to 800
+  const std::vector<std::size_t> all = zeros(2000);
+  ASSERT_EQ(all.size(), 80U);
+  for (std::size_t bit = 0; bit < 80; ++bit) {
+    EXPECT_EQ(all[bit], 25 * bit + 12);
+  }
+}
+
+TEST(LTCFrameRendering, FramesOfFewSamplesStayInTheirPlace) {
+  const Frame frame = newFrame();
+  ltc_frame_encode(*frame, timeOf(kSMPTETimeType30, 23, 59, 59, 29), nullptr);
+  for (std::uint32_t samples = 0; samples < 160; ++samples) {
+    const std::vector<float> signal = rendered(*frame, samples, kLevel);
+    for (std::size_t i = 0; i < samples; ++i) {
+      EXPECT_TRUE(std::abs(signal[i]) == kLevel || signal[i] == 0.0F) << samples << ", " << i;
+    }
+    EXPECT_EQ(signal[samples + 1], kSentinel) << samples;
+  }
+}
+
+// libltc is another reader of the same standard.
+
+struct Decoder {
+  explicit Decoder(int samplesPerFrame) : mDecoder(ltc_decoder_create(samplesPerFrame, 1024)) {}
+  ~Decoder() { ltc_decoder_free(mDecoder); }
+  Decoder(const Decoder&) = delete;
+  Decoder& operator=(const Decoder&) = delete;
+
+  std::vector<LTCFrameExt> read(std::vector<float>& signal) {
+    std::vector<LTCFrameExt> frames;
+    ltc_decoder_write_float(mDecoder, signal.data(), signal.size(), 0);
+    for (LTCFrameExt frame; ltc_decoder_read(mDecoder, &frame) > 0;) {
+      frames.push_back(frame);
+    }
+    return frames;
+  }
+
+  LTCDecoder* mDecoder;
+};
+
+struct Signal {
+  std::vector<float> samples;
+  std::vector<SMPTETime> times;
+  std::vector<UserBytes> user;
+  std::vector<std::size_t> begins;
+};
+
+Signal signalOf(std::uint32_t type, const std::vector<std::uint32_t>& lengths, std::uint32_t seed) {
+  constexpr int kFrames = 60;
+  std::mt19937 random(seed);
+  Signal signal;
+  const Frame frame = newFrame();
+  // Over a minute, so that drop formats drop.
+  SMPTETime time = timeOf(type, static_cast<int>(random() % 24), 58, 59, 0);
+  for (int i = 0; i < kFrames; ++i) {
+    const std::uint32_t length = lengths[static_cast<std::size_t>(i) % lengths.size()];
+    const UserBytes user = {
+        static_cast<std::uint8_t>(random()), static_cast<std::uint8_t>(random()),
+        static_cast<std::uint8_t>(random()), static_cast<std::uint8_t>(random())};
+    signal.times.push_back(time);
+    signal.user.push_back(user);
+    signal.begins.push_back(signal.samples.size());
+    ltc_frame_encode(*frame, time, user.data());
+    const std::vector<float> samples = rendered(*frame, length, 0.5F);
+    signal.samples.insert(signal.samples.end(), samples.begin(), samples.begin() + length);
+    ltc_add_frames(time, 1);
+  }
+  return signal;
+}
+
+void expectRead(const std::vector<LTCFrameExt>& read, const Signal& signal) {
+  // The first frame is where the reader falls into step, and a frame ends with the
+  // change that begins the next: both ends are left out.
+  std::size_t next = 1;
+  for (const LTCFrameExt& got : read) {
+    std::array<std::uint8_t, 10> bytes{};
+    std::memcpy(bytes.data(), &got.ltc, bytes.size());
+    Bits bits{};
+    for (std::size_t i = 0; i < bits.size(); ++i) {
+      bits[i] = bytes[i / 8] >> i % 8 & 1U;
+    }
+    if (next == 1 && bits == published(signal.times[0], signal.user[0])) {
+      continue;
+    }
+    ASSERT_LT(next, signal.times.size());
+    ASSERT_EQ(asText(bits), asText(published(signal.times[next], signal.user[next])))
+        << "frame " << next;
+    EXPECT_EQ(got.reverse, 0);
+    EXPECT_EQ(got.ltc.dfbit, ltc_is_drop(signal.times[next]) ? 1U : 0U);
+    SMPTETimecode timecode;
+    LTCFrame frame = got.ltc;
+    ltc_frame_to_time(&timecode, &frame, 0);
+    EXPECT_EQ(timecode.hours, signal.times[next].mHours);
+    EXPECT_EQ(timecode.mins, signal.times[next].mMinutes);
+    EXPECT_EQ(timecode.secs, signal.times[next].mSeconds);
+    EXPECT_EQ(timecode.frame, signal.times[next].mFrames);
+    ++next;
+  }
+  EXPECT_GE(next, signal.times.size() - 1);
+}
+
+TEST(LTCFrameByLibltc, ReadsEveryFrameOfAllFormatsAtAllRatesAndOddLengths) {
+  std::uint32_t seed = 10;
+  for (const int sampleRate : {44100, 48000, 88200, 96000, 192000}) {
+    for (const std::uint32_t type : kTypes) {
+      const auto [frames, seconds] = rateOf(type);
+      const auto whole = static_cast<std::uint32_t>(std::int64_t{sampleRate} * seconds / frames);
+      const std::uint32_t odd = whole | 1U;
+      for (const std::vector<std::uint32_t>& lengths :
+           {std::vector{whole}, std::vector{odd}, std::vector{whole, whole + 1, whole - 1}}) {
+        SCOPED_TRACE(std::to_string(sampleRate) + " Hz, format " + std::to_string(type) +
+                     ", frames of " + std::to_string(lengths[0]));
+        Signal signal = signalOf(type, lengths, ++seed);
+        Decoder decoder(static_cast<int>(whole));
+        expectRead(decoder.read(signal.samples), signal);
+      }
+    }
+  }
+}
+
+// Threads.
+
+TEST(LTCFrameThreads, NothingAllocatesInARealtimeScope) {
+  const Frame frame = openFrame();
+  const SMPTETime time = timeOf(kSMPTETimeType25, 1, 2, 3, 4);
+  const UserBytes user = {1, 2, 3, 4};
+  std::vector<float> buffer(1921);
+  Bits bits{};
+  UserBytes userBack{};
+  {
+    const host::RealtimeContext realtime;
+    ltc_frame_encode(*frame, time, user.data());
+    ltc_frame_render(*frame, buffer.data(), 1920, 1.0F);
+    ltc_frame_copy_bits(*frame, bits.data());
+    std::uint64_t hostTime = 0;
+    pushAll(*frame, bits, hostTime);
+    SMPTETime back;
+    std::uint8_t drop = 0;
+    ltc_frame_decode(*frame, back, userBack.data(), drop);
+    ltc_frame_reset(frame.get());
+  }
+  EXPECT_EQ(userBack, user);
+}
+
+TEST(LTCFrameThreads, AnotherThreadNeverSeesHalfAFrame) {
+  const Frame frame = newFrame();
+  const SMPTETime even = timeOf(kSMPTETimeType25, 0, 0, 0, 0);
+  const SMPTETime odd = timeOf(kSMPTETimeType25, 19, 57, 57, 19);
+  const UserBytes ones = {0xFF, 0xFF, 0xFF, 0xFF};
+  const std::set<std::string> whole = {asText(published(even, {})), asText(published(odd, ones))};
+  ltc_frame_encode(*frame, even, nullptr);
+  std::atomic<bool> looked{false};
+  std::thread writer([&] {
+    for (bool turn = false; !looked.load(); turn = !turn) {
+      ltc_frame_encode(*frame, turn ? odd : even, turn ? ones.data() : nullptr);
+    }
+  });
+  int halves = 0;
+  for (int i = 0; i < 5000; ++i) {
+    halves += whole.count(asText(bitsOf(*frame))) == 0;
+  }
+  looked.store(true);
+  writer.join();
+  EXPECT_EQ(halves, 0);
+}
+
+}  // namespace
+}  // namespace velor
