@@ -13,8 +13,8 @@
 
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVShared.h"
+#include "Velor/app/VLMIDIServiceInForce.h"
 #include "Velor/app/VLPortNames.h"
-#include "Velor/app/VLServices.h"
 #include "Velor/app/VLStatusLine.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
@@ -126,7 +126,7 @@ std::optional<WantedPort> findPort(const char* option, const std::string& name, 
     return std::nullopt;
   }
   const midi::MIDIUniqueID id = endpoint->uniqueID();
-  VLNamedPort shown{VLNameOfEndpoint(*endpoint), true};
+  VLNamedPort shown{VLPortName(*endpoint), true};
   return WantedPort{std::move(endpoint), id, std::move(shown)};
 }
 
@@ -163,8 +163,8 @@ class Watcher final : public VLClockDelegate {
   }
   void clockDetectedMTCLoop(VLClock&, const std::shared_ptr<KVMIDIEndpoint>& source,
                             const std::shared_ptr<KVMIDIEndpoint>& destination) override {
-    mLoop = {VLNameOfEndpoint(*destination),
-             source != nullptr ? VLNameOfEndpoint(*source) : std::string("the sync source")};
+    mLoop = {VLPortName(*destination),
+             source != nullptr ? VLPortName(*source) : std::string("the sync source")};
     if (!mLine.isVisible()) {
       std::fprintf(stderr, "velor: MTC loop: what is sent to %s comes back from %s\n",
                    VLPrintable(mLoop->first).c_str(), VLPrintable(mLoop->second).c_str());
@@ -226,7 +226,7 @@ class Watcher final : public VLClockDelegate {
 
 }  // namespace
 
-int VLRunHeadless(const VLOptions& options) {
+int VLHeadlessRun(const VLOptions& options) {
   const VLMIDIServiceInForce service;
   const SharedInstancesEnd shared;
   KVMIDICore& core = KVMIDICore::sharedCore();
@@ -282,9 +282,10 @@ int VLRunHeadless(const VLOptions& options) {
     clock.start();
   }
   mainQueue.run();
-  if (clock.running()) {
+  if (options.play || options.arm) {
     clock.stop();
     clock.disarm();
+    // Also after a stop of its own, which may have come just now.
     mainQueue.after(kRunOut, [&mainQueue] { mainQueue.stop(); });
     mainQueue.run();
   }

@@ -8,6 +8,6 @@ namespace velor {
 /// Runs what the options ask for without a window, until SIGINT, SIGTERM or
 /// SIGHUP. Gives the exit status: 0 done, 1 failed, 2 a port that does not exist.
 /// Main thread; a host must be in force.
-int VLRunHeadless(const VLOptions& options);
+int VLHeadlessRun(const VLOptions& options);
 
 }  // namespace velor

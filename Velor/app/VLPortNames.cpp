@@ -29,7 +29,7 @@ std::string VLPrintable(std::string text) {
   return text;
 }
 
-std::string VLNameOfEndpoint(const KVMIDIEndpoint& endpoint) {
+std::string VLPortName(const KVMIDIEndpoint& endpoint) {
   return endpoint.displayName().value_or(std::to_string(endpoint.uniqueID()));
 }
 
@@ -44,7 +44,7 @@ std::shared_ptr<KVMIDIEndpoint> VLEndpointNamed(const std::string& name,
                                  return serverPortOf(endpoint) == wanted;
                                },
                                [](const KVMIDIEndpoint& endpoint, const std::string& wanted) {
-                                 return VLNameOfEndpoint(endpoint) == wanted;
+                                 return VLPortName(endpoint) == wanted;
                                }};
   for (const Matches matches : kWays) {
     std::vector<std::shared_ptr<KVMIDIEndpoint>> found;
@@ -73,7 +73,7 @@ std::shared_ptr<KVMIDIEndpoint> VLEndpointNamed(const std::string& name,
   const char* separator = " ";
   for (const auto& endpoint : endpoints) {
     error += separator;
-    error += "'" + VLNameOfEndpoint(*endpoint) + "'";
+    error += "'" + VLPortName(*endpoint) + "'";
     separator = ", ";
   }
   return nullptr;
@@ -84,7 +84,7 @@ std::string VLEndpointList(const KVMIDICore::Endpoints& endpoints) {
   for (const auto& endpoint : endpoints) {
     std::string id = std::to_string(endpoint->uniqueID());
     id.resize(std::max<std::size_t>(id.size(), 11), ' ');
-    const std::string name = VLNameOfEndpoint(*endpoint);
+    const std::string name = VLPortName(*endpoint);
     const std::string port = serverPortOf(*endpoint);
     text.append("  ").append(id).append("  ").append(VLPrintable(name));
     if (!port.empty() && port != name) {

@@ -25,6 +25,6 @@ std::string VLEndpointList(const KVMIDICore::Endpoints& endpoints);
 std::string VLPrintable(std::string text);
 
 /// The display name, or the id where there is none.
-std::string VLNameOfEndpoint(const KVMIDIEndpoint& endpoint);
+std::string VLPortName(const KVMIDIEndpoint& endpoint);
 
 }  // namespace velor

@@ -25,7 +25,7 @@ int main(int argc, char** argv) {
     velor::store::LogFile log(velor::store::ApplicationFolders().logs());
     log.install();
     const velor::host::SystemHost host;
-    return velor::VLRunHeadless(*commandLine.options);
+    return velor::VLHeadlessRun(*commandLine.options);
   } catch (const std::exception& error) {
     VELOR_LOG_ERROR("ended by an exception: %s", error.what());
     std::fprintf(stderr, "velor: %s\n", error.what());

@@ -29,8 +29,7 @@ class Reports final : public VLClockDelegate {
   bool clockShouldCheckForMTCLoop(VLClock&) override { return checksLoops; }
   void clockDetectedMTCLoop(VLClock&, const std::shared_ptr<KVMIDIEndpoint>& source,
                             const std::shared_ptr<KVMIDIEndpoint>& destination) override {
-    loops.emplace_back(source != nullptr ? VLNameOfEndpoint(*source) : "",
-                       VLNameOfEndpoint(*destination));
+    loops.emplace_back(source != nullptr ? VLPortName(*source) : "", VLPortName(*destination));
     loopAt = host::current().AudioGetCurrentHostTime();
   }
   bool checksLoops = false;

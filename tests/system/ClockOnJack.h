@@ -8,8 +8,8 @@
 #include <string>
 
 #include "Kv-Appkit/KVShared.h"
+#include "Velor/app/VLMIDIServiceInForce.h"
 #include "Velor/app/VLPortNames.h"
-#include "Velor/app/VLServices.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "kva/MIDI/KVMIDICore.h"

@@ -382,7 +382,11 @@ OSStatus MIDIObjectTable::setProperty(MIDIObjectRef object, MIDIProperty propert
   if (it != entry->second.properties.end() && !std::holds_alternative<Value>(it->second)) {
     return kMIDIWrongPropertyType;
   }
-  if constexpr (std::is_same_v<Value, std::int32_t>) {
+  if constexpr (!std::is_same_v<Value, std::int32_t>) {
+    if (property == kMIDIPropertyUniqueID) {
+      return kMIDIWrongPropertyType;
+    }
+  } else {
     if (property == kMIDIPropertyUniqueID && (value == 0 || !idIsFree(value, object))) {
       return kMIDIIDNotUnique;
     }

@@ -218,6 +218,9 @@ TEST_P(MIDIServiceContract, EndpointsHaveUniqueIdsAndProperties) {
             kMIDIWrongPropertyType);
   EXPECT_EQ(midi().MIDIObjectGetStringProperty(9999, kMIDIPropertyName, &text),
             kMIDIObjectNotFound);
+  // An id is a number, also on what has none yet.
+  EXPECT_EQ(midi().MIDIObjectSetStringProperty(mOut, kMIDIPropertyUniqueID, "7"),
+            kMIDIWrongPropertyType);
 }
 
 TEST_P(MIDIServiceContract, TheListsFollowAndClientsAreToldOnTheMainQueue) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Velor/app/VLServices.h"
+#include "Velor/app/VLMIDIServiceInForce.h"
 
 #include <algorithm>
 #include <array>
