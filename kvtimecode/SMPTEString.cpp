@@ -51,14 +51,13 @@ bool parseSmpteTime(std::string_view string, SMPTETime& time, std::uint32_t form
     return false;
   }
   const auto [hours, minutes, seconds, frames] = *digits;
-  time = {};
-  time.mSubframeDivisor = kSMPTETimeSubframeDivisor;
-  time.mType = format;
-  time.mFlags = kSMPTETimeValid;
-  time.mHours = static_cast<std::int16_t>(hours);
-  time.mMinutes = static_cast<std::int16_t>(minutes);
-  time.mSeconds = static_cast<std::int16_t>(seconds);
-  time.mFrames = static_cast<std::int16_t>(frames);
+  time = {.mSubframeDivisor = kSMPTETimeSubframeDivisor,
+          .mType = format,
+          .mFlags = kSMPTETimeValid,
+          .mHours = static_cast<std::int16_t>(hours),
+          .mMinutes = static_cast<std::int16_t>(minutes),
+          .mSeconds = static_cast<std::int16_t>(seconds),
+          .mFrames = static_cast<std::int16_t>(frames)};
   return true;
 }
 

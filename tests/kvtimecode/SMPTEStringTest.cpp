@@ -24,15 +24,13 @@ bool sameBytes(const SMPTETime& a, const SMPTETime& b) {
 
 // All that a text can leave in a record.
 SMPTETime parsed(std::uint32_t format, int hours, int minutes, int seconds, int frames) {
-  SMPTETime t;
-  t.mSubframeDivisor = 80;
-  t.mType = format;
-  t.mFlags = kSMPTETimeValid;
-  t.mHours = static_cast<std::int16_t>(hours);
-  t.mMinutes = static_cast<std::int16_t>(minutes);
-  t.mSeconds = static_cast<std::int16_t>(seconds);
-  t.mFrames = static_cast<std::int16_t>(frames);
-  return t;
+  return {.mSubframeDivisor = 80,
+          .mType = format,
+          .mFlags = kSMPTETimeValid,
+          .mHours = static_cast<std::int16_t>(hours),
+          .mMinutes = static_cast<std::int16_t>(minutes),
+          .mSeconds = static_cast<std::int16_t>(seconds),
+          .mFrames = static_cast<std::int16_t>(frames)};
 }
 
 // A record in which each byte would show that it was left over.
