@@ -3,9 +3,16 @@
 
 #include <array>
 #include <bit>
+#include <cstring>
+#include <optional>
+#include <vector>
 
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
+#include "platform/host/Log.h"
+#include "platform/store/KeyedArchiveError.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
 
 namespace velor {
 namespace {
@@ -17,9 +24,28 @@ constexpr std::array<KVDependency, 4> kDependencies = {{{"stringValue", "hours"}
                                                         {"stringValue", "seconds"},
                                                         {"stringValue", "frame"}}};
 
+// Stored times know it.
+constexpr std::string_view kTimestampKey = "timestamp";
+
+static_assert(std::endian::native == std::endian::little, "a stored record is little-endian");
+
 // Two fields in one word; the sign of the low one is in the high half as well.
 std::uint32_t wordOf(std::int16_t high, std::int16_t low) noexcept {
   return static_cast<std::uint32_t>(high) << 16U | static_cast<std::uint32_t>(low);
+}
+
+std::optional<SMPTETime> storedTime(store::KeyedUnarchiver& coder, std::string_view key) {
+  const std::optional<std::vector<std::uint8_t>> bytes = coder.decodeBytes(key);
+  if (!bytes) {
+    return std::nullopt;
+  }
+  SMPTETime time;
+  if (bytes->size() != sizeof time) {
+    throw store::KeyedArchiveError(
+        std::string(key), "expected a time of 24 bytes, found " + std::to_string(bytes->size()));
+  }
+  std::memcpy(&time, bytes->data(), sizeof time);
+  return time;
 }
 
 }  // namespace
@@ -51,6 +77,23 @@ std::shared_ptr<KVSMPTETime> KVSMPTETime::smpteTimeWithString(std::string_view s
   object->setType(format);
   object->setStringValue(string);
   return object;
+}
+
+std::shared_ptr<KVSMPTETime> KVSMPTETime::initWithCoder(store::KeyedUnarchiver& coder) {
+  auto object = std::make_shared<KVSMPTETime>();
+  const std::optional<SMPTETime> time = storedTime(coder, kTimestampKey);
+  if (!time) {
+    return object;
+  }
+  object->mTimestamp = *time;
+  if (const std::int32_t result = ltc_normalize(object->mTimestamp); result != 0) {
+    VELOR_LOG_WARNING("decoding SMPTE Time resulted in %d, using 0", result);
+  }
+  return object;
+}
+
+void KVSMPTETime::encodeWithCoder(store::KeyedArchiver& coder) const {
+  encodeSmpteTime(coder, mTimestamp, kTimestampKey);
 }
 
 std::shared_ptr<KVSMPTETime> KVSMPTETime::copy() const {
@@ -134,6 +177,16 @@ void KVSMPTETime::setField(std::string_view key, std::int16_t SMPTETime::*field,
   mTimestamp.*field = static_cast<std::int16_t>(value);
   ltc_normalize(mTimestamp);
   didChangeValueForKey(key);
+}
+
+void encodeSmpteTime(store::KeyedArchiver& coder, const SMPTETime& time, std::string_view key) {
+  std::array<std::uint8_t, sizeof(SMPTETime)> bytes;
+  std::memcpy(bytes.data(), &time, bytes.size());
+  coder.encodeBytes(bytes, key);
+}
+
+SMPTETime decodeSmpteTimeForKey(store::KeyedUnarchiver& coder, std::string_view key) {
+  return storedTime(coder, key).value_or(SMPTETime{});
 }
 
 }  // namespace velor

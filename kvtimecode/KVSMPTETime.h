@@ -8,6 +8,7 @@
 
 #include "Kv-Appkit/KVObservable.h"
 #include "kvtimecode/SMPTETime.h"
+#include "platform/store/KeyedCoding.h"
 
 namespace velor {
 
@@ -23,8 +24,10 @@ namespace velor {
 /// nor does what changes the record by other ways.
 ///
 /// An object belongs to one thread at a time. Realtime-safe: no.
-class KVSMPTETime final : public KVObservable {
+class KVSMPTETime final : public KVObservable, public store::KeyedCoding {
  public:
+  static constexpr std::string_view kClassName = "KVSMPTETime";
+
   /// The record as it is, not normalised.
   static std::shared_ptr<KVSMPTETime> smpteTimeWithTime(const SMPTETime& time);
 
@@ -38,6 +41,12 @@ class KVSMPTETime final : public KVObservable {
                                                           std::uint32_t format);
 
   KVSMPTETime();
+
+  /// Normalised; of a format that is none, the digits without the flags. Unknown where
+  /// nothing is stored. KeyedArchiveError for what is no record.
+  static std::shared_ptr<KVSMPTETime> initWithCoder(store::KeyedUnarchiver& coder);
+  std::string_view archiveClassName() const override { return kClassName; }
+  void encodeWithCoder(store::KeyedArchiver& coder) const override;
 
   /// Normalised, and so valid.
   std::shared_ptr<KVSMPTETime> copy() const;
@@ -99,5 +108,13 @@ class KVSMPTETime final : public KVObservable {
 
   SMPTETime mTimestamp;
 };
+
+// A record in an archive: a block of its 24 bytes.
+
+void encodeSmpteTime(store::KeyedArchiver& coder, const SMPTETime& time, std::string_view key);
+
+/// The record as it is stored, not normalised; the invalid time where there is none.
+/// KeyedArchiveError for a block of another length.
+SMPTETime decodeSmpteTimeForKey(store::KeyedUnarchiver& coder, std::string_view key);
 
 }  // namespace velor

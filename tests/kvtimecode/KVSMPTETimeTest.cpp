@@ -12,6 +12,10 @@
 #include <vector>
 
 #include "kvtimecode/ltc_utils.h"
+#include "platform/host/Log.h"
+#include "platform/store/KeyedArchiveError.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
 
 namespace velor {
 namespace {
@@ -212,6 +216,72 @@ TEST(KVSMPTETime, TheTextIsAnnouncedWithHoursMinutesAndSecondsButNotWithFrames) 
                 time->didChangeValueForKey("frame");
               }),
               ElementsAre("stringValue 05:00:01:00"));
+}
+
+// The archive.
+
+constexpr store::KeyedClass kClasses[] = {store::KeyedClass::of<KVSMPTETime>()};
+
+std::unique_ptr<store::KeyedUnarchiver> reading(const std::string& document) {
+  auto result = store::KeyedUnarchiver::read(document, kClasses);
+  EXPECT_TRUE(result) << result.error;
+  return std::move(result.coder);
+}
+
+std::shared_ptr<KVSMPTETime> stored(const std::string& base64) {
+  return reading(R"({"t": {"$class": "KVSMPTETime", "timestamp": {"$base64": ")" + base64 + "\"}}}")
+      ->decodeObject<KVSMPTETime>("t");
+}
+
+TEST(KVSMPTETimeArchive, ATimeIsItsTwentyFourBytesUnderTheKeyTimestamp) {
+  const auto time = with("01:02:03;04", kSMPTETimeType2997Drop);
+  time->timeStamp().mCounter = 0x04030201;
+  store::KeyedArchiver coder;
+  coder.encodeObject(time, "t");
+  // 0000 5000 01020304 05000000 01000000 0100 0200 0300 0400
+  constexpr const char* kBase64 = "AABQAAECAwQFAAAAAQAAAAEAAgADAAQA";
+  EXPECT_THAT(coder.data(), testing::HasSubstr(kBase64));
+  EXPECT_THAT(coder.data(), testing::HasSubstr("\"timestamp\""));
+  const SMPTETime written = time->time();
+  const SMPTETime read = stored(kBase64)->time();
+  EXPECT_EQ(std::memcmp(&written, &read, sizeof read), 0);
+}
+
+TEST(KVSMPTETimeArchive, WhatIsReadIsNormalisedAndWithoutAFormatIsUnknown) {
+  std::vector<std::string> lines;
+  host::setLogSink([&lines](host::LogLevel, std::string_view line) { lines.emplace_back(line); });
+  // 01:02:03:30 in 25, not valid.
+  EXPECT_EQ(stored("AAAAAAAAAAABAAAAAAAAAAEAAgADAB4A")->stringValue(), "01:02:04:05");
+  EXPECT_THAT(lines, testing::IsEmpty());
+  // The same in format 6, valid.
+  const auto unknown = stored("AAAAAAAAAAAGAAAAAQAAAAEAAgADAB4A");
+  host::setLogSink({});
+  EXPECT_THAT(lines, ElementsAre("decoding SMPTE Time resulted in -40003, using 0"));
+  EXPECT_FALSE(unknown->valid());
+  EXPECT_EQ(unknown->frames(), 30);
+  EXPECT_EQ(unknown->type(), 6U);
+
+  for (const char* nothing : {R"({"t": {"$class": "KVSMPTETime"}})",
+                              R"({"t": {"$class": "KVSMPTETime", "timestamp": null}})"}) {
+    EXPECT_FALSE(reading(nothing)->decodeObject<KVSMPTETime>("t")->valid());
+  }
+  EXPECT_THROW(stored("AAAA"), store::KeyedArchiveError);
+  EXPECT_THROW(stored("AABQAAECAwQFAAAAAQAAAAEAAgADAAQAAAAA"), store::KeyedArchiveError);
+}
+
+TEST(KVSMPTETimeArchive, ABareRecordComesBackAsItWas) {
+  SMPTETime odd;
+  odd.mType = 9;
+  odd.mFrames = 99;
+  odd.mSubframes = -3;
+  store::KeyedArchiver coder;
+  encodeSmpteTime(coder, odd, "offset");
+  const auto document = reading(coder.data());
+  const SMPTETime read = decodeSmpteTimeForKey(*document, "offset");
+  EXPECT_EQ(std::memcmp(&read, &odd, sizeof odd), 0);
+  const SMPTETime none = decodeSmpteTimeForKey(*document, "other");
+  const SMPTETime invalid;
+  EXPECT_EQ(std::memcmp(&none, &invalid, sizeof none), 0);
 }
 
 }  // namespace
