@@ -234,6 +234,9 @@ int VLHeadlessRun(const VLOptions& options) {
     return list(core);
   }
 
+  // Before anything is told: who reads it may have gone.
+  host::MainQueue& mainQueue = host::current().mainQueue();
+  const StopSignals signals(mainQueue);
   // All ports first: nothing starts when one of them is not there.
   std::vector<WantedPort> destinations;
   for (const std::string& name : options.mtcOut) {
@@ -255,8 +258,6 @@ int VLHeadlessRun(const VLOptions& options) {
                stderr);
   }
 
-  host::MainQueue& mainQueue = host::current().mainQueue();
-  const StopSignals signals(mainQueue);
   VLClock& clock = VLClock::sharedClock();
   VLDeviceManager& devices = VLDeviceManager::sharedManager();
   const auto watcher = std::make_shared<Watcher>(clock, core, source, destinations);

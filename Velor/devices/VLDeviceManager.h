@@ -71,7 +71,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
  private:
   friend class KVShared<VLDeviceManager>;
   VLDeviceManager();
-  ~VLDeviceManager();
+  ~VLDeviceManager() override;
 
   std::shared_ptr<VLTimecodeDestinationDevice> wrap(std::shared_ptr<KVMIDIEndpoint> endpoint);
   void removeVanished(const KVMIDICore::Endpoints& present);

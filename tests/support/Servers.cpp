@@ -107,6 +107,10 @@ int Process::waitForEnd(double seconds) {
   return exitStatus(status);
 }
 
+bool Process::signal(int number) {
+  return isRunning() && ::kill(mId, number) == 0;
+}
+
 int Process::end(int signal) {
   if (mId <= 0) {
     return -1;

@@ -23,6 +23,9 @@ class Process {
 
   pid_t id() const { return mId; }
   bool isRunning();
+  /// False, and nothing is sent, when it has ended: its id may be anybody's then,
+  /// and -1 would be everybody.
+  bool signal(int number);
   /// Sends the signal, waits for the end (SIGKILL after 10 s) and gives the exit
   /// status, or 128 plus the signal that ended it.
   int end(int signal);

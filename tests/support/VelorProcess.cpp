@@ -109,6 +109,9 @@ void VelorOnTerminal::hold() {
 }
 
 int VelorOnTerminal::endUnread(int signal, double seconds) {
+  if (mId <= 0) {
+    return -1;  // never kill(-1, ...): that is everybody
+  }
   kill(mId, signal);
   int status = 0;
   if (!waitFor(seconds, [&] { return waitpid(mId, &status, WNOHANG) == mId; })) {
@@ -119,6 +122,9 @@ int VelorOnTerminal::endUnread(int signal, double seconds) {
 }
 
 int VelorOnTerminal::end(int signal) {
+  if (mId <= 0) {
+    return -1;
+  }
   kill(mId, signal);
   while (readSome(5000)) {
   }

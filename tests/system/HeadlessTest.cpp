@@ -147,8 +147,8 @@ TEST(Headless, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
   sigaction(SIGHUP, &before, nullptr);
   close(ends[0]);
   close(ends[1]);
-  EXPECT_EQ(velor.waitForEnd(1), -1);
-  kill(velor.id(), SIGHUP);
+  ASSERT_EQ(velor.waitForEnd(1), -1);
+  ASSERT_TRUE(velor.signal(SIGHUP));
   EXPECT_EQ(velor.waitForEnd(1), -1);
   EXPECT_EQ(velor.end(SIGINT), 0);
 }

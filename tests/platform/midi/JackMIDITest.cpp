@@ -49,6 +49,12 @@ class JackMIDITest : public testing::Test {
     return 0;
   }
 
+  // Waits for it: the server may take a moment to let us in.
+  MIDIEndpointRef await(bool source, const std::string& portName) {
+    test::waitFor(3, [&] { return find(source, portName) != 0; });
+    return find(source, portName);
+  }
+
   MIDIUniqueID idOf(MIDIEndpointRef endpoint) {
     std::int32_t id = 0;
     mTable->MIDIObjectGetIntegerProperty(endpoint, kMIDIPropertyUniqueID, &id);
@@ -82,7 +88,7 @@ TEST_F(JackMIDITest, ListsArriveOnTheGridAtTheirTimesAndMessagesAtOnce) {
   peer.addInput("in");
   peer.activate();
   open();
-  const MIDIEndpointRef destination = find(false, "Console:in");
+  const MIDIEndpointRef destination = await(false, "Console:in");
   ASSERT_NE(destination, 0U);
   send(destination, 0, 0, 1);  // the connection is made for it
   ASSERT_TRUE(test::waitFor(3, [&peer] { return peer.recordedCount() == 1; }));
@@ -124,7 +130,7 @@ TEST_F(JackMIDITest, EventsComeInWithTheHostTimesOfTheirFrames) {
   MIDIEndpointRef virtualDestination = 0;
   mTable->MIDIDestinationCreate(mClient, "LTC Generator 1", &Incoming::read, &viaVirtual,
                                 &virtualDestination);
-  ASSERT_EQ(mTable->MIDIPortConnectSource(in, find(true, "Recorder:out"), nullptr), 0);
+  ASSERT_EQ(mTable->MIDIPortConnectSource(in, await(true, "Recorder:out"), nullptr), 0);
   std::string synced;
   ASSERT_TRUE(test::waitFor(3, [&] {
     const auto own = peer.ports("Velor:.*Recorder.*");
@@ -183,7 +189,7 @@ TEST_F(JackMIDITest, PortsAndConnectionsAreBackAfterTheServersDeath) {
   open();
   MIDIEndpointRef source = 0;
   mTable->MIDISourceCreate(mClient, "LTC Reader 1", &source);
-  send(find(false, "Desk:in"), 0, 0, 1);
+  send(await(false, "Desk:in"), 0, 0, 1);
   ASSERT_TRUE(test::waitFor(3, [&peer] { return peer->recordedCount() == 1; }));
 
   for (int round = 0; round < 2; ++round) {
@@ -215,7 +221,7 @@ TEST_F(JackMIDITest, APortThatIsOpenedAgainAtOnceIsConnectedAgain) {
   peer.activate();
   peer.renew("in");
   open();
-  send(find(false, "Desk:in"), 0, 0, 1);
+  send(await(false, "Desk:in"), 0, 0, 1);
   const auto isConnected = [&peer] {
     const auto own = peer.ports("Velor:Velor Clock Out.*");
     return own.size() == 1 && peer.isConnected(own[0], "Desk:in");
@@ -255,7 +261,7 @@ TEST_F(JackMIDITest, AChangeOfThePeriodLosesAndDoublesNothing) {
   peer.addInput("in");
   peer.activate();
   open();
-  const MIDIEndpointRef destination = find(false, "Desk:in");
+  const MIDIEndpointRef destination = await(false, "Desk:in");
   send(destination, 0, 0, 1);
   ASSERT_TRUE(test::waitFor(3, [&peer] { return peer.recordedCount() == 1; }));
   for (const int period : {1024, 64, 256}) {
