@@ -226,11 +226,15 @@ TEST(MTCOverChanges, AfterAPipeWireHasChangedItsRateAndPeriodNoBlockIsLostOrDoub
   VelorProcess velor({"--headless", "--format", "25", "--play", "--mtc-out", "Recorder:in"},
                      server.environment());
   ASSERT_TRUE(awaitBlocks(recorder, 10));
-  for (const auto& [rate, period] : {std::pair(96000, 256), std::pair(44100, 1024)}) {
-    server.force(rate, period);
-    ASSERT_TRUE(waitFor(5, [&] { return recorder.sampleRate() == rate; }));
+  struct Setting {
+    int rate;
+    int period;
+  };
+  for (const Setting& setting : {Setting{96000, 256}, Setting{44100, 1024}}) {
+    server.force(setting.rate, setting.period);
+    ASSERT_TRUE(waitFor(5, [&] { return recorder.sampleRate() == setting.rate; }));
     sleepSeconds(0.3);
-    expectUnbroken(nextSeconds(recorder), wireFormat("25"), rate);
+    expectUnbroken(nextSeconds(recorder), wireFormat("25"), setting.rate);
   }
 }
 
@@ -265,7 +269,7 @@ TEST(MTCOverChanges, AServerThatIsKilledAndStartedAgainHasTheStreamBackWithTheRi
   recorder->addInput("in");
   recorder->activate();
   // A whole block, which itself takes 80 ms, within 2 s of the server's return.
-  ASSERT_TRUE(waitFor(2, [&] { return readStream(recorder->recorded(), 0).blocks.size() >= 1; }));
+  ASSERT_TRUE(waitFor(2, [&] { return !readStream(recorder->recorded(), 0).blocks.empty(); }));
   const double took =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - back).count();
   std::printf("back with a whole block %.2f s after the server\n", took);
