@@ -10,7 +10,15 @@
 namespace velor {
 namespace {
 
-constexpr std::array<VLMIDIBackEnd, 2> kMIDIBackEnds = {{
+struct BackEnd {
+  const char* name;
+  // Whether it can be made here; what it serves may come later.
+  bool (*available)();
+  std::unique_ptr<midi::MIDIService> (*make)();
+};
+
+// In the order of preference; the last is always available.
+constexpr std::array<BackEnd, 2> kMIDIBackEnds = {{
     {"jack", &midi::JackMIDI::available,
      []() -> std::unique_ptr<midi::MIDIService> {
        return std::make_unique<midi::MIDIObjectTable>(std::make_unique<midi::JackMIDI>());
@@ -23,15 +31,10 @@ constexpr std::array<VLMIDIBackEnd, 2> kMIDIBackEnds = {{
 
 }  // namespace
 
-std::span<const VLMIDIBackEnd> VLMIDIBackEnds() {
-  return kMIDIBackEnds;
-}
-
 VLMIDIServiceInForce::VLMIDIServiceInForce()
-    : mService(
-          std::find_if(kMIDIBackEnds.begin(), kMIDIBackEnds.end(), [](const VLMIDIBackEnd& each) {
-            return each.available();
-          })->make()) {
+    : mService(std::find_if(kMIDIBackEnds.begin(), kMIDIBackEnds.end(), [](const BackEnd& each) {
+                 return each.available();
+               })->make()) {
   midi::setService(mService.get());
 }
 

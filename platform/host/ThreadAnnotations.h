@@ -18,5 +18,3 @@
 #define KV_RUNS_ON(queue) KV_THREAD_ANNOTATION(requires_capability(queue))
 // A run-time check that the analysis takes as proof.
 #define KV_ASSERTS_ON_QUEUE(...) KV_THREAD_ANNOTATION(assert_capability(__VA_ARGS__))
-// Where the proof cannot be written down; say why beside it.
-#define KV_NO_THREAD_ANALYSIS KV_THREAD_ANNOTATION(no_thread_safety_analysis)

@@ -23,7 +23,6 @@ using MIDIUniqueID = std::int32_t;
 
 inline constexpr OSStatus kMIDIInvalidClient = -10830;
 inline constexpr OSStatus kMIDIInvalidPort = -10831;
-inline constexpr OSStatus kMIDIWrongEndpointType = -10832;
 inline constexpr OSStatus kMIDINoConnection = -10833;
 inline constexpr OSStatus kMIDIUnknownEndpoint = -10834;
 inline constexpr OSStatus kMIDIUnknownProperty = -10835;

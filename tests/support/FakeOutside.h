@@ -110,15 +110,10 @@ class FakeOutside final : public MIDIOutside {
  private:
   void keep(MIDIPortRef port, const std::string& portName, MIDIEndpointRef endpoint,
             const MIDIPacketList& packets) {
-    const MIDIPacket* packet = &packets.packet[0];
-    for (std::uint32_t i = 0; i < packets.numPackets; ++i) {
-      sent.push_back({port,
-                      portName,
-                      endpoint,
-                      packet->timeStamp,
-                      {packet->data, packet->data + packet->length}});
-      packet = MIDIPacketNext(packet);
-    }
+    forEachPacket(packets, [&](const MIDIPacket& packet) {
+      sent.push_back(
+          {port, portName, endpoint, packet.timeStamp, {packet.data, packet.data + packet.length}});
+    });
   }
 
   MIDIInside* mInside = nullptr;

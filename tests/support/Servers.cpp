@@ -138,19 +138,6 @@ int Process::end(int signal) {
   return waitForEnd(10);
 }
 
-TemporaryFolder::TemporaryFolder() {
-  std::string pattern = std::filesystem::temp_directory_path() / "velor-test-XXXXXX";
-  if (mkdtemp(pattern.data()) == nullptr) {
-    throw std::runtime_error("no temporary folder");
-  }
-  mPath = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(mPath, ignored);
-}
-
 void Server::enter() const {
   for (const std::string& entry : environment()) {
     const auto split = entry.find('=');
@@ -164,7 +151,7 @@ JackServer::JackServer(int period, int rate)
 }
 
 void JackServer::start() {
-  const std::string log = mFolder.path() + "/jackd.log";
+  const std::string log = mFolder.path().string() + "/jackd.log";
   mProcess = Process({"jackd", "--name", mName, "-R", "-S", "-d", "dummy", "-r",
                       std::to_string(mRate), "-p", std::to_string(mPeriod)},
                      {}, log);
@@ -185,24 +172,24 @@ std::vector<std::string> JackServer::environment() const {
 }
 
 std::vector<std::string> PipeWireServer::environment() const {
-  return {"XDG_RUNTIME_DIR=" + mFolder.path(),
-          "PIPEWIRE_RUNTIME_DIR=" + mFolder.path(),
-          "XDG_CONFIG_HOME=" + mFolder.path() + "/config",
-          "XDG_STATE_HOME=" + mFolder.path() + "/state",
-          "DBUS_SESSION_BUS_ADDRESS=unix:path=" + mFolder.path() + "/bus",
+  return {"XDG_RUNTIME_DIR=" + mFolder.path().string(),
+          "PIPEWIRE_RUNTIME_DIR=" + mFolder.path().string(),
+          "XDG_CONFIG_HOME=" + mFolder.path().string() + "/config",
+          "XDG_STATE_HOME=" + mFolder.path().string() + "/state",
+          "DBUS_SESSION_BUS_ADDRESS=unix:path=" + mFolder.path().string() + "/bus",
           "JACK_NO_START_SERVER=1",
           "JACK_DEFAULT_SERVER=velor-test-none"};  // the other library finds nothing
 }
 
 void PipeWireServer::start() {
-  const std::string log = mFolder.path() + "/pipewire.log";
+  const std::string log = mFolder.path().string() + "/pipewire.log";
   const auto all = environment();
   mBus = Process({"dbus-daemon", "--session", "--nofork", "--nopidfile",
-                  "--address=unix:path=" + mFolder.path() + "/bus"},
+                  "--address=unix:path=" + mFolder.path().string() + "/bus"},
                  all, log);
-  waitFor(10, [this] { return std::filesystem::exists(mFolder.path() + "/bus"); });
+  waitFor(10, [this] { return std::filesystem::exists(mFolder.path().string() + "/bus"); });
   mServer = Process({"pipewire"}, all, log);
-  waitFor(10, [this] { return std::filesystem::exists(mFolder.path() + "/pipewire-0"); });
+  waitFor(10, [this] { return std::filesystem::exists(mFolder.path().string() + "/pipewire-0"); });
   mManager = Process({"wireplumber"}, all, log);
   // A sink that drives the graph: without one nothing runs.
   const bool up = waitFor(15, [&all] {
@@ -224,8 +211,8 @@ void PipeWireServer::kill() {
   mServer.end(SIGKILL);
   mBus.end(SIGKILL);
   std::error_code ignored;
-  std::filesystem::remove(mFolder.path() + "/bus", ignored);
-  std::filesystem::remove(mFolder.path() + "/pipewire-0", ignored);
+  std::filesystem::remove(mFolder.path().string() + "/bus", ignored);
+  std::filesystem::remove(mFolder.path().string() + "/pipewire-0", ignored);
 }
 
 void PipeWireServer::force(int rate, int period) {

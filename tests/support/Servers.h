@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/TemporaryFolder.h"
+
 namespace velor::test {
 
 /// A program that a test started; ends with it, by its process id.
@@ -34,19 +36,6 @@ class Process {
 
  private:
   pid_t mId = -1;
-};
-
-/// A folder of its own, removed with all in it.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  const std::string& path() const { return mPath; }
-
- private:
-  std::string mPath;
 };
 
 /// A MIDI server under a name or in a folder of its own, beside any that runs.

@@ -27,20 +27,21 @@ VelorProcess::VelorProcess(std::vector<std::string> arguments,
                            std::vector<std::string> environment) {
   arguments.insert(arguments.begin(), VELOR_PROGRAM);
   // The test's own settings come last, so that a caller's folder wins.
-  environment.insert(environment.begin(), "XDG_STATE_HOME=" + mFolder.path() + "/state");
-  mProcess = Process(arguments, environment, mFolder.path() + "/out", mFolder.path() + "/err");
+  environment.insert(environment.begin(), "XDG_STATE_HOME=" + mFolder.path().string() + "/state");
+  mProcess = Process(arguments, environment, mFolder.path().string() + "/out",
+                     mFolder.path().string() + "/err");
 }
 
 std::string VelorProcess::output() const {
-  return contentOf(mFolder.path() + "/out");
+  return contentOf(mFolder.path().string() + "/out");
 }
 std::string VelorProcess::errors() const {
-  return contentOf(mFolder.path() + "/err");
+  return contentOf(mFolder.path().string() + "/err");
 }
 
 std::string VelorProcess::log() const {
   std::string text;
-  const std::string folder = mFolder.path() + "/state/velor/Logs";
+  const std::string folder = mFolder.path().string() + "/state/velor/Logs";
   if (std::filesystem::exists(folder)) {
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
       text += contentOf(entry.path());
@@ -58,7 +59,7 @@ VelorOnTerminal::VelorOnTerminal(unsigned short columns, std::vector<std::string
   if (mId != 0) {
     return;
   }
-  putenv(strdup(("XDG_STATE_HOME=" + mFolder.path()).c_str()));
+  putenv(strdup(("XDG_STATE_HOME=" + mFolder.path().string()).c_str()));
   for (const std::string& entry : environment) {
     putenv(strdup(entry.c_str()));
   }

@@ -141,7 +141,7 @@ TEST(Headless, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   TemporaryFolder folder;
   auto environment = server.environment();
-  environment.push_back("XDG_STATE_HOME=" + folder.path());
+  environment.push_back("XDG_STATE_HOME=" + folder.path().string());
   Process velor({VELOR_PROGRAM, "--headless", "--play"}, environment, "/dev/null",
                 "/proc/self/fd/" + std::to_string(ends[1]));
   sigaction(SIGHUP, &before, nullptr);

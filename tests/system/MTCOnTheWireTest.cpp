@@ -197,18 +197,30 @@ void expectUnbroken(const Stream& stream, const WireFormat& format, double sampl
   expectGrid(stream.blocks, format, sampleRate);
 }
 
+// The program at 25 frames a second on a server that it starts, and a recorder.
+struct RunAt25 {
+  explicit RunAt25(Server& server) {
+    server.enter();
+    server.start();
+    recorder = std::make_unique<JackPeer>("Recorder");
+    recorder->addInput("in");
+    recorder->activate();
+    velor = std::make_unique<VelorProcess>(
+        std::vector<std::string>{"--headless", "--format", "25", "--play", "--mtc-out",
+                                 "Recorder:in"},
+        server.environment());
+    EXPECT_TRUE(awaitBlocks(*recorder, 10));
+  }
+  std::unique_ptr<JackPeer> recorder;
+  std::unique_ptr<VelorProcess> velor;
+};
+
 // While a server changes, it runs no cycles, and what falls due then is lost to
 // it; after it nothing may be.
 TEST(MTCOverChanges, AfterAJackHasChangedItsPeriodNoBlockIsLostOrDoubled) {
   JackServer server(256);
-  server.enter();
-  server.start();
-  JackPeer recorder("Recorder");
-  recorder.addInput("in");
-  recorder.activate();
-  VelorProcess velor({"--headless", "--format", "25", "--play", "--mtc-out", "Recorder:in"},
-                     server.environment());
-  ASSERT_TRUE(awaitBlocks(recorder, 10));
+  const RunAt25 run(server);
+  JackPeer& recorder = *run.recorder;
   for (const int period : {1024, 64, 512}) {
     recorder.setPeriod(period);
     sleepSeconds(0.2);
@@ -218,14 +230,8 @@ TEST(MTCOverChanges, AfterAJackHasChangedItsPeriodNoBlockIsLostOrDoubled) {
 
 TEST(MTCOverChanges, AfterAPipeWireHasChangedItsRateAndPeriodNoBlockIsLostOrDoubled) {
   PipeWireServer server;
-  server.enter();
-  server.start();
-  JackPeer recorder("Recorder");
-  recorder.addInput("in");
-  recorder.activate();
-  VelorProcess velor({"--headless", "--format", "25", "--play", "--mtc-out", "Recorder:in"},
-                     server.environment());
-  ASSERT_TRUE(awaitBlocks(recorder, 10));
+  const RunAt25 run(server);
+  JackPeer& recorder = *run.recorder;
   struct Setting {
     int rate;
     int period;
@@ -240,15 +246,9 @@ TEST(MTCOverChanges, AfterAPipeWireHasChangedItsRateAndPeriodNoBlockIsLostOrDoub
 
 TEST(MTCOverChanges, AServerThatIsKilledAndStartedAgainHasTheStreamBackWithTheRightTime) {
   JackServer server(128);
-  server.enter();
-  server.start();
+  RunAt25 run(server);
+  auto& recorder = run.recorder;
   const WireFormat& format = wireFormat("25");
-  auto recorder = std::make_unique<JackPeer>("Recorder");
-  recorder->addInput("in");
-  recorder->activate();
-  VelorProcess velor({"--headless", "--format", "25", "--play", "--mtc-out", "Recorder:in"},
-                     server.environment());
-  ASSERT_TRUE(awaitBlocks(*recorder, 20));
   // The host time of label 0, by the first server's count.
   const auto zeroOf = [&format](const JackPeer& peer, const Block& block) {
     const double frames =
@@ -277,8 +277,8 @@ TEST(MTCOverChanges, AServerThatIsKilledAndStartedAgainHasTheStreamBackWithTheRi
   const Stream stream = readStream(recorder->recorded(), 0);
   const double zeroAfter = zeroOf(*recorder, stream.blocks.back());
   EXPECT_NEAR(zeroAfter, zeroBefore, 10e6);  // ns; a frame lasts 40e6
-  EXPECT_EQ(velor.end(SIGTERM), 0);
-  EXPECT_NE(velor.log().find("went away"), std::string::npos);
+  EXPECT_EQ(run.velor->end(SIGTERM), 0);
+  EXPECT_NE(run.velor->log().find("went away"), std::string::npos);
 }
 
 }  // namespace

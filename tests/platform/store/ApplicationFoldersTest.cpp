@@ -10,7 +10,7 @@
 #include <sstream>
 #include <string>
 
-#include "tests/platform/store/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace velor::store {
 namespace {
@@ -77,7 +77,7 @@ TEST(ApplicationFolders, WithoutAUsableHomeThePasswordDatabaseNamesIt) {
 }
 
 TEST(ApplicationFolders, MissingFoldersAreMadeForTheOwnerAloneAndOthersAreLeftAsTheyAre) {
-  const TemporaryFolder temporary;
+  const test::TemporaryFolder temporary;
   const auto home = temporary.path() / "home";
   ASSERT_EQ(mkdir(home.c_str(), 0755), 0);
   ASSERT_EQ(chmod(home.c_str(), 0755), 0);
@@ -99,7 +99,7 @@ TEST(ApplicationFolders, MissingFoldersAreMadeForTheOwnerAloneAndOthersAreLeftAs
 }
 
 TEST(ApplicationFolders, WhatCannotBeMadeIsToldWithItsPath) {
-  const TemporaryFolder temporary;
+  const test::TemporaryFolder temporary;
   std::ofstream(temporary.path() / "file") << "x";
   std::ofstream(temporary.path() / "velor") << "x";
   const auto below = (temporary.path() / "file" / "deep").string();

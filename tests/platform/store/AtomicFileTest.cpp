@@ -11,7 +11,7 @@
 #include <fstream>
 #include <string>
 
-#include "tests/platform/store/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace velor::store {
 namespace {
@@ -34,7 +34,7 @@ class AtomicFileTest : public testing::Test {
         std::distance(fs::directory_iterator(mFolder.path()), fs::directory_iterator()));
   }
 
-  const TemporaryFolder mFolder;
+  const test::TemporaryFolder mFolder;
   const fs::path mFile = mFolder.path() / "state.velor";
 };
 

@@ -14,7 +14,7 @@
 #include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiveLimits.h"
 #include "tests/platform/store/ArchiveNode.h"
-#include "tests/platform/store/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace velor::store {
 namespace {
@@ -248,7 +248,7 @@ TEST(KeyedUnarchiver, NoDamageDoesHarm) {
 }
 
 TEST(KeyedUnarchiver, AFileIsReadWithinItsLimitsAndErrorsNameIt) {
-  const TemporaryFolder temporary;
+  const test::TemporaryFolder temporary;
   const auto path = temporary.path() / "state.velor";
   const auto readFile = [&] { return KeyedUnarchiver::readFile(path, kArchiveClasses); };
   EXPECT_NE(readFile().error.find(path.string()), std::string::npos);

@@ -23,7 +23,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/platform/store/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace velor::store {
 namespace {
@@ -112,7 +112,7 @@ class LogFileTest : public testing::Test {
     return result;
   }
 
-  const TemporaryFolder mTemporary;
+  const test::TemporaryFolder mTemporary;
   const fs::path mFolder = mTemporary.path() / "state" / "velor" / "Logs";
   std::atomic<std::int64_t> mElapsed{0};
 };

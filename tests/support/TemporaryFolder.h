@@ -3,17 +3,21 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
-namespace velor::store {
+namespace velor::test {
 
-/// A folder of a test's own, which goes with the test.
+/// A folder of a test's own, which goes with the test and all that is in it.
 class TemporaryFolder {
  public:
   TemporaryFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "velor-test-XXXXXX").string();
-    mPath = mkdtemp(name.data()) != nullptr ? name : std::string();
+    if (mkdtemp(name.data()) == nullptr) {
+      throw std::runtime_error("no temporary folder");
+    }
+    mPath = name;
   }
   ~TemporaryFolder() {
     std::error_code ignored;
@@ -28,4 +32,4 @@ class TemporaryFolder {
   std::filesystem::path mPath;
 };
 
-}  // namespace velor::store
+}  // namespace velor::test
