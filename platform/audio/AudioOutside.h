@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/audio/AudioTypes.h"
+
+namespace velor::audio {
+
+enum class AudioDirection : std::uint8_t { input, output };
+
+/// What a back end tells of one device.
+struct AudioDeviceDescription {
+  struct Stream {
+    std::string name;  ///< empty when it has none of its own
+    std::uint32_t channels = 0;
+  };
+  struct Side {
+    std::vector<Stream> streams;
+    std::uint32_t latency = 0;  ///< samples between the program and the connector
+    /// Fit to be the default device of its direction.
+    bool isDefault = false;
+  };
+
+  std::string uid;
+  std::string name;
+  double sampleRate = 0;           ///< nominal, frames a second
+  std::uint32_t bufferFrames = 0;  ///< of a cycle, as it stands
+  Side input;
+  Side output;
+
+  const Side& side(AudioDirection direction) const noexcept {
+    return direction == AudioDirection::input ? input : output;
+  }
+};
+
+/// Called in each cycle of a device with the channels of one direction, all of
+/// them, each `frames` long. `time` has both valid: the sample time of the first
+/// frame on the device's count, and its host time; for input, the host time at
+/// which that frame came in at the connector. Outputs hold zeros beforehand.
+using AudioCycleProc = void (*)(const host::RealtimeContext& realtime, void* refCon,
+                                const AudioTimeStamp& time, std::uint32_t frames,
+                                std::span<float* const> channels) noexcept;
+
+/// Cycles that are being called; no more come when its destructor returns, which
+/// waits for the one under way. When the device goes it is still there, silent,
+/// and goes on with the device's return.
+class AudioDeviceStream {
+ public:
+  virtual ~AudioDeviceStream() = default;
+};
+
+class AudioOutside;
+
+/// What the table of objects offers to the back ends behind it.
+class AudioInside {
+ public:
+  virtual ~AudioInside() = default;
+
+  /// A device is there, or is there with other properties. One of the same UID
+  /// that was there before has the id that it had. Not from a real-time callback.
+  virtual AudioObjectID deviceAppeared(AudioOutside& from,
+                                       const AudioDeviceDescription& device) = 0;
+  /// Gone until it appears again.
+  virtual void deviceVanished(AudioObjectID device) = 0;
+};
+
+/// A back end: devices, and the way in and out of them. Its operations may wait;
+/// the table calls them without its lock.
+class AudioOutside {
+ public:
+  virtual ~AudioOutside() = default;
+
+  /// Begins; devices that are there at once are announced before it returns.
+  virtual void start(AudioInside& inside) = 0;
+  /// Ends; nothing is announced after it. All streams have gone before.
+  virtual void stop() = 0;
+
+  /// Opens all channels of one direction; `name` is for people, and need not be
+  /// unique. Null when the device is not there or refuses.
+  virtual std::unique_ptr<AudioDeviceStream> open(AudioObjectID device, AudioDirection direction,
+                                                  const std::string& name, AudioCycleProc proc,
+                                                  void* refCon) = 0;
+
+  /// As AudioDeviceTranslateTime. Realtime-safe: yes.
+  virtual OSStatus translateTime(AudioObjectID device, const AudioTimeStamp& in,
+                                 AudioTimeStamp& out) noexcept = 0;
+
+  /// Asks for so many frames in a cycle; what is granted is told as a change of
+  /// the device, or is nothing.
+  virtual void requestBufferFrames(AudioObjectID device, std::uint32_t frames) = 0;
+
+  /// In a few words for people; empty while it carries nothing of the outside.
+  virtual std::string description() = 0;
+};
+
+}  // namespace velor::audio
