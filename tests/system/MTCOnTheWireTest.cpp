@@ -13,6 +13,7 @@
 #include <memory>
 #include <thread>
 
+#include "tests/support/FairRun.h"
 #include "tests/support/JackPeer.h"
 #include "tests/support/Servers.h"
 #include "tests/support/VelorProcess.h"
@@ -80,67 +81,65 @@ struct ServerKind {
   std::unique_ptr<Server> (*make)();
 };
 
-class MTCOnTheWire : public testing::TestWithParam<ServerKind> {
- protected:
-  MTCOnTheWire() {
-    mServer->enter();
-    mServer->start();
-  }
-  const std::unique_ptr<Server> mServer = GetParam().make();
-};
+class MTCOnTheWire : public testing::TestWithParam<ServerKind> {};
 
 TEST_P(MTCOnTheWire, AllFormatsAtOnceArriveWholeOnTheirGridOverMinutesAndMidnight) {
-  // Eight ports of at most 120 quarter frames a second.
-  JackPeer recorder("Recorder", static_cast<std::size_t>((seconds() + 10) * 8 * 120));
-  for (const WireFormat& format : wireFormats()) {
-    recorder.addInput(format.name);
-  }
-  const int second = recorder.addInput("second");
-  recorder.activate();
-  const double sampleRate = recorder.sampleRate();
-
-  // Drop-frame numbers are left out at the full minute; the others pass midnight.
-  const auto startOf = [](const WireFormat& format) {
-    return format.drop ? "00:00:52:00" : "23:59:52:00";
-  };
-  std::vector<std::unique_ptr<VelorProcess>> processes;
-  for (const WireFormat& format : wireFormats()) {
-    std::vector<std::string> arguments = {
-        "--headless",    "--format", format.name, "--start",
-        startOf(format), "--play",   "--mtc-out", recorder.fullName(format.name)};
-    if (std::string(format.name) == "25") {
-      arguments.insert(arguments.end(), {"--mtc-out", recorder.fullName("second")});
+  inFairRun([] {
+    const auto server = GetParam().make();
+    server->enter();
+    server->start();
+    // Eight ports of at most 120 quarter frames a second.
+    JackPeer recorder("Recorder", static_cast<std::size_t>((seconds() + 10) * 8 * 120));
+    for (const WireFormat& format : wireFormats()) {
+      recorder.addInput(format.name);
     }
-    processes.push_back(std::make_unique<VelorProcess>(arguments, mServer->environment()));
-  }
-  sleepSeconds(seconds());
-  const auto events = recorder.recorded();
-  for (auto& process : processes) {
-    EXPECT_EQ(process->end(SIGINT), 0) << process->errors();
-    EXPECT_EQ(process->output(), "");
-  }
-  int port = 0;
-  for (const WireFormat& format : wireFormats()) {
-    const Stream stream = readStream(events, port++);
-    EXPECT_EQ(stream.faults, 0) << format.name << ": " << stream.fault;
-    EXPECT_GE(static_cast<double>(stream.blocks.size()),
-              (seconds() - 2) * format.framesPerSecond / 2)
-        << format.name;
-    // The locate on being added stands before the run.
-    ASSERT_FALSE(stream.fullFrames.empty()) << format.name;
-    EXPECT_EQ(stream.fullFrames.front()[5] >> 5, format.rateCode);
-    expectLabels(stream.blocks, startOf(format), format);
-    expectGrid(stream.blocks, format, sampleRate);
-  }
-  // Two destinations of one clock get the same at the same frames.
-  const Stream one = readStream(events, 2);
-  const Stream other = readStream(events, second);
-  const std::size_t count = std::min(one.blocks.size(), other.blocks.size());
-  ASSERT_LE(std::max(one.blocks.size(), other.blocks.size()), count + 1);
-  for (std::size_t i = 0; i < count; ++i) {
-    EXPECT_EQ(one.blocks[i].frames, other.blocks[i].frames);
-    EXPECT_EQ(one.blocks[i].label, other.blocks[i].label);
-  }
+    const int second = recorder.addInput("second");
+    recorder.activate();
+    const double sampleRate = recorder.sampleRate();
+
+    // Drop-frame numbers are left out at the full minute; the others pass midnight.
+    const auto startOf = [](const WireFormat& format) {
+      return format.drop ? "00:00:52:00" : "23:59:52:00";
+    };
+    std::vector<std::unique_ptr<VelorProcess>> processes;
+    for (const WireFormat& format : wireFormats()) {
+      std::vector<std::string> arguments = {
+          "--headless",    "--format", format.name, "--start",
+          startOf(format), "--play",   "--mtc-out", recorder.fullName(format.name)};
+      if (std::string(format.name) == "25") {
+        arguments.insert(arguments.end(), {"--mtc-out", recorder.fullName("second")});
+      }
+      processes.push_back(std::make_unique<VelorProcess>(arguments, server->environment()));
+    }
+    sleepSeconds(seconds());
+    const auto events = recorder.recorded();
+    for (auto& process : processes) {
+      EXPECT_EQ(process->end(SIGINT), 0) << process->errors();
+      EXPECT_EQ(process->output(), "");
+    }
+    int port = 0;
+    for (const WireFormat& format : wireFormats()) {
+      const Stream stream = readStream(events, port++);
+      EXPECT_EQ(stream.faults, 0) << format.name << ": " << stream.fault;
+      EXPECT_GE(static_cast<double>(stream.blocks.size()),
+                (seconds() - 2) * format.framesPerSecond / 2)
+          << format.name;
+      // The locate on being added stands before the run.
+      ASSERT_FALSE(stream.fullFrames.empty()) << format.name;
+      EXPECT_EQ(stream.fullFrames.front()[5] >> 5, format.rateCode);
+      expectLabels(stream.blocks, startOf(format), format);
+      expectGrid(stream.blocks, format, sampleRate);
+    }
+    // Two destinations of one clock get the same at the same frames.
+    const Stream one = readStream(events, 2);
+    const Stream other = readStream(events, second);
+    const std::size_t count = std::min(one.blocks.size(), other.blocks.size());
+    ASSERT_LE(std::max(one.blocks.size(), other.blocks.size()), count + 1);
+    for (std::size_t i = 0; i < count; ++i) {
+      EXPECT_EQ(one.blocks[i].frames, other.blocks[i].frames);
+      EXPECT_EQ(one.blocks[i].label, other.blocks[i].label);
+    }
+  });
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -152,21 +151,23 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& kind) { return std::string(kind.param.name); });
 
 TEST(MTCAtTheEnd, AStopLetsTheLastBlockRunOutAndTheNextRunBeginsAnew) {
-  JackServer server(256);
-  server.enter();
-  server.start();
-  JackPeer recorder("Recorder");
-  recorder.addInput("in");
-  recorder.activate();
-  for (int run = 0; run < 3; ++run) {
-    VelorProcess velor({"--headless", "--format", "30", "--play", "--mtc-out", "Recorder:in"},
-                       server.environment());
-    sleepSeconds(0.8 + 0.03 * run);
-    EXPECT_EQ(velor.end(SIGINT), 0);
-  }
-  const Stream stream = readStream(recorder.recorded(), 0);
-  EXPECT_EQ(stream.faults, 0) << stream.fault;
-  EXPECT_GE(stream.blocks.size(), 20U);
+  inFairRun([] {
+    JackServer server(256);
+    server.enter();
+    server.start();
+    JackPeer recorder("Recorder");
+    recorder.addInput("in");
+    recorder.activate();
+    for (int run = 0; run < 3; ++run) {
+      VelorProcess velor({"--headless", "--format", "30", "--play", "--mtc-out", "Recorder:in"},
+                         server.environment());
+      sleepSeconds(0.8 + 0.03 * run);
+      EXPECT_EQ(velor.end(SIGINT), 0);
+    }
+    const Stream stream = readStream(recorder.recorded(), 0);
+    EXPECT_EQ(stream.faults, 0) << stream.fault;
+    EXPECT_GE(stream.blocks.size(), 20U);
+  });
 }
 
 // Waits until the port has had so many blocks in all; false after 5 s.
@@ -218,67 +219,73 @@ struct RunAt25 {
 // While a server changes, it runs no cycles, and what falls due then is lost to
 // it; after it nothing may be.
 TEST(MTCOverChanges, AfterAJackHasChangedItsPeriodNoBlockIsLostOrDoubled) {
-  JackServer server(256);
-  const RunAt25 run(server);
-  JackPeer& recorder = *run.recorder;
-  for (const int period : {1024, 64, 512}) {
-    recorder.setPeriod(period);
-    sleepSeconds(0.2);
-    expectUnbroken(nextSeconds(recorder), wireFormat("25"), 48000);
-  }
+  inFairRun([] {
+    JackServer server(256);
+    const RunAt25 run(server);
+    JackPeer& recorder = *run.recorder;
+    for (const int period : {1024, 64, 512}) {
+      recorder.setPeriod(period);
+      sleepSeconds(0.2);
+      expectUnbroken(nextSeconds(recorder), wireFormat("25"), 48000);
+    }
+  });
 }
 
 TEST(MTCOverChanges, AfterAPipeWireHasChangedItsRateAndPeriodNoBlockIsLostOrDoubled) {
-  PipeWireServer server;
-  const RunAt25 run(server);
-  JackPeer& recorder = *run.recorder;
-  struct Setting {
-    int rate;
-    int period;
-  };
-  for (const Setting& setting : {Setting{96000, 256}, Setting{44100, 1024}}) {
-    server.force(setting.rate, setting.period);
-    ASSERT_TRUE(waitFor(5, [&] { return recorder.sampleRate() == setting.rate; }));
-    sleepSeconds(0.3);
-    expectUnbroken(nextSeconds(recorder), wireFormat("25"), setting.rate);
-  }
+  inFairRun([] {
+    PipeWireServer server;
+    const RunAt25 run(server);
+    JackPeer& recorder = *run.recorder;
+    struct Setting {
+      int rate;
+      int period;
+    };
+    for (const Setting& setting : {Setting{96000, 256}, Setting{44100, 1024}}) {
+      server.force(setting.rate, setting.period);
+      ASSERT_TRUE(waitFor(5, [&] { return recorder.sampleRate() == setting.rate; }));
+      sleepSeconds(0.3);
+      expectUnbroken(nextSeconds(recorder), wireFormat("25"), setting.rate);
+    }
+  });
 }
 
 TEST(MTCOverChanges, AServerThatIsKilledAndStartedAgainHasTheStreamBackWithTheRightTime) {
-  JackServer server(128);
-  RunAt25 run(server);
-  auto& recorder = run.recorder;
-  const WireFormat& format = wireFormat("25");
-  // The host time of label 0, by the first server's count.
-  const auto zeroOf = [&format](const JackPeer& peer, const Block& block) {
-    const double frames =
-        ((block.label.hours * 60.0 + block.label.minutes) * 60 + block.label.seconds) *
-            format.numbersPerSecond +
-        block.label.frames;
-    return static_cast<double>(peer.hostTimeAt(block.frames[0])) -
-           frames * 1e9 / format.framesPerSecond;
-  };
-  const double zeroBefore = zeroOf(*recorder, readStream(recorder->recorded(), 0).blocks.back());
+  inFairRun([] {
+    JackServer server(128);
+    RunAt25 run(server);
+    auto& recorder = run.recorder;
+    const WireFormat& format = wireFormat("25");
+    // The host time of label 0, by the first server's count.
+    const auto zeroOf = [&format](const JackPeer& peer, const Block& block) {
+      const double frames =
+          ((block.label.hours * 60.0 + block.label.minutes) * 60 + block.label.seconds) *
+              format.numbersPerSecond +
+          block.label.frames;
+      return static_cast<double>(peer.hostTimeAt(block.frames[0])) -
+             frames * 1e9 / format.framesPerSecond;
+    };
+    const double zeroBefore = zeroOf(*recorder, readStream(recorder->recorded(), 0).blocks.back());
 
-  server.kill();
-  recorder.reset();
-  sleepSeconds(1.5);
-  server.start();
-  const auto back = std::chrono::steady_clock::now();
-  recorder = std::make_unique<JackPeer>("Recorder");
-  recorder->addInput("in");
-  recorder->activate();
-  // A whole block, which itself takes 80 ms, within 2 s of the server's return.
-  ASSERT_TRUE(waitFor(2, [&] { return !readStream(recorder->recorded(), 0).blocks.empty(); }));
-  const double took =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - back).count();
-  std::printf("back with a whole block %.2f s after the server\n", took);
-  ASSERT_TRUE(awaitBlocks(*recorder, 20));
-  const Stream stream = readStream(recorder->recorded(), 0);
-  const double zeroAfter = zeroOf(*recorder, stream.blocks.back());
-  EXPECT_NEAR(zeroAfter, zeroBefore, 10e6);  // ns; a frame lasts 40e6
-  EXPECT_EQ(run.velor->end(SIGTERM), 0);
-  EXPECT_NE(run.velor->log().find("went away"), std::string::npos);
+    server.kill();
+    recorder.reset();
+    sleepSeconds(1.5);
+    server.start();
+    const auto back = std::chrono::steady_clock::now();
+    recorder = std::make_unique<JackPeer>("Recorder");
+    recorder->addInput("in");
+    recorder->activate();
+    // A whole block, which itself takes 80 ms, within 2 s of the server's return.
+    ASSERT_TRUE(waitFor(2, [&] { return !readStream(recorder->recorded(), 0).blocks.empty(); }));
+    const double took =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - back).count();
+    std::printf("back with a whole block %.2f s after the server\n", took);
+    ASSERT_TRUE(awaitBlocks(*recorder, 20));
+    const Stream stream = readStream(recorder->recorded(), 0);
+    const double zeroAfter = zeroOf(*recorder, stream.blocks.back());
+    EXPECT_NEAR(zeroAfter, zeroBefore, 10e6);  // ns; a frame lasts 40e6
+    EXPECT_EQ(run.velor->end(SIGTERM), 0);
+    EXPECT_NE(run.velor->log().find("went away"), std::string::npos);
+  });
 }
 
 }  // namespace
