@@ -13,8 +13,8 @@
 
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVShared.h"
-#include "Velor/app/VLMIDIServiceInForce.h"
 #include "Velor/app/VLPortNames.h"
+#include "Velor/app/VLServicesInForce.h"
 #include "Velor/app/VLStatusLine.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
@@ -227,7 +227,7 @@ class Watcher final : public VLClockDelegate {
 }  // namespace
 
 int VLHeadlessRun(const VLOptions& options) {
-  const VLMIDIServiceInForce service;
+  const VLServicesInForce service;
   const SharedInstancesEnd shared;
   KVMIDICore& core = KVMIDICore::sharedCore();
   if (options.list) {

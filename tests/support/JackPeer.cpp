@@ -34,8 +34,8 @@ __attribute__((no_sanitize("thread"))) void copyUnwatched(const std::uint8_t* fr
 
 JackPeer::JackPeer(const std::string& name, std::size_t capacity)
     : mRecorded(capacity), mToSend(capacity) {
-  for (const std::string& path : midi::JackLibrary::paths()) {
-    const auto library = midi::JackLibrary::load(path);
+  for (const std::string& path : jack::JackLibrary::paths()) {
+    const auto library = jack::JackLibrary::load(path);
     if (library == nullptr) {
       continue;
     }

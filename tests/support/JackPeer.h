@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/midi/jack/JackLibrary.h"
+#include "platform/jack/JackLibrary.h"
 
 namespace velor::test {
 
@@ -78,7 +78,7 @@ class JackPeer {
   void write(int output, jack_nframes_t frames, jack_nframes_t offset, const std::uint8_t* bytes,
              std::size_t length);
 
-  std::shared_ptr<const midi::JackLibrary> mJack;
+  std::shared_ptr<const jack::JackLibrary> mJack;
   jack_client_t* mClient = nullptr;
   std::vector<jack_port_t*> mInputs;
   std::vector<jack_port_t*> mOutputs;

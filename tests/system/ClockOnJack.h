@@ -8,8 +8,8 @@
 #include <string>
 
 #include "Kv-Appkit/KVShared.h"
-#include "Velor/app/VLMIDIServiceInForce.h"
 #include "Velor/app/VLPortNames.h"
+#include "Velor/app/VLServicesInForce.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "kva/MIDI/KVMIDICore.h"
@@ -33,7 +33,7 @@ class ClockOnJack : public testing::Test {
     mRecorder->addInput("second");
     mRecorder->activate();
     mHost = std::make_unique<host::SystemHost>();
-    mService = std::make_unique<VLMIDIServiceInForce>();
+    mService = std::make_unique<VLServicesInForce>();
     VLDeviceManager::sharedManager();
   }
   ~ClockOnJack() override {
@@ -80,7 +80,7 @@ class ClockOnJack : public testing::Test {
   JackServer mServer{128};
   std::unique_ptr<JackPeer> mRecorder;
   std::unique_ptr<host::SystemHost> mHost;
-  std::unique_ptr<VLMIDIServiceInForce> mService;
+  std::unique_ptr<VLServicesInForce> mService;
 };
 
 }  // namespace velor::test

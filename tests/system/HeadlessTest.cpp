@@ -32,7 +32,7 @@ TEST(Headless, WithoutAServerItRunsSaysSoOnceAndTakesOneUpWhenItAppears) {
   server.enter();
   server.start();
   EXPECT_TRUE(waitFor(
-      3, [&] { return velor.log().find("connected to the MIDI server") != std::string::npos; }));
+      3, [&] { return velor.log().find("connected to the JACK server") != std::string::npos; }));
   EXPECT_EQ(velor.end(SIGTERM), 0);
   EXPECT_EQ(countOf(velor.errors(), "\n"), 1U) << velor.errors();
   EXPECT_NE(velor.errors().find("no MIDI server is running"), std::string::npos);

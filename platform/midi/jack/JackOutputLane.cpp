@@ -44,7 +44,7 @@ void JackOutputLane::takeUp(const host::RealtimeContext&) noexcept {
   }
 }
 
-bool JackOutputLane::isDue(const Packet& packet, const JackCycle& cycle,
+bool JackOutputLane::isDue(const Packet& packet, const jack::JackCycle& cycle,
                            std::uint32_t& offset) noexcept {
   const bool anchored = packet.list == mAnchorList && cycle.epoch == mAnchorEpoch;
   std::int64_t frame = 0;

@@ -7,8 +7,8 @@
 
 #include "platform/host/Mailbox.h"
 #include "platform/host/Realtime.h"
+#include "platform/jack/JackTimeBase.h"
 #include "platform/midi/MIDITypes.h"
-#include "platform/midi/jack/JackTimeBase.h"
 
 namespace velor::midi {
 
@@ -37,7 +37,7 @@ class JackOutputLane {
   /// Process callback alone. `write(offset, data, length)` puts an event at an
   /// offset of this cycle, in rising order, and says whether it found room.
   template <class Write>
-  void process(const host::RealtimeContext& realtime, const JackCycle& cycle,
+  void process(const host::RealtimeContext& realtime, const jack::JackCycle& cycle,
                const Write& write) noexcept {
     takeUp(realtime);
     std::uint32_t lastOffset = 0;
@@ -76,7 +76,7 @@ class JackOutputLane {
     return packet.atOnce ? kLatestAtOnce : kLatest;
   }
   void takeUp(const host::RealtimeContext& realtime) noexcept;
-  bool isDue(const Packet& packet, const JackCycle& cycle, std::uint32_t& offset) noexcept;
+  bool isDue(const Packet& packet, const jack::JackCycle& cycle, std::uint32_t& offset) noexcept;
   void removeFirst(std::uint32_t count) noexcept;
 
   host::Mailbox<Packet> mArriving{kPackets};

@@ -37,7 +37,7 @@ class Callback {
   // `wander` moves the server's idea of the cycle's time, as its own loop does.
   void run(JackOutputLane& lane, double wanderNs = 0, std::size_t room = 1000) {
     const host::RealtimeContext realtime;
-    JackCycle cycle = mCycle;
+    jack::JackCycle cycle = mCycle;
     cycle.startTime += static_cast<MIDITimeStamp>(static_cast<std::int64_t>(wanderNs));
     lane.process(realtime, cycle,
                  [this, &cycle, &room](std::uint32_t offset, const std::uint8_t* data,
@@ -54,13 +54,13 @@ class Callback {
     mCycle.startTime =
         kStart + static_cast<MIDITimeStamp>(std::llround(mElapsed * 1e9 / mCycle.nominalRate));
   }
-  JackCycle& cycle() { return mCycle; }
+  jack::JackCycle& cycle() { return mCycle; }
   std::vector<Written> written() const {
     return {mWritten.begin(), mWritten.begin() + static_cast<std::ptrdiff_t>(mCount)};
   }
 
  private:
-  JackCycle mCycle;
+  jack::JackCycle mCycle;
   double mElapsed = 0;
   std::vector<Written> mWritten = std::vector<Written>(4096);
   std::size_t mCount = 0;

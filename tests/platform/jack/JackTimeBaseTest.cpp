@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/midi/jack/JackTimeBase.h"
+#include "platform/jack/JackTimeBase.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <random>
 
-namespace velor::midi {
+namespace velor::jack {
 namespace {
 
 constexpr std::uint32_t kPeriod = 256;
@@ -31,8 +31,8 @@ class Server {
     reading.sampleRate = kRate;
     const double nowUs = start + 30;
     reading.serverNowUs = static_cast<std::uint64_t>(nowUs);
-    const auto host = static_cast<MIDITimeStamp>(hostOf(nowUs));
-    const MIDITimeStamp interruption = random() % 10 == 0 ? 400'000 : random() % 800;
+    const auto host = static_cast<std::uint64_t>(hostOf(nowUs));
+    const std::uint64_t interruption = random() % 10 == 0 ? 400'000 : random() % 800;
     reading.hostBefore = host - interruption;
     reading.hostAfter = host + random() % 300;
     mTrueStart = hostOf(start);
@@ -92,4 +92,4 @@ TEST(JackTimeBase, FrameAndTimeOfACycleAreInversesAndANewRateIsANewEpoch) {
 }
 
 }  // namespace
-}  // namespace velor::midi
+}  // namespace velor::jack

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "platform/midi/jack/JackLibrary.h"
+#include "platform/jack/JackLibrary.h"
 
 #include <dlfcn.h>
 #include <glob.h>
 
-namespace velor::midi {
+namespace velor::jack {
 namespace {
 
 // PipeWire keeps its library out of the loader's path, below its version.
@@ -49,4 +49,4 @@ void* JackLibrary::symbol(const char* name) const noexcept {
 // them would end the process.
 JackLibrary::~JackLibrary() = default;
 
-}  // namespace velor::midi
+}  // namespace velor::jack

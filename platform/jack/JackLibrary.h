@@ -9,7 +9,10 @@
 #include <string>
 #include <vector>
 
-namespace velor::midi {
+namespace velor::jack {
+
+/// The metadata under which a port has a name for people.
+inline constexpr const char* kPrettyNameKey = "http://jackaudio.org/metadata/pretty-name";
 
 /// The JACK client library, loaded at run time: the program runs with JACK, with
 /// PipeWire's stand-in for it, with both installed, or with neither. Members bear
@@ -75,4 +78,4 @@ class JackLibrary {
   void* const mHandle;
 };
 
-}  // namespace velor::midi
+}  // namespace velor::jack

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "platform/midi/jack/JackTimeBase.h"
+#include "platform/jack/JackTimeBase.h"
 
 #include <cmath>
 
-namespace velor::midi {
+namespace velor::jack {
 namespace {
 
 constexpr double kNsPerUs = 1000.0;
@@ -11,7 +11,7 @@ constexpr double kNsPerSecond = 1e9;
 // The server cuts its time to whole microseconds: half of one is lost on average.
 constexpr double kServerTimeLossNs = 500.0;
 // A reading that was interrupted for longer than this tells nothing.
-constexpr MIDITimeStamp kLongestReading = 20'000;
+constexpr std::uint64_t kLongestReading = 20'000;
 // The difference is followed together with its slope, so that a steady drift
 // leaves no lag; at these gains the noise of a reading comes down to a third, and
 // the loop has settled after some 100 cycles.
@@ -22,13 +22,13 @@ constexpr double kJump = 1e6;
 
 }  // namespace
 
-std::int64_t JackCycle::frameAt(MIDITimeStamp time) const noexcept {
+std::int64_t JackCycle::frameAt(std::uint64_t time) const noexcept {
   const auto distance = static_cast<double>(static_cast<std::int64_t>(time - startTime));
   return static_cast<std::int64_t>(startFrame) + std::llround(distance * framesPerNs);
 }
 
-MIDITimeStamp JackCycle::timeAt(std::uint32_t offset) const noexcept {
-  return startTime + static_cast<MIDITimeStamp>(std::llround(offset / framesPerNs));
+std::uint64_t JackCycle::timeAt(std::uint32_t offset) const noexcept {
+  return startTime + static_cast<std::uint64_t>(std::llround(offset / framesPerNs));
 }
 
 const JackCycle& JackTimeBase::advance(const Reading& reading) noexcept {
@@ -64,11 +64,11 @@ const JackCycle& JackTimeBase::advance(const Reading& reading) noexcept {
   mCycle.frames = reading.frames;
   mCycle.nominalRate = reading.sampleRate;
   mCycle.startTime =
-      static_cast<MIDITimeStamp>(static_cast<double>(reading.startUs) * kNsPerUs + mDifference);
+      static_cast<std::uint64_t>(static_cast<double>(reading.startUs) * kNsPerUs + mDifference);
   const double lengthNs = static_cast<double>(reading.nextUs - reading.startUs) * kNsPerUs;
   mCycle.framesPerNs = reading.nextUs > reading.startUs ? reading.frames / lengthNs
                                                         : reading.sampleRate / kNsPerSecond;
   return mCycle;
 }
 
-}  // namespace velor::midi
+}  // namespace velor::jack

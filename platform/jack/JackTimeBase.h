@@ -3,14 +3,12 @@
 
 #include <cstdint>
 
-#include "platform/midi/MIDITypes.h"
-
-namespace velor::midi {
+namespace velor::jack {
 
 /// One process cycle in host time and in frames that do not wrap.
 struct JackCycle {
   std::uint64_t startFrame = 0;
-  MIDITimeStamp startTime = 0;
+  std::uint64_t startTime = 0;
   std::uint32_t frames = 0;
   double framesPerNs = 0;  ///< by the server's count of this cycle
   double nominalRate = 0;  ///< frames a second
@@ -19,9 +17,9 @@ struct JackCycle {
 
   /// The frame, to the nearest, at which the host time lies; before the cycle and
   /// after it by extrapolation.
-  std::int64_t frameAt(MIDITimeStamp time) const noexcept;
+  std::int64_t frameAt(std::uint64_t time) const noexcept;
   /// The host time of a frame of this cycle, ns.
-  MIDITimeStamp timeAt(std::uint32_t offset) const noexcept;
+  std::uint64_t timeAt(std::uint32_t offset) const noexcept;
 };
 
 /// Brings the server's time to host time. jackd counts CLOCK_MONOTONIC_RAW, which
@@ -39,8 +37,8 @@ class JackTimeBase {
     std::uint32_t frames = 0;
     std::uint32_t sampleRate = 0;
     std::uint64_t serverNowUs = 0;
-    MIDITimeStamp hostBefore = 0;
-    MIDITimeStamp hostAfter = 0;
+    std::uint64_t hostBefore = 0;
+    std::uint64_t hostAfter = 0;
   };
 
   /// Process callback alone. Realtime-safe: yes.
@@ -58,4 +56,4 @@ class JackTimeBase {
   double mSlope = 0;       // its change a cycle
 };
 
-}  // namespace velor::midi
+}  // namespace velor::jack

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+
+#include "platform/midi/MIDIService.h"
+
+namespace velor {
+
+/// Makes the host's services by the back end that is preferred of those that are
+/// available here, and puts them in force; the owner takes them out of force with
+/// it. The host must be there.
+class VLServicesInForce {
+ public:
+  struct Services {
+    std::unique_ptr<midi::MIDIService> midi;
+  };
+
+  VLServicesInForce();
+  ~VLServicesInForce();
+  VLServicesInForce(const VLServicesInForce&) = delete;
+  VLServicesInForce& operator=(const VLServicesInForce&) = delete;
+
+ private:
+  const Services mServices;
+};
+
+}  // namespace velor

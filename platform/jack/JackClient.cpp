@@ -1,0 +1,343 @@
+// SPDX-License-Identifier: MIT
+#include "platform/jack/JackClient.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "platform/host/Log.h"
+#include "platform/host/Realtime.h"
+
+namespace velor::jack {
+namespace {
+
+constexpr const char* kClientName = "Velor";
+constexpr std::uint64_t kNsPerMs = 1'000'000;
+constexpr std::uint64_t kRetryInterval = 500 * kNsPerMs;
+constexpr std::uint64_t kRescanDelay = 20 * kNsPerMs;
+constexpr std::uint64_t kReportInterval = 5000 * kNsPerMs;
+// A cycle that does not come within this is taken for a server that stands still.
+constexpr std::uint64_t kLongestCycle = 250 * kNsPerMs;
+// Fits the limit of every server, also with a number behind it.
+constexpr std::size_t kLongestPortName = 200;
+constexpr const char* kOrderKey = "http://jackaudio.org/metadata/order";
+
+void ignoreMessage(const char*) {}
+
+}  // namespace
+
+bool JackClient::available() {
+  const auto paths = JackLibrary::paths();
+  return std::any_of(paths.begin(), paths.end(),
+                     [](const std::string& path) { return JackLibrary::load(path) != nullptr; });
+}
+
+JackClient::JackClient() : mHost(host::current()) {}
+
+JackClient::~JackClient() = default;
+
+std::string JackClient::description() const {
+  const std::lock_guard lock(mDescriptionMutex);
+  return mDescription;
+}
+
+void JackClient::tell(bool connected, std::string description) {
+  mConnected.store(connected);
+  const std::lock_guard lock(mDescriptionMutex);
+  mDescription = std::move(description);
+}
+
+// --- participants, on mQueue ---
+
+void JackClient::attach(JackParticipant& participant) {
+  mQueue.assertCurrent();
+  const auto place = std::find_if(mActive.begin(), mActive.end(), [](const auto& entry) {
+    return entry.load(std::memory_order_relaxed) == nullptr;
+  });
+  if (place == mActive.end()) {
+    VELOR_LOG_ERROR("too many services share the JACK client");
+    return;
+  }
+  mParticipants.push_back(&participant);
+  place->store(&participant);
+  if (mClient == nullptr) {
+    tryOpen();
+    return;
+  }
+  participant.opened();
+  participant.rescan({});
+}
+
+void JackClient::detach(JackParticipant& participant) {
+  mQueue.assertCurrent();
+  if (mParticipants.size() == 1 && mParticipants[0] == &participant) {
+    closeClient();  // ends the process callback
+  }
+  for (auto& entry : mActive) {
+    if (entry.load(std::memory_order_relaxed) == &participant) {
+      entry.store(nullptr);
+    }
+  }
+  std::erase(mParticipants, &participant);
+  if (mClient != nullptr) {
+    awaitCycles(1);
+  }
+}
+
+// --- the server, on mQueue ---
+
+void JackClient::tryOpen() {
+  if (mParticipants.empty() || mClient != nullptr) {
+    return;
+  }
+  for (const std::string& path : JackLibrary::paths()) {
+    if (auto library = JackLibrary::load(path)) {
+      openWith(std::move(library));
+    }
+    if (mClient != nullptr) {
+      return;
+    }
+  }
+  if (!std::exchange(mToldMissing, true)) {
+    VELOR_LOG_WARNING("no JACK server is running; ports of other programs appear when one does");
+  }
+  retryLater();
+}
+
+void JackClient::retryLater() {
+  if (!std::exchange(mRetryPending, true)) {
+    mQueue.after(kRetryInterval, [this] {
+      mRetryPending = false;
+      tryOpen();
+    });
+  }
+}
+
+void JackClient::openWith(std::shared_ptr<const JackLibrary> library) {
+  library->jack_set_error_function(ignoreMessage);
+  library->jack_set_info_function(ignoreMessage);
+  jack_status_t status{};
+  jack_client_t* client = library->jack_client_open(kClientName, JackNoStartServer, &status);
+  if (client == nullptr) {
+    return;
+  }
+  mLibrary = std::move(library);
+  mClient = client;
+  mTimeBase.restart();
+  ++mSession;
+
+  // Whichever of the two the server calls; PipeWire knows only the first.
+  mLibrary->jack_on_shutdown(mClient, &JackClient::onShutdown, this);
+  mLibrary->jack_on_info_shutdown(mClient, &JackClient::onInfoShutdown, this);
+  mLibrary->jack_set_process_callback(mClient, &JackClient::onProcess, this);
+  mLibrary->jack_set_port_registration_callback(mClient, &JackClient::onPortRegistration, this);
+  mLibrary->jack_set_property_change_callback(mClient, &JackClient::onPropertyChange, this);
+  if (mLibrary->jack_activate(mClient) != 0) {
+    VELOR_LOG_WARNING("the JACK server refused to activate the client");
+    closeClient();
+    return;
+  }
+  mToldMissing = false;
+  const std::string name = mLibrary->jack_get_client_name(mClient);
+  tell(true, "JACK, client " + name + ", " +
+                 std::to_string(mLibrary->jack_get_sample_rate(mClient)) + " Hz");
+  VELOR_LOG_INFO("connected to the JACK server as %s", name.c_str());
+  for (JackParticipant* participant : mParticipants) {
+    participant->opened();
+  }
+  rescan();
+  mQueue.after(kReportInterval, [this, session = mSession.load()] { report(session); });
+}
+
+void JackClient::closeClient() {
+  if (mClient == nullptr) {
+    return;
+  }
+  ++mSession;
+  // First of all, since it ends the process callback: a dead server's does not come
+  // any more, and waiting for it once a port would take seconds.
+  mLibrary->jack_client_close(mClient);
+  mClient = nullptr;
+  for (JackPort* port : mPorts) {
+    port->port = nullptr;
+  }
+  mPorts.clear();
+  mRenewed.clear();
+  // The library may have cancelled its thread within the callback.
+  mCycles.fetch_add(mCycles.load() & 1U);
+  tell(false, "");
+  for (JackParticipant* participant : mParticipants) {
+    participant->closed();
+  }
+}
+
+void JackClient::registerPort(JackPort& port, int order) {
+  if (mClient == nullptr || port.port != nullptr) {
+    return;
+  }
+  const unsigned long flags = port.isOutput ? JackPortIsOutput : JackPortIsInput;
+  // Names must be unique within the client and fit the server's limit.
+  std::string name = port.name.substr(0, kLongestPortName);
+  std::replace(name.begin(), name.end(), ':', '/');
+  const std::size_t length = name.size();
+  for (int copy = 2; copy < 100 && port.port == nullptr; ++copy) {
+    port.port = mLibrary->jack_port_register(mClient, name.c_str(), port.type, flags, 0);
+    name.replace(length, std::string::npos, " " + std::to_string(copy));
+  }
+  if (port.port == nullptr) {
+    VELOR_LOG_ERROR("the JACK server refused the port %s", port.name.c_str());
+    return;
+  }
+  mPorts.push_back(&port);
+  // A name for people; that a server cannot keep it is no fault.
+  const jack_uuid_t uuid = mLibrary->jack_port_uuid(port.port);
+  mLibrary->jack_set_property(mClient, uuid, kPrettyNameKey, port.name.c_str(), "text/plain");
+  mLibrary->jack_set_property(mClient, uuid, kOrderKey, std::to_string(order).c_str(),
+                              "http://www.w3.org/2001/XMLSchema#int");
+}
+
+void JackClient::unregisterPort(JackPort& port) {
+  if (mClient == nullptr || port.port == nullptr) {
+    return;
+  }
+  mLibrary->jack_port_unregister(mClient, port.port);
+  port.port = nullptr;
+  std::erase(mPorts, &port);
+}
+
+void JackClient::connectPeer(const JackPort& port) {
+  if (port.port == nullptr || mLibrary->jack_port_by_name(mClient, port.peer.c_str()) == nullptr) {
+    return;
+  }
+  const char* own = mLibrary->jack_port_name(port.port);
+  const char* from = port.isOutput ? own : port.peer.c_str();
+  const char* to = port.isOutput ? port.peer.c_str() : own;
+  const int status = mLibrary->jack_connect(mClient, from, to);
+  if (status != 0 && status != EEXIST) {
+    VELOR_LOG_ERROR("cannot connect %s to %s (%i)", from, to, status);
+    return;
+  }
+  // The connection is made in the cycle after the next at the latest; what is
+  // written before that is lost.
+  awaitCycles(2);
+}
+
+void JackClient::awaitCycles(std::uint32_t count) {
+  const std::uint32_t before = mCycles.load();
+  const std::uint32_t enough = 2 * count + (before & 1U);
+  const std::uint64_t start = mHost.AudioGetCurrentHostTime();
+  while (mCycles.load() - before < enough) {
+    const std::uint64_t now = mHost.AudioGetCurrentHostTime();
+    const bool idle = (mCycles.load() & 1U) == 0;
+    if (idle && now - start > count * kLongestCycle) {
+      return;
+    }
+    mHost.mach_wait_until(now + kNsPerMs);
+  }
+}
+
+void JackClient::rescan() {
+  mRescanPending.store(false);
+  if (mClient == nullptr) {
+    return;
+  }
+  const auto renewed = std::exchange(mRenewed, {});
+  for (JackParticipant* participant : mParticipants) {
+    participant->rescan(renewed);
+  }
+}
+
+void JackClient::portRegistered(jack_port_id_t id) {
+  jack_port_t* port = mClient != nullptr ? mLibrary->jack_port_by_id(mClient, id) : nullptr;
+  const char* name = port != nullptr ? mLibrary->jack_port_name(port) : nullptr;
+  if (name != nullptr && name[0] != '\0') {
+    mRenewed.insert(name);
+  }
+  requestRescan();  // from here, so that the look comes after the note
+}
+
+void JackClient::report(std::uint32_t session) {
+  if (mClient == nullptr || session != mSession.load()) {
+    return;  // the next server has reports of its own
+  }
+  for (JackParticipant* participant : mParticipants) {
+    participant->report();
+  }
+  mQueue.after(kReportInterval, [this, session] { report(session); });
+}
+
+// --- callbacks of the library ---
+
+void JackClient::onShutdown(void* self) {
+  static_cast<JackClient*>(self)->serverWent();
+}
+void JackClient::onInfoShutdown(jack_status_t, const char*, void* self) {
+  static_cast<JackClient*>(self)->serverWent();
+}
+void JackClient::onPortRegistration(jack_port_id_t port, int registered, void* self) {
+  auto* client = static_cast<JackClient*>(self);
+  if (registered != 0) {
+    client->mQueue.async([client, port] { client->portRegistered(port); });
+  } else {
+    client->requestRescan();
+  }
+}
+void JackClient::onPropertyChange(jack_uuid_t, const char*, jack_property_change_t, void* self) {
+  static_cast<JackClient*>(self)->requestRescan();
+}
+
+// The library calls back on threads from which it can't be called, and before
+// what it tells of has come to pass: a port that goes is still listed then.
+void JackClient::requestRescan() {
+  if (!mRescanPending.exchange(true)) {
+    mQueue.after(kRescanDelay, [this] { rescan(); });
+  }
+}
+
+void JackClient::serverWent() {
+  mQueue.async([this, session = mSession.load()] {
+    if (mClient == nullptr || session != mSession.load()) {
+      return;  // told twice, or closed meanwhile
+    }
+    VELOR_LOG_WARNING("the JACK server went away; it is taken up again when it returns");
+    closeClient();
+    mToldMissing = true;
+    retryLater();
+  });
+}
+
+int JackClient::onProcess(jack_nframes_t frames, void* self) {
+  static_cast<JackClient*>(self)->process(frames);
+  return 0;
+}
+
+void JackClient::process(jack_nframes_t frames) noexcept {
+  mCycles.fetch_add(1);
+  const host::RealtimeContext realtime;
+  const JackLibrary& jack = *mLibrary;
+
+  jack_nframes_t startFrame = 0;
+  jack_time_t startUs = 0;
+  jack_time_t nextUs = 0;
+  float periodUs = 0;
+  if (jack.jack_get_cycle_times(mClient, &startFrame, &startUs, &nextUs, &periodUs) == 0) {
+    JackTimeBase::Reading reading;
+    reading.frame = startFrame;
+    reading.startUs = startUs;
+    reading.nextUs = nextUs;
+    reading.frames = frames;
+    reading.sampleRate = jack.jack_get_sample_rate(mClient);
+    reading.hostBefore = mHost.AudioGetCurrentHostTime();
+    reading.serverNowUs = jack.jack_get_time();
+    reading.hostAfter = mHost.AudioGetCurrentHostTime();
+    const JackCycle& cycle = mTimeBase.advance(reading);
+    for (const auto& entry : mActive) {
+      if (JackParticipant* participant = entry.load()) {
+        participant->process(realtime, cycle);
+      }
+    }
+  }
+  mCycles.fetch_add(1);
+}
+
+}  // namespace velor::jack

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/host/Host.h"
+#include "platform/jack/JackLibrary.h"
+#include "platform/jack/JackParticipant.h"
+#include "platform/jack/JackPort.h"
+#include "platform/jack/JackTimeBase.h"
+
+namespace velor::jack {
+
+/// The client "Velor" of a JACK server, or of PipeWire in its place, for all
+/// services that have a back end there. The server may be missing at the start
+/// and may die: it is looked for twice a second while anybody participates.
+///
+/// All calls that the library may be slow with run on the queue "velor.jack".
+class JackClient {
+ public:
+  /// Whether a client library is installed; a server need not run.
+  static bool available();
+
+  JackClient();
+  /// Nobody participates any more.
+  ~JackClient();
+  JackClient(const JackClient&) = delete;
+  JackClient& operator=(const JackClient&) = delete;
+
+  host::Queue& queue() noexcept { return mQueue; }
+
+  // --- any thread ---
+
+  bool isConnected() const noexcept { return mConnected.load(); }
+  /// The server in a few words for people; empty without one.
+  std::string description() const;
+
+  // --- on the queue ---
+
+  /// The first one to come has the server looked for; when there is one,
+  /// `opened` and `rescan` are called before this returns.
+  void attach(JackParticipant& participant);
+  /// No call comes any more when this returns. The last one to go closes the
+  /// client (and is told so); otherwise its ports are its own to unregister.
+  void detach(JackParticipant& participant);
+
+  /// Null while there is no server.
+  jack_client_t* client() const noexcept { return mClient; }
+
+  /// `order`: the place of the port among others, for people. Without a server,
+  /// or when the server refuses, `port` stays null; the refusal is logged.
+  void registerPort(JackPort& port, int order);
+  void unregisterPort(JackPort& port);
+  /// Connects the port to its peer, when both are there, and waits until the
+  /// connection carries what is written.
+  void connectPeer(const JackPort& port);
+  /// Waits until the process callback has begun and ended so many times, or until
+  /// it is plain that it does not come any more.
+  void awaitCycles(std::uint32_t count);
+
+  // --- on the queue while there is a server, and in `process` ---
+
+  const JackLibrary& library() const noexcept { return *mLibrary; }
+
+ private:
+  static constexpr std::size_t kMaxParticipants = 4;
+
+  // On mQueue.
+  void tryOpen();
+  void retryLater();
+  void openWith(std::shared_ptr<const JackLibrary> library);
+  void closeClient();
+  void rescan();
+  void portRegistered(jack_port_id_t id);
+  void report(std::uint32_t session);
+  void tell(bool connected, std::string description);
+
+  // In the callbacks of the library.
+  static int onProcess(jack_nframes_t frames, void* self);
+  static void onShutdown(void* self);
+  static void onInfoShutdown(jack_status_t code, const char* reason, void* self);
+  static void onPortRegistration(jack_port_id_t port, int registered, void* self);
+  static void onPropertyChange(jack_uuid_t subject, const char* key, jack_property_change_t change,
+                               void* self);
+  void process(jack_nframes_t frames) noexcept;
+  void requestRescan();
+  void serverWent();
+
+  host::Host& mHost;
+
+  // On mQueue.
+  std::vector<JackParticipant*> mParticipants;
+  std::vector<JackPort*> mPorts;   // those that are registered
+  std::set<std::string> mRenewed;  // ports registered since the last look
+  bool mToldMissing = false;
+  bool mRetryPending = false;
+
+  // For the process callback. Library and client change only while no client is
+  // active.
+  std::shared_ptr<const JackLibrary> mLibrary;
+  jack_client_t* mClient = nullptr;
+  std::array<std::atomic<JackParticipant*>, kMaxParticipants> mActive{};
+  JackTimeBase mTimeBase;
+  // Odd while the callback runs.
+  std::atomic<std::uint32_t> mCycles{0};
+
+  std::atomic<bool> mRescanPending{false};
+  std::atomic<std::uint32_t> mSession{0};  // counts servers
+  std::atomic<bool> mConnected{false};
+  mutable std::mutex mDescriptionMutex;
+  std::string mDescription;  // under mDescriptionMutex
+  host::Queue mQueue{"velor.jack"};
+};
+
+}  // namespace velor::jack

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "platform/host/Realtime.h"
+#include "platform/jack/JackTimeBase.h"
+
+namespace velor::jack {
+
+/// A back end that shares the JACK client. All but `process` is called on the
+/// client's queue.
+class JackParticipant {
+ public:
+  virtual ~JackParticipant() = default;
+
+  /// There is a server, and the client is active: the time to register ports. A
+  /// rescan follows.
+  virtual void opened() = 0;
+  /// The client has gone, and its ports with it; the process callback has ended.
+  virtual void closed() = 0;
+  /// Ports of other clients, their names for people, the rate or the period may
+  /// have changed. `renewed`: full names of ports that were registered since the
+  /// last time, perhaps after they had gone too briefly to be missed.
+  virtual void rescan(const std::set<std::string>& renewed) = 0;
+  /// Every few seconds while the client is open: what a process callback counted
+  /// and could not tell of itself.
+  virtual void report() {}
+
+  /// In the process callback of the library.
+  virtual void process(const host::RealtimeContext& realtime, const JackCycle& cycle) noexcept = 0;
+};
+
+}  // namespace velor::jack

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <jack/jack.h>
+
+#include <string>
+
+namespace velor::jack {
+
+/// One port of ours, whatever servers come and go. All of it belongs to the
+/// client's queue; a process callback may read `port` of what is registered.
+struct JackPort {
+  std::string name;  ///< as wanted, of any length and with any characters
+  const char* type = JACK_DEFAULT_AUDIO_TYPE;
+  bool isOutput = false;
+  std::string peer;             ///< full name of the port to be connected to, or empty
+  jack_port_t* port = nullptr;  ///< the client's; null while it is not registered
+};
+
+}  // namespace velor::jack
