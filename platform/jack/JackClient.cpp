@@ -131,6 +131,7 @@ void JackClient::openWith(std::shared_ptr<const JackLibrary> library) {
   mLibrary->jack_on_info_shutdown(mClient, &JackClient::onInfoShutdown, this);
   mLibrary->jack_set_process_callback(mClient, &JackClient::onProcess, this);
   mLibrary->jack_set_port_registration_callback(mClient, &JackClient::onPortRegistration, this);
+  mLibrary->jack_set_port_connect_callback(mClient, &JackClient::onPortConnect, this);
   mLibrary->jack_set_property_change_callback(mClient, &JackClient::onPropertyChange, this);
   if (mLibrary->jack_activate(mClient) != 0) {
     VELOR_LOG_WARNING("the JACK server refused to activate the client");
@@ -160,6 +161,8 @@ void JackClient::closeClient() {
   mClient = nullptr;
   for (JackPort* port : mPorts) {
     port->port = nullptr;
+    port->lost.merge(port->connections);
+    port->connections.clear();
   }
   mPorts.clear();
   mRenewed.clear();
@@ -194,6 +197,7 @@ void JackClient::registerPort(JackPort& port, int order) {
   mLibrary->jack_set_property(mClient, uuid, kPrettyNameKey, port.name.c_str(), "text/plain");
   mLibrary->jack_set_property(mClient, uuid, kOrderKey, std::to_string(order).c_str(),
                               "http://www.w3.org/2001/XMLSchema#int");
+  restoreConnections(port);
 }
 
 void JackClient::unregisterPort(JackPort& port) {
@@ -209,17 +213,51 @@ void JackClient::connectPeer(const JackPort& port) {
   if (port.port == nullptr || mLibrary->jack_port_by_name(mClient, port.peer.c_str()) == nullptr) {
     return;
   }
-  const char* own = mLibrary->jack_port_name(port.port);
-  const char* from = port.isOutput ? own : port.peer.c_str();
-  const char* to = port.isOutput ? port.peer.c_str() : own;
-  const int status = mLibrary->jack_connect(mClient, from, to);
-  if (status != 0 && status != EEXIST) {
-    VELOR_LOG_ERROR("cannot connect %s to %s (%i)", from, to, status);
+  if (!connect(port, port.peer)) {
     return;
   }
   // The connection is made in the cycle after the next at the latest; what is
   // written before that is lost.
   awaitCycles(2);
+}
+
+bool JackClient::connect(const JackPort& port, const std::string& other) {
+  const char* own = mLibrary->jack_port_name(port.port);
+  const char* from = port.isOutput ? own : other.c_str();
+  const char* to = port.isOutput ? other.c_str() : own;
+  const int status = mLibrary->jack_connect(mClient, from, to);
+  if (status != 0 && status != EEXIST) {
+    VELOR_LOG_ERROR("cannot connect %s to %s (%i)", from, to, status);
+    return false;
+  }
+  return true;
+}
+
+void JackClient::restoreConnections(JackPort& port) {
+  std::erase_if(port.lost, [this, &port](const std::string& other) {
+    if (mLibrary->jack_port_by_name(mClient, other.c_str()) == nullptr) {
+      return false;
+    }
+    connect(port, other);
+    return true;
+  });
+}
+
+void JackClient::lookAtConnections() {
+  mLookPending.store(false);
+  if (mClient == nullptr) {
+    return;
+  }
+  for (JackPort* port : mPorts) {
+    port->connections.clear();
+    const char** names = mLibrary->jack_port_get_all_connections(mClient, port->port);
+    for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
+      if (*name != port->peer) {  // which is connected in any case
+        port->connections.insert(*name);
+      }
+    }
+    mLibrary->jack_free(names);
+  }
 }
 
 void JackClient::awaitCycles(std::uint32_t count) {
@@ -240,6 +278,9 @@ void JackClient::rescan() {
   mRescanPending.store(false);
   if (mClient == nullptr) {
     return;
+  }
+  for (JackPort* port : mPorts) {
+    restoreConnections(*port);
   }
   const auto renewed = std::exchange(mRenewed, {});
   for (JackParticipant* participant : mParticipants) {
@@ -280,6 +321,12 @@ void JackClient::onPortRegistration(jack_port_id_t port, int registered, void* s
     client->mQueue.async([client, port] { client->portRegistered(port); });
   } else {
     client->requestRescan();
+  }
+}
+void JackClient::onPortConnect(jack_port_id_t, jack_port_id_t, int, void* self) {
+  auto* client = static_cast<JackClient*>(self);
+  if (!client->mLookPending.exchange(true)) {
+    client->mQueue.after(kRescanDelay, [client] { client->lookAtConnections(); });
   }
 }
 void JackClient::onPropertyChange(jack_uuid_t, const char*, jack_property_change_t, void* self) {

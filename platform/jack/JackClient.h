@@ -22,6 +22,9 @@ namespace velor::jack {
 /// services that have a back end there. The server may be missing at the start
 /// and may die: it is looked for twice a second while anybody participates.
 ///
+/// Connections that other programs made to our ports are made again after a
+/// server's death, when both ends are back; what was taken apart stays so.
+///
 /// All calls that the library may be slow with run on the queue "velor.jack".
 class JackClient {
  public:
@@ -78,6 +81,9 @@ class JackClient {
   void openWith(std::shared_ptr<const JackLibrary> library);
   void closeClient();
   void rescan();
+  void lookAtConnections();
+  void restoreConnections(JackPort& port);
+  bool connect(const JackPort& port, const std::string& other);
   void portRegistered(jack_port_id_t id);
   void report(std::uint32_t session);
   void tell(bool connected, std::string description);
@@ -87,6 +93,7 @@ class JackClient {
   static void onShutdown(void* self);
   static void onInfoShutdown(jack_status_t code, const char* reason, void* self);
   static void onPortRegistration(jack_port_id_t port, int registered, void* self);
+  static void onPortConnect(jack_port_id_t a, jack_port_id_t b, int connected, void* self);
   static void onPropertyChange(jack_uuid_t subject, const char* key, jack_property_change_t change,
                                void* self);
   void process(jack_nframes_t frames) noexcept;
@@ -112,6 +119,7 @@ class JackClient {
   std::atomic<std::uint32_t> mCycles{0};
 
   std::atomic<bool> mRescanPending{false};
+  std::atomic<bool> mLookPending{false};
   std::atomic<std::uint32_t> mSession{0};  // counts servers
   std::atomic<bool> mConnected{false};
   mutable std::mutex mDescriptionMutex;

@@ -55,6 +55,7 @@ class JackLibrary {
   X(jack_port_by_id)                     \
   X(jack_port_by_name)                   \
   X(jack_port_flags)                     \
+  X(jack_port_get_all_connections)       \
   X(jack_port_get_buffer)                \
   X(jack_port_is_mine)                   \
   X(jack_port_name)                      \
@@ -63,6 +64,7 @@ class JackLibrary {
   X(jack_port_uuid)                      \
   X(jack_set_error_function)             \
   X(jack_set_info_function)              \
+  X(jack_set_port_connect_callback)      \
   X(jack_set_port_registration_callback) \
   X(jack_set_process_callback)           \
   X(jack_set_property)                   \

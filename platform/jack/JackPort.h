@@ -3,6 +3,7 @@
 
 #include <jack/jack.h>
 
+#include <set>
 #include <string>
 
 namespace velor::jack {
@@ -15,6 +16,10 @@ struct JackPort {
   bool isOutput = false;
   std::string peer;             ///< full name of the port to be connected to, or empty
   jack_port_t* port = nullptr;  ///< the client's; null while it is not registered
+  /// The client's note of what is connected to it, by full names: at the last look,
+  /// and when a server died, as far as it was not made again since.
+  std::set<std::string> connections;
+  std::set<std::string> lost;
 };
 
 }  // namespace velor::jack

@@ -275,6 +275,77 @@ TEST_F(JackMIDITest, AChangeOfThePeriodLosesAndDoublesNothing) {
   }
 }
 
+template <class Server>
+class JackMIDIOnServer : public testing::Test {};
+using Servers = testing::Types<test::JackServer, test::PipeWireServer>;
+TYPED_TEST_SUITE(JackMIDIOnServer, Servers);
+
+TYPED_TEST(JackMIDIOnServer, ConnectionsOfOthersToOurPortsOutlastTheServerAndNotTheirEnd) {
+  TypeParam server;
+  server.enter();
+  server.start();
+  host::SystemHost host;
+  MIDIObjectTable table(std::make_unique<JackMIDI>());
+  MIDIClientRef client = 0;
+  MIDIEndpointRef endpoint = 0;
+  table.MIDIClientCreate("Velor", nullptr, nullptr, &client);
+  table.MIDISourceCreate(client, "LTC Reader 1", &endpoint);
+  table.MIDIDestinationCreate(
+      client, "LTC Generator 1", [](const MIDIPacketList*, void*, void*) {}, nullptr, &endpoint);
+  const std::string reader = "Velor:LTC Reader 1";
+  const std::string generator = "Velor:LTC Generator 1";
+
+  const auto openDesk = [] {
+    auto desk = std::make_unique<test::JackPeer>("Desk");
+    desk->addInput("kept");
+    desk->addInput("taken apart");
+    desk->addOutput("out");
+    desk->activate();
+    return desk;
+  };
+  const auto settle = [] { test::waitFor(0.3, [] { return false; }); };
+  auto desk = openDesk();
+  ASSERT_TRUE(test::waitFor(5, [&] {
+    return desk->ports("Velor:.*").size() == 2 && desk->connect(reader, "Desk:kept") &&
+           desk->connect(reader, "Desk:taken apart") && desk->connect("Desk:out", generator);
+  }));
+  settle();
+  ASSERT_TRUE(desk->disconnect(reader, "Desk:taken apart"));
+  settle();
+
+  const auto isAsBefore = [&] {
+    return desk->isConnected(reader, "Desk:kept") && desk->isConnected("Desk:out", generator);
+  };
+  server.kill();
+  ASSERT_TRUE(test::waitFor(5, [&] { return !table.isConnected(); }));
+  desk.reset();
+  server.start();
+  // The other program may be back long after us, or before.
+  for (const bool last : {true, false}) {
+    if (last) {
+      ASSERT_TRUE(test::waitFor(5, [&] { return table.isConnected(); }));
+      settle();
+    }
+    desk = openDesk();
+    EXPECT_TRUE(test::waitFor(5, isAsBefore));
+    settle();
+    EXPECT_FALSE(desk->isConnected(reader, "Desk:taken apart"));
+    if (last) {
+      server.kill();
+      ASSERT_TRUE(test::waitFor(5, [&] { return !table.isConnected(); }));
+      desk.reset();
+      server.start();
+    }
+  }
+  // A program that ends of its own has ended its connections.
+  desk.reset();
+  settle();
+  desk = openDesk();
+  settle();
+  EXPECT_FALSE(desk->isConnected(reader, "Desk:kept"));
+  EXPECT_FALSE(desk->isConnected("Desk:out", generator));
+}
+
 TEST(JackMIDIWithoutAServer, StartsSaysSoAndTakesOneUpWhenItAppears) {
   test::JackServer server;
   server.enter();
