@@ -18,6 +18,9 @@ constexpr std::uint64_t kRescanDelay = 20 * kNsPerMs;
 constexpr std::uint64_t kReportInterval = 5000 * kNsPerMs;
 // A cycle that does not come within this is taken for a server that stands still.
 constexpr std::uint64_t kLongestCycle = 250 * kNsPerMs;
+// From the end of a cycle until the server has told its clients that the graph
+// has changed with it.
+constexpr std::uint64_t kTellingDelay = 10 * kNsPerMs;
 // Fits the limit of every server, also with a number behind it.
 constexpr std::size_t kLongestPortName = 200;
 constexpr const char* kOrderKey = "http://jackaudio.org/metadata/order";
@@ -133,6 +136,7 @@ void JackClient::openWith(std::shared_ptr<const JackLibrary> library) {
   mLibrary->jack_set_port_registration_callback(mClient, &JackClient::onPortRegistration, this);
   mLibrary->jack_set_port_connect_callback(mClient, &JackClient::onPortConnect, this);
   mLibrary->jack_set_property_change_callback(mClient, &JackClient::onPropertyChange, this);
+  mLibrary->jack_set_graph_order_callback(mClient, &JackClient::onGraphOrder, this);
   if (mLibrary->jack_activate(mClient) != 0) {
     VELOR_LOG_WARNING("the JACK server refused to activate the client");
     closeClient();
@@ -192,6 +196,7 @@ void JackClient::registerPort(JackPort& port, int order) {
     return;
   }
   mPorts.push_back(&port);
+  noteGraphChange();
   // A name for people; that a server cannot keep it is no fault.
   const jack_uuid_t uuid = mLibrary->jack_port_uuid(port.port);
   mLibrary->jack_set_property(mClient, uuid, kPrettyNameKey, port.name.c_str(), "text/plain");
@@ -204,7 +209,9 @@ void JackClient::unregisterPort(JackPort& port) {
   if (mClient == nullptr || port.port == nullptr) {
     return;
   }
+  awaitRest();
   mLibrary->jack_port_unregister(mClient, port.port);
+  noteGraphChange();
   port.port = nullptr;
   std::erase(mPorts, &port);
 }
@@ -226,6 +233,7 @@ bool JackClient::connect(const JackPort& port, const std::string& other) {
   const char* from = port.isOutput ? own : other.c_str();
   const char* to = port.isOutput ? other.c_str() : own;
   const int status = mLibrary->jack_connect(mClient, from, to);
+  noteGraphChange();
   if (status != 0 && status != EEXIST) {
     VELOR_LOG_ERROR("cannot connect %s to %s (%i)", from, to, status);
     return false;
@@ -271,6 +279,25 @@ void JackClient::awaitCycles(std::uint32_t count) {
       return;
     }
     mHost.mach_wait_until(now + kNsPerMs);
+  }
+}
+
+void JackClient::noteGraphChange() {
+  mGraphChanged.store(mHost.AudioGetCurrentHostTime());
+}
+
+void JackClient::awaitRest() {
+  // Others may keep the graph moving without end; the hazard is small by then.
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    const std::uint64_t changed = mGraphChanged.load();
+    if (mHost.AudioGetCurrentHostTime() - changed > kLongestCycle) {
+      return;
+    }
+    awaitCycles(2);  // the change has come into force
+    mHost.mach_wait_until(mHost.AudioGetCurrentHostTime() + kTellingDelay);
+    if (mGraphChanged.load() == changed) {
+      return;
+    }
   }
 }
 
@@ -328,6 +355,10 @@ void JackClient::onPortConnect(jack_port_id_t, jack_port_id_t, int, void* self) 
   if (!client->mLookPending.exchange(true)) {
     client->mQueue.after(kRescanDelay, [client] { client->lookAtConnections(); });
   }
+}
+int JackClient::onGraphOrder(void* self) {
+  static_cast<JackClient*>(self)->noteGraphChange();
+  return 0;
 }
 void JackClient::onPropertyChange(jack_uuid_t, const char*, jack_property_change_t, void* self) {
   static_cast<JackClient*>(self)->requestRescan();

@@ -87,6 +87,11 @@ class JackClient {
   void portRegistered(jack_port_id_t id);
   void report(std::uint32_t session);
   void tell(bool connected, std::string description);
+  /// Whenever the graph has changed, jackd's library walks its list of our ports
+  /// on a thread of its own, and nothing keeps a port that is unregistered then
+  /// from being pulled from under it. So a port goes while the graph rests.
+  void awaitRest();
+  void noteGraphChange();
 
   // In the callbacks of the library.
   static int onProcess(jack_nframes_t frames, void* self);
@@ -94,6 +99,7 @@ class JackClient {
   static void onInfoShutdown(jack_status_t code, const char* reason, void* self);
   static void onPortRegistration(jack_port_id_t port, int registered, void* self);
   static void onPortConnect(jack_port_id_t a, jack_port_id_t b, int connected, void* self);
+  static int onGraphOrder(void* self);
   static void onPropertyChange(jack_uuid_t subject, const char* key, jack_property_change_t change,
                                void* self);
   void process(jack_nframes_t frames) noexcept;
@@ -118,6 +124,7 @@ class JackClient {
   // Odd while the callback runs.
   std::atomic<std::uint32_t> mCycles{0};
 
+  std::atomic<std::uint64_t> mGraphChanged{0};  // host time at which it was told last
   std::atomic<bool> mRescanPending{false};
   std::atomic<bool> mLookPending{false};
   std::atomic<std::uint32_t> mSession{0};  // counts servers

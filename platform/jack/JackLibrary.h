@@ -63,6 +63,7 @@ class JackLibrary {
   X(jack_port_unregister)                \
   X(jack_port_uuid)                      \
   X(jack_set_error_function)             \
+  X(jack_set_graph_order_callback)       \
   X(jack_set_info_function)              \
   X(jack_set_port_connect_callback)      \
   X(jack_set_port_registration_callback) \
