@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/host/Exchanged.h"
 #include "platform/host/Realtime.h"
 #include "platform/host/ThreadState.h"
 
@@ -57,19 +58,6 @@ ExceptionState exchangeExceptionState(const ExceptionState& next) {
 
 struct Stack {
   void* base = nullptr;
-};
-
-// The scheduler's own bookkeeping stands for the kernel's, which a real-time
-// thread's system call is free to do.
-class OutsideRealtime {
- public:
-  OutsideRealtime() : mDepth(std::exchange(realtimeDepth(), 0)) {}
-  ~OutsideRealtime() { realtimeDepth() = mDepth; }
-  OutsideRealtime(const OutsideRealtime&) = delete;
-  OutsideRealtime& operator=(const OutsideRealtime&) = delete;
-
- private:
-  int mDepth;
 };
 
 }  // namespace
@@ -300,7 +288,9 @@ class SimulatedHost::SimulatedSemaphore final : public Semaphore {
   explicit SimulatedSemaphore(Scheduler& scheduler) : mScheduler(scheduler) {}
 
   void signal() noexcept override {
-    const OutsideRealtime bookkeeping;
+    // The scheduler's own bookkeeping stands for the kernel's, which a real-time
+    // thread's system call is free to do.
+    const Exchanged bookkeeping(realtimeDepth(), 0);
     if (mWaiters.empty()) {
       ++mCount;
       return;

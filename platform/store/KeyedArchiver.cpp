@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "platform/host/Exchanged.h"
 #include "platform/store/Base64.h"
 #include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiveLimits.h"
@@ -70,7 +71,8 @@ struct KeyedArchiver::State {
                           std::string(coding->archiveClassName()));
     countValue();
     const Nested nested(*this);
-    const Inside inside(*this, made);
+    // What is encoded goes to it, for the call.
+    const host::Exchanged inside(object, &made);
     coding->encodeWithCoder(coder);
     return made;
   }
@@ -90,20 +92,6 @@ struct KeyedArchiver::State {
 
    private:
     State& mState;
-  };
-
-  // Another object takes what is encoded, for a scope.
-  class Inside {
-   public:
-    Inside(State& state, Json& object)
-        : mState(state), mFormer(std::exchange(state.object, &object)) {}
-    ~Inside() { mState.object = mFormer; }
-    Inside(const Inside&) = delete;
-    Inside& operator=(const Inside&) = delete;
-
-   private:
-    State& mState;
-    Json* const mFormer;
   };
 
   Json root = Json::object();

@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "platform/host/Exchanged.h"
 #include "platform/store/AtomicFile.h"
 #include "platform/store/Base64.h"
 #include "platform/store/KeyedArchiveError.h"
@@ -248,7 +249,8 @@ struct KeyedUnarchiver::State {
     }
     std::shared_ptr<KeyedCoding> made;
     {
-      const Inside inside(*this, found);
+      // Its keys are what is asked for, for the call.
+      const host::Exchanged inside(object, &found);
       made = row->initWithCoder(coder);
     }
     if (made != nullptr && !wanted.isOne(*made)) {
@@ -256,20 +258,6 @@ struct KeyedUnarchiver::State {
     }
     return made;
   }
-
-  // Another object is asked for its keys, for a scope.
-  class Inside {
-   public:
-    Inside(State& state, const Json& object)
-        : mState(state), mFormer(std::exchange(state.object, &object)) {}
-    ~Inside() { mState.object = mFormer; }
-    Inside(const Inside&) = delete;
-    Inside& operator=(const Inside&) = delete;
-
-   private:
-    State& mState;
-    const Json* const mFormer;
-  };
 
   Json root;
   std::span<const KeyedClass> classes;
