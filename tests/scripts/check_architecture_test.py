@@ -39,6 +39,7 @@ CLEAN = {
     "Kv-Appkit/kv_hptimer.h": SPDX + "#pragma once\nvoid kv_hptimer_start();\n",
     "Kv-Appkit/kv_hptimer.cpp": SPDX + '#include "Kv-Appkit/kv_hptimer.h"\n'
     '#include "platform/host/Realtime.h"\nvoid kv_hptimer_start() { const RealtimeContext realtime; }\n',
+    "Kv-Appkit/kvtext.h": SPDX + "#pragma once\nnamespace kv::kvtext {\nclass Reader {};\nclass Writer {};\n}\n",
     "Velor/app/main.cpp": SPDX + '#include "platform/midi/builtin/BuiltinMIDI.h"\nint main() {}\n',
 }
 
