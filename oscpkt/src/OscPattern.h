@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+namespace velor::oscpkt {
+
+/// The longest path that a pattern is matched with: no datagram's address is longer.
+inline constexpr std::size_t kLongestOscPath = 65535;
+
+/// Matches an address pattern (OSC 1.0, and the "//" of OSC 1.1, which stands for any
+/// levels between) with a path of the program, which holds no wildcards. The result is
+/// how far into the pattern it leads, as an offset:
+///
+/// - the pattern's size when all of the pattern stands for all of the path;
+/// - less when the path ends inside the pattern, or when a set or a list of alternatives
+///   fits nothing where it stands: then the offset of the first character that was not
+///   matched, of the "[" or the "{";
+/// - none when the two differ elsewhere, or the pattern ends inside the path.
+///
+/// Of all ways that stars and double slashes leave open it is the one that leads
+/// furthest. Of a list's alternatives the first that fits is taken for good, though a
+/// later one might lead further. A "?" also stands for a slash, a star for none.
+///
+/// The time grows with the pattern's size alone, however stars and slashes multiply, for
+/// paths of up to 63 characters, and nothing allocates then. Longer paths take more. Any
+/// thread. Realtime-safe: for such paths, but a pattern of a datagram's size takes tenths
+/// of a millisecond.
+std::optional<std::size_t> matchOscPattern(std::string_view pattern, std::string_view path);
+
+}  // namespace velor::oscpkt

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+#include "oscpkt/src/OscPattern.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "tests/oscpkt/ReferenceMatch.h"
+
+namespace velor::oscpkt {
+namespace {
+
+constexpr std::string_view kPlay = "/velor/transport/play";
+// The longest address that fits a datagram, with the least that must follow it.
+constexpr std::size_t kLongestPattern = 65499;
+
+std::string repeated(std::string_view unit, std::size_t size) {
+  std::string text;
+  while (text.size() + unit.size() <= size) {
+    text += unit;
+  }
+  return text;
+}
+
+TEST(OscPattern, LeadsAsFarAsTheRulesSay) {
+  constexpr std::optional<std::size_t> kNothing;
+  const struct {
+    std::string_view pattern;
+    std::string_view path;
+    std::optional<std::size_t> result;
+  } cases[] = {
+      // Plain, and what one ends inside the other.
+      {"/velor/speed", "/velor/speed", 12},
+      {"/velor/transport/play", "/velor", 6},
+      {"/velor/transportfoo", "/velor/transport", 16},
+      {"/velor", "/velor/speed", kNothing},
+      {"/velor/stop", "/velor/speed", kNothing},
+      // A star stays within its level, a question mark need not.
+      {"/velor/*", "/velor/speed", 8},
+      {"/velor/*", kPlay, kNothing},
+      {"/*r/**/*p*", kPlay, 10},
+      {"/velor?speed", "/velor/speed", 12},
+      {"/velor/speed?", "/velor/speed", 12},
+      {"/*x", "/velor", 2},
+      // Of the ways of a star the furthest, be it one that failed.
+      {"/*[x]yz", "/ab", 2},
+      {"/*[b]yz", "/ab", 5},
+      // Any levels between, none included.
+      {"//play", kPlay, 6},
+      {"/velor///transport/play", kPlay, 23},
+      {"//v//t*//p*", kPlay, 11},  // behind a name's begin it takes the rest of it
+      {"//v*t*//p*", kPlay, kNothing},
+      {"//play/x", kPlay, 6},
+      // A set or a list that does not fit is where the pattern goes on.
+      {"/velor/[a-z]rm", "/velor/arm", 14},
+      {"/velor/[!a]rm", "/velor/arm", 7},
+      {"/velor/[xyz]", "/velor/speed", 7},
+      {"/velor/[s", "/velor/speed", 7},
+      {"/velor/[", "/velor/", 7},
+      {"/[]", "/a", 1},
+      {"/[!]", "/a", 4},
+      {"/[-a][a-]x]b]", "/-xb", 12},
+      {"/[--0]", "/.", 6},
+      {"/[\x80-a]", "/A", 6},
+      {"/[a-\x80]", "/z", 1},
+      {"/{speed,arm}", "/arm", 12},
+      {"/{speed,arm}", "/pre", 1},
+      {"/{a,ab}c", "/abc", kNothing},
+      {"/{ab,a}c", "/abc", 8},
+      {"/{,a}a", "/a", 6},
+      {"/a{}{b,}", "/a", 8},
+      {"/{a", "/a", kNothing},
+      {"/*{a", "/", kNothing},
+      {"/{a*,b}", "/a*", 7},
+  };
+  for (const auto& [pattern, path, result] : cases) {
+    EXPECT_EQ(matchOscPattern(pattern, path), result) << pattern << " with " << path;
+  }
+}
+
+TEST(OscPattern, FollowingAllWaysAtOnceLeadsAsFarAsFollowingEachOnItsOwn) {
+  std::mt19937 random(20261121);
+  const auto draw = [&random](std::string_view characters, std::size_t most) {
+    std::string text(random() % (most + 1), '/');
+    for (char& c : text) {
+      c = characters[random() % characters.size()];
+    }
+    return text;
+  };
+  int whole = 0;
+  int partly = 0;
+  int nothing = 0;
+  for (int i = 0; i < 400'000; ++i) {
+    // Now and then a path of more places than a machine word has.
+    const std::string front = i % 16 == 0 ? "/" + repeated("ab/", 62) : "";
+    const std::string path = front + draw("/aab\xE9", 9);
+    const std::string pattern =
+        (i % 32 == 0 ? front : "") + draw(i % 2 == 0 ? "*/a?b[]!-{},\xE9" : "*//ab{,}[a]", 14);
+    long steps = 20'000;
+    const char* const far = referenceMatch(pattern.c_str(), path.c_str(), steps);
+    if (steps < 0) {
+      continue;
+    }
+    const auto result = matchOscPattern(pattern, path);
+    ASSERT_EQ(result, far == nullptr ? std::nullopt : std::optional(far - pattern.c_str()))
+        << pattern << " with " << path;
+    ++(!result ? nothing : *result == pattern.size() ? whole : partly);
+  }
+  EXPECT_GT(whole, 4'000);
+  EXPECT_GT(partly, 20'000);
+  EXPECT_GT(nothing, 20'000);
+}
+
+// Followed one by one, the ways would take longer than any run.
+TEST(OscPattern, StarsAndSlashesThatMultiplyComeToAnEnd) {
+  const auto result = [](std::string_view begin, std::string_view unit, std::string_view end) {
+    const std::string middle = repeated(unit, kLongestPattern - begin.size() - end.size());
+    const std::string pattern = std::string(begin) + middle + std::string(end);
+    const auto far = matchOscPattern(pattern, kPlay);
+    return far ? static_cast<long>(pattern.size() - *far) : -1;  // how much was left
+  };
+  EXPECT_EQ(result("//", "{z,}*", "play"), 0);
+  EXPECT_EQ(result("//", "{z,}*", "playz"), 1);
+  EXPECT_EQ(result("//", "{z,}*", "/x"), 2);
+  EXPECT_EQ(result("/*", "{z,}*", "x/y"), -1);
+  EXPECT_EQ(result("/*//{", "y,la,", "pl}ay"), 0);
+  EXPECT_EQ(result("/*//p[", "\x80-\x7F", "]ay"), 0);
+  EXPECT_EQ(result("//t*/", "*", "*y"), 0);
+  EXPECT_EQ(result("", "/", "/play"), 0);
+}
+
+}  // namespace
+}  // namespace velor::oscpkt

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+#include "oscpkt/src/oscpkt.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace velor::oscpkt {
+namespace {
+
+using namespace std::string_literals;
+
+// The largest payload of a datagram of IPv4.
+constexpr std::size_t kLargestDatagram = 65507;
+
+std::string big(std::uint64_t value, int bytes) {
+  std::string text;
+  for (int i = bytes - 1; i >= 0; --i) {
+    text += static_cast<char>(value >> (8 * i));
+  }
+  return text;
+}
+
+std::string bundle(std::uint64_t timeTag, const std::vector<std::string>& elements) {
+  std::string text = "#bundle\0"s + big(timeTag, 8);
+  for (const std::string& element : elements) {
+    text += big(element.size(), 4) + element;
+  }
+  return text;
+}
+
+struct Reading {
+  explicit Reading(const std::string& bytes)
+      // An exact copy on the heap, whose end a sanitizer guards.
+      : exact(bytes.begin(), bytes.end()), reader(exact.data(), exact.size()) {
+    while (const Message* message = reader.popMessage()) {
+      messages.push_back(*message);
+    }
+  }
+  std::vector<std::uint8_t> exact;
+  OscPacketReader reader;
+  std::vector<Message> messages;
+};
+
+OscError errorOf(const std::string& bytes) {
+  const Reading reading(bytes);
+  EXPECT_TRUE(reading.reader.error() == OscOk || reading.messages.empty());
+  return reading.reader.error();
+}
+
+std::string written(const Message& message) {
+  OscPacketWriter writer;
+  writer.addMessage(message);
+  return {reinterpret_cast<const char*>(writer.packetData()), writer.packetSize()};
+}
+
+// The two examples of the OSC 1.0 document, byte for byte.
+const std::string kOscillator = "/oscillator/4/frequency\0,f\0\0\x43\xDC\0\0"s;
+const std::string kFoo =
+    "/foo\0\0\0\0,iisff\0\0\0\0\x03\xE8\xFF\xFF\xFF\xFFhello\0\0\0\x3F\x9D\xF3\xB6\x40\xB5\xB2\x2D"s;
+
+TEST(oscpkt, ReadsAndWritesThePublishedExamples) {
+  Message oscillator("/oscillator/4/frequency");
+  oscillator.pushFloat(440);
+  EXPECT_EQ(written(oscillator), kOscillator);
+
+  const Reading reading(kFoo);
+  ASSERT_EQ(reading.messages.size(), 1U);
+  const Message& foo = reading.messages[0];
+  EXPECT_EQ(foo.address(), "/foo");
+  EXPECT_EQ(foo.typeTags(), "iisff");
+  EXPECT_EQ(foo.timeTag(), 1U);
+  const std::vector<Message::Span> spans = {{16, 4}, {20, 4}, {24, 6}, {32, 4}, {36, 4}};
+  EXPECT_EQ(foo.argumentSpans(), spans);
+}
+
+TEST(oscpkt, WhatIsWrittenIsPaddedAndInNetworkOrder) {
+  Message speed("/velor/speed");
+  EXPECT_EQ(written(speed), "/velor/speed\0\0\0\0,\0\0\0"s);
+  speed.pushFloat(100);
+  EXPECT_EQ(written(speed), "/velor/speed\0\0\0\0,f\0\0\x42\xC8\0\0"s);
+  speed.pushStr("abc");
+  speed.pushStr("");
+  speed.pushStr("abcd");
+  EXPECT_EQ(written(speed),
+            "/velor/speed\0\0\0\0,fsss\0\0\0\x42\xC8\0\0abc\0\0\0\0\0abcd\0\0\0\0"s);
+  const std::string name(1000, 'n');
+  Message large("/" + name);
+  large.pushStr(name);
+  EXPECT_EQ(written(large), "/" + name + "\0\0\0,s\0\0"s + name + "\0\0\0\0"s);
+}
+
+TEST(oscpkt, AWriterTakesOneSoundMessage) {
+  const Message sound("/a");
+  const Message damaged(reinterpret_cast<const std::uint8_t*>("abc"), 4, 1);
+  OscPacketWriter writer;
+  EXPECT_EQ(writer.packetSize(), 0U);
+  writer.addMessage(sound);
+  EXPECT_EQ(writer.packetSize(), 8U);
+  writer.addMessage(damaged);
+  EXPECT_EQ(writer.error(), OscBundleRequired);
+  EXPECT_EQ(writer.packetSize(), 0U);
+  writer.init();
+  writer.addMessage(damaged);
+  writer.addMessage(sound);
+  EXPECT_EQ(writer.error(), OscBadAddress);
+  EXPECT_EQ(writer.packetSize(), 0U);
+}
+
+TEST(oscpkt, ADamagedMessageIsToldByWhatIsDamaged) {
+  const struct {
+    std::string bytes;
+    OscError error;
+  } cases[] = {
+      {"", OscOk},
+      {"/a\0\0,"s, OscInvalidPacketSize},
+      {"/abc", OscBadAddress},
+      {"/a\0\1,\0\0\0"s, OscBadAddress},
+      {"a\0\0\0,\0\0\0"s, OscBadAddress},
+      {"\0\0\0\0,\0\0\0"s, OscBadAddress},
+      {"/a\0\0"s, OscBadTypeTags},
+      {"/abc\0\0\0\0"s, OscBadTypeTags},
+      {"/a\0\0,iii"s, OscBadTypeTags},
+      {"/a\0\0,i\0\1\0\0\0\0"s, OscBadTypeTags},
+      {"/a\0\0i\0\0\0\0\0\0\0"s, OscBadTypeTags},
+      {"/a\0\0,\0\0\0"s, OscOk},
+      {"/a\0\0,TF\0"s, OscOk},
+      {"/a\0\0,f\0\0\0\0\0\0\0\0\0\0"s, OscBadArguments},
+      {"/a\0\0,f\0\0"s, OscBadArguments},
+      {"/a\0\0,h\0\0\0\0\0\0"s, OscBadArguments},
+      {"/a\0\0,hd\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"s, OscOk},
+      {"/a\0\0,s\0\0abcd"s, OscBadArguments},
+      {"/a\0\0,s\0\0a\0\0\1"s, OscBadArguments},
+      {"/a\0\0,s\0\0"s, OscBadArguments},
+      {"/a\0\0,b\0\0\0\0\0\3abc\0"s, OscOk},
+      {"/a\0\0,b\0\0\0\0\0\3abcd"s, OscBadArguments},
+      {"/a\0\0,b\0\0\0\0\0\5abcd"s, OscBadArguments},
+      {"/a\0\0,b\0\0"s, OscBadArguments},
+      // A count that wraps to no bytes at all: the next argument has its place.
+      {"/a\0\0,b\0\0\xFF\xFF\xFF\xFC"s, OscBadArguments},
+      {"/a\0\0,bi\0\xFF\xFF\xFF\xFC"s, OscOk},
+      {"/a\0\0,b\0\0\xFF\xFF\xFF\xFD"s, OscBadArguments},
+      {"/a\0\0,b\0\0\x7F\xFF\xFF\xFC"s, OscBadArguments},
+      // What comes first is told.
+      {"/a\0\0,fN\0"s, OscBadArguments},
+      {"/a\0\0,Nf\0"s, OscUnhandledTypeTag},
+  };
+  for (const auto& [bytes, error] : cases) {
+    EXPECT_EQ(errorOf(bytes), error) << testing::PrintToString(bytes);
+  }
+  for (const char tag : "NIcrmtS[]\xE9 "s) {
+    EXPECT_EQ(errorOf("/a\0\0,"s + tag + "\0\0\0\0\0\0"s), OscUnhandledTypeTag) << tag;
+  }
+}
+
+TEST(oscpkt, BundlesGiveTheirMessagesInOrderWithTheNearestTimeTag) {
+  const auto message = [](char name) { return "/"s + name + "\0\0,\0\0\0"s; };
+  const Reading reading(
+      bundle(7, {message('a'), "", bundle(9, {message('b'), bundle(8, {""}), message('c')}),
+                 message('d'), bundle(5, {bundle(6, {message('e')}), message('f')})}));
+  ASSERT_EQ(reading.reader.error(), OscOk);
+  std::string told;
+  for (const Message& each : reading.messages) {
+    told += each.address() + std::to_string(each.timeTag());
+  }
+  EXPECT_EQ(told, "/a7/b9/c9/d7/e6/f5");
+}
+
+TEST(oscpkt, OneBadElementSpoilsTheDatagram) {
+  const std::string good = "/a\0\0,\0\0\0"s;
+  EXPECT_EQ(errorOf(bundle(1, {})), OscInvalidBundle);
+  EXPECT_EQ(errorOf("#bundle\0"s), OscInvalidBundle);
+  EXPECT_EQ(errorOf("#\0\0\0"s), OscInvalidBundle);
+  for (std::size_t i = 1; i < 8; ++i) {
+    std::string marred = bundle(1, {good});
+    marred[i] ^= 1;
+    EXPECT_EQ(errorOf(marred), OscInvalidBundle) << i;
+  }
+  EXPECT_EQ(errorOf(bundle(1, {good}) + big(6, 4) + "abcdef\0\0"s), OscInvalidBundle);
+  EXPECT_EQ(errorOf(bundle(1, {good}) + big(12, 4) + good), OscInvalidBundle);
+  EXPECT_EQ(errorOf(bundle(1, {good}) + big(0xFFFFFFFC, 4) + good), OscInvalidBundle);
+  EXPECT_EQ(errorOf(bundle(1, {good, bundle(1, {good, "/a\0\0"s}), good})), OscBadTypeTags);
+  EXPECT_EQ(errorOf(bundle(1, {good, bundle(1, {}), good})), OscInvalidBundle);
+  // An inner element that ends with the outer bundle, past its own.
+  EXPECT_EQ(errorOf(bundle(1, {"#bundle\0"s + big(1, 8) + big(8, 4), good})), OscInvalidBundle);
+}
+
+// The deepest row of bundles in a datagram, on a stack that has not forty bytes for each.
+TEST(oscpkt, TheDeepestBundlesTakeNoStack) {
+  const auto nested = [](const std::string& inside, const std::string& behind) {
+    const std::size_t each = 20 + behind.size();
+    const std::size_t depth = (kLargestDatagram - inside.size()) / each;
+    std::string head;
+    std::string tail;
+    for (std::size_t level = 1; level <= depth; ++level) {
+      head += "#bundle\0"s + big(level, 8) + big(inside.size() + (depth - level) * each, 4);
+      tail += behind;
+    }
+    return head + inside + tail;
+  };
+  const std::string message = "/a\0\0,\0\0\0"s;
+  const std::string datagrams[] = {nested("", ""), nested(message, ""), nested(message, big(0, 4)),
+                                   nested(message, big(8, 4) + message), nested("#bun", "")};
+  const auto read = [](void* given) -> void* {
+    const auto* const bytes = static_cast<const std::string*>(given);
+    const Reading none(bytes[0]);
+    EXPECT_EQ(none.reader.error(), OscOk);
+    EXPECT_TRUE(none.messages.empty());
+    const Reading last(bytes[1]);
+    EXPECT_EQ(last.messages.size(), 1U);
+    EXPECT_EQ(last.messages.at(0).timeTag(), 3274U);
+    const Reading goingOn(bytes[2]);
+    EXPECT_EQ(goingOn.messages.size(), 1U);
+    EXPECT_EQ(goingOn.messages.at(0).timeTag(), 2729U);
+    const Reading onTheWayOut(bytes[3]);
+    EXPECT_EQ(onTheWayOut.messages.size(), 2047U);
+    for (std::size_t i = 1; i < onTheWayOut.messages.size(); ++i) {
+      EXPECT_EQ(onTheWayOut.messages[i].timeTag(), 2047 - i);
+    }
+    EXPECT_EQ(errorOf(bytes[4]), OscInvalidBundle);
+    return nullptr;
+  };
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 128 * 1024), 0);
+  pthread_t thread{};
+  ASSERT_EQ(pthread_create(&thread, &attributes, read, const_cast<std::string*>(datagrams)), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+TEST(oscpkt, ArgumentsAreTakenWhileTheyAreFloats) {
+  Message two("/a");
+  two.pushFloat(0.1F);
+  two.pushFloat(-std::numeric_limits<float>::infinity());
+  float value = 5;
+  EXPECT_FALSE(two.fullMatch("/a").popFloat(value).isFullyRead());
+  EXPECT_EQ(value, 0.1F);
+  float second = 5;
+  OscArgCursor cursor = two.fullMatch("/a").popFloat(value).popFloat(second);
+  EXPECT_TRUE(cursor.isFullyRead());
+  EXPECT_EQ(second, -std::numeric_limits<float>::infinity());
+  EXPECT_EQ(cursor.popFloat(value).error(), OscNotEnoughArgs);
+  EXPECT_EQ(value, 0);
+  EXPECT_FALSE(cursor.isFullyRead());
+
+  const Reading reading(kFoo);
+  ASSERT_EQ(reading.messages.size(), 1U);
+  EXPECT_EQ(reading.messages[0].fullMatch("/foo").popFloat(value = 5).error(), OscTypeMismatch);
+  EXPECT_EQ(value, 0);
+
+  const Message damaged(reinterpret_cast<const std::uint8_t*>("/foo\0\0\0"), 8, 1);
+  EXPECT_EQ(damaged.fullMatch("/foo").popFloat(value = 5).error(), OscBadTypeTags);
+  EXPECT_EQ(value, 0);
+}
+
+TEST(oscpkt, AMessageIsForAPathWhollyOrInPart) {
+  const Message play("/velor/transport/play");
+  EXPECT_TRUE(play.partialMatch("/velor").isFullyRead());
+  EXPECT_EQ(play.fullMatch("/velor").error(), OscPatternMismatch);
+  EXPECT_EQ(play.partialMatch("/velor/marker").error(), OscPatternMismatch);
+  EXPECT_TRUE(play.fullMatch("/velor/transport/play").isFullyRead());
+  const Message set("/velor/[xyz]");
+  EXPECT_EQ(set.partialMatch("/velor/speed").error(), OscOk);
+  EXPECT_EQ(set.fullMatch("/velor/speed").error(), OscPatternMismatch);
+}
+
+}  // namespace
+}  // namespace velor::oscpkt
