@@ -19,19 +19,18 @@ constexpr std::size_t byteOf(char c) {
   return static_cast<unsigned char>(c);
 }
 
-// Whether the character at `p` stands for more than itself.
-bool isWildcard(std::string_view pattern, std::size_t p) {
-  switch (pattern[p]) {
-    case '?':
-    case '*':
-    case '[':
-    case '{':
-      return true;
-    case '/':
-      return p + 1 < pattern.size() && pattern[p + 1] == '/';
-    default:
-      return false;
+// What may stand for more than itself; a slash does when another follows.
+constexpr auto kSpecial = [] {
+  std::array<bool, 256> special{};
+  for (const char c : std::string_view("?*[{/")) {
+    special[byteOf(c)] = true;
   }
+  return special;
+}();
+
+bool isWildcard(std::string_view pattern, std::size_t p) {
+  const char c = pattern[p];
+  return kSpecial[byteOf(c)] && (c != '/' || pattern.substr(p + 1).starts_with('/'));
 }
 
 // The characters of a "[...]".
@@ -40,48 +39,43 @@ class CharacterSet {
   // `open` is the offset of the "[".
   CharacterSet(std::string_view pattern, std::size_t open) {
     std::size_t p = open + 1;
-    const bool negated = p < pattern.size() && pattern[p] == '!';
-    if (negated) {
+    mIsNegated = p < pattern.size() && pattern[p] == '!';
+    if (mIsNegated) {
       ++p;
     }
-    // How many members begin at a character, less those that ended before it. So the
-    // time is that of reading, however wide the ranges are.
-    std::array<std::int32_t, kCharacters + 1> begun{};
     for (; p < pattern.size() && pattern[p] != ']'; ++p) {
-      const std::size_t first = indexOf(pattern[p]);
-      std::size_t last = first;
+      std::uint16_t& end = mEnds[indexOf(pattern[p])];
       if (p + 2 < pattern.size() && pattern[p + 1] == '-') {
         p += 2;
-        last = indexOf(pattern[p]);
       }
-      if (first <= last) {
-        ++begun[first];
-        --begun[last + 1];
-      }
+      end = std::max(end, static_cast<std::uint16_t>(indexOf(pattern[p]) + 1));
     }
     mIsClosed = p < pattern.size();
     mEnd = mIsClosed ? p + 1 : p;
-    std::int32_t members = 0;
-    for (std::size_t i = 0; i < kCharacters; ++i) {
-      members += begun[i];
-      mHolds[i] = (members > 0) != negated;
-    }
   }
 
-  [[nodiscard]] bool holds(char c) const { return mHolds[indexOf(c)]; }
+  [[nodiscard]] bool holds(char c) const {
+    const std::size_t index = indexOf(c);
+    std::uint16_t end = 0;
+    for (std::size_t first = 0; first <= index; ++first) {
+      end = std::max(end, mEnds[first]);
+    }
+    return (index < end) != mIsNegated;
+  }
   [[nodiscard]] bool isClosed() const { return mIsClosed; }
   /// Behind the "]", or the end of the pattern.
   [[nodiscard]] std::size_t end() const { return mEnd; }
 
  private:
-  static constexpr std::size_t kCharacters = 256;
-
   // Ranges go by signed bytes, on any machine.
   static std::size_t indexOf(char c) {
     return static_cast<std::size_t>(static_cast<signed char>(c) - SCHAR_MIN);
   }
 
-  std::array<bool, kCharacters> mHolds{};
+  // The end of the longest range that begins at each character; one that stands the
+  // wrong way round ends before it begins. So a member takes no longer for its width.
+  std::array<std::uint16_t, 256> mEnds{};
+  bool mIsNegated = false;
   bool mIsClosed = false;
   std::size_t mEnd = 0;
 };
@@ -98,11 +92,7 @@ class CharacterSet {
 template <std::size_t kPlaces>
 class Ways {
  public:
-  Ways(std::string_view pattern, std::string_view path) : mPattern(pattern), mPath(path) {
-    for (std::size_t t = 0; t < path.size(); ++t) {
-      mOffSlash[t] = path[t] != '/';
-    }
-  }
+  Ways(std::string_view pattern, std::string_view path) : mPattern(pattern), mPath(path) {}
 
   Result follow(std::size_t p, std::size_t t) {
     mPlaces.set(t);
@@ -125,7 +115,7 @@ class Ways {
           p = passList(p);
           break;
         default:
-          if (isWildcard(mPattern, p) && c == '/') {
+          if (c == '/' && isWildcard(mPattern, p)) {
             p = passSlashes(p);
           } else {
             takeOne(p, [c](char found) { return c == '?' || c == found; });
@@ -146,8 +136,10 @@ class Ways {
       mResult = p;
     }
     Places next;
-    for (std::size_t t = 0; t < mPath.size(); ++t) {
-      if (mPlaces[t] && fits(mPath[t])) {
+    // In the order of the path, as its end is the last. Both compilers here use the
+    // library that has these two.
+    for (std::size_t t = mPlaces._Find_first(); t < mPath.size(); t = mPlaces._Find_next(t)) {
+      if (fits(mPath[t])) {
         next.set(t + 1);
       }
     }
@@ -155,8 +147,14 @@ class Ways {
   }
 
   std::size_t passStars(std::size_t p) {
+    if (!mOffSlash) {
+      mOffSlash.emplace();
+      for (std::size_t t = 0; t < mPath.size(); ++t) {
+        (*mOffSlash)[t] = mPath[t] != '/';
+      }
+    }
     for (;;) {
-      const Places next = mPlaces | ((mPlaces & mOffSlash) << 1);
+      const Places next = mPlaces | ((mPlaces & *mOffSlash) << 1);
       if (next == mPlaces) {
         return std::min(mPattern.find_first_not_of('*', p), mPattern.size());
       }
@@ -166,11 +164,8 @@ class Ways {
 
   // The last slash of the row stays, to be met as a plain one.
   std::size_t passSlashes(std::size_t p) {
-    bool passedOne = false;
-    for (std::size_t t = 0; t < mPath.size(); ++t) {
-      if (mPlaces[t]) {
-        passedOne = true;
-      } else if (passedOne && !mOffSlash[t]) {
+    for (std::size_t t = mPlaces._Find_first(); t < mPath.size(); ++t) {
+      if (mPath[t] == '/') {
         mPlaces.set(t);
       }
     }
@@ -229,28 +224,34 @@ class Ways {
   const std::string_view mPattern;
   const std::string_view mPath;
   Places mPlaces;
-  Places mOffSlash;
+  std::optional<Places> mOffSlash;
   std::optional<std::array<Places, 256>> mPlacesOf;
   Result mResult;
 };
 
 }  // namespace
 
-Result matchOscPattern(std::string_view pattern, std::string_view path) {
-  // Most addresses hold no wildcard, and the others begin without.
-  const std::size_t common = std::min(pattern.size(), path.size());
+std::size_t findOscWildcard(std::string_view pattern) {
   std::size_t p = 0;
-  while (p < common && pattern[p] == path[p] && !isWildcard(pattern, p)) {
+  while (p < pattern.size() && !isWildcard(pattern, p)) {
     ++p;
   }
-  if (p == pattern.size() || !isWildcard(pattern, p)) {
-    return p == path.size() ? Result(p) : Result();
+  return p;
+}
+
+Result matchOscPattern(std::string_view pattern, std::size_t wildcard, std::string_view path) {
+  const std::size_t plain = std::min(wildcard, path.size());
+  if (pattern.substr(0, plain) != path.substr(0, plain)) {
+    return {};
+  }
+  if (plain < wildcard || wildcard == pattern.size()) {
+    return plain == path.size() ? Result(plain) : Result();
   }
   if (path.size() < 64) {
-    return Ways<64>(pattern, path).follow(p, p);
+    return Ways<64>(pattern, path).follow(plain, plain);
   }
   OscAssert(path.size() <= kLongestOscPath, "path.size() <= kLongestOscPath", __func__);
-  return std::make_unique<Ways<kLongestOscPath + 1>>(pattern, path)->follow(p, p);
+  return std::make_unique<Ways<kLongestOscPath + 1>>(pattern, path)->follow(plain, plain);
 }
 
 }  // namespace velor::oscpkt

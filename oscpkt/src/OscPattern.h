@@ -10,9 +10,14 @@ namespace velor::oscpkt {
 /// The longest path that a pattern is matched with: no datagram's address is longer.
 inline constexpr std::size_t kLongestOscPath = 65535;
 
+/// The offset of the first character of a pattern that stands for more than itself; the
+/// pattern's size when there is none. Most addresses that are received are plain.
+std::size_t findOscWildcard(std::string_view pattern);
+
 /// Matches an address pattern (OSC 1.0, and the "//" of OSC 1.1, which stands for any
-/// levels between) with a path of the program, which holds no wildcards. The result is
-/// how far into the pattern it leads, as an offset:
+/// levels between) with a path of the program, which holds no wildcards. `wildcard` is
+/// what findOscWildcard tells of the pattern. The result is how far into the pattern the
+/// path leads, as an offset:
 ///
 /// - the pattern's size when all of the pattern stands for all of the path;
 /// - less when the path ends inside the pattern, or when a set or a list of alternatives
@@ -28,6 +33,7 @@ inline constexpr std::size_t kLongestOscPath = 65535;
 /// paths of up to 63 characters, and nothing allocates then. Longer paths take more. Any
 /// thread. Realtime-safe: for such paths, but a pattern of a datagram's size takes tenths
 /// of a millisecond.
-std::optional<std::size_t> matchOscPattern(std::string_view pattern, std::string_view path);
+std::optional<std::size_t> matchOscPattern(std::string_view pattern, std::size_t wildcard,
+                                           std::string_view path);
 
 }  // namespace velor::oscpkt

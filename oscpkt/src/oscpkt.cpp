@@ -88,7 +88,8 @@ bool OscArgCursor::isFullyRead() const {
 
 // --- Message
 
-Message::Message(std::string address) : mAddress(std::move(address)) {}
+Message::Message(std::string address)
+    : mAddress(std::move(address)), mWildcard(findOscWildcard(mAddress)) {}
 
 Message::Message(const std::uint8_t* data, std::size_t size, std::uint64_t timeTag) {
   buildFromRawData(data, size, timeTag);
@@ -109,6 +110,7 @@ void Message::buildFromRawData(const std::uint8_t* data, std::size_t size, std::
     return;
   }
   mAddress.assign(text, addressEnd);
+  mWildcard = findOscWildcard(mAddress);
 
   const std::size_t tags = padded(addressEnd + 1);
   const std::size_t tagsEnd = findZero(tags);
@@ -140,16 +142,22 @@ void Message::buildFromRawData(const std::uint8_t* data, std::size_t size, std::
 
 // The offset of the next zero byte; the size when there is none.
 std::size_t Message::findZero(std::size_t from) const {
-  const std::uint8_t* const end = mStorage.data() + mStorage.size();
-  return static_cast<std::size_t>(std::find(mStorage.data() + from, end, std::uint8_t{0}) -
-                                  mStorage.data());
+  const std::string_view text(reinterpret_cast<const char*>(mStorage.data()), mStorage.size());
+  return std::min(text.find('\0', from), text.size());
 }
 
 // Whether what ends at `end` lies inside, with zeros behind it up to a multiple of four.
 bool Message::isPadded(std::size_t end) const {
-  const std::uint8_t* const bytes = mStorage.data();
-  return padded(end) <= mStorage.size() &&
-         std::all_of(bytes + end, bytes + padded(end), [](std::uint8_t b) { return b == 0; });
+  const std::size_t next = padded(end);
+  if (next > mStorage.size()) {
+    return false;
+  }
+  for (; end < next; ++end) {
+    if (mStorage.data()[end] != 0) {
+      return false;
+    }
+  }
+  return true;
 }
 
 // The size in bytes of the argument at `p`, which may still pass the end.
@@ -180,12 +188,20 @@ std::size_t Message::getArgSize(char tag, std::size_t p) {
   }
 }
 
+// Most addresses are plain, and each is matched several times.
+
 OscArgCursor Message::partialMatch(std::string_view path) const {
-  return {*this, mError == OscOk && matchOscPattern(mAddress, path).has_value()};
+  if (mWildcard == mAddress.size()) {
+    return {*this, mAddress.starts_with(path)};
+  }
+  return {*this, matchOscPattern(mAddress, mWildcard, path).has_value()};
 }
 
 OscArgCursor Message::fullMatch(std::string_view path) const {
-  return {*this, mError == OscOk && matchOscPattern(mAddress, path) == mAddress.size()};
+  if (mWildcard == mAddress.size()) {
+    return {*this, mAddress == path};
+  }
+  return {*this, matchOscPattern(mAddress, mWildcard, path) == mAddress.size()};
 }
 
 void Message::pushFloat(float value) {

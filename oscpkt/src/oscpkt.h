@@ -133,6 +133,8 @@ class Message {
 
   std::uint64_t mTimeTag = kOscImmediately;
   std::string mAddress;
+  // Where the address begins to be a pattern.
+  std::size_t mWildcard = 0;
   std::string mTypeTags;
   std::vector<Span> mArgumentSpans;
   OscByteBuffer mStorage;
