@@ -98,6 +98,7 @@ Message::Message(const std::uint8_t* data, std::size_t size, std::uint64_t timeT
 void Message::buildFromRawData(const std::uint8_t* data, std::size_t size, std::uint64_t timeTag) {
   mTimeTag = timeTag;
   mAddress.clear();
+  mWildcard = 0;
   mTypeTags.clear();
   mArgumentSpans.clear();
   mError = OscOk;
