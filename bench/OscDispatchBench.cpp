@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "oscpkt/src/oscpkt.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace velor::oscpkt {
 namespace {
@@ -98,8 +99,8 @@ class Own {
 
 class Liblo {
  public:
-  // A server must have a socket; no datagram meets it.
-  Liblo() : mServer(lo_server_new_with_proto(nullptr, LO_UDP, nullptr)) {
+  // A server must have a socket; no datagram meets it, and no other machine sees it.
+  Liblo() : mServer(lo_server_new_with_proto((mFolder.path() / "s").c_str(), LO_UNIX, nullptr)) {
     if (mServer == nullptr) {
       std::fprintf(stderr, "liblo makes no server\n");
       std::exit(1);
@@ -140,6 +141,7 @@ class Liblo {
     return count(true, hits);
   }
 
+  const test::TemporaryFolder mFolder;
   lo_server mServer;
   Hits mHits{};
 };
