@@ -255,7 +255,7 @@ void VLClock::reportOnMain(const VLClockTransition& row, std::uint32_t receivedF
 }
 
 const VLClockTransition* VLClock::enter(VLClockEvent event) {
-  const VLClockTransition* row = transitionFor(mStatus.load(), event);
+  const VLClockTransition* row = KVTransitionFor(kVLClockTransitions, mStatus.load(), event);
   if (row == nullptr) {
     return nullptr;
   }
@@ -385,7 +385,7 @@ void VLClock::startRunning() {
 }
 
 bool VLClock::beginRun() {
-  if (transitionFor(mStatus.load(), VLClockEvent::runRequested) == nullptr) {
+  if (KVTransitionFor(kVLClockTransitions, mStatus.load(), VLClockEvent::runRequested) == nullptr) {
     return false;
   }
   mCounter.store(0);

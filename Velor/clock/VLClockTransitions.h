@@ -2,9 +2,9 @@
 #pragma once
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
 
+#include "Kv-Appkit/KVTransitions.h"
 #include "Velor/clock/VLClockStatus.h"
 
 namespace velor {
@@ -68,31 +68,6 @@ inline constexpr std::array<VLClockTransition, 14> kVLClockTransitions{{
     {VLClockArmedWrongFormat, VLClockEvent::formatSet, VLClockArmed, 0},
 }};
 
-namespace detail {
-
-constexpr bool noPairRepeats() {
-  for (std::size_t i = 0; i < kVLClockTransitions.size(); ++i) {
-    for (std::size_t j = 0; j < i; ++j) {
-      if (kVLClockTransitions[i].from == kVLClockTransitions[j].from &&
-          kVLClockTransitions[i].event == kVLClockTransitions[j].event) {
-        return false;
-      }
-    }
-  }
-  return true;
-}
-static_assert(noPairRepeats(), "one status and one event lead to one place");
-
-}  // namespace detail
-
-/// The row for the pair, or null.
-constexpr const VLClockTransition* transitionFor(VLClockStatus from, VLClockEvent event) noexcept {
-  for (const VLClockTransition& row : kVLClockTransitions) {
-    if (row.from == from && row.event == event) {
-      return &row;
-    }
-  }
-  return nullptr;
-}
+static_assert(KVNoPairRepeats(kVLClockTransitions), "one status and one event lead to one place");
 
 }  // namespace velor
