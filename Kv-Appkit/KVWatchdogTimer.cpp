@@ -3,21 +3,9 @@
 
 #include <utility>
 
+#include "Kv-Appkit/KVNanosecondsFromSeconds.h"
+
 namespace velor {
-namespace {
-
-// Truncated. What no clock can wait for, not-a-number included, becomes 0 or 292
-// years, so that adding it to the host time never wraps.
-std::uint64_t nanosecondsOf(double seconds) noexcept {
-  constexpr double kLimit = 0x1p63;
-  const double ns = seconds * 1e9;
-  if (!(ns > 0)) {
-    return 0;
-  }
-  return static_cast<std::uint64_t>(ns < kLimit ? ns : kLimit);
-}
-
-}  // namespace
 
 std::shared_ptr<KVWatchdogTimer> KVWatchdogTimer::make(double seconds, std::function<void()> action,
                                                        host::Queue& queue) {
@@ -37,7 +25,7 @@ KVWatchdogTimer::KVWatchdogTimer(std::function<void()> action)
     : mHost(host::current()), mAction(std::move(action)) {}
 
 void KVWatchdogTimer::setTimeInterval(double seconds) noexcept {
-  mInterval.store(nanosecondsOf(seconds));
+  mInterval.store(KVNanosecondsFromSeconds(seconds));
   setDeadline(mHost.AudioGetCurrentHostTime());
 }
 
@@ -50,7 +38,7 @@ void KVWatchdogTimer::cancel() {
 }
 
 void KVWatchdogTimer::resumeAfter(double seconds) {
-  mHost.mainQueue().after(nanosecondsOf(seconds), [weak = weak_from_this()] {
+  mHost.mainQueue().after(KVNanosecondsFromSeconds(seconds), [weak = weak_from_this()] {
     if (const auto self = weak.lock()) {
       self->mTimer->resume();
     }
