@@ -41,22 +41,25 @@ std::uint64_t mtc_quarter_frame_interval(std::uint32_t type) noexcept {
   return std::isnan(interval) ? 0 : static_cast<std::uint64_t>(interval);
 }
 
+void mtc_quarter_frames(const SMPTETime& time, std::uint64_t sendTime, std::uint64_t interval,
+                        midi::MIDIPacketList* list) noexcept {
+  midi::MIDIPacket* packet = midi::MIDIPacketListInit(list);
+  for (std::uint8_t code = 0; code < kMTCPieces; ++code) {
+    const auto bytes = quarterFrame(time, code);
+    packet = midi::MIDIPacketListAdd(list, kBlockListBytes, packet, sendTime + code * interval,
+                                     bytes.size(), bytes.data());
+    KV_ASSERT(packet != NULL);  // NOLINT(modernize-use-nullptr): the condition is the text
+  }
+}
+
 void sendTime(const KVMIDIEndpoint& endpoint, const SMPTETime& time, std::uint64_t timestamp,
               midi::MIDIPortRef port) {
   const std::uint64_t quarterFrameInterval = mtc_quarter_frame_interval(time.mType);
   SMPTETime sent = time;
   ltc_add_frames(sent, kMTCFramesPerBlock);
-
   midi::MIDIPacketList list;
-  midi::MIDIPacket* packet = midi::MIDIPacketListInit(&list);
-  std::uint64_t sendTime = timestamp + kMTCPieces * quarterFrameInterval;
-  for (std::uint8_t code = 0; code < kMTCPieces; ++code) {
-    const auto bytes = quarterFrame(sent, code);
-    packet = midi::MIDIPacketListAdd(&list, kBlockListBytes, packet, sendTime, bytes.size(),
-                                     bytes.data());
-    KV_ASSERT(packet != NULL);  // NOLINT(modernize-use-nullptr): the condition is the text
-    sendTime += quarterFrameInterval;
-  }
+  mtc_quarter_frames(sent, timestamp + kMTCPieces * quarterFrameInterval, quarterFrameInterval,
+                     &list);
   midi::service().MIDISend(port, endpoint.endpoint(), &list);
 }
 

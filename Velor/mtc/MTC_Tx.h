@@ -7,12 +7,17 @@
 #include "kvtimecode/SMPTETime.h"
 #include "platform/midi/MIDITypes.h"
 
-// Sends MIDI Time Code. Stateless: any thread, and on the timing path: the two
+// Sends MIDI Time Code. Stateless: any thread, and on the timing path: those
 // that carry time allocate nothing. What becomes of a message is not told.
 namespace velor {
 
 /// A quarter of a frame, ns, truncated; 0 for what is no format.
 std::uint64_t mtc_quarter_frame_interval(std::uint32_t type) noexcept;
+
+/// Makes the list of the eight quarter-frames of `time`: the first for the host time
+/// `sendTime` (ns), each next one `interval` (ns) later.
+void mtc_quarter_frames(const SMPTETime& time, std::uint64_t sendTime, std::uint64_t interval,
+                        midi::MIDIPacketList* list) noexcept;
 
 /// Schedules the eight quarter-frames of one block. `time`, of one of the seven
 /// formats, is the time at the host time `timestamp` (ns). What goes out is the
