@@ -1,0 +1,309 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/mtc/VLMTC.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "kvtimecode/ltc_utils.h"
+#include "tests/support/MIDITest.h"
+#include "tests/velor/mtc/MTCPackets.h"
+
+namespace velor {
+namespace {
+
+constexpr std::uint64_t kMs = 1'000'000;
+constexpr std::uint64_t kQuarterFrame = 10 * kMs;
+constexpr std::uint64_t kBlock = 8 * kQuarterFrame;
+constexpr unsigned kRate25 = 1;
+
+struct Packet {
+  std::uint64_t time;
+  std::uint8_t piece;
+  bool operator==(const Packet&) const = default;
+};
+
+class VLMTCTest : public MIDITest {
+ protected:
+  VLMTCTest() {
+    mTable.MIDIClientCreate("test", nullptr, nullptr, &mClient);
+    mTable.MIDIInputPortCreate(
+        mClient, "in",
+        [](const midi::MIDIPacketList* packets, void* refCon, void*) {
+          auto& test = *static_cast<VLMTCTest*>(refCon);
+          midi::forEachPacket(*packets, [&test](const midi::MIDIPacket& packet) {
+            EXPECT_LE(test.now(), packet.timeStamp + test.mLatest);
+            test.mPackets.push_back({packet.timeStamp, packet.data[1]});
+          });
+        },
+        this, &mPort);
+    make();
+  }
+  ~VLMTCTest() override {
+    if (mMtc != nullptr) {
+      VLMTCDispose(mMtc);
+    }
+  }
+
+  void make() {
+    if (mMtc != nullptr) {
+      VLMTCDispose(mMtc);
+    }
+    EXPECT_EQ(VLMTCCreate(&mMtc), 0);
+    midi::MIDIEndpointRef source = 0;
+    EXPECT_EQ(VLMTCCreateSource(&source, "LTC Reader 1", mClient), 0);
+    mTable.MIDIPortConnectSource(mPort, source, nullptr);
+    VLMTCSetSource(mMtc, source);
+    VLMTCSetStateCallback(mMtc, &VLMTCTest::note, this);
+  }
+
+  static void note(VLMTC* mtc, VLMTCState state, void* refCon) {
+    auto& test = *static_cast<VLMTCTest*>(refCon);
+    test.mStates += (test.mStates.empty() ? "" : " ") + stringFromFourCC(state);
+    EXPECT_EQ(mtc, test.mMtc);
+    if (state == test.mDisposeOn) {
+      VLMTCDispose(std::exchange(test.mMtc, nullptr));
+    }
+  }
+
+  // Times from a frame on, every second one, and the two frames after the last.
+  void readFrom(std::int32_t frame, int count, std::uint64_t block = kBlock,
+                std::uint32_t type = kSMPTETimeType25) {
+    for (int i = 0; i < count; ++i) {
+      const SMPTETime time = ltc_smptetime_from_frame_number(frame + 2 * i, type);
+      {
+        const host::RealtimeContext realtime;
+        EXPECT_EQ(VLMTCSendTime(realtime, mMtc, &time, now()), mStatus);
+      }
+      mHost.advance(block);
+    }
+  }
+
+  // What came since the last look: `count` blocks on the grid that begins at `start`,
+  // with the times of `frame` and every second one on.
+  void expectBlocks(std::uint64_t start, std::int32_t frame, std::size_t count,
+                    std::uint64_t quarterFrame = kQuarterFrame) {
+    std::vector<Packet> expected;
+    for (; expected.size() < count * 8; frame += 2) {
+      const auto n = static_cast<unsigned>(frame);
+      for (const std::uint8_t piece :
+           quarterFrames(n / 90000, n / 1500 % 60, n / 25 % 60, n % 25, kRate25)) {
+        expected.push_back({start + expected.size() * quarterFrame, piece});
+      }
+    }
+    const auto packets = std::exchange(mPackets, {});
+    EXPECT_EQ(packets.size(), expected.size());
+    EXPECT_TRUE(packets == expected);
+  }
+
+  std::uint64_t now() const { return mHost.AudioGetCurrentHostTime(); }
+  // The flags, and the frame number of the time last sent.
+  std::string state(std::int32_t* frame = nullptr) const {
+    SMPTETime time;
+    bool reading = false;
+    bool freewheeling = false;
+    EXPECT_EQ(VLMTCGetTime(mMtc, &time, &reading, &freewheeling), 0);
+    if (frame != nullptr) {
+      *frame = ltc_frame_number_from_smptetime(time);
+    }
+    return std::string(reading ? "reading" : "idle") + (freewheeling ? " freewheeling" : "");
+  }
+  std::string told() { return std::exchange(mStates, {}); }
+
+  midi::MIDIClientRef mClient = 0;
+  midi::MIDIPortRef mPort = 0;
+  VLMTC* mMtc = nullptr;
+  std::vector<Packet> mPackets;
+  std::string mStates;
+  std::uint32_t mDisposeOn = 0;
+  std::uint64_t mLatest = kMs / 2;  // of a piece, after its time: the leeway of the timer
+  std::int32_t mStatus = 0;         // that sending gives
+};
+
+TEST_F(VLMTCTest, ABlockHoldsTheTimeTwoFramesOnAtTheMeasuredRate) {
+  // A quarter of a frame at 24.9 frames per second, to the whole nanosecond.
+  constexpr std::uint64_t kMeasured = 10'040'160;
+  EXPECT_EQ(VLMTCSetFramerate(mMtc, 24.9), 0);
+  const std::uint64_t start = now();
+  readFrom(22, 5, 8 * kMeasured);
+  EXPECT_EQ(told(), "rdst dcfr") << "of 25, after the format of a new record";
+  std::int32_t frame = 0;
+  EXPECT_EQ(state(&frame), "reading");
+  EXPECT_EQ(frame, 32);
+  mHost.advance(8 * kMeasured - 1);
+  expectBlocks(start + 8 * kMeasured, 24, 5, kMeasured);
+}
+
+TEST_F(VLMTCTest, AFreewheelGoesOnWithoutASeamForItsTime) {
+  const std::uint64_t start = now();
+  readFrom(89990, 10);  // over the hour
+  // The last was read 80 ms ago; silence is known 160 ms after it.
+  mHost.advance(kBlock - 1);
+  EXPECT_EQ(told(), "rdst dcfr");
+  mHost.advance(1);
+  EXPECT_EQ(told(), "fwst");
+  EXPECT_EQ(state(), "reading freewheeling");
+  mHost.advance(5000 * kMs - 1);
+  EXPECT_EQ(told(), "");
+  mHost.advance(1);
+  EXPECT_EQ(told(), "fwsp");
+  EXPECT_EQ(state(), "idle");
+  mHost.advance(3600'000 * kMs);
+  // Each 80 ms from the silence on, and 5000 ms later is behind the 63rd.
+  expectBlocks(start + kBlock, 89992, 10 + 63);
+  EXPECT_EQ(told(), "");
+}
+
+TEST_F(VLMTCTest, WhenLTCReturnsAllButItsFirstTimeGoesOutAndNothingGoesBack) {
+  const std::uint64_t start = now();
+  readFrom(100, 2);
+  mHost.advance(10 * kBlock);
+  told();
+  readFrom(124, 1);
+  EXPECT_EQ(told(), "resm rdst");
+  std::int32_t frame = 0;
+  EXPECT_EQ(state(&frame), "reading");
+  EXPECT_EQ(frame, 122) << "of the freewheel's last block";
+  expectBlocks(start + kBlock, 102, 11);
+  const std::uint64_t second = now();
+  readFrom(126, 2);
+  mHost.advance(kBlock);
+  EXPECT_EQ(told(), "fwst");
+  // The end of the first freewheel comes and must not touch the second one.
+  mHost.advance(5000 * kMs - 1);
+  EXPECT_EQ(state(), "reading freewheeling");
+  mHost.advance(1);
+  EXPECT_EQ(told(), "fwsp");
+  mHost.advance(10 * kBlock);
+  expectBlocks(second + kBlock, 128, 2 + 63);
+
+  // What is not sent leaves its format to be told of again.
+  readFrom(0, 1);
+  mHost.advance(kBlock);
+  told();
+  readFrom(60, 3, kBlock, kSMPTETimeType30);
+  EXPECT_EQ(told(), "resm rdst dcfr dcfr");
+}
+
+TEST_F(VLMTCTest, NoFreewheelTimeEndsAtOnceAndANegativeOneOnRequest) {
+  EXPECT_EQ(VLMTCSetFreewheelTime(mMtc, 0), 0);
+  const std::uint64_t start = now();
+  readFrom(0, 3);
+  EXPECT_EQ(VLMTCStopFreewheeling(mMtc), -1) << "while reading";
+  mHost.advance(10 * kBlock);
+  EXPECT_EQ(told(), "rdst dcfr fwsp fwsp");
+  EXPECT_EQ(state(), "idle");
+  expectBlocks(start + kBlock, 2, 3);
+
+  EXPECT_EQ(VLMTCSetFreewheelTime(mMtc, -0.5), 0);
+  const std::uint64_t second = now();
+  readFrom(0, 1);
+  mHost.advance(45'000 * kBlock + kMs);  // an hour
+  bool freewheeling = false;
+  EXPECT_EQ(VLMTCIsFreewheeling(mMtc, &freewheeling), 0);
+  EXPECT_TRUE(freewheeling);
+  EXPECT_EQ(VLMTCStopFreewheeling(mMtc), 0);
+  EXPECT_EQ(VLMTCStopFreewheeling(mMtc), -1);
+  mHost.advance(10 * kBlock);
+  EXPECT_EQ(told(), "rdst fwst fwsp");
+  expectBlocks(second + kBlock, 2, 45'000 + 1);
+}
+
+TEST_F(VLMTCTest, ALateTimeFindsTheTimerSilentAndTheNextOnesPutItOff) {
+  const std::uint64_t start = now();
+  readFrom(0, 3);
+  // Later than the timer by half of a block, and sooner than silence.
+  mHost.advance(kBlock / 2);
+  const std::uint64_t late = now();
+  readFrom(6, 1, kBlock - 1);
+  expectBlocks(start + kBlock, 2, 3);
+  mHost.advance(1);
+  readFrom(8, 2);
+  mHost.advance(5 * kBlock);
+  expectBlocks(late + kBlock, 8, 3 + 4);
+}
+
+TEST_F(VLMTCTest, WhatIsOutOfRangeIsRefusedAndChangesNothing) {
+  double value = 0;
+  EXPECT_EQ(VLMTCSetFramerate(mMtc, 29.97), 0);
+  for (const double bad : {60.0, 31.01, 22.99, std::nan(""), HUGE_VAL}) {
+    EXPECT_EQ(VLMTCSetFramerate(mMtc, bad), -1);
+  }
+  EXPECT_EQ(VLMTCGetFramerate(mMtc, &value), 0);
+  EXPECT_NEAR(value, 29.97, 1e-5);
+  EXPECT_NE(value, 29.97);
+  for (const double bad :
+       {HUGE_VAL, -HUGE_VAL, std::nan(""), std::numeric_limits<double>::denorm_min()}) {
+    EXPECT_EQ(VLMTCSetFreewheelTime(mMtc, bad), -50);
+  }
+  EXPECT_EQ(VLMTCGetFreewheelTime(mMtc, &value), 0);
+  EXPECT_EQ(value, 5.0);
+  EXPECT_EQ(VLMTCSetStateCallback(nullptr, nullptr, nullptr), -50);
+
+  // The very highest rate reads back as beyond the range; times go out all the same.
+  EXPECT_EQ(VLMTCSetFramerate(mMtc, 31.0), 0);
+  EXPECT_EQ(VLMTCGetFramerate(mMtc, &value), -1);
+  readFrom(0, 3);
+  mHost.advance(kBlock);
+  EXPECT_EQ(told(), "rdst dcfr");
+  EXPECT_EQ(mPackets.size(), 24U);
+
+  // What the service refuses is known with the time after it.
+  VLMTCSetSource(mMtc, 0);
+  readFrom(0, 1);
+  mStatus = midi::kMIDIUnknownEndpoint;
+  readFrom(2, 1);
+}
+
+using VLMTCDeathTest = VLMTCTest;
+
+TEST_F(VLMTCDeathTest, ANullRecordEndsTheProgramWithTheCondition) {
+  EXPECT_DEATH(VLMTCSetFramerate(nullptr, 25), "mtc!= NULL");
+  EXPECT_DEATH(VLMTCGetFramerate(nullptr, nullptr), "mtc != NULL");
+  EXPECT_DEATH(VLMTCGetFramerate(mMtc, nullptr), "outFrameRate != NULL");
+  EXPECT_DEATH(VLMTCDispose(nullptr), "mtc != NULL");
+}
+
+TEST_F(VLMTCTest, NothingIsSentOrToldOnceTheRecordIsDisposedOf) {
+  // Ends at each 10 ms of a life with two freewheels of 0.3 s, the second to its end.
+  for (std::uint64_t last = 0; last < 120; ++last) {
+    make();
+    VLMTCSetFreewheelTime(mMtc, 0.3);
+    for (std::uint64_t step = 0; step <= last; ++step) {
+      if (step % 8 == 0 && (step < 24 || (step >= 48 && step < 64))) {
+        readFrom(static_cast<std::int32_t>(step / 4), 1, step < last ? 10 * kMs : last % 2);
+      } else {
+        mHost.advance(step < last ? 10 * kMs : last % 2);
+      }
+    }
+    VLMTCDispose(std::exchange(mMtc, nullptr));
+    told();
+    mPackets.clear();
+    const std::uint64_t disposed = now();
+    mHost.advance(6000 * kMs);
+    EXPECT_EQ(told(), "");
+    // What was sent before waits in the service for its time, two blocks at most.
+    EXPECT_TRUE(mPackets.empty() || mPackets.back().time < disposed + 2 * kBlock);
+  }
+  mLatest = 2 * kBlock;  // of a freewheel from before a time that was not sent
+  for (const VLMTCState state :
+       {kVLMTCDidStartReading, kVLMTCDidChangeFramerate, kVLMTCDidStartFreewheel,
+        kVLMTCDidStopFreewheel, kVLMTCDidResume}) {
+    make();
+    VLMTCSetFreewheelTime(mMtc, 0.3);
+    mDisposeOn = state;
+    for (int i = 0; i < 3 && mMtc != nullptr; ++i) {
+      readFrom(0, 1, (i == 1 ? 600 : 300) * kMs);
+    }
+    EXPECT_EQ(mMtc, nullptr) << "disposed of in the report " << stringFromMTCState(state);
+    told();
+    mHost.advance(6000 * kMs);
+    EXPECT_EQ(told(), "");
+  }
+}
+
+}  // namespace
+}  // namespace velor
