@@ -27,8 +27,7 @@ constexpr double kMostRatePercent = 2;
 constexpr double kMostPreroll = 60;     // s
 constexpr double kLoopCorrection = 60;  // s
 constexpr double kDeltaWeight = 0.1;
-constexpr std::uint64_t kLoopCheckDuration = 100'000'000;  // ns
-constexpr std::int64_t kStallLimit = 20'000'000;           // ns, smoothed
+constexpr std::int64_t kStallLimit = 20'000'000;  // ns, smoothed
 
 // Calls of the proceed callback that may wait on a main queue that is behind;
 // those beyond it are merged, so that the queue does not grow without bound.
@@ -747,47 +746,23 @@ void VLClock::parserDidStopReading(VLMTCParser& /*parser*/) {
 
 void VLClock::doLoopDetection() {
   const auto delegate = this->delegate();
-  if (delegate == nullptr || mLoopCheckUnderWay.load() ||
-      !delegate->clockShouldCheckForMTCLoop(*this) || mLoopCheckUnderWay.exchange(true)) {
+  if (delegate == nullptr || mLoopCheck.isUnderWay() ||
+      !delegate->clockShouldCheckForMTCLoop(*this) || !mLoopCheck.begin()) {
     return;
   }
   mTimerQueue.async([this] {
     mTimerQueue.assertCurrent();
-    sendLoopTokens();
+    mLoopCheck.sendTokens(_mtcSyncSource.load(), mDestinations, mMIDIOutputPort);
   });
-}
-
-void VLClock::sendLoopTokens() {
-  _loopCheckedSyncSource = _mtcSyncSource.load();
-  for (const auto& destination : mDestinations) {
-    mLoopCheckTable.push_back({sendLoopDetectionToken(*destination, mMIDIOutputPort), destination});
-  }
-  mTimerQueue.after(kLoopCheckDuration, [this] {
-    mTimerQueue.assertCurrent();
-    endLoopCheck();
-  });
-}
-
-void VLClock::endLoopCheck() {
-  _loopCheckedSyncSource.reset();
-  mLoopCheckTable.clear();
-  mLoopCheckUnderWay.store(false);
 }
 
 void VLClock::parserDidReceiveLoopToken(VLMTCParser& /*parser*/, std::uint32_t token) {
   bool isChecked = false;
   // On the queue: a token that comes back while others still go out is found.
-  const auto destination =
-      mTimerQueue.sync([this, token, &isChecked]() -> std::shared_ptr<KVMIDIEndpoint> {
-        mTimerQueue.assertCurrent();
-        isChecked = _loopCheckedSyncSource != nullptr;
-        for (const LoopToken& sent : mLoopCheckTable) {
-          if (sent.token == token) {
-            return sent.destination.lock();
-          }
-        }
-        return nullptr;
-      });
+  const auto destination = mTimerQueue.sync([this, token, &isChecked] {
+    isChecked = mLoopCheck.source() != nullptr;
+    return mLoopCheck.destinationOf(token);
+  });
   if (isChecked && destination != nullptr) {
     mHost.mainQueue().async([weak = std::weak_ptr<VLClock>(mSelf), destination] {
       const auto self = weak.lock();
@@ -796,10 +771,8 @@ void VLClock::parserDidReceiveLoopToken(VLMTCParser& /*parser*/, std::uint32_t t
         return;
       }
       // As it is by now: the check may have ended.
-      const auto source = self->mTimerQueue.sync([clock = self.get()] {
-        clock->mTimerQueue.assertCurrent();
-        return clock->_loopCheckedSyncSource;
-      });
+      const auto source =
+          self->mTimerQueue.sync([clock = self.get()] { return clock->mLoopCheck.source(); });
       delegate->clockDetectedMTCLoop(*self, source, destination);
     });
   }

@@ -16,6 +16,7 @@
 #include "Velor/clock/VLClockDelegate.h"
 #include "Velor/clock/VLClockStatus.h"
 #include "Velor/clock/VLClockTransitions.h"
+#include "Velor/clock/VLLoopCheck.h"
 #include "Velor/clock/VLSharedCell.h"
 #include "Velor/mtc/VLMTCParser.h"
 #include "Velor/mtc/VLMTCParserDelegate.h"
@@ -202,13 +203,6 @@ class VLClock final : public KVObservable, public VLMTCParserDelegate {
     SMPTETime end;
   };
 
-  // What went out in a loop check, and to whom; a destination that goes meanwhile
-  // counts for nothing.
-  struct LoopToken {
-    std::uint32_t token;
-    std::weak_ptr<KVMIDIEndpoint> destination;
-  };
-
   // Announces a change of a property around a scope.
   class Change {
    public:
@@ -237,8 +231,6 @@ class VLClock final : public KVObservable, public VLMTCParserDelegate {
   const VLClockTransition* enter(VLClockEvent event) KV_RUNS_ON(mTimerQueue);
 
   void followBlock(const SMPTETime& block, std::uint64_t hostTime) KV_RUNS_ON(mTimerQueue);
-  void sendLoopTokens() KV_RUNS_ON(mTimerQueue);
-  void endLoopCheck() KV_RUNS_ON(mTimerQueue);
 
   void startRunning();
   void stopRunning();
@@ -281,9 +273,7 @@ class VLClock final : public KVObservable, public VLMTCParserDelegate {
   std::uint64_t mTimerInterval KV_ON_QUEUE(mTimerQueue) = 0;         // ns a tick
   std::vector<std::shared_ptr<KVMIDIEndpoint>> mDestinations KV_ON_QUEUE(mTimerQueue);
 
-  std::vector<LoopToken> mLoopCheckTable KV_ON_QUEUE(mTimerQueue);
-  std::shared_ptr<KVMIDIEndpoint> _loopCheckedSyncSource KV_ON_QUEUE(mTimerQueue);
-  std::atomic<bool> mLoopCheckUnderWay{false};
+  VLLoopCheck mLoopCheck{mTimerQueue};
 
   VLSharedCell<std::shared_ptr<KVMIDIEndpoint>> _mtcSyncSource;
   std::shared_ptr<VLMTCParser> mMTCParser;  // set in construction for good
