@@ -17,8 +17,9 @@ OSStatus JackOutputLane::send(const MIDIPacketList& packets, MIDITimeStamp now) 
     }
     Packet packet;
     packet.list = list;
-    packet.atOnce = source.timeStamp == 0;
-    packet.due = packet.atOnce ? now : source.timeStamp;
+    const bool atOnce = source.timeStamp == 0;
+    packet.due = atOnce ? now : source.timeStamp;
+    packet.latest = std::max(packet.due, now) + (atOnce ? kLatestAtOnce : kLatest);
     packet.length = source.length;
     std::memcpy(packet.data.data(), source.data, source.length);
     if (!mArriving.tryPush(std::move(packet))) {

@@ -25,8 +25,9 @@ class JackOutputLane {
   /// Packets that can wait, in each of two places: to be taken up, and for their
   /// cycle. When full, `send` refuses.
   static constexpr std::uint32_t kPackets = 256;
-  /// A packet that could not go out for this long (ns) after its time is dropped
-  /// and counted: a burst of late timecode would only mislead.
+  /// A packet that could not go out for this long (ns) after its time, or after it
+  /// was sent if that was later, is dropped and counted: a burst of timecode from
+  /// before a server stood still would only mislead.
   static constexpr MIDITimeStamp kLatest = 20'000'000;
   /// The same for packets that go at once: they may wait for a connection.
   static constexpr MIDITimeStamp kLatestAtOnce = 2'000'000'000;
@@ -48,7 +49,7 @@ class JackOutputLane {
       if (!isDue(packet, cycle, offset)) {
         break;
       }
-      if (cycle.startTime > packet.due && cycle.startTime - packet.due > latestOf(packet)) {
+      if (cycle.startTime > packet.latest) {
         mDropped.fetch_add(1, std::memory_order_relaxed);
         continue;
       }
@@ -66,15 +67,12 @@ class JackOutputLane {
  private:
   struct Packet {
     MIDITimeStamp due = 0;
-    std::uint32_t list = 0;  // the list that it came in
-    bool atOnce = false;
+    MIDITimeStamp latest = 0;  // dropped from then on
+    std::uint32_t list = 0;    // the list that it came in
     std::uint16_t length = 0;
     std::array<std::uint8_t, kMaxPacketBytes> data{};
   };
 
-  static MIDITimeStamp latestOf(const Packet& packet) noexcept {
-    return packet.atOnce ? kLatestAtOnce : kLatest;
-  }
   void takeUp(const host::RealtimeContext& realtime) noexcept;
   bool isDue(const Packet& packet, const jack::JackCycle& cycle, std::uint32_t& offset) noexcept;
   void removeFirst(std::uint32_t count) noexcept;

@@ -117,15 +117,24 @@ TEST(JackOutputLane, WritesInTheOrderOfTimesWhateverTheOrderOfSending) {
             (std::vector<Written>{{4048, 30}, {4240, 20}, {4720, 21}, {5200, 10}, {5680, 11}}));
 }
 
-TEST(JackOutputLane, LatePacketsGoOutAtOnceAndVeryLateOnesAreDroppedAndCounted) {
+TEST(JackOutputLane, LatePacketsGoOutAtOnceAndThoseThatWaitedTooLongAreDroppedAndCounted) {
   JackOutputLane lane;
   Callback callback(48000, 480);
   lane.send(List(kStart - 15 * kMs, kMs, 1, 1).get(), kStart - 60 * kMs);
   lane.send(List(kStart - 25 * kMs, kMs, 1, 2).get(), kStart - 60 * kMs);
   lane.send(List(0, 0, 1, 3).get(), kStart - 1500 * kMs);  // waited for its connection
   lane.send(List(0, 0, 1, 4).get(), kStart - 2500 * kMs);
+  // Late from its sender, as timecode is that goes on without its source.
+  lane.send(List(kStart - 45 * kMs, 10 * kMs, 6, 5).get(), kStart - 15 * kMs);
   callback.run(lane);
-  EXPECT_EQ(callback.written(), (std::vector<Written>{{4000, 3}, {4000, 1}}));
+  EXPECT_EQ(callback.written(), (std::vector<Written>{{4000, 3},
+                                                      {4000, 5},
+                                                      {4000, 6},
+                                                      {4000, 7},
+                                                      {4000, 1},
+                                                      {4000, 8},
+                                                      {4000, 9},
+                                                      {4240, 10}}));
   EXPECT_EQ(lane.dropped(), 2U);
 }
 
