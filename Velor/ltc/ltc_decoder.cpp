@@ -1,0 +1,281 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/ltc/ltc_decoder.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <mutex>
+#include <new>
+
+#include "kvtimecode/ltc_frame.h"
+#include "kvtimecode/ltc_utils.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace velor {
+
+namespace {
+
+constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+
+// The middle of the rates that are read, 23 to 31: what is looked for when a signal
+// has gone. Two thirds of its bit lie between the half and the whole bit of them all.
+constexpr double kSearchRate = 27.5;
+
+// How far the rate may leave that of the classifier, as a part of it.
+constexpr double kHysteresis = 0.01;
+
+constexpr double kNewLengthWeight = 0.1;
+
+// A frame takes 43 ms at most, so that without one for a 20th of a second there is none.
+constexpr double kStallsPerSecond = 20.0;
+
+struct Consumer {
+  LTCDecoderCallback callback = nullptr;
+  void* refCon = nullptr;
+};
+
+}  // namespace
+
+struct ltc_decoder {
+  // Constant since ltc_decoder_init.
+  double sampleRate = 0;
+  std::uint64_t hostTicksPerSample = 0;
+  std::uint64_t stallLength = 0;  // samples
+  ltc_frame* frame = nullptr;
+
+  // What other threads set. The processing thread only ever tries the lock.
+  std::mutex lock;
+  Consumer consumer;
+  std::atomic<bool> consumerChanged{false};  // set under the lock
+
+  // The processing thread's own.
+  struct {
+    std::uint64_t lastSign = 0;  // of the sample before, 1 for negative
+    std::uint64_t lastEdgeSample = 0;
+    std::uint64_t lastEdgeHostTime = 0;
+    float samplesPerBit = 0;
+    bool halfBitSeen = false;
+    double bitClockRate = 0;               // frames per second that samplesPerBit is for
+    std::uint64_t lastFrameSample = 0;     // where the last frame ended; 0 for none
+    std::uint64_t lastGoodSample = 0;      // where the last one of a plausible rate ended
+    double averageFrameLength = kUnknown;  // samples
+    SMPTETime time;                        // keeps format and counter between frames
+    std::array<std::uint8_t, kLTCUserBytes> userBits{};
+    Consumer consumer;
+  } rt;
+};
+
+namespace {
+
+// Sample times are whole numbers. A negative one counts up to 0 by wrapping, like the
+// numbers of the samples behind it; what is no number of a sample is 0.
+std::uint64_t sampleNumberOf(double sampleTime) noexcept {
+  constexpr double kLimit = 0x1p63;
+  return sampleTime >= -kLimit && sampleTime < kLimit
+             ? static_cast<std::uint64_t>(static_cast<std::int64_t>(sampleTime))
+             : 0;
+}
+
+bool isRate(double rate) noexcept {
+  return std::isnormal(rate) && rate > 0;
+}
+
+void tuneTo(ltc_decoder& decoder, double rate) noexcept {
+  decoder.rt.samplesPerBit =
+      static_cast<float>(decoder.sampleRate / rate / static_cast<double>(kLTCFrameBits));
+  decoder.rt.bitClockRate = rate;
+}
+
+// Sign bits: of -0.0 too, and of what is no number.
+constexpr std::size_t kBlock = 64;
+
+std::uint64_t signsOf(const float* samples, std::size_t count) noexcept {
+  std::uint64_t signs = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    signs |= static_cast<std::uint64_t>(std::bit_cast<std::uint32_t>(samples[i]) >> 31U) << i;
+  }
+  return signs;
+}
+
+#if defined(__SSE2__)
+// Narrowing from 32 to 16 and to 8 bits is with saturation, which keeps the signs.
+std::uint64_t signsOfBlock(const float* samples) noexcept {
+  const auto four = [samples](std::size_t i) {
+    return _mm_castps_si128(_mm_loadu_ps(samples + i));
+  };
+  std::uint64_t signs = 0;
+  for (std::size_t i = 0; i < kBlock; i += 16) {
+    const __m128i low = _mm_packs_epi32(four(i), four(i + 4));
+    const __m128i high = _mm_packs_epi32(four(i + 8), four(i + 12));
+    const int mask = _mm_movemask_epi8(_mm_packs_epi16(low, high));
+    signs |= static_cast<std::uint64_t>(static_cast<std::uint32_t>(mask)) << i;
+  }
+  return signs;
+}
+#else
+std::uint64_t signsOfBlock(const float* samples) noexcept {
+  return signsOf(samples, kBlock);
+}
+#endif
+
+void takeConsumer(ltc_decoder& decoder) noexcept {
+  if (decoder.consumerChanged.load(std::memory_order_relaxed)) {
+    const std::unique_lock lock(decoder.lock, std::try_to_lock);
+    if (lock.owns_lock()) {
+      decoder.rt.consumer = decoder.consumer;
+      decoder.rt.averageFrameLength = kUnknown;
+      decoder.consumerChanged.store(false, std::memory_order_relaxed);
+    }
+  }
+}
+
+// `hostTime` is that of the frame, as the framer gave it back.
+void takeFrame(ltc_decoder& decoder, std::uint64_t sample, std::uint64_t hostTime) noexcept {
+  auto& rt = decoder.rt;
+  takeConsumer(decoder);
+  std::uint8_t drop = 0;
+  if (ltc_frame_decode(*decoder.frame, rt.time, rt.userBits.data(), drop) != 0) {
+    ltc_frame_reset(decoder.frame);
+    return;
+  }
+  const std::uint64_t begin = rt.lastFrameSample;
+  rt.lastFrameSample = sample;
+  if (begin == 0) {
+    return;
+  }
+  auto length = static_cast<double>(sample - begin);
+  if (std::isnormal(rt.averageFrameLength)) {
+    length = kNewLengthWeight * length + (1.0 - kNewLengthWeight) * rt.averageFrameLength;
+  }
+  rt.averageFrameLength = length;
+  const double fps = std::round(decoder.sampleRate * 1000.0 / length) / 1000.0;
+  if (!ltc_is_valid_frame_rate(fps)) {
+    rt.averageFrameLength = kUnknown;
+    return;
+  }
+  // Of a frame number that no format has the format before stays.
+  static_cast<void>(ltc_detect_frame_format(rt.time, drop, fps));
+  rt.lastGoodSample = sample;
+  if (std::fabs(1.0 - std::fabs(rt.bitClockRate) / fps) > kHysteresis) {
+    tuneTo(decoder, fps);
+  }
+  if (rt.consumer.callback != nullptr && ltc_is_valid(rt.time)) {
+    rt.consumer.callback(rt.time, rt.userBits.data(), rt.consumer.refCon, hostTime, fps);
+  }
+}
+
+// The sign changes with this sample.
+void takeEdge(ltc_decoder& decoder, std::uint64_t sample, std::uint64_t hostTime) noexcept {
+  auto& rt = decoder.rt;
+  const auto delta = static_cast<float>(sample - rt.lastEdgeSample);
+  std::uint64_t frameTime = rt.lastEdgeHostTime;
+  rt.lastEdgeSample = sample;
+  rt.lastEdgeHostTime = hostTime;
+
+  const float bits = delta / rt.samplesPerBit;
+  const float toFull = std::fabs(1.0F - bits);
+  const float toHalf = std::fabs(1.0F - 2.0F * bits);
+  if (toFull == toHalf) {
+    return;  // no time has passed since the edge before
+  }
+  // Any two halves are a one, without regard to the bit in which they lie.
+  const bool half = toHalf < toFull;
+  if (half && !rt.halfBitSeen) {
+    rt.halfBitSeen = true;
+    return;
+  }
+  rt.halfBitSeen = false;
+  if (ltc_frame_push_bit(*decoder.frame, half ? 1 : 0, frameTime)) {
+    takeFrame(decoder, sample, frameTime);
+  }
+}
+
+void forgetSignal(ltc_decoder& decoder) noexcept {
+  auto& rt = decoder.rt;
+  rt.lastGoodSample = 0;
+  rt.lastFrameSample = 0;
+  rt.averageFrameLength = kUnknown;
+  rt.time.mCounter = 0;
+  tuneTo(decoder, kSearchRate);
+}
+
+}  // namespace
+
+std::int32_t ltc_decoder_create(ltc_decoder*& decoder) noexcept {
+  decoder = new (std::nothrow) ltc_decoder;
+  return decoder != nullptr ? 0 : kLTCDecoderNoMemory;
+}
+
+std::int32_t ltc_decoder_init(ltc_decoder* decoder, std::uint64_t hostFrequency, double sampleRate,
+                              double startRate) noexcept {
+  if (decoder == nullptr || hostFrequency == 0 || !isRate(sampleRate) || !isRate(startRate)) {
+    return kLTCDecoderNullArgument;
+  }
+  decoder->frame = ltc_frame_create();
+  if (decoder->frame == nullptr) {
+    return kLTCDecoderNoMemory;
+  }
+  decoder->sampleRate = sampleRate;
+  decoder->hostTicksPerSample =
+      static_cast<std::uint64_t>(static_cast<double>(hostFrequency) / sampleRate);
+  decoder->stallLength = static_cast<std::uint64_t>(sampleRate / kStallsPerSecond);
+  tuneTo(*decoder, startRate);
+  return 0;
+}
+
+std::int32_t ltc_decoder_set_callback(ltc_decoder& decoder, LTCDecoderCallback callback,
+                                      void* refCon) noexcept {
+  const std::lock_guard lock(decoder.lock);
+  decoder.consumer = {callback, refCon};
+  decoder.consumerChanged.store(true, std::memory_order_relaxed);
+  return 0;
+}
+
+std::int32_t ltc_decoder_get_callback(ltc_decoder* decoder, LTCDecoderCallback& callback,
+                                      void*& refCon) noexcept {
+  if (decoder == nullptr) {
+    return kLTCDecoderNullArgument;
+  }
+  const std::lock_guard lock(decoder->lock);
+  callback = decoder->consumer.callback;
+  refCon = decoder->consumer.refCon;
+  return 0;
+}
+
+void ltc_decoder_dispose(ltc_decoder* decoder) noexcept {
+  if (decoder != nullptr) {
+    ltc_frame_destroy(decoder->frame);
+    delete decoder;
+  }
+}
+
+std::int32_t ltc_decoder_process(ltc_decoder& decoder, const audio::AudioTimeStamp& timeStamp,
+                                 const float* samples, std::uint32_t count) noexcept {
+  auto& rt = decoder.rt;
+  const std::uint64_t first = sampleNumberOf(timeStamp.mSampleTime);
+  for (std::size_t begin = 0; begin < count; begin += kBlock) {
+    const std::size_t length = std::min<std::size_t>(kBlock, count - begin);
+    const std::uint64_t signs =
+        length == kBlock ? signsOfBlock(samples + begin) : signsOf(samples + begin, length);
+    // A bit for each sample whose sign is not that of the one before it.
+    std::uint64_t edges = signs ^ (signs << 1U | rt.lastSign);
+    edges &= ~std::uint64_t{0} >> (kBlock - length);
+    rt.lastSign = signs >> (length - 1) & 1U;
+    for (; edges != 0; edges &= edges - 1) {
+      const std::uint64_t index = begin + static_cast<unsigned>(std::countr_zero(edges));
+      takeEdge(decoder, first + index, timeStamp.mHostTime + index * decoder.hostTicksPerSample);
+    }
+  }
+  if (rt.lastGoodSample != 0 && rt.lastGoodSample + decoder.stallLength < first + count) {
+    forgetSignal(decoder);
+  }
+  return 0;
+}
+
+}  // namespace velor

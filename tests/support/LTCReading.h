@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "tests/support/LTCSignal.h"
+
+// What decoders read of a signal that comes in buffers.
+namespace velor {
+
+struct LTCTold {
+  SMPTETime time;
+  std::array<std::uint8_t, 4> userBytes{};
+  std::uint64_t hostTime = 0;  ///< ns; ltc_decoder alone tells it, and the rate
+  double fps = 0;
+  // The buffer in which the frame was told, in places of the signal.
+  double begin = 0;
+  double end = 0;
+};
+
+/// Host times are 1 ns a tick, and 0 at this place of all signals.
+inline constexpr double kLTCHostTimeZero = -100000;
+
+std::vector<LTCTold> readByVelor(const LTCSignal& signal, std::size_t bufferLength);
+std::vector<LTCTold> readByLibltc(const LTCSignal& signal, std::size_t bufferLength);
+
+struct LTCScore {
+  std::size_t right = 0;
+  std::size_t wrong = 0;
+  std::vector<bool> read;  ///< by frame of the signal
+};
+
+/// A frame is told right when it is the one that ends nearest to the buffer in which it
+/// was told, digits, drop flag and user bits alike. So one that is told late is wrong.
+LTCScore scoreOf(const LTCSignal& signal, const std::vector<LTCTold>& told);
+
+/// ns from when the middle of the bit before the frame passed to what was told.
+double hostTimeErrorOf(const LTCSignal& signal, std::size_t frame, const LTCTold& told);
+
+/// The frame that ends nearest to the buffer in which this was told.
+std::size_t frameOf(const LTCSignal& signal, const LTCTold& told);
+
+}  // namespace velor
