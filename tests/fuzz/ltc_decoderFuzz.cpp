@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+// Any samples, in any buffers, with any leaps of the sample time, into the decoder of
+// LTC. It must tell what the definition sample by sample tells, and only what ends
+// with a sync word.
+//
+// The first byte chooses the sample rate. Then a row of steps, each begun by one byte:
+//   0xxxxxxx  the sign changes and stays for x + 1 samples
+//   10xxxxxx  the bits of x + 1 bytes, which follow, as a signal of 25 frames per second
+//   110xxxxx  x + 1 floats, which follow as they stand
+//   111xxxxx  the buffer ends here, and 2 to the power of x samples are skipped; none for 31
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "Velor/ltc/ltc_decoder.h"
+#include "tests/support/LTCBySample.h"
+
+namespace {
+
+using velor::LTCCall;
+
+void require(bool condition, const char* what) {
+  if (!condition) {
+    std::fprintf(stderr, "does not hold: %s\n", what);
+    std::abort();
+  }
+}
+
+class Both {
+ public:
+  explicit Both(double sampleRate) : mSampleRate(sampleRate), mReference(sampleRate) {
+    require(velor::ltc_decoder_create(mDecoder) == 0, "there is memory");
+    require(velor::ltc_decoder_init(mDecoder, 1'000'000'000, sampleRate, 25.0) == 0, "init");
+    velor::ltc_decoder_set_callback(*mDecoder, told, &mCalls);
+  }
+  ~Both() { velor::ltc_decoder_dispose(mDecoder); }
+  Both(const Both&) = delete;
+  Both& operator=(const Both&) = delete;
+
+  void run(std::size_t count) {
+    mSign = !mSign;
+    mBuffer.insert(mBuffer.end(), count, mSign ? -0.25F : 0.25F);
+  }
+  void bits(std::uint8_t byte) {
+    const auto half = static_cast<std::size_t>(mSampleRate / 25 / 160);
+    for (unsigned i = 0; i < 8; ++i) {
+      if ((byte >> i & 1U) != 0) {
+        run(half);
+        run(half);
+      } else {
+        run(2 * half);
+      }
+    }
+  }
+  void add(float sample) { mBuffer.push_back(sample); }
+
+  void endBuffer(std::uint64_t skipped) {
+    // Just as long as it is, so that a read beyond it is noticed.
+    const std::vector<float> buffer(mBuffer.begin(), mBuffer.end());
+    velor::audio::AudioTimeStamp time;
+    time.mSampleTime = static_cast<double>(mPosition);
+    time.mHostTime = mPosition * 20'000;
+    velor::ltc_decoder_process(*mDecoder, time, buffer.data(),
+                               static_cast<std::uint32_t>(buffer.size()));
+    mReference.process(time.mSampleTime, time.mHostTime, buffer.data(), buffer.size());
+    mPosition += buffer.size() + skipped;
+    mBuffer.clear();
+    require(mCalls == mReference.calls(), "as sample by sample");
+  }
+
+ private:
+  static void told(const velor::SMPTETime& time, const std::uint8_t* userBits, void* refCon,
+                   std::uint64_t hostTime, double fps) {
+    require(time.mFlags == 3 && time.mSubframes == 0 && time.mSubframeDivisor == 80, "running");
+    require(time.mType <= 5 || time.mType == 11, "one of seven formats");
+    require(fps >= 23 && fps <= 31, "a rate that is read");
+    LTCCall call{time, {}, hostTime, fps};
+    std::copy_n(userBits, call.userBits.size(), call.userBits.begin());
+    static_cast<std::vector<LTCCall>*>(refCon)->push_back(call);
+  }
+
+  const double mSampleRate;
+  velor::ltc_decoder* mDecoder = nullptr;
+  velor::LTCBySample mReference;
+  std::vector<LTCCall> mCalls;
+  std::vector<float> mBuffer;
+  std::uint64_t mPosition = 1000;
+  bool mSign = false;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) {
+    return 0;
+  }
+  constexpr std::array<double, 5> kSampleRates = {44100, 48000, 88200, 96000, 192000};
+  Both both(kSampleRates[*data % kSampleRates.size()]);
+  const std::uint8_t* const end = data + size;
+  for (++data; data != end;) {
+    const unsigned step = *data++;
+    if (step < 0x80) {
+      both.run(step + 1);
+    } else if (step < 0xC0) {
+      for (unsigned i = 0; i <= step % 0x40 && data != end; ++i) {
+        both.bits(*data++);
+      }
+    } else if (step < 0xE0) {
+      for (unsigned i = 0; i <= step % 0x20 && end - data >= 4; ++i, data += 4) {
+        float sample = 0;
+        std::memcpy(&sample, data, sizeof sample);
+        both.add(sample);
+      }
+    } else {
+      both.endBuffer(step == 0xFF ? 0 : std::uint64_t{1} << step % 0x20);
+    }
+  }
+  both.endBuffer(0);
+  return 0;
+}
