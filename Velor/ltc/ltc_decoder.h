@@ -15,8 +15,11 @@
 // other check, and so a damaged frame that keeps it is told with the digits it has.
 //
 // The decoder falls into step at the first sync word. The first frame behind it marks a
-// place, the second gives the first rate and is the first one told. A signal that has
-// given no frame for 50 ms is gone, and what comes then begins anew.
+// place, the second gives the first rate and is the first one told. At the end of a
+// buffer a signal that has given no frame for 50 ms is gone, and what comes then begins
+// anew: so it does after each frame that was lost.
+//
+// docs/ltc-decoder.md shows what is read of bad signals.
 //
 // One thread processes; others may change the callback meanwhile.
 namespace velor {
@@ -68,7 +71,7 @@ void ltc_decoder_dispose(ltc_decoder* decoder) noexcept;
 /// Reads `count` samples on, of which the first has the sample and host time of
 /// `timeStamp`. Sample times may leap: what was skipped counts as time that went by.
 /// Within a buffer the host time advances by whole ticks a sample, so that at its end it
-/// lags by up to a tick for each sample (docs/ltc-decoder.md). 0 always.
+/// lags by up to a tick for each sample. 0 always.
 ///
 /// Audio input thread. Realtime-safe: yes, with a callback that is.
 std::int32_t ltc_decoder_process(ltc_decoder& decoder, const audio::AudioTimeStamp& timeStamp,
