@@ -1,18 +1,15 @@
 // SPDX-License-Identifier: MIT
 // Samples of LTC a second, floats in buffers of 1024, at 48 kHz and 25 frames per second,
-// beside libltc's decoder on the same ones. They take turns, so that what else the
-// machine does falls on both; each must tell all frames.
-#include <benchmark/benchmark.h>
+// beside libltc's decoder on the same ones. Each must tell all frames.
 #include <ltc.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
 #include "Velor/ltc/ltc_decoder.h"
+#include "bench/LibltcContest.h"
 #include "tests/support/LTCSignal.h"
 
 namespace velor {
@@ -20,9 +17,7 @@ namespace {
 
 constexpr double kSampleRate = 48000;
 constexpr std::size_t kBuffer = 1024;
-constexpr int kRounds = 41;
 constexpr int kRunsPerRound = 10;
-constexpr double kGoal = 2;
 
 // Whole buffers and whole frames, so that the signal goes on where it ends.
 constexpr std::size_t kFrames = 256;
@@ -85,26 +80,17 @@ class Libltc {
 };
 
 template <class Decoder>
-double samplesPerSecond(Decoder& decoder, std::vector<float>& signal) {
-  const auto start = std::chrono::steady_clock::now();
+void readAll(Decoder& decoder, std::vector<float>& signal) {
   for (int run = 0; run < kRunsPerRound; ++run) {
     for (std::size_t i = 0; i < kSamples; i += kBuffer) {
       decoder.read(signal.data() + i);
     }
-    benchmark::ClobberMemory();
   }
-  return kRunsPerRound * static_cast<double>(kSamples) /
-         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 // All but some at the beginning and at the end.
 void requireAll(const char* name, std::uint64_t told) {
-  const std::uint64_t played = std::uint64_t{kFrames} * kRunsPerRound * kRounds;
+  const std::uint64_t played = std::uint64_t{kFrames} * kRunsPerRound * LibltcContest::kRounds;
   if (told + 3 < played || told > played) {
     std::fprintf(stderr, "%s told %llu frames of %llu\n", name,
                  static_cast<unsigned long long>(told), static_cast<unsigned long long>(played));
@@ -123,23 +109,11 @@ int main() {
   signal.resize(velor::kSamples);
   velor::Own own;
   velor::Libltc libltc;
-  std::vector<double> ownRates;
-  std::vector<double> libltcRates;
-  std::vector<double> ratios;
-  for (int round = 0; round < velor::kRounds; ++round) {
-    ownRates.push_back(velor::samplesPerSecond(own, signal));
-    libltcRates.push_back(velor::samplesPerSecond(libltc, signal));
-    ratios.push_back(ownRates.back() / libltcRates.back());
-  }
+  const velor::LibltcContest contest(
+      velor::kRunsPerRound * static_cast<double>(velor::kSamples),
+      [&] { velor::readAll(own, signal); }, [&] { velor::readAll(libltc, signal); });
   velor::requireAll("velor", own.told());
   velor::requireAll("libltc", libltc.told());
-  const double ratio = velor::median(ratios);
-  std::printf("decode, 48 kHz, 25 frames per second, buffers of %zu, median of %d rounds\n",
-              velor::kBuffer, velor::kRounds);
-  std::printf("  velor   %7.0f million samples a second\n", velor::median(ownRates) / 1e6);
-  std::printf("  libltc  %7.0f million samples a second\n", velor::median(libltcRates) / 1e6);
-  std::printf("  ratio   %7.2f (goal: at least %.0f), from %.2f to %.2f\n", ratio, velor::kGoal,
-              *std::min_element(ratios.begin(), ratios.end()),
-              *std::max_element(ratios.begin(), ratios.end()));
-  return ratio >= velor::kGoal ? 0 : 1;
+  return contest.print("decode, 48 kHz, 25 frames per second, buffers of 1024", "million samples",
+                       1e6);
 }

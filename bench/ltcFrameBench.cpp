@@ -1,18 +1,15 @@
 // SPDX-License-Identifier: MIT
 // Frames of LTC a second, from the time to floats, at 48 kHz and 25 frames per second,
-// beside libltc's encoder. Both count on, encode and give floats; they take turns, so
-// that what else the machine does falls on both.
+// beside libltc's encoder. Both count on, encode and give floats.
 #include <benchmark/benchmark.h>
 #include <ltc.h>
 
-#include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <vector>
 
+#include "bench/LibltcContest.h"
 #include "kvtimecode/ltc_frame.h"
 #include "kvtimecode/ltc_utils.h"
 
@@ -22,8 +19,6 @@ namespace {
 constexpr std::uint32_t kSamples = 1920;  // 48000 / 25
 constexpr float kLevel = 0.5F;
 constexpr int kFramesPerRound = 20000;
-constexpr int kRounds = 41;
-constexpr double kGoal = 2;
 
 using Floats = std::array<float, kSamples + 1>;
 
@@ -80,21 +75,13 @@ class Libltc {
 };
 
 template <class Encoder>
-double framesPerSecond(Encoder& encoder) {
+void encodeAll(Encoder& encoder) {
   static Floats out;
-  const auto start = std::chrono::steady_clock::now();
   for (int i = 0; i < kFramesPerRound; ++i) {
     encoder.next(out);
     benchmark::DoNotOptimize(out.data());
     benchmark::ClobberMemory();
   }
-  return kFramesPerRound /
-         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 }  // namespace
@@ -103,21 +90,7 @@ double median(std::vector<double> values) {
 int main() {
   velor::Own own;
   velor::Libltc libltc;
-  std::vector<double> ownRates;
-  std::vector<double> libltcRates;
-  std::vector<double> ratios;
-  for (int round = 0; round < velor::kRounds; ++round) {
-    ownRates.push_back(velor::framesPerSecond(own));
-    libltcRates.push_back(velor::framesPerSecond(libltc));
-    ratios.push_back(ownRates.back() / libltcRates.back());
-  }
-  const double ratio = velor::median(ratios);
-  std::printf("encode and render, 48 kHz, 25 frames per second, median of %d rounds of %d\n",
-              velor::kRounds, velor::kFramesPerRound);
-  std::printf("  velor   %9.0f frames a second\n", velor::median(ownRates));
-  std::printf("  libltc  %9.0f frames a second\n", velor::median(libltcRates));
-  std::printf("  ratio   %9.2f (goal: at least %.0f), from %.2f to %.2f\n", ratio, velor::kGoal,
-              *std::min_element(ratios.begin(), ratios.end()),
-              *std::max_element(ratios.begin(), ratios.end()));
-  return ratio >= velor::kGoal ? 0 : 1;
+  const velor::LibltcContest contest(
+      velor::kFramesPerRound, [&] { velor::encodeAll(own); }, [&] { velor::encodeAll(libltc); });
+  return contest.print("encode and render, 48 kHz, 25 frames per second", "frames", 1);
 }
