@@ -14,7 +14,6 @@
 #include <random>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "kvtimecode/ltc_frame.h"
