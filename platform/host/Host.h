@@ -18,6 +18,7 @@ enum class ThreadRole {
   timer,     ///< the clock's timer: wakes, reads the time, posts
   midiRead,  ///< delivers MIDI at its time
   timing,    ///< queues that own timecode, such as the clock's
+  audio,     ///< cycles of an audio device
 };
 
 /// The ratio of the host's clock ticks to nanoseconds.

@@ -20,6 +20,8 @@ namespace {
 constexpr int kTimerPriority = 18;
 constexpr int kMidiReadPriority = 17;
 constexpr int kTimingPriority = 16;
+// Cycles take long compared with the others, and have a period's time.
+constexpr int kAudioPriority = 15;
 constexpr int kRtkitNiceLevel = -15;
 constexpr int kRtkitTimeoutMs = 500;
 // rtkit asks for a limit on uninterrupted real-time work; it allows at most 200 ms.
@@ -31,6 +33,8 @@ int priorityOf(ThreadRole role) noexcept {
       return kTimerPriority;
     case ThreadRole::midiRead:
       return kMidiReadPriority;
+    case ThreadRole::audio:
+      return kAudioPriority;
     case ThreadRole::timing:
     case ThreadRole::ordinary:
       break;
