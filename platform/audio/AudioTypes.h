@@ -129,6 +129,9 @@ inline constexpr AudioUnitPropertyID kAudioUnitProperty_SetRenderCallback = 23;
 /// A name for people, by which a server may show the unit's ports; characters,
 /// without a zero at the end.
 inline constexpr AudioUnitPropertyID kAudioUnitProperty_NickName = 54;
+/// Listeners hear of another device, of the loss and return of this one, and of a
+/// change of its channels. One that is away can be set; an id that never was one is
+/// refused.
 inline constexpr AudioUnitPropertyID kAudioOutputUnitProperty_CurrentDevice = 2000;  // object id
 inline constexpr AudioUnitPropertyID kAudioOutputUnitProperty_IsRunning = 2001;      // u32, 0 or 1
 /// Output scope: for each channel of the device, the channel of the graph that
@@ -136,6 +139,8 @@ inline constexpr AudioUnitPropertyID kAudioOutputUnitProperty_IsRunning = 2001; 
 inline constexpr AudioUnitPropertyID kAudioOutputUnitProperty_ChannelMap = 2002;
 inline constexpr AudioUnitPropertyID kAudioOutputUnitProperty_EnableIO = 2003;  // u32, 0 or 1
 inline constexpr AudioUnitPropertyID kAudioOutputUnitProperty_SetInputCallback = 2005;
+/// 1, which it is at first: sample times count from 0 at the start; 0: they are the
+/// device's own.
 inline constexpr AudioUnitPropertyID kAudioOutputUnitProperty_StartTimestampsAtZero = 2007;  // u32
 
 inline constexpr AudioUnitParameterID kLowPassParam_CutoffFrequency = 0;  // Hz
