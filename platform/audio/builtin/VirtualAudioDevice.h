@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/audio/AudioOutside.h"
+#include "platform/audio/builtin/DeviceTimeline.h"
+#include "platform/audio/builtin/VirtualCable.h"
+#include "platform/host/Host.h"
+#include "platform/host/RecursiveMutex.h"
+#include "platform/host/Seqlock.h"
+
+namespace velor::audio {
+
+/// A device without hardware, run by host time. Its count of samples is host time
+/// times its rate and never stops; its cycles lie at whole multiples of the period
+/// on that count, and its thread runs only while a stream is open.
+///
+/// The cycle that begins at the sample s is called at the host time of s. Outputs
+/// for s leave at s + output latency. The input that is told as s came in at
+/// s - input latency, which is the period and what the parameters add; so what is
+/// played at s on a device whose outputs feed its inputs is recorded at
+/// s + output latency + input latency: a period later, unless told otherwise.
+///
+/// Faults, chance among them, and changes of rate and period make it a bench on
+/// which to try what follows a device.
+class VirtualAudioDevice {
+ public:
+  struct Parameters {
+    std::string uid;
+    std::string name;
+    std::uint32_t inputs = 2;   ///< channels
+    std::uint32_t outputs = 2;  ///< channels
+    double sampleRate = 48000;  ///< nominal
+    double rateError = 0;       ///< ppm; positive is fast
+    std::uint32_t period = 256;
+    std::uint32_t maxPeriod = 4096;   ///< that can be set later
+    std::uint32_t inputLatency = 0;   ///< samples, beside the period
+    std::uint32_t outputLatency = 0;  ///< samples
+    bool isLoopback = true;           ///< its outputs feed its inputs, while no cable does
+    bool isPresent = true;
+    bool isDefault = true;
+    std::uint64_t wakeJitter = 0;   ///< ns by which its cycles are late at most
+    double droppedCycles = 0;       ///< the share of its cycles that never come
+    double xruns = 0;               ///< the share of its cycles before which samples are lost
+    std::uint32_t xrunSamples = 0;  ///< lost in each
+    std::uint64_t seed = 1;         ///< of the chance in all this
+  };
+
+  /// Fewest frames of a cycle.
+  static constexpr std::uint32_t kMinPeriod = 16;
+  /// Streams that can be open at once.
+  static constexpr std::size_t kStreams = 64;
+
+  explicit VirtualAudioDevice(const Parameters& parameters);
+  ~VirtualAudioDevice();
+  VirtualAudioDevice(const VirtualAudioDevice&) = delete;
+  VirtualAudioDevice& operator=(const VirtualAudioDevice&) = delete;
+
+  /// Announces it, when it is present; null ends that.
+  void attach(AudioInside* inside, AudioOutside* outside);
+  AudioObjectID id() const noexcept { return mId.load(std::memory_order_acquire); }
+
+  // As the back end's operations of the same kind.
+  std::unique_ptr<AudioDeviceStream> open(AudioDirection direction, AudioCycleProc proc,
+                                          void* refCon);
+  OSStatus translateTime(const AudioTimeStamp& in, AudioTimeStamp& out) const noexcept;
+
+  // What may become of it, on any thread but a real-time one.
+
+  void vanish();
+  void appear();
+  /// The count goes on from where it stands.
+  void setSampleRate(double rate);
+  void setRateError(double ppm);
+  /// Cut to what it can have. In force from the next cycle on.
+  void setPeriod(std::uint32_t frames);
+  /// The next cycles do not come.
+  void dropCycles(std::uint32_t count) noexcept { mCyclesToDrop.fetch_add(count); }
+  /// So many samples go by before the next cycle, without one.
+  void skipSamples(std::uint32_t count) noexcept { mSamplesToSkip.fetch_add(count); }
+  /// What this one plays comes in at `to`, instead of what did; the cable stays.
+  void plugInto(VirtualAudioDevice& to, VirtualCable::Interpolation interpolation,
+                std::uint64_t delay = 1'000'000);
+
+  /// Cycles so far, and those that the thread was too late for.
+  std::uint64_t cycles() const noexcept { return mCycleMark.load() / 2; }
+  std::uint64_t lateCycles() const noexcept { return mLateCycles.load(); }
+
+ private:
+  class Stream;
+  // One channel after the other.
+  struct Buffers {
+    Buffers(std::uint32_t channels, std::uint32_t frames);
+    void clear(std::uint32_t frames) noexcept;
+    std::vector<float> samples;
+    std::vector<float*> channels;
+  };
+
+  AudioDeviceDescription description() const;
+  void announce();
+  void setTimeline(double nominal, double ppm);
+  void startThread();
+  void stopThread();
+  void close(Stream& stream);
+
+  void run();
+  std::int64_t nextCycleAfter(std::uint64_t hostTime) const noexcept;
+  bool isFault(double share) noexcept;
+  void cycle(std::int64_t position, std::uint32_t frames) noexcept;
+  void gatherInput(std::int64_t position, std::uint64_t hostTime, std::uint32_t frames) noexcept;
+  void playOutput(const host::RealtimeContext& realtime, const AudioTimeStamp& time,
+                  std::uint32_t frames) noexcept;
+  void keep(std::int64_t position, std::uint32_t frames) noexcept;
+
+  host::Host& mHost;
+  const Parameters mParameters;
+  host::Seqlocked<DeviceTimeline> mTimeline;
+  std::atomic<AudioObjectID> mId{kAudioObjectUnknown};
+  std::atomic<bool> mPresent;
+  std::atomic<std::uint32_t> mPeriod;
+  std::atomic<std::uint32_t> mCyclesToDrop{0};
+  std::atomic<std::uint32_t> mSamplesToSkip{0};
+  std::array<std::atomic<Stream*>, kStreams> mStreams{};
+  std::atomic<VirtualCable*> mCableIn{nullptr};
+  std::atomic<VirtualCable*> mCableOut{nullptr};
+  // Odd while a cycle is under way.
+  std::atomic<std::uint64_t> mCycleMark{0};
+  std::atomic<std::uint64_t> mLateCycles{0};
+
+  // What changes it waits for each other here; its thread never takes it.
+  host::RecursiveMutex mControl;
+  AudioInside* mInside = nullptr;
+  AudioOutside* mOutside = nullptr;
+  double mNominalRate;
+  double mRateError;
+  std::vector<std::unique_ptr<VirtualCable>> mCables;  // those that begin here
+  std::size_t mOpenStreams = 0;
+  std::atomic<bool> mEnding{false};
+  const std::unique_ptr<host::Semaphore> mWake;
+  std::unique_ptr<host::Thread> mThread;
+
+  // The thread's own.
+  struct {
+    std::mt19937_64 random;
+    Buffers input;
+    Buffers output;
+    Buffers mix;
+    Buffers history;  // what was played, a ring by the count
+    std::int64_t historyEnd = 0;
+  } rt;
+};
+
+}  // namespace velor::audio

@@ -1,0 +1,608 @@
+// SPDX-License-Identifier: MIT
+// What code may rely on, whichever back end the audio service has.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/builtin/BuiltinAudio.h"
+#include "platform/host/SimulatedHost.h"
+#include "platform/host/SystemHost.h"
+
+namespace velor::audio {
+namespace {
+
+constexpr std::uint64_t kMs = 1'000'000;
+
+// A service with the host that carries its time, and a device of two channels in
+// each direction whose outputs feed its inputs.
+struct Setting {
+  virtual ~Setting() = default;
+  virtual AudioService& audio() = 0;
+  virtual host::Host& host() = 0;
+  // Lets the main loop run until the condition holds; false after 5 s.
+  virtual bool until(const std::function<bool()>& condition) = 0;
+  virtual std::string uid() = 0;
+  virtual void loseDevice() = 0;
+  virtual void returnDevice() = 0;
+  // ns by which a stamp's host time and the translation of its sample time may differ.
+  virtual double tolerance() = 0;
+};
+
+template <class HostType>
+struct BuiltinSetting final : Setting {
+  BuiltinSetting() {
+    auto builtin = std::make_unique<BuiltinAudio>();
+    mBuiltin = builtin.get();
+    std::vector<std::unique_ptr<AudioOutside>> outsides;
+    outsides.push_back(std::move(builtin));
+    mTable = std::make_unique<AudioObjectTable>(std::move(outsides));
+  }
+  AudioService& audio() override { return *mTable; }
+  host::Host& host() override { return mHost; }
+  bool until(const std::function<bool()>& condition) override {
+    for (int i = 0; i < 5000 && !condition(); ++i) {
+      if constexpr (std::is_same_v<HostType, host::SimulatedHost>) {
+        mHost.advance(kMs);
+      } else {
+        mHost.mainQueue().drainPending();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+    }
+    return condition();
+  }
+  std::string uid() override { return "velor.loopback"; }
+  void loseDevice() override { mBuiltin->device().vanish(); }
+  void returnDevice() override { mBuiltin->device().appear(); }
+  double tolerance() override { return 1; }  // they are rounded to the nanosecond
+
+  HostType mHost;
+  BuiltinAudio* mBuiltin = nullptr;
+  std::unique_ptr<AudioObjectTable> mTable;
+};
+
+struct ServiceKind {
+  const char* name;
+  std::unique_ptr<Setting> (*make)();
+};
+
+// What is played: on the first channel a number for each sample of the device's
+// count, on the second its negative, so that what comes in tells where it was played.
+constexpr double kPatternLength = 65521;
+constexpr float kPatternUnit = 65536;
+
+float patternAt(double sample) {
+  return static_cast<float>(std::fmod(sample, kPatternLength) + 1) / kPatternUnit;
+}
+// How far behind `sample` the pattern was played that is heard there.
+double delayOf(float heard, double sample) {
+  const double played = static_cast<double>(std::fabs(heard) * kPatternUnit) - 1;
+  return std::fmod(std::fmod(sample, kPatternLength) - played + kPatternLength, kPatternLength);
+}
+
+// A graph that plays the pattern, or what is told.
+class Player {
+ public:
+  Player(AudioService& audio, AudioObjectID device, bool filtered = false) : mAudio(audio) {
+    AUNode outputNode = 0;
+    AUNode sourceNode = 0;
+    AUNode filterNode = 0;
+    EXPECT_EQ(audio.NewAUGraph(&graph), 0);
+    EXPECT_EQ(audio.AUGraphAddNode(graph, kHALOutputComponent, &outputNode), 0);
+    EXPECT_EQ(audio.AUGraphAddNode(graph, kConverterComponent, &sourceNode), 0);
+    EXPECT_EQ(audio.AUGraphAddNode(graph, kLowPassComponent, &filterNode), 0);
+    EXPECT_EQ(audio.AUGraphOpen(graph), 0);
+    EXPECT_EQ(audio.AUGraphNodeInfo(graph, outputNode, &output), 0);
+    EXPECT_EQ(audio.AUGraphNodeInfo(graph, sourceNode, &source), 0);
+    EXPECT_EQ(set(kAudioOutputUnitProperty_CurrentDevice, device), 0);
+    EXPECT_EQ(set(kAudioOutputUnitProperty_StartTimestampsAtZero, std::uint32_t{0}), 0);
+    const AURenderCallbackStruct callback{&Player::play, this};
+    EXPECT_EQ(audio.AudioUnitSetProperty(source, kAudioUnitProperty_SetRenderCallback,
+                                         kAudioUnitScope_Input, 0, &callback, sizeof callback),
+              0);
+    if (filtered) {
+      EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, sourceNode, 0, filterNode, 0), 0);
+      EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, filterNode, 0, outputNode, 0), 0);
+    } else {
+      EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, sourceNode, 0, outputNode, 0), 0);
+    }
+    EXPECT_EQ(audio.AUGraphInitialize(graph), 0);
+    EXPECT_EQ(audio.AUGraphStart(graph), 0);
+  }
+  ~Player() { EXPECT_EQ(mAudio.DisposeAUGraph(graph), 0); }
+
+  template <class T>
+  OSStatus set(AudioUnitPropertyID property, const T& value,
+               AudioUnitScope scope = kAudioUnitScope_Global) {
+    return mAudio.AudioUnitSetProperty(output, property, scope, 0, &value, sizeof value);
+  }
+
+  AUGraph graph = 0;
+  AudioUnit output = 0;
+  AudioUnit source = 0;
+  std::atomic<std::uint32_t> cycles{0};
+  std::atomic<OSStatus> result{0};
+
+ private:
+  static OSStatus play(const host::RealtimeContext&, void* self, AudioUnitRenderActionFlags&,
+                       const AudioTimeStamp& time, std::uint32_t, std::uint32_t frames,
+                       AudioBufferList* data) {
+    auto& player = *static_cast<Player*>(self);
+    for (std::uint32_t i = 0; i < frames; ++i) {
+      const float sample = patternAt(time.mSampleTime + i);
+      data->mBuffers[0].mData[i] = sample;
+      data->mBuffers[1].mData[i] = -sample;
+    }
+    ++player.cycles;
+    return player.result.load();
+  }
+
+  AudioService& mAudio;
+};
+
+// A unit that keeps what comes in. Look at it when it has stopped.
+class Recorder {
+ public:
+  struct Cycle {
+    AudioTimeStamp time;
+    std::uint32_t frames;
+  };
+  static constexpr std::size_t kRoom = 1 << 20;
+
+  Recorder(AudioService& audio, AudioObjectID device)
+      : mAudio(audio), left(kRoom), right(kRoom), log(kRoom / 16) {
+    EXPECT_EQ(audio.AudioComponentInstanceNew(kHALOutputComponent, &unit), 0);
+    const std::uint32_t on = 1;
+    const std::uint32_t off = 0;
+    const AURenderCallbackStruct callback{&Recorder::take, this};
+    const auto set = [&](AudioUnitPropertyID property, AudioUnitScope scope,
+                         AudioUnitElement element, const void* data, std::uint32_t size) {
+      EXPECT_EQ(audio.AudioUnitSetProperty(unit, property, scope, element, data, size), 0);
+    };
+    set(kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1, &on, sizeof on);
+    set(kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Output, 0, &off, sizeof off);
+    set(kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, 0, &device, sizeof device);
+    set(kAudioOutputUnitProperty_StartTimestampsAtZero, kAudioUnitScope_Global, 0, &off,
+        sizeof off);
+    set(kAudioOutputUnitProperty_SetInputCallback, kAudioUnitScope_Global, 0, &callback,
+        sizeof callback);
+    EXPECT_EQ(audio.AudioUnitInitialize(unit), 0);
+    EXPECT_EQ(audio.AudioOutputUnitStart(unit), 0);
+  }
+  ~Recorder() { EXPECT_EQ(mAudio.AudioComponentInstanceDispose(unit), 0); }
+  void stop() { EXPECT_EQ(mAudio.AudioOutputUnitStop(unit), 0); }
+
+  AudioUnit unit = 0;
+  std::atomic<std::size_t> cycles{0};
+  std::atomic<std::size_t> frames{0};
+  std::atomic<OSStatus> failure{0};
+
+ private:
+  static OSStatus take(const host::RealtimeContext& realtime, void* self,
+                       AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time,
+                       std::uint32_t bus, std::uint32_t count, AudioBufferList* data) {
+    auto& recorder = *static_cast<Recorder*>(self);
+    const std::size_t at = recorder.frames;
+    if (data != nullptr || at + count > kRoom || recorder.cycles == recorder.log.size()) {
+      return -1;
+    }
+    AudioBufferList buffers;
+    buffers.mNumberBuffers = 2;
+    const auto bytes = static_cast<std::uint32_t>(count * sizeof(float));
+    buffers.mBuffers[0] = {1, bytes, &recorder.left[at]};
+    buffers.mBuffers[1] = {1, 0, nullptr};  // the unit gives its own
+    const OSStatus status =
+        recorder.mAudio.AudioUnitRender(realtime, recorder.unit, flags, time, bus, count, &buffers);
+    if (status != 0 || buffers.mBuffers[1].mDataByteSize != bytes) {
+      recorder.failure = status != 0 ? status : -1;
+      return status;
+    }
+    std::copy_n(buffers.mBuffers[1].mData, count, &recorder.right[at]);
+    recorder.log[recorder.cycles] = {time, count};
+    recorder.frames = at + count;
+    ++recorder.cycles;
+    return 0;
+  }
+
+  AudioService& mAudio;
+
+ public:
+  std::vector<float> left;
+  std::vector<float> right;
+  std::vector<Cycle> log;
+};
+
+class AudioServiceContract : public testing::TestWithParam<ServiceKind> {
+ protected:
+  AudioServiceContract() {
+    EXPECT_TRUE(until([this] { return findDevice() != 0; }));
+    mDevice = findDevice();
+  }
+
+  AudioService& audio() { return mSetting->audio(); }
+  bool until(const std::function<bool()>& condition) { return mSetting->until(condition); }
+  AudioObjectID findDevice() {
+    std::uint32_t device = 0;
+    EXPECT_EQ(audio().AudioObjectGetPropertyData(kAudioObjectSystemObject,
+                                                 {kAudioHardwarePropertyDeviceForUID}, &device,
+                                                 mSetting->uid()),
+              0);
+    return device;
+  }
+  // So many further cycles of a count.
+  template <class Count>
+  bool awaitMore(const Count& count, std::size_t more) {
+    const std::size_t target = count + more;
+    return until([&count, target] { return count >= target; });
+  }
+  template <class T>
+  T property(AudioUnit unit, AudioUnitPropertyID id, AudioUnitScope scope = kAudioUnitScope_Global,
+             AudioUnitElement element = 0) {
+    T value{};
+    std::uint32_t size = sizeof value;
+    EXPECT_EQ(audio().AudioUnitGetProperty(unit, id, scope, element, &value, &size), 0);
+    EXPECT_EQ(size, sizeof value);
+    return value;
+  }
+  double rate() {
+    double value = 0;
+    EXPECT_EQ(audio().AudioObjectGetPropertyData(mDevice, {kAudioDevicePropertyNominalSampleRate},
+                                                 &value),
+              0);
+    return value;
+  }
+  std::uint32_t latency(AudioObjectPropertyScope scope) {
+    std::uint32_t value = 0;
+    EXPECT_EQ(
+        audio().AudioObjectGetPropertyData(mDevice, {kAudioDevicePropertyLatency, scope}, &value),
+        0);
+    return value;
+  }
+
+  const std::unique_ptr<Setting> mSetting = GetParam().make();
+  AudioObjectID mDevice = 0;
+};
+
+// --- devices ---
+
+TEST_P(AudioServiceContract, DevicesAreListedWithTheirPropertiesAndTheDefaultOnesFirst) {
+  std::vector<std::uint32_t> devices;
+  ASSERT_EQ(audio().AudioObjectGetPropertyData(kAudioObjectSystemObject,
+                                               {kAudioHardwarePropertyDevices}, &devices),
+            0);
+  EXPECT_NE(std::find(devices.begin(), devices.end(), mDevice), devices.end());
+  std::uint32_t first = 0;
+  EXPECT_EQ(audio().AudioObjectGetPropertyData(kAudioObjectSystemObject,
+                                               {kAudioHardwarePropertyDefaultOutputDevice}, &first),
+            0);
+  EXPECT_TRUE(first == devices[0] || (devices.size() > 1 && first == devices[1]));
+  std::uint32_t unknown = 1;
+  EXPECT_EQ(
+      audio().AudioObjectGetPropertyData(
+          kAudioObjectSystemObject, {kAudioHardwarePropertyDeviceForUID}, &unknown, "no such UID"),
+      0);
+  EXPECT_EQ(unknown, kAudioObjectUnknown);
+
+  std::string text;
+  EXPECT_EQ(audio().AudioObjectGetPropertyData(mDevice, {kAudioDevicePropertyDeviceUID}, &text), 0);
+  EXPECT_EQ(text, mSetting->uid());
+  EXPECT_EQ(audio().AudioObjectGetPropertyData(mDevice, {kAudioObjectPropertyName}, &text), 0);
+  EXPECT_FALSE(text.empty());
+  for (const auto scope : {kAudioObjectPropertyScopeInput, kAudioObjectPropertyScopeOutput}) {
+    std::vector<std::uint32_t> streams;
+    std::vector<std::uint32_t> channels;
+    EXPECT_EQ(
+        audio().AudioObjectGetPropertyData(mDevice, {kAudioDevicePropertyStreams, scope}, &streams),
+        0);
+    EXPECT_EQ(audio().AudioObjectGetPropertyData(
+                  mDevice, {kAudioDevicePropertyStreamConfiguration, scope}, &channels),
+              0);
+    EXPECT_EQ(streams.size(), channels.size());
+    std::uint32_t count = 0;
+    for (const std::uint32_t each : channels) {
+      count += each;
+    }
+    EXPECT_EQ(count, 2U);
+    EXPECT_EQ(
+        audio().AudioObjectGetPropertyData(streams.at(0), {kAudioDevicePropertyDeviceUID}, &text),
+        kAudioHardwareUnknownPropertyError);
+  }
+
+  EXPECT_EQ(audio().AudioObjectGetPropertyData(mDevice, {kAudioHardwarePropertyDevices}, &text),
+            kAudioHardwareUnknownPropertyError);
+  EXPECT_EQ(audio().AudioObjectGetPropertyData(999999, {kAudioObjectPropertyName}, &text),
+            kAudioHardwareBadObjectError);
+  AudioTimeStamp stamp{.mHostTime = 1, .mFlags = kAudioTimeStampHostTimeValid};
+  EXPECT_EQ(audio().AudioDeviceTranslateTime(999999, stamp, stamp), kAudioHardwareBadDeviceError);
+}
+
+// --- units ---
+
+TEST_P(AudioServiceContract, AUnitTellsOfItsDeviceAndRefusesWhatItCannotBe) {
+  AudioUnit unit = 0;
+  ASSERT_EQ(audio().AudioComponentInstanceNew(kHALOutputComponent, &unit), 0);
+  ASSERT_EQ(audio().AudioUnitSetProperty(unit, kAudioOutputUnitProperty_CurrentDevice,
+                                         kAudioUnitScope_Global, 0, &mDevice, sizeof mDevice),
+            0);
+  EXPECT_EQ(property<AudioObjectID>(unit, kAudioOutputUnitProperty_CurrentDevice), mDevice);
+  EXPECT_EQ(property<double>(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output), rate());
+  EXPECT_EQ(property<std::uint32_t>(unit, kAudioDevicePropertyLatency, kAudioUnitScope_Output),
+            latency(kAudioObjectPropertyScopeOutput));
+  EXPECT_EQ(property<std::uint32_t>(unit, kAudioDevicePropertyLatency, kAudioUnitScope_Input),
+            latency(kAudioObjectPropertyScopeInput));
+  EXPECT_EQ(
+      property<std::uint32_t>(unit, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Output, 0),
+      1U);
+  EXPECT_EQ(
+      property<std::uint32_t>(unit, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1),
+      0U);
+  const auto format = property<AudioStreamBasicDescription>(unit, kAudioUnitProperty_StreamFormat,
+                                                            kAudioUnitScope_Input, 1);
+  EXPECT_EQ(format.mChannelsPerFrame, 2U);
+  EXPECT_EQ(format.mSampleRate, rate());
+  // Where one byte is asked for, one is given, the lowest.
+  EXPECT_EQ(property<std::uint8_t>(unit, kAudioOutputUnitProperty_IsRunning), 0);
+
+  std::uint32_t size = 0;
+  bool writable = false;
+  EXPECT_EQ(audio().AudioUnitGetPropertyInfo(unit, kAudioOutputUnitProperty_ChannelMap,
+                                             kAudioUnitScope_Output, 0, &size, &writable),
+            0);
+  EXPECT_EQ(size, 2 * sizeof(std::int32_t));
+  EXPECT_TRUE(writable);
+  EXPECT_EQ((property<std::array<std::int32_t, 2>>(unit, kAudioOutputUnitProperty_ChannelMap,
+                                                   kAudioUnitScope_Output)),
+            (std::array<std::int32_t, 2>{0, 1}));
+
+  const AudioObjectID none = 999999;
+  EXPECT_EQ(audio().AudioUnitSetProperty(unit, kAudioOutputUnitProperty_CurrentDevice,
+                                         kAudioUnitScope_Global, 0, &none, sizeof none),
+            kAudioHardwareBadDeviceError);
+  EXPECT_EQ(property<AudioObjectID>(unit, kAudioOutputUnitProperty_CurrentDevice), mDevice);
+  EXPECT_EQ(audio().AudioOutputUnitStart(unit), kAudioUnitErr_Uninitialized);
+  EXPECT_EQ(audio().AUParameterSet(unit, kLowPassParam_CutoffFrequency, kAudioUnitScope_Global, 0,
+                                   1000, 0),
+            kAudioUnitErr_InvalidParameter);
+  auto interleaved = format;
+  interleaved.mFormatFlags &= ~kAudioFormatFlagIsNonInterleaved;
+  EXPECT_EQ(
+      audio().AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 1,
+                                   &interleaved, sizeof interleaved),
+      kAudioUnitErr_FormatNotSupported);
+  EXPECT_EQ(audio().AudioComponentInstanceDispose(unit), 0);
+  EXPECT_EQ(audio().AudioOutputUnitStart(unit), kAudioHardwareBadObjectError);
+}
+
+TEST_P(AudioServiceContract, ListenersHearOfAnotherDeviceOnceAndAreQuietWhenRemoved) {
+  AudioUnit unit = 0;
+  ASSERT_EQ(audio().AudioComponentInstanceNew(kHALOutputComponent, &unit), 0);
+  std::atomic<int> heard{0};
+  const auto listener = [](void* count, AudioUnit, AudioUnitPropertyID, AudioUnitScope,
+                           AudioUnitElement) { ++*static_cast<std::atomic<int>*>(count); };
+  ASSERT_EQ(audio().AudioUnitAddPropertyListener(unit, kAudioOutputUnitProperty_IsRunning, listener,
+                                                 &heard),
+            0);
+  ASSERT_EQ(audio().AudioUnitInitialize(unit), 0);
+  ASSERT_EQ(audio().AudioOutputUnitStart(unit), 0);
+  ASSERT_EQ(audio().AudioOutputUnitStart(unit), 0);  // it runs already
+  EXPECT_TRUE(until([&heard] { return heard == 1; }));
+  EXPECT_EQ(property<std::uint32_t>(unit, kAudioOutputUnitProperty_IsRunning), 1U);
+  ASSERT_EQ(audio().AudioOutputUnitStop(unit), 0);
+  EXPECT_TRUE(until([&heard] { return heard == 2; }));
+  EXPECT_EQ(audio().AudioUnitRemovePropertyListenerWithUserData(
+                unit, kAudioOutputUnitProperty_IsRunning, listener, &heard),
+            0);
+  EXPECT_EQ(audio().AudioUnitRemovePropertyListenerWithUserData(
+                unit, kAudioOutputUnitProperty_IsRunning, listener, &heard),
+            kAudioUnitErr_PropertyNotInUse);
+  ASSERT_EQ(audio().AudioOutputUnitStart(unit), 0);
+  EXPECT_EQ(audio().AudioComponentInstanceDispose(unit), 0);
+  EXPECT_EQ(heard, 2);
+}
+
+// --- the signal ---
+
+TEST_P(AudioServiceContract, WhatAGraphPlaysComesInAfterAConstantDelayAndTimesRunOnWithoutAGap) {
+  Recorder recorder(audio(), mDevice);
+  Player player(audio(), mDevice);
+  ASSERT_TRUE(awaitMore(player.cycles, 50));
+  ASSERT_TRUE(awaitMore(recorder.cycles, 50));
+  const auto firstCycle = recorder.log[0].time;
+  AudioTimeStamp back{
+      .mSampleTime = firstCycle.mSampleTime - latency(kAudioObjectPropertyScopeInput),
+      .mFlags = kAudioTimeStampSampleTimeValid};
+  AudioTimeStamp there;
+  ASSERT_EQ(audio().AudioDeviceTranslateTime(mDevice, back, there), 0);
+  ASSERT_EQ(
+      audio().AudioDeviceTranslateTime(
+          mDevice, {.mHostTime = there.mHostTime, .mFlags = kAudioTimeStampHostTimeValid}, back),
+      0);
+  EXPECT_NEAR(back.mSampleTime, there.mSampleTime, 1e-3);
+  recorder.stop();
+  EXPECT_EQ(recorder.failure, 0);
+
+  double due = firstCycle.mSampleTime;
+  std::size_t at = 0;
+  double delay = -1;
+  std::size_t compared = 0;
+  for (std::size_t i = 0; i < recorder.cycles; ++i) {
+    const auto& [time, frames] = recorder.log[i];
+    EXPECT_EQ(time.mFlags, kAudioTimeStampSampleHostTimeValid);
+    ASSERT_EQ(time.mSampleTime, due) << "at cycle " << i;
+    AudioTimeStamp translated;
+    ASSERT_EQ(audio().AudioDeviceTranslateTime(
+                  mDevice,
+                  {.mSampleTime = time.mSampleTime - latency(kAudioObjectPropertyScopeInput),
+                   .mFlags = kAudioTimeStampSampleTimeValid},
+                  translated),
+              0);
+    EXPECT_NEAR(static_cast<double>(translated.mHostTime) - static_cast<double>(time.mHostTime), 0,
+                mSetting->tolerance());
+    for (std::uint32_t frame = 0; frame < frames; ++frame, ++at) {
+      EXPECT_EQ(recorder.left[at], -recorder.right[at]);
+      if (recorder.left[at] == 0) {
+        EXPECT_EQ(compared, 0U) << "silence amid the signal";
+        continue;
+      }
+      const double found = delayOf(recorder.left[at], due + frame);
+      if (compared++ == 0) {
+        delay = found;
+      }
+      ASSERT_EQ(found, delay) << "at frame " << at;
+    }
+    due += frames;
+  }
+  EXPECT_GT(compared, 1000U);
+  EXPECT_LT(delay, rate() / 2);
+}
+
+TEST_P(AudioServiceContract, TheChannelMapRoutesAndTakesHoldWhileItRuns) {
+  Recorder recorder(audio(), mDevice);
+  Player player(audio(), mDevice);
+  const auto settle = [this, &recorder] {
+    const std::size_t before = recorder.frames;
+    return until([&recorder, before, this] {
+      return recorder.frames > before + static_cast<std::size_t>(rate() / 4);
+    });
+  };
+  const auto sign = [](float sample) { return sample > 0 ? 1 : sample < 0 ? -1 : 0; };
+  struct Case {
+    std::array<std::int32_t, 2> map;
+    int left;
+    int right;
+  };
+  std::vector<std::size_t> looks;
+  // The first channel of the graph is positive, the second negative.
+  const Case cases[] = {{{0, 1}, 1, -1}, {{1, 0}, -1, 1},  {{-1, 0}, 0, 1},
+                        {{1, 2}, -1, 0}, {{-1, -1}, 0, 0}, {{0, 0}, 1, 1}};
+  for (const Case& each : cases) {
+    ASSERT_EQ(player.set(kAudioOutputUnitProperty_ChannelMap, each.map, kAudioUnitScope_Output), 0);
+    ASSERT_TRUE(settle());
+    looks.push_back(recorder.frames - 1);
+  }
+  EXPECT_EQ((property<std::array<std::int32_t, 2>>(
+                player.output, kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output)),
+            (std::array<std::int32_t, 2>{0, 0}));
+  recorder.stop();
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    EXPECT_EQ(sign(recorder.left[looks[i]]), cases[i].left) << i;
+    EXPECT_EQ(sign(recorder.right[looks[i]]), cases[i].right) << i;
+  }
+}
+
+TEST_P(AudioServiceContract, ACycleIsSilentWhenItsCallbackFails) {
+  Recorder recorder(audio(), mDevice);
+  Player player(audio(), mDevice, true);
+  player.result = 0x5000;
+  ASSERT_TRUE(awaitMore(player.cycles, 20));
+  const std::size_t failing = recorder.frames;
+  player.result = 0;
+  ASSERT_TRUE(awaitMore(recorder.frames, static_cast<std::size_t>(rate() / 4)));
+  const std::size_t sounding = recorder.frames;
+  recorder.stop();
+  EXPECT_GT(failing, 0U);
+  EXPECT_TRUE(std::all_of(recorder.left.begin(),
+                          recorder.left.begin() + static_cast<std::ptrdiff_t>(failing),
+                          [](float sample) { return sample == 0; }));
+  EXPECT_NE(recorder.left[sounding - 1], 0);
+}
+
+TEST_P(AudioServiceContract, WhatIsStoppedOrDisposedOfIsSilentAtOnce) {
+  Recorder recorder(audio(), mDevice);
+  std::size_t stopped = 0;
+  {
+    Player player(audio(), mDevice);
+    ASSERT_TRUE(awaitMore(player.cycles, 10));
+    ASSERT_EQ(audio().AUGraphStop(player.graph), 0);
+    const std::uint32_t cycles = player.cycles;
+    ASSERT_TRUE(awaitMore(recorder.frames, static_cast<std::size_t>(rate() / 4)));
+    EXPECT_EQ(player.cycles, cycles);
+    stopped = recorder.frames;
+    ASSERT_TRUE(awaitMore(recorder.cycles, 5));
+    ASSERT_EQ(audio().AUGraphStart(player.graph), 0);
+    ASSERT_TRUE(awaitMore(player.cycles, 10));
+  }
+  // In the midst of its cycles; what they use has gone with it.
+  for (int i = 0; i < 20; ++i) {
+    Player player(audio(), mDevice);
+    ASSERT_TRUE(awaitMore(player.cycles, static_cast<std::size_t>(i % 3)));
+  }
+  ASSERT_TRUE(awaitMore(recorder.frames, static_cast<std::size_t>(rate() / 4)));
+  const std::size_t last = recorder.frames - 1;
+  recorder.stop();
+  EXPECT_EQ(recorder.left[stopped], 0);
+  EXPECT_EQ(recorder.left[last], 0);
+}
+
+TEST_P(AudioServiceContract, AUnitOutlivesTheLossOfItsDeviceAndPlaysAgainAtItsReturn) {
+  Player player(audio(), mDevice);
+  Recorder recorder(audio(), mDevice);
+  ASSERT_TRUE(awaitMore(recorder.cycles, 20));
+  std::atomic<int> heard{0};
+  int listed = 0;
+  const auto unitListener = [](void* count, AudioUnit, AudioUnitPropertyID, AudioUnitScope,
+                               AudioUnitElement) { ++*static_cast<std::atomic<int>*>(count); };
+  const auto listListener = [](AudioObjectID, const AudioObjectPropertyAddress&, void* count) {
+    ++*static_cast<int*>(count);
+  };
+  ASSERT_EQ(audio().AudioUnitAddPropertyListener(
+                player.output, kAudioOutputUnitProperty_CurrentDevice, unitListener, &heard),
+            0);
+  ASSERT_EQ(audio().AudioObjectAddPropertyListener(
+                kAudioObjectSystemObject, {kAudioHardwarePropertyDevices}, listListener, &listed),
+            0);
+
+  mSetting->loseDevice();
+  ASSERT_TRUE(until([this, &heard, &listed] { return findDevice() == 0 && heard && listed; }));
+  std::string name;
+  EXPECT_EQ(audio().AudioObjectGetPropertyData(mDevice, {kAudioObjectPropertyName}, &name),
+            kAudioHardwareBadObjectError);
+  AudioTimeStamp now{.mHostTime = mSetting->host().AudioGetCurrentHostTime(),
+                     .mFlags = kAudioTimeStampHostTimeValid};
+  EXPECT_NE(audio().AudioDeviceTranslateTime(mDevice, now, now), 0);
+  const std::uint32_t whileAway = player.cycles;
+  // A graph that is set up while it is away waits for it.
+  Player late(audio(), mDevice);
+  EXPECT_EQ(property<double>(late.output, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output),
+            48000);
+
+  heard = 0;
+  listed = 0;
+  mSetting->returnDevice();
+  ASSERT_TRUE(until([&heard, &listed] { return heard && listed; }));
+  EXPECT_EQ(findDevice(), mDevice);
+  EXPECT_TRUE(awaitMore(late.cycles, 10));
+  EXPECT_TRUE(awaitMore(player.cycles, 10));
+  EXPECT_GT(player.cycles, whileAway);
+  ASSERT_TRUE(awaitMore(recorder.frames, static_cast<std::size_t>(rate() / 4)));
+  const std::size_t last = recorder.frames - 1;
+  recorder.stop();
+  EXPECT_NE(recorder.left[last], 0);
+  EXPECT_EQ(audio().AudioObjectRemovePropertyListener(
+                kAudioObjectSystemObject, {kAudioHardwarePropertyDevices}, listListener, &listed),
+            0);
+}
+
+template <class HostType>
+std::unique_ptr<Setting> makeBuiltin() {
+  return std::make_unique<BuiltinSetting<HostType>>();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Services, AudioServiceContract,
+    testing::Values(ServiceKind{"builtin_simulated", &makeBuiltin<host::SimulatedHost>},
+                    ServiceKind{"builtin_system", &makeBuiltin<host::SystemHost>}),
+    [](const auto& kind) { return std::string(kind.param.name); });
+
+}  // namespace
+}  // namespace velor::audio
