@@ -3,10 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
-#include <cmath>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -18,6 +17,7 @@
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/host/SimulatedHost.h"
 #include "platform/host/SystemHost.h"
+#include "tests/support/AudioLoop.h"
 
 namespace velor::audio {
 namespace {
@@ -74,152 +74,6 @@ struct BuiltinSetting final : Setting {
 struct ServiceKind {
   const char* name;
   std::unique_ptr<Setting> (*make)();
-};
-
-// What is played: on the first channel a number for each sample of the device's
-// count, on the second its negative, so that what comes in tells where it was played.
-constexpr double kPatternLength = 65521;
-constexpr float kPatternUnit = 65536;
-
-float patternAt(double sample) {
-  return static_cast<float>(std::fmod(sample, kPatternLength) + 1) / kPatternUnit;
-}
-// How far behind `sample` the pattern was played that is heard there.
-double delayOf(float heard, double sample) {
-  const double played = static_cast<double>(std::fabs(heard) * kPatternUnit) - 1;
-  return std::fmod(std::fmod(sample, kPatternLength) - played + kPatternLength, kPatternLength);
-}
-
-// A graph that plays the pattern, or what is told.
-class Player {
- public:
-  Player(AudioService& audio, AudioObjectID device, bool filtered = false) : mAudio(audio) {
-    AUNode outputNode = 0;
-    AUNode sourceNode = 0;
-    AUNode filterNode = 0;
-    EXPECT_EQ(audio.NewAUGraph(&graph), 0);
-    EXPECT_EQ(audio.AUGraphAddNode(graph, kHALOutputComponent, &outputNode), 0);
-    EXPECT_EQ(audio.AUGraphAddNode(graph, kConverterComponent, &sourceNode), 0);
-    EXPECT_EQ(audio.AUGraphAddNode(graph, kLowPassComponent, &filterNode), 0);
-    EXPECT_EQ(audio.AUGraphOpen(graph), 0);
-    EXPECT_EQ(audio.AUGraphNodeInfo(graph, outputNode, &output), 0);
-    EXPECT_EQ(audio.AUGraphNodeInfo(graph, sourceNode, &source), 0);
-    EXPECT_EQ(set(kAudioOutputUnitProperty_CurrentDevice, device), 0);
-    EXPECT_EQ(set(kAudioOutputUnitProperty_StartTimestampsAtZero, std::uint32_t{0}), 0);
-    const AURenderCallbackStruct callback{&Player::play, this};
-    EXPECT_EQ(audio.AudioUnitSetProperty(source, kAudioUnitProperty_SetRenderCallback,
-                                         kAudioUnitScope_Input, 0, &callback, sizeof callback),
-              0);
-    if (filtered) {
-      EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, sourceNode, 0, filterNode, 0), 0);
-      EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, filterNode, 0, outputNode, 0), 0);
-    } else {
-      EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, sourceNode, 0, outputNode, 0), 0);
-    }
-    EXPECT_EQ(audio.AUGraphInitialize(graph), 0);
-    EXPECT_EQ(audio.AUGraphStart(graph), 0);
-  }
-  ~Player() { EXPECT_EQ(mAudio.DisposeAUGraph(graph), 0); }
-
-  template <class T>
-  OSStatus set(AudioUnitPropertyID property, const T& value,
-               AudioUnitScope scope = kAudioUnitScope_Global) {
-    return mAudio.AudioUnitSetProperty(output, property, scope, 0, &value, sizeof value);
-  }
-
-  AUGraph graph = 0;
-  AudioUnit output = 0;
-  AudioUnit source = 0;
-  std::atomic<std::uint32_t> cycles{0};
-  std::atomic<OSStatus> result{0};
-
- private:
-  static OSStatus play(const host::RealtimeContext&, void* self, AudioUnitRenderActionFlags&,
-                       const AudioTimeStamp& time, std::uint32_t, std::uint32_t frames,
-                       AudioBufferList* data) {
-    auto& player = *static_cast<Player*>(self);
-    for (std::uint32_t i = 0; i < frames; ++i) {
-      const float sample = patternAt(time.mSampleTime + i);
-      data->mBuffers[0].mData[i] = sample;
-      data->mBuffers[1].mData[i] = -sample;
-    }
-    ++player.cycles;
-    return player.result.load();
-  }
-
-  AudioService& mAudio;
-};
-
-// A unit that keeps what comes in. Look at it when it has stopped.
-class Recorder {
- public:
-  struct Cycle {
-    AudioTimeStamp time;
-    std::uint32_t frames;
-  };
-  static constexpr std::size_t kRoom = 1 << 20;
-
-  Recorder(AudioService& audio, AudioObjectID device)
-      : mAudio(audio), left(kRoom), right(kRoom), log(kRoom / 16) {
-    EXPECT_EQ(audio.AudioComponentInstanceNew(kHALOutputComponent, &unit), 0);
-    const std::uint32_t on = 1;
-    const std::uint32_t off = 0;
-    const AURenderCallbackStruct callback{&Recorder::take, this};
-    const auto set = [&](AudioUnitPropertyID property, AudioUnitScope scope,
-                         AudioUnitElement element, const void* data, std::uint32_t size) {
-      EXPECT_EQ(audio.AudioUnitSetProperty(unit, property, scope, element, data, size), 0);
-    };
-    set(kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1, &on, sizeof on);
-    set(kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Output, 0, &off, sizeof off);
-    set(kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, 0, &device, sizeof device);
-    set(kAudioOutputUnitProperty_StartTimestampsAtZero, kAudioUnitScope_Global, 0, &off,
-        sizeof off);
-    set(kAudioOutputUnitProperty_SetInputCallback, kAudioUnitScope_Global, 0, &callback,
-        sizeof callback);
-    EXPECT_EQ(audio.AudioUnitInitialize(unit), 0);
-    EXPECT_EQ(audio.AudioOutputUnitStart(unit), 0);
-  }
-  ~Recorder() { EXPECT_EQ(mAudio.AudioComponentInstanceDispose(unit), 0); }
-  void stop() { EXPECT_EQ(mAudio.AudioOutputUnitStop(unit), 0); }
-
-  AudioUnit unit = 0;
-  std::atomic<std::size_t> cycles{0};
-  std::atomic<std::size_t> frames{0};
-  std::atomic<OSStatus> failure{0};
-
- private:
-  static OSStatus take(const host::RealtimeContext& realtime, void* self,
-                       AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time,
-                       std::uint32_t bus, std::uint32_t count, AudioBufferList* data) {
-    auto& recorder = *static_cast<Recorder*>(self);
-    const std::size_t at = recorder.frames;
-    if (data != nullptr || at + count > kRoom || recorder.cycles == recorder.log.size()) {
-      return -1;
-    }
-    AudioBufferList buffers;
-    buffers.mNumberBuffers = 2;
-    const auto bytes = static_cast<std::uint32_t>(count * sizeof(float));
-    buffers.mBuffers[0] = {1, bytes, &recorder.left[at]};
-    buffers.mBuffers[1] = {1, 0, nullptr};  // the unit gives its own
-    const OSStatus status =
-        recorder.mAudio.AudioUnitRender(realtime, recorder.unit, flags, time, bus, count, &buffers);
-    if (status != 0 || buffers.mBuffers[1].mDataByteSize != bytes) {
-      recorder.failure = status != 0 ? status : -1;
-      return status;
-    }
-    std::copy_n(buffers.mBuffers[1].mData, count, &recorder.right[at]);
-    recorder.log[recorder.cycles] = {time, count};
-    recorder.frames = at + count;
-    ++recorder.cycles;
-    return 0;
-  }
-
-  AudioService& mAudio;
-
- public:
-  std::vector<float> left;
-  std::vector<float> right;
-  std::vector<Cycle> log;
 };
 
 class AudioServiceContract : public testing::TestWithParam<ServiceKind> {
@@ -413,8 +267,8 @@ TEST_P(AudioServiceContract, ListenersHearOfAnotherDeviceOnceAndAreQuietWhenRemo
 // --- the signal ---
 
 TEST_P(AudioServiceContract, WhatAGraphPlaysComesInAfterAConstantDelayAndTimesRunOnWithoutAGap) {
-  Recorder recorder(audio(), mDevice);
-  Player player(audio(), mDevice);
+  AudioRecorder recorder(audio(), mDevice);
+  AudioPlayer player(audio(), mDevice);
   ASSERT_TRUE(awaitMore(player.cycles, 50));
   ASSERT_TRUE(awaitMore(recorder.cycles, 50));
   const auto firstCycle = recorder.log[0].time;
@@ -467,8 +321,8 @@ TEST_P(AudioServiceContract, WhatAGraphPlaysComesInAfterAConstantDelayAndTimesRu
 }
 
 TEST_P(AudioServiceContract, TheChannelMapRoutesAndTakesHoldWhileItRuns) {
-  Recorder recorder(audio(), mDevice);
-  Player player(audio(), mDevice);
+  AudioRecorder recorder(audio(), mDevice);
+  AudioPlayer player(audio(), mDevice);
   const auto settle = [this, &recorder] {
     const std::size_t before = recorder.frames;
     return until([&recorder, before, this] {
@@ -501,8 +355,8 @@ TEST_P(AudioServiceContract, TheChannelMapRoutesAndTakesHoldWhileItRuns) {
 }
 
 TEST_P(AudioServiceContract, ACycleIsSilentWhenItsCallbackFails) {
-  Recorder recorder(audio(), mDevice);
-  Player player(audio(), mDevice, true);
+  AudioRecorder recorder(audio(), mDevice);
+  AudioPlayer player(audio(), mDevice, true);
   player.result = 0x5000;
   ASSERT_TRUE(awaitMore(player.cycles, 20));
   const std::size_t failing = recorder.frames;
@@ -518,10 +372,10 @@ TEST_P(AudioServiceContract, ACycleIsSilentWhenItsCallbackFails) {
 }
 
 TEST_P(AudioServiceContract, WhatIsStoppedOrDisposedOfIsSilentAtOnce) {
-  Recorder recorder(audio(), mDevice);
+  AudioRecorder recorder(audio(), mDevice);
   std::size_t stopped = 0;
   {
-    Player player(audio(), mDevice);
+    AudioPlayer player(audio(), mDevice);
     ASSERT_TRUE(awaitMore(player.cycles, 10));
     ASSERT_EQ(audio().AUGraphStop(player.graph), 0);
     const std::uint32_t cycles = player.cycles;
@@ -534,7 +388,7 @@ TEST_P(AudioServiceContract, WhatIsStoppedOrDisposedOfIsSilentAtOnce) {
   }
   // In the midst of its cycles; what they use has gone with it.
   for (int i = 0; i < 20; ++i) {
-    Player player(audio(), mDevice);
+    AudioPlayer player(audio(), mDevice);
     ASSERT_TRUE(awaitMore(player.cycles, static_cast<std::size_t>(i % 3)));
   }
   ASSERT_TRUE(awaitMore(recorder.frames, static_cast<std::size_t>(rate() / 4)));
@@ -545,8 +399,8 @@ TEST_P(AudioServiceContract, WhatIsStoppedOrDisposedOfIsSilentAtOnce) {
 }
 
 TEST_P(AudioServiceContract, AUnitOutlivesTheLossOfItsDeviceAndPlaysAgainAtItsReturn) {
-  Player player(audio(), mDevice);
-  Recorder recorder(audio(), mDevice);
+  AudioPlayer player(audio(), mDevice);
+  AudioRecorder recorder(audio(), mDevice);
   ASSERT_TRUE(awaitMore(recorder.cycles, 20));
   std::atomic<int> heard{0};
   int listed = 0;
@@ -572,7 +426,7 @@ TEST_P(AudioServiceContract, AUnitOutlivesTheLossOfItsDeviceAndPlaysAgainAtItsRe
   EXPECT_NE(audio().AudioDeviceTranslateTime(mDevice, now, now), 0);
   const std::uint32_t whileAway = player.cycles;
   // A graph that is set up while it is away waits for it.
-  Player late(audio(), mDevice);
+  AudioPlayer late(audio(), mDevice);
   EXPECT_EQ(property<double>(late.output, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output),
             48000);
 
