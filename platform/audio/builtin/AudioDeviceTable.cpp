@@ -370,6 +370,12 @@ void AudioDeviceTable::notifyOfChange(const Defaults& before, bool listChanged) 
 }
 
 void AudioDeviceTable::notify(AudioObjectPropertySelector selector) {
+  // Who listens from now on looks for itself at what is there.
+  if (std::none_of(mListeners.begin(), mListeners.end(), [selector](const Listener& listener) {
+        return listener.selector == selector;
+      })) {
+    return;
+  }
   host::current().mainQueue().async([weak = std::weak_ptr(mSelf), selector] {
     const auto self = weak.lock();
     if (self == nullptr) {

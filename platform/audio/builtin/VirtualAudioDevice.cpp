@@ -189,7 +189,7 @@ std::unique_ptr<AudioDeviceStream> VirtualAudioDevice::open(AudioDirection direc
   place->store(stream.get());
   ++mOpenStreams;
   startThread();
-  return stream;
+  return mThread != nullptr ? std::move(stream) : nullptr;  // the system may refuse
 }
 
 void VirtualAudioDevice::close(Stream& stream) {

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+#include "platform/audio/builtin/LowPassUnit.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <numbers>
+#include <vector>
+
+namespace velor::audio {
+namespace {
+
+constexpr double kPi = std::numbers::pi;
+constexpr double kCutoff = 14000;
+constexpr float kResonance = 0.70710677F;
+
+class LowPassUnitTest : public testing::Test {
+ protected:
+  // A filter at a rate, fed with a signal by the number of the sample.
+  struct Filter {
+    explicit Filter(double rate, double (*signal)(double sample, double rate)) : mSignal(signal) {
+      mRate = rate;
+      const AURenderCallbackStruct callback{&Filter::feed, this};
+      EXPECT_EQ(unit.setProperty({kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0},
+                                 &callback, sizeof callback),
+                0);
+      for (const AudioUnitScope scope : {kAudioUnitScope_Input, kAudioUnitScope_Output}) {
+        EXPECT_EQ(unit.setProperty({kAudioUnitProperty_SampleRate, scope, 0}, &rate, sizeof rate),
+                  0);
+      }
+      EXPECT_EQ(unit.setParameter(kLowPassParam_CutoffFrequency, static_cast<float>(kCutoff)), 0);
+      EXPECT_EQ(unit.setParameter(kLowPassParam_Resonance, kResonance), 0);
+      EXPECT_EQ(unit.initialize(), 0);
+    }
+    // The first channel of so many further samples; none when the source fails.
+    std::vector<float> run(std::uint32_t frames, OSStatus result = 0) {
+      mResult = result;
+      AudioBufferList buffers;
+      buffers.mNumberBuffers = 2;
+      AudioUnitRenderActionFlags flags = 0;
+      OSStatus status = 0;
+      {
+        const host::RealtimeContext realtime;
+        status = unit.renderChecked(realtime, flags, {mNext, 0, 1}, 0, frames, &buffers);
+      }
+      EXPECT_EQ(status, result);
+      if (status != 0) {
+        return {};
+      }
+      mNext += frames;
+      return {buffers.mBuffers[0].mData, buffers.mBuffers[0].mData + frames};
+    }
+    LowPassUnit unit;
+
+   private:
+    static OSStatus feed(const host::RealtimeContext&, void* self, AudioUnitRenderActionFlags&,
+                         const AudioTimeStamp& time, std::uint32_t, std::uint32_t frames,
+                         AudioBufferList* data) {
+      auto& filter = *static_cast<Filter*>(self);
+      for (std::uint32_t i = 0; i < frames; ++i) {
+        data->mBuffers[0].mData[i] =
+            static_cast<float>(filter.mSignal(time.mSampleTime + i, filter.mRate));
+        data->mBuffers[1].mData[i] = 0;
+      }
+      return filter.mResult;
+    }
+    double (*mSignal)(double, double);
+    double mRate;
+    double mNext = 0;
+    OSStatus mResult = 0;
+  };
+};
+
+double impulse(double sample, double) {
+  return sample == 0 ? 1 : 0;
+}
+
+TEST_F(LowPassUnitTest, ItsResponseIsThatOfTheAnalogueFilterWarpedByTheBilinearTransform) {
+  for (const double rate : {44100.0, 48000.0, 96000.0, 192000.0}) {
+    Filter filter(rate, &impulse);
+    const std::vector<float> response = filter.run(4096);
+    for (const double frequency : {10.0, 1000.0, 8000.0, 14000.0, 18000.0, 21000.0}) {
+      std::complex<double> sum = 0;
+      for (std::size_t i = 0; i < response.size(); ++i) {
+        sum += static_cast<double>(response[i]) *
+               std::polar(1.0, -2 * kPi * frequency / rate * static_cast<double>(i));
+      }
+      // H(s) = 1 / (s^2 + s/Q + 1) at the warped frequency.
+      const double warped = std::tan(kPi * frequency / rate) / std::tan(kPi * kCutoff / rate);
+      const double wanted = 1 / std::hypot(1 - warped * warped, warped / kResonance);
+      EXPECT_NEAR(std::abs(sum), wanted, 1e-5) << frequency << " Hz at " << rate;
+    }
+  }
+}
+
+TEST_F(LowPassUnitTest, ARateThatCannotCarryTheCutoffIsLeftAsItIs) {
+  for (const double rate : {22050.0, 28000.0}) {
+    Filter filter(rate, [](double sample, double) { return std::sin(sample); });
+    const std::vector<float> out = filter.run(1000);
+    for (std::size_t i = 0; i < out.size(); ++i) {
+      ASSERT_EQ(out[i], static_cast<float>(std::sin(static_cast<double>(i))));
+    }
+  }
+}
+
+TEST_F(LowPassUnitTest, ACycleThatFailsLeavesItWhereItWasAndAResetClearsIt) {
+  const auto noise = [](double sample, double) { return std::sin(sample * sample); };
+  Filter whole(48000, noise);
+  Filter interrupted(48000, noise);
+  const std::vector<float> wanted = whole.run(200);
+  std::vector<float> found = interrupted.run(100);
+  EXPECT_TRUE(interrupted.run(100, 0x5000).empty());
+  const std::vector<float> rest = interrupted.run(100);
+  found.insert(found.end(), rest.begin(), rest.end());
+  EXPECT_EQ(found, wanted);
+
+  Filter rung(48000, &impulse);
+  rung.run(1);
+  const auto isSilent = [](const std::vector<float>& samples) {
+    return std::all_of(samples.begin(), samples.end(), [](float sample) { return sample == 0; });
+  };
+  EXPECT_FALSE(isSilent(rung.run(10)));
+  rung.unit.reset();
+  EXPECT_TRUE(isSilent(rung.run(10)));
+  EXPECT_EQ(rung.unit.setParameter(kLowPassParam_Resonance, 0), kAudioUnitErr_InvalidPropertyValue);
+  EXPECT_EQ(rung.unit.setParameter(2, 1), kAudioUnitErr_InvalidParameter);
+}
+
+}  // namespace
+}  // namespace velor::audio
