@@ -26,6 +26,7 @@ OSStatus EffectUnit::setFormat(AudioStreamBasicDescription& format,
     return kAudioUnitErr_FormatNotSupported;
   }
   format = value;
+  mOutputIsSet |= &format == &mOutput;
   return 0;
 }
 
@@ -96,7 +97,7 @@ bool EffectUnit::isWritable(const UnitPropertyAddress& address) {
 }
 
 OSStatus EffectUnit::connect(RenderUnit& source) {
-  if (mSource != nullptr) {
+  if (mSource != nullptr && mSource != &source) {
     return kAUGraphErr_InvalidConnection;
   }
   mSource = &source;
@@ -106,7 +107,8 @@ OSStatus EffectUnit::connect(RenderUnit& source) {
 
 OSStatus EffectUnit::initialize() {
   if (mSource != nullptr) {
-    mInput = streamFormat(mOutput.mSampleRate, mSource->outputChannels());
+    mInput = mSource->outputFormat();
+    mOutput = mOutputIsSet ? mOutput : mInput;
   }
   if (mInput.mSampleRate != mOutput.mSampleRate ||
       mInput.mChannelsPerFrame != mOutput.mChannelsPerFrame) {

@@ -7,8 +7,8 @@
 
 namespace velor::audio {
 
-/// A unit within a graph: one bus in, one bus out, both of the same format at
-/// last; told on either scope as it comes, it must be one at initialisation.
+/// A unit within a graph: one bus in, one bus out. The formats of both are told as
+/// they come, and must be the same at initialisation.
 class EffectUnit : public RenderUnit {
  public:
   OSStatus setProperty(const UnitPropertyAddress& address, const void* data,
@@ -16,13 +16,12 @@ class EffectUnit : public RenderUnit {
   OSStatus getProperty(const UnitPropertyAddress& address, std::vector<std::byte>& value) override;
   bool isWritable(const UnitPropertyAddress& address) override;
   OSStatus initialize() override;
-  /// Takes over the number of the source's channels.
+  /// Its format is that of the source, unless it was told another.
   OSStatus connect(RenderUnit& source) override;
-  std::uint32_t outputChannels() const noexcept override { return mOutput.mChannelsPerFrame; }
+  AudioStreamBasicDescription outputFormat() const override { return mOutput; }
 
  protected:
   UnitInput& input() noexcept { return mInputBus; }
-  const AudioStreamBasicDescription& outputFormat() const noexcept { return mOutput; }
 
  private:
   AudioStreamBasicDescription* format(const UnitPropertyAddress& address);
@@ -30,9 +29,9 @@ class EffectUnit : public RenderUnit {
 
   UnitInput mInputBus;
   RenderUnit* mSource = nullptr;
-  // The rate is a placeholder until the graph's is told.
   AudioStreamBasicDescription mInput = streamFormat(48000, 2);
   AudioStreamBasicDescription mOutput = streamFormat(48000, 2);
+  bool mOutputIsSet = false;
 };
 
 }  // namespace velor::audio

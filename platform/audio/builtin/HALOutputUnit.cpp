@@ -320,11 +320,12 @@ OSStatus HALOutputUnit::start() {
     return kAudioHardwareBadDeviceError;
   }
   // As many as the source gives, or the program's format says.
-  const std::uint32_t channels =
+  const AudioStreamBasicDescription pulled =
       mSource != nullptr
-          ? mSource->outputChannels()
-          : format({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, kOutputElement})
-                ->mChannelsPerFrame;
+          ? mSource->outputFormat()
+          : *format({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, kOutputElement});
+  const std::uint32_t channels =
+      direction(AudioDirection::output).enabled ? pulled.mChannelsPerFrame : 0;
   rt.samples.assign(std::size_t{channels} * kMaxFramesPerSlice, 0.0F);
   rt.buffers.mNumberBuffers = channels;
   mRunning = true;
@@ -341,7 +342,7 @@ void HALOutputUnit::stop() {
 }
 
 OSStatus HALOutputUnit::connect(RenderUnit& source) {
-  if (mSource != nullptr) {
+  if (mSource != nullptr && mSource != &source) {
     return kAUGraphErr_InvalidConnection;
   }
   mSource = &source;

@@ -10,7 +10,7 @@ OSStatus RenderUnit::setParameter(AudioUnitParameterID, float) {
 }
 
 OSStatus RenderUnit::initialize() {
-  mOwn.assign(std::size_t{outputChannels()} * kMaxFramesPerSlice, 0.0F);
+  mOwn.assign(std::size_t{outputFormat().mChannelsPerFrame} * kMaxFramesPerSlice, 0.0F);
   mInitialized = true;
   return 0;
 }
@@ -39,7 +39,7 @@ OSStatus RenderUnit::renderChecked(const host::RealtimeContext& realtime,
       if (bus != 0) {
         continue;  // it gives what came in as it lies
       }
-      if (i >= outputChannels()) {
+      if (std::size_t{i} * kMaxFramesPerSlice >= mOwn.size()) {
         return kAudioUnitErr_InvalidPropertyValue;
       }
       buffer.mData = &mOwn[std::size_t{i} * kMaxFramesPerSlice];

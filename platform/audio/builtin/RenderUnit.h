@@ -45,8 +45,8 @@ class RenderUnit {
   /// Connects what comes in at bus 0; the source outlives the cycles of this unit.
   /// Not while anything renders.
   virtual OSStatus connect(RenderUnit& source);
-  /// The channels that `render` gives at bus 0; 0 for a unit that ends a graph.
-  virtual std::uint32_t outputChannels() const noexcept { return 0; }
+  /// What `render` gives at bus 0; without channels for a unit that ends a graph.
+  virtual AudioStreamBasicDescription outputFormat() const { return {}; }
 
   /// Fills the buffers, which have room for `frames`.
   virtual OSStatus render(const host::RealtimeContext& realtime, AudioUnitRenderActionFlags& flags,

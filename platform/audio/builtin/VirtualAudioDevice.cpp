@@ -13,8 +13,9 @@
 namespace velor::audio {
 namespace {
 
-// The thread may be so many periods late before it gives cycles up.
-constexpr std::uint32_t kPatiencePeriods = 8;
+// So late may the thread be before it gives cycles up; until then it makes up for
+// them, since no hardware waits.
+constexpr double kPatienceSeconds = 0.5;
 constexpr std::uint64_t kCloseWaitNs = 100'000;
 
 // Of a power of two, so that the place of a sample is cheap to find.
@@ -253,7 +254,7 @@ void VirtualAudioDevice::run() {
     const std::uint32_t period = mPeriod.load(std::memory_order_relaxed);
     const std::uint64_t now = mHost.AudioGetCurrentHostTime();
     const double late = timeline.sampleAt(now) - static_cast<double>(next);
-    if (late > static_cast<double>(kPatiencePeriods) * period) {
+    if (late > kPatienceSeconds * timeline.rate) {
       mLateCycles.fetch_add(static_cast<std::uint64_t>(late / period));
       next = nextCycleAfter(now);
       continue;

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/host/LatestValue.h"
 #include "platform/host/Seqlock.h"
 
 namespace velor::host {
@@ -89,6 +90,28 @@ TEST(Seqlocked, AReaderNeverSeesHalfARecord) {
     ASSERT_EQ(seen.c, 3 * seen.a);
   }
   writer.join();
+}
+
+TEST(LatestValue, AReaderSeesWholeRecordsInTheirOrderAndTheLastOneAtLast) {
+  struct Record {
+    std::uint64_t a, b, c;
+  };
+  LatestValue<Record> value(Record{0, 0, 0});
+  std::thread writer([&value] {
+    for (std::uint64_t i = 1; i <= 50000; ++i) {
+      value.store({i, 2 * i, 3 * i});
+    }
+  });
+  std::uint64_t before = 0;
+  while (before < 50000) {
+    const Record seen = value.load();
+    ASSERT_EQ(seen.b, 2 * seen.a);
+    ASSERT_EQ(seen.c, 3 * seen.a);
+    ASSERT_GE(seen.a, before);
+    before = seen.a;
+  }
+  writer.join();
+  EXPECT_EQ(value.load().a, 50000U);  // what was read stands
 }
 
 }  // namespace
