@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -71,6 +72,8 @@ Process::Process(const std::vector<std::string>& command,
   if (mId > 0) {
     return;
   }
+  // A test that is killed takes its servers along.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
   for (const std::string& entry : environment) {
     putenv(strdup(entry.c_str()));
   }
