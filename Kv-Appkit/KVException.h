@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstdint>
 #include <exception>
 #include <string>
 #include <utility>
@@ -27,5 +28,12 @@ class KVException : public std::exception {
   std::string mName;
   std::string mReason;
 };
+
+/// Raises the exception of a service that failed: "Error: ", the method that
+/// called it, and the status in parentheses.
+[[noreturn]] inline void KVRaiseServiceError(const char* method, std::int32_t status) {
+  throw KVException(kServiceExceptionName,
+                    "Error: " + std::string(method) + " (" + std::to_string(status) + ")");
+}
 
 }  // namespace velor

@@ -1,19 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <string>
-
 #include "Kv-Appkit/KVException.h"
 #include "platform/midi/MIDITypes.h"
 
 namespace velor {
-
-/// Raises the exception of a MIDI service that failed: "Error: ", the method that
-/// called it, and the status in parentheses.
-[[noreturn]] inline void KVMIDIRaise(const char* method, midi::OSStatus status) {
-  throw KVException(kServiceExceptionName,
-                    "Error: " + std::string(method) + " (" + std::to_string(status) + ")");
-}
 
 /// Makes the call. When it fails it is made once more, and the status of that one
 /// is what is told. Should it succeed by then, `undo` takes back what it made.
@@ -24,7 +15,7 @@ void KVMIDICheck(const char* method, const Call& call, const Undo& undo) {
     if (status == 0) {
       undo();
     }
-    KVMIDIRaise(method, status);
+    KVRaiseServiceError(method, status);
   }
 }
 

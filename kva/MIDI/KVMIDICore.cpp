@@ -2,6 +2,7 @@
 #include "kva/MIDI/KVMIDICore.h"
 
 #include "Kv-Appkit/KVAssert.h"
+#include "Kv-Appkit/KVException.h"
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVRandom.h"
 #include "kva/MIDI/KVMIDICheck.h"
@@ -31,7 +32,7 @@ void setUniqueID(midi::MIDIEndpointRef endpoint, midi::MIDIUniqueID id, const ch
   }
   if (status != 0) {
     midi::service().MIDIEndpointDispose(endpoint);
-    KVMIDIRaise(method, status);
+    KVRaiseServiceError(method, status);
   }
 }
 
