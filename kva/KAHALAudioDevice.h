@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kva/KAHALAudioObject.h"
+
+namespace velor {
+
+/// A device of the audio service: what it is, and what it has in each direction.
+class KAHALAudioDevice final : public KAHALAudioObject {
+ public:
+  /// Null for 0. Whether the device is there shows when it is asked.
+  static std::shared_ptr<KAHALAudioDevice> initWithAudioObjectID(audio::AudioObjectID objectID);
+
+  /// For people. None where the device has no name.
+  std::optional<std::string> name() const;
+  /// The same in every run.
+  std::string deviceUID() const;
+  /// Frames a second.
+  double nominalSampleRate() const;
+
+  std::uint32_t numInputChannels() const {
+    return numChannelsInScope(audio::kAudioObjectPropertyScopeInput);
+  }
+  /// Scopes are those of input and output.
+  std::uint32_t numChannelsInScope(audio::AudioObjectPropertyScope scope) const;
+  /// One for each channel, in the order of the channels: the name of its stream,
+  /// or else of the device, and its number in the stream, from 1.
+  std::vector<std::string> channelNamesInScope(audio::AudioObjectPropertyScope scope) const;
+
+ private:
+  using KAHALAudioObject::KAHALAudioObject;
+};
+
+}  // namespace velor

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Kv-Appkit/KVObservable.h"
+#include "Kv-Appkit/KVShared.h"
+#include "kva/KAHALAudioDevice.h"
+#include "kva/KAHALAudioObject.h"
+
+namespace velor {
+
+/// The audio service in force as an object: the devices that are there now, the
+/// default ones first.
+///
+/// Observable: "audioDevices", "defaultInputDevice" and "defaultOutputDevice", told
+/// on the main queue after each change.
+class KAHALAudioSystem final : public KAHALAudioObject, public KVObservable {
+ public:
+  using Devices = std::vector<std::shared_ptr<KAHALAudioDevice>>;
+
+  /// Made at first use, by the main thread, with a service in force. Ends with
+  /// KVSharedInstances::clear, on the main thread and before the service.
+  static KAHALAudioSystem& defaultSystem();
+
+  Devices audioDevices() const;
+  Devices devicesWithInputs() const;
+  Devices devicesWithOutputs() const;
+
+  /// Null where no device that is there has the UID.
+  std::shared_ptr<KAHALAudioDevice> audioDeviceForUID(const std::string& uid) const;
+  /// Null where none has the id.
+  std::shared_ptr<KAHALAudioDevice> audioDeviceWithObjectId(audio::AudioObjectID objectID) const;
+  /// Null where there is none.
+  std::shared_ptr<KAHALAudioDevice> defaultInputDevice() const;
+  std::shared_ptr<KAHALAudioDevice> defaultOutputDevice() const;
+
+ private:
+  friend class KVShared<KAHALAudioSystem>;
+  KAHALAudioSystem();
+  ~KAHALAudioSystem() override;
+
+  static void propertyChanged(audio::AudioObjectID object,
+                              const audio::AudioObjectPropertyAddress& address, void* refCon);
+  Devices devicesWithChannels(audio::AudioObjectPropertyScope scope) const;
+};
+
+}  // namespace velor
