@@ -14,6 +14,7 @@
 #include "Kv-Appkit/KVShared.h"
 #include "Velor/mtc/MTC_Tx.h"
 #include "kva/MIDI/KVMIDICore.h"
+#include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Log.h"
 #include "platform/midi/MIDIService.h"
@@ -66,12 +67,6 @@ bool isFrame(const SMPTETime& a, const SMPTETime& b) {
 std::uint64_t truncatedNanoseconds(double nanoseconds) {
   constexpr double kLimit = 0x1p64;
   return nanoseconds >= 0 && nanoseconds < kLimit ? static_cast<std::uint64_t>(nanoseconds) : 0;
-}
-
-std::string text(const SMPTETime& time) {
-  char buffer[kLTCStringSize];
-  ltc_format_string(time, buffer);
-  return buffer;
 }
 
 // 0 where there is none, which no port can be made with.
@@ -172,11 +167,9 @@ void VLClock::createSyncInPort() {
       });
   mMTCParser->setDelegate(mSelf);
   const midi::MIDIReadProc readProc = [](const midi::MIDIPacketList* packets, void* parser, void*) {
-    const midi::MIDIPacket* packet = &packets->packet[0];
-    for (std::uint32_t i = 0; i < packets->numPackets; ++i) {
-      static_cast<VLMTCParser*>(parser)->addPacket(packet);
-      packet = midi::MIDIPacketNext(packet);
-    }
+    midi::forEachPacket(*packets, [parser](const midi::MIDIPacket& packet) {
+      static_cast<VLMTCParser*>(parser)->addPacket(&packet);
+    });
   };
   const midi::OSStatus status = midi::service().MIDIInputPortCreate(
       defaultClient(), "Velor Sync In", readProc, mMTCParser.get(), &mMIDISyncInPort);
@@ -487,6 +480,7 @@ void VLClock::setSmpteFormat(std::uint32_t smpteFormat) {
   mTimerQueue.sync([this, smpteFormat] {
     mTimerQueue.assertCurrent();
     if (canChangeFormat()) {
+      VELOR_LOG_VERBOSE("set clock SMPTE Format: %s", stringFromSMPTEFormat(smpteFormat).c_str());
       changeFormat(smpteFormat);
     }
   });
@@ -507,6 +501,9 @@ void VLClock::changeFormat(std::uint32_t smpteFormat) {
   ltc_change_format(loopTimes.start, smpteFormat);
   ltc_change_format(loopTimes.end, smpteFormat);
   _loopTimes.store(loopTimes);
+  if (_time.load().mType != smpteFormat) {
+    KVAssertionFailed("_time.mType == smpteFormat && \"change type\"", __FILE__, __LINE__);
+  }
 }
 
 void VLClock::setSmpteOffset(const SMPTETime& smpteOffset) {
@@ -518,7 +515,7 @@ void VLClock::setSmpteOffset(const SMPTETime& smpteOffset) {
     mTimerQueue.assertCurrent();
     _offset.store(smpteOffset);
   });
-  VELOR_LOG_INFO("did change clock offset: %s", text(smpteOffset).c_str());
+  VELOR_LOG_INFO("did change clock offset: %s", stringFromSMPTETime(smpteOffset).c_str());
 }
 
 // --- rate ---
@@ -617,8 +614,8 @@ void VLClock::moveLoopPoint(SMPTETime LoopTimes::*moved, SMPTETime LoopTimes::*o
     _loopTimes.store(points);
     return points;
   });
-  VELOR_LOG_INFO("loop start/stop: |:%s %s:|", text(loopTimes.start).c_str(),
-                 text(loopTimes.end).c_str());
+  VELOR_LOG_INFO("loop start/stop: |:%s %s:|", stringFromSMPTETime(loopTimes.start).c_str(),
+                 stringFromSMPTETime(loopTimes.end).c_str());
 }
 
 void VLClock::setPreroll(bool preroll) {
