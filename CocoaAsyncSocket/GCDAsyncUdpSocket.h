@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <any>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "CocoaAsyncSocket/DatagramBatch.h"
+#include "CocoaAsyncSocket/GCDAsyncUdpSocketDelegate.h"
+#include "CocoaAsyncSocket/GCDAsyncUdpSocketError.h"
+#include "CocoaAsyncSocket/SocketAddress.h"
+#include "CocoaAsyncSocket/UDPNetwork.h"
+#include "platform/host/Queue.h"
+#include "platform/host/Timer.h"
+
+namespace velor {
+
+/// A UDP socket for both IPv4 and IPv6 that never makes its owner wait for the
+/// network: it runs on the queue of the network in force and tells a delegate of
+/// what happens, on the delegate's queue.
+///
+/// Any thread may call anything, the callbacks and the filter included; it is
+/// ended on any thread, and silently. Realtime-safe: no. Operations that give a
+/// bool give true, or false with the error in `error` where that is not null;
+/// they wait for the socket's queue, which waits for nobody.
+///
+/// What comes faster than the delegate takes it waits in the system's buffer and
+/// is dropped there when that is full; the log tells how much, once a second at
+/// most. After `close` or its end has returned, the socket posts nothing more to
+/// the queue of its delegate or its filter.
+class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpSocket>,
+                                private UDPNetwork::Client {
+ public:
+  /// Says whether a datagram may pass; what it leaves in `context` goes to the
+  /// delegate with it.
+  using ReceiveFilter = std::function<bool(std::span<const std::uint8_t> data,
+                                           const SocketAddress& address, std::any& context)>;
+
+  /// What may wait to be sent, in bytes with kSendOverhead for each datagram;
+  /// what is beyond is refused.
+  static constexpr std::size_t kMostBytesWaiting = 1 << 20;
+  static constexpr std::size_t kSendOverhead = 64;
+
+  /// No descriptor yet. The delegate is held weakly; one that is a
+  /// GCDAsyncUdpSocketSendDelegate too hears of what is sent. The queue must stand
+  /// until the socket is closed. Without either, every operation fails.
+  static std::shared_ptr<GCDAsyncUdpSocket> initWithDelegate(
+      std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate, host::Queue* delegateQueue);
+  ~GCDAsyncUdpSocket();
+  GCDAsyncUdpSocket(const GCDAsyncUdpSocket&) = delete;
+  GCDAsyncUdpSocket& operator=(const GCDAsyncUdpSocket&) = delete;
+
+  /// Runs the filter on `queue` for every datagram before it is delivered. Not
+  /// asynchronous: a datagram is filtered when the one before has been filtered
+  /// and is on its way to the delegate. An empty filter lets all pass. Ends the
+  /// program when there is a filter without a queue.
+  void setReceiveFilter(ReceiveFilter filter, host::Queue* queue, bool isAsynchronous);
+
+  /// Binds all interfaces, by both protocols at one port; 0 has the system choose
+  /// one. All descriptors are closed when it fails.
+  bool bindToPort(std::uint16_t port, GCDAsyncUdpSocketError* error = nullptr);
+
+  /// Delivers what comes from now on. Needs a bound or connected socket.
+  bool beginReceiving(GCDAsyncUdpSocketError* error = nullptr);
+
+  /// Fixes the destination, a name or an address in text. True says that the
+  /// attempt has begun; the delegate hears how it ended. What is sent meanwhile
+  /// waits for it.
+  bool connectToHost(const std::optional<std::string>& host, std::uint16_t port,
+                     GCDAsyncUdpSocketError* error = nullptr);
+
+  /// A host with addresses of both protocols is reached by IPv4; else by its
+  /// first address.
+  void setPreferIPv4();
+  /// Both protocols are enabled at first. Has effect on descriptors made later.
+  void setIPv4Enabled(bool enabled);
+  void setIPv6Enabled(bool enabled);
+
+  /// Lets IPv4 datagrams go to broadcast addresses, until the socket is closed.
+  bool enableBroadcast(bool enabled, GCDAsyncUdpSocketError* error = nullptr);
+
+  /// Sends a datagram to the destination after those before it. `timeout`:
+  /// seconds for which it may wait for the system once its turn has come; less
+  /// than 0 is for ever. Empty data is not sent.
+  void sendData(std::vector<std::uint8_t> data, double timeout, std::int64_t tag);
+
+  bool isConnected() const;
+  /// The destination's; 0 before it stands.
+  std::uint16_t connectedPort() const;
+  /// Of the IPv4 descriptor, else of the IPv6 one; 0 and null for a closed socket.
+  std::uint16_t localPort() const;
+  std::optional<std::string> localHost() const;
+
+  /// Nothing is received or sent any more; no datagram whose delivery has not
+  /// begun is delivered. The delegate hears udpSocketDidClose if there was a
+  /// descriptor. The socket is as new then.
+  void close();
+
+  /// As SocketAddress::host.
+  static std::string hostFromAddress(const SocketAddress& address) { return address.host(); }
+  /// False for an address of neither protocol, which leaves both alone.
+  static bool getHost(std::string& host, std::uint16_t& port, const SocketAddress& address);
+
+ private:
+  struct Descriptor {
+    int family;
+    int number = -1;
+    unsigned watched = 0;  // kRead | kWrite
+    std::uint32_t dropped = 0;
+  };
+  struct Filter {
+    ReceiveFilter function;
+    host::Queue* queue;
+    bool asynchronous;
+  };
+  struct InFlight;
+  struct Received;
+  struct Outgoing {
+    std::vector<std::uint8_t> data;
+    double timeout = 0;
+    std::int64_t tag = 0;
+    bool isConnect = false;  // the place of a connect among the datagrams
+  };
+  struct Ends {
+    std::uint16_t localPort = 0;
+    std::optional<std::string> localHost;
+    bool connected = false;
+    std::uint16_t connectedPort = 0;
+  };
+
+  GCDAsyncUdpSocket(std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate, host::Queue* delegateQueue);
+
+  using Problem = std::optional<GCDAsyncUdpSocketError>;
+
+  template <class Body>
+  auto onQueue(Body&& body) const;
+  template <class Body>
+  bool attempt(GCDAsyncUdpSocketError* error, Body&& body);
+  template <class Body>
+  void post(Body body, std::uint64_t delay = 0);
+  template <class Call>
+  void tell(Call call);
+
+  Problem checkDelegate() const;
+  Problem checkEnabled() const KV_RUNS_ON(mQueue);
+  Problem makeDescriptors() KV_RUNS_ON(mQueue);
+  Problem prepare(Descriptor& descriptor) KV_RUNS_ON(mQueue);
+  Problem bindDescriptors(std::uint16_t port) KV_RUNS_ON(mQueue);
+  Problem allowReuse(const Descriptor& descriptor) KV_RUNS_ON(mQueue);
+  void closeDescriptor(Descriptor& descriptor) KV_RUNS_ON(mQueue);
+  void closeDescriptors() KV_RUNS_ON(mQueue);
+  void closeWithError(const Problem& error) KV_RUNS_ON(mQueue);
+  void noteEnds() KV_RUNS_ON(mQueue);
+
+  void descriptorReady(int number) override;
+  void watch(Descriptor& descriptor) KV_RUNS_ON(mQueue);
+  bool mayRead() KV_RUNS_ON(mQueue);
+  void receive(Descriptor& descriptor) KV_RUNS_ON(mQueue);
+  void handOver(std::shared_ptr<Received> received) KV_RUNS_ON(mQueue);
+  void deliver(const Received& received, std::size_t first, std::size_t last, const Filter* filter);
+  void filterNext(const std::shared_ptr<Received>& received, std::size_t index) KV_RUNS_ON(mQueue);
+  void filterEnded(const std::shared_ptr<Received>& received, std::size_t index, bool passed,
+                   bool asynchronous) KV_RUNS_ON(mQueue);
+  void noteDropped(Descriptor& descriptor, std::uint32_t dropped) KV_RUNS_ON(mQueue);
+  void reportDropped() KV_RUNS_ON(mQueue);
+
+  void finishConnect() KV_RUNS_ON(mQueue);
+  Problem connectTo(Descriptor& descriptor, const SocketAddress& address) KV_RUNS_ON(mQueue);
+  void sendWaiting() KV_RUNS_ON(mQueue);
+  bool sendCurrent() KV_RUNS_ON(mQueue);
+  void unblockSend() KV_RUNS_ON(mQueue);
+  void tellNotSent(std::int64_t tag, GCDAsyncUdpSocketError error);
+
+  const std::weak_ptr<GCDAsyncUdpSocketDelegate> mDelegate;
+  host::Queue* const mDelegateQueue;
+  const bool mTellsOfSends;
+  UDPNetwork& mNetwork;
+  host::Host& mHost;
+  host::Queue& mQueue;
+  std::uint32_t mId = 0;  // of the network's client; constant once made
+
+  // Counts the calls of `close`, so that what was read before one is not delivered.
+  std::atomic<std::uint64_t> mCloses{0};
+  const std::shared_ptr<InFlight> mInFlight;
+
+  // Counts the lives of the descriptors, for the answers to earlier ones.
+  std::uint64_t mLife KV_ON_QUEUE(mQueue) = 0;
+  Descriptor mSocket4 KV_ON_QUEUE(mQueue){AF_INET};
+  Descriptor mSocket6 KV_ON_QUEUE(mQueue){AF_INET6};
+  bool mIPv4Enabled KV_ON_QUEUE(mQueue) = true;
+  bool mIPv6Enabled KV_ON_QUEUE(mQueue) = true;
+  bool mPreferIPv4 KV_ON_QUEUE(mQueue) = false;
+  bool mBroadcast KV_ON_QUEUE(mQueue) = false;
+  bool mBound KV_ON_QUEUE(mQueue) = false;
+  bool mConnecting KV_ON_QUEUE(mQueue) = false;
+  bool mConnected KV_ON_QUEUE(mQueue) = false;
+  bool mReceiving KV_ON_QUEUE(mQueue) = false;
+  std::shared_ptr<const Filter> mFilter KV_ON_QUEUE(mQueue);
+
+  std::optional<UDPNameResolver::Answer> mAnswer KV_ON_QUEUE(mQueue);  // for the connect
+  std::optional<Outgoing> mCurrent KV_ON_QUEUE(mQueue);
+  bool mSendBlocked KV_ON_QUEUE(mQueue) = false;
+  std::unique_ptr<host::Timer> mSendTimer KV_ON_QUEUE(mQueue);
+
+  std::uint64_t mDropped KV_ON_QUEUE(mQueue) = 0;  // not yet reported
+  bool mDropReportDue KV_ON_QUEUE(mQueue) = false;
+  std::uint64_t mNextDropReport KV_ON_QUEUE(mQueue) = 0;  // host time, ns
+
+  mutable std::mutex mMutex;
+  // All below under mMutex.
+  std::deque<Outgoing> mOutgoing;
+  std::size_t mOutgoingBytes = 0;
+  bool mSendPosted = false;
+  bool mRefusing = false;  // since the queue was full
+  Ends mEnds;
+};
+
+}  // namespace velor

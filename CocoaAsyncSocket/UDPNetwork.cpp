@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include "CocoaAsyncSocket/UDPNetwork.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/host/ThreadState.h"
+
+namespace velor {
+
+namespace {
+UDPNetwork* gNetwork = nullptr;
+}
+
+UDPNetwork& udpNetwork() noexcept {
+  return *gNetwork;
+}
+void setUDPNetwork(UDPNetwork* network) noexcept {
+  gNetwork = network;
+}
+
+// A queue whose thread waits for descriptors too.
+class UDPNetwork::Loop final : public host::Queue {
+ public:
+  explicit Loop(host::Host& theHost)
+      : Queue(theHost, "GCDAsyncUdpSocket", theHost.makeSemaphore(host::Host::Pollable::yes),
+              WithoutThread{}) {}
+  ~Loop() override { host().timers().forget(*this); }
+
+  using Queue::acknowledgeWake;
+  using Queue::drain;
+  using Queue::wake;
+};
+
+UDPNetwork::UDPNetwork()
+    : mHost(host::current()),
+      mQueue(std::make_unique<Loop>(mHost)),
+      mResolver(std::make_unique<UDPNameResolver>(*mQueue)) {}
+
+UDPNetwork::~UDPNetwork() = default;
+
+host::Queue& UDPNetwork::queue() noexcept {
+  return *mQueue;
+}
+
+void UDPNetwork::startThread() {
+  mThread = mHost.startThread(mQueue->label(), [this] { run(); });
+  if (mThread == nullptr) {
+    std::fputs("cannot start the thread of the network\n", stderr);
+    std::abort();
+  }
+}
+
+void UDPNetwork::endThread() {
+  mHost.timers().forget(*mQueue);
+  mQueue->async([this] { mEnding.store(true); });
+  mThread->join();
+  mResolver = nullptr;
+  if (!mClients.empty()) {
+    std::fputs("the network ends before its sockets\n", stderr);
+    std::abort();
+  }
+}
+
+void UDPNetwork::run() {
+  host::threadState().queue = mQueue.get();
+  std::vector<Ready> ready;
+  while (!mEnding.load()) {
+    ready.clear();
+    wait(mQueue->wake(), ready);
+    // Cleared before the look: a job that comes during it signals again.
+    mQueue->acknowledgeWake();
+    mQueue->drain();
+    for (const Ready& each : ready) {
+      if (Client* const found = client(each.client)) {
+        found->descriptorReady(each.descriptor);
+      }
+    }
+  }
+}
+
+std::uint32_t UDPNetwork::addClient(Client& client) {
+  mQueue->assertCurrent();
+  mClients.emplace(++mLastClient, &client);
+  return mLastClient;
+}
+
+void UDPNetwork::removeClient(std::uint32_t id) {
+  mQueue->assertCurrent();
+  mClients.erase(id);
+}
+
+UDPNetwork::Client* UDPNetwork::client(std::uint32_t id) const {
+  mQueue->assertCurrent();
+  const auto found = mClients.find(id);
+  return found == mClients.end() ? nullptr : found->second;
+}
+
+void UDPNetwork::resolve(const std::string& host, std::uint16_t port,
+                         std::function<void(UDPNameResolver::Answer)> answer) {
+  mQueue->assertCurrent();
+  // An address needs nobody's answer, and must not stand behind names that do.
+  if (const auto address = SocketAddress::fromText(host, port)) {
+    mQueue->async([address = *address, answer = std::move(answer)] { answer({0, {address}}); });
+    return;
+  }
+  mResolver->add(lookUp(host, port), std::move(answer));
+}
+
+}  // namespace velor

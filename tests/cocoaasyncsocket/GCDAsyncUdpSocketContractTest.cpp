@@ -1,0 +1,444 @@
+// SPDX-License-Identifier: MIT
+// What the owner of a socket may rely on, on the network inside the process and
+// on this system's loopback interface.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "CocoaAsyncSocket/GCDAsyncUdpSocket.h"
+#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
+#include "CocoaAsyncSocket/SystemUDPNetwork.h"
+#include "platform/host/Log.h"
+#include "platform/host/SimulatedHost.h"
+#include "platform/host/SystemHost.h"
+#include "tests/cocoaasyncsocket/UDPListener.h"
+
+namespace velor {
+namespace {
+
+using testing::ElementsAre;
+using testing::StartsWith;
+
+constexpr std::uint64_t kMs = 1'000'000;
+
+SocketAddress loopback(int family, std::uint16_t port) {
+  return *SocketAddress::fromText(family == AF_INET ? "127.0.0.1" : "::1", port);
+}
+
+// Binds to the loopback interface whatever is asked to be bound to all.
+class LoopbackNetwork final : public SystemUDPNetwork {
+ public:
+  int bind(int descriptor, const SocketAddress& address) override {
+    return SystemUDPNetwork::bind(descriptor, loopback(address.family(), address.port()));
+  }
+};
+
+// A host, a network, and a sender that knows nothing of the class under test.
+class World {
+ public:
+  virtual ~World() = default;
+  virtual void sendTo(std::uint16_t port, const std::string& data) = 0;
+  virtual std::size_t openDescriptors() = 0;
+};
+
+class SimulatedWorld final : public World {
+ public:
+  SimulatedWorld() { setUDPNetwork(&mNetwork); }
+  void sendTo(std::uint16_t port, const std::string& data) override {
+    mNetwork.arrive(loopback(AF_INET, 40'000), loopback(AF_INET, port), bytesOf(data));
+  }
+  std::size_t openDescriptors() override { return mNetwork.openDescriptors(); }
+
+ private:
+  host::SimulatedHost mHost;
+  SimulatedUDPNetwork mNetwork;
+};
+
+class LoopbackWorld final : public World {
+ public:
+  LoopbackWorld() { setUDPNetwork(&mNetwork); }
+  ~LoopbackWorld() override { ::close(mSender); }
+  void sendTo(std::uint16_t port, const std::string& data) override {
+    const SocketAddress to = loopback(AF_INET, port);
+    ASSERT_EQ(::sendto(mSender, data.data(), data.size(), 0, to.data(), to.size()),
+              static_cast<ssize_t>(data.size()));
+  }
+  std::size_t openDescriptors() override {
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+  }
+
+ private:
+  host::SystemHost mHost;
+  LoopbackNetwork mNetwork;
+  const int mSender = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
+
+struct WorldKind {
+  const char* name;
+  std::unique_ptr<World> (*make)();
+};
+
+class GCDAsyncUdpSocketContract : public testing::TestWithParam<WorldKind> {
+ protected:
+  static std::uint16_t listen(UDPEnd& end, std::uint16_t port = 0) {
+    GCDAsyncUdpSocketError error;
+    EXPECT_TRUE(end.socket->bindToPort(port, &error)) << error.description();
+    EXPECT_TRUE(end.socket->beginReceiving(&error)) << error.description();
+    return end.socket->localPort();
+  }
+  static void connect(UDPEnd& end, const std::string& host, std::uint16_t port) {
+    EXPECT_TRUE(end.socket->connectToHost(host, port));
+    EXPECT_TRUE(end.listener->waitFor("connected"));
+  }
+
+  const std::unique_ptr<World> mWorld = GetParam().make();
+};
+
+TEST_P(GCDAsyncUdpSocketContract, BothProtocolsArriveAtOnePortWithTheirSenders) {
+  UDPEnd server;
+  const std::uint16_t port = listen(server);
+  ASSERT_NE(port, 0);
+  ASSERT_TRUE(server.socket->localHost().has_value());
+  for (const std::string host : {"127.0.0.1", "::1"}) {
+    UDPEnd client;
+    // Sent before the destination stands: they wait for it, in order.
+    EXPECT_TRUE(client.socket->connectToHost(host, port));
+    client.send("a" + host, 1);
+    client.send("b" + host, 2);
+    ASSERT_TRUE(server.listener->waitFor("data b" + host));
+    ASSERT_TRUE(client.listener->waitFor("sent", 2));
+    EXPECT_THAT(client.listener->events(), ElementsAre("connected " + host, "sent 1", "sent 2"));
+    EXPECT_TRUE(client.socket->isConnected());
+    EXPECT_EQ(client.socket->connectedPort(), port);
+
+    std::string sender;
+    std::uint16_t senderPort = 0;
+    ASSERT_TRUE(GCDAsyncUdpSocket::getHost(sender, senderPort, server.listener->lastSender()));
+    EXPECT_EQ(sender, host);
+    EXPECT_EQ(senderPort, client.socket->localPort());
+  }
+  EXPECT_THAT(server.listener->events(),
+              ElementsAre("data a127.0.0.1", "data b127.0.0.1", "data a::1", "data b::1"));
+}
+
+TEST_P(GCDAsyncUdpSocketContract, EmptyDatagramsAreDroppedAndLongOnesCut) {
+  UDPEnd server;
+  const std::uint16_t port = listen(server);
+  mWorld->sendTo(port, "");
+  mWorld->sendTo(port, std::string(UDPNetwork::kLargestDatagram + 1000, 'x'));
+  ASSERT_TRUE(server.listener->waitFor("data"));
+  EXPECT_EQ(server.listener->lastSize(), 9216U);
+  EXPECT_EQ(server.listener->events().size(), 1U);
+}
+
+TEST_P(GCDAsyncUdpSocketContract, ATakenPortIsRefusedAndFreeAgainAfterAClose) {
+  UDPEnd first;
+  UDPEnd second;
+  const std::uint16_t port = listen(first);
+  GCDAsyncUdpSocketError error;
+  EXPECT_FALSE(second.socket->bindToPort(port, &error));
+  EXPECT_EQ(error.domain, "NSPOSIXErrorDomain");
+  EXPECT_EQ(error.code, EADDRINUSE);
+  EXPECT_EQ(error.reason, "Error in bind() function");
+  EXPECT_EQ(second.socket->localPort(), 0);
+  EXPECT_EQ(second.socket->localHost(), std::nullopt);
+
+  first.socket->close();
+  EXPECT_EQ(listen(second, port), port);
+  mWorld->sendTo(port, "to the second");
+  EXPECT_TRUE(second.listener->waitFor("data to the second"));
+  EXPECT_THAT(first.listener->events(), ElementsAre("closed"));
+}
+
+TEST_P(GCDAsyncUdpSocketContract, TheFilterRunsBeforeDeliveryOnItsQueue) {
+  struct Case {
+    bool ownQueue;
+    bool asynchronous;
+  };
+  for (const Case each :
+       {Case{false, false}, Case{false, true}, Case{true, false}, Case{true, true}}) {
+    SCOPED_TRACE(testing::Message() << each.ownQueue << each.asynchronous);
+    host::Queue filterQueue("filter");
+    UDPEnd server;
+    host::Queue& queue = each.ownQueue ? filterQueue : server.queue;
+    std::atomic<int> wrong{0};
+    server.socket->setReceiveFilter(
+        [&](std::span<const std::uint8_t> data, const SocketAddress& from, std::any& context) {
+          wrong +=
+              queue.isCurrent() && GCDAsyncUdpSocket::hostFromAddress(from) == "127.0.0.1" ? 0 : 1;
+          context = std::string(data.begin(), data.end());
+          return data.back() % 2 == 0;
+        },
+        &queue, each.asynchronous);
+    server.listener->onData = [&](const std::string& data, const std::any& context) {
+      wrong += server.queue.isCurrent() && std::any_cast<std::string>(context) == data ? 0 : 1;
+    };
+    const std::uint16_t port = listen(server);
+    std::vector<std::string> expected;
+    for (char c = 'a'; c <= 'z'; ++c) {
+      mWorld->sendTo(port, std::string(1, c));
+      if (c % 2 == 0) {
+        expected.push_back(std::string("data ") + c);
+      }
+    }
+    ASSERT_TRUE(server.listener->waitFor("data z"));
+    EXPECT_EQ(server.listener->events(), expected);
+    EXPECT_EQ(wrong, 0);
+    server.socket->close();
+  }
+}
+
+TEST_P(GCDAsyncUdpSocketContract, ASynchronousFilterHoldsTheNextDatagramAndNoOtherSocket) {
+  host::Queue filterQueue("filter");
+  UDPEnd server;
+  const auto gate = host::current().makeSemaphore();
+  server.socket->setReceiveFilter(
+      [&gate](std::span<const std::uint8_t> data, const SocketAddress&, std::any&) {
+        if (data.front() == '2') {
+          gate->wait();
+        }
+        return true;
+      },
+      &filterQueue, false);
+  const std::uint16_t port = listen(server);
+  UDPEnd other;
+  const std::uint16_t otherPort = listen(other);
+  for (const char* data : {"1", "2", "3"}) {
+    mWorld->sendTo(port, data);
+  }
+  mWorld->sendTo(otherPort, "other");
+  // The first is out although the filter has not answered for the second.
+  EXPECT_TRUE(server.listener->waitFor("data 1"));
+  EXPECT_TRUE(other.listener->waitFor("data other"));
+  EXPECT_EQ(server.socket->localPort(), port);
+  EXPECT_EQ(server.listener->count("data"), 1U);
+  gate->signal();
+  EXPECT_TRUE(server.listener->waitFor("data 3"));
+  server.socket->close();  // before the end of the filter's queue
+}
+
+TEST_P(GCDAsyncUdpSocketContract, AfterACloseNothingIsDeliveredAndTheSocketIsAsNew) {
+  UDPEnd server;
+  server.listener->onData = [&server](const std::string& data, const std::any&) {
+    if (data == "close") {
+      server.socket->close();
+    }
+  };
+  std::uint16_t port = listen(server);
+  const auto gate = host::current().makeSemaphore();
+  server.queue.async([&gate] { gate->wait(); });
+  mWorld->sendTo(port, "close");
+  mWorld->sendTo(port, "too late");
+  gate->signal();
+  ASSERT_TRUE(server.listener->waitFor("closed"));
+  server.socket->close();  // of which there is nothing to tell
+  port = listen(server);
+  mWorld->sendTo(port, "again");
+  ASSERT_TRUE(server.listener->waitFor("data again"));
+  EXPECT_THAT(server.listener->events(), ElementsAre("data close", "closed", "data again"));
+}
+
+TEST_P(GCDAsyncUdpSocketContract, ItsOwnerMayLetGoInACallback) {
+  const std::size_t before = mWorld->openDescriptors();
+  {
+    UDPEnd server;
+    const auto gone = host::current().makeSemaphore();
+    server.listener->onData = [&server, &gone](const std::string&, const std::any&) {
+      server.socket = nullptr;
+      gone->signal();
+    };
+    const std::uint16_t port = listen(server);
+    mWorld->sendTo(port, "1");
+    gone->wait();
+  }
+  EXPECT_LE(mWorld->openDescriptors(), before);
+}
+
+TEST_P(GCDAsyncUdpSocketContract, ATargetThatReturnsMissesNothing) {
+  UDPEnd server;
+  const std::uint16_t port = listen(server);
+  UDPEnd client;
+  connect(client, "127.0.0.1", port);
+  server.socket->close();
+  client.send("refused", 1);
+  ASSERT_TRUE(client.listener->waitFor("sent 1"));
+  listen(server, port);
+  client.send("first", 2);
+  EXPECT_TRUE(server.listener->waitFor("data first"));
+  client.socket->sendData(std::vector<std::uint8_t>(70'000), 1.0, 3);
+  client.send("last", 4);
+  EXPECT_TRUE(server.listener->waitFor("data last"));
+  EXPECT_TRUE(client.listener->waitFor("sent 4"));
+  EXPECT_THAT(client.listener->events(),
+              ElementsAre("connected 127.0.0.1", "sent 1", "sent 2",
+                          "not sent 3 Message too long (Error in send() function.)", "sent 4"));
+}
+
+TEST_P(GCDAsyncUdpSocketContract, BroadcastMayBeEnabledAfterTheConnectHasBegun) {
+  UDPEnd client;
+  EXPECT_TRUE(client.socket->connectToHost("127.255.255.255", 9));
+  EXPECT_TRUE(client.listener->waitFor("connected 127.255.255.255"));
+  EXPECT_TRUE(client.socket->enableBroadcast(true));
+  client.send("to all", 1);
+  EXPECT_TRUE(client.listener->waitFor("sent 1"));
+}
+
+TEST_P(GCDAsyncUdpSocketContract, ANameIsResolvedAndTheTwoProtocolsChosenBetween) {
+  UDPEnd server;
+  const std::uint16_t port = listen(server);
+  UDPEnd client;
+  client.socket->setPreferIPv4();
+  connect(client, "localhost", port);
+  EXPECT_THAT(client.listener->events(), ElementsAre("connected 127.0.0.1"));
+  UDPEnd six;
+  six.socket->setIPv4Enabled(false);
+  EXPECT_TRUE(six.socket->connectToHost("127.0.0.1", port));
+  EXPECT_TRUE(six.listener->waitFor(
+      "not connected The host has no address of a protocol that is enabled."));
+  EXPECT_FALSE(six.socket->isConnected());
+  EXPECT_EQ(six.socket->connectedPort(), 0);
+}
+
+TEST_P(GCDAsyncUdpSocketContract, OperationsOutOfOrderSayWhatIsWrong) {
+  GCDAsyncUdpSocketError error;
+  UDPEnd end;
+  EXPECT_FALSE(end.socket->beginReceiving(&error));
+  EXPECT_EQ(error.text,
+            "Must bind socket before you can receive data. You can do this explicitly via bind, or "
+            "implicitly via connect or by sending data.");
+  EXPECT_EQ(error.domain, "GCDAsyncUdpSocketErrorDomain");
+  EXPECT_EQ(error.code, 1);
+  EXPECT_FALSE(end.socket->connectToHost(std::nullopt, 1, &error));
+  EXPECT_EQ(error.text, "The host param is nil. Should be domain name or IP address string.");
+  EXPECT_EQ(error.code, 2);
+  const std::uint16_t port = listen(end);
+  EXPECT_FALSE(end.socket->bindToPort(0, &error));
+  EXPECT_EQ(error.text, "Cannot bind a socket more than once.");
+  EXPECT_EQ(end.socket->localPort(), port);
+  connect(end, "127.0.0.1", port);
+  EXPECT_FALSE(end.socket->connectToHost("127.0.0.1", port, &error));
+  EXPECT_EQ(error.text, "Cannot connect a socket more than once.");
+  EXPECT_FALSE(end.socket->bindToPort(0, &error));
+  EXPECT_EQ(error.text, "Cannot bind after connecting. If needed, bind first, then connect.");
+
+  UDPEnd neither;
+  neither.socket->setIPv4Enabled(false);
+  neither.socket->setIPv6Enabled(false);
+  for (const bool ok : {neither.socket->bindToPort(0, &error),
+                        neither.socket->connectToHost("127.0.0.1", 1, &error)}) {
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(error.text,
+              "Both IPv4 and IPv6 have been disabled. Must enable at least one protocol first.");
+  }
+  neither.listener = nullptr;
+  EXPECT_FALSE(neither.socket->bindToPort(0, &error));
+  EXPECT_EQ(error.text, "Attempting to use socket without a delegate. Set a delegate first.");
+  const auto unheard = GCDAsyncUdpSocket::initWithDelegate(end.listener, nullptr);
+  EXPECT_FALSE(unheard->enableBroadcast(true, &error));
+  EXPECT_EQ(error.text,
+            "Attempting to use socket without a delegate queue. Set a delegate queue first.");
+}
+
+TEST_P(GCDAsyncUdpSocketContract, SixtyFourSocketsWorkAtOnceAndLeaveNoDescriptor) {
+  const std::size_t before = mWorld->openDescriptors();
+  {
+    UDPEnd server;
+    const std::uint16_t port = listen(server);
+    host::Queue queue("clients");
+    const auto listener = std::make_shared<UDPListener>();
+    std::vector<std::shared_ptr<GCDAsyncUdpSocket>> clients;
+    for (int i = 0; i < 64; ++i) {
+      clients.push_back(GCDAsyncUdpSocket::initWithDelegate(listener, &queue));
+      EXPECT_TRUE(clients.back()->connectToHost("localhost", port));
+      clients.back()->sendData(bytesOf("x"), 1.0, i);
+    }
+    EXPECT_TRUE(server.listener->waitFor("data x", 64));
+    // Some are closed while they resolve a name, some just end.
+    for (int i = 0; i < 64; ++i) {
+      auto late = GCDAsyncUdpSocket::initWithDelegate(listener, &queue);
+      EXPECT_TRUE(late->connectToHost("localhost", port));
+      if (i % 2 == 0) {
+        late->close();
+      }
+    }
+    EXPECT_TRUE(listener->waitFor("closed", 32));
+    clients.clear();
+  }
+  EXPECT_EQ(mWorld->openDescriptors(), before);
+}
+
+TEST_P(GCDAsyncUdpSocketContract, WhatAFloodLosesIsCountedAndMemoryIsBounded) {
+  std::mutex mutex;
+  std::vector<std::string> lines;
+  host::setLogSink([&](host::LogLevel level, std::string_view line) {
+    const std::lock_guard lock(mutex);
+    if (level == host::kLogWarning) {
+      lines.emplace_back(line);
+    }
+  });
+  constexpr std::size_t kSent = 20'000;
+  std::size_t delivered = 0;
+  {
+    UDPEnd server;
+    const std::uint16_t port = listen(server);
+    const auto gate = host::current().makeSemaphore();
+    server.queue.async([&gate] { gate->wait(); });  // a delegate that is busy
+    for (std::size_t i = 0; i < kSent; ++i) {
+      mWorld->sendTo(port, "flood");
+      if (i % 1000 == 0) {
+        host::current().mach_wait_until(host::current().AudioGetCurrentHostTime() + kMs);
+      }
+    }
+    gate->signal();
+    mWorld->sendTo(port, "end");
+    // Whether this one found room or not, one that comes later does, and brings the count.
+    server.queue.sync([] {});
+    for (int i = 0; server.listener->count("data count") == 0 && i < 1000; ++i) {
+      mWorld->sendTo(port, "count");
+      host::current().mach_wait_until(host::current().AudioGetCurrentHostTime() + 10 * kMs);
+      server.queue.sync([] {});
+    }
+    delivered = server.listener->count("data flood");
+    // Past the second in which a further report may not come.
+    host::current().mach_wait_until(host::current().AudioGetCurrentHostTime() + 1100 * kMs);
+  }
+  host::setLogSink({});
+  // Two readings of 64, and what 212992 bytes of the system's buffer hold.
+  EXPECT_LT(delivered, 2000U);
+  std::size_t dropped = 0;
+  for (const std::string& line : lines) {
+    unsigned port = 0;
+    std::size_t count = 0;
+    ASSERT_EQ(std::sscanf(line.c_str(), "udp socket at port %u: %zu datagrams", &port, &count), 2)
+        << line;
+    dropped += count;
+  }
+  EXPECT_LE(lines.size(), 3U);
+  EXPECT_GE(delivered + dropped, kSent);
+  EXPECT_LE(delivered + dropped, kSent + 2);  // "end", or a "count" that found no room
+}
+
+INSTANTIATE_TEST_SUITE_P(, GCDAsyncUdpSocketContract,
+                         testing::Values(WorldKind{"simulated",
+                                                   []() -> std::unique_ptr<World> {
+                                                     return std::make_unique<SimulatedWorld>();
+                                                   }},
+                                         WorldKind{"loopback",
+                                                   []() -> std::unique_ptr<World> {
+                                                     return std::make_unique<LoopbackWorld>();
+                                                   }}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+}  // namespace
+}  // namespace velor

@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: MIT
+// What only a played network can show: faults of the system, time, other machines.
+#include "CocoaAsyncSocket/GCDAsyncUdpSocket.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
+#include "platform/host/SimulatedHost.h"
+#include "tests/cocoaasyncsocket/UDPListener.h"
+
+namespace velor {
+namespace {
+
+using Call = SimulatedUDPNetwork::Call;
+using testing::ElementsAre;
+
+constexpr std::uint64_t kMs = 1'000'000;
+
+class GCDAsyncUdpSocketTest : public testing::Test {
+ protected:
+  GCDAsyncUdpSocketTest() { setUDPNetwork(&mNetwork); }
+
+  host::SimulatedHost mHost;
+  SimulatedUDPNetwork mNetwork;
+};
+
+TEST_F(GCDAsyncUdpSocketTest, EachCallThatFailsIsNamedAndLeavesNoDescriptor) {
+  struct Case {
+    Call call;
+    unsigned after;
+    const char* reason;
+  };
+  // A later one of a kind fails at the IPv6 descriptor.
+  for (const Case& each : {
+           Case{Call::socket, 0, "Error in socket() function"},
+           Case{Call::socket, 1, "Error in socket() function"},
+           Case{Call::setNonBlocking, 1, "Error enabling non-blocking IO on socket (fcntl)"},
+           Case{Call::setsockopt, 1, "Error in setsockopt() function"},
+           Case{Call::setsockopt, 3, "Error enabling address reuse (setsockopt)"},
+           Case{Call::bind, 1, "Error in bind() function"},
+       }) {
+    SCOPED_TRACE(each.reason);
+    UDPEnd end;
+    mNetwork.failNext(each.call, ENOBUFS, each.after);
+    GCDAsyncUdpSocketError error;
+    EXPECT_FALSE(end.socket->bindToPort(7770, &error));
+    EXPECT_EQ(error.code, ENOBUFS);
+    EXPECT_EQ(error.text, "No buffer space available");
+    EXPECT_EQ(error.reason, each.reason);
+    EXPECT_EQ(mNetwork.openDescriptors(), 0U);
+    EXPECT_TRUE(end.socket->bindToPort(7770, &error));
+    mNetwork.failNext(Call::setsockopt, EPERM);
+    EXPECT_FALSE(end.socket->enableBroadcast(true, &error));
+    EXPECT_EQ(error.description(), "Operation not permitted (Error in setsockopt() function)");
+  }
+}
+
+TEST_F(GCDAsyncUdpSocketTest, ASystemThatFailsToReadClosesTheSocketAfterWhatCameBefore) {
+  UDPEnd server;
+  EXPECT_TRUE(server.socket->bindToPort(7770));
+  EXPECT_TRUE(server.socket->beginReceiving());
+  const auto sender = *SocketAddress::fromText("10.0.0.5", 5000);
+  const auto port = SocketAddress::wildcard(AF_INET, 7770);
+  mNetwork.failNext(Call::recvmmsg, ENOMEM, 1);
+  EXPECT_TRUE(mNetwork.arrive(sender, port, bytesOf("before")));
+  mHost.settle();
+  EXPECT_EQ(server.listener->lastSender(), sender);
+  EXPECT_TRUE(mNetwork.arrive(sender, port, bytesOf("lost")));
+  mHost.settle();
+  EXPECT_THAT(
+      server.listener->events(),
+      ElementsAre("data before", "closed Cannot allocate memory (Error in recvfrom() function)"));
+  EXPECT_EQ(mNetwork.openDescriptors(), 0U);
+  EXPECT_EQ(server.socket->localPort(), 0);
+}
+
+TEST_F(GCDAsyncUdpSocketTest, ASendThatFindsNoRoomIsGivenUpAtItsTimeAndTheNextHasItsOwn) {
+  UDPEnd client;
+  EXPECT_TRUE(client.socket->connectToHost("192.168.1.20", 9000));
+  mHost.settle();
+  mNetwork.holdSends(true);
+  client.send("one", 1);
+  client.send("two", 2);
+  client.socket->sendData(bytesOf("three"), -1.0, 3);
+  mHost.advance(999 * kMs);
+  EXPECT_EQ(client.listener->count("not sent"), 0U);
+  mHost.advance(1 * kMs);
+  EXPECT_EQ(client.listener->count("not sent 1 Send operation timed out"), 1U);
+  mHost.advance(999 * kMs);
+  EXPECT_EQ(client.listener->count("not sent"), 1U);
+  mHost.advance(3'600'000 * kMs);  // the third waits for ever
+  EXPECT_EQ(client.listener->count("not sent"), 2U);
+  mNetwork.holdSends(false);
+  mHost.settle();
+  const auto sent = mNetwork.takeSent();
+  ASSERT_EQ(sent.size(), 1U);
+  EXPECT_EQ(sent[0].data, bytesOf("three"));
+  EXPECT_EQ(sent[0].to, *SocketAddress::fromText("192.168.1.20", 9000));
+  EXPECT_EQ(client.listener->count("sent 3"), 1U);
+
+  // A close while one waits tells of all that will not go.
+  mNetwork.holdSends(true);
+  client.send("four", 4);
+  client.send("five", 5);
+  mHost.settle();
+  client.socket->close();
+  mHost.advance(10'000 * kMs);
+  EXPECT_EQ(client.listener->count("not sent 4 Socket closed"), 1U);
+  EXPECT_EQ(client.listener->count("not sent 5 Socket closed"), 1U);
+  EXPECT_EQ(client.listener->events().back(), "closed");
+}
+
+TEST_F(GCDAsyncUdpSocketTest, WhatWaitsForASlowNameIsBoundedAndGoesOutInOrder) {
+  mNetwork.addHost("desk.local", {*SocketAddress::fromText("192.168.1.20", 0)}, 30'000 * kMs);
+  UDPEnd client;
+  EXPECT_TRUE(client.socket->connectToHost("desk.local", 9000));
+  constexpr std::size_t kBytes = 1000;
+  constexpr std::size_t kFit = (1U << 20) / (kBytes + 64);
+  for (std::size_t i = 0; i < kFit + 5; ++i) {
+    std::vector<std::uint8_t> data(kBytes);
+    data[0] = static_cast<std::uint8_t>(i);
+    client.socket->sendData(std::move(data), 1.0, static_cast<std::int64_t>(i));
+  }
+  mHost.settle();
+  EXPECT_EQ(client.listener->count("not sent"), 5U);
+  EXPECT_FALSE(client.socket->isConnected());
+  mHost.advance(30'000 * kMs);
+  EXPECT_TRUE(client.socket->isConnected());
+  const auto sent = mNetwork.takeSent();
+  ASSERT_EQ(sent.size(), kFit);
+  for (std::size_t i = 0; i < kFit; ++i) {
+    EXPECT_EQ(sent[i].data[0], static_cast<std::uint8_t>(i));
+  }
+}
+
+TEST_F(GCDAsyncUdpSocketTest, NamesThatTakeLongHoldUpNoAddressAndNoEnd) {
+  mNetwork.addHost("slow", {*SocketAddress::fromText("10.0.0.9", 0)}, 60'000 * kMs);
+  std::vector<std::unique_ptr<UDPEnd>> slow;
+  for (std::size_t i = 0; i < 2 * UDPNameResolver::kMostThreads; ++i) {
+    slow.push_back(std::make_unique<UDPEnd>());
+    EXPECT_TRUE(slow.back()->socket->connectToHost("slow", 9000));
+  }
+  UDPEnd quick;
+  EXPECT_TRUE(quick.socket->connectToHost("10.0.0.8", 9000));
+  UDPEnd unknown;
+  EXPECT_TRUE(unknown.socket->connectToHost("nobody", 9000));
+  mHost.settle();
+  EXPECT_THAT(quick.listener->events(), ElementsAre("connected 10.0.0.8"));
+
+  // One that is closed meanwhile hears of no outcome, and may connect anew.
+  slow[0]->socket->close();
+  EXPECT_TRUE(slow[0]->socket->connectToHost("10.0.0.7", 9000));
+  mHost.advance(60'000 * kMs);
+  EXPECT_THAT(slow[0]->listener->events(), ElementsAre("closed", "connected 10.0.0.7"));
+  EXPECT_THAT(slow[1]->listener->events(), ElementsAre("connected 10.0.0.9"));
+  EXPECT_THAT(unknown.listener->events(), ElementsAre("not connected Name or service not known"));
+  mHost.advance(60'000 * kMs);
+  EXPECT_EQ(slow.back()->listener->count("connected 10.0.0.9"), 1U);
+
+  // The network ends here with this look-up under way.
+  EXPECT_TRUE(unknown.socket->connectToHost("slow", 9000));
+}
+
+TEST_F(GCDAsyncUdpSocketTest, AFailedConnectIsToldAndMayBeTriedAgain) {
+  UDPEnd client;
+  mNetwork.failNext(Call::connect, ENETUNREACH);
+  EXPECT_TRUE(client.socket->connectToHost("10.0.0.9", 9000));
+  client.send("nowhere", 1);
+  mHost.settle();
+  EXPECT_TRUE(client.socket->connectToHost("10.0.0.9", 9000));
+  mHost.settle();
+  EXPECT_THAT(client.listener->events(),
+              ElementsAre("not connected Network is unreachable (Error in connect() function)",
+                          "not sent 1 Must connect socket before you can send data.",
+                          "connected 10.0.0.9"));
+}
+
+TEST_F(GCDAsyncUdpSocketTest, ABroadcastReachesEveryoneWhenEnabledAndNobodyElse) {
+  UDPEnd server;
+  EXPECT_TRUE(server.socket->bindToPort(7770));
+  EXPECT_TRUE(server.socket->beginReceiving());
+  UDPEnd client;
+  EXPECT_TRUE(client.socket->connectToHost("127.0.0.255", 7770));
+  client.send("forbidden", 1);
+  mHost.settle();
+  EXPECT_TRUE(client.socket->enableBroadcast(true));
+  client.send("to all", 2);
+  mHost.settle();
+  EXPECT_THAT(client.listener->events(),
+              ElementsAre("connected 127.0.0.255",
+                          "not sent 1 Permission denied (Error in send() function.)", "sent 2"));
+  EXPECT_THAT(server.listener->events(), ElementsAre("data to all"));
+}
+
+TEST(GCDAsyncUdpSocketDeathTest, AFilterNeedsAQueue) {
+  host::SimulatedHost host;
+  SimulatedUDPNetwork network;
+  setUDPNetwork(&network);
+  UDPEnd end;
+  EXPECT_DEATH(
+      end.socket->setReceiveFilter([](auto, const auto&, auto&) { return true; }, nullptr, false),
+      "Must provide a dispatch_queue in which to run the filter block.");
+}
+
+}  // namespace
+}  // namespace velor
