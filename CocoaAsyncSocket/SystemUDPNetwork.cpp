@@ -76,7 +76,8 @@ struct SystemUDPNetwork::ReadingRoom {
   std::array<Slot, kMostDatagramsAtOnce> slots;
 };
 
-SystemUDPNetwork::SystemUDPNetwork() : mEpoll(epoll_create1(EPOLL_CLOEXEC)) {
+SystemUDPNetwork::SystemUDPNetwork(Reach reach)
+    : mReach(reach), mEpoll(epoll_create1(EPOLL_CLOEXEC)) {
   if (mEpoll < 0) {
     std::perror("epoll_create1");
     std::abort();
@@ -103,7 +104,13 @@ int SystemUDPNetwork::setsockopt(int descriptor, int level, int option, int valu
 }
 
 int SystemUDPNetwork::bind(int descriptor, const SocketAddress& address) {
-  return resultOf(::bind(descriptor, address.data(), address.size()));
+  SocketAddress bound = address;
+  if (mReach == Reach::loopback &&
+      address == SocketAddress::wildcard(address.family(), address.port())) {
+    bound =
+        *SocketAddress::fromText(address.family() == AF_INET ? "127.0.0.1" : "::1", address.port());
+  }
+  return resultOf(::bind(descriptor, bound.data(), bound.size()));
 }
 
 int SystemUDPNetwork::connect(int descriptor, const SocketAddress& address) {

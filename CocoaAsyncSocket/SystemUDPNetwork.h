@@ -11,9 +11,14 @@
 namespace velor {
 
 /// The network of this system, by epoll.
-class SystemUDPNetwork : public UDPNetwork {
+class SystemUDPNetwork final : public UDPNetwork {
  public:
-  SystemUDPNetwork();
+  /// What the wildcard addresses stand for.
+  enum class Reach {
+    allInterfaces,
+    loopback,  ///< 127.0.0.1 and ::1, out of reach for other machines
+  };
+  explicit SystemUDPNetwork(Reach reach = Reach::allInterfaces);
   ~SystemUDPNetwork() override;
 
   int socket(int family) override;
@@ -27,14 +32,13 @@ class SystemUDPNetwork : public UDPNetwork {
   void close(int descriptor) override;
   int watch(int descriptor, std::uint32_t client, bool read, bool write) override;
 
- protected:
-  UDPNameResolver::LookUp lookUp(const std::string& host, std::uint16_t port) override;
-
  private:
   struct ReadingRoom;
 
   void wait(host::Semaphore& wake, std::vector<Ready>& ready) override;
+  UDPNameResolver::LookUp lookUp(const std::string& host, std::uint16_t port) override;
 
+  const Reach mReach;
   const int mEpoll;
   int mWakeDescriptor = -1;                   // once it is in mEpoll
   std::unique_ptr<ReadingRoom> mReadingRoom;  // from the first reading on

@@ -35,14 +35,6 @@ SocketAddress loopback(int family, std::uint16_t port) {
   return *SocketAddress::fromText(family == AF_INET ? "127.0.0.1" : "::1", port);
 }
 
-// Binds to the loopback interface whatever is asked to be bound to all.
-class LoopbackNetwork final : public SystemUDPNetwork {
- public:
-  int bind(int descriptor, const SocketAddress& address) override {
-    return SystemUDPNetwork::bind(descriptor, loopback(address.family(), address.port()));
-  }
-};
-
 // A host, a network, and a sender that knows nothing of the class under test.
 class World {
  public:
@@ -80,7 +72,7 @@ class LoopbackWorld final : public World {
 
  private:
   host::SystemHost mHost;
-  LoopbackNetwork mNetwork;
+  SystemUDPNetwork mNetwork{SystemUDPNetwork::Reach::loopback};
   const int mSender = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };
 
