@@ -20,50 +20,10 @@ using Error = GCDAsyncUdpSocketError;
 constexpr unsigned kRead = 1;
 constexpr unsigned kWrite = 2;
 constexpr std::uint64_t kNsPerSecond = 1'000'000'000;
-// Readings that may be on their way to the delegate: one in its hands, and one
-// that it finds when it is done. The rest waits in the system's bounded buffer.
-constexpr int kReadingsAhead = 2;
 // Datagrams sent before the queue's other jobs have their turn.
 constexpr int kMostSendsAtOnce = 64;
-// Ports of the system's choice that are tried before one is free for both protocols.
-constexpr int kMostPortsTried = 16;
 
 }  // namespace
-
-// Readings that are not done with; shared with them, since they may end anywhere.
-struct GCDAsyncUdpSocket::InFlight {
-  UDPNetwork& network;
-  std::uint32_t client;
-  std::atomic<int> count{0};
-  std::atomic<bool> paused{false};  // reading waits for the count to fall
-};
-
-// One reading, until every datagram in it is done with.
-struct GCDAsyncUdpSocket::Received : DatagramBatch {
-  Received() = default;
-  Received(const Received&) = delete;
-  Received& operator=(const Received&) = delete;
-  ~Received() {
-    if (inFlight == nullptr) {
-      return;
-    }
-    --inFlight->count;
-    if (inFlight->paused.exchange(false)) {
-      inFlight->network.queue().async([&network = inFlight->network, id = inFlight->client] {
-        if (UDPNetwork::Client* const client = network.client(id)) {
-          auto& socket = static_cast<GCDAsyncUdpSocket&>(*client);
-          socket.mQueue.assertCurrent();
-          socket.watch(socket.mSocket4);
-          socket.watch(socket.mSocket6);
-        }
-      });
-    }
-  }
-
-  std::uint64_t closes = 0;
-  std::shared_ptr<InFlight> inFlight;
-  std::vector<std::any> contexts;  // for a filter on a queue of its own
-};
 
 // --- on and off the queue
 
@@ -115,8 +75,10 @@ void GCDAsyncUdpSocket::tell(Call call) {
 
 std::shared_ptr<GCDAsyncUdpSocket> GCDAsyncUdpSocket::initWithDelegate(
     std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate, host::Queue* delegateQueue) {
-  return std::shared_ptr<GCDAsyncUdpSocket>(
+  std::shared_ptr<GCDAsyncUdpSocket> socket(
       new GCDAsyncUdpSocket(std::move(delegate), delegateQueue));
+  socket->mDelivery.setSocket(socket);
+  return socket;
 }
 
 GCDAsyncUdpSocket::GCDAsyncUdpSocket(std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate,
@@ -129,12 +91,13 @@ GCDAsyncUdpSocket::GCDAsyncUdpSocket(std::weak_ptr<GCDAsyncUdpSocketDelegate> de
       mHost(host::current()),
       mQueue(mNetwork.queue()),
       mId(onQueue([this] { return mNetwork.addClient(*this); })),
-      mInFlight(new InFlight{mNetwork, mId}) {}
+      mDelivery(mNetwork, mId, mDelegate, mDelegateQueue),
+      mDescriptors(mNetwork) {}
 
 GCDAsyncUdpSocket::~GCDAsyncUdpSocket() {
   onQueue([this] {
     mQueue.assertCurrent();
-    closeDescriptors();
+    mDescriptors.close();
     mSendTimer = nullptr;
     mNetwork.removeClient(mId);
   });
@@ -151,123 +114,20 @@ GCDAsyncUdpSocket::Problem GCDAsyncUdpSocket::checkDelegate() const {
   return {};
 }
 
-// --- descriptors
-
-GCDAsyncUdpSocket::Problem GCDAsyncUdpSocket::checkEnabled() const {
-  if (!mIPv4Enabled && !mIPv6Enabled) {
-    return Error::badConfig(
-        "Both IPv4 and IPv6 have been disabled. Must enable at least one protocol first.");
-  }
-  return {};
-}
-
-GCDAsyncUdpSocket::Problem GCDAsyncUdpSocket::makeDescriptors() {
-  if (mSocket4.number >= 0 || mSocket6.number >= 0) {
-    return {};
-  }
-  Problem problem;
-  if (mIPv4Enabled) {
-    problem = prepare(mSocket4);
-  }
-  if (!problem && mIPv6Enabled) {
-    problem = prepare(mSocket6);
-  }
-  if (problem) {
-    closeDescriptors();
-  }
-  noteEnds();
-  return problem;
-}
-
-GCDAsyncUdpSocket::Problem GCDAsyncUdpSocket::prepare(Descriptor& descriptor) {
-  const int number = mNetwork.socket(descriptor.family);
-  if (number < 0) {
-    return Error::posix(-number, "Error in socket() function");
-  }
-  descriptor = {descriptor.family, number};
-  if (const int result = mNetwork.setNonBlocking(number); result < 0) {
-    return Error::posix(-result, "Error enabling non-blocking IO on socket (fcntl)");
-  }
-  int result = 0;
-  if (descriptor.family == AF_INET6) {
-    // The IPv4 descriptor takes what comes by IPv4, at the same port.
-    result = mNetwork.setsockopt(number, IPPROTO_IPV6, IPV6_V6ONLY, 1);
-  } else if (mBroadcast) {
-    result = mNetwork.setsockopt(number, SOL_SOCKET, SO_BROADCAST, 1);
-  }
-  if (result < 0) {
-    return Error::posix(-result, "Error in setsockopt() function");
-  }
-  // A system that does not count what it drops is no reason to fail.
-  mNetwork.setsockopt(number, SOL_SOCKET, SO_RXQ_OVFL, 1);
-  return {};
-}
-
-// Only after the descriptor has its port: two that both allow reuse beforehand
-// share a port here, and one takes all datagrams of the other without a word.
-GCDAsyncUdpSocket::Problem GCDAsyncUdpSocket::allowReuse(const Descriptor& descriptor) {
-  const int result = mNetwork.setsockopt(descriptor.number, SOL_SOCKET, SO_REUSEADDR, 1);
-  if (result < 0) {
-    return Error::posix(-result, "Error enabling address reuse (setsockopt)");
-  }
-  return {};
-}
-
-GCDAsyncUdpSocket::Problem GCDAsyncUdpSocket::bindDescriptors(std::uint16_t port) {
-  for (Descriptor* const descriptor : {&mSocket4, &mSocket6}) {
-    if (descriptor->number < 0) {
-      continue;
-    }
-    const auto address = SocketAddress::wildcard(descriptor->family, port);
-    if (const int result = mNetwork.bind(descriptor->number, address); result < 0) {
-      return Error::posix(-result, "Error in bind() function");
-    }
-    if (Problem problem = allowReuse(*descriptor)) {
-      return problem;
-    }
-    SocketAddress bound;
-    if (mNetwork.getsockname(descriptor->number, bound) >= 0) {
-      port = bound.port();  // which the system may have chosen, for both then
-    }
-  }
-  return {};
-}
-
-void GCDAsyncUdpSocket::closeDescriptor(Descriptor& descriptor) {
-  if (descriptor.number >= 0) {
-    mNetwork.close(descriptor.number);
-    descriptor = {descriptor.family};
-  }
-}
-
-void GCDAsyncUdpSocket::closeDescriptors() {
-  closeDescriptor(mSocket4);
-  closeDescriptor(mSocket6);
-  noteEnds();
-}
-
 void GCDAsyncUdpSocket::closeWithError(const Problem& error) {
-  const bool wasOpen = mSocket4.number >= 0 || mSocket6.number >= 0;
+  const bool wasOpen = mDescriptors.isOpen();
   ++mLife;
-  mBound = mConnecting = mConnected = mReceiving = mBroadcast = false;
-  closeDescriptors();
+  mBound = mConnecting = mConnected = mReceiving = false;
+  mDescriptors.close();
+  noteEnds();
   unblockSend();
   mAnswer.reset();
-
-  std::deque<Outgoing> unsent;
-  {
-    const std::lock_guard lock(mMutex);
-    unsent.swap(mOutgoing);
-    mOutgoingBytes = 0;
-    mSendPosted = false;
+  if (!mCurrent) {
+    mCurrent = mOutgoing.take();
   }
-  if (mCurrent) {
-    unsent.push_front(std::move(*mCurrent));
-    mCurrent.reset();
-  }
-  for (const Outgoing& each : unsent) {
-    if (!each.isConnect) {
-      tellNotSent(each.tag, Error::closed());
+  for (; mCurrent; mCurrent = mOutgoing.take()) {
+    if (!mCurrent->isConnect) {
+      tellNotSent(mCurrent->tag, Error::closed());
     }
   }
   if (wasOpen && mDelegateQueue != nullptr) {
@@ -279,11 +139,9 @@ void GCDAsyncUdpSocket::closeWithError(const Problem& error) {
 
 void GCDAsyncUdpSocket::noteEnds() {
   Ends ends;
-  const Descriptor& descriptor = mSocket4.number >= 0 ? mSocket4 : mSocket6;
-  if (SocketAddress local;
-      descriptor.number >= 0 && mNetwork.getsockname(descriptor.number, local) >= 0) {
-    ends.localPort = local.port();
-    ends.localHost = local.host();
+  if (const auto local = mDescriptors.local()) {
+    ends.localPort = local->port();
+    ends.localHost = local->host();
   }
   const std::lock_guard lock(mMutex);
   mEnds = ends;
@@ -300,24 +158,12 @@ bool GCDAsyncUdpSocket::bindToPort(std::uint16_t port, Error* error) {
     if (mConnecting || mConnected) {
       return Error::badConfig("Cannot bind after connecting. If needed, bind first, then connect.");
     }
-    Problem problem = checkEnabled();
-    for (int tried = 0; !problem; ++tried) {
-      problem = makeDescriptors();
-      if (!problem) {
-        problem = bindDescriptors(port);
-      }
-      if (!problem) {
-        break;
-      }
-      closeDescriptors();
-      if (port == 0 && problem->code == EADDRINUSE && tried < kMostPortsTried) {
-        problem.reset();
-      }
-    }
+    Problem problem = mDescriptors.checkEnabled();
     if (!problem) {
-      mBound = true;
-      noteEnds();
+      problem = mDescriptors.bind(port);
     }
+    mBound = !problem;
+    noteEnds();
     return problem;
   });
 }
@@ -331,8 +177,7 @@ bool GCDAsyncUdpSocket::beginReceiving(Error* error) {
           "implicitly via connect or by sending data.");
     }
     mReceiving = true;
-    watch(mSocket4);
-    watch(mSocket6);
+    readOn();
     return {};
   });
 }
@@ -344,23 +189,20 @@ bool GCDAsyncUdpSocket::connectToHost(const std::optional<std::string>& host, st
     if (mConnecting || mConnected) {
       return Error::badConfig("Cannot connect a socket more than once.");
     }
-    Problem problem = checkEnabled();
+    Problem problem = mDescriptors.checkEnabled();
     if (!problem && !host) {
       problem =
           Error::badParam("The host param is nil. Should be domain name or IP address string.");
     }
     if (!problem) {
-      problem = makeDescriptors();
+      problem = mDescriptors.make();
     }
     if (problem) {
       return problem;
     }
     mConnecting = true;
-    {
-      const std::lock_guard lock(mMutex);
-      mOutgoing.push_back({{}, 0, 0, true});
-      mSendPosted = true;
-    }
+    noteEnds();
+    mOutgoing.add({{}, 0, 0, true});
     mNetwork.resolve(*host, port,
                      [&network = mNetwork, id = mId, life = mLife](UDPNameResolver::Answer answer) {
                        if (UDPNetwork::Client* const client = network.client(id)) {
@@ -380,16 +222,9 @@ bool GCDAsyncUdpSocket::connectToHost(const std::optional<std::string>& host, st
 bool GCDAsyncUdpSocket::enableBroadcast(bool enabled, Error* error) {
   return attempt(error, [this, enabled]() -> Problem {
     mQueue.assertCurrent();
-    Problem problem = makeDescriptors();
-    if (!problem && mSocket4.number >= 0) {
-      const int result =
-          mNetwork.setsockopt(mSocket4.number, SOL_SOCKET, SO_BROADCAST, enabled ? 1 : 0);
-      if (result < 0) {
-        problem = Error::posix(-result, "Error in setsockopt() function");
-      }
-    }
-    if (!problem) {
-      mBroadcast = enabled;
+    Problem problem = mDescriptors.setBroadcast(enabled);
+    if (!mConnected) {
+      noteEnds();
     }
     return problem;
   });
@@ -405,20 +240,20 @@ void GCDAsyncUdpSocket::setPreferIPv4() {
 void GCDAsyncUdpSocket::setIPv4Enabled(bool enabled) {
   onQueue([this, enabled] {
     mQueue.assertCurrent();
-    mIPv4Enabled = enabled;
+    mDescriptors.setEnabled(AF_INET, enabled);
   });
 }
 
 void GCDAsyncUdpSocket::setIPv6Enabled(bool enabled) {
   onQueue([this, enabled] {
     mQueue.assertCurrent();
-    mIPv6Enabled = enabled;
+    mDescriptors.setEnabled(AF_INET6, enabled);
   });
 }
 
 void GCDAsyncUdpSocket::setReceiveFilter(ReceiveFilter filter, host::Queue* queue,
                                          bool isAsynchronous) {
-  std::shared_ptr<const Filter> replacement;
+  std::shared_ptr<const DatagramDelivery::Filter> replacement;
   if (filter) {
     if (queue == nullptr) {
       constexpr const char* kText =
@@ -427,13 +262,11 @@ void GCDAsyncUdpSocket::setReceiveFilter(ReceiveFilter filter, host::Queue* queu
       VELOR_LOG_ERROR("assertion failed: %s", kText);
       std::abort();
     }
-    replacement = std::make_shared<Filter>(Filter{std::move(filter), queue, isAsynchronous});
+    replacement = std::make_shared<DatagramDelivery::Filter>(
+        DatagramDelivery::Filter{std::move(filter), queue, isAsynchronous});
   }
   // What was in force ends on the caller's thread, not on the one of all sockets.
-  onQueue([this, &replacement] {
-    mQueue.assertCurrent();
-    mFilter.swap(replacement);
-  });
+  onQueue([this, &replacement] { mDelivery.exchangeFilter(replacement); });
 }
 
 bool GCDAsyncUdpSocket::isConnected() const {
@@ -457,9 +290,9 @@ std::optional<std::string> GCDAsyncUdpSocket::localHost() const {
 }
 
 void GCDAsyncUdpSocket::close() {
-  ++mCloses;
   onQueue([this] {
     mQueue.assertCurrent();
+    mDelivery.forget();
     closeWithError({});
   });
 }
@@ -478,7 +311,8 @@ bool GCDAsyncUdpSocket::getHost(std::string& host, std::uint16_t& port,
 
 void GCDAsyncUdpSocket::descriptorReady(int number) {
   mQueue.assertCurrent();
-  Descriptor& descriptor = number == mSocket4.number ? mSocket4 : mSocket6;
+  Descriptor& descriptor =
+      mDescriptors.of(number == mDescriptors.of(AF_INET).number ? AF_INET : AF_INET6);
   if (descriptor.number != number) {
     return;
   }
@@ -486,19 +320,26 @@ void GCDAsyncUdpSocket::descriptorReady(int number) {
   if (mSendBlocked) {
     sendWaiting();
   }
-  if (mReceiving && mayRead()) {
+  if (mReceiving && mDelivery.mayRead()) {
     receive(descriptor);
   }
   watch(descriptor);
 }
 
+void GCDAsyncUdpSocket::readOn() {
+  mQueue.assertCurrent();
+  watch(mDescriptors.of(AF_INET));
+  watch(mDescriptors.of(AF_INET6));
+}
+
 // A descriptor is watched only for what is wanted of it: one with an error would
 // report that without end.
 void GCDAsyncUdpSocket::watch(Descriptor& descriptor) {
-  if (descriptor.number < 0) {
+  if (!descriptor.isOpen()) {
     return;
   }
-  const unsigned wanted = (mReceiving && mayRead() ? kRead : 0U) | (mSendBlocked ? kWrite : 0U);
+  const unsigned wanted =
+      (mReceiving && mDelivery.mayRead() ? kRead : 0U) | (mSendBlocked ? kWrite : 0U);
   if (wanted == 0 || wanted == descriptor.watched) {
     return;
   }
@@ -510,22 +351,9 @@ void GCDAsyncUdpSocket::watch(Descriptor& descriptor) {
   }
 }
 
-// False when enough is on its way to the delegate; the end of a reading calls
-// `watch` then.
-bool GCDAsyncUdpSocket::mayRead() {
-  const bool oneByOne =
-      mFilter != nullptr && !mFilter->asynchronous && mFilter->queue != mDelegateQueue;
-  const int limit = oneByOne ? 1 : kReadingsAhead;
-  if (mInFlight->count.load() < limit) {
-    return true;
-  }
-  mInFlight->paused.store(true);
-  return mInFlight->count.load() < limit;  // one that ended before it saw the word
-}
-
 void GCDAsyncUdpSocket::receive(Descriptor& descriptor) {
-  auto received = std::make_shared<Received>();
-  const int result = mNetwork.recvmmsg(descriptor.number, *received);
+  DatagramBatch batch;
+  const int result = mNetwork.recvmmsg(descriptor.number, batch);
   if (result == -EAGAIN || result == -EWOULDBLOCK || result == -EINTR) {
     return;
   }
@@ -533,88 +361,11 @@ void GCDAsyncUdpSocket::receive(Descriptor& descriptor) {
     closeWithError(Error::posix(-result, "Error in recvfrom() function"));
     return;
   }
-  if (received->dropped != 0) {
-    noteDropped(descriptor, received->dropped);
+  if (batch.dropped != 0) {
+    noteDropped(descriptor, batch.dropped);
   }
-  if (received->count() > 0) {
-    received->closes = mCloses.load();
-    received->inFlight = mInFlight;
-    ++mInFlight->count;
-    handOver(std::move(received));
-  }
-}
-
-void GCDAsyncUdpSocket::handOver(std::shared_ptr<Received> received) {
-  if (mFilter == nullptr || mFilter->queue == mDelegateQueue) {
-    // Filter and delegate share a queue, which would take turns between them.
-    if (auto self = weak_from_this().lock()) {
-      mDelegateQueue->async(
-          [self = std::move(self), received = std::move(received), filter = mFilter] {
-            self->deliver(*received, 0, received->count(), filter.get());
-          });
-    }
-    return;
-  }
-  received->contexts.resize(received->count());
-  const std::size_t atOnce = mFilter->asynchronous ? received->count() : 1;
-  for (std::size_t i = 0; i < atOnce; ++i) {
-    filterNext(received, i);
-  }
-}
-
-// On the delegate's queue.
-void GCDAsyncUdpSocket::deliver(const Received& received, std::size_t first, std::size_t last,
-                                const Filter* filter) {
-  const auto delegate = mDelegate.lock();
-  if (delegate == nullptr) {
-    return;
-  }
-  const auto self = shared_from_this();
-  for (std::size_t i = first; i < last && received.closes == mCloses.load(); ++i) {
-    std::any context;
-    if (filter != nullptr) {
-      if (!filter->function(received.data(i), received.from(i), context) ||
-          received.closes != mCloses.load()) {
-        continue;
-      }
-    } else if (!received.contexts.empty()) {
-      context = received.contexts[i];
-    }
-    delegate->udpSocketDidReceiveData(self, received.data(i), received.from(i), context);
-  }
-}
-
-void GCDAsyncUdpSocket::filterNext(const std::shared_ptr<Received>& received, std::size_t index) {
-  if (mFilter == nullptr) {  // taken away meanwhile
-    filterEnded(received, index, true, false);
-  } else if (auto self = weak_from_this().lock()) {
-    mFilter->queue->async([self = std::move(self), received, index, filter = mFilter] {
-      const bool passed =
-          received->closes == self->mCloses.load() &&
-          filter->function(received->data(index), received->from(index), received->contexts[index]);
-      self->post([received, index, passed,
-                  asynchronous = filter->asynchronous](GCDAsyncUdpSocket& socket) {
-        socket.mQueue.assertCurrent();
-        socket.filterEnded(received, index, passed, asynchronous);
-      });
-    });
-  }
-}
-
-void GCDAsyncUdpSocket::filterEnded(const std::shared_ptr<Received>& received, std::size_t index,
-                                    bool passed, bool asynchronous) {
-  if (received->closes != mCloses.load()) {
-    return;
-  }
-  if (passed) {
-    if (auto self = weak_from_this().lock()) {
-      mDelegateQueue->async([self = std::move(self), received, index] {
-        self->deliver(*received, index, index + 1, nullptr);
-      });
-    }
-  }
-  if (!asynchronous && index + 1 < received->count()) {
-    filterNext(received, index + 1);
+  if (batch.count() > 0) {
+    mDelivery.deliver(std::move(batch));
   }
 }
 
@@ -654,33 +405,20 @@ void GCDAsyncUdpSocket::sendData(std::vector<std::uint8_t> data, double timeout,
   if (data.empty()) {
     return;
   }
-  bool refused = false;
-  bool firstRefused = false;
-  bool wake = false;
-  {
-    const std::lock_guard lock(mMutex);
-    const std::size_t bytes = data.size() + kSendOverhead;
-    refused = mOutgoingBytes + bytes > kMostBytesWaiting;
-    if (!refused) {
-      mOutgoingBytes += bytes;
-      mOutgoing.push_back({std::move(data), timeout, tag});
-      wake = !std::exchange(mSendPosted, true);
-    }
-    firstRefused = refused && !mRefusing;
-    mRefusing = refused;
-  }
-  if (firstRefused) {
-    VELOR_LOG_WARNING("udp socket: too much waits to be sent, new datagrams are not taken");
-  }
-  if (refused && mTellsOfSends) {
-    post([tag](GCDAsyncUdpSocket& self) {
-      self.tellNotSent(tag, Error::other("Too much data waits to be sent."));
-    });
-  }
-  if (wake) {
+  const auto added = mOutgoing.add({std::move(data), timeout, tag});
+  if (added == UDPSendQueue::Added::andWake) {
     post([](GCDAsyncUdpSocket& self) {
       self.mQueue.assertCurrent();
       self.sendWaiting();
+    });
+    return;
+  }
+  if (added == UDPSendQueue::Added::firstRefused) {
+    VELOR_LOG_WARNING("udp socket: too much waits to be sent, new datagrams are not taken");
+  }
+  if (added != UDPSendQueue::Added::yes && mTellsOfSends) {
+    post([tag](GCDAsyncUdpSocket& self) {
+      self.tellNotSent(tag, Error::other("Too much data waits to be sent."));
     });
   }
 }
@@ -688,14 +426,10 @@ void GCDAsyncUdpSocket::sendData(std::vector<std::uint8_t> data, double timeout,
 void GCDAsyncUdpSocket::sendWaiting() {
   for (int sent = 0; sent < kMostSendsAtOnce; ++sent) {
     if (!mCurrent) {
-      const std::lock_guard lock(mMutex);
-      if (mOutgoing.empty()) {
-        mSendPosted = false;
-        return;
-      }
-      mCurrent = std::move(mOutgoing.front());
-      mOutgoing.pop_front();
-      mOutgoingBytes -= mCurrent->isConnect ? 0 : mCurrent->data.size() + kSendOverhead;
+      mCurrent = mOutgoing.take();
+    }
+    if (!mCurrent) {
+      return;
     }
     if (mCurrent->isConnect) {
       if (!mAnswer) {
@@ -718,22 +452,14 @@ void GCDAsyncUdpSocket::finishConnect() {
   mAnswer.reset();
   mConnecting = false;
 
-  const SocketAddress* chosen = nullptr;
-  for (const SocketAddress& each : answer.addresses) {
-    const Descriptor& descriptor = each.family() == AF_INET ? mSocket4 : mSocket6;
-    const bool better = chosen == nullptr ||
-                        (mPreferIPv4 && chosen->family() == AF_INET6 && each.family() == AF_INET);
-    if (descriptor.number >= 0 && better) {
-      chosen = &each;
-    }
-  }
+  const SocketAddress* const chosen = chooseAddress(answer.addresses);
   Problem problem;
   if (answer.code != 0) {
     problem = Error::netDB(answer.code);
   } else if (chosen == nullptr) {
     problem = Error::other("The host has no address of a protocol that is enabled.");
   } else {
-    problem = connectTo(chosen->family() == AF_INET ? mSocket4 : mSocket6, *chosen);
+    problem = mDescriptors.connect(*chosen);
   }
   if (problem) {
     tell([error = std::move(*problem)](GCDAsyncUdpSocketDelegate& delegate, const auto& self) {
@@ -741,7 +467,6 @@ void GCDAsyncUdpSocket::finishConnect() {
     });
     return;
   }
-  closeDescriptor(chosen->family() == AF_INET ? mSocket6 : mSocket4);
   mBound = mConnected = true;
   noteEnds();
   {
@@ -754,25 +479,22 @@ void GCDAsyncUdpSocket::finishConnect() {
   });
 }
 
-GCDAsyncUdpSocket::Problem GCDAsyncUdpSocket::connectTo(Descriptor& descriptor,
-                                                        const SocketAddress& address) {
-  int result = mNetwork.connect(descriptor.number, address);
-  if (result == -EACCES && descriptor.family == AF_INET && !mBroadcast) {
-    // A broadcast address. Whether it may be sent to is asked at the send, since
-    // broadcast is enabled after the connect has begun.
-    mNetwork.setsockopt(descriptor.number, SOL_SOCKET, SO_BROADCAST, 1);
-    result = mNetwork.connect(descriptor.number, address);
-    mNetwork.setsockopt(descriptor.number, SOL_SOCKET, SO_BROADCAST, 0);
+// Null when there is none of a family that has a descriptor.
+const SocketAddress* GCDAsyncUdpSocket::chooseAddress(const std::vector<SocketAddress>& addresses) {
+  const SocketAddress* chosen = nullptr;
+  for (const SocketAddress& each : addresses) {
+    const bool better = chosen == nullptr ||
+                        (mPreferIPv4 && chosen->family() == AF_INET6 && each.family() == AF_INET);
+    if (better && mDescriptors.of(each.family()).isOpen()) {
+      chosen = &each;
+    }
   }
-  if (result < 0) {
-    return Error::posix(-result, "Error in connect() function");
-  }
-  return allowReuse(descriptor);
+  return chosen;
 }
 
 // False when the system has no room yet.
 bool GCDAsyncUdpSocket::sendCurrent() {
-  Descriptor& descriptor = mSocket4.number >= 0 ? mSocket4 : mSocket6;
+  Descriptor& descriptor = mDescriptors.first();
   const std::int64_t tag = mCurrent->tag;
   if (!mConnected) {
     tellNotSent(tag, Error::badConfig("Must connect socket before you can send data."));

@@ -1,24 +1,20 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <any>
-#include <atomic>
-#include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
-#include "CocoaAsyncSocket/DatagramBatch.h"
+#include "CocoaAsyncSocket/DatagramDelivery.h"
 #include "CocoaAsyncSocket/GCDAsyncUdpSocketDelegate.h"
 #include "CocoaAsyncSocket/GCDAsyncUdpSocketError.h"
 #include "CocoaAsyncSocket/SocketAddress.h"
+#include "CocoaAsyncSocket/UDPDescriptorPair.h"
 #include "CocoaAsyncSocket/UDPNetwork.h"
+#include "CocoaAsyncSocket/UDPSendQueue.h"
 #include "platform/host/Queue.h"
 #include "platform/host/Timer.h"
 
@@ -42,13 +38,7 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
  public:
   /// Says whether a datagram may pass; what it leaves in `context` goes to the
   /// delegate with it.
-  using ReceiveFilter = std::function<bool(std::span<const std::uint8_t> data,
-                                           const SocketAddress& address, std::any& context)>;
-
-  /// What may wait to be sent, in bytes with kSendOverhead for each datagram;
-  /// what is beyond is refused.
-  static constexpr std::size_t kMostBytesWaiting = 1 << 20;
-  static constexpr std::size_t kSendOverhead = 64;
+  using ReceiveFilter = DatagramDelivery::Function;
 
   /// No descriptor yet. The delegate is held weakly; one that is a
   /// GCDAsyncUdpSocketSendDelegate too hears of what is sent. The queue must stand
@@ -90,7 +80,8 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
 
   /// Sends a datagram to the destination after those before it. `timeout`:
   /// seconds for which it may wait for the system once its turn has come; less
-  /// than 0 is for ever. Empty data is not sent.
+  /// than 0 is for ever. Empty data is not sent. When UDPSendQueue::kMostBytes
+  /// wait already it is refused: the delegate hears so, and the log once.
   void sendData(std::vector<std::uint8_t> data, double timeout, std::int64_t tag);
 
   bool isConnected() const;
@@ -111,25 +102,9 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   static bool getHost(std::string& host, std::uint16_t& port, const SocketAddress& address);
 
  private:
-  struct Descriptor {
-    int family;
-    int number = -1;
-    unsigned watched = 0;  // kRead | kWrite
-    std::uint32_t dropped = 0;
-  };
-  struct Filter {
-    ReceiveFilter function;
-    host::Queue* queue;
-    bool asynchronous;
-  };
-  struct InFlight;
-  struct Received;
-  struct Outgoing {
-    std::vector<std::uint8_t> data;
-    double timeout = 0;
-    std::int64_t tag = 0;
-    bool isConnect = false;  // the place of a connect among the datagrams
-  };
+  using Problem = UDPDescriptorPair::Problem;
+  using Descriptor = UDPDescriptorPair::Descriptor;
+
   struct Ends {
     std::uint16_t localPort = 0;
     std::optional<std::string> localHost;
@@ -138,8 +113,6 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   };
 
   GCDAsyncUdpSocket(std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate, host::Queue* delegateQueue);
-
-  using Problem = std::optional<GCDAsyncUdpSocketError>;
 
   template <class Body>
   auto onQueue(Body&& body) const;
@@ -151,30 +124,19 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   void tell(Call call);
 
   Problem checkDelegate() const;
-  Problem checkEnabled() const KV_RUNS_ON(mQueue);
-  Problem makeDescriptors() KV_RUNS_ON(mQueue);
-  Problem prepare(Descriptor& descriptor) KV_RUNS_ON(mQueue);
-  Problem bindDescriptors(std::uint16_t port) KV_RUNS_ON(mQueue);
-  Problem allowReuse(const Descriptor& descriptor) KV_RUNS_ON(mQueue);
-  void closeDescriptor(Descriptor& descriptor) KV_RUNS_ON(mQueue);
-  void closeDescriptors() KV_RUNS_ON(mQueue);
-  void closeWithError(const Problem& error) KV_RUNS_ON(mQueue);
   void noteEnds() KV_RUNS_ON(mQueue);
+  void closeWithError(const Problem& error) KV_RUNS_ON(mQueue);
 
   void descriptorReady(int number) override;
+  void readOn() override;
   void watch(Descriptor& descriptor) KV_RUNS_ON(mQueue);
-  bool mayRead() KV_RUNS_ON(mQueue);
   void receive(Descriptor& descriptor) KV_RUNS_ON(mQueue);
-  void handOver(std::shared_ptr<Received> received) KV_RUNS_ON(mQueue);
-  void deliver(const Received& received, std::size_t first, std::size_t last, const Filter* filter);
-  void filterNext(const std::shared_ptr<Received>& received, std::size_t index) KV_RUNS_ON(mQueue);
-  void filterEnded(const std::shared_ptr<Received>& received, std::size_t index, bool passed,
-                   bool asynchronous) KV_RUNS_ON(mQueue);
   void noteDropped(Descriptor& descriptor, std::uint32_t dropped) KV_RUNS_ON(mQueue);
   void reportDropped() KV_RUNS_ON(mQueue);
 
   void finishConnect() KV_RUNS_ON(mQueue);
-  Problem connectTo(Descriptor& descriptor, const SocketAddress& address) KV_RUNS_ON(mQueue);
+  const SocketAddress* chooseAddress(const std::vector<SocketAddress>& addresses)
+      KV_RUNS_ON(mQueue);
   void sendWaiting() KV_RUNS_ON(mQueue);
   bool sendCurrent() KV_RUNS_ON(mQueue);
   void unblockSend() KV_RUNS_ON(mQueue);
@@ -186,28 +148,21 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   UDPNetwork& mNetwork;
   host::Host& mHost;
   host::Queue& mQueue;
-  std::uint32_t mId = 0;  // of the network's client; constant once made
+  const std::uint32_t mId;  // of the network's client
+  DatagramDelivery mDelivery;
+  UDPSendQueue mOutgoing;
 
-  // Counts the calls of `close`, so that what was read before one is not delivered.
-  std::atomic<std::uint64_t> mCloses{0};
-  const std::shared_ptr<InFlight> mInFlight;
-
-  // Counts the lives of the descriptors, for the answers to earlier ones.
+  UDPDescriptorPair mDescriptors KV_ON_QUEUE(mQueue);
+  // Counts the closings, for the answers to what was asked before one.
   std::uint64_t mLife KV_ON_QUEUE(mQueue) = 0;
-  Descriptor mSocket4 KV_ON_QUEUE(mQueue){AF_INET};
-  Descriptor mSocket6 KV_ON_QUEUE(mQueue){AF_INET6};
-  bool mIPv4Enabled KV_ON_QUEUE(mQueue) = true;
-  bool mIPv6Enabled KV_ON_QUEUE(mQueue) = true;
   bool mPreferIPv4 KV_ON_QUEUE(mQueue) = false;
-  bool mBroadcast KV_ON_QUEUE(mQueue) = false;
   bool mBound KV_ON_QUEUE(mQueue) = false;
   bool mConnecting KV_ON_QUEUE(mQueue) = false;
   bool mConnected KV_ON_QUEUE(mQueue) = false;
   bool mReceiving KV_ON_QUEUE(mQueue) = false;
-  std::shared_ptr<const Filter> mFilter KV_ON_QUEUE(mQueue);
 
   std::optional<UDPNameResolver::Answer> mAnswer KV_ON_QUEUE(mQueue);  // for the connect
-  std::optional<Outgoing> mCurrent KV_ON_QUEUE(mQueue);
+  std::optional<UDPSendQueue::Entry> mCurrent KV_ON_QUEUE(mQueue);
   bool mSendBlocked KV_ON_QUEUE(mQueue) = false;
   std::unique_ptr<host::Timer> mSendTimer KV_ON_QUEUE(mQueue);
 
@@ -216,12 +171,7 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   std::uint64_t mNextDropReport KV_ON_QUEUE(mQueue) = 0;  // host time, ns
 
   mutable std::mutex mMutex;
-  // All below under mMutex.
-  std::deque<Outgoing> mOutgoing;
-  std::size_t mOutgoingBytes = 0;
-  bool mSendPosted = false;
-  bool mRefusing = false;  // since the queue was full
-  Ends mEnds;
+  Ends mEnds;  // under mMutex
 };
 
 }  // namespace velor

@@ -29,7 +29,7 @@ class UDPNameResolver {
   };
 
   /// Look-ups under way at once; the others wait for their turn.
-  static constexpr std::size_t kMostThreads = 8;
+  static constexpr std::size_t kMostThreads = 16;
 
   /// All of it runs on the queue, the answers too.
   explicit UDPNameResolver(host::Queue& queue);

@@ -39,6 +39,8 @@ class UDPNetwork {
     /// A descriptor that was watched can be read or written, has an error, or
     /// (seldom) none of these. It is not watched any more.
     virtual void descriptorReady(int descriptor) = 0;
+    /// What was read and handed on has been taken; more may be read.
+    virtual void readOn() = 0;
 
    protected:
     ~Client() = default;
