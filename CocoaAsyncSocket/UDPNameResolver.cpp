@@ -11,6 +11,16 @@
 
 namespace velor {
 
+namespace {
+
+// Never joined: reachable for ever, and ended by the end of the process.
+void leaveBehind(std::unique_ptr<host::Thread> thread) {
+  static auto& threads = *new std::vector<std::unique_ptr<host::Thread>>;
+  threads.push_back(std::move(thread));
+}
+
+}  // namespace
+
 struct UDPNameResolver::Running {
   LookUp lookUp;
   std::function<void(Answer)> reply;
@@ -42,9 +52,7 @@ UDPNameResolver::~UDPNameResolver() {
     } else if (running->done.load()) {
       running->thread->join();
     } else {
-      // Never joined: reachable for ever, and ended by the end of the process.
-      static auto& leftBehind = *new std::vector<std::unique_ptr<host::Thread>>;
-      leftBehind.push_back(std::move(running->thread));
+      leaveBehind(std::move(running->thread));
     }
   }
 }

@@ -27,7 +27,6 @@ namespace velor {
 namespace {
 
 using testing::ElementsAre;
-using testing::StartsWith;
 
 constexpr std::uint64_t kMs = 1'000'000;
 
@@ -419,6 +418,68 @@ TEST_P(GCDAsyncUdpSocketContract, WhatAFloodLosesIsCountedAndMemoryIsBounded) {
   EXPECT_LE(lines.size(), 3U);
   EXPECT_GE(delivered + dropped, kSent);
   EXPECT_LE(delivered + dropped, kSent + 2);  // "end", or a "count" that found no room
+}
+
+TEST_P(GCDAsyncUdpSocketContract, AnyThreadMayCloseAndEndASocketThatSendsAndReceives) {
+  const std::size_t before = mWorld->openDescriptors();
+  for (int round = 0; round < 50; ++round) {
+    UDPEnd server;
+    UDPEnd client;
+    // Each callback acts on the sockets that the other threads close meanwhile.
+    server.listener->onData = [&client](const std::string&, const std::any&) {
+      client.send("from a callback");
+    };
+    const std::uint16_t port = listen(server);
+    EXPECT_TRUE(client.socket->connectToHost("127.0.0.1", port));
+    const auto started = host::current().makeSemaphore();
+    const auto flooder = host::current().startThread("flooder", [&] {
+      for (int i = 0; i < 100; ++i) {
+        client.send("x");
+        if (i == round) {
+          started->signal();
+          started->signal();
+        }
+      }
+    });
+    const auto closer = host::current().startThread("closer", [&] {
+      started->wait();
+      client.socket->close();
+    });
+    started->wait();
+    server.socket->close();
+    flooder->join();
+    closer->join();
+    server.queue.sync([] {});
+    EXPECT_EQ(server.listener->events().back(), "closed");
+    server.socket = nullptr;
+  }
+  EXPECT_EQ(mWorld->openDescriptors(), before);
+}
+
+TEST_P(GCDAsyncUdpSocketContract, ALookUpWithoutAnEndHoldsUpNobodysEnd) {
+  struct Stuck {
+    std::unique_ptr<host::Semaphore> gate = host::current().makeSemaphore();
+    std::unique_ptr<host::Semaphore> ended = host::current().makeSemaphore();
+  };
+  const auto stuck = std::make_shared<Stuck>();
+  bool answered = false;
+  {
+    host::Queue queue("resolver");
+    UDPNameResolver resolver(queue);
+    queue.sync([&] {
+      resolver.add({[stuck] {
+                      stuck->gate->wait();
+                      stuck->ended->signal();
+                      return UDPNameResolver::Answer{};
+                    },
+                    {}},
+                   [&answered](const UDPNameResolver::Answer&) { answered = true; });
+    });
+  }
+  stuck->gate->signal();
+  stuck->ended->wait();
+  host::current().mach_wait_until(host::current().AudioGetCurrentHostTime() + kMs);
+  EXPECT_FALSE(answered);
 }
 
 INSTANTIATE_TEST_SUITE_P(, GCDAsyncUdpSocketContract,
