@@ -11,22 +11,34 @@
 
 namespace velor {
 
-namespace {
-
-// Never joined: reachable for ever, and ended by the end of the process.
-void leaveBehind(std::unique_ptr<host::Thread> thread) {
-  static auto& threads = *new std::vector<std::unique_ptr<host::Thread>>;
-  threads.push_back(std::move(thread));
-}
-
-}  // namespace
-
 struct UDPNameResolver::Running {
   LookUp lookUp;
   std::function<void(Answer)> reply;
   Answer answer;  // the thread's, until it has posted
   std::atomic<bool> done{false};
   std::unique_ptr<host::Thread> thread;  // the queue's
+};
+
+// Look-ups that outlived their resolver. At the end of the process those that
+// have an answer by then are joined; the others end with it.
+struct UDPNameResolver::LeftBehind {
+  ~LeftBehind() {
+    for (const auto& each : list) {
+      if (each->done.load()) {
+        each->thread->join();
+      } else {
+        static_cast<void>(each->thread.release());
+      }
+    }
+  }
+  static void add(std::shared_ptr<Running> running) {
+    static std::mutex mutex;
+    static LeftBehind all;
+    const std::lock_guard lock(mutex);
+    all.list.push_back(std::move(running));
+  }
+
+  std::vector<std::shared_ptr<Running>> list;
 };
 
 // What a thread that outlives the resolver still finds.
@@ -48,11 +60,11 @@ UDPNameResolver::~UDPNameResolver() {
   for (const auto& running : mRunning) {
     if (running->lookUp.cancel) {
       running->lookUp.cancel();
-      running->thread->join();
-    } else if (running->done.load()) {
+    }
+    if (running->lookUp.cancel || running->done.load()) {
       running->thread->join();
     } else {
-      leaveBehind(std::move(running->thread));
+      LeftBehind::add(running);
     }
   }
 }

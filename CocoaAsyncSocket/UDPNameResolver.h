@@ -44,6 +44,7 @@ class UDPNameResolver {
 
  private:
   struct Running;
+  struct LeftBehind;
   struct Gate;
 
   void startNext() KV_RUNS_ON(mQueue);
