@@ -12,7 +12,6 @@
 #include <deque>
 #include <functional>
 #include <limits>
-#include <queue>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -118,7 +117,8 @@ struct SimulatedHost::Scheduler {
     self->timedOut = false;
     waiting.push_back(self);
     if (deadline != kNever) {
-      sleepers.push({deadline, nextOrder++, self, self->waitNumber});
+      sleepers.push_back({deadline, nextOrder++, self, self->waitNumber});
+      std::push_heap(sleepers.begin(), sleepers.end(), std::greater<>());
     }
     switchTo(pickNext());
     return !self->timedOut;
@@ -136,15 +136,26 @@ struct SimulatedHost::Scheduler {
   }
 
   void dropStale() {
-    while (!sleepers.empty() && isStale(sleepers.top())) {
-      sleepers.pop();
+    while (!sleepers.empty() && isStale(sleepers.front())) {
+      popSleeper();
     }
+  }
+
+  void popSleeper() {
+    std::pop_heap(sleepers.begin(), sleepers.end(), std::greater<>());
+    sleepers.pop_back();
+  }
+
+  // A wait that was woken before its deadline is among them still.
+  void forgetSleeper(const Fiber* fiber) {
+    std::erase_if(sleepers, [fiber](const Sleeper& sleeper) { return sleeper.fiber == fiber; });
+    std::make_heap(sleepers.begin(), sleepers.end(), std::greater<>());
   }
 
   // True while something besides the caller can run at the present time.
   bool anythingDue() {
     dropStale();
-    return !ready.empty() || (!sleepers.empty() && sleepers.top().deadline <= now);
+    return !ready.empty() || (!sleepers.empty() && sleepers.front().deadline <= now);
   }
 
   Fiber* pickNext() {
@@ -167,8 +178,8 @@ struct SimulatedHost::Scheduler {
         std::fputc('\n', stderr);
         std::abort();
       }
-      const Sleeper sleeper = sleepers.top();
-      sleepers.pop();
+      const Sleeper sleeper = sleepers.front();
+      popSleeper();
       now = std::max(now, sleeper.deadline);
       wake(sleeper.fiber, true);
     }
@@ -207,6 +218,7 @@ struct SimulatedHost::Scheduler {
     fiber->body();
     fiber->body = nullptr;
     fiber->done = true;
+    self->forgetSleeper(fiber);
     --self->live;
     // Whoever joins can run only after the switch, which is the last use of the record.
     fiber->ended->signal();
@@ -274,8 +286,8 @@ struct SimulatedHost::Scheduler {
   Fiber* running = &mainFiber;
   Fiber* previous = &mainFiber;
   std::deque<Fiber*> ready;
-  std::vector<Fiber*> waiting;  // for the report alone
-  std::priority_queue<Sleeper, std::vector<Sleeper>, std::greater<>> sleepers;
+  std::vector<Fiber*> waiting;    // for the report alone
+  std::vector<Sleeper> sleepers;  // a heap, the earliest first
   std::uint64_t nextOrder = 0;
   std::vector<Stack> freeStacks;
   int live = 0;

@@ -42,6 +42,18 @@ TEST(SimulatedHost, MainJobsRunOnlyInsideTheMainLoop) {
   EXPECT_TRUE(ran);
 }
 
+TEST(SimulatedHost, AThreadThatEndsBeforeTheDeadlineItWaitedForIsForgotten) {
+  SimulatedHost host;
+  const std::uint64_t start = host.AudioGetCurrentHostTime();
+  const auto wake = host.makeSemaphore();
+  auto thread = host.startThread("woken", [&] { wake->waitUntil(start + 10 * kMs); });
+  host.advance(kMs);
+  wake->signal();
+  thread.reset();  // what is left of its wait must not lead back to it
+  host.advance(20 * kMs);
+  EXPECT_EQ(host.AudioGetCurrentHostTime(), start + 21 * kMs);
+}
+
 std::string interleaving(std::uint64_t seed) {
   SimulatedHost host(seed);
   std::string trace;
