@@ -141,17 +141,24 @@ const AudioDeviceDescription::Stream* AudioDeviceTable::findStream(AudioObjectID
   return index < streams.size() ? &streams[index] : nullptr;
 }
 
-AudioObjectID AudioDeviceTable::defaultOf(AudioDirection direction) const {
+template <class Predicate>
+AudioObjectID AudioDeviceTable::preferred(Predicate&& isWanted) const {
   const Device* best = nullptr;
   for (const Device& device : mDevices) {
-    const auto& side = device.description.side(direction);
-    if (device.present && side.isDefault && channelCount(side.streams) != 0 &&
+    if (device.present && isWanted(device.description) &&
         (best == nullptr || device.outside < best->outside)) {
       best = &device;
     }
   }
   return best == nullptr ? kAudioObjectUnknown
                          : kFirstDevice + static_cast<AudioObjectID>(best - mDevices.data());
+}
+
+AudioObjectID AudioDeviceTable::defaultOf(AudioDirection direction) const {
+  return preferred([direction](const AudioDeviceDescription& device) {
+    const auto& side = device.side(direction);
+    return side.isDefault && channelCount(side.streams) != 0;
+  });
 }
 
 AudioDeviceTable::Defaults AudioDeviceTable::defaults() const {
@@ -209,19 +216,10 @@ OSStatus AudioDeviceTable::getNumber(AudioObjectID object,
       case kAudioHardwarePropertyDefaultOutputDevice:
         *value = defaultOf(AudioDirection::output);
         return 0;
-      case kAudioHardwarePropertyDeviceForUID: {
-        const Device* best = nullptr;
-        for (const Device& device : mDevices) {
-          if (device.present && device.description.uid == uid &&
-              (best == nullptr || device.outside < best->outside)) {
-            best = &device;
-          }
-        }
-        *value = best == nullptr
-                     ? kAudioObjectUnknown
-                     : kFirstDevice + static_cast<AudioObjectID>(best - mDevices.data());
+      case kAudioHardwarePropertyDeviceForUID:
+        *value =
+            preferred([&uid](const AudioDeviceDescription& device) { return device.uid == uid; });
         return 0;
-      }
       default:
         return kAudioHardwareUnknownPropertyError;
     }

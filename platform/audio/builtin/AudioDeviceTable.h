@@ -96,6 +96,9 @@ class AudioDeviceTable final : private AudioInside {
   Device* find(AudioObjectID device);
   Device* findPresent(AudioObjectID device);
   const AudioDeviceDescription::Stream* findStream(AudioObjectID stream);
+  // Of those that are there, the one of the first back end that has one.
+  template <class Predicate>
+  AudioObjectID preferred(Predicate&& isWanted) const;
   AudioObjectID defaultOf(AudioDirection direction) const;
   Defaults defaults() const;
   std::vector<AudioObjectID> presentDevices() const;

@@ -7,6 +7,8 @@
 #include <numeric>
 #include <utility>
 
+#include "platform/host/Log.h"
+
 namespace velor::audio {
 namespace {
 
@@ -278,8 +280,8 @@ OSStatus HALOutputUnit::setDevice(AudioObjectID device) {
 
 void HALOutputUnit::deviceChanged() {
   mSampleRate.store(description().sampleRate, std::memory_order_relaxed);
-  if (mRunning) {
-    openStreams();
+  if (mRunning && openStreams() != 0) {
+    VELOR_LOG_WARNING("audio: %s cannot be opened, and stays silent", description().name.c_str());
   }
 }
 
