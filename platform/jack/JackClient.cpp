@@ -50,6 +50,11 @@ void JackClient::tell(bool connected, std::string description) {
   mDescription = std::move(description);
 }
 
+void JackClient::tellConnected() {
+  tell(true, std::string("JACK, client ") + mLibrary->jack_get_client_name(mClient) + ", " +
+                 std::to_string(sampleRate()) + " Hz");
+}
+
 // --- participants, on mQueue ---
 
 void JackClient::attach(JackParticipant& participant) {
@@ -135,18 +140,18 @@ void JackClient::openWith(std::shared_ptr<const JackLibrary> library) {
   mLibrary->jack_set_process_callback(mClient, &JackClient::onProcess, this);
   mLibrary->jack_set_port_registration_callback(mClient, &JackClient::onPortRegistration, this);
   mLibrary->jack_set_port_connect_callback(mClient, &JackClient::onPortConnect, this);
-  mLibrary->jack_set_property_change_callback(mClient, &JackClient::onPropertyChange, this);
   mLibrary->jack_set_graph_order_callback(mClient, &JackClient::onGraphOrder, this);
+  mLibrary->jack_set_property_change_callback(mClient, &JackClient::onPropertyChange, this);
+  mSampleRate.store(mLibrary->jack_get_sample_rate(mClient));
+  mPeriod.store(mLibrary->jack_get_buffer_size(mClient));
   if (mLibrary->jack_activate(mClient) != 0) {
     VELOR_LOG_WARNING("the JACK server refused to activate the client");
     closeClient();
     return;
   }
   mToldMissing = false;
-  const std::string name = mLibrary->jack_get_client_name(mClient);
-  tell(true, "JACK, client " + name + ", " +
-                 std::to_string(mLibrary->jack_get_sample_rate(mClient)) + " Hz");
-  VELOR_LOG_INFO("connected to the JACK server as %s", name.c_str());
+  tellConnected();
+  VELOR_LOG_INFO("connected to the JACK server as %s", mLibrary->jack_get_client_name(mClient));
   for (JackParticipant* participant : mParticipants) {
     participant->opened();
   }
@@ -213,19 +218,15 @@ void JackClient::unregisterPort(JackPort& port) {
   mLibrary->jack_port_unregister(mClient, port.port);
   noteGraphChange();
   port.port = nullptr;
+  port.connections.clear();
+  port.lost.clear();
   std::erase(mPorts, &port);
 }
 
-void JackClient::connectPeer(const JackPort& port) {
-  if (port.port == nullptr || mLibrary->jack_port_by_name(mClient, port.peer.c_str()) == nullptr) {
-    return;
-  }
-  if (!connect(port, port.peer)) {
-    return;
-  }
-  // The connection is made in the cycle after the next at the latest; what is
-  // written before that is lost.
-  awaitCycles(2);
+bool JackClient::connectPeer(const JackPort& port) {
+  return port.port != nullptr &&
+         mLibrary->jack_port_by_name(mClient, port.peer.c_str()) != nullptr &&
+         connect(port, port.peer);
 }
 
 bool JackClient::connect(const JackPort& port, const std::string& other) {
@@ -252,10 +253,6 @@ void JackClient::restoreConnections(JackPort& port) {
 }
 
 void JackClient::lookAtConnections() {
-  mLookPending.store(false);
-  if (mClient == nullptr) {
-    return;
-  }
   for (JackPort* port : mPorts) {
     port->connections.clear();
     const char** names = mLibrary->jack_port_get_all_connections(mClient, port->port);
@@ -306,9 +303,11 @@ void JackClient::rescan() {
   if (mClient == nullptr) {
     return;
   }
+  tellConnected();
   for (JackPort* port : mPorts) {
     restoreConnections(*port);
   }
+  lookAtConnections();
   const auto renewed = std::exchange(mRenewed, {});
   for (JackParticipant* participant : mParticipants) {
     participant->rescan(renewed);
@@ -351,13 +350,12 @@ void JackClient::onPortRegistration(jack_port_id_t port, int registered, void* s
   }
 }
 void JackClient::onPortConnect(jack_port_id_t, jack_port_id_t, int, void* self) {
-  auto* client = static_cast<JackClient*>(self);
-  if (!client->mLookPending.exchange(true)) {
-    client->mQueue.after(kRescanDelay, [client] { client->lookAtConnections(); });
-  }
+  static_cast<JackClient*>(self)->requestRescan();
 }
 int JackClient::onGraphOrder(void* self) {
-  static_cast<JackClient*>(self)->noteGraphChange();
+  auto* client = static_cast<JackClient*>(self);
+  client->noteGraphChange();
+  client->requestRescan();  // latencies follow it
   return 0;
 }
 void JackClient::onPropertyChange(jack_uuid_t, const char*, jack_property_change_t, void* self) {
@@ -409,6 +407,7 @@ void JackClient::process(jack_nframes_t frames) noexcept {
     reading.serverNowUs = jack.jack_get_time();
     reading.hostAfter = mHost.AudioGetCurrentHostTime();
     const JackCycle& cycle = mTimeBase.advance(reading);
+    heed(realtime, cycle);
     for (const auto& entry : mActive) {
       if (JackParticipant* participant = entry.load()) {
         participant->process(realtime, cycle);
@@ -416,6 +415,21 @@ void JackClient::process(jack_nframes_t frames) noexcept {
     }
   }
   mCycles.fetch_add(1);
+}
+
+// A live server may change its rate and period. What it says of that by callbacks
+// may come before a cycle of the kind, or after.
+void JackClient::heed(const host::RealtimeContext& realtime, const JackCycle& cycle) noexcept {
+  const auto sampleRate = static_cast<std::uint32_t>(cycle.nominalRate);
+  if (sampleRate == mSampleRate.load(std::memory_order_relaxed) &&
+      cycle.frames == mPeriod.load(std::memory_order_relaxed)) {
+    return;
+  }
+  // If there is no place for the job, the next cycle tries again.
+  if (mQueue.async(realtime, [this] { requestRescan(); })) {
+    mSampleRate.store(sampleRate);
+    mPeriod.store(cycle.frames);
+  }
 }
 
 }  // namespace velor::jack

@@ -54,6 +54,11 @@ class JackClient {
   /// client (and is told so); otherwise its ports are its own to unregister.
   void detach(JackParticipant& participant);
 
+  /// Frames a second, and frames in a cycle, as the latest cycle had them; a change
+  /// has a rescan follow.
+  std::uint32_t sampleRate() const noexcept { return mSampleRate.load(); }
+  std::uint32_t period() const noexcept { return mPeriod.load(); }
+
   /// Null while there is no server.
   jack_client_t* client() const noexcept { return mClient; }
 
@@ -61,9 +66,10 @@ class JackClient {
   /// or when the server refuses, `port` stays null; the refusal is logged.
   void registerPort(JackPort& port, int order);
   void unregisterPort(JackPort& port);
-  /// Connects the port to its peer, when both are there, and waits until the
-  /// connection carries what is written.
-  void connectPeer(const JackPort& port);
+  /// Connects the port to its peer, when both are there; true when they are then. The
+  /// connection is made in the cycle after the next at the latest; what is written
+  /// before that is lost.
+  bool connectPeer(const JackPort& port);
   /// Waits until the process callback has begun and ended so many times, or until
   /// it is plain that it does not come any more.
   void awaitCycles(std::uint32_t count);
@@ -86,6 +92,7 @@ class JackClient {
   bool connect(const JackPort& port, const std::string& other);
   void portRegistered(jack_port_id_t id);
   void report(std::uint32_t session);
+  void tellConnected();
   void tell(bool connected, std::string description);
   /// Whenever the graph has changed, jackd's library walks its list of our ports
   /// on a thread of its own, and nothing keeps a port that is unregistered then
@@ -103,6 +110,7 @@ class JackClient {
   static void onPropertyChange(jack_uuid_t subject, const char* key, jack_property_change_t change,
                                void* self);
   void process(jack_nframes_t frames) noexcept;
+  void heed(const host::RealtimeContext& realtime, const JackCycle& cycle) noexcept;
   void requestRescan();
   void serverWent();
 
@@ -121,12 +129,13 @@ class JackClient {
   jack_client_t* mClient = nullptr;
   std::array<std::atomic<JackParticipant*>, kMaxParticipants> mActive{};
   JackTimeBase mTimeBase;
+  std::atomic<std::uint32_t> mSampleRate{0};
+  std::atomic<std::uint32_t> mPeriod{0};
   // Odd while the callback runs.
   std::atomic<std::uint32_t> mCycles{0};
 
   std::atomic<std::uint64_t> mGraphChanged{0};  // host time at which it was told last
   std::atomic<bool> mRescanPending{false};
-  std::atomic<bool> mLookPending{false};
   std::atomic<std::uint32_t> mSession{0};  // counts servers
   std::atomic<bool> mConnected{false};
   mutable std::mutex mDescriptionMutex;

@@ -40,6 +40,7 @@ class JackLibrary {
   X(jack_client_open)                    \
   X(jack_connect)                        \
   X(jack_free)                           \
+  X(jack_get_buffer_size)                \
   X(jack_get_client_name)                \
   X(jack_get_cycle_times)                \
   X(jack_get_ports)                      \
@@ -57,11 +58,13 @@ class JackLibrary {
   X(jack_port_flags)                     \
   X(jack_port_get_all_connections)       \
   X(jack_port_get_buffer)                \
+  X(jack_port_get_latency_range)         \
   X(jack_port_is_mine)                   \
   X(jack_port_name)                      \
   X(jack_port_register)                  \
   X(jack_port_unregister)                \
   X(jack_port_uuid)                      \
+  X(jack_set_buffer_size)                \
   X(jack_set_error_function)             \
   X(jack_set_graph_order_callback)       \
   X(jack_set_info_function)              \

@@ -20,7 +20,7 @@ class JackParticipant {
   virtual void opened() = 0;
   /// The client has gone, and its ports with it; the process callback has ended.
   virtual void closed() = 0;
-  /// Ports of other clients, their names for people, the rate or the period may
+  /// Ports of other clients, their names for people, latencies, rate or period may
   /// have changed. `renewed`: full names of ports that were registered since the
   /// last time, perhaps after they had gone too briefly to be missed.
   virtual void rescan(const std::set<std::string>& renewed) = 0;

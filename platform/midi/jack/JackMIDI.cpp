@@ -151,9 +151,16 @@ void JackMIDI::registerPort(const PortPtr& port) {
     return;
   }
   if (!port->peer.empty()) {
-    mJack->connectPeer(*port);
+    connectPeer(*port);
   }
   putInService(port);
+}
+
+// The first packets after it are not to be lost.
+void JackMIDI::connectPeer(const Port& port) {
+  if (mJack->connectPeer(port)) {
+    mJack->awaitCycles(2);
+  }
 }
 
 void JackMIDI::unregisterPort(const PortPtr& port) {
@@ -221,7 +228,7 @@ void JackMIDI::rescan(const std::set<std::string>& renewed) {
     if (isNew) {
       for (const PortPtr& own : mKnown) {
         if (own->peer == *name && own->isOutput != isSource) {
-          mJack->connectPeer(*own);
+          connectPeer(*own);
         }
       }
     }
