@@ -1,0 +1,293 @@
+// SPDX-License-Identifier: MIT
+#include "platform/audio/jack/JackAudio.h"
+
+#include <algorithm>
+#include <bit>
+#include <utility>
+
+#include "platform/host/Log.h"
+
+namespace velor::audio {
+namespace {
+
+// What any driver takes.
+constexpr std::uint32_t kSmallestPeriod = 16;
+constexpr std::uint32_t kLargestPeriod = 8192;
+
+bool isSame(const AudioDeviceDescription::Side& a, const AudioDeviceDescription::Side& b) {
+  return a.streams.empty() == b.streams.empty() &&
+         (a.streams.empty() || a.streams[0].channels == b.streams[0].channels) &&
+         a.latency == b.latency && a.isDefault == b.isDefault;
+}
+
+bool isSame(const AudioDeviceDescription& a, const AudioDeviceDescription& b) {
+  return a.sampleRate == b.sampleRate && a.bufferFrames == b.bufferFrames &&
+         isSame(a.input, b.input) && isSame(a.output, b.output);
+}
+
+}  // namespace
+
+// Held by whoever opened the stream.
+class JackAudio::Handle final : public AudioDeviceStream {
+ public:
+  Handle(JackAudio& audio, std::shared_ptr<JackStream> stream)
+      : mAudio(audio), mStream(std::move(stream)) {}
+  ~Handle() override {
+    mAudio.mQueue.sync([this] { mAudio.remove(mStream); });
+  }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+ private:
+  JackAudio& mAudio;
+  const std::shared_ptr<JackStream> mStream;
+};
+
+JackAudio::JackAudio(std::shared_ptr<jack::JackClient> client)
+    : mJack(std::move(client)), mQueue(mJack->queue()) {}
+
+JackAudio::~JackAudio() {
+  stop();
+}
+
+void JackAudio::start(AudioInside& inside) {
+  mInside = &inside;
+  mQueue.sync([this] { mJack->attach(*this); });
+}
+
+void JackAudio::stop() {
+  if (mInside == nullptr) {
+    return;
+  }
+  mQueue.sync([this] { mJack->detach(*this); });
+  mInside = nullptr;
+}
+
+std::unique_ptr<AudioDeviceStream> JackAudio::open(AudioObjectID device, AudioDirection direction,
+                                                   const std::string& name, AudioCycleProc proc,
+                                                   void* refCon) {
+  const auto stream = mQueue.sync([&]() -> std::shared_ptr<JackStream> {
+    const auto it = std::find_if(mDevices.begin(), mDevices.end(),
+                                 [device](const auto& entry) { return entry.second.id == device; });
+    if (it == mDevices.end() || it->second.ports(direction).empty()) {
+      return nullptr;
+    }
+    auto made = std::make_shared<JackStream>(it->first, direction, name, proc, refCon);
+    if (!putInService(*made, it->second)) {
+      return nullptr;
+    }
+    mStreams.push_back(made);
+    return made;
+  });
+  return stream == nullptr ? nullptr : std::make_unique<Handle>(*this, stream);
+}
+
+OSStatus JackAudio::translateTime(AudioObjectID device, const AudioTimeStamp& in,
+                                  AudioTimeStamp& out) noexcept {
+  const OSStatus status = mClock.translate(in, out);
+  if (status == kAudioHardwareNotRunningError) {
+    return status;
+  }
+  const bool isPresent = device != kAudioObjectUnknown &&
+                         std::any_of(mPresent.begin(), mPresent.end(), [device](const auto& entry) {
+                           return entry.load(std::memory_order_relaxed) == device;
+                         });
+  return isPresent ? status : kAudioHardwareBadDeviceError;
+}
+
+// All devices of a server have one period.
+void JackAudio::requestBufferFrames(AudioObjectID, std::uint32_t frames) {
+  const std::uint32_t wanted = std::bit_ceil(std::clamp(frames, kSmallestPeriod, kLargestPeriod));
+  mQueue.async([this, wanted] {
+    if (mJack->client() != nullptr) {
+      mJack->library().jack_set_buffer_size(mJack->client(), wanted);
+    }
+  });
+}
+
+// --- devices, on mQueue ---
+
+void JackAudio::closed() {
+  for (auto& entry : mActive) {
+    entry.store(nullptr);
+  }
+  for (const auto& stream : mStreams) {
+    stream->inService = false;
+  }
+  mClock.stop();
+  announce({});
+}
+
+void JackAudio::addPort(Devices& devices, const std::string& fullName, jack_port_t* port) const {
+  const jack::JackLibrary& library = mJack->library();
+  const auto flags = static_cast<unsigned long>(library.jack_port_flags(port));
+  const std::size_t colon = fullName.find(':');
+  const bool isPhysical = (flags & JackPortIsPhysical) != 0;
+  // What a client puts out comes in to us.
+  const bool isInput = (flags & JackPortIsOutput) != 0;
+  // PipeWire gives each sink outputs that repeat what is played there.
+  if (colon == std::string::npos ||
+      (isInput && !isPhysical && fullName.compare(colon + 1, 8, "monitor_") == 0)) {
+    return;
+  }
+  Device& device = devices[fullName.substr(0, colon)];
+  auto& ports = isInput ? device.inputPorts : device.outputPorts;
+  if (ports.size() == kMaxChannels) {
+    return;
+  }
+  ports.push_back(fullName);
+
+  auto& side = isInput ? device.description.input : device.description.output;
+  side.streams.resize(1);
+  side.streams[0].channels = static_cast<std::uint32_t>(ports.size());
+  side.isDefault = side.isDefault || isPhysical;
+  jack_latency_range_t range{};
+  library.jack_port_get_latency_range(port, isInput ? JackCaptureLatency : JackPlaybackLatency,
+                                      &range);
+  side.latency = std::max(side.latency, range.max);
+}
+
+JackAudio::Devices JackAudio::lookForDevices() const {
+  const jack::JackLibrary& library = mJack->library();
+  jack_client_t* client = mJack->client();
+  Devices devices;
+  const char** names = library.jack_get_ports(client, nullptr, JACK_DEFAULT_AUDIO_TYPE, 0);
+  for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
+    jack_port_t* port = library.jack_port_by_name(client, *name);
+    if (port != nullptr && library.jack_port_is_mine(client, port) == 0) {
+      addPort(devices, *name, port);
+    }
+  }
+  library.jack_free(names);
+  for (auto& [uid, device] : devices) {
+    device.description.uid = uid;
+    device.description.name = uid;
+    device.description.sampleRate = mJack->sampleRate();
+    device.description.bufferFrames = mJack->period();
+  }
+  return devices;
+}
+
+void JackAudio::announce(Devices found) {
+  for (const auto& [uid, device] : mDevices) {
+    if (!found.contains(uid)) {
+      setPresent(device.id, false);
+      mInside->deviceVanished(device.id);
+    }
+  }
+  for (auto& [uid, device] : found) {
+    const auto known = mDevices.find(uid);
+    if (known != mDevices.end() && isSame(known->second.description, device.description)) {
+      device.id = known->second.id;
+      continue;
+    }
+    device.id = mInside->deviceAppeared(*this, device.description);
+    if (known == mDevices.end()) {
+      setPresent(device.id, true);
+    }
+  }
+  mDevices = std::move(found);
+}
+
+void JackAudio::setPresent(AudioObjectID device, bool present) {
+  const auto place = std::find_if(mPresent.begin(), mPresent.end(), [&](const auto& entry) {
+    return entry.load() == (present ? kAudioObjectUnknown : device);
+  });
+  if (place != mPresent.end() && device != kAudioObjectUnknown) {
+    place->store(present ? device : kAudioObjectUnknown);
+  }
+}
+
+void JackAudio::rescan(const std::set<std::string>& renewed) {
+  announce(lookForDevices());
+  for (const auto& stream : mStreams) {
+    const auto it = mDevices.find(stream->uid());
+    if (it == mDevices.end() || it->second.ports(stream->direction()).empty()) {
+      close(*stream);
+      continue;
+    }
+    const Device& device = it->second;
+    if (!stream->inService || !stream->isConnectedTo(device.ports(stream->direction()))) {
+      putInService(*stream, device);
+      continue;
+    }
+    stream->setLatency(device.description.side(stream->direction()).latency);
+    for (const auto& port : stream->ports()) {
+      // One that is registered anew has lost its connections.
+      if (renewed.contains(port->peer)) {
+        mJack->connectPeer(*port);
+      }
+    }
+  }
+}
+
+// --- streams, on mQueue ---
+
+bool JackAudio::putInService(JackStream& stream, const Device& device) {
+  // After a server's death the ports are the same, and so have the connections that
+  // they had; for another set of ports of the device they begin anew.
+  if (stream.inService || !stream.isConnectedTo(device.ports(stream.direction()))) {
+    close(stream);
+    stream.setPeers(device.ports(stream.direction()));
+  }
+  int order = 0;
+  for (const auto& port : stream.ports()) {
+    mJack->registerPort(*port, order++);
+  }
+  const auto place = std::find_if(mActive.begin(), mActive.end(), [](const auto& entry) {
+    return entry.load(std::memory_order_relaxed) == nullptr;
+  });
+  const bool isWhole = std::all_of(stream.ports().begin(), stream.ports().end(),
+                                   [](const auto& port) { return port->port != nullptr; });
+  if (place == mActive.end() || !isWhole) {
+    VELOR_LOG_ERROR("no room for the audio ports to %s", device.description.name.c_str());
+    close(stream);
+    return false;
+  }
+  stream.setLatency(device.description.side(stream.direction()).latency);
+  stream.prepare();
+  stream.inService = true;
+  place->store(&stream);
+  for (const auto& port : stream.ports()) {
+    mJack->connectPeer(*port);
+  }
+  return true;
+}
+
+void JackAudio::takeOutOfService(JackStream& stream) {
+  if (!std::exchange(stream.inService, false)) {
+    return;
+  }
+  for (auto& entry : mActive) {
+    if (entry.load(std::memory_order_relaxed) == &stream) {
+      entry.store(nullptr);
+    }
+  }
+  mJack->awaitCycles(1);
+}
+
+void JackAudio::close(JackStream& stream) {
+  takeOutOfService(stream);
+  for (const auto& port : stream.ports()) {
+    mJack->unregisterPort(*port);
+  }
+}
+
+void JackAudio::remove(const std::shared_ptr<JackStream>& stream) {
+  close(*stream);
+  std::erase(mStreams, stream);
+}
+
+// --- the process callback ---
+
+void JackAudio::process(const host::RealtimeContext& realtime,
+                        const jack::JackCycle& cycle) noexcept {
+  mClock.advance(cycle);
+  for (const auto& entry : mActive) {
+    if (JackStream* stream = entry.load()) {
+      stream->process(realtime, mJack->library(), cycle);
+    }
+  }
+}
+
+}  // namespace velor::audio

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/audio/AudioOutside.h"
+#include "platform/audio/jack/JackSampleClock.h"
+#include "platform/audio/jack/JackStream.h"
+#include "platform/jack/JackClient.h"
+
+namespace velor::audio {
+
+/// The audio of a JACK server, or of PipeWire in its place. A device is what a
+/// client has of audio ports, its name and UID are the client's; we are none. A
+/// stream is one port of ours for each of the device's, connected to it.
+///
+/// All devices of a server have one count of samples. It starts anew with the
+/// server's return.
+class JackAudio final : public AudioOutside, private jack::JackParticipant {
+ public:
+  /// `client` may be shared with other services.
+  explicit JackAudio(
+      std::shared_ptr<jack::JackClient> client = std::make_shared<jack::JackClient>());
+  ~JackAudio() override;
+
+  void start(AudioInside& inside) override;
+  void stop() override;
+  std::unique_ptr<AudioDeviceStream> open(AudioObjectID device, AudioDirection direction,
+                                          const std::string& name, AudioCycleProc proc,
+                                          void* refCon) override;
+  OSStatus translateTime(AudioObjectID device, const AudioTimeStamp& in,
+                         AudioTimeStamp& out) noexcept override;
+  void requestBufferFrames(AudioObjectID device, std::uint32_t frames) override;
+  std::string description() override { return mJack->description(); }
+
+ private:
+  static constexpr std::size_t kMaxDevices = 256;
+  static constexpr std::size_t kMaxStreams = 64;
+
+  // A client of the server.
+  struct Device {
+    AudioDeviceDescription description;
+    std::vector<std::string> inputPorts;  // full names; what we take in
+    std::vector<std::string> outputPorts;
+    AudioObjectID id = kAudioObjectUnknown;
+
+    const std::vector<std::string>& ports(AudioDirection direction) const {
+      return direction == AudioDirection::input ? inputPorts : outputPorts;
+    }
+  };
+  using Devices = std::map<std::string, Device>;  // by UID
+
+  class Handle;
+
+  // On mQueue.
+  void opened() override {}
+  void closed() override;
+  void rescan(const std::set<std::string>& renewed) override;
+  void report() override { rescan({}); }
+  Devices lookForDevices() const;
+  void addPort(Devices& devices, const std::string& fullName, jack_port_t* port) const;
+  void announce(Devices found);
+  void setPresent(AudioObjectID device, bool present);
+  bool putInService(JackStream& stream, const Device& device);
+  void takeOutOfService(JackStream& stream);
+  void close(JackStream& stream);
+  void remove(const std::shared_ptr<JackStream>& stream);
+
+  void process(const host::RealtimeContext& realtime,
+               const jack::JackCycle& cycle) noexcept override;
+
+  const std::shared_ptr<jack::JackClient> mJack;
+  host::Queue& mQueue;
+  AudioInside* mInside = nullptr;
+
+  // On mQueue.
+  Devices mDevices;  // those that are there
+  std::vector<std::shared_ptr<JackStream>> mStreams;
+
+  // For the process callback.
+  std::array<std::atomic<JackStream*>, kMaxStreams> mActive{};
+
+  JackSampleClock mClock;
+  std::array<std::atomic<AudioObjectID>, kMaxDevices> mPresent{};
+};
+
+}  // namespace velor::audio

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/audio/AudioOutside.h"
+#include "platform/jack/JackLibrary.h"
+#include "platform/jack/JackPort.h"
+#include "platform/jack/JackTimeBase.h"
+
+namespace velor::audio {
+
+/// One direction of a device, as long as somebody holds it: our ports, and who is
+/// called with their buffers.
+class JackStream {
+ public:
+  JackStream(std::string uid, AudioDirection direction, std::string name, AudioCycleProc proc,
+             void* refCon);
+
+  // --- on the client's queue ---
+
+  const std::string& uid() const noexcept { return mUid; }
+  AudioDirection direction() const noexcept { return mDirection; }
+  std::vector<std::unique_ptr<jack::JackPort>>& ports() noexcept { return mPorts; }
+  bool isConnectedTo(const std::vector<std::string>& peers) const;
+
+  /// Makes one port for each; those before are not registered any more.
+  void setPeers(const std::vector<std::string>& peers);
+  /// Takes over the ports as they are registered. Out of service only.
+  void prepare() noexcept;
+  /// Frames between the connector and the program; while in service, too.
+  void setLatency(std::uint32_t frames) noexcept { mLatency.store(frames); }
+
+  bool inService = false;
+
+  // --- in the process callback, in service ---
+
+  void process(const host::RealtimeContext& realtime, const jack::JackLibrary& library,
+               const jack::JackCycle& cycle) noexcept;
+
+ private:
+  const std::string mUid;
+  const AudioDirection mDirection;
+  const std::string mName;
+  const AudioCycleProc mProc;
+  void* const mRefCon;
+  std::vector<std::unique_ptr<jack::JackPort>> mPorts;
+  std::atomic<std::uint32_t> mLatency{0};
+
+  // The process callback's own while in service.
+  struct {
+    std::array<jack_port_t*, kMaxChannels> ports{};
+    std::array<float*, kMaxChannels> buffers{};
+    std::uint32_t count = 0;
+  } rt;
+};
+
+}  // namespace velor::audio

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/jack/JackLibrary.h"
+
+namespace velor::test {
+
+/// A JACK client that knows nothing of the program under test: what comes to its
+/// audio input "in_N" goes to its output "out_N" in the same cycle. Its ports say
+/// that they lie `latency` frames before the connector.
+class JackCable {
+ public:
+  JackCable(const std::string& name, int channels, jack_nframes_t latency = 0);
+  ~JackCable();
+  JackCable(const JackCable&) = delete;
+  JackCable& operator=(const JackCable&) = delete;
+
+  bool connect(const std::string& from, const std::string& to);
+  bool isConnected(const std::string& from, const std::string& to) const;
+  /// All audio ports of the server whose names match the regular expression.
+  std::vector<std::string> ports(const std::string& pattern) const;
+
+  /// The server's count at the start of a cycle (32 bits, wrapping) and the host
+  /// time (ns, CLOCK_MONOTONIC) at which the cycle woke this client.
+  struct Wake {
+    std::uint32_t frame;
+    std::uint64_t hostTime;
+  };
+  Wake lastWake() const;
+
+ private:
+  static int onProcess(jack_nframes_t frames, void* self);
+  static void onLatency(jack_latency_callback_mode_t mode, void* self);
+
+  const jack_nframes_t mLatency;
+  std::shared_ptr<const jack::JackLibrary> mJack;
+  jack_client_t* mClient = nullptr;
+  std::vector<jack_port_t*> mInputs;
+  std::vector<jack_port_t*> mOutputs;
+  std::atomic<std::uint64_t> mWakeTime{0};
+  std::atomic<std::uint32_t> mWakeFrame{0};
+  std::atomic<std::uint32_t> mCycles{0};
+};
+
+}  // namespace velor::test
