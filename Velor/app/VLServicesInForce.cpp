@@ -3,7 +3,12 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
+#include <vector>
 
+#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/builtin/BuiltinAudio.h"
+#include "platform/audio/jack/JackAudio.h"
 #include "platform/jack/JackClient.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
 #include "platform/midi/jack/JackMIDI.h"
@@ -19,14 +24,25 @@ struct BackEnd {
   Services (*make)();
 };
 
+// `server` may be null. The devices within the process are there in any case.
+std::unique_ptr<audio::AudioService> makeAudio(std::unique_ptr<audio::AudioOutside> server) {
+  std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
+  if (server != nullptr) {
+    outsides.push_back(std::move(server));
+  }
+  outsides.push_back(std::make_unique<audio::BuiltinAudio>());
+  return std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+}
+
 // All services of a server share one client of it.
 Services makeJack() {
   const auto client = std::make_shared<jack::JackClient>();
-  return {std::make_unique<midi::MIDIObjectTable>(std::make_unique<midi::JackMIDI>(client))};
+  return {std::make_unique<midi::MIDIObjectTable>(std::make_unique<midi::JackMIDI>(client)),
+          makeAudio(std::make_unique<audio::JackAudio>(client))};
 }
 
 Services makeBuiltin() {
-  return {std::make_unique<midi::MIDIObjectTable>(nullptr)};
+  return {std::make_unique<midi::MIDIObjectTable>(nullptr), makeAudio(nullptr)};
 }
 
 // In the order of preference; the last is always available.
@@ -42,9 +58,11 @@ VLServicesInForce::VLServicesInForce()
                   return each.available();
                 })->make()) {
   midi::setService(mServices.midi.get());
+  audio::setService(mServices.audio.get());
 }
 
 VLServicesInForce::~VLServicesInForce() {
+  audio::setService(nullptr);
   midi::setService(nullptr);
 }
 

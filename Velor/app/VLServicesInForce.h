@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "platform/audio/AudioService.h"
 #include "platform/midi/MIDIService.h"
 
 namespace velor {
@@ -14,6 +15,7 @@ class VLServicesInForce {
  public:
   struct Services {
     std::unique_ptr<midi::MIDIService> midi;
+    std::unique_ptr<audio::AudioService> audio;
   };
 
   VLServicesInForce();

@@ -69,7 +69,9 @@ void JackClient::attach(JackParticipant& participant) {
   mParticipants.push_back(&participant);
   place->store(&participant);
   if (mClient == nullptr) {
-    tryOpen();
+    if (!mRetryPending) {  // there was none a moment ago
+      tryOpen();
+    }
     return;
   }
   participant.opened();

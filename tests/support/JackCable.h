@@ -23,8 +23,9 @@ class JackCable {
 
   bool connect(const std::string& from, const std::string& to);
   bool isConnected(const std::string& from, const std::string& to) const;
-  /// All audio ports of the server whose names match the regular expression.
-  std::vector<std::string> ports(const std::string& pattern) const;
+  /// All ports of the server of that type whose names match the regular expression.
+  std::vector<std::string> ports(const std::string& pattern,
+                                 const char* type = JACK_DEFAULT_AUDIO_TYPE) const;
 
   /// The server's count at the start of a cycle (32 bits, wrapping) and the host
   /// time (ns, CLOCK_MONOTONIC) at which the cycle woke this client.

@@ -33,7 +33,9 @@ class JackAudio::Handle final : public AudioDeviceStream {
   Handle(JackAudio& audio, std::shared_ptr<JackStream> stream)
       : mAudio(audio), mStream(std::move(stream)) {}
   ~Handle() override {
-    mAudio.mQueue.sync([this] { mAudio.remove(mStream); });
+    mAudio.mQueue.sync([this] { mAudio.takeOutOfService(*mStream); });
+    // The ports take their time to go.
+    mAudio.mQueue.async([audio = &mAudio, stream = mStream] { audio->remove(stream); });
   }
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
@@ -113,6 +115,7 @@ void JackAudio::closed() {
   }
   for (const auto& stream : mStreams) {
     stream->inService = false;
+    stream->setSounding(false);
   }
   mClock.stop();
   announce({});
@@ -251,6 +254,8 @@ bool JackAudio::putInService(JackStream& stream, const Device& device) {
   for (const auto& port : stream.ports()) {
     mJack->connectPeer(*port);
   }
+  mJack->awaitCycles(2);  // so that all channels begin at once
+  stream.setSounding(true);
   return true;
 }
 
@@ -258,6 +263,9 @@ void JackAudio::takeOutOfService(JackStream& stream) {
   if (!std::exchange(stream.inService, false)) {
     return;
   }
+  // Buffers keep their last contents, and the ports go one by one.
+  stream.setSounding(false);
+  mJack->awaitCycles(1);
   for (auto& entry : mActive) {
     if (entry.load(std::memory_order_relaxed) == &stream) {
       entry.store(nullptr);

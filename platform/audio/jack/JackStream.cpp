@@ -50,7 +50,7 @@ void JackStream::process(const host::RealtimeContext& realtime, const jack::Jack
       std::fill_n(rt.buffers[i], cycle.frames, 0.0F);
     }
   }
-  if (!isWhole) {
+  if (!isWhole || !mSounding.load()) {
     return;
   }
   AudioTimeStamp time;

@@ -36,6 +36,9 @@ class JackStream {
   /// Frames between the connector and the program; while in service, too.
   void setLatency(std::uint32_t frames) noexcept { mLatency.store(frames); }
 
+  /// Whether it is called in the cycles. While it is not, its outputs are silent.
+  void setSounding(bool sounding) noexcept { mSounding.store(sounding); }
+
   bool inService = false;
 
   // --- in the process callback, in service ---
@@ -51,6 +54,7 @@ class JackStream {
   void* const mRefCon;
   std::vector<std::unique_ptr<jack::JackPort>> mPorts;
   std::atomic<std::uint32_t> mLatency{0};
+  std::atomic<bool> mSounding{false};
 
   // The process callback's own while in service.
   struct {

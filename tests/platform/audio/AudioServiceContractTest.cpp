@@ -15,9 +15,12 @@
 
 #include "platform/audio/builtin/AudioObjectTable.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
+#include "platform/audio/jack/JackAudio.h"
 #include "platform/host/SimulatedHost.h"
 #include "platform/host/SystemHost.h"
 #include "tests/support/AudioLoop.h"
+#include "tests/support/JackCable.h"
+#include "tests/support/Servers.h"
 
 namespace velor::audio {
 namespace {
@@ -68,6 +71,45 @@ struct BuiltinSetting final : Setting {
 
   HostType mHost;
   BuiltinAudio* mBuiltin = nullptr;
+  std::unique_ptr<AudioObjectTable> mTable;
+};
+
+// A cable that is a client of its own, as the device of a server.
+template <class Server>
+struct JackSetting final : Setting {
+  JackSetting() {
+    mServer.enter();
+    mServer.start();
+    mHost = std::make_unique<host::SystemHost>();
+    returnDevice();
+    std::vector<std::unique_ptr<AudioOutside>> outsides;
+    outsides.push_back(std::make_unique<JackAudio>());
+    mTable = std::make_unique<AudioObjectTable>(std::move(outsides));
+    // A new unit has the default device, which is the server's own.
+    EXPECT_TRUE(until([this] {
+      std::uint32_t device = 0;
+      mTable->AudioObjectGetPropertyData(kAudioObjectSystemObject,
+                                         {kAudioHardwarePropertyDefaultOutputDevice}, &device, {});
+      return device != 0;
+    }));
+  }
+  AudioService& audio() override { return *mTable; }
+  host::Host& host() override { return *mHost; }
+  bool until(const std::function<bool()>& condition) override {
+    return test::waitFor(5, [this, &condition] {
+      mHost->mainQueue().drainPending();
+      return condition();
+    });
+  }
+  std::string uid() override { return "Cable"; }
+  void loseDevice() override { mCable.reset(); }
+  void returnDevice() override { mCable = std::make_unique<test::JackCable>("Cable", 2); }
+  // A server smooths its time from cycle to cycle.
+  double tolerance() override { return static_cast<double>(kMs); }
+
+  Server mServer;
+  std::unique_ptr<host::SystemHost> mHost;
+  std::unique_ptr<test::JackCable> mCable;
   std::unique_ptr<AudioObjectTable> mTable;
 };
 
@@ -452,10 +494,17 @@ std::unique_ptr<Setting> makeBuiltin() {
   return std::make_unique<BuiltinSetting<HostType>>();
 }
 
+template <class Server>
+std::unique_ptr<Setting> makeJack() {
+  return std::make_unique<JackSetting<Server>>();
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Services, AudioServiceContract,
     testing::Values(ServiceKind{"builtin_simulated", &makeBuiltin<host::SimulatedHost>},
-                    ServiceKind{"builtin_system", &makeBuiltin<host::SystemHost>}),
+                    ServiceKind{"builtin_system", &makeBuiltin<host::SystemHost>},
+                    ServiceKind{"jack", &makeJack<test::JackServer>},
+                    ServiceKind{"jack_pipewire", &makeJack<test::PipeWireServer>}),
     [](const auto& kind) { return std::string(kind.param.name); });
 
 }  // namespace

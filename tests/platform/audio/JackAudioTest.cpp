@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cmath>
@@ -15,6 +16,8 @@
 #include <vector>
 
 #include "platform/host/SystemHost.h"
+#include "platform/midi/builtin/MIDIObjectTable.h"
+#include "platform/midi/jack/JackMIDI.h"
 #include "tests/support/JackCable.h"
 #include "tests/support/Servers.h"
 
@@ -204,7 +207,7 @@ TYPED_TEST(JackAudioOnServer, DevicesAreTheClientsWithAudioAndKeepTheirIds) {
     EXPECT_EQ(cable->ports("Velor:Generator out_3").size(), 1U);
     EXPECT_FALSE(this->mInside.find("Velor").has_value());
     this->mStreams.clear();
-    EXPECT_TRUE(cable->ports("Velor:.*").empty());
+    EXPECT_TRUE(test::waitFor(3, [&cable] { return cable->ports("Velor:.*").empty(); }));
     cable.reset();
     ASSERT_TRUE(test::waitFor(5, [this] { return !this->mInside.find("Cable"); }));
     EXPECT_EQ(this->mAudio.open(id, AudioDirection::output, "late", &Player::play, nullptr),
@@ -380,6 +383,54 @@ TYPED_TEST(JackAudioOnServer, AStreamThatEndedIsNotCalledWhateverElseRuns) {
   const int calls = lasting.calls;
   EXPECT_TRUE(test::waitFor(3, [&] { return lasting.calls > calls; }));
   EXPECT_EQ(passing.late, 0);
+}
+
+TEST(JackAudioBesideMIDI, OneClientCarriesBothAndEitherMayEndFirst) {
+  test::JackServer server;
+  server.enter();
+  server.start();
+  host::SystemHost host;
+  for (const bool audioEndsFirst : {true, false}) {
+    auto cable = std::make_unique<test::JackCable>("Cable", 2);
+    Announced inside;
+    Guarded player;
+    const auto client = std::make_shared<jack::JackClient>();
+    auto midi = std::make_unique<midi::MIDIObjectTable>(std::make_unique<midi::JackMIDI>(client));
+    auto audio = std::make_unique<JackAudio>(client);
+    midi::MIDIClientRef midiClient = 0;
+    midi::MIDIEndpointRef source = 0;
+    midi->MIDIClientCreate("Velor", nullptr, nullptr, &midiClient);
+    midi->MIDISourceCreate(midiClient, "LTC Reader 1", &source);
+    audio->start(inside);
+    ASSERT_TRUE(inside.await("Cable"));
+    auto stream = audio->open(inside.find("Cable")->id, AudioDirection::output, "Generator",
+                              &Guarded::cycle, &player);
+    const auto portsAre = [&cable](std::vector<std::string> midiPorts, std::size_t audioPorts) {
+      return test::waitFor(5, [&] {
+        return cable->ports("Velor.*", JACK_DEFAULT_MIDI_TYPE) == midiPorts &&
+               cable->ports("Velor:.*").size() == audioPorts;
+      });
+    };
+    EXPECT_TRUE(portsAre({"Velor:LTC Reader 1"}, 2));
+    if (audioEndsFirst) {
+      stream.reset();
+      audio.reset();
+      EXPECT_TRUE(portsAre({"Velor:LTC Reader 1"}, 0));
+    } else {
+      midi.reset();
+      EXPECT_TRUE(portsAre({}, 2));
+      const int calls = player.calls;
+      EXPECT_TRUE(test::waitFor(3, [&] { return player.calls > calls; }));
+    }
+    // What is left lives on as if alone.
+    server.kill();
+    ASSERT_TRUE(test::waitFor(5, [&client] { return !client->isConnected(); }));
+    cable.reset();
+    server.start();
+    cable = std::make_unique<test::JackCable>("Cable", 2);
+    EXPECT_TRUE(audioEndsFirst ? portsAre({"Velor:LTC Reader 1"}, 0) : portsAre({}, 2));
+    stream.reset();
+  }
 }
 
 TEST(JackAudioChanges, APeriodThatIsAskedForIsGrantedAndTold) {
