@@ -172,8 +172,7 @@ void JackClient::closeClient() {
   mClient = nullptr;
   for (JackPort* port : mPorts) {
     port->port = nullptr;
-    port->lost.merge(port->connections);
-    port->connections.clear();
+    noteLost(*port);
   }
   mPorts.clear();
   mRenewed.clear();
@@ -220,15 +219,20 @@ void JackClient::unregisterPort(JackPort& port) {
   mLibrary->jack_port_unregister(mClient, port.port);
   noteGraphChange();
   port.port = nullptr;
-  port.connections.clear();
-  port.lost.clear();
+  noteLost(port);
   std::erase(mPorts, &port);
 }
 
-bool JackClient::connectPeer(const JackPort& port) {
-  return port.port != nullptr &&
-         mLibrary->jack_port_by_name(mClient, port.peer.c_str()) != nullptr &&
-         connect(port, port.peer);
+bool JackClient::connectPeer(JackPort& port) {
+  if (port.port == nullptr || mLibrary->jack_port_by_name(mClient, port.peer.c_str()) == nullptr) {
+    return false;
+  }
+  const bool isConnected = connect(port, port.peer);
+  if (!isConnected && !port.peerRefused) {
+    VELOR_LOG_WARNING("cannot connect %s to %s as yet", port.name.c_str(), port.peer.c_str());
+  }
+  port.peerRefused = !isConnected;
+  return isConnected;
 }
 
 bool JackClient::connect(const JackPort& port, const std::string& other) {
@@ -237,20 +241,18 @@ bool JackClient::connect(const JackPort& port, const std::string& other) {
   const char* to = port.isOutput ? other.c_str() : own;
   const int status = mLibrary->jack_connect(mClient, from, to);
   noteGraphChange();
-  if (status != 0 && status != EEXIST) {
-    VELOR_LOG_ERROR("cannot connect %s to %s (%i)", from, to, status);
-    return false;
-  }
-  return true;
+  return status == 0 || status == EEXIST;
+}
+
+void JackClient::noteLost(JackPort& port) {
+  port.lost.merge(port.connections);
+  port.connections.clear();
+  port.peerRefused = false;
 }
 
 void JackClient::restoreConnections(JackPort& port) {
   std::erase_if(port.lost, [this, &port](const std::string& other) {
-    if (mLibrary->jack_port_by_name(mClient, other.c_str()) == nullptr) {
-      return false;
-    }
-    connect(port, other);
-    return true;
+    return mLibrary->jack_port_by_name(mClient, other.c_str()) != nullptr && connect(port, other);
   });
 }
 
@@ -308,6 +310,9 @@ void JackClient::rescan() {
   tellConnected();
   for (JackPort* port : mPorts) {
     restoreConnections(*port);
+    if (port->peerRefused) {
+      connectPeer(*port);
+    }
   }
   lookAtConnections();
   const auto renewed = std::exchange(mRenewed, {});

@@ -22,8 +22,9 @@ namespace velor::jack {
 /// services that have a back end there. The server may be missing at the start
 /// and may die: it is looked for twice a second while anybody participates.
 ///
-/// Connections that other programs made to our ports are made again after a
-/// server's death, when both ends are back; what was taken apart stays so.
+/// Connections that other programs made to our ports are made again when both ends
+/// are back, after a server's death or our own port's absence; what was taken
+/// apart stays so.
 ///
 /// All calls that the library may be slow with run on the queue "velor.jack".
 class JackClient {
@@ -66,10 +67,11 @@ class JackClient {
   /// or when the server refuses, `port` stays null; the refusal is logged.
   void registerPort(JackPort& port, int order);
   void unregisterPort(JackPort& port);
-  /// Connects the port to its peer, when both are there; true when they are then. The
-  /// connection is made in the cycle after the next at the latest; what is written
-  /// before that is lost.
-  bool connectPeer(const JackPort& port);
+  /// Connects the port to its peer, when both are there; true when they are then. When
+  /// the server refuses that, it is tried again with every rescan. The connection is
+  /// made in the cycle after the next at the latest; what is written before that is
+  /// lost.
+  bool connectPeer(JackPort& port);
   /// Waits until the process callback has begun and ended so many times, or until
   /// it is plain that it does not come any more.
   void awaitCycles(std::uint32_t count);
@@ -88,6 +90,7 @@ class JackClient {
   void closeClient();
   void rescan();
   void lookAtConnections();
+  static void noteLost(JackPort& port);
   void restoreConnections(JackPort& port);
   bool connect(const JackPort& port, const std::string& other);
   void portRegistered(jack_port_id_t id);

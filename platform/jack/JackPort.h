@@ -16,8 +16,11 @@ struct JackPort {
   bool isOutput = false;
   std::string peer;             ///< full name of the port to be connected to, or empty
   jack_port_t* port = nullptr;  ///< the client's; null while it is not registered
+  /// The client's note that the peer is there and could not be connected as yet, as
+  /// happens with a port of a client that is not active.
+  bool peerRefused = false;
   /// The client's note of what is connected to it, by full names: at the last look,
-  /// and when a server died, as far as it was not made again since.
+  /// and when the port went, as far as it was not made again since.
   std::set<std::string> connections;
   std::set<std::string> lost;
 };

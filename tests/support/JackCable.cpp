@@ -3,6 +3,7 @@
 
 #include <ctime>
 #include <stdexcept>
+#include <thread>
 
 // A function of the client library that the program itself has no use for.
 #define VELOR_JACK_CALL(name) (reinterpret_cast<decltype(&::name)>(mJack->symbol(#name)))
@@ -21,7 +22,8 @@ __attribute__((no_sanitize("thread"))) void copyUnwatched(const float* from, jac
 
 }  // namespace
 
-JackCable::JackCable(const std::string& name, int channels, jack_nframes_t latency)
+JackCable::JackCable(const std::string& name, int channels, jack_nframes_t latency,
+                     std::chrono::milliseconds pause)
     : mLatency(latency) {
   for (const std::string& path : jack::JackLibrary::paths()) {
     mJack = jack::JackLibrary::load(path);
@@ -37,6 +39,7 @@ JackCable::JackCable(const std::string& name, int channels, jack_nframes_t laten
     throw std::runtime_error("no JACK server for the test's own client");
   }
   for (int i = 1; i <= channels; ++i) {
+    std::this_thread::sleep_for(pause);
     const auto add = [&](const std::string& port, unsigned long flags) {
       return mJack->jack_port_register(mClient, (port + std::to_string(i)).c_str(),
                                        JACK_DEFAULT_AUDIO_TYPE, flags, 0);
@@ -44,6 +47,7 @@ JackCable::JackCable(const std::string& name, int channels, jack_nframes_t laten
     mInputs.push_back(add("in_", JackPortIsInput));
     mOutputs.push_back(add("out_", JackPortIsOutput));
   }
+  std::this_thread::sleep_for(pause);
   mJack->jack_set_process_callback(mClient, &JackCable::onProcess, this);
   VELOR_JACK_CALL(jack_set_latency_callback)(mClient, &JackCable::onLatency, this);
   mJack->jack_activate(mClient);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -13,10 +14,12 @@ namespace velor::test {
 
 /// A JACK client that knows nothing of the program under test: what comes to its
 /// audio input "in_N" goes to its output "out_N" in the same cycle. Its ports say
-/// that they lie `latency` frames before the connector.
+/// that they lie `latency` frames before the connector. They are registered
+/// `pause` after each other, and activated `pause` after that.
 class JackCable {
  public:
-  JackCable(const std::string& name, int channels, jack_nframes_t latency = 0);
+  JackCable(const std::string& name, int channels, jack_nframes_t latency = 0,
+            std::chrono::milliseconds pause = {});
   ~JackCable();
   JackCable(const JackCable&) = delete;
   JackCable& operator=(const JackCable&) = delete;

@@ -16,24 +16,26 @@ JackStream::JackStream(std::string uid, AudioDirection direction, std::string na
       mRefCon(refCon) {}
 
 bool JackStream::isConnectedTo(const std::vector<std::string>& peers) const {
-  return std::equal(mPorts.begin(), mPorts.end(), peers.begin(), peers.end(),
+  return std::equal(ports().begin(), ports().end(), peers.begin(), peers.end(),
                     [](const auto& port, const std::string& peer) { return port->peer == peer; });
 }
 
 void JackStream::setPeers(const std::vector<std::string>& peers) {
-  mPorts.clear();
-  for (const std::string& peer : peers) {
+  while (mPorts.size() < peers.size()) {
     auto port = std::make_unique<jack::JackPort>();
     port->isOutput = mDirection == AudioDirection::output;
     port->name = (mName.empty() ? "audio" : mName) + (port->isOutput ? " out_" : " in_") +
                  std::to_string(mPorts.size() + 1);
-    port->peer = peer;
     mPorts.push_back(std::move(port));
+  }
+  mUsed = peers.size();
+  for (std::size_t i = 0; i < mUsed; ++i) {
+    mPorts[i]->peer = peers[i];
   }
 }
 
 void JackStream::prepare() noexcept {
-  rt.count = static_cast<std::uint32_t>(std::min<std::size_t>(mPorts.size(), kMaxChannels));
+  rt.count = static_cast<std::uint32_t>(std::min<std::size_t>(mUsed, kMaxChannels));
   for (std::uint32_t i = 0; i < rt.count; ++i) {
     rt.ports[i] = mPorts[i]->port;
   }

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -26,10 +27,13 @@ class JackStream {
 
   const std::string& uid() const noexcept { return mUid; }
   AudioDirection direction() const noexcept { return mDirection; }
-  std::vector<std::unique_ptr<jack::JackPort>>& ports() noexcept { return mPorts; }
+  std::span<const std::unique_ptr<jack::JackPort>> ports() const noexcept {
+    return {mPorts.data(), mUsed};
+  }
   bool isConnectedTo(const std::vector<std::string>& peers) const;
 
-  /// Makes one port for each; those before are not registered any more.
+  /// One port for each. Those before are not registered any more; they are taken
+  /// again, as they know what was connected to them.
   void setPeers(const std::vector<std::string>& peers);
   /// Takes over the ports as they are registered. Out of service only.
   void prepare() noexcept;
@@ -52,7 +56,8 @@ class JackStream {
   const std::string mName;
   const AudioCycleProc mProc;
   void* const mRefCon;
-  std::vector<std::unique_ptr<jack::JackPort>> mPorts;
+  std::vector<std::unique_ptr<jack::JackPort>> mPorts;  // the first mUsed, and spare ones
+  std::size_t mUsed = 0;
   std::atomic<std::uint32_t> mLatency{0};
   std::atomic<bool> mSounding{false};
 

@@ -157,7 +157,7 @@ void JackMIDI::registerPort(const PortPtr& port) {
 }
 
 // The first packets after it are not to be lost.
-void JackMIDI::connectPeer(const Port& port) {
+void JackMIDI::connectPeer(Port& port) {
   if (mJack->connectPeer(port)) {
     mJack->awaitCycles(2);
   }

@@ -74,7 +74,7 @@ class JackMIDI final : public MIDIOutside, private jack::JackParticipant {
   void rescan(const std::set<std::string>& renewed) override;
   void report() override;
   void registerPort(const PortPtr& port);
-  void connectPeer(const Port& port);
+  void connectPeer(Port& port);
   void unregisterPort(const PortPtr& port);
   void putInService(const PortPtr& port);
   void takeOutOfService(Port& port);

@@ -300,6 +300,7 @@ TYPED_TEST(JackMIDIOnServer, ConnectionsOfOthersToOurPortsOutlastTheServerAndNot
     desk->addInput("kept");
     desk->addInput("taken apart");
     desk->addOutput("out");
+    test::waitFor(0.1, [] { return false; });  // seen before it can be connected
     desk->activate();
     return desk;
   };
