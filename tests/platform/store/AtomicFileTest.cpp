@@ -78,7 +78,7 @@ TEST_F(AtomicFileTest, AFailureLeavesTheOldFileAndNoOtherAndNamesStepAndPath) {
   const auto folder = mFolder.path() / "folder";
   fs::create_directory(folder);
   EXPECT_EQ(AtomicFile::write(folder, "x"),
-            "cannot replace " + folder.string() + ": Is a directory");
+            "cannot replace " + folder.string() + ": it is no file with contents");
   EXPECT_EQ(filesThere(), 2U);
 
   // A disk that is full in the middle, as far as one process can have it.

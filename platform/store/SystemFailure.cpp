@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#include "platform/store/SystemFailure.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace velor::store {
+
+std::string systemFailure(const char* step, const std::filesystem::path& path) {
+  const int number = errno;
+  return std::string("cannot ") + step + " " + path.string() + ": " +
+         std::generic_category().message(number);
+}
+
+}  // namespace velor::store
