@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/audio/file/SoundFileHandle.h"
+#include "platform/audio/file/SoundFormat.h"
+#include "platform/store/ReplacementFile.h"
+
+namespace velor::audio {
+
+/// Writes a WAV, W64 or FLAC file, by the extension of its name. It lies under a name
+/// of its own beside the file whose place it takes, until `finish`: a disk that fills
+/// up, or an end before, leaves the old file as it was and no other.
+///
+/// Errors are lines for people with the path; empty: all is well. Belongs to one
+/// thread; it waits for the disk. Realtime-safe: no.
+class SoundFileWriter {
+ public:
+  /// Why no such file of so many frames can be, whatever the disk says: its extension,
+  /// the format, the length. Empty when it can.
+  static std::string refusal(const std::filesystem::path& path, const SoundFormat& format,
+                             std::int64_t frames);
+
+  /// `frames` is the most that will come. See `error`.
+  SoundFileWriter(const std::filesystem::path& path, const SoundFormat& format,
+                  std::int64_t frames);
+
+  const std::string& error() const noexcept { return mError; }
+
+  /// Interleaved, whole frames, 1.0 at full scale; what is beyond is cut there. Integers
+  /// are the nearest ones, without dither, and of the same size on both sides of zero.
+  [[nodiscard]] std::string write(std::span<const float> samples);
+
+  /// Makes the file what its name promises. Once, and last.
+  [[nodiscard]] std::string finish();
+
+ private:
+  std::string failed(const std::string& why);
+
+  const std::filesystem::path mPath;
+  const SampleEncoding mEncoding;
+  std::vector<std::int16_t> mShorts;
+  std::vector<std::int32_t> mInts;
+  std::vector<float> mFloats;
+  std::string mError;
+  std::optional<store::ReplacementFile> mReplacement;
+  std::optional<SoundFileHandle> mHandle;  // ends before the file that it writes
+};
+
+}  // namespace velor::audio
