@@ -7,11 +7,13 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <initializer_list>
 #include <stdexcept>
 
 #include "Velor/app/VLPortNames.h"
 #include "Velor/clock/VLClockStatus.h"
 #include "kvtimecode/ltc_utils.h"
+#include "platform/audio/file/SoundFileWriter.h"
 
 namespace velor {
 namespace {
@@ -33,6 +35,12 @@ constexpr std::array<Named<std::uint32_t>, 7> kFormats = {{{"23.98", kSMPTETimeT
                                                            {"29.97df", kSMPTETimeType2997Drop},
                                                            {"30", kSMPTETimeType30},
                                                            {"30df", kSMPTETimeType30Drop}}};
+
+constexpr std::array<Named<audio::SampleEncoding>, 3> kBits = {
+    {{"16", audio::SampleEncoding::int16},
+     {"24", audio::SampleEncoding::int24},
+     {"float", audio::SampleEncoding::float32}}};
+constexpr double kMaxDuration = 7 * 24 * 3600.0;
 
 constexpr std::array<Named<std::uint64_t>, 4> kModes = {{{"normal", VLPlayModeNormal},
                                                          {"stop", VLPlayModeStop},
@@ -57,13 +65,18 @@ Value valueNamed(const std::array<Named<Value>, N>& table, const std::string& na
   throw UsageError(std::string(option) + ": unknown '" + name + "' (one of " + known + ")");
 }
 
-SMPTETime timeOption(const std::string& text, std::uint32_t format, const char* option) {
-  std::string error;
-  const auto time = VLTimeFromText(text, format, error);
-  if (!time) {
+// The value, or the error with the option.
+template <class Value>
+Value valueOf(const std::optional<Value>& value, const std::string& error, const char* option) {
+  if (!value) {
     throw UsageError(std::string(option) + ": " + error);
   }
-  return *time;
+  return *value;
+}
+
+SMPTETime timeOption(const std::string& text, std::uint32_t format, const char* option) {
+  std::string error;
+  return valueOf(VLTimeFromText(text, format, error), error, option);
 }
 
 // An offset may be negative: it wraps around the day, as the clock's sums do.
@@ -101,7 +114,144 @@ std::uint64_t playModeOf(const std::string* mode, bool hasStop, bool hasLoop, bo
   return value;
 }
 
+// The words of `velor encode`.
+struct EncodeWords {
+  std::string format = "25";
+  std::string start = "00:00:00:00";
+  double duration = 0;
+  int rate = 48000;
+  std::string level = "-12dB";
+  std::string userBits = "00000000";
+  std::string bits = "16";
+  std::string file;
+};
+
+CLI::App& addEncode(CLI::App& app, EncodeWords& words) {
+  CLI::App& encode = *app.add_subcommand("encode", "Write LTC to a sound file");
+  encode.add_option("--format", words.format, "23.98, 24, 25, 29.97, 29.97df, 30 or 30df")
+      ->capture_default_str();
+  encode.add_option("--start", words.start, "The first frame, HH:MM:SS:FF")->capture_default_str();
+  encode.add_option("--duration", words.duration, "Seconds; the last frame may be cut")->required();
+  encode.add_option("--rate", words.rate, "Samples a second")->capture_default_str();
+  encode.add_option("--level", words.level, "Up to 0dB, which is full scale")
+      ->capture_default_str();
+  encode
+      .add_option("--user-bits", words.userBits, "Eight hexadecimal digits, the first group last")
+      ->capture_default_str();
+  encode.add_option("--bits", words.bits, "16, 24 or float")->capture_default_str();
+  encode.add_option("FILE", words.file, "A name that ends with .wav, .w64 or .flac")->required();
+  return encode;
+}
+
+VLEncodeOptions encodeOptions(const EncodeWords& words) {
+  VLEncodeOptions options;
+  std::string error;
+  options.file = words.file;
+  options.start =
+      timeOption(words.start, valueNamed(kFormats, words.format, "--format"), "--start");
+  options.duration = words.duration;
+  refuseIf(!(words.duration > 0 && words.duration <= kMaxDuration),
+           "--duration: out of range (above 0, up to 604800)");
+  options.level = valueOf(VLLevelFromText(words.level, error), error, "--level");
+  options.userBits = valueOf(VLUserBitsFromText(words.userBits, error), error, "--user-bits");
+  options.sound.sampleRate = words.rate;
+  refuseIf(words.rate < VLEncodeOptions::kMinSampleRate ||
+               words.rate > audio::SoundFormat::kMaxSampleRate,
+           "--rate: out of range (" + std::to_string(VLEncodeOptions::kMinSampleRate) + " to " +
+               std::to_string(audio::SoundFormat::kMaxSampleRate) + ")");
+  options.sound.encoding = valueNamed(kBits, words.bits, "--bits");
+  const std::string refusal =
+      audio::SoundFileWriter::refusal(words.file, options.sound, VLEncodeLength(options));
+  refuseIf(!refusal.empty(), refusal);
+  refuseIf(VLEncodeLength(options) == 0, "--duration: it is shorter than half a sample");
+  refuseIf(audio::SoundFileWriter::isSilent(options.level, options.sound.encoding),
+           "--level: '" + words.level + "' is silence at --bits " + words.bits);
+  return options;
+}
+
+// The words of `velor decode`.
+struct DecodeWords {
+  VLDecodeOptions options;
+  bool csv = false;
+  bool json = false;
+};
+
+CLI::App& addDecode(CLI::App& app, DecodeWords& words) {
+  CLI::App& decode = *app.add_subcommand("decode", "Print the LTC of a sound file, frame by frame");
+  decode.add_option("--channel", words.options.channel, "The channel that holds it, from 1 on")
+      ->capture_default_str();
+  decode.add_flag("--csv", words.csv, "Print comma-separated values, with a head");
+  decode.add_flag("--json", words.json, "Print an object a line");
+  decode.add_option("FILE", words.options.file, "A WAV, W64 or FLAC file")->required();
+  return decode;
+}
+
+VLDecodeOptions decodeOptions(const DecodeWords& words) {
+  VLDecodeOptions options = words.options;
+  refuseIf(words.csv && words.json, "--csv and --json contradict each other");
+  refuseIf(options.channel < 1, "--channel: channels count from 1 on");
+  options.form = words.csv    ? VLDecodeOptions::Form::csv
+                 : words.json ? VLDecodeOptions::Form::json
+                              : VLDecodeOptions::Form::text;
+  return options;
+}
+
+// An empty word would be read as the number 0.
+void refuseEmptyNumbers(const CLI::App& app, std::initializer_list<const char*> options) {
+  for (const char* option : options) {
+    const auto& words = app.get_option(option)->results();
+    refuseIf(!words.empty() && words.front().empty(), std::string(option) + ": '' is no number");
+  }
+}
+
+// A command has options of its own, and those before it would do nothing.
+void refuseOptionsBefore(const CLI::App& command) {
+  for (const CLI::Option* option : command.get_parent()->get_options()) {
+    refuseIf(option->count() > 0,
+             option->get_name() + " does not go with '" + command.get_name() + "'");
+  }
+}
+
 }  // namespace
+
+std::optional<float> VLLevelFromText(const std::string& text, std::string& error) {
+  std::string number = text;
+  const auto isLetter = [](char c, char capital) { return c == capital || c == capital + 32; };
+  const bool hasUnit =
+      number.size() > 2 && isLetter(number[number.size() - 2], 'D') && isLetter(number.back(), 'B');
+  double decibels = 0;
+  char rest = 0;
+  if (hasUnit) {
+    number.resize(number.size() - 2);
+  }
+  // Digits only, since what reads numbers also reads "inf" and "0x1".
+  if (!hasUnit || number.find_first_not_of("+-.0123456789 ") != std::string::npos ||
+      std::sscanf(number.c_str(), "%lf %c", &decibels, &rest) != 1) {
+    error = "'" + text + "' is no level (-12dB for instance)";
+    return std::nullopt;
+  }
+  if (decibels > 0) {
+    error = "'" + text + "' is above full scale (0dB)";
+    return std::nullopt;
+  }
+  return static_cast<float>(std::pow(10.0, decibels / 20.0));
+}
+
+std::optional<std::array<std::uint8_t, kLTCUserBytes>> VLUserBitsFromText(const std::string& text,
+                                                                          std::string& error) {
+  constexpr std::size_t kDigits = 2 * kLTCUserBytes;
+  if (text.size() != kDigits ||
+      text.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+    error = "'" + text + "' are no user bits (eight hexadecimal digits)";
+    return std::nullopt;
+  }
+  std::array<std::uint8_t, kLTCUserBytes> bytes{};
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    bytes[i] =
+        static_cast<std::uint8_t>(std::stoi(text.substr(kDigits - 2 * (i + 1), 2), nullptr, 16));
+  }
+  return bytes;
+}
 
 const char* VLFormatName(std::uint32_t format) {
   const auto entry = std::find_if(kFormats.begin(), kFormats.end(),
@@ -181,16 +331,30 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   app.add_option("--stop-at", stopAt, "Stop at this time");
   app.add_option("--loop", loop, "Go from END back to START")->expected(2)->type_name("START END");
 
+  EncodeWords encodeWords;
+  DecodeWords decodeWords;
+  const CLI::App& encode = addEncode(app, encodeWords);
+  const CLI::App& decode = addDecode(app, decodeWords);
+  app.require_subcommand(0, 1);
+
   VLCommandLine result;
   try {
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     app.parse(reversed);
 
-    // An empty word would be read as the number 0.
-    for (const char* option : {"--rate-percent", "--preroll"}) {
-      const auto& words = app.get_option(option)->results();
-      refuseIf(!words.empty() && words.front().empty(), std::string(option) + ": '' is no number");
+    if (encode.parsed()) {
+      refuseOptionsBefore(encode);
+      refuseEmptyNumbers(encode, {"--duration", "--rate"});
+      result.encode = encodeOptions(encodeWords);
+      return result;
     }
+    if (decode.parsed()) {
+      refuseOptionsBefore(decode);
+      refuseEmptyNumbers(decode, {"--channel"});
+      result.decode = decodeOptions(decodeWords);
+      return result;
+    }
+    refuseEmptyNumbers(app, {"--rate-percent", "--preroll"});
     options.format = valueNamed(kFormats, format, "--format");
     if (app.count("--start") > 0) {
       options.start = timeOption(start, options.format, "--start");
@@ -227,9 +391,9 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   } catch (const CLI::CallForVersion&) {
     result.output = app.version() + "\n";
   } catch (const CLI::ParseError& error) {
-    result = {std::nullopt, kUsageStatus, "velor: " + VLPrintable(error.what()) + "\n"};
+    result = {{}, {}, {}, kUsageStatus, "velor: " + VLPrintable(error.what()) + "\n"};
   } catch (const UsageError& error) {
-    result = {std::nullopt, kUsageStatus, "velor: " + VLPrintable(error.what()) + "\n"};
+    result = {{}, {}, {}, kUsageStatus, "velor: " + VLPrintable(error.what()) + "\n"};
   }
   return result;
 }

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "Velor/app/VLDecode.h"
+#include "Velor/app/VLEncode.h"
 #include "kvtimecode/SMPTETime.h"
 
 namespace velor {
@@ -30,9 +33,12 @@ struct VLOptions {
   std::optional<std::pair<SMPTETime, SMPTETime>> loop;
 };
 
-/// The options, or what to print and with which status to end.
+/// The options, or those of one of the commands, or what to print and with which status
+/// to end.
 struct VLCommandLine {
   std::optional<VLOptions> options;
+  std::optional<VLEncodeOptions> encode;
+  std::optional<VLDecodeOptions> decode;
   int exitStatus = 0;
   std::string output;  // to stdout when the status is 0, else to stderr
 };
@@ -46,6 +52,15 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments);
 /// number that drop-frame counting leaves out. On failure none, and why in `error`.
 std::optional<SMPTETime> VLTimeFromText(const std::string& text, std::uint32_t format,
                                         std::string& error);
+
+/// Reads "-12dB" or "-12 dB", at most 0 dB, as a part of full scale. On failure none, and
+/// why in `error`.
+std::optional<float> VLLevelFromText(const std::string& text, std::string& error);
+
+/// Reads eight hexadecimal digits, of which the last one is the first group of user bits
+/// in the frame. On failure none, and why in `error`.
+std::optional<std::array<std::uint8_t, kLTCUserBytes>> VLUserBitsFromText(const std::string& text,
+                                                                          std::string& error);
 
 /// The name of a format on the command line, "29.97df" for instance.
 const char* VLFormatName(std::uint32_t format);

@@ -14,6 +14,12 @@
 int main(int argc, char** argv) {
   const velor::VLCommandLine commandLine =
       velor::VLParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
+  if (commandLine.encode) {
+    return velor::VLEncodeRun(*commandLine.encode);
+  }
+  if (commandLine.decode) {
+    return velor::VLDecodeRun(*commandLine.decode);
+  }
   if (!commandLine.options) {
     if (commandLine.exitStatus != 0) {
       std::fputs(commandLine.output.c_str(), stderr);

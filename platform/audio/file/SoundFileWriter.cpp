@@ -115,6 +115,17 @@ std::string SoundFileWriter::refusal(const std::filesystem::path& path, const So
   return {};
 }
 
+bool SoundFileWriter::isSilent(float peak, SampleEncoding encoding) {
+  switch (encoding) {
+    case SampleEncoding::int16:
+      return quantised(peak, kFullScale16) == 0;
+    case SampleEncoding::int24:
+      return quantised(peak, kFullScale24) == 0;
+    default:
+      return !std::isnormal(peak);
+  }
+}
+
 SoundFileWriter::SoundFileWriter(const std::filesystem::path& path, const SoundFormat& format,
                                  std::int64_t frames)
     : mPath(path), mEncoding(format.encoding), mError(refusal(path, format, frames)) {

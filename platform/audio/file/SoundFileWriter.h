@@ -27,6 +27,9 @@ class SoundFileWriter {
   static std::string refusal(const std::filesystem::path& path, const SoundFormat& format,
                              std::int64_t frames);
 
+  /// Whether a signal of that peak would be all zeros.
+  static bool isSilent(float peak, SampleEncoding encoding);
+
   /// `frames` is the most that will come. See `error`.
   SoundFileWriter(const std::filesystem::path& path, const SoundFormat& format,
                   std::int64_t frames);

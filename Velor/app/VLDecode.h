@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kvtimecode/SMPTETime.h"
+#include "kvtimecode/ltc_frame.h"
+#include "platform/audio/file/SoundFileReader.h"
+
+namespace velor {
+
+/// What `velor decode` is asked for.
+struct VLDecodeOptions {
+  enum class Form : std::uint8_t { text, csv, json };
+
+  std::string file;
+  int channel = 1;  // from 1 on
+  Form form = Form::text;
+};
+
+/// A frame as it was read.
+struct VLDecodedFrame {
+  std::uint64_t sample = 0;  ///< at which its first bit begins, from 0 on
+  SMPTETime time{};          ///< digits as received, of the format that was detected
+  std::array<std::uint8_t, kLTCUserBytes> userBits{};
+  double fps = 0;  ///< measured, smoothed over about ten frames
+};
+
+/// What can be said of all frames together.
+struct VLDecodeSummary {
+  static constexpr std::size_t kGapsListed = 100;
+
+  /// Two frames that do not follow each other, by their place or by their time.
+  struct Gap {
+    VLDecodedFrame before;
+    VLDecodedFrame behind;
+  };
+
+  std::uint64_t frames = 0;
+  std::uint64_t gapCount = 0;
+  std::vector<Gap> gaps;  ///< the first ones
+  /// That of most frames; none without frames.
+  std::optional<std::uint32_t> format;
+  /// Frames a second, over all frames that follow each other; 0 without any.
+  double meanRate = 0;
+};
+
+/// Reads the LTC on a channel, which must be there, up to the end or to what is wrong
+/// with the file: `error`, for people. The decoder tells no frame before it has seen a
+/// sync word and measured a frame, so the first two of each stretch of signal are missed.
+/// The file's end counts as that of the bit in which it falls.
+VLDecodeSummary VLDecodeFile(audio::SoundFileReader& reader, int channel,
+                             const std::function<void(const VLDecodedFrame&)>& frame,
+                             const std::function<void(double part)>& progress, std::string& error);
+
+/// The command: a line a frame on standard output, the summary on standard error. Gives
+/// the exit status: 0, 1 when the file is none or damaged or holds no LTC, 2 for a
+/// channel that it does not have. Main thread.
+int VLDecodeRun(const VLDecodeOptions& options);
+
+}  // namespace velor

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "tests/support/VelorProcess.h"
+
+namespace velor::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+class EncodeDecode : public testing::Test {
+ protected:
+  struct Result {
+    int status;
+    std::string output;
+    std::string errors;
+  };
+  static Result run(const std::vector<std::string>& arguments) {
+    VelorProcess velor(arguments, {});
+    const int status = velor.waitForEnd(30);
+    return {status, velor.output(), velor.errors()};
+  }
+  std::string file(const char* name) const { return (mFolder.path() / name).string(); }
+  std::size_t filesThere() const {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(mFolder.path()), fs::directory_iterator()));
+  }
+
+  const TemporaryFolder mFolder;
+};
+
+TEST_F(EncodeDecode, WhatIsEncodedInSilenceIsPrintedFrameByFrameInEachForm) {
+  const Result encoded =
+      run({"encode", "--format", "29.97df", "--start", "00:59:58;00", "--duration", "10", "--rate",
+           "48000", "--level", "-12dB", "--user-bits", "12345678", file("out.wav")});
+  EXPECT_EQ(encoded.status, 0);
+  EXPECT_EQ(encoded.output + encoded.errors, "");
+  EXPECT_EQ(fs::file_size(file("out.wav")), 44U + 2 * 480000);
+
+  // The third frame begins 2 * 48000 / 29.97 = 3203.2 samples behind the first.
+  const Result csv = run({"decode", "--csv", file("out.wav")});
+  EXPECT_EQ(csv.status, 0);
+  EXPECT_THAT(csv.output, testing::StartsWith("sample,seconds,time,drop,user_bits,rate,format\n"
+                                              "3203,0.066729,00:59:58;02,1,12345678,29.963,"
+                                              "29.97df\n"));
+  EXPECT_THAT(csv.output, HasSubstr(",00:59:59;29,1,"));
+  EXPECT_THAT(csv.output, HasSubstr(",01:00:00;00,1,"));
+  EXPECT_THAT(csv.errors, testing::MatchesRegex("frames  297\nformat  29.97df\n"
+                                                "rate    29\\.9[0-9.]+ frames a second, "
+                                                "[+-][0-2]\\.[0-9] ppm of nominal\ngaps    0\n"));
+  const Result json = run({"decode", "--json", "--channel", "1", file("out.wav")});
+  EXPECT_THAT(json.output,
+              testing::StartsWith("{\"sample\":3203,\"seconds\":0.066729,\"time\":\"00:59:58;02\","
+                                  "\"drop\":true,\"userBits\":\"12345678\",\"rate\":29.963,"
+                                  "\"format\":\"29.97df\"}\n"));
+  EXPECT_EQ(std::count(json.output.begin(), json.output.end(), '\n'), 297);
+  const Result text = run({"decode", file("out.wav")});
+  EXPECT_THAT(text.output, HasSubstr("0.066729  00:59:58;02  drop  12345678  29.963  29.97df\n"));
+}
+
+TEST_F(EncodeDecode, WrongUseIsOneClearLineAndTheStatus2AndLeavesNoFile) {
+  const std::string out = file("out.wav");
+  ASSERT_EQ(run({"encode", "--duration", "1", file("in.wav")}).status, 0);
+  struct Case {
+    std::vector<std::string> arguments;
+    const char* told;
+  };
+  const Case cases[] = {
+      {{"encode", out}, "--duration"},
+      {{"encode", "--duration", "1"}, "FILE"},
+      {{"encode", "--duration", "1", file("out.mp3")}, ".wav, .w64 or .flac"},
+      {{"encode", "--duration", "1", "--bits", "float", file("out.flac")}, "no floats"},
+      {{"encode", "--duration", "0", out}, "--duration"},
+      {{"encode", "--duration", "-5", out}, "--duration"},
+      {{"encode", "--duration", "nan", out}, "--duration"},
+      {{"encode", "--duration", "", out}, "--duration"},
+      {{"encode", "--duration", "1e-9", out}, "--duration"},
+      {{"encode", "--duration", "100000", out}, "at most 44739 s"},
+      {{"encode", "--duration", "1", "--format", "26", out}, "'26'"},
+      {{"encode", "--duration", "1", "--level", "1dB", out}, "'1dB' is above full scale"},
+      {{"encode", "--duration", "1", "--level", "nandB", out}, "'nandB' is no level"},
+      {{"encode", "--duration", "1", "--level=-infdB", out}, "'-infdB' is no level"},
+      {{"encode", "--duration", "1", "--level=-1e9dB", out}, "'-1e9dB' is no level"},
+      {{"encode", "--duration", "1", "--level", "-12", out}, "'-12' is no level"},
+      {{"encode", "--duration", "1", "--level", "-97dB", out}, "silence at --bits 16"},
+      {{"encode", "--duration", "1", "--user-bits", "1234567", out}, "eight hexadecimal"},
+      {{"encode", "--duration", "1", "--user-bits", "1234567x", out}, "eight hexadecimal"},
+      {{"encode", "--duration", "1", "--rate", "0", out}, "--rate"},
+      {{"encode", "--duration", "1", "--rate", "9999999", out}, "11025 to 768000"},
+      {{"encode", "--duration", "1", "--rate", "44.1k", out}, "--rate"},
+      {{"encode", "--duration", "1", "--bits", "32", out}, "'32'"},
+      {{"encode", "--duration", "1", "--format", "24", "--start", "00:00:00:24", out},
+       "up to 23:59:59:23"},
+      {{"encode", "--duration", "1", "--format", "30df", "--start", "00:01:00;00", out},
+       "drop-frame"},
+      {{"--play", "encode", "--duration", "1", out}, "--play"},
+      {{"encode", "--play", "--duration", "1", out}, "--play"},
+      {{"decode"}, "FILE"},
+      {{"decode", "--csv", "--json", file("in.wav")}, "--csv and --json"},
+      {{"decode", "--channel", "0", file("in.wav")}, "--channel"},
+      {{"decode", "--channel", "2", file("in.wav")}, "(1 to 1)"},
+  };
+  for (const Case& c : cases) {
+    const Result result = run(c.arguments);
+    const std::string shown = testing::PrintToString(c.arguments);
+    EXPECT_EQ(result.status, 2) << shown;
+    EXPECT_THAT(result.errors, HasSubstr(c.told)) << shown;
+    EXPECT_THAT(result.errors, testing::StartsWith("velor: ")) << shown;
+    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+    EXPECT_EQ(result.output, "") << shown;
+  }
+  EXPECT_EQ(filesThere(), 1U);
+}
+
+TEST_F(EncodeDecode, FilesThatFailAreOneClearLineAndTheStatus1BehindWhatWasRead) {
+  EXPECT_THAT(run({"encode", "--duration", "1", file("no/out.wav")}).errors,
+              HasSubstr("No such file"));
+  std::ofstream(file("text.wav")) << "no sound";
+  std::ofstream(file("empty.wav"));
+  ASSERT_EQ(run({"encode", "--duration", "9", file("cut.wav")}).status, 0);
+  fs::resize_file(file("cut.wav"), 44 + 2 * 96000);
+  for (const char* name : {"none.wav", "text.wav", "empty.wav", "cut.wav"}) {
+    const Result result = run({"decode", "--csv", file(name)});
+    const bool isCut = fs::path(name) == "cut.wav";
+    EXPECT_EQ(result.status, 1) << name;
+    // The head, and a second's frames less the first two.
+    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), isCut ? 49 : 0);
+    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), isCut ? 5 : 1);
+    EXPECT_THAT(result.errors, HasSubstr(file(name)));
+  }
+  EXPECT_THAT(run({"decode", file("cut.wav")}).errors,
+              HasSubstr("cut off at sample 96000, 672000 bytes before its end\n"));
+
+  // The disk behind standard output is full.
+  ASSERT_EQ(run({"encode", "--duration", "9", file("whole.wav")}).status, 0);
+  Process full({VELOR_PROGRAM, "decode", file("whole.wav")}, {}, "/dev/full", file("errors"));
+  EXPECT_EQ(full.waitForEnd(30), 1);
+  std::ifstream errors(file("errors"));
+  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(errors), {}),
+              testing::StartsWith("velor: decode: standard output"));
+}
+
+TEST_F(EncodeDecode, ALongOneShowsHowFarItIsOnATerminalAndASignalLeavesNoFile) {
+  VelorOnTerminal velor(80, {"encode", "--duration", "20000", "--rate", "192000", file("a.flac")},
+                        {});
+  EXPECT_TRUE(velor.readUntil("]   1 %", 60)) << velor.text();
+  EXPECT_THAT(velor.text(), HasSubstr("\rencode ["));
+  EXPECT_EQ(velor.end(SIGTERM), 1);
+  EXPECT_THAT(velor.text(), HasSubstr("\033[Kvelor: encode: stopped; "));
+  EXPECT_EQ(filesThere(), 0U);
+}
+
+}  // namespace
+}  // namespace velor::test
