@@ -12,6 +12,7 @@
 
 #include "Velor/app/VLPortNames.h"
 #include "Velor/app/VLProgressBar.h"
+#include "Velor/app/VLStopSignals.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/LowPass.h"
 #include "platform/audio/file/SoundFileWriter.h"
@@ -113,30 +114,8 @@ class Signal {
   std::vector<float> mSamples;
 };
 
-// Whether a signal has asked for the end. A second one of the same kind ends the
-// process at once.
-class StopRequest {
- public:
-  StopRequest() {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-      struct sigaction action {};
-      // Who started the program so that it outlives the terminal means that.
-      if (number == SIGHUP && sigaction(number, nullptr, &action) == 0 &&
-          action.sa_handler == SIG_IGN) {
-        continue;
-      }
-      action.sa_handler = [](int) { sIsThere = 1; };
-      action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-      sigaction(number, &action, nullptr);
-    }
-    // A file that may not grow further is told of as a full disk is.
-    std::signal(SIGXFSZ, SIG_IGN);
-  }
-  static bool isThere() { return sIsThere != 0; }
-
- private:
-  inline static volatile std::sig_atomic_t sIsThere = 0;
-};
+// A signal has asked for the end.
+volatile std::sig_atomic_t gIsStopped = 0;
 
 }  // namespace
 
@@ -171,13 +150,15 @@ std::string VLEncodeFile(const VLEncodeOptions& options,
 }
 
 int VLEncodeRun(const VLEncodeOptions& options) {
-  const StopRequest stop;
+  VLStopSignalsInstall([](int) { gIsStopped = 1; });
+  // A file that may not grow further is told of as a full disk is.
+  std::signal(SIGXFSZ, SIG_IGN);
   std::string error;
   {
     VLProgressBar bar("encode");
     error = VLEncodeFile(options, [&bar](double part) {
       bar.show(part);
-      return !StopRequest::isThere();
+      return gIsStopped == 0;
     });
   }
   if (error.empty()) {

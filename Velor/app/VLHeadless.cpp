@@ -16,6 +16,7 @@
 #include "Velor/app/VLPortNames.h"
 #include "Velor/app/VLServicesInForce.h"
 #include "Velor/app/VLStatusLine.h"
+#include "Velor/app/VLStopSignals.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "kva/MIDI/KVMIDICore.h"
@@ -35,27 +36,16 @@ constexpr std::uint64_t kLoopCheckDelay = 250'000'000;
 // What no event announces, such as the server's name, is looked at this often.
 constexpr std::uint64_t kRefreshInterval = 500'000'000;
 
-// The signals end the main loop, as a quit does. A second one of the same kind
-// ends the process at once.
+// The signals end the main loop, as a quit does.
 class StopSignals {
  public:
   explicit StopSignals(host::MainQueue& queue) {
     sQueue.store(&queue);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-      struct sigaction action {};
-      // Who started the program so that it outlives the terminal means that.
-      if (number == SIGHUP && sigaction(number, nullptr, &action) == 0 &&
-          action.sa_handler == SIG_IGN) {
-        continue;
+    VLStopSignalsInstall([](int) {
+      if (host::MainQueue* target = sQueue.load()) {
+        target->stop();
       }
-      action.sa_handler = [](int) {
-        if (host::MainQueue* target = sQueue.load()) {
-          target->stop();
-        }
-      };
-      action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-      sigaction(number, &action, nullptr);
-    }
+    });
     // A reader of the diagnostics that has gone is no reason to stop the clock.
     std::signal(SIGPIPE, SIG_IGN);
   }
