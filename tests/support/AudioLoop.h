@@ -69,6 +69,8 @@ class AudioPlayer {
   AudioUnit output = 0;
   AudioUnit source = 0;
   std::atomic<std::uint32_t> cycles{0};
+  std::atomic<std::uint32_t> work{0};     // turns of a loop at the end of each cycle
+  std::atomic<bool> isPlaying{false};     // within the callback
   std::atomic<std::uint32_t> longest{0};  // frames of a cycle
   std::atomic<OSStatus> result{0};        // of the callback
 
@@ -82,8 +84,13 @@ class AudioPlayer {
       data->mBuffers[0].mData[i] = sample;
       data->mBuffers[1].mData[i] = -sample;
     }
+    player.isPlaying = true;
     player.longest = std::max(player.longest.load(), frames);
     ++player.cycles;
+    for (std::uint32_t i = player.work; i > 0; --i) {
+      std::atomic_signal_fence(std::memory_order_seq_cst);  // keeps the loop
+    }
+    player.isPlaying = false;
     return player.result.load();
   }
 

@@ -428,10 +428,13 @@ TEST_P(AudioServiceContract, WhatIsStoppedOrDisposedOfIsSilentAtOnce) {
     ASSERT_EQ(audio().AUGraphStart(player.graph), 0);
     ASSERT_TRUE(awaitMore(player.cycles, 10));
   }
-  // In the midst of its cycles; what they use has gone with it.
-  for (int i = 0; i < 20; ++i) {
+  // In the midst of its cycles, which are long; what they use has gone with it.
+  for (int i = 0; i < 30; ++i) {
     AudioPlayer player(audio(), mDevice);
-    ASSERT_TRUE(awaitMore(player.cycles, static_cast<std::size_t>(i % 3)));
+    player.work = 10'000'000;
+    ASSERT_TRUE(awaitMore(player.cycles, static_cast<std::size_t>(1 + i % 3)));
+    ASSERT_EQ(audio().AUGraphStop(player.graph), 0);
+    EXPECT_FALSE(player.isPlaying);
   }
   ASSERT_TRUE(awaitMore(recorder.frames, static_cast<std::size_t>(rate() / 4)));
   const std::size_t last = recorder.frames - 1;
