@@ -126,7 +126,7 @@ TEST_F(EncodeDecode, FilesThatFailAreOneClearLineAndTheStatus1BehindWhatWasRead)
   EXPECT_THAT(run({"encode", "--duration", "1", file("no/out.wav")}).errors,
               HasSubstr("No such file"));
   std::ofstream(file("text.wav")) << "no sound";
-  std::ofstream(file("empty.wav"));
+  std::ofstream(file("empty.wav")) << "";
   ASSERT_EQ(run({"encode", "--duration", "9", file("cut.wav")}).status, 0);
   fs::resize_file(file("cut.wav"), 44 + 2 * 96000);
   for (const char* name : {"none.wav", "text.wav", "empty.wav", "cut.wav"}) {
