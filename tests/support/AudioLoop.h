@@ -31,7 +31,10 @@ inline double delayOf(float heard, double sample) {
 // A graph that plays the pattern, or what is told.
 class AudioPlayer {
  public:
-  AudioPlayer(AudioService& audio, AudioObjectID device, bool filtered = false) : mAudio(audio) {
+  /// `firstResult`: what its callback gives from the first cycle on.
+  AudioPlayer(AudioService& audio, AudioObjectID device, bool filtered = false,
+              OSStatus firstResult = 0)
+      : result(firstResult), mAudio(audio) {
     AUNode outputNode = 0;
     AUNode sourceNode = 0;
     AUNode filterNode = 0;
@@ -72,7 +75,7 @@ class AudioPlayer {
   std::atomic<std::uint32_t> work{0};     // turns of a loop at the end of each cycle
   std::atomic<bool> isPlaying{false};     // within the callback
   std::atomic<std::uint32_t> longest{0};  // frames of a cycle
-  std::atomic<OSStatus> result{0};        // of the callback
+  std::atomic<OSStatus> result;           // of the callback
 
  private:
   static OSStatus play(const host::RealtimeContext&, void* self, AudioUnitRenderActionFlags&,

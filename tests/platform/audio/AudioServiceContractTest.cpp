@@ -398,8 +398,7 @@ TEST_P(AudioServiceContract, TheChannelMapRoutesAndTakesHoldWhileItRuns) {
 
 TEST_P(AudioServiceContract, ACycleIsSilentWhenItsCallbackFails) {
   AudioRecorder recorder(audio(), mDevice);
-  AudioPlayer player(audio(), mDevice, true);
-  player.result = 0x5000;
+  AudioPlayer player(audio(), mDevice, true, 0x5000);
   ASSERT_TRUE(awaitMore(player.cycles, 20));
   const std::size_t failing = recorder.frames;
   player.result = 0;
