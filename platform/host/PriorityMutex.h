@@ -7,7 +7,8 @@ namespace velor::host {
 
 /// A mutex for short sections that threads of different urgency share: while an
 /// urgent thread waits, the holder runs with its priority. For use with
-/// std::lock_guard. Not for real-time callbacks, and not held while waiting.
+/// std::lock_guard. Not held while waiting; in a real-time callback only where all
+/// others hold it for a short, bounded work, such as a copy.
 class PriorityMutex {
  public:
   PriorityMutex() {

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "platform/audio/AudioTypes.h"
+#include "platform/host/PriorityMutex.h"
+
+namespace velor {
+
+/// The samples that wait to be played, by their place in the device's own count: the
+/// sample of place p stands at p modulo the ring's length. What the render callback
+/// gets as its reference.
+///
+/// `lock` guards all; the operations expect their caller to hold it, but the callback,
+/// which takes it. It is held for a copy of samples at most.
+struct AudioGeneratorRefCon {
+  /// What the callback returns to say that it has no samples.
+  static constexpr audio::OSStatus kNothingToPlay = 0x5000;
+  static constexpr audio::OSStatus kNoReference = -2;
+  static constexpr audio::OSStatus kNoSampleTime = -10;
+
+  /// Writes the samples for the places from `start` on; nothing is to be played beyond
+  /// them. Realtime-safe: yes.
+  void write(std::uint64_t start, std::span<const float> samples) noexcept;
+
+  /// An AURenderCallback with one of these as its reference. The first buffer gets the
+  /// samples of the cycle's places when all of them were written, else silence; other
+  /// buffers are silent. Places behind those written read what the ring still holds.
+  static audio::OSStatus render(const host::RealtimeContext& realtime, void* refCon,
+                                audio::AudioUnitRenderActionFlags& flags,
+                                const audio::AudioTimeStamp& timeStamp, std::uint32_t bus,
+                                std::uint32_t frames, audio::AudioBufferList* data);
+
+  host::PriorityMutex lock;
+  std::vector<float> ring;
+  /// First place not yet written; 0 when nothing is to be played.
+  std::uint64_t writeEnd = 0;
+  /// End of the last cycle that was served; 0 when it was silent.
+  std::uint64_t lastReadEnd = 0;
+
+ private:
+  void read(std::uint64_t start, std::span<float> samples) const noexcept;
+};
+
+}  // namespace velor

@@ -1,0 +1,691 @@
+// SPDX-License-Identifier: MIT
+#include "kvtimecode/generator/KVLTCGenerator.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+#include "Kv-Appkit/KVAssert.h"
+#include "Kv-Appkit/KVException.h"
+#include "kva/KAAUGraph.h"
+#include "kva/KAAudioUnit.h"
+#include "kva/KAHALAudioSystem.h"
+#include "kva/KAHALDeviceOutputUnit.h"
+#include "kvtimecode/SMPTEString.h"
+#include "kvtimecode/ltc_utils.h"
+#include "platform/audio/AudioService.h"
+#include "platform/host/Log.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
+
+namespace velor {
+namespace {
+
+// Stored setups know them.
+constexpr std::string_view kDeviceKey = "audioDeviceUID";
+constexpr std::string_view kUserBitsKey = "ub";
+constexpr std::string_view kLevelKey = "level";
+constexpr std::string_view kChannelMapKey = "channelMap";
+
+constexpr std::array<KVDependency, 6> kDependencies = {{
+    {"deviation", "fps"},
+    {"deviceStatus", "isGenerating"},
+    {"frameRateString", "fps"},
+    {"frameRateString", "isGenerating"},
+    {"frameRateString", "deviation"},
+    {"uiLevel", "level"},
+}};
+
+constexpr float kDefaultLevel = 0.1F;
+
+// Rounds the edges off: a signal of full bandwidth disturbs what lies beside its cable.
+constexpr float kCutoff = 14000;  // Hz
+constexpr float kResonance = 0.70710677F;
+
+// The ring holds two batches at the lowest frame rate.
+constexpr double kLowestFrameRate = 24;
+constexpr double kRingFrames = 2 * KVLTCGenerator::kFramesPerBatch;
+
+// MTC names a time when its first piece is sent; this is the frame due at its target.
+constexpr std::uint32_t kFramesAhead = 2;
+
+constexpr double kFPSSteps = 500;  // a frame a second has
+constexpr double kSmoothing = 0.9;
+// A stream is over when it has been silent for so many frames.
+constexpr double kSilentFrames = 4;
+constexpr double kCubeRoot = 0.3333333333333333;
+
+std::array<std::uint8_t, kLTCUserBytes> bytesOf(std::uint32_t userbits) noexcept {
+  std::array<std::uint8_t, kLTCUserBytes> bytes{};
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    bytes[i] = static_cast<std::uint8_t>(userbits >> 8 * i);
+  }
+  return bytes;
+}
+
+// Announces a change of a property around a scope.
+class Announcement {
+ public:
+  Announcement(KVObservable& object, std::string_view key) : mObject(object), mKey(key) {
+    mObject.willChangeValueForKey(mKey);
+  }
+  ~Announcement() { mObject.didChangeValueForKey(mKey); }
+  Announcement(const Announcement&) = delete;
+  Announcement& operator=(const Announcement&) = delete;
+
+ private:
+  KVObservable& mObject;
+  const std::string_view mKey;
+};
+
+}  // namespace
+
+// Converter, low-pass, output: units of a graph, and who hears of changes to them.
+class KVLTCGenerator::Graph {
+ public:
+  Graph(KVLTCGenerator& owner, audio::AudioObjectID device)
+      : mOwner(owner),
+        mOutputNode(mGraph.addNode(KAHALDeviceOutputUnit::componentDescription())),
+        mLPFilterNode(mGraph.addNode(audio::kLowPassComponent)),
+        mConverterNode(mGraph.addNode(audio::kConverterComponent)),
+        mOpen(mGraph),
+        mOutputUnit(mOutputNode, mGraph),
+        mLPFilterUnit(mLPFilterNode, mGraph),
+        mConverterUnit(mConverterNode, mGraph) {
+    mOutputUnit.setDeviceID(device);
+    if (!owner.mNickName.empty()) {
+      setNickName(owner.mNickName);
+    }
+    mConverterUnit.setInputRenderCallback(&AudioGeneratorRefCon::render,
+                                          &owner.mAudioGeneratorRefCon, 0);
+    mLPFilterUnit.setParameter(audio::kLowPassParam_CutoffFrequency, audio::kAudioUnitScope_Global,
+                               0, kCutoff, 0);
+    mLPFilterUnit.setParameter(audio::kLowPassParam_Resonance, audio::kAudioUnitScope_Global, 0,
+                               kResonance, 0);
+    mGraph.connectNode(mConverterNode, 0, mLPFilterNode, 0);
+    mGraph.connectNode(mLPFilterNode, 0, mOutputNode, 0);
+    audio::AudioStreamBasicDescription format =
+        mConverterUnit.getStreamDescription(audio::kAudioUnitScope_Input, 0);
+    format.mSampleRate = mOutputUnit.sampleRate();
+    mConverterUnit.setStreamDescription(format, audio::kAudioUnitScope_Input, 0);
+    mConverterUnit.setStreamDescription(format, audio::kAudioUnitScope_Output, 0);
+    mLPFilterUnit.setStreamDescription(format, audio::kAudioUnitScope_Output, 0);
+    mGraph.initialize();
+    // The ring is addressed by the device's own count.
+    const std::uint32_t zero = 0;
+    mOutputUnit.setPropertyGlobal(audio::kAudioOutputUnitProperty_StartTimestampsAtZero, &zero,
+                                  sizeof zero);
+  }
+
+  ~Graph() {
+    for (const audio::AudioUnitPropertyID property : mListened) {
+      audio::service().AudioUnitRemovePropertyListenerWithUserData(
+          mOutputUnit.au(), property, &KVLTCGenerator::auPropertyListener, &mOwner);
+    }
+  }
+  Graph(const Graph&) = delete;
+  Graph& operator=(const Graph&) = delete;
+
+  std::uint32_t latency() const {
+    return mOutputUnit.getPropertyUInt32(audio::kAudioDevicePropertyLatency,
+                                         audio::kAudioUnitScope_Output, 0);
+  }
+  double sampleRate() const {
+    return mConverterUnit.getPropertyFloat64(audio::kAudioUnitProperty_SampleRate,
+                                             audio::kAudioUnitScope_Input, 0);
+  }
+  void setNickName(const std::string& name) {
+    mOutputUnit.setPropertyGlobal(audio::kAudioUnitProperty_NickName, name.data(),
+                                  static_cast<std::uint32_t>(name.size()));
+  }
+  void setChannelMap(std::span<const std::int32_t> map) {
+    mOutputUnit.setProperty(audio::kAudioOutputUnitProperty_ChannelMap,
+                            audio::kAudioUnitScope_Output, 0, map.data(),
+                            static_cast<std::uint32_t>(map.size_bytes()));
+  }
+
+  void listen() {
+    for (const audio::AudioUnitPropertyID property :
+         {audio::kAudioOutputUnitProperty_CurrentDevice,
+          audio::AudioUnitPropertyID{audio::kAudioDevicePropertyNominalSampleRate}}) {
+      mOutputUnit.addPropertyListener(property, &KVLTCGenerator::auPropertyListener, &mOwner);
+      mListened.push_back(property);
+    }
+  }
+  void start() { mGraph.start(); }
+  void stop() { mGraph.stop(); }
+  KAHALDeviceOutputUnit& output() noexcept { return mOutputUnit; }
+
+ private:
+  struct Open {
+    explicit Open(KAAUGraph& graph) { graph.open(); }
+  };
+
+  KVLTCGenerator& mOwner;
+  KAAUGraph mGraph;
+  const audio::AUNode mOutputNode;
+  const audio::AUNode mLPFilterNode;
+  const audio::AUNode mConverterNode;
+  const Open mOpen;  // the units are there from here on
+  std::vector<audio::AudioUnitPropertyID> mListened;
+  KAHALDeviceOutputUnit mOutputUnit;
+  KAAudioUnit mLPFilterUnit;
+  KAAudioUnit mConverterUnit;
+};
+
+// --- making and ending ---
+
+KVLTCGenerator::KVLTCGenerator(std::string nickName)
+    : KVObservable(kDependencies),
+      mMainQueue(host::current().mainQueue()),
+      mNickName(std::move(nickName)),
+      mTCString(invalidSMPTEString()),
+      mLTC(ltc_frame_create()) {
+  KV_ASSERT(mLTC != nullptr);
+  setLevel(kDefaultLevel);
+}
+
+std::shared_ptr<KVLTCGenerator> KVLTCGenerator::initWithAudioObjectID(audio::AudioObjectID objectID,
+                                                                      std::string nickName) {
+  const std::shared_ptr<KVLTCGenerator> generator(new KVLTCGenerator(std::move(nickName)));
+  generator->observeDevices();
+  auto device = KAHALAudioDevice::initWithAudioObjectID(objectID);
+  generator->choose(device != nullptr ? device
+                                      : KAHALAudioSystem::defaultSystem().defaultOutputDevice());
+  return generator;
+}
+
+KVLTCGenerator::~KVLTCGenerator() {
+  mGraph.reset();
+}
+
+void KVLTCGenerator::observeDevices() {
+  mDeviceToken = KAHALAudioSystem::defaultSystem().addObserver(
+      "audioDevices", [weak = weak_from_this()](const auto&) {
+        if (const auto self = weak.lock()) {
+          self->devicesChanged();
+        }
+      });
+}
+
+std::shared_ptr<KVLTCGenerator> KVLTCGenerator::initWithCoder(store::KeyedUnarchiver& coder) {
+  const std::shared_ptr<KVLTCGenerator> generator(new KVLTCGenerator({}));
+  generator->setLevel(static_cast<float>(coder.decodeDouble(kLevelKey).value_or(0)));
+  generator->setUserbits(static_cast<std::uint32_t>(coder.decodeInt32(kUserBitsKey).value_or(0)));
+  const auto uid = coder.decodeString(kDeviceKey);
+  const auto map = coder.decodeBytes(kChannelMapKey);
+  generator->observeDevices();
+  const auto& system = KAHALAudioSystem::defaultSystem();
+  if (!uid) {
+    generator->choose(system.defaultOutputDevice());
+    return generator;
+  }
+  // Of a device that is away now the map waits with it.
+  generator->mChosenUID = *uid;
+  if (map) {
+    generator->mChosenMap.resize(
+        std::min<std::size_t>(map->size() / sizeof(std::int32_t), audio::kMaxChannels));
+    std::memcpy(generator->mChosenMap.data(), map->data(),
+                generator->mChosenMap.size() * sizeof(std::int32_t));
+  }
+  const auto chosen = system.audioDeviceForUID(*uid);
+  generator->setupGraph(chosen != nullptr ? chosen : system.defaultOutputDevice());
+  generator->tellOfDevice(*uid);
+  return generator;
+}
+
+void KVLTCGenerator::encodeWithCoder(store::KeyedArchiver& coder) const {
+  std::vector<std::int32_t> map = mChosenMap;
+  if (mPlayingUID == mChosenUID) {
+    map.resize(lengthOfChannelMap());
+    getChannelMap(map);
+  }
+  std::vector<std::uint8_t> bytes(map.size() * sizeof(std::int32_t));
+  std::memcpy(bytes.data(), map.data(), bytes.size());
+  coder.encodeString(mChosenUID, kDeviceKey);
+  coder.encodeInt32(static_cast<std::int32_t>(userbits()), kUserBitsKey);
+  coder.encodeDouble(level(), kLevelKey);
+  coder.encodeBytes(bytes, kChannelMapKey);
+}
+
+// --- devices ---
+
+void KVLTCGenerator::setAudioObjectId(audio::AudioObjectID objectID) {
+  const auto device = KAHALAudioDevice::initWithAudioObjectID(objectID);
+  choose(device != nullptr ? device : KAHALAudioSystem::defaultSystem().defaultOutputDevice());
+}
+
+void KVLTCGenerator::choose(const Device& device) {
+  mChosenUID = device != nullptr ? device->deviceUID() : "";
+  mChosenMap.clear();
+  const Announcement announcement(*this, "audioObjectId");
+  disposeGraph();
+  setupGraph(device);
+}
+
+// Null is no device: silence. When this raises, it is silent too.
+void KVLTCGenerator::setupGraph(const Device& device) {
+  if (device == nullptr) {
+    publish(nullptr, {});
+    return;
+  }
+  try {
+    const std::string uid = device->deviceUID();
+    auto graph = std::make_unique<Graph>(*this, device->objectID());
+    const std::uint32_t latency = graph->latency();
+    const double sampleRate = graph->sampleRate();
+    const auto length =
+        static_cast<std::uint32_t>(std::ceil(sampleRate / kLowestFrameRate) * kRingFrames);
+    const audio::AudioObjectID deviceID = graph->output().deviceID();
+    auto buffers = std::make_shared<Buffers>(sampleRate, deviceID, latency, length);
+    publish(std::move(buffers), std::vector<float>(length));
+    if (uid == mChosenUID && !mChosenMap.empty()) {
+      graph->setChannelMap(mChosenMap);
+    }
+    graph->listen();
+    graph->start();
+    mGraph = std::move(graph);
+    mPlayingUID = uid;
+    mAudioObjectId.store(deviceID);
+  } catch (const KVException&) {
+    publish(nullptr, {});
+    throw;
+  }
+}
+
+void KVLTCGenerator::disposeGraph() {
+  if (mGraph == nullptr) {
+    return;
+  }
+  try {
+    mGraph->stop();
+  } catch (const KVException& exception) {
+    VELOR_LOG_WARNING("%s", exception.what());  // its device may have gone
+  }
+  resetPingPongBuffers();
+  mGraph.reset();
+  mPlayingUID.clear();
+  mAudioObjectId.store(audio::kAudioObjectUnknown);
+}
+
+void KVLTCGenerator::resetPingPongBuffers() {
+  const std::lock_guard lock(mAudioGeneratorRefCon.lock);
+  mAudioGeneratorRefCon.writeEnd = 0;
+}
+
+// A call of `copyTime` that is under way goes on with what it has got and writes
+// nothing. What it has is freed here, later: it must not be the last to hold it.
+void KVLTCGenerator::publish(std::shared_ptr<Buffers> buffers, std::vector<float> ring) {
+  {
+    const std::lock_guard lock(mAudioGeneratorRefCon.lock);
+    ++mEpoch;
+    mAudioGeneratorRefCon.writeEnd = 0;
+    mAudioGeneratorRefCon.ring.swap(ring);
+    mBuffers.swap(buffers);
+  }
+  if (buffers != nullptr) {
+    mRetired.push_back(std::move(buffers));
+  }
+  std::erase_if(mRetired, [](const auto& retired) { return retired.use_count() == 1; });
+}
+
+void KVLTCGenerator::auPropertyListener(void* refCon, audio::AudioUnit /*unit*/,
+                                        audio::AudioUnitPropertyID /*property*/,
+                                        audio::AudioUnitScope /*scope*/,
+                                        audio::AudioUnitElement /*element*/) {
+  auto& self = *static_cast<KVLTCGenerator*>(refCon);
+  if (self.mIsRebuildPosted.exchange(true)) {
+    return;
+  }
+  self.mMainQueue.async([weak = self.weak_from_this()] {
+    if (const auto strong = weak.lock()) {
+      strong->mIsRebuildPosted.store(false);
+      strong->rebuild();
+    }
+  });
+}
+
+void KVLTCGenerator::rebuild() {
+  const Announcement announcement(*this, "audioObjectId");
+  const std::string before = std::exchange(mPlayingUID, {});
+  disposeGraph();
+  const auto& system = KAHALAudioSystem::defaultSystem();
+  try {
+    const Device standard = system.defaultOutputDevice();
+    if (mChosenUID.empty() && standard != nullptr) {
+      mChosenUID = standard->deviceUID();
+    }
+    // Away from the chosen one it stays where it is, as long as it can.
+    if (!tryDevice(system.audioDeviceForUID(mChosenUID)) &&
+        (before == mChosenUID || !tryDevice(system.audioDeviceForUID(before))) &&
+        !tryDevice(standard)) {
+      publish(nullptr, {});
+    }
+  } catch (const KVException& exception) {
+    VELOR_LOG_ERROR("no audio device for LTC: %s", exception.what());
+    publish(nullptr, {});
+  }
+  tellOfDevice(before);
+}
+
+bool KVLTCGenerator::tryDevice(const Device& device) {
+  if (device == nullptr) {
+    return false;
+  }
+  try {
+    setupGraph(device);
+    return true;
+  } catch (const KVException& exception) {
+    VELOR_LOG_ERROR("an audio device does not take LTC: %s", exception.what());
+    return false;
+  }
+}
+
+// Whether what is there asks for another device than that in use.
+void KVLTCGenerator::devicesChanged() {
+  const auto& system = KAHALAudioSystem::defaultSystem();
+  if (mGraph == nullptr ||
+      (mPlayingUID != mChosenUID && system.audioDeviceForUID(mChosenUID) != nullptr)) {
+    rebuild();
+  }
+}
+
+// Once for each change: `before` is where it played.
+void KVLTCGenerator::tellOfDevice(const std::string& before) {
+  if (mPlayingUID == before) {
+    return;
+  }
+  if (mPlayingUID.empty()) {
+    VELOR_LOG_WARNING("audio device '%s' is away, and there is no other: no LTC until one appears",
+                      mChosenUID.c_str());
+  } else if (mPlayingUID != mChosenUID) {
+    VELOR_LOG_WARNING("audio device '%s' is away: LTC plays on '%s' until it returns",
+                      mChosenUID.c_str(), mPlayingUID.c_str());
+  } else {
+    VELOR_LOG_INFO("audio device '%s' is back, LTC plays there again", mChosenUID.c_str());
+  }
+}
+
+void KVLTCGenerator::setNickName(std::string nickName) {
+  if (mNickName == nickName) {
+    return;
+  }
+  mNickName = std::move(nickName);
+  if (mGraph != nullptr) {
+    // Ports get their names when they are opened.
+    mGraph->output().stop();
+    mGraph->setNickName(mNickName);
+    mGraph->output().start();
+  }
+}
+
+std::uint32_t KVLTCGenerator::lengthOfChannelMap() const {
+  if (mGraph == nullptr) {
+    return 0;
+  }
+  std::uint32_t size = 0;
+  bool writeable = false;
+  mGraph->output().getPropertyInfo(audio::kAudioOutputUnitProperty_ChannelMap,
+                                   audio::kAudioUnitScope_Output, 0, size, writeable);
+  return static_cast<std::uint32_t>(size / sizeof(std::int32_t));
+}
+
+void KVLTCGenerator::getChannelMap(std::span<std::int32_t> map) const {
+  if (mGraph != nullptr && !map.empty()) {
+    auto size = static_cast<std::uint32_t>(map.size_bytes());
+    mGraph->output().getProperty(audio::kAudioOutputUnitProperty_ChannelMap,
+                                 audio::kAudioUnitScope_Output, 0, map.data(), size);
+  }
+}
+
+void KVLTCGenerator::setChannelMap(std::span<const std::int32_t> map) {
+  if (mGraph == nullptr || map.empty()) {
+    return;
+  }
+  mGraph->setChannelMap(map);
+  // One that is set for a stand-in goes with it.
+  if (mPlayingUID == mChosenUID) {
+    mChosenMap.assign(map.begin(), map.end());
+  }
+}
+
+// --- properties ---
+
+void KVLTCGenerator::setUserbits(std::uint32_t userbits) {
+  const Announcement announcement(*this, "userbits");
+  mUserBits.store(userbits);
+}
+
+void KVLTCGenerator::setLevel(float level) {
+  const Announcement announcement(*this, "level");
+  mLevel.store(level > 1 ? 1 : level > 0 ? level : 0);  // what is no number is 0, too
+}
+
+float KVLTCGenerator::uiLevel() const noexcept {
+  return static_cast<float>(std::pow(static_cast<double>(level()), kCubeRoot));
+}
+
+void KVLTCGenerator::setUiLevel(float uiLevel) {
+  setLevel(uiLevel * uiLevel * uiLevel);
+}
+
+double KVLTCGenerator::deviation() const noexcept {
+  return mDeviation.load() * 100;
+}
+
+std::string KVLTCGenerator::frameRateString() const {
+  if (!isGenerating()) {
+    return "-- fps";
+  }
+  char text[64];
+  std::snprintf(text, sizeof text, "%.2f fps (%+.3f%c)", fps(), deviation(), '%');
+  return text;
+}
+
+// --- time that comes in ---
+
+void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
+  constexpr std::uint32_t kWanted = kSMPTETimeValid | kSMPTETimeRunning;
+  if ((time.mFlags & kWanted) != kWanted) {
+    return;
+  }
+  AudioGeneratorRefCon& shared = mAudioGeneratorRefCon;
+  std::shared_ptr<Buffers> buffers;
+  std::uint64_t epoch = 0;
+  bool isFirst = false;
+  {
+    const std::lock_guard lock(shared.lock);
+    buffers = mBuffers;
+    epoch = mEpoch;
+    isFirst = !std::exchange(mHasRxedBefore, true);
+  }
+  if (isFirst) {
+    VELOR_LOG_INFO("Generator starts to receive: %s (%s)", stringFromSMPTETime(time).c_str(),
+                   stringFromSMPTEFormat(time.mType).c_str());
+  }
+  if (buffers == nullptr || !ltc_is_valid_type(time.mType)) {
+    return;
+  }
+
+  const auto amplitude = mLevel.load();
+  audio::AudioTimeStamp stamp;
+  stamp.mHostTime = hostTime;
+  stamp.mFlags = audio::kAudioTimeStampHostTimeValid;
+  audio::AudioTimeStamp deviceTime;
+  deviceTime.mFlags = audio::kAudioTimeStampSampleHostTimeValid;
+  if (audio::service().AudioDeviceTranslateTime(buffers->deviceID, stamp, deviceTime) != 0) {
+    return;
+  }
+  const double frameDuration = ltc_seconds_per_frame(time.mType);
+  SMPTETime t = time;
+  ltc_add_frames(t, kFramesAhead);
+  const SMPTETime currentTime = t;
+  LTCPhaseLock::Call call{};
+  call.target = deviceTime.mSampleTime + kFramesAhead * frameDuration * buffers->sampleRate -
+                buffers->outputLatency.load();
+  call.frameDuration = frameDuration;
+  call.sampleRate = buffers->sampleRate;
+  call.maxFrameSamples = buffers->length / kFramesPerBatch;
+  if (!(call.target >= 0)) {
+    return;  // due before the device began to count
+  }
+
+  LTCPhaseLock phase;
+  LTCPhaseLock::Batch batch{};
+  {
+    const std::lock_guard lock(shared.lock);
+    if (mEpoch != epoch) {
+      return;
+    }
+    call.wasRead = shared.lastReadEnd != 0;
+    phase = mPhase;
+    const auto wanted = phase.advance(call);
+    if (!wanted) {
+      mPhase = phase;
+      return;
+    }
+    batch = *wanted;
+    if (batch.isRestart) {
+      shared.writeEnd = 0;
+    }
+    if (mWatchdog != nullptr) {
+      mWatchdog->validate();
+    }
+  }
+
+  std::size_t offset = 0;
+  for (std::uint32_t i = 0; i < kFramesPerBatch; ++i) {
+    ltc_frame_encode(*mLTC, t, bytesOf(mUserBits.load()).data());
+    ltc_frame_render(*mLTC, &buffers->scratch[offset], batch.frameSamples, amplitude);
+    ltc_add_frames(t, 1);
+    offset += batch.frameSamples;
+  }
+
+  {
+    const std::lock_guard lock(shared.lock);
+    // A stop or another device meanwhile: the next call begins anew.
+    if (mEpoch != epoch) {
+      return;
+    }
+    shared.write(batch.start, std::span(buffers->scratch).first(offset));
+    mPhase = phase;
+    mCurrentTime = currentTime;
+  }
+  const double relative = 1 - phase.weightedFrameLen * 0.5 / buffers->sampleRate / frameDuration;
+  mDeviation.store(kSmoothing * mDeviation.load() + (1 - kSmoothing) * relative);
+  if (!mIsUpdatePosted.exchange(true)) {
+    mMainQueue.async([weak = weak_from_this()] {
+      if (const auto self = weak.lock()) {
+        self->updateStatus();
+      }
+    });
+  }
+}
+
+// --- status ---
+
+void KVLTCGenerator::updateStatus() {
+  mIsUpdatePosted.store(false);
+  LTCPhaseLock phase;
+  SMPTETime currentTime;
+  std::shared_ptr<Buffers> buffers;
+  bool hasWatchdog = false;
+  {
+    const std::lock_guard lock(mAudioGeneratorRefCon.lock);
+    phase = mPhase;
+    currentTime = mCurrentTime;
+    buffers = mBuffers;
+    hasWatchdog = mWatchdog != nullptr;
+  }
+  if (phase.isIdle() || buffers == nullptr) {
+    return;  // stopped since
+  }
+  followLatency(*buffers);
+  const double fps =
+      std::round(buffers->sampleRate * kFPSSteps / (phase.weightedFrameLen * 0.5)) / kFPSSteps;
+  if (fps != mFPS.load()) {
+    const Announcement announcement(*this, "fps");
+    mFPS.store(fps);
+  }
+  setTCString(stringFromSMPTETime(currentTime));
+  if (!hasWatchdog) {
+    startWatchdog();
+    const Announcement announcement(*this, "isGenerating");
+    mIsGenerating.store(true);
+  }
+}
+
+// Servers change it while they run, and tell nobody.
+void KVLTCGenerator::followLatency(Buffers& buffers) {
+  try {
+    buffers.outputLatency.store(mGraph->latency());
+  } catch (const KVException&) {
+    return;  // the device has gone, which its listener tells
+  }
+}
+
+void KVLTCGenerator::startWatchdog() {
+  const double fps = mFPS.load();
+  const double interval = kSilentFrames / (fps - 1);
+  if (!ltc_is_valid_frame_rate(fps) || !(interval > 0 && interval < 1)) {
+    return;
+  }
+  const auto watchdog = KVWatchdog::initWithTimeinterval(
+      interval,
+      [weak = weak_from_this()](KVWatchdog&, const std::shared_ptr<void>&) {
+        if (const auto self = weak.lock()) {
+          self->stopped();
+        }
+      },
+      mMainQueue);
+  watchdog->resumeAfter(interval);
+  const std::lock_guard lock(mAudioGeneratorRefCon.lock);
+  mWatchdog = watchdog;
+}
+
+void KVLTCGenerator::stopped() {
+  VELOR_LOG_INFO("Generator stopped to receive MTC");
+  std::shared_ptr<KVWatchdog> watchdog;  // goes without the lock
+  {
+    const std::lock_guard lock(mAudioGeneratorRefCon.lock);
+    ++mEpoch;
+    mHasRxedBefore = false;
+    mAudioGeneratorRefCon.writeEnd = 0;
+    mPhase = {};
+  }
+  restartOutput();
+  {
+    const Announcement announcement(*this, "isGenerating");
+    mIsGenerating.store(false);
+  }
+  {
+    const std::lock_guard lock(mAudioGeneratorRefCon.lock);
+    watchdog.swap(mWatchdog);
+  }
+  setTCString(invalidSMPTEString());
+}
+
+void KVLTCGenerator::restartOutput() {
+  if (mGraph == nullptr) {
+    return;
+  }
+  try {
+    mGraph->output().stop();
+    mGraph->output().reset();
+    mGraph->output().start();
+  } catch (const KVException& exception) {
+    VELOR_LOG_ERROR("%s", exception.what());
+    rebuild();
+  }
+}
+
+void KVLTCGenerator::setTCString(std::string tcstring) {
+  const Announcement announcement(*this, "tcstring");
+  mTCString = std::move(tcstring);
+}
+
+}  // namespace velor

@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Kv-Appkit/KVFourCC.h"
+#include "Kv-Appkit/KVObservable.h"
+#include "Kv-Appkit/KVWatchdog.h"
+#include "kva/KAHALAudioDevice.h"
+#include "kvtimecode/SMPTETime.h"
+#include "kvtimecode/generator/AudioGeneratorRefCon.h"
+#include "kvtimecode/generator/LTCPhaseLock.h"
+#include "kvtimecode/ltc_frame.h"
+#include "platform/audio/AudioTypes.h"
+#include "platform/host/Host.h"
+#include "platform/store/KeyedCoding.h"
+
+namespace velor {
+
+/// Makes LTC (SMPTE ST 12-1) on a device's output out of a time that comes in every two
+/// frames. It has no clock of its own: it follows those calls, in the device's samples.
+///
+/// The audio thread encodes nothing. Each call writes six frames ahead, of which the
+/// next overwrites four, so that a call that is late is bridged by frames with the
+/// right numbers.
+///
+/// The device that was chosen is remembered by its UID. Is it away, LTC plays on the
+/// default output, or nowhere while there is none, until it returns.
+///
+/// Observable, on the main queue: "fps", "tcstring", "isGenerating", "deviation",
+/// "deviceStatus", "frameRateString" and "audioObjectId"; and by their setters "level",
+/// "uiLevel" and "userbits".
+///
+/// Main queue, unless told otherwise. Failures of the audio service raise KVException
+/// "err" from what chooses a device; at a later change of devices they are logged.
+class KVLTCGenerator final : public KVObservable,
+                             public store::KeyedCoding,
+                             public std::enable_shared_from_this<KVLTCGenerator> {
+ public:
+  static constexpr std::string_view kClassName = "KVLTCGenerator";
+
+  /// Frames that a call writes.
+  static constexpr std::uint32_t kFramesPerBatch = 6;
+  static constexpr std::uint32_t kStatusRunning = KVFourCC("run ");
+
+  /// Plays on the device, or on the default output for 0. `nickName` is what its
+  /// ports are called on a server.
+  static std::shared_ptr<KVLTCGenerator> initWithAudioObjectID(audio::AudioObjectID objectID,
+                                                               std::string nickName = {});
+  /// Any thread, but for a real-time callback.
+  ~KVLTCGenerator() override;
+
+  static std::shared_ptr<KVLTCGenerator> initWithCoder(store::KeyedUnarchiver& coder);
+  std::string_view archiveClassName() const override { return kClassName; }
+  void encodeWithCoder(store::KeyedArchiver& coder) const override;
+
+  /// `time` was due at the host time `hostTime` (ns), or is yet to be; what does not
+  /// run is ignored. One thread at a time. Realtime-safe: yes, but for the first call
+  /// of a stream, which logs.
+  void copyTime(const SMPTETime& time, std::uint64_t hostTime);
+
+  /// The device on which it plays now; 0 while there is none. Any thread.
+  audio::AudioObjectID audioObjectId() const noexcept { return mAudioObjectId.load(); }
+  /// 0 stands for the default output. The channel map becomes the device's own.
+  void setAudioObjectId(audio::AudioObjectID objectID);
+
+  /// Its ports get the name at once.
+  void setNickName(std::string nickName);
+
+  /// The eight digits of the user bits, the first group lowest. Heard from the next
+  /// call's frames on. Any thread.
+  std::uint32_t userbits() const noexcept { return mUserBits.load(); }
+  void setUserbits(std::uint32_t userbits);
+
+  /// Amplitude, 0 to 1; what is beyond is cut. Any thread.
+  float level() const noexcept { return mLevel.load(); }
+  void setLevel(float level);
+  /// The place of a fader: the cube root of the level.
+  float uiLevel() const noexcept;
+  void setUiLevel(float uiLevel);
+
+  /// Frames a second of the time that comes in, in steps of 0.002. Any thread.
+  double fps() const noexcept { return mFPS.load(); }
+  /// By how many per cent it is faster than nominal, smoothed. Any thread.
+  double deviation() const noexcept;
+  /// Any thread.
+  bool isGenerating() const noexcept { return mIsGenerating.load(); }
+  /// A four-character code: 'run ' or 0. Any thread.
+  std::uint32_t deviceStatus() const noexcept { return isGenerating() ? kStatusRunning : 0; }
+  /// The frame that goes out now; invalidSMPTEString while there is none.
+  const std::string& tcstring() const noexcept { return mTCString; }
+  /// "25.00 fps (+0.000%)", or "-- fps".
+  std::string frameRateString() const;
+
+  // For each channel of the device the channel of the generator that goes there, 0
+  // being the signal, or -1.
+  std::uint32_t lengthOfChannelMap() const;
+  void getChannelMap(std::span<std::int32_t> map) const;
+  void setChannelMap(std::span<const std::int32_t> map);
+
+ private:
+  class Graph;
+  using Device = std::shared_ptr<KAHALAudioDevice>;
+
+  // What `copyTime` needs of a graph; made with it.
+  struct Buffers {
+    Buffers(double rate, audio::AudioObjectID device, std::uint32_t latency, std::uint32_t samples)
+        // Rendering may write one sample behind the last frame.
+        : sampleRate(rate),
+          deviceID(device),
+          length(samples),
+          outputLatency(latency),
+          scratch(samples + 1) {}
+
+    const double sampleRate;
+    const audio::AudioObjectID deviceID;
+    const std::uint32_t length;                // samples of the ring, and of a batch at most
+    std::atomic<std::uint32_t> outputLatency;  // samples
+    std::vector<float> scratch;                // the caller's
+  };
+  struct FreeFrame {
+    void operator()(ltc_frame* frame) const noexcept { ltc_frame_destroy(frame); }
+  };
+
+  explicit KVLTCGenerator(std::string nickName);
+  void observeDevices();
+
+  // Devices.
+  void choose(const Device& device);
+  void setupGraph(const Device& device);
+  void disposeGraph();
+  void resetPingPongBuffers();
+  void publish(std::shared_ptr<Buffers> buffers, std::vector<float> ring);
+  static void auPropertyListener(void* refCon, audio::AudioUnit unit,
+                                 audio::AudioUnitPropertyID property, audio::AudioUnitScope scope,
+                                 audio::AudioUnitElement element);
+  void rebuild();
+  bool tryDevice(const Device& device);
+  void devicesChanged();
+  void tellOfDevice(const std::string& uid);
+
+  // Status.
+  void updateStatus();
+  void followLatency(Buffers& buffers);
+  void startWatchdog();
+  void stopped();
+  void restartOutput();
+  void setTCString(std::string tcstring);
+
+  host::MainQueue& mMainQueue;
+
+  // The main queue's.
+  std::unique_ptr<Graph> mGraph;
+  std::string mNickName;
+  std::string mChosenUID;
+  std::vector<std::int32_t> mChosenMap;  // empty for the device's own
+  std::string mPlayingUID;               // empty while there is no graph
+  std::string mTCString;
+  std::vector<std::shared_ptr<Buffers>> mRetired;  // that `copyTime` may still hold
+  KVObserverToken mDeviceToken;
+
+  // The thread's that calls `copyTime`.
+  const std::unique_ptr<ltc_frame, FreeFrame> mLTC;
+
+  AudioGeneratorRefCon mAudioGeneratorRefCon;
+  // Under its lock, as they are shared by `copyTime` and the main queue.
+  std::shared_ptr<Buffers> mBuffers;  // null while there is no graph
+  LTCPhaseLock mPhase;
+  std::uint64_t mEpoch = 0;  // counts what makes a batch under way void
+  bool mHasRxedBefore = false;
+  SMPTETime mCurrentTime;
+  std::shared_ptr<KVWatchdog> mWatchdog;  // while generating
+
+  std::atomic<audio::AudioObjectID> mAudioObjectId{0};
+  std::atomic<std::uint32_t> mUserBits{0};
+  std::atomic<float> mLevel{0};
+  std::atomic<double> mFPS{0};
+  std::atomic<double> mDeviation{0};  // a fraction
+  std::atomic<bool> mIsGenerating{false};
+  std::atomic<bool> mIsUpdatePosted{false};
+  std::atomic<bool> mIsRebuildPosted{false};
+};
+
+}  // namespace velor

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace velor {
+
+/// Where frames of LTC go so that they follow a time that comes in, measured in
+/// samples of the device's own count: so its clock may drift from that of the host.
+/// A value; it is told of each call and says what to write.
+///
+/// The time comes every two frames. Each call writes a batch of frames, of which the
+/// next call overwrites all but the first two; those two are made as long as it takes
+/// to meet the next target, so that no phase error outlasts them.
+struct LTCPhaseLock {
+  /// Half of the interval between calls may be off one frame by less than this.
+  static constexpr double kMaxJitter = 301;  // samples
+  /// So many calls in lock may find that the last cycle of the device played nothing.
+  /// From the next one on nothing is written until the lock is made anew.
+  static constexpr std::uint32_t kMaxWithoutRead = 15;
+
+  struct Call {
+    double target;         ///< sample at which the first frame must enter the device
+    double frameDuration;  ///< seconds of a frame of the format
+    double sampleRate;
+    std::uint32_t maxFrameSamples;  ///< that a batch has room for
+    bool wasRead;                   ///< the device's last cycle played what was written
+  };
+  struct Batch {
+    std::uint64_t start;         ///< sample of the first frame
+    std::uint32_t frameSamples;  ///< length of each frame
+    bool isRestart;              ///< what was written before is void
+  };
+
+  /// The batch to write now; none when writing has to end, because nobody plays it.
+  /// `target` must not be negative. Realtime-safe: yes.
+  std::optional<Batch> advance(const Call& call) noexcept;
+
+  /// Nothing is known of a stream, as in the beginning.
+  bool isIdle() const noexcept { return lastTimestamp == 0; }
+
+  double lastTimestamp = 0;      ///< samples; the target of the call before
+  double nextGeneratorTime = 0;  ///< samples; where the next call's first frame should start
+  double weightedFrameLen = 0;   ///< samples; smoothed length of two frames
+  std::uint32_t numWithoutRead = 0;
+
+ private:
+  Batch restart(const Call& call) noexcept;
+};
+
+}  // namespace velor
