@@ -290,6 +290,7 @@ void KVLTCGenerator::setupGraph(const Device& device) {
     graph->start();
     mGraph = std::move(graph);
     mPlayingUID = uid;
+    mChannels = lengthOfChannelMap();
     mAudioObjectId.store(deviceID);
   } catch (const KVException&) {
     publish(nullptr, {});
@@ -344,7 +345,7 @@ void KVLTCGenerator::auPropertyListener(void* refCon, audio::AudioUnit /*unit*/,
   self.mMainQueue.async([weak = self.weak_from_this()] {
     if (const auto strong = weak.lock()) {
       strong->mIsRebuildPosted.store(false);
-      strong->rebuild();
+      strong->devicesChanged();
     }
   });
 }
@@ -385,13 +386,28 @@ bool KVLTCGenerator::tryDevice(const Device& device) {
   }
 }
 
-// Whether what is there asks for another device than that in use.
+// Rebuilds what does not fit any more. What does is left alone: the making of the
+// graph itself may be what was told.
 void KVLTCGenerator::devicesChanged() {
-  const auto& system = KAHALAudioSystem::defaultSystem();
-  if (mGraph == nullptr ||
-      (mPlayingUID != mChosenUID && system.audioDeviceForUID(mChosenUID) != nullptr)) {
+  bool fits = false;
+  try {
+    fits = isGraphInForce();
+  } catch (const KVException& exception) {
+    VELOR_LOG_WARNING("%s", exception.what());  // gone while it was asked
+  }
+  if (!fits) {
     rebuild();
   }
+}
+
+bool KVLTCGenerator::isGraphInForce() const {
+  const auto& system = KAHALAudioSystem::defaultSystem();
+  const std::string& wanted =
+      system.audioDeviceForUID(mChosenUID) != nullptr ? mChosenUID : mPlayingUID;
+  return mGraph != nullptr && mPlayingUID == wanted &&
+         system.audioDeviceForUID(mPlayingUID) != nullptr &&
+         mGraph->output().deviceID() == audioObjectId() &&
+         mGraph->output().sampleRate() == mGraph->sampleRate() && lengthOfChannelMap() == mChannels;
 }
 
 // Once for each change: `before` is where it played.

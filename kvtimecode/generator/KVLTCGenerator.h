@@ -144,6 +144,7 @@ class KVLTCGenerator final : public KVObservable,
   void rebuild();
   bool tryDevice(const Device& device);
   void devicesChanged();
+  bool isGraphInForce() const;
   void tellOfDevice(const std::string& uid);
 
   // Status.
@@ -162,6 +163,7 @@ class KVLTCGenerator final : public KVObservable,
   std::string mChosenUID;
   std::vector<std::int32_t> mChosenMap;  // empty for the device's own
   std::string mPlayingUID;               // empty while there is no graph
+  std::uint32_t mChannels = 0;           // of the device, when the graph was made
   std::string mTCString;
   std::vector<std::shared_ptr<Buffers>> mRetired;  // that `copyTime` may still hold
   KVObserverToken mDeviceToken;

@@ -22,24 +22,13 @@
 
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Realtime.h"
+#include "tests/support/PublishedLTC.h"
 
 namespace velor {
 namespace {
 
-using Bits = std::array<std::uint8_t, 80>;
-using UserBytes = std::array<std::uint8_t, 4>;
-
-// SMPTE ST 12-1, bit for bit: units (small) and tens (capital) of frames, seconds, minutes
-// and hours, user groups 1 to 8, the drop flag and the parity; the others stand as they
-// are. The lowest bit of each comes first.
-constexpr std::string_view kLayout =
-    "ffff1111FFD02222"
-    "ssss3333SSSP4444"
-    "mmmm5555MMM06666"
-    "hhhh7777HH008888"
-    "0011111111111101";
-static_assert(kLayout.size() == 80);
-constexpr std::size_t kSyncBegin = 64;
+using Bits = PublishedBits;
+using UserBytes = PublishedUserBytes;
 
 constexpr std::array<std::uint32_t, 7> kTypes = {
     kSMPTETimeType24,   kSMPTETimeType25,       kSMPTETimeType30Drop, kSMPTETimeType30,
@@ -81,46 +70,10 @@ SMPTETime timeOf(std::uint32_t type, int hours, int minutes, int seconds, int fr
   return t;
 }
 
-// The frame by the layout. The text of a time has its digits already apart.
-Bits published(const SMPTETime& time, const UserBytes& user) {
-  std::array<char, kLTCStringSize> text{};
-  ltc_format_string(time, text.data());
-  const std::string_view order = "HhXMmXSsXFf";  // of "hh:mm:ss:ff"
-  std::array<unsigned, 128> values{};
-  for (std::size_t i = 0; i < order.size(); ++i) {
-    values[static_cast<unsigned char>(order[i])] = static_cast<unsigned>(text[i] - '0');
-  }
-  values['D'] = text[8] == ';';
-  for (unsigned group = 0; group < 8; ++group) {
-    const unsigned byte = user[group / 2];
-    values['1' + group] = group % 2 == 0 ? byte % 16 : byte / 16;
-  }
-  std::array<unsigned, 128> taken{};
-  Bits bits{};
-  unsigned ones = 0;
-  for (std::size_t i = 0; i < bits.size(); ++i) {
-    const auto symbol = static_cast<unsigned char>(kLayout[i]);
-    const bool constant = i >= kSyncBegin || symbol == '0';
-    bits[i] =
-        static_cast<std::uint8_t>(constant ? symbol - '0' : values[symbol] >> taken[symbol]++ & 1U);
-    ones += bits[i];
-  }
-  bits[kLayout.find('P')] = ones % 2;
-  return bits;
-}
-
 Bits bitsOf(ltc_frame& frame) {
   Bits bits{};
   ltc_frame_copy_bits(frame, bits.data());
   return bits;
-}
-
-std::string asText(const Bits& bits) {
-  std::string text;
-  for (const std::uint8_t bit : bits) {
-    text += static_cast<char>('0' + bit);
-  }
-  return text;
 }
 
 template <class Row>
@@ -155,7 +108,7 @@ TEST(LTCFrameBits, EachFrameOfADayIsThePublishedOneAndIsReadBack) {
       for (std::uint8_t& byte : user) {
         byte = static_cast<std::uint8_t>(random());
       }
-      const Bits expected = published(time, user);
+      const Bits expected = publishedLTC(time, user);
       ltc_frame_encode(*written, time, user.data());
       const Bits bits = bitsOf(*written);
       SMPTETime back;
@@ -170,8 +123,9 @@ TEST(LTCFrameBits, EachFrameOfADayIsThePublishedOneAndIsReadBack) {
                          ltc_identical(back, time) && userBack == user &&
                          drop == (type == 2 || type == 5 ? 1 : 0);
       if (!holds && ++faults < 5) {
-        ADD_FAILURE() << "frame " << n << " of format " << type << "\n  is     " << asText(bits)
-                      << "\n  not    " << asText(expected) << "\n  or is read wrong";
+        ADD_FAILURE() << "frame " << n << " of format " << type << "\n  is     "
+                      << publishedText(bits) << "\n  not    " << publishedText(expected)
+                      << "\n  or is read wrong";
       }
     }
     EXPECT_GT(n, 2000000);
@@ -182,7 +136,7 @@ TEST(LTCFrameBits, EachFrameOfADayIsThePublishedOneAndIsReadBack) {
 TEST(LTCFrameBits, AreThoseOfFramesWrittenOutByHand) {
   const Frame frame = newFrame();
   ltc_frame_encode(*frame, timeOf(kSMPTETimeType25, 0, 0, 0, 0), nullptr);
-  EXPECT_EQ(asText(bitsOf(*frame)),
+  EXPECT_EQ(publishedText(bitsOf(*frame)),
             "0000000000000000"
             "0000000000010000"
             "0000000000000000"
@@ -191,14 +145,14 @@ TEST(LTCFrameBits, AreThoseOfFramesWrittenOutByHand) {
   // 01:23:45:18, user bits 12 34 56 78: units 8 5 3 1, tens 1 4 2 0.
   const UserBytes user = {0x12, 0x34, 0x56, 0x78};
   ltc_frame_encode(*frame, timeOf(kSMPTETimeType25, 1, 23, 45, 18), user.data());
-  EXPECT_EQ(asText(bitsOf(*frame)),
+  EXPECT_EQ(publishedText(bitsOf(*frame)),
             "0001010010001000"
             "1010001000111100"
             "1100011001001010"
             "1000000100001110"
             "0011111111111101");
   ltc_frame_encode(*frame, timeOf(kSMPTETimeType2997Drop, 1, 23, 45, 18), user.data());
-  EXPECT_EQ(asText(bitsOf(*frame)),
+  EXPECT_EQ(publishedText(bitsOf(*frame)),
             "0001010010101000"
             "1010001000101100"
             "1100011001001010"
@@ -209,7 +163,7 @@ TEST(LTCFrameBits, AreThoseOfFramesWrittenOutByHand) {
 TEST(LTCFrameBits, DigitsThatDoNotFitAreCutAndReachNoOtherBit) {
   const Frame frame = newFrame();
   const UserBytes none{};
-  const Bits quiet = published(timeOf(kSMPTETimeType30, 0, 0, 0, 0), none);
+  const Bits quiet = publishedLTC(timeOf(kSMPTETimeType30, 0, 0, 0, 0), none);
   for (const std::int16_t value :
        {std::int16_t{-1}, std::int16_t{99}, std::int16_t{32767}, std::int16_t{-32768}}) {
     SMPTETime time = timeOf(kSMPTETimeType30, 0, 0, 0, 0);
@@ -217,7 +171,7 @@ TEST(LTCFrameBits, DigitsThatDoNotFitAreCutAndReachNoOtherBit) {
     ltc_frame_encode(*frame, time, none.data());
     const Bits bits = bitsOf(*frame);
     for (std::size_t i = 0; i < bits.size(); ++i) {
-      if (std::string_view("fFsSmMhHP").find(kLayout[i]) == std::string_view::npos) {
+      if (std::string_view("fFsSmMhHP").find(kPublishedLTC[i]) == std::string_view::npos) {
         EXPECT_EQ(bits[i], quiet[i]) << "bit " << i << " with digits of " << value;
       }
     }
@@ -228,7 +182,7 @@ TEST(LTCFrameBits, DigitsThatDoNotFitAreCutAndReachNoOtherBit) {
 // Reading.
 
 TEST(LTCFrameReading, AFrameBeginsBehindASyncWordAndEveryEightyBitsFromThere) {
-  const Bits bits = published(timeOf(kSMPTETimeType25, 12, 34, 56, 7), {});
+  const Bits bits = publishedLTC(timeOf(kSMPTETimeType25, 12, 34, 56, 7), {});
   const Frame frame = newFrame();
   std::uint64_t time = 5;
   // A cut frame, up to its sync word.
@@ -253,7 +207,7 @@ TEST(LTCFrameReading, ASignalPlayedBackwardsIsNeverAFrame) {
   std::uint64_t hostTime = 0;
   for (int n = 0; n < 2000; ++n) {
     const UserBytes user = {static_cast<std::uint8_t>(random()), 0x3F, 0xFF, 0x00};
-    Bits bits = published(ltc_smptetime_from_frame_number(n * 977, kSMPTETimeType30), user);
+    Bits bits = publishedLTC(ltc_smptetime_from_frame_number(n * 977, kSMPTETimeType30), user);
     std::reverse(bits.begin(), bits.end());
     EXPECT_FALSE(pushAll(*frame, bits, hostTime));
   }
@@ -261,8 +215,8 @@ TEST(LTCFrameReading, ASignalPlayedBackwardsIsNeverAFrame) {
 }
 
 TEST(LTCFrameReading, AnyWrongBitOfTheSyncWordRefusesTheFrameAndALaterOneOpensAnew) {
-  const Bits good = published(timeOf(kSMPTETimeType2997Drop, 1, 2, 3, 4), {1, 2, 3, 4});
-  for (std::size_t wrong = kSyncBegin; wrong < 80; ++wrong) {
+  const Bits good = publishedLTC(timeOf(kSMPTETimeType2997Drop, 1, 2, 3, 4), {1, 2, 3, 4});
+  for (std::size_t wrong = kPublishedSyncBegin; wrong < 80; ++wrong) {
     const Frame frame = openFrame();
     Bits bits = good;
     bits[wrong] ^= 1U;
@@ -290,7 +244,7 @@ TEST(LTCFrameReading, AnyWrongBitOfTheSyncWordRefusesTheFrameAndALaterOneOpensAn
 }
 
 TEST(LTCFrameReading, AResetForgetsBitsTimesAndHalfASyncWord) {
-  const Bits bits = published(timeOf(kSMPTETimeType25, 12, 34, 56, 7), {});
+  const Bits bits = publishedLTC(timeOf(kSMPTETimeType25, 12, 34, 56, 7), {});
   const Frame frame = openFrame();
   std::uint64_t hostTime = 9;
   ASSERT_TRUE(pushAll(*frame, bits, hostTime));
@@ -317,7 +271,7 @@ TEST(LTCFrameReading, ASlipOfABitIsNoticedAndTheSearchGoesOn) {
     const auto first = static_cast<int>(random() % 1000000);
     for (int n = 0; n < 12; ++n) {
       sent.push_back(ltc_smptetime_from_frame_number(first + n, kSMPTETimeType25));
-      const Bits bits = published(sent.back(), {0x55, 0xAA, 0x0F, 0xF0});
+      const Bits bits = publishedLTC(sent.back(), {0x55, 0xAA, 0x0F, 0xF0});
       stream.insert(stream.end(), bits.begin(), bits.end());
     }
     const auto slip = 80 * 3 + random() % 64;  // in the fourth frame, before its sync word
@@ -354,7 +308,7 @@ TEST(LTCFrameReading, ASlipOfABitIsNoticedAndTheSearchGoesOn) {
 TEST(LTCFrameReading, ADamagedFrameIsReadAsItStandsAndKeepsFormatFlagsAndCount) {
   Bits bits;
   bits.fill(1);
-  std::copy(kSync.begin(), kSync.end(), bits.begin() + kSyncBegin);
+  std::copy(kSync.begin(), kSync.end(), bits.begin() + kPublishedSyncBegin);
   const Frame frame = openFrame();
   std::uint64_t hostTime = 0;
   ASSERT_TRUE(pushAll(*frame, bits, hostTime));
@@ -446,7 +400,7 @@ TEST(LTCFrameRendering, EachBitEndsAtItsNearestSampleAndAOneChangesInItsMiddle) 
         static_cast<std::uint8_t>(random()), static_cast<std::uint8_t>(random())};
     ltc_frame_encode(*frame, time, user.data());
     const std::string fault =
-        faultOf(rendered(*frame, samples, kLevel), published(time, user), samples);
+        faultOf(rendered(*frame, samples, kLevel), publishedLTC(time, user), samples);
     EXPECT_EQ(fault, "") << "in a frame of " << samples << " samples";
   };
   for (const int sampleRate : {44100, 48000, 88200, 96000, 192000}) {
@@ -559,11 +513,12 @@ void expectRead(const std::vector<LTCFrameExt>& read, const Signal& signal) {
     for (std::size_t i = 0; i < bits.size(); ++i) {
       bits[i] = bytes[i / 8] >> i % 8 & 1U;
     }
-    if (next == 1 && bits == published(signal.times[0], signal.user[0])) {
+    if (next == 1 && bits == publishedLTC(signal.times[0], signal.user[0])) {
       continue;
     }
     ASSERT_LT(next, signal.times.size());
-    ASSERT_EQ(asText(bits), asText(published(signal.times[next], signal.user[next])))
+    ASSERT_EQ(publishedText(bits),
+              publishedText(publishedLTC(signal.times[next], signal.user[next])))
         << "frame " << next;
     EXPECT_EQ(got.reverse, 0);
     EXPECT_EQ(got.ltc.dfbit, ltc_is_drop(signal.times[next]) ? 1U : 0U);
@@ -627,7 +582,8 @@ TEST(LTCFrameThreads, AnotherThreadNeverSeesHalfAFrame) {
   const SMPTETime even = timeOf(kSMPTETimeType25, 0, 0, 0, 0);
   const SMPTETime odd = timeOf(kSMPTETimeType25, 19, 57, 57, 19);
   const UserBytes ones = {0xFF, 0xFF, 0xFF, 0xFF};
-  const std::set<std::string> whole = {asText(published(even, {})), asText(published(odd, ones))};
+  const std::set<std::string> whole = {publishedText(publishedLTC(even, {})),
+                                       publishedText(publishedLTC(odd, ones))};
   ltc_frame_encode(*frame, even, nullptr);
   std::atomic<bool> looked{false};
   std::thread writer([&] {
@@ -637,7 +593,7 @@ TEST(LTCFrameThreads, AnotherThreadNeverSeesHalfAFrame) {
   });
   int halves = 0;
   for (int i = 0; i < 5000; ++i) {
-    halves += whole.count(asText(bitsOf(*frame))) == 0;
+    halves += whole.count(publishedText(bitsOf(*frame))) == 0;
   }
   looked.store(true);
   writer.join();

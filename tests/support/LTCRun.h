@@ -1,0 +1,249 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <numbers>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "Kv-Appkit/KVShared.h"
+#include "kvtimecode/generator/KVLTCGenerator.h"
+#include "kvtimecode/ltc_utils.h"
+#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/builtin/BuiltinAudio.h"
+#include "platform/host/SimulatedHost.h"
+#include "tests/support/AudioRecorder.h"
+#include "tests/support/LTCSignalReader.h"
+#include "tests/support/PublishedLTC.h"
+
+namespace velor {
+
+/// A course of time for a generator, and the device on which it plays.
+struct LTCScenario {
+  std::uint32_t type = kSMPTETimeType25;
+  double sampleRate = 48000;
+  double ppm = 0;               ///< by which the device's clock is fast
+  double speed = 1;             ///< of the time that comes in
+  std::uint64_t jitter = 0;     ///< ns by which its host times are late at most
+  std::uint64_t lateness = 0;   ///< ns by which its calls are late at most
+  std::uint32_t latency = 137;  ///< samples from the device to its connector
+  std::uint32_t period = 256;
+  std::int32_t firstFrame = 0;  ///< number of the first time that comes in
+  std::uint32_t userbits = 0x89ABCDEF;
+};
+
+/// Runs a generator on a simulated device, hears what leaves it and judges each frame:
+/// by the published bits, and by the moment at which it is due at the connector.
+class LTCRun {
+ public:
+  /// Calls after which the smoothed length has met the real one.
+  static constexpr int kSettlingCalls = 60;
+
+  explicit LTCRun(const LTCScenario& scenario) : mScenario(scenario) {
+    mParameters = audio::BuiltinAudio::loopback();
+    mParameters.sampleRate = scenario.sampleRate;
+    mParameters.rateError = scenario.ppm;
+    mParameters.outputLatency = scenario.latency;
+    mParameters.period = scenario.period;
+    auto builtin = std::make_unique<audio::BuiltinAudio>(std::vector{mParameters});
+    device = &builtin->device();
+    std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
+    outsides.push_back(std::move(builtin));
+    service = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+    audio::setService(service.get());
+    generator = KVLTCGenerator::initWithAudioObjectID(0);
+    generator->setLevel(1);
+    generator->setUserbits(scenario.userbits);
+    mRecorder = std::make_unique<AudioRecorder>(device->id(),
+                                                static_cast<std::size_t>(2 * scenario.sampleRate));
+    mReader = std::make_unique<LTCSignalReader>(
+        scenario.sampleRate * frameSeconds() / scenario.speed,
+        [this](const PublishedBits& bits, double start) { judge(bits, start); });
+  }
+  ~LTCRun() {
+    stop();
+    mRecorder.reset();
+    generator.reset();
+    KVSharedInstances::clear();
+    service.reset();
+    audio::setService(nullptr);
+  }
+  LTCRun(const LTCRun&) = delete;
+  LTCRun& operator=(const LTCRun&) = delete;
+
+  /// Time begins to come in at the host time that is now, as MTC would bring it: each
+  /// call as the last of its eight pieces arrives, with the host time of the first.
+  void start() {
+    mBegin = host.AudioGetCurrentHostTime();
+    mHeard = -1;
+    mEnding = false;
+    mSource = host.startThread("time", [this] {
+      for (int call = 0; !mEnding; ++call) {
+        const std::uint64_t due = mBegin + nanoseconds(2 * call);
+        host.mach_wait_until(due + nanoseconds(1.75) + upTo(mScenario.lateness));
+        if (mEnding) {
+          return;
+        }
+        SMPTETime time =
+            ltc_smptetime_from_frame_number(mScenario.firstFrame + 2 * call, mScenario.type);
+        time.mFlags = kSMPTETimeValid | kSMPTETimeRunning;
+        const std::uint64_t stamp = due + upTo(mScenario.jitter);
+        if (call == 0) {
+          generator->copyTime(time, stamp);  // logs
+        } else {
+          const host::RealtimeContext realtime;  // an allocation ends the program
+          generator->copyTime(time, stamp);
+        }
+      }
+    });
+  }
+  void stop() {
+    mEnding = true;
+    mSource.reset();
+  }
+
+  void run(double seconds) {
+    for (; seconds > 0; --seconds) {
+      host.advance(static_cast<std::uint64_t>(std::min(seconds, 1.0) * 1e9));
+      const auto [place, samples] = mRecorder->drain();
+      heard.assign(samples.begin(), samples.end());
+      if (onSamples) {
+        onSamples(heard);
+      }
+      mReader->read(place - static_cast<double>(mScenario.latency + mScenario.period), heard);
+    }
+  }
+
+  int torn() const { return mReader->torn; }
+  int silences() const { return mReader->silences; }
+  /// The sample at which a frame is due to enter the device, by its number: two nominal
+  /// frames behind the moment at which the time two frames before it came in.
+  double dueAt(double frame) const {
+    return sampleAt(frame - 2) + 2 * frameSeconds() * mScenario.sampleRate - mScenario.latency;
+  }
+  /// The sample that leaves the connector at the moment of the frame.
+  double connectorAt(double frame) const { return sampleAt(frame) - mScenario.latency; }
+  double onset() const { return mReader->onset; }
+  /// Of a frame, nominal.
+  double frameSeconds() const {
+    switch (mScenario.type) {
+      case kSMPTETimeType24:
+        return 1.0 / 24;
+      case kSMPTETimeType25:
+        return 1.0 / 25;
+      case kSMPTETimeType2997:
+      case kSMPTETimeType2997Drop:
+        return 100.0 / 2997;
+      case kSMPTETimeType2398:
+        return 1001.0 / 24000;
+      default:
+        return 1.0 / 30;
+    }
+  }
+  void forgetErrors() { worst = settledWorst = worstAtConnector = 0; }
+
+  host::SimulatedHost host;
+  std::unique_ptr<audio::AudioObjectTable> service;
+  audio::VirtualAudioDevice* device = nullptr;  // the service's
+  std::shared_ptr<KVLTCGenerator> generator;
+  std::vector<float> heard;  // in the last second
+  std::function<void(std::vector<float>&)> onSamples;
+
+  // What was heard.
+  std::int64_t frames = 0;
+  std::int64_t wrong = 0;  ///< frames with other bits than those that were to come
+  std::int32_t first = 0;  ///< number of the first frame since `start`
+  // Samples that a frame's start was off, at worst: ever, and once settled.
+  double worst = 0;
+  double settledWorst = 0;
+  double worstAtConnector = 0;
+
+ private:
+  std::uint64_t nanoseconds(double frameCount) const {
+    return static_cast<std::uint64_t>(
+        std::llround(frameCount * frameSeconds() / mScenario.speed * 1e9));
+  }
+  std::uint64_t upTo(std::uint64_t limit) { return limit == 0 ? 0 : mRandom() % (limit + 1); }
+
+  // Samples from a change to where the low-pass goes through zero: a second-order
+  // section by R. Bristow-Johnson's Audio EQ Cookbook, given a step from -1 to 1.
+  double filterDelay() const {
+    const double w = 2 * std::numbers::pi * 14000 / mScenario.sampleRate;
+    const double alpha = std::sin(w) / (2 * std::numbers::sqrt2 / 2);
+    const double c = (1 - std::cos(w)) / 2;
+    double in[2] = {-1, -1};
+    double out[2] = {-1, -1};
+    for (int place = 0;; ++place) {
+      const double now =
+          (c * (1 + 2 * in[0] + in[1]) + 2 * std::cos(w) * out[0] - (1 - alpha) * out[1]) /
+          (1 + alpha);
+      if (now > 0) {
+        return place - now / (now - out[0]);
+      }
+      in[1] = std::exchange(in[0], 1);
+      out[1] = std::exchange(out[0], now);
+    }
+  }
+
+  double sampleAt(double frame) const {
+    audio::AudioTimeStamp in;
+    in.mHostTime = mBegin + nanoseconds(frame - mScenario.firstFrame);
+    in.mFlags = audio::kAudioTimeStampHostTimeValid;
+    audio::AudioTimeStamp out;
+    service->AudioDeviceTranslateTime(device->id(), in, out);
+    return out.mSampleTime;
+  }
+
+  PublishedBits bitsOf(std::int32_t frame) const {
+    const std::uint32_t user = mScenario.userbits;
+    return publishedLTC(
+        ltc_smptetime_from_frame_number(frame, mScenario.type),
+        {static_cast<std::uint8_t>(user), static_cast<std::uint8_t>(user >> 8),
+         static_cast<std::uint8_t>(user >> 16), static_cast<std::uint8_t>(user >> 24)});
+  }
+
+  void judge(const PublishedBits& bits, double start) {
+    ++frames;
+    const std::int32_t expected = mHeard < 0 ? mScenario.firstFrame + 2 : mHeard + 1;
+    const bool isFirst = mHeard < 0;
+    // Out of step it is looked for among those that would come next.
+    mHeard = expected;
+    while (mHeard < expected + 20 && bitsOf(mHeard) != bits) {
+      ++mHeard;
+    }
+    if (isFirst) {
+      first = mHeard;
+    } else if (mHeard != expected) {
+      ++wrong;
+    }
+    if (mHeard == expected + 20) {
+      mHeard = expected;
+      return;  // none of them
+    }
+    const double place = start - mFilterDelay;
+    const double error = std::fabs(place - dueAt(mHeard));
+    worst = std::max(worst, error);
+    if (mHeard - first > 2 * kSettlingCalls) {
+      settledWorst = std::max(settledWorst, error);
+      worstAtConnector = std::max(worstAtConnector, std::fabs(place - connectorAt(mHeard)));
+    }
+  }
+
+  const LTCScenario mScenario;
+  const double mFilterDelay = filterDelay();
+  audio::VirtualAudioDevice::Parameters mParameters;
+  std::unique_ptr<AudioRecorder> mRecorder;
+  std::unique_ptr<LTCSignalReader> mReader;
+  std::unique_ptr<host::Thread> mSource;
+  std::uint64_t mBegin = 0;
+  std::int32_t mHeard = -1;
+  bool mEnding = true;
+  std::mt19937_64 mRandom{1};
+};
+
+}  // namespace velor
