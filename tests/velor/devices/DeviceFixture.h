@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Velor/clock/VLClock.h"
@@ -16,9 +16,9 @@
 #include "Velor/devices/VLReaderDevice.h"
 #include "Velor/devices/VLTimecodeDestinationDevice.h"
 #include "kva/MIDI/KVMIDICore.h"
-#include "platform/host/Log.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
+#include "tests/support/LogRecord.h"
 #include "tests/support/MIDITest.h"
 
 namespace velor {
@@ -26,36 +26,6 @@ namespace velor {
 inline constexpr store::KeyedClass kDeviceClasses[] = {
     store::KeyedClass::of<KVMIDIEndpoint>(), store::KeyedClass::of<VLMIDIEndpointDevice>(),
     store::KeyedClass::of<VLReaderDevice>(), store::KeyedClass::of<VLTimecodeDestinationDevice>()};
-
-/// Keeps the lines of the log while it lives.
-class LogRecord {
- public:
-  LogRecord() {
-    host::setLogSink([this](host::LogLevel level, std::string_view line) {
-      const std::lock_guard lock(mMutex);
-      mLines.emplace_back((level == host::kLogError ? "error: " : "") + std::string(line));
-    });
-  }
-  ~LogRecord() { host::setLogSink({}); }
-  LogRecord(const LogRecord&) = delete;
-  LogRecord& operator=(const LogRecord&) = delete;
-
-  bool has(const std::string& line) const { return count(line) > 0; }
-  std::ptrdiff_t count(const std::string& line) const {
-    const std::lock_guard lock(mMutex);
-    return std::count(mLines.begin(), mLines.end(), line);
-  }
-  std::size_t errors() const {
-    const std::lock_guard lock(mMutex);
-    return static_cast<std::size_t>(
-        std::count_if(mLines.begin(), mLines.end(),
-                      [](const auto& line) { return line.starts_with("error: "); }));
-  }
-
- private:
-  mutable std::mutex mMutex;
-  std::vector<std::string> mLines;
-};
 
 /// The shared manager with its clock on simulated time.
 class DeviceFixture : public MIDITest {
