@@ -46,6 +46,9 @@ class VLDevice : public store::KeyedCoding {
   /// One of the four above.
   virtual std::uint32_t deviceStatus() const = 0;
 
+  /// Its endpoint is one that it has made, and that it makes again from an archive.
+  virtual bool makesItsEndpoint() const { return false; }
+
   /// The user has removed the device: what it has made in the system goes.
   virtual void destroy() {}
 

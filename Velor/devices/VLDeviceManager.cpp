@@ -4,12 +4,15 @@
 #include <algorithm>
 #include <iterator>
 #include <mutex>
+#include <string>
 #include <utility>
 
+#include "Kv-Appkit/KVAnnouncement.h"
 #include "Kv-Appkit/KVAssert.h"
 #include "Kv-Appkit/KVException.h"
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Velor/clock/VLClock.h"
+#include "Velor/devices/VLLTCGeneratorDevice.h"
 #include "Velor/devices/VLMIDIEndpointDevice.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
@@ -22,21 +25,6 @@ namespace {
 
 constexpr std::string_view kDestinationsKey = "destinations.manager";
 constexpr std::string_view kDevicesKey = "devices.manager";
-
-// Announces a change of a property around a scope.
-class Announcement {
- public:
-  Announcement(KVObservable& object, std::string_view key) : mObject(object), mKey(key) {
-    mObject.willChangeValueForKey(mKey);
-  }
-  ~Announcement() { mObject.didChangeValueForKey(mKey); }
-  Announcement(const Announcement&) = delete;
-  Announcement& operator=(const Announcement&) = delete;
-
- private:
-  KVObservable& mObject;
-  const std::string_view mKey;
-};
 
 std::string displayName(const KVMIDIEndpoint& endpoint) {
   return endpoint.displayName().value_or("(null)");
@@ -133,7 +121,7 @@ void VLDeviceManager::removeVanished(const KVMIDICore::Endpoints& present) {
   if (vanished.empty()) {
     return;
   }
-  const Announcement announcement(*this, "destinations");
+  const KVAnnouncement announcement(*this, "destinations");
   for (const auto& destination : vanished) {
     std::erase(mDestinations, destination);
     if (destination->enable()) {
@@ -155,7 +143,7 @@ void VLDeviceManager::addAppeared(const KVMIDICore::Endpoints& present) {
   if (appeared.empty()) {
     return;
   }
-  const Announcement announcement(*this, "destinations");
+  const KVAnnouncement announcement(*this, "destinations");
   for (const auto& endpoint : appeared) {
     const auto destination = wrap(endpoint);
     mDestinations.push_back(destination);
@@ -210,6 +198,17 @@ void VLDeviceManager::deviceDidEnableTransmit(VLTimecodeDestinationDevice& devic
 
 // --- the user's devices ---
 
+std::shared_ptr<VLLTCGeneratorDevice> VLDeviceManager::createGenerator() {
+  const std::lock_guard lock(mLock);
+  const std::string name = "LTC Generator " + std::to_string(++mGenerators);
+  VELOR_LOG_INFO("creating LTC Generator...");
+  auto device = VLLTCGeneratorDevice::initWithMIDIClient(mCore.defaultClient(), name);
+  device->setDelegate(mSelf);
+  const KVAnnouncement announcement(*this, "devices");
+  mDevices.push_back(device);
+  return device;
+}
+
 void VLDeviceManager::removeDevicesAtIndexes(const std::set<std::size_t>& indexes) {
   const std::lock_guard lock(mLock);
   KV_REQUIRE_PARAMETER(indexes.empty() || *indexes.rbegin() < mDevices.size(), "indexes");
@@ -218,7 +217,7 @@ void VLDeviceManager::removeDevicesAtIndexes(const std::set<std::size_t>& indexe
     removed.push_back(mDevices[index]);
   }
   {
-    const Announcement announcement(*this, "destinations");
+    const KVAnnouncement announcement(*this, "destinations");
     for (const auto& device : removed) {
       if (const auto endpoint = device->midiEndpoint()) {
         if (const auto destination = destinationWithEndpoint(endpoint)) {
@@ -230,9 +229,21 @@ void VLDeviceManager::removeDevicesAtIndexes(const std::set<std::size_t>& indexe
       std::erase_if(mDestinations, [&device](const auto& member) { return member == device; });
     }
   }
-  const Announcement announcement(*this, "devices");
+  const KVAnnouncement announcement(*this, "devices");
   for (const auto& device : removed) {
     std::erase(mDevices, device);
+  }
+}
+
+void VLDeviceManager::removeMakersOfEndpoints() {
+  std::set<std::size_t> indexes;
+  for (std::size_t i = 0; i < mDevices.size(); ++i) {
+    if (mDevices[i]->makesItsEndpoint()) {
+      indexes.insert(i);
+    }
+  }
+  if (!indexes.empty()) {
+    removeDevicesAtIndexes(indexes);
   }
 }
 
@@ -263,12 +274,16 @@ void VLDeviceManager::decodeState(store::KeyedUnarchiver& coder) {
 }
 
 void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
+  if (coder.containsValue(kDevicesKey)) {
+    // First, so that the stored ones get their ids.
+    removeMakersOfEndpoints();
+  }
   if (auto stored = coder.decodeArray<VLDevice>(kDevicesKey)) {
     // One whose endpoint the system does not know any more can do nothing.
     std::erase_if(*stored, [](const auto& device) {
       return device == nullptr || device->midiEndpoint() == nullptr;
     });
-    const Announcement announcement(*this, "devices");
+    const KVAnnouncement announcement(*this, "devices");
     mDevices = std::move(*stored);
   }
   destinationsChanged();
@@ -280,7 +295,7 @@ void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
 }
 
 void VLDeviceManager::restoreDestinations(store::KeyedUnarchiver& coder) {
-  const Announcement announcement(*this, "destinations");
+  const KVAnnouncement announcement(*this, "destinations");
   const auto stored = coder.decodeArray<VLTimecodeDestinationDevice>(kDestinationsKey);
   if (!stored) {
     return;

@@ -18,6 +18,7 @@
 namespace velor {
 
 class VLClock;
+class VLLTCGeneratorDevice;
 
 /// The one place that knows all devices: the destinations, one for each MIDI
 /// destination of the system with its switch for MTC, and the devices that the
@@ -45,6 +46,11 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   /// Copies.
   Destinations destinations() const;
   Devices devices() const;
+
+  /// A new generator of LTC on the default output, "LTC Generator 1" and so on. Its
+  /// input becomes one of the destinations with the next change that the MIDI service
+  /// tells. Queue: main. Raises KVException "err" where a service fails.
+  std::shared_ptr<VLLTCGeneratorDevice> createGenerator();
 
   /// Removes devices by their places in `devices`, with what they have made in the
   /// system and what they are as destinations. Raises for a place that is none.
@@ -76,6 +82,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   std::shared_ptr<VLTimecodeDestinationDevice> wrap(std::shared_ptr<KVMIDIEndpoint> endpoint);
   void removeVanished(const KVMIDICore::Endpoints& present);
   void addAppeared(const KVMIDICore::Endpoints& present);
+  void removeMakersOfEndpoints();
   void restoreDevices(store::KeyedUnarchiver& coder);
   void restoreDestinations(store::KeyedUnarchiver& coder);
   bool isListed(const VLTimecodeDestinationDevice& device) const;
@@ -87,6 +94,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   // All under mLock.
   Destinations mDestinations;
   Devices mDevices;
+  unsigned mGenerators = 0;  // made so far
   std::set<midi::MIDIUniqueID> mEnabledWhenBack;
   bool _inStateRestauration = false;
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <utility>
 
 #include "Velor/clock/VLSharedCell.h"
 #include "Velor/devices/VLDevice.h"
@@ -52,6 +53,7 @@ class VLTimecodeDestinationDevice : public VLDevice {
   explicit VLTimecodeDestinationDevice(std::shared_ptr<VLDevice> device);
   /// What a class derived from this one reads of its switch and its device.
   void decodeBase(store::KeyedUnarchiver& coder);
+  void setDevice(std::shared_ptr<VLDevice> device) { _device.store(std::move(device)); }
 
  private:
   std::atomic<bool> mEnable{false};

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <utility>
 
+#include "Kv-Appkit/KVAnnouncement.h"
 #include "Kv-Appkit/KVAssert.h"
 #include "Kv-Appkit/KVException.h"
 #include "kva/KAAUGraph.h"
@@ -66,21 +67,6 @@ std::array<std::uint8_t, kLTCUserBytes> bytesOf(std::uint32_t userbits) noexcept
   }
   return bytes;
 }
-
-// Announces a change of a property around a scope.
-class Announcement {
- public:
-  Announcement(KVObservable& object, std::string_view key) : mObject(object), mKey(key) {
-    mObject.willChangeValueForKey(mKey);
-  }
-  ~Announcement() { mObject.didChangeValueForKey(mKey); }
-  Announcement(const Announcement&) = delete;
-  Announcement& operator=(const Announcement&) = delete;
-
- private:
-  KVObservable& mObject;
-  const std::string_view mKey;
-};
 
 }  // namespace
 
@@ -262,7 +248,7 @@ void KVLTCGenerator::setAudioObjectId(audio::AudioObjectID objectID) {
 void KVLTCGenerator::choose(const Device& device) {
   mChosenUID = device != nullptr ? device->deviceUID() : "";
   mChosenMap.clear();
-  const Announcement announcement(*this, "audioObjectId");
+  const KVAnnouncement announcement(*this, "audioObjectId");
   disposeGraph();
   setupGraph(device);
 }
@@ -351,7 +337,7 @@ void KVLTCGenerator::auPropertyListener(void* refCon, audio::AudioUnit /*unit*/,
 }
 
 void KVLTCGenerator::rebuild() {
-  const Announcement announcement(*this, "audioObjectId");
+  const KVAnnouncement announcement(*this, "audioObjectId");
   const std::string before = std::exchange(mPlayingUID, {});
   disposeGraph();
   const auto& system = KAHALAudioSystem::defaultSystem();
@@ -472,12 +458,12 @@ void KVLTCGenerator::setChannelMap(std::span<const std::int32_t> map) {
 // --- properties ---
 
 void KVLTCGenerator::setUserbits(std::uint32_t userbits) {
-  const Announcement announcement(*this, "userbits");
+  const KVAnnouncement announcement(*this, "userbits");
   mUserBits.store(userbits);
 }
 
 void KVLTCGenerator::setLevel(float level) {
-  const Announcement announcement(*this, "level");
+  const KVAnnouncement announcement(*this, "level");
   mLevel.store(level > 1 ? 1 : level > 0 ? level : 0);  // what is no number is 0, too
 }
 
@@ -624,13 +610,13 @@ void KVLTCGenerator::updateStatus() {
   const double fps =
       std::round(buffers->sampleRate * kFPSSteps / (phase.weightedFrameLen * 0.5)) / kFPSSteps;
   if (fps != mFPS.load()) {
-    const Announcement announcement(*this, "fps");
+    const KVAnnouncement announcement(*this, "fps");
     mFPS.store(fps);
   }
   setTCString(stringFromSMPTETime(currentTime));
   if (!hasWatchdog) {
     startWatchdog();
-    const Announcement announcement(*this, "isGenerating");
+    const KVAnnouncement announcement(*this, "isGenerating");
     mIsGenerating.store(true);
   }
 }
@@ -675,7 +661,7 @@ void KVLTCGenerator::stopped() {
   }
   restartOutput();
   {
-    const Announcement announcement(*this, "isGenerating");
+    const KVAnnouncement announcement(*this, "isGenerating");
     mIsGenerating.store(false);
   }
   {
@@ -700,7 +686,7 @@ void KVLTCGenerator::restartOutput() {
 }
 
 void KVLTCGenerator::setTCString(std::string tcstring) {
-  const Announcement announcement(*this, "tcstring");
+  const KVAnnouncement announcement(*this, "tcstring");
   mTCString = std::move(tcstring);
 }
 
