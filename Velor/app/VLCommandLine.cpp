@@ -305,12 +305,16 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   std::string stopAt;
   std::vector<std::string> loop;
   double preroll = 0;
+  std::string ltcLevel = "-20dB";
+  std::string ltcUserBits = "00000000";
 
   CLI::App app{"Velor: timecode for stage, studio and installation work"};
   app.name("velor");
   app.set_version_flag("--version", std::string("velor ") + VELOR_VERSION);
   app.add_flag("--headless", options.headless, "Run without a window, until SIGINT or SIGTERM");
-  app.add_flag("--list", options.list, "Print the MIDI sources and destinations with their ids");
+  app.add_flag("--list", options.list,
+               "Print MIDI sources and destinations with their ids, and audio devices with their "
+               "channels");
   app.add_option("--format", format, "23.98, 24, 25, 29.97, 29.97df, 30 or 30df")
       ->capture_default_str();
   app.add_option("--start", start, "The time to start from, HH:MM:SS:FF");
@@ -329,6 +333,16 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
       app.add_option("--preroll", preroll, "Start this many seconds earlier, 0 to 60");
   app.add_option("--mode", mode, "normal, stop, loop or time-of-day");
   app.add_option("--stop-at", stopAt, "Stop at this time");
+  app.add_option("--ltc-out", options.ltcOut,
+                 "Play LTC on this channel of an audio device, which is named by its name or its "
+                 "UID; channels count from 1; may be repeated")
+      ->type_name("DEVICE:CHANNEL")
+      ->allow_extra_args(false);
+  app.add_option("--ltc-level", ltcLevel, "Of the LTC, up to 0dB, which is full scale")
+      ->capture_default_str();
+  app.add_option("--ltc-user-bits", ltcUserBits,
+                 "Of the LTC: eight hexadecimal digits, the first group last")
+      ->capture_default_str();
   app.add_option("--loop", loop, "Go from END back to START")->expected(2)->type_name("START END");
 
   EncodeWords encodeWords;
@@ -380,6 +394,17 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
     options.playMode = playModeOf(app.count("--mode") > 0 ? &mode : nullptr,
                                   options.stopAt.has_value(), options.loop.has_value(),
                                   options.start.has_value(), options.preroll.has_value());
+    for (const char* option : {"--ltc-level", "--ltc-user-bits"}) {
+      refuseIf(app.count(option) > 0 && options.ltcOut.empty(),
+               std::string(option) + " needs --ltc-out");
+    }
+    std::string error;
+    options.ltcLevel = valueOf(VLLevelFromText(ltcLevel, error), error, "--ltc-level");
+    const auto userBytes =
+        valueOf(VLUserBitsFromText(ltcUserBits, error), error, "--ltc-user-bits");
+    for (std::size_t i = 0; i < userBytes.size(); ++i) {
+      options.ltcUserBits |= std::uint32_t{userBytes[i]} << 8 * i;
+    }
     refuseIf(options.arm && options.play,
              "--arm and --play contradict each other: an armed clock is started by MTC");
     refuseIf(options.arm && !options.syncSource, "--arm needs --sync-source");

@@ -31,6 +31,9 @@ struct VLOptions {
   std::uint64_t playMode = 0;     // a play mode of the clock
   std::optional<SMPTETime> stopAt;
   std::optional<std::pair<SMPTETime, SMPTETime>> loop;
+  std::vector<std::string> ltcOut;  // DEVICE:CHANNEL, as typed
+  float ltcLevel = 0.1F;            // of full scale
+  std::uint32_t ltcUserBits = 0;    // the first group lowest
 };
 
 /// The options, or those of one of the commands, or what to print and with which status

@@ -13,13 +13,16 @@
 
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVShared.h"
+#include "Velor/app/VLAudioDevices.h"
 #include "Velor/app/VLPortNames.h"
 #include "Velor/app/VLServicesInForce.h"
 #include "Velor/app/VLStatusLine.h"
 #include "Velor/app/VLStopSignals.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
+#include "Velor/devices/VLLTCGeneratorDevice.h"
 #include "kva/MIDI/KVMIDICore.h"
+#include "platform/audio/AudioService.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
 
@@ -91,6 +94,8 @@ void setUp(VLClock& clock, const VLOptions& options) {
 int list(KVMIDICore& core) {
   std::printf("MIDI: %s\nSources\n%sDestinations\n%s", midi::service().serverDescription().c_str(),
               VLEndpointList(core.sources()).c_str(), VLEndpointList(core.destinations()).c_str());
+  std::printf("Audio: %s\nDevices\n%s", audio::service().serverDescription().c_str(),
+              VLAudioDeviceList(KAHALAudioSystem::defaultSystem()).c_str());
   return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? 0 : 1;
 }
 
@@ -120,16 +125,66 @@ std::optional<WantedPort> findPort(const char* option, const std::string& name, 
   return WantedPort{std::move(endpoint), id, std::move(shown)};
 }
 
+// A generator of LTC that was asked for on the command line.
+struct LTCOutput {
+  std::string name;
+  audio::AudioObjectID deviceID;
+  std::shared_ptr<KVLTCGenerator> generator;
+};
+
+// Finds the outputs, or says on standard error what is wrong with one.
+std::optional<std::vector<VLAudioChannel>> findOutputs(const std::vector<std::string>& names) {
+  std::vector<VLAudioChannel> outputs;
+  for (const std::string& name : names) {
+    std::string error;
+    auto output = VLOutputNamed(name, KAHALAudioSystem::defaultSystem(), error);
+    for (const VLAudioChannel& other : outputs) {
+      if (output.device != nullptr && other.device->objectID() == output.device->objectID() &&
+          other.channel == output.channel) {
+        error = "'" + output.name + "' is named twice";
+        output.device = nullptr;
+      }
+    }
+    if (output.device == nullptr) {
+      std::fprintf(stderr, "velor: --ltc-out: %s\n", VLPrintable(error).c_str());
+      return std::nullopt;
+    }
+    outputs.push_back(std::move(output));
+  }
+  return outputs;
+}
+
+// Makes a generator that plays there, as a destination that is switched on.
+LTCOutput makeGenerator(const VLAudioChannel& output, const VLOptions& options,
+                        VLDeviceManager& devices) {
+  const auto device = devices.createGenerator();
+  const auto& generator = device->generator();
+  generator->setAudioObjectId(output.device->objectID());
+  std::vector<std::int32_t> map(output.channels, -1);
+  map[output.channel - 1] = 0;
+  generator->setChannelMap(map);
+  generator->setLevel(options.ltcLevel);
+  generator->setUserbits(options.ltcUserBits);
+  // The news of its input would come later, and the clock may be about to start.
+  KVMIDICore::sharedCore().resyncDeviceList();
+  devices.destinationsChanged();
+  if (const auto destination = devices.destinationWithEndpoint(device->midiEndpoint())) {
+    destination->setEnable(true);
+  }
+  return {output.name, output.device->objectID(), generator};
+}
+
 // Hears the clock, and keeps the status line in step with it, the ports and the
 // server. Main queue.
 class Watcher final : public VLClockDelegate {
  public:
   Watcher(VLClock& clock, KVMIDICore& core, std::optional<WantedPort> source,
-          std::vector<WantedPort> destinations)
+          std::vector<WantedPort> destinations, std::vector<LTCOutput> ltc)
       : mClock(clock),
         mCore(core),
         mSource(std::move(source)),
         mDestinations(std::move(destinations)),
+        mLTC(std::move(ltc)),
         mObserver(KVNotificationCenter::defaultCenter().addObserver(
             KVMIDINotification, [this](const KVNotification&) { portsChanged(); })) {
     if (mLine.isVisible()) {
@@ -175,12 +230,17 @@ class Watcher final : public VLClockDelegate {
                     mLoop,
                     std::nullopt,
                     {},
+                    {},
                     midi::service().serverDescription()};
     if (mSource) {
       status.source = mSource->shown;
     }
     for (const WantedPort& port : mDestinations) {
       status.destinations.push_back(port.shown);
+    }
+    for (const LTCOutput& output : mLTC) {
+      status.ltc.push_back({{output.name, output.generator->audioObjectId() == output.deviceID},
+                            output.generator->frameRateString()});
     }
     mLine.show(status);
   }
@@ -207,6 +267,7 @@ class Watcher final : public VLClockDelegate {
   KVMIDICore& mCore;
   std::optional<WantedPort> mSource;
   std::vector<WantedPort> mDestinations;
+  std::vector<LTCOutput> mLTC;
   std::uint32_t mReceivedFormat = 0;
   std::optional<std::pair<std::string, std::string>> mLoop;
   VLStatusLine mLine;
@@ -243,6 +304,10 @@ int VLHeadlessRun(const VLOptions& options) {
       return kUsageStatus;
     }
   }
+  const auto outputs = findOutputs(options.ltcOut);
+  if (!outputs) {
+    return kUsageStatus;
+  }
   if (!midi::service().isConnected()) {
     std::fputs("velor: no MIDI server is running; MIDI stays in process until one appears\n",
                stderr);
@@ -250,7 +315,11 @@ int VLHeadlessRun(const VLOptions& options) {
 
   VLClock& clock = VLClock::sharedClock();
   VLDeviceManager& devices = VLDeviceManager::sharedManager();
-  const auto watcher = std::make_shared<Watcher>(clock, core, source, destinations);
+  std::vector<LTCOutput> ltc;
+  for (const VLAudioChannel& output : *outputs) {
+    ltc.push_back(makeGenerator(output, options, devices));
+  }
+  const auto watcher = std::make_shared<Watcher>(clock, core, source, destinations, ltc);
   clock.setDelegate(watcher);
   setUp(clock, options);
   for (const WantedPort& port : destinations) {

@@ -68,7 +68,15 @@ std::string VLStatusText(const VLStatus& status, std::size_t columns) {
     text.append(separator).append(portText(port));
     separator = ", ";
   }
-  text.append(status.destinations.empty() ? "nobody" : "").append("  MIDI: ").append(status.server);
+  if (status.destinations.empty()) {
+    text.append(status.ltc.empty() ? "nobody" : "LTC alone");
+  }
+  separator = "  LTC: ";
+  for (const VLLTCOutput& output : status.ltc) {
+    text.append(separator).append(portText(output.port)).append(" ").append(output.rate);
+    separator = ", ";
+  }
+  text.append("  MIDI: ").append(status.server);
 
   std::size_t characters = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {

@@ -17,6 +17,12 @@ struct VLNamedPort {
   bool present = true;
 };
 
+/// A generator of LTC: where it was told to play, and how fast the time comes in.
+struct VLLTCOutput {
+  VLNamedPort port;
+  std::string rate;
+};
+
 /// What the status line tells.
 struct VLStatus {
   SMPTETime time{};
@@ -26,6 +32,7 @@ struct VLStatus {
   std::optional<std::pair<std::string, std::string>> loop;
   std::optional<VLNamedPort> source;
   std::vector<VLNamedPort> destinations;
+  std::vector<VLLTCOutput> ltc;
   std::string server;
 };
 

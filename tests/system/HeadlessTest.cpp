@@ -58,6 +58,9 @@ TEST(Headless, ListPrintsSourcesAndDestinationsByWhichPortsCanBeNamed) {
   EXPECT_LT(text.find("Desk:out"), destinations);
   EXPECT_LT(destinations, text.find("Desk:in"));
 
+  EXPECT_LT(text.find("Desk:in"), text.find("velor.loopback"));
+  EXPECT_NE(text.find("outputs: 1 'Velor Loopback 1', 2 'Velor Loopback 2'"), std::string::npos);
+
   // The id of the line names the port as well as the name does.
   const std::string line = text.substr(text.rfind('\n', text.find("Desk:in")) + 1);
   const std::string id = std::to_string(std::atoi(line.c_str()));

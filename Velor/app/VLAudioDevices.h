@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "kva/KAHALAudioSystem.h"
+
+namespace velor {
+
+/// A channel of a device, to play on.
+struct VLAudioChannel {
+  std::shared_ptr<KAHALAudioDevice> device;
+  std::uint32_t channel = 0;   ///< from 1
+  std::uint32_t channels = 0;  ///< that the device has
+  std::string name;            ///< for people: "Velor Loopback:1"
+};
+
+/// The output that goes by "DEVICE:CHANNEL", the device by its UID or by its name.
+/// Without a device when there is none; `error` then says what there is, in one line.
+VLAudioChannel VLOutputNamed(const std::string& text, const KAHALAudioSystem& system,
+                             std::string& error);
+
+/// Each device: UID, name, rate, and the channels of each direction with their numbers.
+std::string VLAudioDeviceList(const KAHALAudioSystem& system);
+
+}  // namespace velor
