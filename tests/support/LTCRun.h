@@ -225,7 +225,8 @@ class LTCRun {
       mHeard = expected;
       return;  // none of them
     }
-    const double place = start - mFilterDelay;
+    // Out of silence the first sample tells the place, not the way through zero.
+    const double place = start == mReader->onset ? start : start - mFilterDelay;
     const double error = std::fabs(place - dueAt(mHeard));
     worst = std::max(worst, error);
     if (mHeard - first > 2 * kSettlingCalls) {
