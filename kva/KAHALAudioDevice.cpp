@@ -21,9 +21,8 @@ std::optional<std::string> nameOf(const char* method, audio::AudioObjectID objec
 
 std::shared_ptr<KAHALAudioDevice> KAHALAudioDevice::initWithAudioObjectID(
     audio::AudioObjectID objectID) {
-  return objectID == audio::kAudioObjectUnknown
-             ? nullptr
-             : std::shared_ptr<KAHALAudioDevice>(new KAHALAudioDevice(objectID));
+  return objectID == audio::kAudioObjectUnknown ? nullptr
+                                                : std::make_shared<KAHALAudioDevice>(objectID);
 }
 
 std::optional<std::string> KAHALAudioDevice::name() const {

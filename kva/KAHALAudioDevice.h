@@ -14,6 +14,8 @@ namespace velor {
 /// A device of the audio service: what it is, and what it has in each direction.
 class KAHALAudioDevice final : public KAHALAudioObject {
  public:
+  using KAHALAudioObject::KAHALAudioObject;
+
   /// Null for 0. Whether the device is there shows when it is asked.
   static std::shared_ptr<KAHALAudioDevice> initWithAudioObjectID(audio::AudioObjectID objectID);
 
@@ -32,9 +34,6 @@ class KAHALAudioDevice final : public KAHALAudioObject {
   /// One for each channel, in the order of the channels: the name of its stream,
   /// or else of the device, and its number in the stream, from 1.
   std::vector<std::string> channelNamesInScope(audio::AudioObjectPropertyScope scope) const;
-
- private:
-  using KAHALAudioObject::KAHALAudioObject;
 };
 
 }  // namespace velor

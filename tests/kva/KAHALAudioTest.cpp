@@ -78,7 +78,7 @@ TEST_F(KAHALAudioTest, AFailureIsRaisedWithTheMethodAndTheStatus) {
 TEST_F(KAHALAudioTest, AChannelIsNamedAfterItsStreamAndElseItsDevice) {
   const auto device = KAHALAudioDevice::initWithAudioObjectID(7);
   const auto answer = [this](audio::AudioObjectPropertySelector selector,
-                             std::vector<std::uint32_t> value) {
+                             const std::vector<std::uint32_t>& value) {
     ON_CALL(
         mService,
         AudioObjectGetPropertyData(
