@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+
+#include "platform/discovery/NSNetServicesError.h"
+
+namespace velor::discovery {
+
+class NSNetService;
+
+/// Hears what becomes of a service. Queue: main.
+class NSNetServiceDelegate {
+ public:
+  virtual ~NSNetServiceDelegate() = default;
+
+  /// Others can see it, under the name that it has now. Comes again when that was
+  /// interrupted.
+  virtual void netServiceDidPublish(const std::shared_ptr<NSNetService>& service) {
+    static_cast<void>(service);
+  }
+  virtual void netServiceDidNotPublish(const std::shared_ptr<NSNetService>& service,
+                                       const NSNetServicesError& error) {
+    static_cast<void>(service);
+    static_cast<void>(error);
+  }
+
+  /// Host name, port and TXT record are known.
+  virtual void netServiceDidResolveAddress(const std::shared_ptr<NSNetService>& service) {
+    static_cast<void>(service);
+  }
+  virtual void netServiceDidNotResolve(const std::shared_ptr<NSNetService>& service,
+                                       const NSNetServicesError& error) {
+    static_cast<void>(service);
+    static_cast<void>(error);
+  }
+
+  /// What was under way has been stopped.
+  virtual void netServiceDidStop(const std::shared_ptr<NSNetService>& service) {
+    static_cast<void>(service);
+  }
+};
+
+}  // namespace velor::discovery

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/discovery/NSNetService.h"
+#include "platform/discovery/NSNetServiceBrowser.h"
+#include "platform/host/Host.h"
+
+namespace velor::discovery {
+
+/// Notes all that services and browsers tell.
+class DiscoveryWitness final : public NSNetServiceDelegate, public NSNetServiceBrowserDelegate {
+ public:
+  using ServiceRef = std::shared_ptr<NSNetService>;
+  struct Found {
+    ServiceRef service;
+    bool moreComing;
+  };
+
+  void netServiceDidPublish(const ServiceRef& service) override {
+    note();
+    published.push_back(service->name());
+  }
+  void netServiceDidNotPublish(const ServiceRef&, const NSNetServicesError& error) override {
+    note();
+    errors.push_back(error.code);
+  }
+  void netServiceDidResolveAddress(const ServiceRef& service) override {
+    note();
+    resolved.push_back(service);
+  }
+  void netServiceDidNotResolve(const ServiceRef&, const NSNetServicesError& error) override {
+    note();
+    errors.push_back(error.code);
+  }
+  void netServiceDidStop(const ServiceRef&) override {
+    note();
+    ++stopped;
+  }
+  void netServiceBrowserDidFindService(NSNetServiceBrowser&, const ServiceRef& service,
+                                       bool moreComing) override {
+    note();
+    found.push_back({service, moreComing});
+    present.push_back(service);
+  }
+  void netServiceBrowserDidRemoveService(NSNetServiceBrowser&, const ServiceRef& service,
+                                         bool) override {
+    note();
+    // The same object: identity is by address.
+    EXPECT_EQ(std::erase(present, service), 1U) << service->name();
+    removed.push_back(service->name());
+  }
+  void netServiceBrowserDidNotSearch(NSNetServiceBrowser&,
+                                     const NSNetServicesError& error) override {
+    note();
+    errors.push_back(error.code);
+  }
+
+  /// Null when it is not there.
+  ServiceRef presentOfName(const std::string& name) const {
+    for (const ServiceRef& each : present) {
+      if (each->name() == name) {
+        return each;
+      }
+    }
+    return nullptr;
+  }
+
+  std::vector<std::string> published;
+  std::vector<ServiceRef> resolved;
+  std::vector<ServiceRef> present;
+  std::vector<Found> found;
+  std::vector<std::string> removed;
+  std::vector<int> errors;
+  int stopped = 0;
+
+ private:
+  static void note() { EXPECT_TRUE(host::current().mainQueue().isCurrent()); }
+};
+
+}  // namespace velor::discovery
