@@ -49,6 +49,11 @@ int runToEnd(const std::vector<std::string>& command, const std::vector<std::str
   return process.waitForEnd(10);
 }
 
+std::string textOf(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 }  // namespace
 
 bool waitFor(double seconds, const std::function<bool()>& condition) {
@@ -159,10 +164,8 @@ void JackServer::start() {
                       std::to_string(mRate), "-p", std::to_string(mPeriod)},
                      {}, log);
   const bool up = runToEnd({"jack_wait", "-s", mName, "-w", "-t", "10"}, {}) == 0;
-  std::ifstream file(log);
-  const std::string text((std::istreambuf_iterator<char>(file)), {});
   if (!mProcess.isRunning() || !up) {
-    throw std::runtime_error("jackd did not start: " + text);
+    throw std::runtime_error("jackd did not start: " + textOf(log));
   }
 }
 
@@ -203,9 +206,7 @@ void PipeWireServer::start() {
                     all) == 0;
   });
   if (!up || !mServer.isRunning()) {
-    std::ifstream file(log);
-    throw std::runtime_error("PipeWire did not start: " +
-                             std::string((std::istreambuf_iterator<char>(file)), {}));
+    throw std::runtime_error("PipeWire did not start: " + textOf(log));
   }
 }
 
@@ -223,6 +224,62 @@ void PipeWireServer::force(int rate, int period) {
   runToEnd({"pw-metadata", "-n", "settings", "0", "clock.force-rate", std::to_string(rate)}, all);
   runToEnd({"pw-metadata", "-n", "settings", "0", "clock.force-quantum", std::to_string(period)},
            all);
+}
+
+std::string AvahiServer::busPath() {
+  // The bus library takes the address once in a process.
+  static const TemporaryFolder folder;
+  return folder.path().string() + "/bus";
+}
+
+std::vector<std::string> AvahiServer::environment() const {
+  return {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + busPath()};
+}
+
+void AvahiServer::start() {
+  const std::string folder = mFolder.path().string();
+  if (!mBus.isRunning()) {
+    killBus();
+    // The rules of a session bus let its one user do all.
+    mBus = Process(
+        {"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=unix:path=" + busPath()},
+        {}, folder + "/bus.log");
+    waitFor(10, [] { return std::filesystem::exists(busPath()); });
+  }
+  std::ofstream(folder + "/avahi.conf")
+      << "[server]\nhost-name=velor-test\nallow-interfaces=lo\nuse-ipv6=no\n"
+         "[wide-area]\nenable-wide-area=no\n"
+         "[publish]\npublish-hinfo=no\npublish-workstation=no\n";
+  // A network of its own, so that nothing is sent to others; and a /run of its own,
+  // where the daemon's process id and socket have fixed places.
+  std::vector<std::string> command = {"unshare", "--net", "--mount", "--propagation", "private"};
+  if (geteuid() != 0) {
+    command.insert(command.end(), {"--user", "--map-current-user", "--keep-caps"});
+  }
+  command.insert(command.end(),
+                 {"sh", "-c",
+                  "mount -t tmpfs tmpfs /run && mkdir /run/avahi-daemon && ip link set lo up && "
+                  "ip link set lo multicast on && exec avahi-daemon --no-drop-root --no-chroot "
+                  "--no-rlimits -f \"$0\"",
+                  folder + "/avahi.conf"});
+  const std::string log = folder + "/avahi-" + std::to_string(++mStarts) + ".log";
+  mDaemon = Process(command, environment(), log);
+  const bool up = waitFor(10, [this, &log] {
+    return !mDaemon.isRunning() || textOf(log).find("Server startup complete") != std::string::npos;
+  });
+  if (!up || !mDaemon.isRunning()) {
+    throw std::runtime_error("avahi-daemon did not start: " + textOf(log));
+  }
+}
+
+void AvahiServer::kill() {
+  mDaemon.end(SIGKILL);
+}
+
+void AvahiServer::killBus() {
+  mBus.end(SIGKILL);
+  std::error_code ignored;
+  std::filesystem::remove(busPath(), ignored);
 }
 
 }  // namespace velor::test

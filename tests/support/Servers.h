@@ -38,7 +38,7 @@ class Process {
   pid_t mId = -1;
 };
 
-/// A MIDI server under a name or in a folder of its own, beside any that runs.
+/// A server under a name or in a folder of its own, beside any that runs.
 /// `environment` is what its clients need; `enter` sets it in this process.
 class Server {
  public:
@@ -93,6 +93,26 @@ class PipeWireServer final : public Server {
   Process mBus;
   Process mServer;
   Process mManager;
+};
+
+/// An Avahi daemon with a system bus of its own, on a network that has a loopback
+/// interface and nothing else; its host is "velor-test.local".
+class AvahiServer final : public Server {
+ public:
+  /// The bus too, unless it runs.
+  void start() override;
+  /// The daemon alone.
+  void kill() override;
+  void killBus();
+  std::vector<std::string> environment() const override;
+
+ private:
+  static std::string busPath();
+
+  TemporaryFolder mFolder;
+  int mStarts = 0;
+  Process mBus;
+  Process mDaemon;
 };
 
 /// Polls `condition` every 5 ms, at most `seconds`; the last answer.

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: MIT
+// Against a real daemon, and peers that know nothing of this program.
+#include "platform/discovery/avahi/AvahiDiscovery.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <string>
+
+#include "platform/host/SystemHost.h"
+#include "tests/platform/discovery/DiscoveryWitness.h"
+#include "tests/support/Servers.h"
+
+namespace velor::discovery {
+namespace {
+
+class AvahiDiscoveryTest : public testing::Test {
+ protected:
+  AvahiDiscoveryTest() {
+    mServer.enter();
+    mServer.start();
+    mDiscovery = std::make_unique<AvahiDiscovery>();
+    setService(mDiscovery.get());
+  }
+
+  std::shared_ptr<NSNetService> publish(const std::string& uid) {
+    auto service = NSNetService::initWithDomain("local", "_osc._udp.", "Velor-OSC", 7770);
+    service->setDelegate(mWitness);
+    EXPECT_TRUE(service->setTXTRecordData(record(uid)));
+    service->publishWithOptions(0);
+    return service;
+  }
+  static DiscoveryTXTData record(const std::string& uid) {
+    return NSNetService::dataFromTXTRecordDictionary(
+        {{"uid", std::vector<std::uint8_t>(uid.begin(), uid.end())}});
+  }
+  std::shared_ptr<NSNetServiceBrowser> search() {
+    auto browser = NSNetServiceBrowser::init();
+    browser->setDelegate(mWitness);
+    browser->searchForServicesOfType("_osc._udp.", "local");
+    return browser;
+  }
+  bool until(const std::function<bool()>& condition) {
+    return test::waitFor(15, [&] {
+      mHost.mainQueue().drainPending();
+      return condition();
+    });
+  }
+  // What avahi-browse sees of the type now, a line a service.
+  std::string seenByPeer() {
+    const std::string path = mFolder.path().string() + "/seen-" + std::to_string(++mLooks);
+    test::Process peer({"avahi-browse", "-rpt", "_osc._udp"}, mServer.environment(), path);
+    EXPECT_EQ(peer.waitForEnd(15), 0);
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  test::Process peerThatPublishes(const std::string& name) {
+    return test::Process({"avahi-publish", "-s", name, "_osc._udp", "9001", "uid=peer"},
+                         mServer.environment(), mFolder.path().string() + "/peer.log");
+  }
+
+  test::TemporaryFolder mFolder;
+  int mLooks = 0;
+  test::AvahiServer mServer;
+  host::SystemHost mHost;
+  std::unique_ptr<AvahiDiscovery> mDiscovery;
+  const std::shared_ptr<DiscoveryWitness> mWitness = std::make_shared<DiscoveryWitness>();
+};
+
+TEST_F(AvahiDiscoveryTest, PeersSeeWhatIsPublishedAndItsLatestTXTRecord) {
+  const auto ours = publish("1234");
+  ASSERT_TRUE(until([&] { return !mWitness->published.empty(); }));
+  const std::string line = "=;lo;IPv4;Velor-OSC;_osc._udp;local;velor-test.local;127.0.0.1;7770;";
+  EXPECT_NE(seenByPeer().find(line + "\"uid=1234\""), std::string::npos);
+  ASSERT_TRUE(ours->setTXTRecordData(record("5678")));
+  EXPECT_TRUE(test::waitFor(
+      10, [&] { return seenByPeer().find(line + "\"uid=5678\"") != std::string::npos; }));
+  ours->stop();
+  EXPECT_TRUE(
+      test::waitFor(10, [&] { return seenByPeer().find("Velor-OSC") == std::string::npos; }));
+}
+
+TEST_F(AvahiDiscoveryTest, APeersServiceIsFoundResolvedAndKeepsItsName) {
+  const auto browser = search();
+  auto peer = peerThatPublishes("Velor-OSC");
+  ASSERT_TRUE(until([&] { return mWitness->presentOfName("Velor-OSC") != nullptr; }));
+  const auto found = mWitness->presentOfName("Velor-OSC");
+  found->setDelegate(mWitness);
+  found->resolveWithTimeout(10);
+  ASSERT_TRUE(until([&] { return mWitness->resolved.size() == 1; }));
+  EXPECT_EQ(found->port(), 9001);
+  EXPECT_EQ(found->TXTRecordData(), record("peer"));
+  // The test's network is its own, so its names lead nowhere from here.
+  EXPECT_EQ(found->hostName(), "127.0.0.1");
+
+  const auto ours = publish("ours");
+  ASSERT_TRUE(until([&] { return mWitness->presentOfName("Velor-OSC #2") != nullptr; }));
+  ASSERT_TRUE(until([&] { return !mWitness->published.empty(); }));
+  EXPECT_EQ(ours->name(), "Velor-OSC #2");
+  peer.end(SIGTERM);
+  EXPECT_TRUE(until([&] { return mWitness->presentOfName("Velor-OSC") == nullptr; }));
+  EXPECT_NE(mWitness->presentOfName("Velor-OSC #2"), nullptr);
+}
+
+TEST_F(AvahiDiscoveryTest, WithTheSystemBusGoneAndBackPeersSeeItAgainAndItSeesThem) {
+  const auto ours = publish("1234");
+  const auto browser = search();
+  ASSERT_TRUE(until([&] { return mWitness->presentOfName("Velor-OSC") != nullptr; }));
+  mServer.kill();
+  mServer.killBus();
+  ASSERT_TRUE(until([&] { return mWitness->present.empty(); }));
+  mServer.start();
+  auto peer = peerThatPublishes("Console");
+  ASSERT_TRUE(until([&] {
+    return mWitness->presentOfName("Velor-OSC") != nullptr &&
+           mWitness->presentOfName("Console") != nullptr;
+  }));
+  EXPECT_NE(seenByPeer().find("\"uid=1234\""), std::string::npos);
+}
+
+}  // namespace
+}  // namespace velor::discovery

@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: MIT
+// What code may rely on, whichever discovery service is in force.
+#include <gtest/gtest.h>
+#include <netdb.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/discovery/avahi/AvahiDiscovery.h"
+#include "platform/discovery/builtin/BuiltinDiscovery.h"
+#include "platform/host/SimulatedHost.h"
+#include "platform/host/SystemHost.h"
+#include "tests/platform/discovery/DiscoveryWitness.h"
+#include "tests/support/Servers.h"
+
+namespace velor::discovery {
+namespace {
+
+constexpr std::uint64_t kMs = 1'000'000;
+
+// A service with the host that carries its time.
+struct Setting {
+  virtual ~Setting() = default;
+  // What carries the service, such as a daemon, goes and comes back.
+  virtual void killCarrier() = 0;
+  virtual void startCarrier() = 0;
+  // Lets the main loop run until the condition holds; false after 15 s.
+  virtual bool until(const std::function<bool()>& condition) = 0;
+};
+
+struct BuiltinSetting final : Setting {
+  BuiltinSetting() { setService(&mDiscovery); }
+  void killCarrier() override { mDiscovery.setRunning(false); }
+  void startCarrier() override { mDiscovery.setRunning(true); }
+  bool until(const std::function<bool()>& condition) override {
+    for (int i = 0; i < 1500 && !condition(); ++i) {
+      mHost.advance(10 * kMs);
+    }
+    return condition();
+  }
+  host::SimulatedHost mHost;
+  BuiltinDiscovery mDiscovery;
+};
+
+struct AvahiSetting final : Setting {
+  AvahiSetting() {
+    mServer.enter();
+    mServer.start();
+    mDiscovery = std::make_unique<AvahiDiscovery>();
+    setService(mDiscovery.get());
+  }
+  void killCarrier() override { mServer.kill(); }
+  void startCarrier() override { mServer.start(); }
+  bool until(const std::function<bool()>& condition) override {
+    return test::waitFor(15, [this, &condition] {
+      mHost.mainQueue().drainPending();
+      return condition();
+    });
+  }
+  test::AvahiServer mServer;
+  host::SystemHost mHost;
+  std::unique_ptr<AvahiDiscovery> mDiscovery;
+};
+
+struct DiscoveryKind {
+  const char* name;
+  std::unique_ptr<Setting> (*make)();
+};
+
+class DiscoveryContract : public testing::TestWithParam<DiscoveryKind> {
+ protected:
+  std::shared_ptr<NSNetService> make(const std::string& name, std::uint16_t port = 0) {
+    auto service = NSNetService::initWithDomain("local", "_osc._udp.", name, port);
+    service->setDelegate(mWitness);
+    return service;
+  }
+  std::shared_ptr<NSNetService> publish(const std::string& name, std::uint16_t port) {
+    auto service = make(name, port);
+    service->publishWithOptions(0);
+    return service;
+  }
+  std::shared_ptr<NSNetServiceBrowser> search() {
+    auto browser = NSNetServiceBrowser::init();
+    browser->setDelegate(mWitness);
+    browser->searchForServicesOfType("_osc._udp.", "local");
+    return browser;
+  }
+  bool until(const std::function<bool()>& condition) { return mSetting->until(condition); }
+  bool untilThere(const std::string& name) {
+    return until([&] { return mWitness->presentOfName(name) != nullptr; });
+  }
+
+  const std::unique_ptr<Setting> mSetting = GetParam().make();
+  const std::shared_ptr<DiscoveryWitness> mWitness = std::make_shared<DiscoveryWitness>();
+};
+
+TEST_P(DiscoveryContract, WhatIsPublishedIsFoundResolvesToWhatWasGivenAndGoesWithItsEnd) {
+  auto ours = make("Velor-OSC", 7770);
+  const NSNetService::TXTRecordDictionary given = {
+      {"uid", std::vector<std::uint8_t>{'4', '2', 0, 0xFF}}, {"flag", std::nullopt}};
+  ASSERT_TRUE(ours->setTXTRecordData(NSNetService::dataFromTXTRecordDictionary(given)));
+  ours->publishWithOptions(0);
+  const auto browser = search();
+  ASSERT_TRUE(untilThere("Velor-OSC"));
+  const auto found = mWitness->presentOfName("Velor-OSC");
+  EXPECT_EQ(found->type(), "_osc._udp.");
+  EXPECT_EQ(found->domain(), "local");
+  EXPECT_EQ(found->hostName(), std::nullopt);
+
+  found->setDelegate(mWitness);
+  found->resolveWithTimeout(10);
+  ASSERT_TRUE(until([&] { return !mWitness->resolved.empty(); }));
+  EXPECT_EQ(mWitness->resolved[0], found);
+  EXPECT_EQ(found->port(), 7770);
+  EXPECT_EQ(NSNetService::dictionaryFromTXTRecordData(found->TXTRecordData()), given);
+  addrinfo* addresses = nullptr;
+  ASSERT_EQ(getaddrinfo(found->hostName().value().c_str(), "7770", nullptr, &addresses), 0);
+  freeaddrinfo(addresses);
+
+  ours = nullptr;
+  EXPECT_TRUE(until([&] { return mWitness->present.empty(); }));
+  EXPECT_EQ(mWitness->errors, std::vector<int>());
+}
+
+TEST_P(DiscoveryContract, ATakenNameIsReplacedByOneWithANumberUnlessThatIsNotWanted) {
+  const auto first = publish("Velor-OSC", 7770);
+  ASSERT_TRUE(until([&] { return mWitness->published.size() == 1; }));
+  const auto second = publish("Velor-OSC", 7771);
+  ASSERT_TRUE(until([&] { return mWitness->published.size() == 2; }));
+  EXPECT_EQ(second->name(), "Velor-OSC #2");
+  const auto third = make("Velor-OSC", 7772);
+  third->publishWithOptions(NSNetService::kNoAutoRename);
+  ASSERT_TRUE(until([&] { return !mWitness->errors.empty(); }));
+  EXPECT_EQ(mWitness->errors[0], NSNetServicesError::kCollision);
+  EXPECT_EQ(first->name(), "Velor-OSC");
+}
+
+TEST_P(DiscoveryContract, WhatGoesWithItsCarrierIsToldGoneAndComesBack) {
+  mSetting->killCarrier();
+  const auto ours = publish("Velor-OSC", 7770);
+  const auto browser = search();
+  const auto resolved = make("Velor-OSC");
+  resolved->resolveWithTimeout(60);
+  mSetting->startCarrier();
+  for (std::size_t round = 1; round <= 2; ++round) {
+    ASSERT_TRUE(untilThere("Velor-OSC")) << round;
+    ASSERT_TRUE(until([&] { return mWitness->published.size() == round; }));
+    mSetting->killCarrier();
+    ASSERT_TRUE(until([&] { return mWitness->present.empty(); })) << round;
+    mSetting->startCarrier();
+  }
+  ASSERT_TRUE(untilThere("Velor-OSC"));
+  EXPECT_EQ(mWitness->removed, std::vector<std::string>(2, "Velor-OSC"));
+  EXPECT_EQ(mWitness->resolved, std::vector{resolved});
+  EXPECT_EQ(mWitness->errors, std::vector<int>());
+}
+
+TEST_P(DiscoveryContract, ASearchTellsAllThatIsThereAtOnceAndThatMoreIsComing) {
+  std::vector<std::shared_ptr<NSNetService>> ours;
+  for (const char* const name : {"a", "b", "c"}) {
+    ours.push_back(publish(name, 7770));
+  }
+  ASSERT_TRUE(until([&] { return mWitness->published.size() == 3; }));
+  const auto browser = search();
+  ASSERT_TRUE(until([&] { return !mWitness->found.empty(); }));
+  ASSERT_EQ(mWitness->found.size(), 3U);
+  EXPECT_TRUE(mWitness->found[0].moreComing);
+  EXPECT_TRUE(mWitness->found[1].moreComing);
+  EXPECT_FALSE(mWitness->found[2].moreComing);
+}
+
+TEST_P(DiscoveryContract, WhatIsNotThereIsNotResolvedInTimeAndIsWhenItComesInTime) {
+  const auto absent = make("absent");
+  absent->resolveWithTimeout(0.5);
+  absent->resolveWithTimeout(0.5);
+  ASSERT_TRUE(until([&] { return mWitness->errors.size() == 2; }));
+  EXPECT_EQ(mWitness->errors,
+            (std::vector{NSNetServicesError::kActivityInProgress, NSNetServicesError::kTimeout}));
+  absent->resolveWithTimeout(60);
+  const auto late = publish("absent", 7773);
+  ASSERT_TRUE(until([&] { return mWitness->resolved.size() == 1; }));
+  EXPECT_EQ(absent->port(), 7773);
+}
+
+TEST_P(DiscoveryContract, WhatIsStoppedIsQuietAndWhatHasNoValidFormIsRefused) {
+  const auto first = publish("first", 7770);
+  const auto browser = search();
+  const auto ended = search();
+  ASSERT_TRUE(until([&] { return mWitness->found.size() == 2; }));
+  browser->stop();
+  ended->stop();
+  const auto second = publish("second", 7771);
+  ASSERT_TRUE(until([&] { return mWitness->published.size() == 2; }));
+  const auto fresh = search();
+  ASSERT_TRUE(untilThere("second"));
+  EXPECT_EQ(mWitness->found.size(), 4U);  // the fresh one's two alone
+  second->stop();
+  ASSERT_TRUE(until([&] { return mWitness->removed.size() == 1 && mWitness->stopped == 1; }));
+
+  make(std::string(64, 'x'), 7770)->publishWithOptions(0);  // gone before it could be told
+  const auto unnamed = make("", 7770);
+  unnamed->publishWithOptions(0);
+  const auto untyped = NSNetService::initWithDomain("local", "osc", "x", 7770);
+  untyped->setDelegate(mWitness);
+  untyped->resolveWithTimeout(1);
+  const auto other = NSNetServiceBrowser::init();
+  other->setDelegate(mWitness);
+  other->searchForServicesOfType("_osc._sctp.", "local");
+  ASSERT_TRUE(until([&] { return mWitness->errors.size() == 3; }));
+  EXPECT_EQ(mWitness->errors, std::vector<int>(3, NSNetServicesError::kBadArgument));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Services, DiscoveryContract,
+    testing::Values(
+        DiscoveryKind{"builtin", [] { return std::unique_ptr<Setting>(new BuiltinSetting); }},
+        DiscoveryKind{"avahi", [] { return std::unique_ptr<Setting>(new AvahiSetting); }}),
+    [](const auto& kind) { return std::string(kind.param.name); });
+
+}  // namespace
+}  // namespace velor::discovery
