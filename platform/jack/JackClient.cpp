@@ -23,6 +23,9 @@ constexpr std::uint64_t kLongestCycle = 250 * kNsPerMs;
 constexpr std::uint64_t kTellingDelay = 10 * kNsPerMs;
 // Fits the limit of every server, also with a number behind it.
 constexpr std::size_t kLongestPortName = 200;
+// A port that is there again so soon is the same one to others: its unit was made
+// anew, for another device or rate.
+constexpr std::uint64_t kRenewalTime = 10'000 * kNsPerMs;
 constexpr const char* kOrderKey = "http://jackaudio.org/metadata/order";
 
 void ignoreMessage(const char*) {}
@@ -208,6 +211,10 @@ void JackClient::registerPort(JackPort& port, int order) {
   mLibrary->jack_set_property(mClient, uuid, kPrettyNameKey, port.name.c_str(), "text/plain");
   mLibrary->jack_set_property(mClient, uuid, kOrderKey, std::to_string(order).c_str(),
                               "http://www.w3.org/2001/XMLSchema#int");
+  const auto parted = mParted.extract(port.name);
+  if (!parted.empty() && mHost.AudioGetCurrentHostTime() - parted.mapped().time < kRenewalTime) {
+    port.lost.merge(parted.mapped().connections);
+  }
   restoreConnections(port);
 }
 
@@ -216,6 +223,8 @@ void JackClient::unregisterPort(JackPort& port) {
     return;
   }
   awaitRest();
+  lookAtConnections(port);
+  mParted[port.name] = {port.connections, mHost.AudioGetCurrentHostTime()};
   mLibrary->jack_port_unregister(mClient, port.port);
   noteGraphChange();
   port.port = nullptr;
@@ -258,15 +267,19 @@ void JackClient::restoreConnections(JackPort& port) {
 
 void JackClient::lookAtConnections() {
   for (JackPort* port : mPorts) {
-    port->connections.clear();
-    const char** names = mLibrary->jack_port_get_all_connections(mClient, port->port);
-    for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
-      if (*name != port->peer) {  // which is connected in any case
-        port->connections.insert(*name);
-      }
-    }
-    mLibrary->jack_free(names);
+    lookAtConnections(*port);
   }
+}
+
+void JackClient::lookAtConnections(JackPort& port) {
+  port.connections.clear();
+  const char** names = mLibrary->jack_port_get_all_connections(mClient, port.port);
+  for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
+    if (*name != port.peer) {  // which is connected in any case
+      port.connections.insert(*name);
+    }
+  }
+  mLibrary->jack_free(names);
 }
 
 void JackClient::awaitCycles(std::uint32_t count) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -90,6 +91,7 @@ class JackClient {
   void closeClient();
   void rescan();
   void lookAtConnections();
+  void lookAtConnections(JackPort& port);
   static void noteLost(JackPort& port);
   void restoreConnections(JackPort& port);
   bool connect(const JackPort& port, const std::string& other);
@@ -121,8 +123,13 @@ class JackClient {
 
   // On mQueue.
   std::vector<JackParticipant*> mParticipants;
-  std::vector<JackPort*> mPorts;   // those that are registered
-  std::set<std::string> mRenewed;  // ports registered since the last look
+  struct Parted {
+    std::set<std::string> connections;
+    std::uint64_t time = 0;
+  };
+  std::map<std::string, Parted> mParted;  // by the names of ports that were unregistered
+  std::vector<JackPort*> mPorts;          // those that are registered
+  std::set<std::string> mRenewed;         // ports registered since the last look
   bool mToldMissing = false;
   bool mRetryPending = false;
 

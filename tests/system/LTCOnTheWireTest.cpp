@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+// LTC as a client gets it that knows nothing of this program, beside the MTC of the
+// same run. VELOR_SOAK_SECONDS makes the run longer than the 20 s of the suite.
+#include <gtest/gtest.h>
+#include <ltc.h>
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/FairRun.h"
+#include "tests/support/JackPeer.h"
+#include "tests/support/LTCSignalReader.h"
+#include "tests/support/Servers.h"
+#include "tests/support/VelorProcess.h"
+#include "tests/system/MTCStream.h"
+
+namespace velor::test {
+namespace {
+
+double seconds() {
+  const char* soak = std::getenv("VELOR_SOAK_SECONDS");
+  return soak != nullptr ? std::atof(soak) : 20.0;
+}
+
+// The labels in the order in which libltc reads them.
+std::vector<Label> readByLibltc(std::vector<float> samples, double samplesPerFrame) {
+  const std::unique_ptr<LTCDecoder, decltype(&::ltc_decoder_free)> decoder(
+      ::ltc_decoder_create(static_cast<int>(samplesPerFrame), 64), &::ltc_decoder_free);
+  std::vector<Label> labels;
+  constexpr std::size_t kBuffer = 1024;
+  for (std::size_t i = 0; i < samples.size(); i += kBuffer) {
+    ::ltc_decoder_write_float(decoder.get(), samples.data() + i,
+                              std::min(kBuffer, samples.size() - i), 0);
+    for (LTCFrameExt frame; ::ltc_decoder_read(decoder.get(), &frame) > 0;) {
+      const LTCFrame& digits = frame.ltc;
+      labels.push_back(
+          {digits.hours_tens * 10 + digits.hours_units, digits.mins_tens * 10 + digits.mins_units,
+           digits.secs_tens * 10 + digits.secs_units, digits.frame_tens * 10 + digits.frame_units});
+    }
+  }
+  return labels;
+}
+
+struct OnWire {
+  const char* name;
+  std::unique_ptr<Server> (*make)();
+  const char* format;
+  const char* start;  // the labels run over midnight, or over dropped numbers
+  const char* output;
+};
+
+class LTCOnTheWire : public testing::TestWithParam<OnWire> {};
+
+TEST_P(LTCOnTheWire, EveryFrameComesInSequenceAtTheFrameOfTheMTCThatNamesIt) {
+  inFairRun([] {
+    const OnWire& wire = GetParam();
+    const WireFormat& format = wireFormat(wire.format);
+    const auto server = wire.make();
+    server->enter();
+    server->start();
+    JackPeer recorder("Recorder", static_cast<std::size_t>((seconds() + 10) * 120));
+    recorder.addInput("in");
+    recorder.recordAudio("audio", seconds() + 5);
+    recorder.activate();
+    VelorProcess velor(
+        {"--headless", "--format", wire.format, "--start", wire.start, "--play", "--mtc-out",
+         recorder.fullName("in"), "--ltc-out", wire.output, "--ltc-user-bits", "12345678"},
+        server->environment());
+    const auto connected = [&recorder] {
+      return recorder.connect("Velor:LTC Generator 1 out_1", recorder.fullName("audio")) ||
+             recorder.isConnected("Velor:LTC Generator 1 out_1", recorder.fullName("audio"));
+    };
+    ASSERT_TRUE(waitFor(10, connected)) << velor.errors();
+    const std::size_t enough = static_cast<std::size_t>(seconds() * recorder.sampleRate());
+    ASSERT_TRUE(waitFor(seconds() + 10, [&] { return recorder.recordedAudio().size() > enough; }));
+    // How much earlier than its moment a sample goes to the device.
+    const int latency = recorder.playbackLatency("Velor:LTC Generator 1 out_1");
+    const auto samples = recorder.recordedAudio();
+    const Stream mtc = readStream(recorder.recorded(), 0);
+    EXPECT_EQ(velor.end(SIGINT), 0) << velor.errors();
+    EXPECT_EQ(mtc.faults, 0) << mtc.fault;
+
+    const double samplesPerFrame = recorder.sampleRate() / format.framesPerSecond;
+    std::vector<double> starts;
+    LTCSignalReader reader(samplesPerFrame, [&starts](const PublishedBits&, double start) {
+      starts.push_back(start);
+    });
+    reader.read(static_cast<double>(recorder.audioStart()), samples);
+    const std::vector<Label> labels = readByLibltc(samples, samplesPerFrame);
+    ASSERT_GT(static_cast<double>(labels.size()), (seconds() - 3) * format.framesPerSecond);
+    EXPECT_EQ(reader.torn, 0);
+    EXPECT_EQ(reader.silences, 0);
+    for (std::size_t i = 1; i < labels.size(); ++i) {
+      ASSERT_EQ(labels[i].text(), next(labels[i - 1], format).text()) << "frame " << i;
+    }
+
+    // libltc may need a frame more to find the first; the last is the same.
+    const auto extra =
+        static_cast<std::ptrdiff_t>(starts.size()) - static_cast<std::ptrdiff_t>(labels.size());
+    ASSERT_LE(std::abs(extra), 2);
+    std::map<std::string, double> places;
+    for (std::size_t i = 0; i < labels.size(); ++i) {
+      const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(i) + extra;
+      if (at >= 0) {
+        places[labels[i].text()] = starts[static_cast<std::size_t>(at)];
+      }
+    }
+    std::vector<double> errors;
+    for (const Block& block : mtc.blocks) {
+      const auto place = places.find(block.label.text());
+      // The phase is found within a second of the start.
+      if (place != places.end() && block.frames[0] > mtc.blocks[0].frames[0] + 48000) {
+        errors.push_back(place->second + latency - static_cast<double>(block.frames[0]));
+      }
+    }
+    ASSERT_GT(static_cast<double>(errors.size()), (seconds() - 5) * format.framesPerSecond / 2);
+    const auto [least, most] = std::minmax_element(errors.begin(), errors.end());
+    EXPECT_GE(*least, -2.0);
+    EXPECT_LE(*most, 2.0);
+    std::printf("%s: %zu frames in sequence, %.2f to %.2f samples behind the MTC that names them\n",
+                wire.name, labels.size(), *least, *most);
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Servers, LTCOnTheWire,
+    testing::Values(OnWire{"jack256", [] { return std::unique_ptr<Server>(new JackServer(256)); },
+                           "25", "23:59:52:00", "system:1"},
+                    OnWire{"jack1024", [] { return std::unique_ptr<Server>(new JackServer(1024)); },
+                           "29.97df", "00:00:52:00", "system:1"},
+                    OnWire{"pipewire", [] { return std::unique_ptr<Server>(new PipeWireServer); },
+                           "30", "23:59:52:00", "velor-null:1"}),
+    [](const auto& wire) { return std::string(wire.param.name); });
+
+}  // namespace
+}  // namespace velor::test
