@@ -19,7 +19,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kInterval{1};
-constexpr std::chrono::milliseconds kStall{8};
 constexpr int kRuns = 5;
 
 // The longest that any processor kept its thread waiting.
@@ -74,7 +73,7 @@ class Watch {
 
 }  // namespace
 
-void inFairRun(const std::function<void()>& body) {
+void inFairRun(const std::function<void()>& body, std::chrono::microseconds stall) {
   for (int run = 1;; ++run) {
     testing::TestPartResultArray results;
     Clock::duration worst;
@@ -89,7 +88,7 @@ void inFairRun(const std::function<void()>& body) {
     for (int i = 0; i < results.size(); ++i) {
       failed = failed || results.GetTestPartResult(i).failed();
     }
-    const bool again = failed && worst > kStall && run < kRuns;
+    const bool again = failed && worst > stall && run < kRuns;
     for (int i = 0; i < results.size(); ++i) {
       const testing::TestPartResult& result = results.GetTestPartResult(i);
       if (again) {

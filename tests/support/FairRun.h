@@ -1,19 +1,21 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <chrono>
 #include <functional>
 
 namespace velor::test {
 
 /// For tests that judge real time to the millisecond, on a machine that others
 /// use as well. A thread on each processor, above all others, wakes every
-/// millisecond; when the body fails and one of them was woken more than 8 ms late
+/// millisecond; when the body fails and one of them was woken later than `stall`
 /// meanwhile, the machine did not run, nor could the program, and the body is run
 /// again, at most four times. A failure on a machine that ran stands, and so
 /// does that of the fifth run.
 ///
 /// The body begins from nothing each time: it starts its own servers. Its
 /// failures, those of other threads included, are not fatal to the caller.
-void inFairRun(const std::function<void()>& body);
+void inFairRun(const std::function<void()>& body,
+               std::chrono::microseconds stall = std::chrono::milliseconds(8));
 
 }  // namespace velor::test

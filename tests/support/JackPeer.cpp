@@ -68,6 +68,16 @@ int JackPeer::addOutput(const std::string& name) {
   return static_cast<int>(mOutputs.size()) - 1;
 }
 
+void JackPeer::recordAudio(const std::string& name, double seconds) {
+  mAudioInput =
+      mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
+  mAudio.resize(static_cast<std::size_t>(seconds * sampleRate()));
+}
+
+std::vector<float> JackPeer::recordedAudio() const {
+  return {mAudio.begin(), mAudio.begin() + static_cast<std::ptrdiff_t>(mAudioEnd.load())};
+}
+
 void JackPeer::activate() {
   mJack->jack_activate(mClient);
 }
@@ -117,6 +127,13 @@ std::vector<std::string> JackPeer::ports(const std::string& pattern) const {
 
 void JackPeer::setPeriod(int frames) {
   VELOR_JACK_CALL(jack_set_buffer_size)(mClient, static_cast<jack_nframes_t>(frames));
+}
+
+int JackPeer::playbackLatency(const std::string& port) const {
+  jack_latency_range_t range{};
+  VELOR_JACK_CALL(jack_port_get_latency_range)
+  (mJack->jack_port_by_name(mClient, port.c_str()), JackPlaybackLatency, &range);
+  return static_cast<int>(range.max);
 }
 
 int JackPeer::sampleRate() const {
@@ -187,6 +204,19 @@ void JackPeer::process(jack_nframes_t frames) {
       slot.length = static_cast<std::uint8_t>(std::min(event.size, kLongest));
       copyUnwatched(event.buffer, slot.length, slot.bytes.data());
       mCount.store(place + 1, std::memory_order_release);
+    }
+  }
+
+  if (mAudioInput != nullptr) {
+    const auto* samples =
+        static_cast<const float*>(mJack->jack_port_get_buffer(mAudioInput, frames));
+    if (mAudioEnd.load() == 0) {
+      mAudioStart.store(start);
+    }
+    const std::size_t place = start - mAudioStart.load();
+    if (place + frames <= mAudio.size()) {
+      std::copy_n(samples, frames, mAudio.begin() + static_cast<std::ptrdiff_t>(place));
+      mAudioEnd.store(place + frames, std::memory_order_release);
     }
   }
 

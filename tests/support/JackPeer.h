@@ -34,6 +34,9 @@ class JackPeer {
   /// outputs apart; to be made before `activate`.
   int addInput(const std::string& name);
   int addOutput(const std::string& name);
+  /// An audio input, the one that is recorded, for so many seconds at the most.
+  /// Before `activate`.
+  void recordAudio(const std::string& name, double seconds);
   /// What comes to the input goes to the output in the same cycle, like a cable;
   /// nothing is sent there by `sendAt` then. Before `activate`.
   void forward(int input, int output) { mForward = {input, output}; }
@@ -50,11 +53,18 @@ class JackPeer {
   /// All MIDI ports of the server whose names match the regular expression.
   std::vector<std::string> ports(const std::string& pattern) const;
   void setPeriod(int frames);
+  /// Samples from this output, of any client, to what plays.
+  int playbackLatency(const std::string& port) const;
   int sampleRate() const;
 
   /// What has come so far.
   std::vector<Event> recorded() const;
   std::size_t recordedCount() const { return mCount.load(std::memory_order_acquire); }
+
+  /// The samples that have come so far, silence where a cycle was left out, and the
+  /// frame of the first.
+  std::vector<float> recordedAudio() const;
+  std::uint64_t audioStart() const { return mAudioStart.load(); }
 
   /// The frame at which the next cycle begins, about.
   std::uint64_t frameNow() const { return mCycleFrame.load(); }
@@ -85,6 +95,10 @@ class JackPeer {
   std::pair<int, int> mForward{-1, -1};
   std::vector<Slot> mRecorded;
   std::atomic<std::size_t> mCount{0};
+  jack_port_t* mAudioInput = nullptr;
+  std::vector<float> mAudio;
+  std::atomic<std::uint64_t> mAudioStart{0};
+  std::atomic<std::size_t> mAudioEnd{0};
   std::vector<Slot> mToSend;
   std::atomic<std::size_t> mSendEnd{0};
   std::size_t mSendNext = 0;
