@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <bit>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
+#include "Velor/clock/VLClock.h"
+#include "tests/support/MIDITest.h"
+
+namespace velor {
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline void appendWord(Bytes& bytes, std::uint32_t word) {
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    bytes.push_back(static_cast<std::uint8_t>(word >> shift));
+  }
+}
+
+/// A string as OSC 1.0 has it: with one to four zeros behind.
+inline void appendText(Bytes& bytes, const std::string& text) {
+  bytes.insert(bytes.end(), text.begin(), text.end());
+  bytes.resize(bytes.size() + 4 - text.size() % 4);
+}
+
+/// A message whose arguments are these words, which tags of "f" mean as floats.
+inline Bytes oscMessage(const std::string& address, const std::string& tags,
+                        const std::vector<std::uint32_t>& arguments) {
+  Bytes bytes;
+  appendText(bytes, address);
+  appendText(bytes, tags);
+  for (const std::uint32_t argument : arguments) {
+    appendWord(bytes, argument);
+  }
+  return bytes;
+}
+inline Bytes oscMessage(const std::string& address, float value) {
+  return oscMessage(address, ",f", {std::bit_cast<std::uint32_t>(value)});
+}
+
+inline Bytes oscBundle(std::uint64_t timeTag, std::initializer_list<Bytes> elements) {
+  Bytes bytes;
+  appendText(bytes, "#bundle");
+  appendWord(bytes, static_cast<std::uint32_t>(timeTag >> 32U));
+  appendWord(bytes, static_cast<std::uint32_t>(timeTag));
+  for (const Bytes& element : elements) {
+    appendWord(bytes, static_cast<std::uint32_t>(element.size()));
+    bytes.insert(bytes.end(), element.begin(), element.end());
+  }
+  return bytes;
+}
+
+/// The clock of the process on simulated time, and a network that the test plays.
+class OSCFixture : public MIDITest {
+ protected:
+  OSCFixture() { setUDPNetwork(&mNetwork); }
+  ~OSCFixture() override {
+    KVSharedInstances::clear();
+    mHost.settle();  // what waits on the main queue may hold a socket
+    setUDPNetwork(nullptr);
+  }
+
+  /// A datagram from anywhere comes to this port, and all that follows from it is done.
+  void arrive(const std::string& host, std::uint16_t port, const Bytes& data) {
+    mNetwork.arrive(*SocketAddress::fromText(host, 50'000), SocketAddress::wildcard(AF_INET, port),
+                    data);
+    mHost.settle();
+  }
+
+  SimulatedUDPNetwork mNetwork;
+};
+
+}  // namespace velor

@@ -1,0 +1,296 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/osc/VLOSCServer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Kv-Appkit/KVException.h"
+#include "Velor/osc/VLOscRx.h"
+#include "tests/velor/osc/OSCFixture.h"
+
+namespace velor {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Calls = std::vector<std::string>;
+
+constexpr std::uint16_t kPort = 7770;
+constexpr const char* kDesk = "10.0.0.5";
+constexpr std::uint64_t kSecond = 1'000'000'000;
+
+struct RecordingApplication final : VLOSCServerDelegate {
+  void play(VLOSCServer&) override { calls.emplace_back("play"); }
+  void stop(VLOSCServer&) override { calls.emplace_back("stop"); }
+  void gotoPrevMarker() override { calls.emplace_back("previous"); }
+  void gotoNextMarker() override { calls.emplace_back("next"); }
+  void addMarker(VLOSCServer&) override { calls.emplace_back("add"); }
+  void setPlayRate(float playRate) override { calls.push_back("rate " + std::to_string(playRate)); }
+
+  Calls take() { return std::exchange(calls, {}); }
+  Calls calls;
+};
+
+class VLOSCServerTest : public OSCFixture {
+ protected:
+  VLOSCServerTest() { server().setDelegate(mApplication); }
+
+  static VLOSCServer& server() { return VLOSCServer::sharedServer(); }
+
+  void startForAll() {
+    server().setFilterMode(VLOSCServer::kPromiscuousMode);
+    ASSERT_TRUE(server().startUdPServerAtPort(kPort));
+  }
+  // What the application is told of a datagram.
+  Calls told(const Bytes& data, const std::string& host = kDesk) {
+    arrive(host, kPort, data);
+    return mApplication->take();
+  }
+  Calls told(const std::string& address, float value) { return told(oscMessage(address, value)); }
+
+  static std::vector<std::string> listed() {
+    std::vector<std::string> rows;
+    for (std::size_t i = 0; i < server().countOfHostFilter(); ++i) {
+      const auto entry = server().objectInHostFilterAtIndex(i);
+      rows.push_back((entry->enabled() ? "+" : "-") + entry->address());
+    }
+    return rows;
+  }
+  static void tick(const std::string& host) {
+    const auto entry = VLOSCHostFilterEntry::initWithAddress(host, {});
+    entry->setEnabled(true);
+    server().addHostFilterObject(entry);
+  }
+  // Host i of a network of made-up ones.
+  static std::string madeUp(unsigned i) {
+    return "172.16." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1);
+  }
+
+  const std::shared_ptr<RecordingApplication> mApplication =
+      std::make_shared<RecordingApplication>();
+};
+
+TEST_F(VLOSCServerTest, EachAddressDoesItsOwnAndOnlyForOneFloatThatPassesItsTest) {
+  startForAll();
+  EXPECT_THAT(told("/velor/transport/play", 1), ElementsAre("play"));
+  EXPECT_THAT(told("/velor/transport/stop", 0.1F), ElementsAre("stop"));
+  EXPECT_THAT(told("/velor/marker/add", 1), ElementsAre("add"));
+  EXPECT_THAT(told("/velor/speed", -5), ElementsAre("rate -5.000000"));
+  EXPECT_THAT(told("/velor/speed", 0), ElementsAre("rate 0.000000"));
+  for (const float next : {1.0F, 0.5F, 1.4F}) {
+    EXPECT_THAT(told("/velor/marker/goto", next), ElementsAre("next")) << next;
+    EXPECT_THAT(told("/velor/marker/goto", -next), ElementsAre("previous")) << next;
+  }
+  for (const float nowhere :
+       {0.0F, 0.4F, 1.6F, 2.0F, std::nanf(""), 1e30F, std::numeric_limits<float>::infinity(),
+        std::numeric_limits<float>::denorm_min()}) {
+    EXPECT_THAT(told("/velor/marker/goto", nowhere), IsEmpty()) << nowhere;
+  }
+  for (const char* address :
+       {"/velor/transport/play", "/velor/transport/stop", "/velor/marker/add"}) {
+    EXPECT_THAT(told(address, 0), IsEmpty());
+    EXPECT_THAT(told(address, -1), IsEmpty());
+    EXPECT_THAT(told(oscMessage(address, ",i", {1})), IsEmpty());
+    EXPECT_THAT(told(oscMessage(address, ",T", {})), IsEmpty());
+    EXPECT_THAT(told(oscMessage(address, ",", {})), IsEmpty());
+    EXPECT_THAT(told(oscMessage(address, ",ff", {0x3F800000, 0x3F800000})), IsEmpty());
+  }
+  for (const char* address : {"/velor", "/velor/transport", "/velor/transport/pl",
+                              "/velor/transportfoo", "/velor/time", "/speed"}) {
+    EXPECT_THAT(told(address, 1), IsEmpty()) << address;
+  }
+}
+
+TEST_F(VLOSCServerTest, PrerollAndArmGoToTheClockAndSwitchOffBelowAndAtZero) {
+  startForAll();
+  VLClock& clock = VLClock::sharedClock();
+  told("/velor/preroll", 1);
+  told("/velor/arm", 0.5F);
+  EXPECT_TRUE(clock.preroll());
+  EXPECT_TRUE(clock.armed());
+  told("/velor/preroll", 0);
+  told("/velor/arm", -1);
+  EXPECT_FALSE(clock.preroll());
+  EXPECT_FALSE(clock.armed());
+}
+
+TEST_F(VLOSCServerTest, APatternMeansTheFirstThatItMeetsInTheBranchOfItsFirstNames) {
+  startForAll();
+  EXPECT_THAT(told("/velor/transport/pl?y", 1), ElementsAre("play"));
+  EXPECT_THAT(told("/velor/transport/*", 1), ElementsAre("play"));
+  EXPECT_THAT(told("/velor/transport/{stop,play}", 1), ElementsAre("play"));
+  EXPECT_THAT(told("/velor/marker/*", 1), ElementsAre("next"));
+  EXPECT_THAT(told("/velor/marker/*", 0), IsEmpty());
+  EXPECT_THAT(told("/velor/s[o-q]e*", 1), ElementsAre("rate 1.000000"));
+  EXPECT_FALSE(VLClock::sharedClock().armed());
+}
+
+TEST_F(VLOSCServerTest, ABundleActsAtOnceInItsOrderAndOneBadElementSpoilsIt) {
+  startForAll();
+  const Bytes play = oscMessage("/velor/transport/play", 1);
+  const Bytes rate = oscMessage("/velor/speed", 1);
+  const Bytes stop = oscMessage("/velor/transport/stop", 1);
+  constexpr std::uint64_t kInTheYear2100 = 6'311'433'600ULL << 32U;
+  EXPECT_THAT(told(oscBundle(kInTheYear2100, {play, rate, stop})),
+              ElementsAre("play", "rate 1.000000", "stop"));
+  const Bytes unknown = oscMessage("/velor/speed", ",c", {1});
+  EXPECT_THAT(told(oscBundle(1, {play, rate, stop, unknown})), IsEmpty());
+  Bytes odd = play;
+  odd.push_back(0);
+  EXPECT_THAT(told(odd), IsEmpty());
+  const Bytes elsewhere = oscMessage("/elsewhere", 1);
+  EXPECT_THAT(told(oscBundle(1, {play, elsewhere, stop})), ElementsAre("play", "stop"));
+}
+
+TEST_F(VLOSCServerTest, ARefusedHostIsListedOnceAndIsObeyedOnceItIsTicked) {
+  ASSERT_TRUE(server().startUdPServerAtPort(kPort));
+  unsigned changes = 0;
+  const auto token = server().addObserver("hostFilter", [&](const auto&) { ++changes; });
+  const Bytes play = oscMessage("/velor/transport/play", 1);
+  EXPECT_THAT(told(play), IsEmpty());
+  EXPECT_THAT(listed(), ElementsAre("-10.0.0.5"));
+  EXPECT_THAT(told(play), IsEmpty());
+  mHost.advance(kSecond);
+  EXPECT_EQ(changes, 1U);
+  server().objectInHostFilterAtIndex(0)->setEnabled(true);
+  EXPECT_THAT(told(play), ElementsAre("play"));
+  EXPECT_THAT(told(play, "10.0.0.50"), IsEmpty());
+  server().objectInHostFilterAtIndex(0)->setEnabled(false);
+  EXPECT_THAT(told(play), IsEmpty());
+}
+
+TEST_F(VLOSCServerTest, OneOfTwoTickedEntriesOfAHostTakesItOutWhenItGoes) {
+  ASSERT_TRUE(server().startUdPServerAtPort(kPort));
+  tick(kDesk);
+  tick(kDesk);
+  const auto first = server().objectInHostFilterAtIndex(0);
+  EXPECT_THAT(told("/velor/transport/play", 1), ElementsAre("play"));
+  server().removeHostFilterObject(first);
+  EXPECT_THAT(told("/velor/transport/play", 1), IsEmpty());
+  first->setEnabled(true);  // one that nobody sees in the list lets nobody in
+  EXPECT_THAT(told("/velor/transport/play", 1), IsEmpty());
+  EXPECT_THAT(listed(), ElementsAre("+10.0.0.5"));
+}
+
+TEST_F(VLOSCServerTest, AFloodFromMadeUpHostsKeepsTheLatestOfThemAndAllThatAreTicked) {
+  ASSERT_TRUE(server().startUdPServerAtPort(kPort));
+  tick(kDesk);
+  unsigned changes = 0;
+  const auto token = server().addObserver("hostFilter", [&](const auto&) { ++changes; });
+  const Bytes play = oscMessage("/velor/transport/play", 1);
+  constexpr unsigned kHosts = 2000;
+  for (unsigned i = 0; i < kHosts; ++i) {
+    EXPECT_THAT(told(play, madeUp(i)), IsEmpty());
+    if (i == 300) {  // the user has found somebody between them
+      mHost.advance(kSecond);
+      server().objectInHostFilterAtIndex(100)->setEnabled(true);
+    }
+  }
+  mHost.advance(kSecond);
+  const auto rows = listed();
+  ASSERT_EQ(rows.size(), 2 + VLOSCServer::kMostUntickedEntries);
+  EXPECT_EQ(rows[0], "+10.0.0.5");
+  EXPECT_EQ(rows[1], "+" + madeUp(300 - 256 + 100));
+  for (unsigned i = 0; i < VLOSCServer::kMostUntickedEntries; ++i) {
+    ASSERT_EQ(rows[2 + i], "-" + madeUp(kHosts - 256 + i));
+  }
+  EXPECT_LT(changes, 10U);  // for the whole flood
+  EXPECT_THAT(told(play), ElementsAre("play"));
+  // One that had to go comes back when it is heard of again.
+  EXPECT_THAT(told(play, madeUp(5)), IsEmpty());
+  mHost.advance(kSecond);
+  EXPECT_EQ(listed().back(), "-" + madeUp(5));
+}
+
+TEST_F(VLOSCServerTest, CommandsThatTheMainQueueHasNotTakenWaitInBoundsAndNoneIsLost) {
+  startForAll();
+  // Nothing of this runs the main queue: the flood meets a busy user interface.
+  constexpr unsigned kDatagrams = 150;
+  constexpr unsigned kMessages = 20;
+  unsigned sent = 0;
+  for (unsigned i = 0; i < kDatagrams; ++i) {
+    Bytes bundle = oscBundle(1, {});
+    for (unsigned m = 0; m < kMessages; ++m) {
+      const Bytes message = oscMessage("/velor/speed", static_cast<float>(sent++));
+      appendWord(bundle, static_cast<std::uint32_t>(message.size()));
+      bundle.insert(bundle.end(), message.begin(), message.end());
+    }
+    ASSERT_TRUE(mNetwork.arrive(*SocketAddress::fromText(kDesk, 50'000),
+                                SocketAddress::wildcard(AF_INET, kPort), bundle));
+  }
+  mHost.settle();
+  ASSERT_EQ(mApplication->calls.size(), kDatagrams * kMessages);
+  for (unsigned i = 0; i < sent; ++i) {
+    ASSERT_EQ(mApplication->calls[i], "rate " + std::to_string(static_cast<float>(i)));
+  }
+}
+
+TEST_F(VLOSCServerTest, TheTickedHostsAndTheRunOutliveARestartAndTheModeDoesNot) {
+  tick(kDesk);
+  ASSERT_TRUE(server().startUdPServerAtPort(kPort));
+  const std::string uuid = server().uuid();
+  told(oscMessage("/velor/speed", 1), "10.0.0.6");
+  server().setFilterMode(VLOSCServer::kPromiscuousMode);
+  const auto settings = server().settingsDictionary();
+  EXPECT_TRUE(settings->running);
+  EXPECT_EQ(settings->port, kPort);
+  EXPECT_EQ(settings->filterMode, 0x70726F69U);
+
+  KVSharedInstances::clear();
+  server().setDelegate(mApplication);
+  ASSERT_TRUE(server().loadSettingsDictionary(*settings));
+  EXPECT_THAT(told("/velor/transport/play", 1), ElementsAre("play"));
+  EXPECT_THAT(told(oscMessage("/velor/transport/play", 1), "10.0.0.6"), IsEmpty());
+  mHost.advance(kSecond);
+  EXPECT_THAT(listed(), ElementsAre("+10.0.0.5", "-10.0.0.6"));
+  EXPECT_EQ(server().filterMode(), VLOSCServer::kFilteringMode);
+  EXPECT_NE(server().uuid(), uuid);
+  server().stop();
+  EXPECT_FALSE(server().settingsDictionary()->running);
+  EXPECT_EQ(server().settingsDictionary()->port, 0);
+
+  VLOSCServerSettings damaged = *settings;
+  damaged.hostFilter[0] = '?';
+  GCDAsyncUdpSocketError error;
+  EXPECT_FALSE(server().loadSettingsDictionary(damaged, &error));
+  EXPECT_NE(error.text, "");
+  EXPECT_FALSE(server().running());
+  EXPECT_EQ(listed().size(), 2U);
+}
+
+TEST_F(VLOSCServerTest, RunningAndItsAddressFollowStartStopAndAPortThatIsTaken) {
+  EXPECT_FALSE(server().running());
+  EXPECT_EQ(server().url(), std::nullopt);
+  std::vector<bool> seen;
+  const auto token =
+      server().addObserver("url", [&](const auto&) { seen.push_back(server().running()); });
+  ASSERT_TRUE(server().startUdPServerAtPort(kPort));
+  EXPECT_EQ(server().url(), "osc.udp://0.0.0.0:7770/");
+  server().stop();
+  EXPECT_EQ(server().url(), std::nullopt);
+  arrive(kDesk, kPort, oscMessage("/velor/transport/play", 1));
+  mHost.advance(kSecond);
+  EXPECT_THAT(mApplication->calls, IsEmpty());
+  EXPECT_THAT(listed(), IsEmpty());
+
+  const auto listener = std::make_shared<GCDAsyncUdpSocketDelegate>();
+  const auto other = GCDAsyncUdpSocket::initWithDelegate(listener, &mHost.mainQueue());
+  ASSERT_TRUE(other->bindToPort(kPort));
+  GCDAsyncUdpSocketError error;
+  EXPECT_FALSE(server().startUdPServerAtPort(kPort, &error));
+  EXPECT_EQ(error.code, EADDRINUSE);
+  EXPECT_FALSE(server().running());
+  EXPECT_THAT(seen, ElementsAre(true, false, false));
+  other->close();
+  EXPECT_THROW(VLOscRx::initWithDelegate(nullptr), KVException);
+}
+
+}  // namespace
+}  // namespace velor
