@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#include "platform/store/UserDefaults.h"
+
+#include <system_error>
+
+#include "platform/host/Log.h"
+#include "platform/store/AtomicFile.h"
+#include "platform/store/KeyedArchiveError.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
+
+namespace velor::store {
+
+bool UserDefaults::read(const std::function<void(KeyedUnarchiver&)>& decode) const {
+  std::error_code ignored;
+  if (!std::filesystem::exists(mFile, ignored)) {
+    return false;
+  }
+  try {
+    const auto result = KeyedUnarchiver::readFile(mFile, mClasses);
+    if (result) {
+      decode(*result.coder);
+      return true;
+    }
+    putAside(result.error);
+  } catch (const KeyedArchiveError& error) {
+    putAside(error.what());
+  }
+  return false;
+}
+
+void UserDefaults::putAside(const std::string& damage) const {
+  const std::filesystem::path aside = mFile.string() + ".damaged";
+  std::error_code error;
+  std::filesystem::rename(mFile, aside, error);
+  VELOR_LOG_WARNING("settings in %s cannot be read: %s; defaults are in force, and the file %s",
+                    mFile.c_str(), damage.c_str(),
+                    error ? "stays" : ("is kept as " + aside.string()).c_str());
+}
+
+bool UserDefaults::write(const std::function<void(KeyedArchiver&)>& encode) const {
+  std::string error;
+  try {
+    KeyedArchiver archiver;
+    encode(archiver);
+    error = AtomicFile::write(mFile, archiver.data());
+  } catch (const KeyedArchiveError& refused) {
+    error = refused.what();
+  }
+  if (!error.empty()) {
+    VELOR_LOG_WARNING("settings could not be written: %s", error.c_str());
+  }
+  return error.empty();
+}
+
+}  // namespace velor::store
