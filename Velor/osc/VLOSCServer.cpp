@@ -7,8 +7,8 @@
 #include <string_view>
 #include <utility>
 
-#include "Kv-Appkit/KVAssert.h"
 #include "Kv-Appkit/KVAnnouncement.h"
+#include "Kv-Appkit/KVAssert.h"
 #include "Kv-Appkit/KVUUID.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/osc/VLOscRx.h"
@@ -72,10 +72,25 @@ bool VLOSCServer::startUdPServerAtPort(std::uint16_t port, GCDAsyncUdpSocketErro
   rx.reset();  // the former one
   const auto started = oscRx();
   if (started->startAtPort(port, error)) {
-    const std::lock_guard lock(mServiceMutex);
-    mUUID = KVUUID().UUIDString();
+    publish(port);
   }
   return started->running();
+}
+
+void VLOSCServer::publish(std::uint16_t port) {
+  using discovery::NSNetService;
+  auto service = NSNetService::initWithDomain("local", "_osc._udp.", "Velor-OSC", port);
+  const std::string uuid = KVUUID().UUIDString();
+  service->setTXTRecordData(NSNetService::dataFromTXTRecordDictionary(
+      {{std::string(kUIDKey), std::vector<std::uint8_t>(uuid.begin(), uuid.end())}}));
+  {
+    const std::lock_guard lock(mServiceMutex);
+    mUUID = uuid;
+    mNetService.swap(service);
+  }
+  service.reset();  // the former one frees the name
+  const std::lock_guard lock(mServiceMutex);
+  mNetService->publishWithOptions(0);
 }
 
 void VLOSCServer::stop() {

@@ -10,6 +10,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -22,6 +23,7 @@
 #include "Velor/osc/VLOSCServerDelegate.h"
 #include "Velor/osc/VLOSCServerSettings.h"
 #include "Velor/osc/VLOScRxDelegate.h"
+#include "platform/discovery/NSNetService.h"
 #include "platform/host/Host.h"
 
 namespace velor {
@@ -46,6 +48,8 @@ class VLOSCServer final : public KVObservable,
   static constexpr std::int32_t kFilteringMode = KVFourCC("filt");
 
   static constexpr std::uint16_t kDefaultPort = 7770;
+  /// Of the TXT record.
+  static constexpr std::string_view kUIDKey = "uid";
 
   /// Anyone can send from any number of made-up addresses: of the entries that are
   /// not ticked this many stay in the list, those that came last. Who is ticked stays.
@@ -114,6 +118,7 @@ class VLOSCServer final : public KVObservable,
   ~VLOSCServer() override;
 
   std::shared_ptr<VLOscRx> oscRx() const;
+  void publish(std::uint16_t port);
   void adopt(VLOSCHostFilterEntry& entry);
   void release(VLOSCHostFilterEntry& entry);
   void noteRefused(const std::string& host);  // under mHostsMutex
@@ -125,8 +130,9 @@ class VLOSCServer final : public KVObservable,
   Entries mHostFilter;
 
   mutable std::mutex mServiceMutex;
-  std::shared_ptr<VLOscRx> mOscRx;  // under mServiceMutex
-  std::string mUUID;                // under mServiceMutex
+  std::shared_ptr<VLOscRx> mOscRx;                       // under mServiceMutex
+  std::string mUUID;                                     // under mServiceMutex
+  std::shared_ptr<discovery::NSNetService> mNetService;  // under mServiceMutex
 
   std::mutex mHostsMutex;
   // Under mHostsMutex.

@@ -120,15 +120,12 @@ VLOscRx::VLOscRx(const std::shared_ptr<VLOScRxDelegate>& delegate)
     : mDelegate(delegate),
       mMainQueue(host::current().mainQueue()),
       mRoom(host::current().makeSemaphore()),
-      mWorkQueue(std::make_unique<host::Queue>("velor.osc")) {}
+      mWorkQueue(new host::Queue("velor.osc")) {}
 
 VLOscRx::~VLOscRx() {
   mRunning.store(false);
   endWaiting();
   mSocket->close();
-  if (mWorkQueue->isCurrent()) {  // a queue cannot end itself
-    mMainQueue.async([queue = std::move(mWorkQueue)] {});
-  }
 }
 
 bool VLOscRx::startAtPort(std::uint16_t port, GCDAsyncUdpSocketError* error) {

@@ -12,6 +12,7 @@
 #include "CocoaAsyncSocket/GCDAsyncUdpSocket.h"
 #include "CocoaAsyncSocket/GCDAsyncUdpSocketDelegate.h"
 #include "Velor/osc/VLOScRxDelegate.h"
+#include "Velor/osc/VLQueueEnd.h"
 #include "platform/host/Host.h"
 #include "platform/host/Queue.h"
 

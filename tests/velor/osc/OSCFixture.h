@@ -9,6 +9,7 @@
 
 #include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
 #include "Velor/clock/VLClock.h"
+#include "platform/discovery/builtin/BuiltinDiscovery.h"
 #include "tests/support/MIDITest.h"
 
 namespace velor {
@@ -57,10 +58,14 @@ inline Bytes oscBundle(std::uint64_t timeTag, std::initializer_list<Bytes> eleme
 /// The clock of the process on simulated time, and a network that the test plays.
 class OSCFixture : public MIDITest {
  protected:
-  OSCFixture() { setUDPNetwork(&mNetwork); }
+  OSCFixture() {
+    setUDPNetwork(&mNetwork);
+    discovery::setService(&mDiscovery);
+  }
   ~OSCFixture() override {
     KVSharedInstances::clear();
     mHost.settle();  // what waits on the main queue may hold a socket
+    discovery::setService(nullptr);
     setUDPNetwork(nullptr);
   }
 
@@ -72,6 +77,7 @@ class OSCFixture : public MIDITest {
   }
 
   SimulatedUDPNetwork mNetwork;
+  discovery::BuiltinDiscovery mDiscovery;
 };
 
 }  // namespace velor

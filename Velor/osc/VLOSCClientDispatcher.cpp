@@ -1,0 +1,293 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/osc/VLOSCClientDispatcher.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <string_view>
+#include <utility>
+
+#include "Kv-Appkit/KVAnnouncement.h"
+#include "Kv-Appkit/KVAssert.h"
+#include "Velor/clock/VLClock.h"
+#include "Velor/osc/VLOSCServer.h"
+#include "Velor/osc/VLUserDefinedOSCClient.h"
+#include "kvtimecode/SMPTEString.h"
+#include "platform/host/Log.h"
+#include "platform/store/KeyedArchiveError.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
+
+namespace velor {
+namespace {
+
+constexpr std::string_view kTimeAddress = "/velor/time";
+constexpr std::string_view kSpeedAddress = "/velor/speed";
+constexpr std::string_view kPlayAddress = "/velor/transport/play";
+constexpr std::string_view kStopAddress = "/velor/transport/stop";
+constexpr std::string_view kPrerollAddress = "/velor/preroll";
+constexpr std::string_view kArmAddress = "/velor/arm";
+
+constexpr std::string_view kClientsKey = "root";
+constexpr std::array<store::KeyedClass, 2> kArchivedClasses{
+    store::KeyedClass::of<VLOSCClient>(), store::KeyedClass::of<VLUserDefinedOSCClient>()};
+
+constexpr std::array<KVKeyPathOperation<VLOSCClientDispatcher>, 5> kObserved{{
+    {"playRatePercent", &VLOSCClientDispatcher::playRatePercentChanged},
+    {"armed", &VLOSCClientDispatcher::armedChanged},
+    {"status", &VLOSCClientDispatcher::statusChanged},
+    {"preroll", &VLOSCClientDispatcher::prerollChanged},
+    {"time", &VLOSCClientDispatcher::timeChanged},
+}};
+
+float switchValue(bool on) {
+  return on ? 1.0F : 0.0F;
+}
+
+void sendStatus(VLOSCClient& client, bool running) {
+  client.sendFloatParam(kPlayAddress, switchValue(running));
+  client.sendFloatParam(kStopAddress, switchValue(!running));
+}
+
+}  // namespace
+
+VLOSCClientDispatcher& VLOSCClientDispatcher::sharedDispatcher() {
+  return KVShared<VLOSCClientDispatcher>::instance();
+}
+
+VLOSCClientDispatcher::VLOSCClientDispatcher()
+    : mSelf(this, [](VLOSCClientDispatcher*) {}),
+      mObserver(KVKeyValueObserver::observeKeyPaths<VLOSCClientDispatcher>(
+          kObserved, VLClock::sharedClock(), mSelf)),
+      mBonjourBrowser(discovery::NSNetServiceBrowser::init()) {
+  mBonjourBrowser->setDelegate(mSelf);
+  mBonjourBrowser->searchForServicesOfType("_osc._udp.", "local");
+}
+
+VLOSCClientDispatcher::~VLOSCClientDispatcher() = default;
+
+// --- targets ---
+
+VLOSCClientDispatcher::Clients VLOSCClientDispatcher::clients() const {
+  const std::lock_guard lock(mMutex);
+  return mClients;
+}
+
+void VLOSCClientDispatcher::addClient(const std::shared_ptr<VLOSCClient>& client) {
+  KV_REQUIRE_PARAMETER(client != nullptr, "client");
+  {
+    const KVAnnouncement announcement(*this, "clients");
+    const std::lock_guard lock(mMutex);
+    mClients.push_back(client);
+  }
+  updateClient(*client);
+}
+
+void VLOSCClientDispatcher::removeClientsAtIndexes(const std::set<std::size_t>& indexes) {
+  Clients removed;  // they end without the lock
+  const KVAnnouncement announcement(*this, "clients");
+  const std::lock_guard lock(mMutex);
+  KV_REQUIRE_PARAMETER(indexes.empty() || *indexes.rbegin() < mClients.size(), "indexes");
+  for (auto index = indexes.rbegin(); index != indexes.rend(); ++index) {
+    const auto client = std::next(mClients.begin(), static_cast<std::ptrdiff_t>(*index));
+    removed.push_back(std::move(*client));
+    mClients.erase(client);
+  }
+}
+
+std::shared_ptr<VLOSCClient> VLOSCClientDispatcher::clientMatchingToServive(
+    const Service& service) const {
+  const Clients all = clients();
+  const auto found = std::find_if(all.begin(), all.end(), [&service](const auto& client) {
+    return client->isEqualToNetService(service);
+  });
+  return found != all.end() ? *found : nullptr;
+}
+
+void VLOSCClientDispatcher::addClientFromNetService(const Service& service) {
+  KV_REQUIRE_PARAMETER(service != nullptr, "service");
+  if (const auto client = clientMatchingToServive(service)) {
+    client->setAlive(true);
+    return;
+  }
+  mUnresolvedClients.push_back(service);
+  service->setDelegate(mSelf);
+  service->resolveWithTimeout(kResolveTimeout);
+}
+
+void VLOSCClientDispatcher::removeClientWithNetService(const Service& service) {
+  if (const auto client = clientMatchingToServive(service)) {
+    client->setAlive(false);
+  }
+}
+
+bool VLOSCClientDispatcher::isMyOwnService(const discovery::NSNetService& service) {
+  const VLOSCServer& server = VLOSCServer::sharedServer();
+  if (!server.running() || service.port() != server.port()) {
+    return false;
+  }
+  const auto record = discovery::NSNetService::dictionaryFromTXTRecordData(service.TXTRecordData());
+  const auto uid = record.find(std::string(VLOSCServer::kUIDKey));
+  return uid != record.end() && uid->second &&
+         std::string(uid->second->begin(), uid->second->end()) == server.uuid();
+}
+
+// --- updates ---
+
+template <class Send>
+void VLOSCClientDispatcher::sendToAll(Send send) const {
+  for (const auto& client : clients()) {
+    send(*client);
+  }
+}
+
+void VLOSCClientDispatcher::updateSpeed(float speed) {
+  {
+    const std::lock_guard lock(mMutex);
+    mState.speed = speed;
+  }
+  sendToAll([speed](VLOSCClient& client) { client.sendFloatParam(kSpeedAddress, speed); });
+}
+
+void VLOSCClientDispatcher::updateStatus(bool running) {
+  {
+    const std::lock_guard lock(mMutex);
+    mState.status = running;
+  }
+  sendToAll([running](VLOSCClient& client) { sendStatus(client, running); });
+}
+
+void VLOSCClientDispatcher::updateTime(const SMPTETime& time) {
+  const std::string text = stringFromSMPTETime(time);
+  {
+    const std::lock_guard lock(mMutex);
+    mState.timeString = text;
+  }
+  sendToAll([&text](VLOSCClient& client) { client.sendStringParam(kTimeAddress, text); });
+}
+
+void VLOSCClientDispatcher::updatePreroll(bool preroll) {
+  {
+    const std::lock_guard lock(mMutex);
+    mState.preroll = preroll;
+  }
+  sendToAll([preroll](VLOSCClient& client) {
+    client.sendFloatParam(kPrerollAddress, switchValue(preroll));
+  });
+}
+
+void VLOSCClientDispatcher::updateArm(bool armed) {
+  {
+    const std::lock_guard lock(mMutex);
+    mState.arm = armed;
+  }
+  sendToAll(
+      [armed](VLOSCClient& client) { client.sendFloatParam(kArmAddress, switchValue(armed)); });
+}
+
+void VLOSCClientDispatcher::updateClient(VLOSCClient& client) const {
+  std::unique_lock lock(mMutex);
+  const State state = mState;
+  lock.unlock();
+  client.sendFloatParam(kSpeedAddress, state.speed);
+  sendStatus(client, state.status);
+  if (state.timeString) {
+    client.sendStringParam(kTimeAddress, *state.timeString);
+  }
+}
+
+// --- from the clock ---
+
+void VLOSCClientDispatcher::playRatePercentChanged() {
+  updateSpeed(static_cast<float>(VLClock::sharedClock().playRatePercent()));
+}
+void VLOSCClientDispatcher::armedChanged() {
+  updateArm(VLClock::sharedClock().armed());
+}
+void VLOSCClientDispatcher::statusChanged() {
+  updateStatus(VLClock::sharedClock().running());
+}
+void VLOSCClientDispatcher::prerollChanged() {
+  updatePreroll(VLClock::sharedClock().preroll());
+}
+void VLOSCClientDispatcher::timeChanged() {
+  updateTime(VLClock::sharedClock().time());
+}
+
+// --- settings ---
+
+std::string VLOSCClientDispatcher::settingsData() const {
+  store::KeyedArchiver archiver;
+  archiver.encodeArray(clients(), kClientsKey);
+  return archiver.data();
+}
+
+bool VLOSCClientDispatcher::loadSettingsFromData(const std::string& data, std::string& error) {
+  std::optional<Clients> loaded;
+  try {
+    const auto archive = store::KeyedUnarchiver::read(data, kArchivedClasses);
+    error = archive.error;
+    if (archive) {
+      loaded = archive.coder->decodeArray<VLOSCClient>(kClientsKey).value_or(Clients());
+    }
+  } catch (const store::KeyedArchiveError& damage) {
+    error = damage.what();
+  }
+  const bool isWhole = loaded.has_value();
+  Clients clients = loaded ? std::move(*loaded) : Clients();
+  std::erase(clients, nullptr);
+  const KVAnnouncement announcement(*this, "clients");
+  const std::lock_guard lock(mMutex);
+  mClients.swap(clients);
+  return isWhole;
+}
+
+// --- from the network ---
+
+void VLOSCClientDispatcher::netServiceBrowserDidFindService(discovery::NSNetServiceBrowser&,
+                                                            const Service& service, bool) {
+  VELOR_LOG_INFO("did find service: %s: %s", service->name().c_str(), service->type().c_str());
+  addClientFromNetService(service);
+}
+
+void VLOSCClientDispatcher::netServiceBrowserDidRemoveService(discovery::NSNetServiceBrowser&,
+                                                              const Service& service, bool) {
+  VELOR_LOG_INFO("did remove service: %s", service->name().c_str());
+  removeClientWithNetService(service);
+}
+
+void VLOSCClientDispatcher::netServiceDidResolveAddress(const Service& service) {
+  const std::string host = service->hostName().value_or("");
+  VELOR_LOG_INFO("%s %s", "-[VLOSCClientDispatcher netServiceDidResolveAddress:]", host.c_str());
+  std::erase(mUnresolvedClients, service);
+  if (isMyOwnService(*service)) {
+    return;
+  }
+  if (const auto client = clientMatchingToServive(service)) {
+    client->setAlive(true);
+    client->setNetService(service);
+    return;
+  }
+  if (service->port() == 0) {  // a name that was reserved, with nobody behind it
+    return;
+  }
+  const auto client = VLOSCClient::initWithUdpHost(host, service->port());
+  client->setServiceName(service->name());
+  client->setAlive(true);
+  client->setNetService(service);
+  addClient(client);
+}
+
+void VLOSCClientDispatcher::netServiceDidNotResolve(const Service& service,
+                                                    const discovery::NSNetServicesError& error) {
+  VELOR_LOG_INFO("net service did not resolve: %s, %s", service->description().c_str(),
+                 error.text.c_str());
+  std::erase(mUnresolvedClients, service);
+}
+
+void VLOSCClientDispatcher::netServiceDidStop(const Service& service) {
+  VELOR_LOG_INFO("%s %s", "-[VLOSCClientDispatcher netServiceDidStop:]",
+                 service->description().c_str());
+}
+
+}  // namespace velor

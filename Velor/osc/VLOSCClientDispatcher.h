@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Kv-Appkit/KVKeyValueObserver.h"
+#include "Kv-Appkit/KVObservable.h"
+#include "Kv-Appkit/KVShared.h"
+#include "Velor/osc/VLOSCClient.h"
+#include "kvtimecode/SMPTETime.h"
+#include "platform/discovery/NSNetServiceBrowser.h"
+#include "platform/discovery/NSNetServiceBrowserDelegate.h"
+#include "platform/discovery/NSNetServiceDelegate.h"
+
+namespace velor {
+
+/// Tells every target what the clock does, one message a datagram, under the
+/// addresses that the server takes commands at:
+///
+///   /velor/speed            f  percent off normal
+///   /velor/transport/play   f  1 while it runs, else 0
+///   /velor/transport/stop   f  the opposite, right behind
+///   /velor/preroll          f  1 or 0
+///   /velor/arm              f  1 or 0
+///   /velor/time             s  as it is displayed: "01:02:03:04"
+///
+/// Targets are found on the network, where services of the type "_osc._udp." are,
+/// or added by the user. One that goes stays in the list. A fresh one is told
+/// speed, play, stop and the time, if there is one; the others when they change.
+///
+/// Observable: "clients", told on the main queue or by whoever loads. Updates run on
+/// the thread of the change that caused them; the rest on the main queue.
+class VLOSCClientDispatcher final : public KVObservable,
+                                    public discovery::NSNetServiceBrowserDelegate,
+                                    public discovery::NSNetServiceDelegate {
+ public:
+  using Clients = std::vector<std::shared_ptr<VLOSCClient>>;
+  using Service = std::shared_ptr<discovery::NSNetService>;
+
+  static constexpr double kResolveTimeout = 10.0;  // seconds
+
+  /// The dispatcher of the process. The first call is the main thread's.
+  static VLOSCClientDispatcher& sharedDispatcher();
+
+  // --- targets
+
+  /// A copy. Any thread.
+  Clients clients() const;
+  /// Tells it the state. Raises for null.
+  void addClient(const std::shared_ptr<VLOSCClient>& client);
+  /// Raises for an index that is none.
+  void removeClientsAtIndexes(const std::set<std::size_t>& indexes);
+  /// Has the target of the service be alive; one that has none yet is resolved first.
+  void addClientFromNetService(const Service& service);
+  /// It stays in the list.
+  void removeClientWithNetService(const Service& service);
+  /// The first in the list; null where there is none.
+  std::shared_ptr<VLOSCClient> clientMatchingToServive(const Service& service) const;
+  /// Whether it is the publication of our own server, as it runs now.
+  static bool isMyOwnService(const discovery::NSNetService& service);
+
+  // --- updates
+
+  void updateSpeed(float speed);
+  void updateStatus(bool running);
+  void updateTime(const SMPTETime& time);
+  void updatePreroll(bool preroll);
+  void updateArm(bool armed);
+  void updateClient(VLOSCClient& client) const;
+
+  // --- settings
+
+  /// A keyed archive of the targets.
+  std::string settingsData() const;
+  /// They replace those that are there; none if it cannot be read, which is false,
+  /// with the place of the damage in `error`. Any thread.
+  bool loadSettingsFromData(const std::string& data, std::string& error);
+
+  // --- from the clock
+
+  void playRatePercentChanged();
+  void armedChanged();
+  void statusChanged();
+  void prerollChanged();
+  void timeChanged();
+
+  // --- from the network
+
+  void netServiceBrowserDidFindService(discovery::NSNetServiceBrowser& browser,
+                                       const Service& service, bool moreComing) override;
+  void netServiceBrowserDidRemoveService(discovery::NSNetServiceBrowser& browser,
+                                         const Service& service, bool moreComing) override;
+  void netServiceDidResolveAddress(const Service& service) override;
+  void netServiceDidNotResolve(const Service& service,
+                               const discovery::NSNetServicesError& error) override;
+  void netServiceDidStop(const Service& service) override;
+
+ private:
+  friend class KVShared<VLOSCClientDispatcher>;
+  VLOSCClientDispatcher();
+  ~VLOSCClientDispatcher() override;
+
+  struct State {
+    float speed = 0;
+    bool status = false;
+    std::optional<std::string> timeString;
+    bool preroll = false;
+    bool arm = false;
+  };
+
+  template <class Send>
+  void sendToAll(Send send) const;
+
+  mutable std::mutex mMutex;
+  Clients mClients;  // under mMutex
+  State mState;      // under mMutex
+
+  std::vector<Service> mUnresolvedClients;
+
+  // What others hold weakly; it owns nothing.
+  const std::shared_ptr<VLOSCClientDispatcher> mSelf;
+  KVKeyValueObserver mObserver;
+  std::shared_ptr<discovery::NSNetServiceBrowser> mBonjourBrowser;
+};
+
+}  // namespace velor

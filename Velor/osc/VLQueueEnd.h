@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+
+#include "platform/host/Host.h"
+#include "platform/host/Queue.h"
+
+namespace velor {
+
+/// Ends a queue whose owner may go on the queue itself: the main queue, which a
+/// queue can wait for, does it then.
+struct VLQueueEnd {
+  void operator()(host::Queue* queue) const {
+    std::unique_ptr<host::Queue> owned(queue);
+    if (owned->isCurrent()) {
+      host::current().mainQueue().async([end = std::move(owned)] {});
+    }
+  }
+
+  using Owned = std::unique_ptr<host::Queue, VLQueueEnd>;
+};
+
+}  // namespace velor

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Velor/osc/VLOSCClient.h"
+
+namespace velor {
+
+/// A target that the user has typed in, and may type over. Main queue.
+class VLUserDefinedOSCClient final : public VLOSCClient {
+ public:
+  static constexpr std::string_view kClassName = "VLUserDefinedOSCClient";
+  static constexpr std::uint16_t kDefaultPort = 9000;
+
+  /// As VLOSCClient's.
+  static std::shared_ptr<VLUserDefinedOSCClient> initWithUdpHost(
+      const std::optional<std::string>& host, std::uint16_t port);
+  static std::shared_ptr<VLUserDefinedOSCClient> initWithCoder(store::KeyedUnarchiver& coder);
+
+  std::string_view archiveClassName() const override { return kClassName; }
+
+  /// Nobody announces it.
+  bool alive() const override { return true; }
+  VLOSCClientStatusImage statusImage() const override { return VLOSCClientStatusImage::none; }
+  bool userDefinedHost() const override { return true; }
+
+  // Each connects anew.
+  void setHost(const std::optional<std::string>& host) { setHostPort(host, storedPort()); }
+  void setPort(std::uint16_t port) { setHostPort(host(), port); }
+  /// For a cell that was emptied: "port" becomes kDefaultPort, other keys raise.
+  void setNilValueForKey(std::string_view key);
+
+ private:
+  VLUserDefinedOSCClient() = default;
+};
+
+}  // namespace velor

@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/osc/VLOSCClient.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Kv-Appkit/KVException.h"
+#include "Velor/osc/VLOSCClientDispatcher.h"
+#include "Velor/osc/VLOSCServer.h"
+#include "Velor/osc/VLUserDefinedOSCClient.h"
+#include "kvtimecode/ltc_utils.h"
+#include "tests/velor/osc/OSCFixture.h"
+
+namespace velor {
+namespace {
+
+using discovery::NSNetService;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Lines = std::vector<std::string>;
+
+constexpr std::uint64_t kSecond = 1'000'000'000;
+constexpr std::uint64_t kSeen = discovery::BuiltinDiscovery::kProbing + 1;
+
+// A message of one argument as a line: "/velor/arm 1", "/velor/time 01:00:00:00".
+std::string lineOf(const Bytes& data) {
+  const std::string address(reinterpret_cast<const char*>(data.data()));
+  const std::size_t tags = (address.size() / 4 + 1) * 4;
+  if (data.at(tags + 1) == 's') {
+    return address + " " + reinterpret_cast<const char*>(data.data() + tags + 4);
+  }
+  EXPECT_EQ(data.size(), tags + 8);
+  std::uint32_t word = 0;
+  for (std::size_t i = 0; i < 4; ++i) {
+    word = word << 8U | data.at(tags + 4 + i);
+  }
+  char text[32];
+  std::snprintf(text, sizeof text, " %g", static_cast<double>(std::bit_cast<float>(word)));
+  return address + text;
+}
+
+class VLOSCClientTest : public OSCFixture {
+ protected:
+  static VLOSCClientDispatcher& dispatcher() { return VLOSCClientDispatcher::sharedDispatcher(); }
+  static VLClock& clock() { return VLClock::sharedClock(); }
+
+  static std::shared_ptr<VLUserDefinedOSCClient> add(const std::string& host) {
+    const auto client = VLUserDefinedOSCClient::initWithUdpHost(host, 9000);
+    dispatcher().addClient(client);
+    return client;
+  }
+  // What has gone to this host since the last call, a line each.
+  Lines sentTo(const std::string& host) {
+    mHost.settle();
+    Lines lines;
+    for (const auto& datagram : mNetwork.takeSent()) {
+      if (datagram.to == *SocketAddress::fromText(host, 9000)) {
+        lines.push_back(lineOf(datagram.data));
+      }
+    }
+    return lines;
+  }
+  static SMPTETime timeAt(int hours) {
+    SMPTETime time{};
+    time.mType = kSMPTETimeType25;
+    ltc_set_time(time, hours, 0, 0, 0);
+    return time;
+  }
+  static std::vector<std::uint16_t> ports() {
+    std::vector<std::uint16_t> all;
+    for (const auto& client : dispatcher().clients()) {
+      all.push_back(client->port());
+    }
+    return all;
+  }
+  static std::shared_ptr<NSNetService> publish(const std::string& name, std::uint16_t port,
+                                               const std::string& uid) {
+    auto service = NSNetService::initWithDomain("local", "_osc._udp.", name, port);
+    service->setTXTRecordData(NSNetService::dataFromTXTRecordDictionary(
+        {{"uid", std::vector<std::uint8_t>(uid.begin(), uid.end())}}));
+    service->publishWithOptions(0);
+    return service;
+  }
+};
+
+TEST_F(VLOSCClientTest, AFreshTargetIsToldTheStateInOrderAndThenEachChangeOnce) {
+  add("10.0.0.8");
+  EXPECT_THAT(sentTo("10.0.0.8"),
+              ElementsAre("/velor/speed 0", "/velor/transport/play 0", "/velor/transport/stop 1"));
+  clock().setTime(timeAt(10));
+  EXPECT_THAT(sentTo("10.0.0.8"), ElementsAre("/velor/time 10:00:00:00"));
+  clock().setPlayRate(0.99);
+  clock().setPreroll(true);
+  clock().arm();
+  // Arming is a change of the status, too, whatever the clock does.
+  EXPECT_THAT(sentTo("10.0.0.8"),
+              ElementsAre("/velor/speed -1", "/velor/preroll 1", "/velor/arm 1",
+                          "/velor/transport/play 0", "/velor/transport/stop 1"));
+  clock().disarm();
+  clock().start();
+  mHost.settle();
+  mNetwork.takeSent();
+  add("10.0.0.9");
+  EXPECT_THAT(sentTo("10.0.0.9"),
+              ElementsAre("/velor/speed -1", "/velor/transport/play 1", "/velor/transport/stop 0",
+                          "/velor/time 10:00:00:00"));
+  clock().stop();
+  EXPECT_THAT(sentTo("10.0.0.9"),
+              ElementsAre("/velor/transport/play 0", "/velor/transport/stop 1"));
+  dispatcher().updateTime(SMPTETime{});
+  EXPECT_THAT(sentTo("10.0.0.9"), ElementsAre("/velor/time --:--:--:--"));
+}
+
+TEST_F(VLOSCClientTest, ADisabledTargetIsToldNothingAndAllWhenItIsEnabledAgain) {
+  const auto client = add("10.0.0.9");
+  clock().setTime(timeAt(1));
+  sentTo("10.0.0.9");
+  client->setEnabled(false);
+  clock().setTime(timeAt(2));
+  clock().setPreroll(true);
+  EXPECT_THAT(sentTo("10.0.0.9"), IsEmpty());
+  client->setEnabled(true);
+  EXPECT_THAT(sentTo("10.0.0.9"),
+              ElementsAre("/velor/speed 0", "/velor/transport/play 0", "/velor/transport/stop 1",
+                          "/velor/time 02:00:00:00"));
+}
+
+TEST_F(VLOSCClientTest, ATargetFollowsItsHostAndPortAndOutlivesOneThatCannotBe) {
+  mNetwork.addHost("desk.local", {*SocketAddress::fromText("10.0.0.9", 0)}, 2 * kSecond);
+  const auto client = add("desk.local");
+  EXPECT_EQ(client->port(), 0);
+  EXPECT_FALSE(client->connected());
+  EXPECT_TRUE(client->alive());  // as far as anybody can tell
+  mHost.advance(2 * kSecond);
+  EXPECT_TRUE(client->connected());
+  EXPECT_EQ(client->port(), 9000);
+  EXPECT_EQ(sentTo("10.0.0.9").size(), 3U);  // which had waited for the name
+  client->setPort(9001);
+  mHost.advance(2 * kSecond);
+  EXPECT_EQ(client->port(), 9001);
+  client->setNilValueForKey("port");
+  mHost.advance(2 * kSecond);
+  EXPECT_EQ(client->port(), 9000);
+  EXPECT_TRUE(client->connected());  // whatever the sockets before have told at their close
+  client->setHost("nobody.local");
+  mHost.advance(2 * kSecond);
+  EXPECT_FALSE(client->connected());
+  client->setHost(std::nullopt);
+  EXPECT_EQ(client->host(), std::nullopt);
+  clock().setTime(timeAt(1));
+  mHost.settle();
+  EXPECT_THAT(mNetwork.takeSent(), IsEmpty());
+  EXPECT_THROW(VLOSCClient::initWithUdpHost(std::nullopt, 1), KVException);
+  EXPECT_THROW(VLOSCClient::initWithUdpHost("10.0.0.9", 0), KVException);
+}
+
+TEST_F(VLOSCClientTest, TargetsOutliveARestartWithTheirKindAndSwitch) {
+  add("10.0.0.8");
+  const auto found = VLOSCClient::initWithUdpHost("10.0.0.9", 9000);
+  found->setServiceName("Desk");
+  dispatcher().addClient(found);
+  mHost.settle();
+  found->setEnabled(false);
+  const std::string data = dispatcher().settingsData();
+  KVSharedInstances::clear();
+  mHost.settle();
+  mNetwork.takeSent();
+
+  std::string error;
+  ASSERT_TRUE(dispatcher().loadSettingsFromData(data, error));
+  mHost.settle();
+  EXPECT_THAT(ports(), ElementsAre(9000, 9000));
+  const auto clients = dispatcher().clients();
+  EXPECT_TRUE(clients[0]->userDefinedHost());
+  EXPECT_FALSE(clients[1]->userDefinedHost());
+  EXPECT_FALSE(clients[1]->enabled());
+  EXPECT_EQ(clients[1]->serviceName(), "Desk");
+  EXPECT_FALSE(clients[1]->alive());  // connected, and not seen yet
+  EXPECT_THAT(mNetwork.takeSent(), IsEmpty());
+  clock().setPreroll(true);
+  EXPECT_THAT(sentTo("10.0.0.8"), ElementsAre("/velor/preroll 1"));
+
+  std::string damaged = data;
+  damaged.replace(damaged.find("9000"), 4, "90000");
+  EXPECT_FALSE(dispatcher().loadSettingsFromData(damaged, error));
+  EXPECT_NE(error.find("osc.client.port"), std::string::npos) << error;
+  EXPECT_THAT(dispatcher().clients(), IsEmpty());
+}
+
+TEST_F(VLOSCClientTest, OurOwnServiceNeverBecomesATargetAndAnothersDoesAndReturnsToItsRow) {
+  ASSERT_TRUE(VLOSCServer::sharedServer().startUdPServerAtPort(7770));
+  dispatcher();
+  mHost.advance(kSeen);
+  EXPECT_THAT(dispatcher().clients(), IsEmpty());
+
+  // Another instance on this machine has the same name, another port and uid.
+  auto other = publish("Velor-OSC", 7771, "another");
+  mHost.advance(kSeen);
+  ASSERT_THAT(ports(), ElementsAre(7771));
+  const auto client = dispatcher().clients()[0];
+  EXPECT_TRUE(client->alive());
+  EXPECT_FALSE(client->userDefinedHost());
+  // The uid decides: one with our port and another's, as from another machine.
+  const auto remote = publish("Elsewhere", 7770, "another");
+  mHost.advance(kSeen);
+  EXPECT_THAT(ports(), ElementsAre(7771, 7770));
+
+  other.reset();
+  mHost.settle();
+  EXPECT_FALSE(client->alive());
+  EXPECT_EQ(client->statusImage(), VLOSCClientStatusImage::unavailable);
+  EXPECT_TRUE(client->enabled());
+  other = publish("Velor-OSC", 7771, "a third");
+  mHost.advance(kSeen);
+  EXPECT_THAT(ports(), ElementsAre(7771, 7770));
+  EXPECT_TRUE(client->alive());
+  EXPECT_EQ(client->statusImage(), VLOSCClientStatusImage::available);
+
+  // A restart of the server publishes anew, and that is our own as well.
+  VLOSCServer::sharedServer().stop();
+  ASSERT_TRUE(VLOSCServer::sharedServer().startUdPServerAtPort(7772));
+  mHost.advance(2 * kSeen);
+  EXPECT_THAT(ports(), ElementsAre(7771, 7770));
+}
+
+}  // namespace
+}  // namespace velor
