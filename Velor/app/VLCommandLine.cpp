@@ -21,6 +21,7 @@ namespace {
 constexpr int kUsageStatus = 2;
 constexpr double kMaxRatePercent = 2.0;
 constexpr double kMaxPreroll = 60.0;
+constexpr int kMaxPort = 65535;
 
 template <class Value>
 struct Named {
@@ -204,6 +205,42 @@ void refuseEmptyNumbers(const CLI::App& app, std::initializer_list<const char*> 
   }
 }
 
+// The words of the OSC options.
+struct OSCWords {
+  int port = 0;
+  std::vector<std::string> allow;
+  std::vector<std::string> targets;
+};
+
+void addOSC(CLI::App& app, OSCWords& words) {
+  app.add_option("--osc-port", words.port, "Take commands by OSC at this UDP port, 1 to 65535");
+  app.add_option("--osc-allow", words.allow,
+                 "Obey OSC commands from this address, which others are refused; may be repeated")
+      ->type_name("ADDRESS")
+      ->allow_extra_args(false);
+  app.add_option("--osc-target", words.targets,
+                 "Tell the clock's time and state there by OSC; may be repeated")
+      ->type_name("HOST:PORT")
+      ->allow_extra_args(false);
+}
+
+VLOSCOptions oscOptions(const CLI::App& app, const OSCWords& words) {
+  VLOSCOptions options;
+  std::string error;
+  if (app.count("--osc-port") > 0) {
+    refuseIf(words.port < 1 || words.port > kMaxPort, "--osc-port: out of range (1 to 65535)");
+    options.port = static_cast<std::uint16_t>(words.port);
+  }
+  refuseIf(!words.allow.empty() && !options.port, "--osc-allow needs --osc-port");
+  for (const std::string& word : words.allow) {
+    options.allow.push_back(valueOf(VLHostAddressFromText(word, error), error, "--osc-allow"));
+  }
+  for (const std::string& word : words.targets) {
+    options.targets.push_back(valueOf(VLOSCTargetFromText(word, error), error, "--osc-target"));
+  }
+  return options;
+}
+
 // A command has options of its own, and those before it would do nothing.
 void refuseOptionsBefore(const CLI::App& command) {
   for (const CLI::Option* option : command.get_parent()->get_options()) {
@@ -345,6 +382,9 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
       ->capture_default_str();
   app.add_option("--loop", loop, "Go from END back to START")->expected(2)->type_name("START END");
 
+  OSCWords oscWords;
+  addOSC(app, oscWords);
+
   EncodeWords encodeWords;
   DecodeWords decodeWords;
   const CLI::App& encode = addEncode(app, encodeWords);
@@ -405,6 +445,8 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
     for (std::size_t i = 0; i < userBytes.size(); ++i) {
       options.ltcUserBits |= std::uint32_t{userBytes[i]} << 8 * i;
     }
+    refuseEmptyNumbers(app, {"--osc-port"});
+    options.osc = oscOptions(app, oscWords);
     refuseIf(options.arm && options.play,
              "--arm and --play contradict each other: an armed clock is started by MTC");
     refuseIf(options.arm && !options.syncSource, "--arm needs --sync-source");

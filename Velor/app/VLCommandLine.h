@@ -10,6 +10,7 @@
 
 #include "Velor/app/VLDecode.h"
 #include "Velor/app/VLEncode.h"
+#include "Velor/app/VLOSCRemote.h"
 #include "kvtimecode/SMPTETime.h"
 
 namespace velor {
@@ -34,6 +35,7 @@ struct VLOptions {
   std::vector<std::string> ltcOut;  // DEVICE:CHANNEL, as typed
   float ltcLevel = 0.1F;            // of full scale
   std::uint32_t ltcUserBits = 0;    // the first group lowest
+  VLOSCOptions osc;
 };
 
 /// The options, or those of one of the commands, or what to print and with which status

@@ -14,6 +14,8 @@
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVShared.h"
 #include "Velor/app/VLAudioDevices.h"
+#include "Velor/app/VLNetworkInForce.h"
+#include "Velor/app/VLOSCRemote.h"
 #include "Velor/app/VLPortNames.h"
 #include "Velor/app/VLServicesInForce.h"
 #include "Velor/app/VLStatusLine.h"
@@ -21,6 +23,7 @@
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/devices/VLLTCGeneratorDevice.h"
+#include "Velor/osc/VLOSCServer.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "platform/audio/AudioService.h"
 #include "platform/host/Host.h"
@@ -63,7 +66,10 @@ class StopSignals {
 // Instances that the process shares end before the services on which they stand.
 struct SharedInstancesEnd {
   SharedInstancesEnd() = default;
-  ~SharedInstancesEnd() { KVSharedInstances::clear(); }
+  ~SharedInstancesEnd() {
+    KVSharedInstances::clear();
+    host::current().mainQueue().drainPending();  // what waits there may hold a socket
+  }
   SharedInstancesEnd(const SharedInstancesEnd&) = delete;
   SharedInstancesEnd& operator=(const SharedInstancesEnd&) = delete;
 };
@@ -179,23 +185,32 @@ LTCOutput makeGenerator(const VLAudioChannel& output, const VLOptions& options,
 class Watcher final : public VLClockDelegate {
  public:
   Watcher(VLClock& clock, KVMIDICore& core, std::optional<WantedPort> source,
-          std::vector<WantedPort> destinations, std::vector<LTCOutput> ltc)
+          std::vector<WantedPort> destinations, std::vector<LTCOutput> ltc,
+          std::shared_ptr<VLOSCRemote> remote)
       : mClock(clock),
         mCore(core),
         mSource(std::move(source)),
         mDestinations(std::move(destinations)),
         mLTC(std::move(ltc)),
+        mRemote(std::move(remote)),
         mObserver(KVNotificationCenter::defaultCenter().addObserver(
             KVMIDINotification, [this](const KVNotification&) { portsChanged(); })) {
+    if (mLine.isVisible() || mRemote != nullptr) {
+      mClock.setProceedBlock([this](const SMPTETime* time) { proceed(*time); });
+    }
     if (mLine.isVisible()) {
-      mClock.setProceedBlock([this](const SMPTETime* time) { show(*time); });
       refresh();
     }
   }
   ~Watcher() override { mClock.setProceedBlock(nullptr); }
 
   void clockDidStartPlaying(VLClock&) override { showNow(); }
-  void clockDidStopPlaying(VLClock&) override { showNow(); }
+  void clockDidStopPlaying(VLClock&) override {
+    if (mRemote != nullptr) {
+      mRemote->clockDidStopPlaying();
+    }
+    showNow();
+  }
   void clockReceivesWrongFormat(VLClock&, std::uint32_t format) override {
     mReceivedFormat = format;
     showNow();
@@ -218,6 +233,14 @@ class Watcher final : public VLClockDelegate {
   }
 
  private:
+  void proceed(const SMPTETime& time) {
+    if (mRemote != nullptr) {
+      VLOSCRemote::proceed(time);
+    }
+    if (mLine.isVisible()) {
+      show(time);
+    }
+  }
   void showNow() {
     if (mLine.isVisible()) {
       show(mClock.time());
@@ -231,7 +254,8 @@ class Watcher final : public VLClockDelegate {
                     std::nullopt,
                     {},
                     {},
-                    midi::service().serverDescription()};
+                    midi::service().serverDescription(),
+                    0};
     if (mSource) {
       status.source = mSource->shown;
     }
@@ -241,6 +265,9 @@ class Watcher final : public VLClockDelegate {
     for (const LTCOutput& output : mLTC) {
       status.ltc.push_back({{output.name, output.generator->audioObjectId() == output.deviceID},
                             output.generator->frameRateString()});
+    }
+    if (mRemote != nullptr) {
+      status.oscPort = VLOSCServer::sharedServer().port();
     }
     mLine.show(status);
   }
@@ -268,6 +295,7 @@ class Watcher final : public VLClockDelegate {
   std::optional<WantedPort> mSource;
   std::vector<WantedPort> mDestinations;
   std::vector<LTCOutput> mLTC;
+  const std::shared_ptr<VLOSCRemote> mRemote;  // null without OSC
   std::uint32_t mReceivedFormat = 0;
   std::optional<std::pair<std::string, std::string>> mLoop;
   VLStatusLine mLine;
@@ -279,6 +307,10 @@ class Watcher final : public VLClockDelegate {
 
 int VLHeadlessRun(const VLOptions& options) {
   const VLServicesInForce service;
+  std::optional<VLNetworkInForce> network;
+  if (options.osc.isWanted()) {
+    network.emplace();
+  }
   const SharedInstancesEnd shared;
   KVMIDICore& core = KVMIDICore::sharedCore();
   if (options.list) {
@@ -308,6 +340,15 @@ int VLHeadlessRun(const VLOptions& options) {
   if (!outputs) {
     return kUsageStatus;
   }
+  std::shared_ptr<VLOSCRemote> remote;
+  if (network) {
+    remote = std::make_shared<VLOSCRemote>(VLClock::sharedClock());
+    std::string error;
+    if (const int status = VLOSCRemote::start(remote, options.osc, error); status != 0) {
+      std::fprintf(stderr, "velor: %s\n", VLPrintable(error).c_str());
+      return status;
+    }
+  }
   if (!midi::service().isConnected()) {
     std::fputs("velor: no MIDI server is running; MIDI stays in process until one appears\n",
                stderr);
@@ -319,7 +360,7 @@ int VLHeadlessRun(const VLOptions& options) {
   for (const VLAudioChannel& output : *outputs) {
     ltc.push_back(makeGenerator(output, options, devices));
   }
-  const auto watcher = std::make_shared<Watcher>(clock, core, source, destinations, ltc);
+  const auto watcher = std::make_shared<Watcher>(clock, core, source, destinations, ltc, remote);
   clock.setDelegate(watcher);
   setUp(clock, options);
   for (const WantedPort& port : destinations) {
@@ -342,7 +383,7 @@ int VLHeadlessRun(const VLOptions& options) {
     clock.start();
   }
   mainQueue.run();
-  if (options.play || options.arm) {
+  if (options.play || options.arm || remote != nullptr) {
     clock.stop();
     clock.disarm();
     // Also after a stop of its own, which may have come just now.

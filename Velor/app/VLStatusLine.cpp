@@ -76,6 +76,9 @@ std::string VLStatusText(const VLStatus& status, std::size_t columns) {
     text.append(separator).append(portText(output.port)).append(" ").append(output.rate);
     separator = ", ";
   }
+  if (status.oscPort != 0) {
+    text.append("  OSC: ").append(std::to_string(status.oscPort));
+  }
   text.append("  MIDI: ").append(status.server);
 
   std::size_t characters = 0;

@@ -34,6 +34,7 @@ struct VLStatus {
   std::vector<VLNamedPort> destinations;
   std::vector<VLLTCOutput> ltc;
   std::string server;
+  std::uint16_t oscPort = 0;  // 0: no OSC comes in
 };
 
 /// One line of at most `columns` characters; cut with "..." when it is longer.
