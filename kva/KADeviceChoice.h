@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "kva/KAHALAudioDevice.h"
+
+namespace velor {
+
+/// A device that was chosen, over its absence: it is remembered by its UID. While it is
+/// away another stands in, the one that does already or else the default one, or none
+/// where there is none. Where nothing was chosen, the first default device is.
+///
+/// Main queue. Nothing here raises but what is told to: failures are logged.
+class KADeviceChoice {
+ public:
+  using Device = std::shared_ptr<KAHALAudioDevice>;
+  /// Takes the device into use. KVException where that fails, with nothing in use.
+  using Use = std::function<void(const Device& device)>;
+
+  /// `scope`: of input or output, in which the device needs channels. `doing`: what the
+  /// log says of it, such as "plays on".
+  KADeviceChoice(audio::AudioObjectPropertyScope scope, const char* doing) noexcept
+      : mScope(scope), mDoing(doing) {}
+
+  /// By the UID, of a device that may be away; empty for none.
+  void choose(std::string uid);
+  const std::string& chosenUID() const noexcept { return mChosenUID; }
+  /// The device in use; empty while there is none.
+  const std::string& usedUID() const noexcept { return mUsedUID; }
+  bool isChosenInUse() const noexcept { return !mUsedUID.empty() && mUsedUID == mChosenUID; }
+
+  /// Whether the device in use is there, and is the one that would be taken now.
+  bool isSettled() const;
+
+  /// Takes the first into use that is there and can be, and tells the log of a change.
+  /// False when none can.
+  bool settle(const Use& use);
+
+ private:
+  Device find(const std::string& uid) const;
+  Device defaultDevice() const;
+  bool tryDevice(const Device& device, const Use& use);
+  void tell(const std::string& before);
+
+  const audio::AudioObjectPropertyScope mScope;
+  const char* const mDoing;
+  std::string mChosenUID;
+  std::string mUsedUID;
+  bool mIsToldAway = false;
+};
+
+}  // namespace velor
