@@ -1,0 +1,338 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/ltc/VLLTCReader.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <utility>
+
+#include "Kv-Appkit/KVAssert.h"
+#include "Kv-Appkit/KVCheckStatus.h"
+#include "Kv-Appkit/KVException.h"
+#include "Kv-Appkit/KVFourCC.h"
+#include "kva/KAHALAudioSystem.h"
+#include "platform/audio/AudioService.h"
+#include "platform/host/Log.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
+
+namespace velor {
+namespace {
+
+// Stored setups know them.
+constexpr std::string_view kDeviceKey = "deviceUID";
+constexpr std::string_view kChannelKey = "inputChannel";
+
+// Of a unit: the element on which its input arrives.
+constexpr audio::AudioUnitElement kInputElement = 1;
+
+constexpr std::uint32_t kBufferFrames = 512;
+// From here frames of all rates are found.
+constexpr double kStartRate = 25.0;
+
+constexpr std::array<audio::AudioUnitPropertyID, 2> kListened = {
+    audio::kAudioOutputUnitProperty_CurrentDevice, audio::kAudioDevicePropertyNominalSampleRate};
+
+// Ticks a second, the same for the life of the process.
+std::uint64_t audioHostClockFrequency() {
+  static const std::uint64_t frequency = [] {
+    const double ticks = audio::service().AudioGetHostClockFrequency();
+    VELOR_LOG_INFO("AudioGetHostClockFrequency: %.0fMHz", ticks / 1e6);
+    if (!(ticks >= 1)) {
+      KVAssertionFailed("audioHostClockFrequency must not be 0", __FILE__, __LINE__);
+    }
+    return static_cast<std::uint64_t>(ticks);
+  }();
+  return frequency;
+}
+
+std::string nameOf(const KAHALAudioDevice& device) {
+  return device.name().value_or("(null)");
+}
+
+// Samples of each channel apart, as units pass them on.
+audio::AudioStreamBasicDescription clientFormat(
+    const audio::AudioStreamBasicDescription& deviceFormat) {
+  audio::AudioStreamBasicDescription format;
+  format.mSampleRate = deviceFormat.mSampleRate;
+  format.mFormatID = audio::kAudioFormatLinearPCM;
+  format.mFormatFlags = audio::kAudioFormatFlagIsFloat | audio::kAudioFormatFlagIsPacked;
+  if (deviceFormat.mChannelsPerFrame > 1) {
+    format.mFormatFlags |= audio::kAudioFormatFlagIsNonInterleaved;
+  }
+  format.mBytesPerPacket = sizeof(float);
+  format.mFramesPerPacket = 1;
+  format.mBytesPerFrame = sizeof(float);
+  format.mChannelsPerFrame = deviceFormat.mChannelsPerFrame;
+  format.mBitsPerChannel = 8 * sizeof(float);
+  return format;
+}
+
+}  // namespace
+
+// --- making and ending ---
+
+VLLTCReader::VLLTCReader()
+    : mMainQueue(host::current().mainQueue()),
+      mChoice(audio::kAudioObjectPropertyScopeInput, "is read from") {
+  audioHostClockFrequency();
+}
+
+std::shared_ptr<VLLTCReader> VLLTCReader::initWithAudioObjectId(audio::AudioObjectID objectID) {
+  VELOR_LOG_INFO("creating LTC Reader...");
+  const std::shared_ptr<VLLTCReader> reader(new VLLTCReader);
+  if (objectID != audio::kAudioObjectUnknown) {
+    reader->setAudioDeviceId(objectID);
+  }
+  if (reader->mInputUnit == nullptr) {
+    reader->settle();
+  }
+  reader->observeDevices();
+  return reader;
+}
+
+std::shared_ptr<VLLTCReader> VLLTCReader::initWithCoder(store::KeyedUnarchiver& coder) {
+  VELOR_LOG_INFO("creating LTC Reader from decoder...");
+  const auto uid = coder.decodeString(kDeviceKey);
+  KV_REQUIRE_PARAMETER(uid.has_value(), "uid");
+  const auto channel = static_cast<std::uint32_t>(coder.decodeInt64(kChannelKey).value_or(0));
+  const std::shared_ptr<VLLTCReader> reader(new VLLTCReader);
+  reader->mChoice.choose(*uid);
+  // Of a device that is away now it waits with it.
+  reader->mChosenChannel = channel;
+  reader->settle();
+  if (reader->mChoice.isChosenInUse()) {
+    reader->setInputChannel(channel);
+  }
+  reader->observeDevices();
+  return reader;
+}
+
+VLLTCReader::~VLLTCReader() {
+  mDeviceToken.reset();
+  disposeGraph();
+}
+
+void VLLTCReader::encodeWithCoder(store::KeyedArchiver& coder) const {
+  coder.encodeString(mChoice.chosenUID(), kDeviceKey);
+  coder.encodeInt64(mChoice.isChosenInUse() ? inputChannel() : mChosenChannel, kChannelKey);
+}
+
+void VLLTCReader::observeDevices() {
+  mDeviceToken = KAHALAudioSystem::defaultSystem().addObserver(
+      "audioDevices", [weak = weak_from_this()](const auto&) {
+        if (const auto self = weak.lock()) {
+          self->devicesChanged();
+        }
+      });
+}
+
+// --- devices ---
+
+void VLLTCReader::setAudioDeviceId(audio::AudioObjectID objectID) {
+  setInputChannel(0);
+  std::string name = "(null)";
+  try {
+    const auto device = KAHALAudioSystem::defaultSystem().audioDeviceWithObjectId(objectID);
+    if (device != nullptr) {
+      name = nameOf(*device);
+      if (device->numInputChannels() > 0) {
+        mChoice.choose(device->deviceUID());
+        mChosenChannel = 0;
+        settle();
+        return;
+      }
+    }
+  } catch (const KVException& exception) {
+    VELOR_LOG_WARNING("%s", exception.what());  // gone meanwhile
+  }
+  VELOR_LOG_WARNING("refused device with object id %u (%s), because it has no inputs", objectID,
+                    name.c_str());
+}
+
+void VLLTCReader::settle() {
+  disposeGraph();
+  mChoice.settle([this](const Device& device) { setupInput(device); });
+}
+
+// Nothing is left of it when this raises.
+void VLLTCReader::setupInput(const Device& device) {
+  auto unit = std::make_unique<KAHALDeviceOutputUnit>();
+  unit->enableInput(true, false);
+  unit->setDeviceID(device->objectID());
+  const std::string name = nameOf(*device);
+  const std::string uid = device->deviceUID();
+  VELOR_LOG_INFO("LTC Reader: using %s (%s) for audio input.", name.c_str(), uid.c_str());
+  VELOR_LOG_INFO("using device %s (%s)", name.c_str(), uid.c_str());
+  const audio::AURenderCallbackStruct callback{&inputCallback, &mReaderRef};
+  unit->setPropertyGlobal(audio::kAudioOutputUnitProperty_SetInputCallback, &callback,
+                          sizeof callback);
+  const auto deviceFormat = unit->getStreamDescription(audio::kAudioUnitScope_Input, kInputElement);
+  if (!makeDecoder(deviceFormat.mSampleRate)) {
+    VELOR_LOG_ERROR("failed to initialize KVLTCReader");
+    return;
+  }
+  VELOR_LOG_INFO("KVLTCReader is setup");
+  unit->setStreamDescription(clientFormat(deviceFormat), audio::kAudioUnitScope_Output,
+                             kInputElement);
+  unit->setPropertyGlobal(audio::kAudioDevicePropertyBufferFrameSize, &kBufferFrames,
+                          sizeof kBufferFrames);
+  mReaderRef.channels = std::min(deviceFormat.mChannelsPerFrame, audio::kMaxChannels);
+  for (const audio::AudioUnitPropertyID property : kListened) {
+    unit->addPropertyListener(property, &auPropertyListener, this);
+  }
+  mReaderRef.unit = unit->au();
+  unit->initialize();
+  if (!mIsStopped) {
+    unit->start();
+  }
+  mDeviceFormat = deviceFormat;
+  mAudioDeviceId.store(device->objectID());
+  mInputUnit = std::move(unit);
+}
+
+// The consumer stays.
+bool VLLTCReader::makeDecoder(double sampleRate) {
+  mReaderRef.decoder.reset();
+  ltc_decoder* decoder = nullptr;
+  if (ltc_decoder_create(decoder) != 0) {
+    return false;
+  }
+  mReaderRef.decoder.reset(decoder);
+  if (ltc_decoder_init(decoder, audioHostClockFrequency(), sampleRate, kStartRate) != 0) {
+    mReaderRef.decoder.reset();
+    return false;
+  }
+  if (mHasCallback) {
+    KVCheckStatus("-[VLLTCReader setupInput:]",
+                  ltc_decoder_set_callback(*decoder, &frameCallback, &mReaderRef));
+  }
+  return true;
+}
+
+void VLLTCReader::disposeGraph() {
+  setInputChannel(0);
+  mAudioDeviceId.store(audio::kAudioObjectUnknown);
+  if (mInputUnit == nullptr) {
+    return;
+  }
+  try {
+    mInputUnit->stop();
+    for (const audio::AudioUnitPropertyID property : kListened) {
+      mInputUnit->removePropertyListener(property, &auPropertyListener, this);
+    }
+  } catch (const KVException& exception) {
+    VELOR_LOG_WARNING("%s", exception.what());
+  }
+  mInputUnit.reset();
+}
+
+void VLLTCReader::auPropertyListener(void* refCon, audio::AudioUnit /*unit*/,
+                                     audio::AudioUnitPropertyID property,
+                                     audio::AudioUnitScope /*scope*/,
+                                     audio::AudioUnitElement /*element*/) {
+  auto& self = *static_cast<VLLTCReader*>(refCon);
+  self.mMainQueue.async([weak = self.weak_from_this(), property] {
+    if (const auto strong = weak.lock()) {
+      VELOR_LOG_INFO("audio unit property changed for LTC Reader (%s)",
+                     stringFromFourCC(property).c_str());
+      strong->devicesChanged();
+    }
+  });
+}
+
+// What fits is left alone: the making of the input itself may be what was told.
+void VLLTCReader::devicesChanged() {
+  if (isInputInForce()) {
+    return;
+  }
+  const bool wasChosen = mChoice.isChosenInUse();
+  const std::uint32_t channel = inputChannel();
+  const bool isLost = wasChosen && !mChoice.isSettled();
+  if (wasChosen) {
+    mChosenChannel = isLost ? channel : 0;
+  }
+  settle();
+  if (!wasChosen && mChoice.isChosenInUse()) {
+    setInputChannel(mChosenChannel);
+  }
+}
+
+bool VLLTCReader::isInputInForce() const {
+  try {
+    return mInputUnit != nullptr && mChoice.isSettled() &&
+           mInputUnit->getStreamDescription(audio::kAudioUnitScope_Input, kInputElement) ==
+               mDeviceFormat;
+  } catch (const KVException&) {
+    return false;
+  }
+}
+
+// --- listening ---
+
+void VLLTCReader::setCallback(LTCReaderCallback callback, void* refCon) noexcept {
+  mHasCallback = callback != nullptr;
+  mReaderRef.consumer.store({callback, refCon});
+  if (mReaderRef.decoder != nullptr) {
+    KVCheckStatus("-[VLLTCReader setCallback:refCon:]",
+                  ltc_decoder_set_callback(*mReaderRef.decoder,
+                                           mHasCallback ? &frameCallback : nullptr, &mReaderRef));
+  }
+}
+
+void VLLTCReader::start() {
+  mIsStopped = false;
+  if (mInputUnit != nullptr) {
+    mInputUnit->start();
+  }
+}
+
+void VLLTCReader::stop() {
+  mIsStopped = true;
+  if (mInputUnit != nullptr) {
+    mInputUnit->stop();
+  }
+}
+
+audio::OSStatus VLLTCReader::inputCallback(const host::RealtimeContext& realtime, void* refCon,
+                                           audio::AudioUnitRenderActionFlags& flags,
+                                           const audio::AudioTimeStamp& timeStamp,
+                                           std::uint32_t bus, std::uint32_t frames,
+                                           audio::AudioBufferList* /*data*/) {
+  auto* ref = static_cast<ReaderRef*>(refCon);
+  if (ref == nullptr || ref->channels == 0 || ref->decoder == nullptr) {
+    return kNotSetUp;
+  }
+  // Without data of their own they are lent the unit's, however long its cycles are.
+  audio::AudioBufferList& list = ref->bufferList;
+  list.mNumberBuffers = ref->channels;
+  for (std::uint32_t i = 0; i < ref->channels; ++i) {
+    list.mBuffers[i] = {};
+  }
+  const audio::OSStatus status =
+      audio::service().AudioUnitRender(realtime, ref->unit, flags, timeStamp, bus, frames, &list);
+  if (status != 0) {
+    return status;
+  }
+  const std::uint32_t channel = ref->inputChannel.load();
+  if (channel >= list.mNumberBuffers) {
+    return kNoSuchChannel;
+  }
+  const audio::AudioBuffer& buffer = list.mBuffers[channel];
+  ref->realtime = &realtime;
+  ltc_decoder_process(*ref->decoder, timeStamp, buffer.mData,
+                      buffer.mDataByteSize / static_cast<std::uint32_t>(sizeof(float)));
+  ref->realtime = nullptr;
+  return 0;
+}
+
+void VLLTCReader::frameCallback(const SMPTETime& time, const std::uint8_t* userBits, void* refCon,
+                                std::uint64_t hostTime, double fps) {
+  auto& ref = *static_cast<ReaderRef*>(refCon);
+  const Consumer consumer = ref.consumer.load();
+  if (consumer.callback != nullptr) {
+    consumer.callback(*ref.realtime, time, userBits, consumer.refCon, hostTime, fps);
+  }
+}
+
+}  // namespace velor

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "Kv-Appkit/KVObservable.h"
+#include "Velor/ltc/ltc_decoder.h"
+#include "kva/KADeviceChoice.h"
+#include "kva/KAHALDeviceOutputUnit.h"
+#include "kvtimecode/SMPTETime.h"
+#include "platform/audio/AudioTypes.h"
+#include "platform/host/Host.h"
+#include "platform/host/LatestValue.h"
+#include "platform/store/KeyedCoding.h"
+
+namespace velor {
+
+/// Gets each frame that is read, in the cycle of audio in which it ended; as
+/// LTCDecoderCallback, which tells what the values are.
+using LTCReaderCallback = void (*)(const host::RealtimeContext& realtime, const SMPTETime& time,
+                                   const std::uint8_t* userBits, void* refCon,
+                                   std::uint64_t hostTime, double fps);
+
+/// Reads LTC from one channel of an audio input. It listens from its making on.
+///
+/// The device that was chosen is remembered by its UID. Is it away, the reader listens
+/// to the default input, or to none while there is none, until it returns; then to the
+/// channel that it had there. At a change of the device's rate it begins anew, on the
+/// first channel.
+///
+/// Main queue, unless told otherwise. Failures of the audio service are logged; the
+/// reader is silent then, and tries again when devices change.
+class VLLTCReader final : public store::KeyedCoding,
+                          public std::enable_shared_from_this<VLLTCReader> {
+ public:
+  static constexpr std::string_view kClassName = "VLLTCReader";
+
+  // What a cycle gives beside the statuses of the audio service.
+  static constexpr audio::OSStatus kNotSetUp = -7;
+  static constexpr audio::OSStatus kNoSuchChannel = -9;
+
+  /// Listens to the device, or to the default input for 0.
+  static std::shared_ptr<VLLTCReader> initWithAudioObjectId(audio::AudioObjectID objectID);
+  ~VLLTCReader() override;
+
+  /// Raises KVException where the archive has no device.
+  static std::shared_ptr<VLLTCReader> initWithCoder(store::KeyedUnarchiver& coder);
+  std::string_view archiveClassName() const override { return kClassName; }
+  void encodeWithCoder(store::KeyedArchiver& coder) const override;
+
+  /// The device that it listens to now; 0 while there is none. Any thread.
+  audio::AudioObjectID audioDeviceId() const noexcept { return mAudioDeviceId.load(); }
+  /// Chooses a device, in force when this returns. One that is not there or has no
+  /// inputs is refused, with a warning; the channel is the first in any case.
+  void setAudioDeviceId(audio::AudioObjectID objectID);
+
+  /// From 0; beyond those of the device nothing is read. From the next cycle on. Any
+  /// thread.
+  std::uint32_t inputChannel() const noexcept { return mReaderRef.inputChannel.load(); }
+  void setInputChannel(std::uint32_t channel) noexcept { mReaderRef.inputChannel.store(channel); }
+
+  /// Null removes it; the one before may be called once more then, unless the reader
+  /// has been stopped. The rate is measured anew. One thread at a time.
+  void setCallback(LTCReaderCallback callback, void* refCon) noexcept;
+
+  void start();
+  /// No callback runs any more when this returns.
+  void stop();
+
+ private:
+  using Device = KADeviceChoice::Device;
+
+  struct Consumer {
+    LTCReaderCallback callback = nullptr;
+    void* refCon = nullptr;
+  };
+  struct DisposeOfDecoder {
+    void operator()(ltc_decoder* decoder) const noexcept { ltc_decoder_dispose(decoder); }
+  };
+
+  // The reference of the input callback. What is neither atomic nor a latest value
+  // changes only while there is no unit that calls.
+  struct ReaderRef {
+    audio::AudioUnit unit = 0;
+    std::unique_ptr<ltc_decoder, DisposeOfDecoder> decoder;
+    std::uint32_t channels = 0;
+    std::atomic<std::uint32_t> inputChannel{0};
+    host::LatestValue<Consumer> consumer;
+    // The audio thread's.
+    audio::AudioBufferList bufferList;
+    const host::RealtimeContext* realtime = nullptr;  // of the cycle under way
+  };
+
+  VLLTCReader();
+  void observeDevices();
+  void settle();
+  void setupInput(const Device& device);
+  bool makeDecoder(double sampleRate);
+  void disposeGraph();
+  bool isInputInForce() const;
+  void devicesChanged();
+
+  static void auPropertyListener(void* refCon, audio::AudioUnit unit,
+                                 audio::AudioUnitPropertyID property, audio::AudioUnitScope scope,
+                                 audio::AudioUnitElement element);
+  static audio::OSStatus inputCallback(const host::RealtimeContext& realtime, void* refCon,
+                                       audio::AudioUnitRenderActionFlags& flags,
+                                       const audio::AudioTimeStamp& timeStamp, std::uint32_t bus,
+                                       std::uint32_t frames, audio::AudioBufferList* data);
+  static void frameCallback(const SMPTETime& time, const std::uint8_t* userBits, void* refCon,
+                            std::uint64_t hostTime, double fps);
+
+  host::MainQueue& mMainQueue;
+  KADeviceChoice mChoice;
+  std::uint32_t mChosenChannel = 0;  // of the chosen device, while another stands in
+  bool mHasCallback = false;
+  bool mIsStopped = false;
+  audio::AudioStreamBasicDescription mDeviceFormat;  // for which the input was made
+  std::atomic<audio::AudioObjectID> mAudioDeviceId{audio::kAudioObjectUnknown};
+  ReaderRef mReaderRef;
+  std::unique_ptr<KAHALDeviceOutputUnit> mInputUnit;  // null while there is no device
+  KVObserverToken mDeviceToken;
+};
+
+}  // namespace velor

@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/ltc/VLLTCReader.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Kv-Appkit/KVException.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
+#include "tests/support/LTCLoop.h"
+#include "tests/support/LogRecord.h"
+
+namespace velor {
+namespace {
+
+using Told = LTCLoop::Told;
+
+constexpr store::KeyedClass kClasses[] = {store::KeyedClass::of<VLLTCReader>()};
+
+std::shared_ptr<VLLTCReader> decoded(const std::string& document) {
+  const auto read = store::KeyedUnarchiver::read(document, kClasses);
+  EXPECT_TRUE(read) << read.error;
+  return read.coder->decodeObject<VLLTCReader>("reader");
+}
+
+TEST(VLLTCReaderTest, WhatOneClockPlaysAnotherReadsWithDigitsUserBitsRateAndPhase) {
+  struct Case {
+    std::uint32_t type;
+    double sampleRate;
+    double playedPPM;
+    double heardPPM;
+  };
+  for (const Case& each :
+       {Case{kSMPTETimeType25, 48000, 0, 0}, Case{kSMPTETimeType24, 48000, 100, -100},
+        Case{kSMPTETimeType2398, 44100, -100, 100}, Case{kSMPTETimeType2997Drop, 96000, 50, -100},
+        Case{kSMPTETimeType30, 44100, -100, -100}}) {
+    LTCLoop loop({each.type, each.sampleRate, each.playedPPM, each.heardPPM});
+    SCOPED_TRACE(testing::Message() << each.type << " at " << each.sampleRate);
+    loop.generator->setUserbits(0x89ABCDEF);
+    loop.listen();
+    loop.start(loop.day() - 1000);  // over midnight
+    loop.run(60);
+    const std::vector<Told> told = loop.take();
+    ASSERT_GT(static_cast<double>(told.size()), 59 / loop.seconds());
+    double worst = 0;
+    for (std::size_t i = 0; i < told.size(); ++i) {
+      if (i > 0) {
+        ASSERT_EQ(told[i].frame, (told[i - 1].frame + 1) % loop.day()) << i;
+        ASSERT_EQ(told[i].counter, told[i - 1].counter + 1);
+      }
+      ASSERT_EQ(told[i].userbits, 0x89ABCDEF);
+      if (i > 120) {
+        ASSERT_EQ(told[i].type, each.type);
+        ASSERT_NEAR(told[i].fps, 1 / loop.seconds(), 0.005);
+        worst = std::max(worst, std::fabs(loop.phaseErrorOf(told[i])));
+      }
+    }
+    // Rounding to samples at both ends, and what the low-pass delays.
+    EXPECT_LT(worst * 1e-9 * each.sampleRate, 3);
+  }
+}
+
+TEST(VLLTCReaderTest, ItListensToOneChannelAndToNoneBeyondTheLast) {
+  LTCLoop loop({kSMPTETimeType25, 48000, 0, 0, 3});
+  const std::array<std::int32_t, 3> map = {-1, -1, 0};
+  loop.generator->setChannelMap(map);
+  loop.listen();
+  loop.start(90000);
+  for (const std::uint32_t channel : {0U, 1U, 2U, 3U, 200U}) {
+    loop.reader->setInputChannel(channel);
+    loop.run(1);
+    EXPECT_EQ(loop.take().size() > 20, channel == 2) << channel;
+  }
+  loop.reader->setInputChannel(2);
+  loop.reader->stop();
+  loop.run(1);
+  EXPECT_TRUE(loop.take().empty());
+  loop.reader->start();
+  loop.run(1);
+  EXPECT_GT(loop.take().size(), 20U);
+  loop.reader->setCallback(nullptr, nullptr);
+  loop.run(1);
+  EXPECT_TRUE(loop.take().empty());
+}
+
+TEST(VLLTCReaderTest, ItComesBackToItsDeviceAndChannelAndStandsInElsewhereMeanwhile) {
+  const LogRecord log;
+  LTCLoop loop({kSMPTETimeType25, 48000, 0, 0, 3});
+  const std::array<std::int32_t, 3> map = {0, -1, 0};
+  loop.generator->setChannelMap(map);
+  loop.listen();
+  loop.reader->setInputChannel(2);
+  loop.start(90000);
+  loop.run(1);
+  loop.take();
+  for (const bool isOtherThere : {true, false}) {
+    SCOPED_TRACE(isOtherThere);
+    loop.heard->vanish();
+    if (!isOtherThere) {
+      loop.played->vanish();
+    }
+    loop.run(1);
+    EXPECT_EQ(loop.reader->audioDeviceId(), isOtherThere ? loop.played->id() : 0);
+    EXPECT_EQ(loop.reader->inputChannel(), 0U);
+    EXPECT_EQ(loop.take().size() > 15, isOtherThere);
+    store::KeyedArchiver coder;
+    coder.encodeObject(loop.reader, "reader");
+    EXPECT_NE(coder.data().find(R"("the other")"), std::string::npos);
+    loop.played->appear();
+    loop.heard->appear();
+    loop.run(2);
+    EXPECT_EQ(loop.reader->audioDeviceId(), loop.heard->id());
+    EXPECT_EQ(loop.reader->inputChannel(), 2U);
+    EXPECT_GT(loop.take().size(), 20U);
+  }
+  EXPECT_TRUE(log.has("audio device 'the other' is back, LTC is read from it again"));
+
+  // Another rate is another beginning.
+  loop.heard->setSampleRate(44100);
+  loop.run(2);
+  EXPECT_EQ(loop.reader->inputChannel(), 0U);
+  const auto told = loop.take();
+  ASSERT_GT(told.size(), 20U);
+  EXPECT_NEAR(told.back().fps, 25, 0.005);
+  EXPECT_TRUE(log.has("audio unit property changed for LTC Reader (nsrt)"));
+  EXPECT_EQ(log.errors(), 0U);
+}
+
+TEST(VLLTCReaderTest, ADeviceWithoutInputsIsRefusedAndTheChannelIsTheFirstAllTheSame) {
+  const LogRecord log;
+  LTCLoop loop;
+  loop.reader->setInputChannel(1);
+  loop.reader->setAudioDeviceId(4711);
+  EXPECT_EQ(loop.reader->audioDeviceId(), loop.heard->id());
+  EXPECT_EQ(loop.reader->inputChannel(), 0U);
+  EXPECT_TRUE(log.has("refused device with object id 4711 ((null)), because it has no inputs"));
+  loop.reader->setAudioDeviceId(loop.played->id());
+  EXPECT_EQ(loop.reader->audioDeviceId(), loop.played->id());
+}
+
+TEST(VLLTCReaderTest, AnArchiveBringsBackDeviceAndChannelAlsoOfADeviceThatIsAway) {
+  LTCLoop loop;
+  loop.reader->setInputChannel(1);
+  store::KeyedArchiver coder;
+  coder.encodeObject(loop.reader, "reader");
+  const auto again = decoded(coder.data());
+  EXPECT_EQ(again->audioDeviceId(), loop.heard->id());
+  EXPECT_EQ(again->inputChannel(), 1U);
+  loop.heard->vanish();
+  loop.host.settle();
+  const auto waiting = decoded(coder.data());
+  EXPECT_EQ(waiting->audioDeviceId(), loop.played->id());
+  EXPECT_EQ(waiting->inputChannel(), 0U);
+  loop.heard->appear();
+  loop.host.settle();
+  EXPECT_EQ(waiting->audioDeviceId(), loop.heard->id());
+  EXPECT_EQ(waiting->inputChannel(), 1U);
+  try {
+    decoded(R"({"reader": {"$class": "VLLTCReader"}})");
+    ADD_FAILURE() << "nothing was raised";
+  } catch (const KVException& exception) {
+    EXPECT_EQ(exception.reason(), "Invalid parameter not satisfying: uid");
+  }
+}
+
+}  // namespace
+}  // namespace velor
