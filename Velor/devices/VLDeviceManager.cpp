@@ -11,8 +11,10 @@
 #include "Kv-Appkit/KVAssert.h"
 #include "Kv-Appkit/KVException.h"
 #include "Kv-Appkit/KVNotificationCenter.h"
+#include "Kv-Appkit/KVRandom.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLLTCGeneratorDevice.h"
+#include "Velor/devices/VLLTCReaderDevice.h"
 #include "Velor/devices/VLMIDIEndpointDevice.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
@@ -204,6 +206,17 @@ std::shared_ptr<VLLTCGeneratorDevice> VLDeviceManager::createGenerator() {
   VELOR_LOG_INFO("creating LTC Generator...");
   auto device = VLLTCGeneratorDevice::initWithMIDIClient(mCore.defaultClient(), name);
   device->setDelegate(mSelf);
+  const KVAnnouncement announcement(*this, "devices");
+  mDevices.push_back(device);
+  return device;
+}
+
+std::shared_ptr<VLLTCReaderDevice> VLDeviceManager::createrReader() {
+  const std::lock_guard lock(mLock);
+  const std::string name = "LTC Reader " + std::to_string(++mReaders);
+  const auto endpoint = std::make_shared<KVMIDIEndpoint>(
+      mCore.createSource(mCore.defaultClient(), name, static_cast<midi::MIDIUniqueID>(KVRandom())));
+  auto device = VLLTCReaderDevice::initWithEndpoint(endpoint);
   const KVAnnouncement announcement(*this, "devices");
   mDevices.push_back(device);
   return device;

@@ -19,6 +19,7 @@ namespace velor {
 
 class VLClock;
 class VLLTCGeneratorDevice;
+class VLLTCReaderDevice;
 
 /// The one place that knows all devices: the destinations, one for each MIDI
 /// destination of the system with its switch for MTC, and the devices that the
@@ -51,6 +52,10 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   /// input becomes one of the destinations with the next change that the MIDI service
   /// tells. Queue: main. Raises KVException "err" where a service fails.
   std::shared_ptr<VLLTCGeneratorDevice> createGenerator();
+
+  /// A new reader of LTC on the default input, "LTC Reader 1" and so on, with a virtual
+  /// source of that name. Queue: main. Raises KVException "err" where a service fails.
+  std::shared_ptr<VLLTCReaderDevice> createrReader();
 
   /// Removes devices by their places in `devices`, with what they have made in the
   /// system and what they are as destinations. Raises for a place that is none.
@@ -95,6 +100,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   Destinations mDestinations;
   Devices mDevices;
   unsigned mGenerators = 0;  // made so far
+  unsigned mReaders = 0;     // made so far
   std::set<midi::MIDIUniqueID> mEnabledWhenBack;
   bool _inStateRestauration = false;
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "Kv-Appkit/KVAnnouncement.h"
 #include "Kv-Appkit/KVAssert.h"
 #include "Kv-Appkit/KVCheckStatus.h"
 #include "Kv-Appkit/KVException.h"
@@ -130,6 +131,7 @@ void VLLTCReader::observeDevices() {
 // --- devices ---
 
 void VLLTCReader::setAudioDeviceId(audio::AudioObjectID objectID) {
+  const KVAnnouncement announcement(*this, "audioDeviceId");
   setInputChannel(0);
   std::string name = "(null)";
   try {
@@ -252,6 +254,7 @@ void VLLTCReader::devicesChanged() {
   if (wasChosen) {
     mChosenChannel = isLost ? channel : 0;
   }
+  const KVAnnouncement announcement(*this, "audioDeviceId");
   settle();
   if (!wasChosen && mChoice.isChosenInUse()) {
     setInputChannel(mChosenChannel);

@@ -31,9 +31,12 @@ using LTCReaderCallback = void (*)(const host::RealtimeContext& realtime, const 
 /// channel that it had there. At a change of the device's rate it begins anew, on the
 /// first channel.
 ///
+/// Observable, on the main queue: "audioDeviceId", and with it the channel.
+///
 /// Main queue, unless told otherwise. Failures of the audio service are logged; the
 /// reader is silent then, and tries again when devices change.
-class VLLTCReader final : public store::KeyedCoding,
+class VLLTCReader final : public KVObservable,
+                          public store::KeyedCoding,
                           public std::enable_shared_from_this<VLLTCReader> {
  public:
   static constexpr std::string_view kClassName = "VLLTCReader";

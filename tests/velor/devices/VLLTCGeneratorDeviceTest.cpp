@@ -13,12 +13,10 @@
 #include <vector>
 
 #include "kvtimecode/ltc_utils.h"
-#include "platform/audio/builtin/AudioObjectTable.h"
-#include "platform/audio/builtin/BuiltinAudio.h"
 #include "tests/support/AudioRecorder.h"
 #include "tests/support/LTCSignalReader.h"
 #include "tests/support/PublishedLTC.h"
-#include "tests/velor/devices/DeviceFixture.h"
+#include "tests/velor/devices/LoopbackFixture.h"
 
 namespace velor {
 namespace {
@@ -28,34 +26,8 @@ constexpr store::KeyedClass kClasses[] = {
     store::KeyedClass::of<VLTimecodeDestinationDevice>(),
     store::KeyedClass::of<VLLTCGeneratorDevice>(), store::KeyedClass::of<KVLTCGenerator>()};
 
-// With an audio service, whose only device plays to itself.
-class VLLTCGeneratorDeviceTest : public DeviceFixture {
+class VLLTCGeneratorDeviceTest : public LoopbackFixture {
  protected:
-  VLLTCGeneratorDeviceTest() {
-    auto builtin = std::make_unique<audio::BuiltinAudio>();
-    mLoopback = &builtin->device();
-    std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
-    outsides.push_back(std::move(builtin));
-    mAudio = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
-    audio::setService(mAudio.get());
-  }
-  ~VLLTCGeneratorDeviceTest() override {
-    clock().stop();
-    KVSharedInstances::clear();
-    mAudio.reset();
-    audio::setService(nullptr);
-  }
-
-  std::shared_ptr<VLLTCGeneratorDevice> created() {
-    auto device = manager().createGenerator();
-    device->generator()->setLevel(1);
-    mHost.settle();
-    return device;
-  }
-  static std::shared_ptr<VLTimecodeDestinationDevice> inputOf(const VLDevice& device) {
-    return manager().destinationWithEndpoint(device.midiEndpoint());
-  }
-
   struct Heard {
     std::int32_t frame;
     double start;  // host time, ns
@@ -80,9 +52,6 @@ class VLLTCGeneratorDeviceTest : public DeviceFixture {
     }
     return heard;
   }
-
-  audio::VirtualAudioDevice* mLoopback = nullptr;  // the service's
-  std::unique_ptr<audio::AudioObjectTable> mAudio;
 };
 
 TEST_F(VLLTCGeneratorDeviceTest, WhatTheClockSendsLeavesAsLTCInStepWithTheClock) {

@@ -1,0 +1,252 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/devices/VLLTCReaderDevice.h"
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "Kv-Appkit/KVAnnouncement.h"
+#include "Kv-Appkit/KVAssert.h"
+#include "Kv-Appkit/KVCheckStatus.h"
+#include "Kv-Appkit/KVException.h"
+#include "kva/KAHALAudioDevice.h"
+#include "kva/MIDI/KVMIDICore.h"
+#include "platform/host/Log.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
+
+namespace velor {
+namespace {
+
+// Stored setups know them.
+constexpr std::string_view kFreewheelTimeKey = "freewheeltime";
+constexpr std::string_view kReaderKey = "reader";
+constexpr std::string_view kNameKey = "name";
+constexpr std::string_view kUniqueIDKey = "MIDIUniqueID";
+
+constexpr std::array<KVDependency, 2> kDependencies = {
+    {{"channelNames", "audioObjectId"}, {"channel", "audioObjectId"}}};
+
+// MTC tells a whole time in two frames; its pace is looked at every other time.
+constexpr std::uint32_t kFramesPerTime = 2;
+constexpr std::uint32_t kFramesPerPace = 4;
+// How far the rate may leave that of the MTC, as a part of it.
+constexpr double kHysteresis = 0.01;
+constexpr double kSmoothing = 0.9;
+constexpr double kAnnouncedSpeedStep = 0.001;  // frames a second
+
+}  // namespace
+
+// --- making and ending ---
+
+VLLTCReaderDevice::VLLTCReaderDevice(std::shared_ptr<KVMIDIEndpoint> endpoint,
+                                     std::shared_ptr<VLLTCReader> reader)
+    : VLReaderDevice(std::move(endpoint)),
+      KVObservable(kDependencies),
+      mReader(std::move(reader)),
+      mReaderToken(mReader->addObserver("audioDeviceId", [this](const auto&) {
+        const KVAnnouncement announcement(*this, "audioObjectId");
+      })) {}
+
+std::shared_ptr<VLLTCReaderDevice> VLLTCReaderDevice::initWithEndpoint(
+    std::shared_ptr<KVMIDIEndpoint> endpoint) {
+  auto device = std::make_shared<VLLTCReaderDevice>(std::move(endpoint),
+                                                    VLLTCReader::initWithAudioObjectId(0));
+  device->install();
+  return device;
+}
+
+void VLLTCReaderDevice::install() {
+  mCon.device = weak_from_this();
+  mCon.mainQueue = &host::current().mainQueue();
+  KVCheckStatus("-[VLLTCReaderDevice initWithEndpoint:]", VLMTCCreate(&mCon.mtc));
+  KVCheckStatus("-[VLLTCReaderDevice initWithEndpoint:]",
+                VLMTCSetSource(mCon.mtc, midiEndpoint()->endpoint()));
+  VLMTCSetStateCallback(mCon.mtc, &mtcDidChangeState, &mCon);
+  mReader->setCallback(&frameCallback, &mCon);
+}
+
+VLLTCReaderDevice::~VLLTCReaderDevice() {
+  mReaderToken.reset();
+  try {
+    destroy();
+  } catch (const KVException& exception) {
+    VELOR_LOG_ERROR("%s", exception.what());
+  }
+  if (mCon.mtc != nullptr) {
+    VLMTCDispose(mCon.mtc);
+  }
+}
+
+// The frame callback does not run any more once the reader has stopped.
+void VLLTCReaderDevice::destroy() {
+  mReader->setCallback(nullptr, nullptr);
+  mReader->stop();
+  VLReaderDevice::destroy();
+}
+
+std::shared_ptr<VLLTCReaderDevice> VLLTCReaderDevice::initWithCoder(store::KeyedUnarchiver& coder) {
+  // The source that the base class has stored is of another run.
+  auto reader = coder.decodeObject<VLLTCReader>(kReaderKey);
+  if (reader == nullptr) {
+    reader = VLLTCReader::initWithAudioObjectId(0);
+  }
+  const std::string name = coder.decodeString(kNameKey).value_or("");
+  const midi::MIDIUniqueID uniqueID = coder.decodeInt32(kUniqueIDKey).value_or(0);
+  const int seconds = coder.decodeInt32(kFreewheelTimeKey).value_or(0);
+  KVMIDICore& core = KVMIDICore::sharedCore();
+  auto device = std::make_shared<VLLTCReaderDevice>(
+      std::make_shared<KVMIDIEndpoint>(core.createSource(core.defaultClient(), name, uniqueID)),
+      std::move(reader));
+  device->install();
+  device->setFreewheelTime(seconds);
+  return device;
+}
+
+void VLLTCReaderDevice::encodeWithCoder(store::KeyedArchiver& coder) const {
+  VLReaderDevice::encodeWithCoder(coder);
+  coder.encodeInt32(freewheelTime(), kFreewheelTimeKey);
+  coder.encodeObject(mReader, kReaderKey);
+  coder.encodeString(name().value_or(""), kNameKey);
+}
+
+// --- properties ---
+
+double VLLTCReaderDevice::frameRate() const noexcept {
+  double rate = std::numeric_limits<double>::quiet_NaN();
+  VLMTCGetFramerate(mCon.mtc, &rate);
+  return rate;
+}
+
+int VLLTCReaderDevice::freewheelTime() const noexcept {
+  double seconds = 0;
+  if (VLMTCGetFreewheelTime(mCon.mtc, &seconds) != 0) {
+    return 0;
+  }
+  return seconds < 0 ? -1 : static_cast<int>(seconds);
+}
+
+void VLLTCReaderDevice::setFreewheelTime(int seconds) {
+  KVCheckStatus("-[VLLTCReaderDevice setFreewheelTime:]", VLMTCSetFreewheelTime(mCon.mtc, seconds));
+}
+
+void VLLTCReaderDevice::stopFreewheeling() {
+  VLMTCStopFreewheeling(mCon.mtc);
+}
+
+void VLLTCReaderDevice::setChannel(std::uint32_t channel) {
+  const KVAnnouncement announcement(*this, "channel");
+  mReader->setInputChannel(channel);
+}
+
+std::vector<std::string> VLLTCReaderDevice::channelNames() const {
+  try {
+    const auto device = KAHALAudioDevice::initWithAudioObjectID(audioObjectId());
+    return device != nullptr ? device->channelNamesInScope(audio::kAudioObjectPropertyScopeInput)
+                             : std::vector<std::string>();
+  } catch (const KVException&) {
+    return {};  // gone since
+  }
+}
+
+void VLLTCReaderDevice::getLatestTime(SMPTETime& time) const noexcept {
+  if (VLMTCGetTime(mCon.mtc, &time, nullptr, nullptr) != 0) {
+    time.mFlags = 0;
+  }
+}
+
+double VLLTCReaderDevice::getLatestSpeed() const noexcept {
+  const Heard heard = mCon.heard.load();
+  return heard.epoch == mCon.epoch.load() ? heard.speed : 0;
+}
+
+// --- what is read ---
+
+void VLLTCReaderDevice::frameCallback(const host::RealtimeContext& realtime, const SMPTETime& time,
+                                      const std::uint8_t* userBits, void* refCon,
+                                      std::uint64_t hostTime, double fps) {
+  if (time.mCounter % kFramesPerTime != 0) {
+    return;
+  }
+  auto& con = *static_cast<Con*>(refCon);
+  const std::weak_ptr<VLLTCReaderDevice>& weak = con.device;
+  if (time.mCounter % kFramesPerPace == 0) {
+    double rate = 0;
+    if (VLMTCGetFramerate(con.mtc, &rate) == 0 &&
+        std::fabs(1 - std::fabs(rate / fps)) > kHysteresis) {
+      VLMTCSetFramerate(con.mtc, fps);
+    }
+  }
+  // Of the first frame behind a torn one it is not known when it was; the next will do.
+  if (hostTime != 0) {
+    VLMTCSendTime(realtime, con.mtc, &time, hostTime);
+  }
+  con.mainQueue->async(realtime, [weak, time] {
+    const auto self = weak.lock();
+    if (const auto delegate = self != nullptr ? self->delegate() : nullptr) {
+      delegate->setInputTimecode(time);
+    }
+  });
+
+  Heard& heard = con.rt.heard;
+  const Heard before = heard;
+  const std::uint32_t epoch = con.epoch.load();
+  const double speed = before.epoch == epoch ? before.speed : 0;
+  std::memcpy(&heard.userbits, userBits, sizeof heard.userbits);
+  heard.epoch = epoch;
+  heard.speed = speed > 0 ? (1 - kSmoothing) * fps + kSmoothing * speed : fps;
+  con.heard.store(heard);
+  if (heard.userbits != before.userbits) {
+    con.mainQueue->async(realtime, [weak] {
+      const auto self = weak.lock();
+      if (const auto delegate = self != nullptr ? self->delegate() : nullptr) {
+        delegate->changedUserbits(self->userbits());
+      }
+    });
+  }
+  if (std::fabs(speed - heard.speed) > kAnnouncedSpeedStep) {
+    con.mainQueue->async(realtime, [weak, now = heard.speed] {
+      const auto self = weak.lock();
+      if (const auto delegate = self != nullptr ? self->delegate() : nullptr) {
+        delegate->changedCurrentSpeed(now);
+      }
+    });
+  }
+}
+
+void VLLTCReaderDevice::mtcDidChangeState(VLMTC* /*mtc*/, VLMTCState state, void* refCon) {
+  const auto self = static_cast<Con*>(refCon)->device.lock();
+  if (self == nullptr) {
+    VELOR_LOG_ERROR("reader is nil, but MTC changed callback has been called");
+    return;
+  }
+  self->updateState();
+  if (const auto delegate = self->delegate()) {
+    delegate->mtcDidChangeState(state);
+  }
+  VELOR_LOG_INFO("LTC Reader (%s) changed state: %s", self->name().value_or("(null)").c_str(),
+                 stringFromMTCState(state));
+}
+
+void VLLTCReaderDevice::updateState() {
+  {
+    const KVAnnouncement runningChange(*this, "running");
+    const KVAnnouncement freewheelingChange(*this, "freewheeling");
+    bool isRunning = false;
+    bool isFreewheeling = false;
+    VLMTCGetTime(mCon.mtc, nullptr, &isRunning, &isFreewheeling);
+    mCon.running.store(isRunning);
+    mCon.freewheeling.store(isFreewheeling);
+  }
+  const KVAnnouncement statusChange(*this, "deviceStatus");
+  if (running()) {
+    mCon.status.store(freewheeling() ? kVLDeviceStatusFreewheeling : kVLDeviceStatusRunning);
+  } else {
+    mCon.status.store(kVLDeviceStatusIdle);
+    mCon.epoch.fetch_add(1);
+  }
+}
+
+}  // namespace velor

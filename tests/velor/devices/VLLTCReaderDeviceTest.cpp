@@ -1,0 +1,231 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/devices/VLLTCReaderDevice.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kvtimecode/ltc_utils.h"
+#include "tests/velor/devices/LoopbackFixture.h"
+
+namespace velor {
+namespace {
+
+constexpr std::uint64_t kSecond = 1'000'000'000;
+constexpr std::int32_t kFirst = 90000;  // an hour
+
+constexpr store::KeyedClass kClasses[] = {
+    store::KeyedClass::of<KVMIDIEndpoint>(), store::KeyedClass::of<VLMIDIEndpointDevice>(),
+    store::KeyedClass::of<VLTimecodeDestinationDevice>(),
+    store::KeyedClass::of<VLLTCReaderDevice>(), store::KeyedClass::of<VLLTCReader>()};
+
+struct Delegate final : LTCReaderDeviceDelegate {
+  void setInputTimecode(const SMPTETime& time) override {
+    frames.push_back(ltc_frame_number_from_smptetime(time));
+  }
+  void changedUserbits(std::uint32_t bits) override { userbits.push_back(bits); }
+  void changedCurrentSpeed(double now) override { speeds.push_back(now); }
+  void mtcDidChangeState(VLMTCState state) override {
+    states += (states.empty() ? "" : " ") + stringFromFourCC(state);
+  }
+  std::vector<std::int32_t> frames;
+  std::vector<std::uint32_t> userbits;
+  std::vector<double> speeds;
+  std::string states;
+};
+
+// A clock at 25, its generator, and a reader that hears it.
+class VLLTCReaderDeviceTest : public LoopbackFixture {
+ protected:
+  struct Block {
+    std::int32_t frame;
+    std::uint64_t time;  // ns, of the first piece
+  };
+
+  void make() {
+    mGenerator = created();
+    mReader = manager().createrReader();
+    mReader->setDelegate(mDelegate);
+    inputOf(*mGenerator)->setEnable(true);
+    clock().setSmpteFormat(kSMPTETimeType25);
+    clock().setTime(ltc_smptetime_from_frame_number(kFirst, kSMPTETimeType25));
+  }
+
+  // The whole blocks that have left the reader's source since the last call, by the
+  // digits of their pieces (MIDI 1.0, MTC quarter frames).
+  std::vector<Block> takeBlocks(const VLDevice& device) {
+    std::vector<Block> blocks;
+    const auto source = device.midiEndpoint()->endpoint();
+    unsigned digits[8] = {};
+    std::uint64_t begin = 0;
+    for (const auto& sent : mOutside->sent) {
+      if (sent.endpoint != source || sent.bytes.size() != 2) {
+        continue;
+      }
+      const unsigned piece = sent.bytes[1] / 16U;
+      digits[piece] = sent.bytes[1] % 16U;
+      if (piece == 0) {
+        begin = sent.time;
+      } else if (piece == 7) {
+        const unsigned hours = digits[6] + 16 * (digits[7] & 1U);
+        const unsigned minutes = digits[4] + 16 * digits[5] + 60 * hours;
+        blocks.push_back(
+            {static_cast<std::int32_t>(digits[0] + 16 * digits[1] +
+                                       25 * (digits[2] + 16 * digits[3] + 60 * minutes)),
+             begin});
+      }
+    }
+    mOutside->sent.clear();
+    return blocks;
+  }
+
+  std::shared_ptr<VLLTCGeneratorDevice> mGenerator;
+  std::shared_ptr<VLLTCReaderDevice> mReader;
+  const std::shared_ptr<Delegate> mDelegate = std::make_shared<Delegate>();
+};
+
+TEST_F(VLLTCReaderDeviceTest, WhatTheClockPlaysIsReadAndLeavesAsMTCInStepWithTheClock) {
+  make();
+  EXPECT_EQ(mReader->name(), "LTC Reader 1");
+  EXPECT_EQ(manager().createrReader()->name(), "LTC Reader 2");
+  EXPECT_EQ(mReader->type(), 0x6C746372U);
+  clock().start();
+  mHost.advance(10 * kSecond);
+  EXPECT_EQ(mReader->deviceStatus(), kVLDeviceStatusRunning);
+  const auto blocks = takeBlocks(*mReader);
+  ASSERT_GT(blocks.size(), 115U);
+  for (std::size_t i = 1; i < blocks.size(); ++i) {
+    ASSERT_EQ(blocks[i].frame, blocks[i - 1].frame + 2);
+    // LTC is read to the sample, and its generator follows to the sample.
+    ASSERT_NEAR(static_cast<double>(blocks[i].time - blocks[0].time),
+                static_cast<double>(2 * i * kFrame25), 63000);
+  }
+  // What the clock sends now, by what has left the reader.
+  mHost.advance(kFrame25 / 2);
+  const std::int32_t current = ltc_frame_number_from_smptetime(clock().time()) - 1;
+  EXPECT_EQ(blocks[0].frame + static_cast<std::int32_t>(
+                                  (mHost.AudioGetCurrentHostTime() - blocks[0].time) / kFrame25),
+            current);
+  EXPECT_TRUE(mLog.has("LTC Reader (LTC Reader 1) changed state: did start reading"));
+
+  // Slower by more than a hundredth, the pace is that of what is read.
+  clock().setPlayRatePercent(-1.5);
+  mHost.advance(5 * kSecond);
+  EXPECT_NEAR(mReader->getLatestSpeed(), 25 * 0.985, 0.01);
+  EXPECT_NEAR(mReader->frameRate() / mReader->getLatestSpeed(), 1, 0.0101);
+}
+
+TEST_F(VLLTCReaderDeviceTest, ItFreewheelsForItsTimeAndReturnsWithoutAStepBack) {
+  make();
+  mReader->setFreewheelTime(2);
+  clock().start();
+  mHost.advance(3 * kSecond);
+  mDelegate->states.clear();
+  takeBlocks(*mReader);
+  int announced = 0;
+  const auto token = mReader->addObserver("deviceStatus", [&](const auto&) { ++announced; });
+  inputOf(*mGenerator)->setEnable(false);
+  mHost.advance(kSecond);
+  EXPECT_EQ(mReader->deviceStatus(), kVLDeviceStatusFreewheeling);
+  inputOf(*mGenerator)->setEnable(true);
+  mHost.advance(2 * kSecond);
+  EXPECT_EQ(mReader->deviceStatus(), kVLDeviceStatusRunning);
+  EXPECT_EQ(mDelegate->states, "fwst resm rdst");
+  EXPECT_EQ(announced, 3) << "once for each";
+  const auto blocks = takeBlocks(*mReader);
+  ASSERT_GT(blocks.size(), 33U);
+  int gaps = 0;
+  for (std::size_t i = 1; i < blocks.size(); ++i) {
+    const std::int32_t step = blocks[i].frame - blocks[i - 1].frame;
+    ASSERT_GE(step, 2);
+    ASSERT_LE(step, 5) << "the time that is not sent, and the frame in between";
+    gaps += step > 2 ? 1 : 0;
+  }
+  EXPECT_LE(gaps, 1);
+
+  clock().stop();
+  mHost.advance(kSecond);
+  EXPECT_TRUE(mReader->freewheeling());
+  mHost.advance(2 * kSecond);
+  EXPECT_FALSE(mReader->running());
+  EXPECT_EQ(mReader->deviceStatus(), kVLDeviceStatusIdle);
+  EXPECT_EQ(mReader->getLatestSpeed(), 0);
+  EXPECT_EQ(mDelegate->states, "fwst resm rdst fwst fwsp");
+}
+
+TEST_F(VLLTCReaderDeviceTest, TheDelegateHearsEverySecondFrameAndOnlyWhatChanges) {
+  make();
+  clock().start();
+  mHost.advance(4 * kSecond);
+  mGenerator->generator()->setUserbits(0x89ABCDEF);
+  mHost.advance(4 * kSecond);
+  ASSERT_GT(mDelegate->frames.size(), 90U);
+  for (std::size_t i = 1; i < mDelegate->frames.size(); ++i) {
+    ASSERT_EQ(mDelegate->frames[i], mDelegate->frames[i - 1] + 2);
+  }
+  EXPECT_EQ(mDelegate->userbits, std::vector<std::uint32_t>{0x89ABCDEF});
+  EXPECT_EQ(mReader->userbits(), 0x89ABCDEFU);
+  SMPTETime latest;
+  mReader->getLatestTime(latest);
+  EXPECT_NEAR(ltc_frame_number_from_smptetime(latest), mDelegate->frames.back() + 2, 2);
+  ASSERT_FALSE(mDelegate->speeds.empty());
+  const auto steady = mDelegate->speeds.size();
+  mHost.advance(4 * kSecond);
+  EXPECT_EQ(mDelegate->speeds.size(), steady);
+  EXPECT_NEAR(mReader->getLatestSpeed(), 25, 0.005);
+}
+
+TEST_F(VLLTCReaderDeviceTest, RemovedItLeavesTheSystemAndAnArchiveBringsItBack) {
+  make();
+  mReader->setChannel(1);
+  mReader->setFreewheelTime(-7);
+  EXPECT_EQ(mReader->freewheelTime(), -1);
+  manager().removeDevicesAtIndexes({0});  // the generator
+  mGenerator.reset();
+  const std::string document = state();
+  const auto endpoint = document.find("\"endpoint\"");
+  const auto time = document.find("\"freewheeltime\"");
+  const auto reader = document.find("\"reader\"");
+  EXPECT_LT(endpoint, time);
+  EXPECT_LT(time, reader);
+  EXPECT_LT(reader, document.find("\"name\""));
+
+  clock().start();
+  manager().removeDevicesAtIndexes({0});
+  mHost.settle();
+  EXPECT_TRUE(core().sources().empty());
+  EXPECT_TRUE(manager().devices().empty());
+  mReader.reset();
+  mHost.advance(kSecond);
+
+  restore(document, kClasses);
+  mHost.settle();
+  ASSERT_EQ(manager().devices().size(), 1U);
+  const auto back = std::dynamic_pointer_cast<VLLTCReaderDevice>(manager().devices()[0]);
+  ASSERT_NE(back, nullptr);
+  ASSERT_EQ(core().sources().size(), 1U);
+  EXPECT_EQ(core().sources()[0]->displayName(), "LTC Reader 1");
+  EXPECT_EQ(back->channel(), 1U);
+  EXPECT_EQ(back->freewheelTime(), -1);
+  EXPECT_EQ(back->audioObjectId(), mLoopback->id());
+  EXPECT_EQ(back->channelNames().size(), 2U);
+
+  int announced = 0;
+  const auto token = back->addObserver("channelNames", [&](const auto&) { ++announced; });
+  mLoopback->vanish();
+  mHost.settle();
+  EXPECT_EQ(announced, 1);
+  EXPECT_TRUE(back->channelNames().empty());
+  mLoopback->appear();
+  mHost.settle();
+  EXPECT_EQ(announced, 2);
+  EXPECT_EQ(back->channel(), 1U);
+  EXPECT_EQ(mLog.errors(), 0U);
+}
+
+}  // namespace
+}  // namespace velor
