@@ -18,8 +18,11 @@ std::string nameOf(const KAHALAudioDevice& device) {
 }
 
 // Null, and why in `error`.
-Device deviceNamed(const std::string& name, const KAHALAudioSystem& system, std::string& error) {
-  const KAHALAudioSystem::Devices devices = system.devicesWithOutputs();
+Device deviceNamed(const std::string& name, audio::AudioObjectPropertyScope scope,
+                   const KAHALAudioSystem& system, std::string& error) {
+  const bool isInput = scope == audio::kAudioObjectPropertyScopeInput;
+  const KAHALAudioSystem::Devices devices =
+      isInput ? system.devicesWithInputs() : system.devicesWithOutputs();
   std::vector<Device> found;
   for (const Device& device : devices) {
     if (device->deviceUID() == name) {
@@ -32,7 +35,8 @@ Device deviceNamed(const std::string& name, const KAHALAudioSystem& system, std:
   if (found.size() == 1) {
     return found.front();
   }
-  error = found.empty() ? "no audio device with outputs is named '" + name + "'; there are:"
+  error = found.empty() ? std::string("no audio device with ") + (isInput ? "inputs" : "outputs") +
+                              " is named '" + name + "'; there are:"
                         : "several audio devices are named '" + name + "', use a UID:";
   const char* separator = " ";
   for (const Device& device : found.empty() ? devices : found) {
@@ -61,8 +65,8 @@ void appendChannels(const char* direction, const std::vector<std::string>& names
 
 }  // namespace
 
-VLAudioChannel VLOutputNamed(const std::string& text, const KAHALAudioSystem& system,
-                             std::string& error) {
+VLAudioChannel VLAudioChannelNamed(const std::string& text, audio::AudioObjectPropertyScope scope,
+                                   const KAHALAudioSystem& system, std::string& error) {
   // Names may hold colons, so that the last one counts.
   const std::size_t colon = text.rfind(':');
   const std::string number = colon != std::string::npos ? text.substr(colon + 1) : "";
@@ -71,21 +75,21 @@ VLAudioChannel VLOutputNamed(const std::string& text, const KAHALAudioSystem& sy
     error = "'" + text + "' is no DEVICE:CHANNEL";
     return {};
   }
-  VLAudioChannel output;
-  auto device = deviceNamed(text.substr(0, colon), system, error);
+  VLAudioChannel named;
+  auto device = deviceNamed(text.substr(0, colon), scope, system, error);
   if (device == nullptr) {
     return {};
   }
-  output.channel = static_cast<std::uint32_t>(std::stoul(number));
-  output.channels = device->numChannelsInScope(audio::kAudioObjectPropertyScopeOutput);
-  output.name = nameOf(*device) + ":" + std::to_string(output.channel);
-  if (output.channel < 1 || output.channel > output.channels) {
+  named.channel = static_cast<std::uint32_t>(std::stoul(number));
+  named.channels = device->numChannelsInScope(scope);
+  named.name = nameOf(*device) + ":" + std::to_string(named.channel);
+  if (named.channel < 1 || named.channel > named.channels) {
     error = "'" + nameOf(*device) + "' has no channel " + number + " (1 to " +
-            std::to_string(output.channels) + ")";
+            std::to_string(named.channels) + ")";
     return {};
   }
-  output.device = std::move(device);
-  return output;
+  named.device = std::move(device);
+  return named;
 }
 
 std::string VLAudioDeviceList(const KAHALAudioSystem& system) {

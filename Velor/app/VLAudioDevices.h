@@ -9,7 +9,7 @@
 
 namespace velor {
 
-/// A channel of a device, to play on.
+/// A channel of a device, to play on or to listen to.
 struct VLAudioChannel {
   std::shared_ptr<KAHALAudioDevice> device;
   std::uint32_t channel = 0;   ///< from 1
@@ -17,10 +17,11 @@ struct VLAudioChannel {
   std::string name;            ///< for people: "Velor Loopback:1"
 };
 
-/// The output that goes by "DEVICE:CHANNEL", the device by its UID or by its name.
-/// Without a device when there is none; `error` then says what there is, in one line.
-VLAudioChannel VLOutputNamed(const std::string& text, const KAHALAudioSystem& system,
-                             std::string& error);
+/// The input or output, by `scope`, that goes by "DEVICE:CHANNEL", the device by its UID
+/// or by its name. Without a device when there is none; `error` then says what there is,
+/// in one line.
+VLAudioChannel VLAudioChannelNamed(const std::string& text, audio::AudioObjectPropertyScope scope,
+                                   const KAHALAudioSystem& system, std::string& error);
 
 /// Each device: UID, name, rate, and the channels of each direction with their numbers.
 std::string VLAudioDeviceList(const KAHALAudioSystem& system);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <initializer_list>
@@ -22,6 +23,7 @@ constexpr int kUsageStatus = 2;
 constexpr double kMaxRatePercent = 2.0;
 constexpr double kMaxPreroll = 60.0;
 constexpr int kMaxPort = 65535;
+constexpr int kMaxFreewheel = 86400;  // seconds
 
 template <class Value>
 struct Named {
@@ -96,6 +98,17 @@ void refuseIf(bool condition, const std::string& message) {
   if (condition) {
     throw UsageError(message);
   }
+}
+
+// -1 stands for no end.
+int secondsOption(const std::string& text, const char* option) {
+  int seconds = 0;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  refuseIf(failure != std::errc() || end != text.data() + text.size(),
+           std::string(option) + ": '" + text + "' is no whole number of seconds");
+  refuseIf(seconds < -1 || seconds > kMaxFreewheel,
+           std::string(option) + ": out of range (-1 to " + std::to_string(kMaxFreewheel) + ")");
+  return seconds;
 }
 
 // `mode` is null when none is given.
@@ -342,6 +355,7 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   std::string stopAt;
   std::vector<std::string> loop;
   double preroll = 0;
+  std::string freewheel;
   std::string ltcLevel = "-20dB";
   std::string ltcUserBits = "00000000";
 
@@ -380,6 +394,15 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   app.add_option("--ltc-user-bits", ltcUserBits,
                  "Of the LTC: eight hexadecimal digits, the first group last")
       ->capture_default_str();
+  app.add_option("--ltc-in", options.ltcIn,
+                 "Read LTC from this channel of an audio device, named as for --ltc-out, and send "
+                 "it on as MTC from the MIDI source 'LTC Reader 1'")
+      ->type_name("DEVICE:CHANNEL");
+  auto* freewheelOption =
+      app.add_option("--freewheel", freewheel,
+                     "How long that MTC goes on when the LTC ends, in seconds; -1 without end")
+          ->type_name("SECONDS")
+          ->default_str("5");
   app.add_option("--loop", loop, "Go from END back to START")->expected(2)->type_name("START END");
 
   OSCWords oscWords;
@@ -437,6 +460,10 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
     for (const char* option : {"--ltc-level", "--ltc-user-bits"}) {
       refuseIf(app.count(option) > 0 && options.ltcOut.empty(),
                std::string(option) + " needs --ltc-out");
+    }
+    if (freewheelOption->count() > 0) {
+      refuseIf(!options.ltcIn, "--freewheel needs --ltc-in");
+      options.freewheel = secondsOption(freewheel, "--freewheel");
     }
     std::string error;
     options.ltcLevel = valueOf(VLLevelFromText(ltcLevel, error), error, "--ltc-level");

@@ -32,9 +32,11 @@ struct VLOptions {
   std::uint64_t playMode = 0;     // a play mode of the clock
   std::optional<SMPTETime> stopAt;
   std::optional<std::pair<SMPTETime, SMPTETime>> loop;
-  std::vector<std::string> ltcOut;  // DEVICE:CHANNEL, as typed
-  float ltcLevel = 0.1F;            // of full scale
-  std::uint32_t ltcUserBits = 0;    // the first group lowest
+  std::vector<std::string> ltcOut;   // DEVICE:CHANNEL, as typed
+  float ltcLevel = 0.1F;             // of full scale
+  std::uint32_t ltcUserBits = 0;     // the first group lowest
+  std::optional<std::string> ltcIn;  // DEVICE:CHANNEL, as typed
+  int freewheel = 5;                 // seconds; -1 without end
   VLOSCOptions osc;
 };
 

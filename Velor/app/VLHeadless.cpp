@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "Kv-Appkit/KVNotificationCenter.h"
-#include "Kv-Appkit/KVShared.h"
 #include "Velor/app/VLAudioDevices.h"
 #include "Velor/app/VLNetworkInForce.h"
 #include "Velor/app/VLOSCRemote.h"
@@ -23,6 +22,7 @@
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/devices/VLLTCGeneratorDevice.h"
+#include "Velor/devices/VLLTCReaderDevice.h"
 #include "Velor/osc/VLOSCServer.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "platform/audio/AudioService.h"
@@ -61,17 +61,6 @@ class StopSignals {
 
  private:
   inline static std::atomic<host::MainQueue*> sQueue{nullptr};
-};
-
-// Instances that the process shares end before the services on which they stand.
-struct SharedInstancesEnd {
-  SharedInstancesEnd() = default;
-  ~SharedInstancesEnd() {
-    KVSharedInstances::clear();
-    host::current().mainQueue().drainPending();  // what waits there may hold a socket
-  }
-  SharedInstancesEnd(const SharedInstancesEnd&) = delete;
-  SharedInstancesEnd& operator=(const SharedInstancesEnd&) = delete;
 };
 
 void setUp(VLClock& clock, const VLOptions& options) {
@@ -138,21 +127,38 @@ struct LTCOutput {
   std::shared_ptr<KVLTCGenerator> generator;
 };
 
-// Finds the outputs, or says on standard error what is wrong with one.
+// A reader of LTC that was asked for on the command line.
+struct LTCInput {
+  std::string name;
+  audio::AudioObjectID deviceID;
+  std::uint32_t channel;  // from 0
+  std::shared_ptr<VLLTCReaderDevice> reader;
+};
+
+// Without a device when there is none, which standard error is told.
+VLAudioChannel findChannel(const char* option, const std::string& name,
+                           audio::AudioObjectPropertyScope scope,
+                           const std::vector<VLAudioChannel>& others = {}) {
+  std::string error;
+  auto channel = VLAudioChannelNamed(name, scope, KAHALAudioSystem::defaultSystem(), error);
+  for (const VLAudioChannel& other : others) {
+    if (channel.device != nullptr && other.device->objectID() == channel.device->objectID() &&
+        other.channel == channel.channel) {
+      error = "'" + channel.name + "' is named twice";
+      channel.device = nullptr;
+    }
+  }
+  if (channel.device == nullptr) {
+    std::fprintf(stderr, "velor: %s: %s\n", option, VLPrintable(error).c_str());
+  }
+  return channel;
+}
+
 std::optional<std::vector<VLAudioChannel>> findOutputs(const std::vector<std::string>& names) {
   std::vector<VLAudioChannel> outputs;
   for (const std::string& name : names) {
-    std::string error;
-    auto output = VLOutputNamed(name, KAHALAudioSystem::defaultSystem(), error);
-    for (const VLAudioChannel& other : outputs) {
-      if (output.device != nullptr && other.device->objectID() == output.device->objectID() &&
-          other.channel == output.channel) {
-        error = "'" + output.name + "' is named twice";
-        output.device = nullptr;
-      }
-    }
+    auto output = findChannel("--ltc-out", name, audio::kAudioObjectPropertyScopeOutput, outputs);
     if (output.device == nullptr) {
-      std::fprintf(stderr, "velor: --ltc-out: %s\n", VLPrintable(error).c_str());
       return std::nullopt;
     }
     outputs.push_back(std::move(output));
@@ -180,21 +186,44 @@ LTCOutput makeGenerator(const VLAudioChannel& output, const VLOptions& options,
   return {output.name, output.device->objectID(), generator};
 }
 
-// Hears the clock, and keeps the status line in step with it, the ports and the
+// Makes a reader that listens there.
+LTCInput makeReader(const VLAudioChannel& input, const VLOptions& options,
+                    VLDeviceManager& devices) {
+  const auto reader = devices.createrReader();
+  LTCInput made{input.name, input.device->objectID(), input.channel - 1, reader};
+  reader->setAudioObjectId(made.deviceID);
+  reader->setChannel(made.channel);
+  reader->setFreewheelTime(options.freewheel);
+  return made;
+}
+
+// Whether the clock does anything beside the reader.
+bool usesClock(const VLOptions& options) {
+  return !options.ltcIn || options.play || options.arm || !options.mtcOut.empty() ||
+         !options.ltcOut.empty();
+}
+
+// Hears the clock and the reader, and keeps the status line in step with it, the ports and the
 // server. Main queue.
-class Watcher final : public VLClockDelegate {
+class Watcher final : public VLClockDelegate, public LTCReaderDeviceDelegate {
  public:
   Watcher(VLClock& clock, KVMIDICore& core, std::optional<WantedPort> source,
           std::vector<WantedPort> destinations, std::vector<LTCOutput> ltc,
-          std::shared_ptr<VLOSCRemote> remote)
+          std::optional<LTCInput> ltcIn, bool isClockUsed, std::shared_ptr<VLOSCRemote> remote)
       : mClock(clock),
         mCore(core),
         mSource(std::move(source)),
         mDestinations(std::move(destinations)),
         mLTC(std::move(ltc)),
+        mLTCIn(std::move(ltcIn)),
+        mIsClockUsed(isClockUsed),
         mRemote(std::move(remote)),
         mObserver(KVNotificationCenter::defaultCenter().addObserver(
             KVMIDINotification, [this](const KVNotification&) { portsChanged(); })) {
+    if (mLTCIn) {
+      mInputToken =
+          mLTCIn->reader->addObserver("audioObjectId", [this](const auto&) { keepChannel(); });
+    }
     if (mLine.isVisible() || mRemote != nullptr) {
       mClock.setProceedBlock([this](const SMPTETime* time) { proceed(*time); });
     }
@@ -215,6 +244,13 @@ class Watcher final : public VLClockDelegate {
     mReceivedFormat = format;
     showNow();
   }
+  void setInputTimecode(const SMPTETime& time) override {
+    mRead = time;
+    showNow();
+  }
+  void changedUserbits(std::uint32_t) override { showNow(); }
+  void changedCurrentSpeed(double) override { showNow(); }
+  void mtcDidChangeState(VLMTCState) override { showNow(); }
   // A new check: what the last one found may be mended. Without a source nothing
   // could come back, and receivers are spared the message.
   bool clockShouldCheckForMTCLoop(VLClock&) override {
@@ -254,6 +290,8 @@ class Watcher final : public VLClockDelegate {
                     std::nullopt,
                     {},
                     {},
+                    std::nullopt,
+                    mIsClockUsed,
                     midi::service().serverDescription(),
                     0};
     if (mSource) {
@@ -269,7 +307,25 @@ class Watcher final : public VLClockDelegate {
     if (mRemote != nullptr) {
       status.oscPort = VLOSCServer::sharedServer().port();
     }
+    if (mLTCIn) {
+      const VLLTCReaderDevice& reader = *mLTCIn->reader;
+      status.ltcIn = {{mLTCIn->name, reader.audioObjectId() == mLTCIn->deviceID},
+                      mRead,
+                      reader.getLatestSpeed(),
+                      reader.userbits(),
+                      reader.deviceStatus()};
+      if (reader.freewheeling()) {
+        reader.getLatestTime(status.ltcIn->time);
+      }
+    }
     mLine.show(status);
+  }
+  // It was named; a change of the device's rate sets it back.
+  void keepChannel() {
+    if (mLTCIn->reader->audioObjectId() == mLTCIn->deviceID) {
+      mLTCIn->reader->setChannel(mLTCIn->channel);
+    }
+    showNow();
   }
   void portsChanged() {
     if (mSource) {
@@ -295,23 +351,27 @@ class Watcher final : public VLClockDelegate {
   std::optional<WantedPort> mSource;
   std::vector<WantedPort> mDestinations;
   std::vector<LTCOutput> mLTC;
+  std::optional<LTCInput> mLTCIn;
+  const bool mIsClockUsed;
+  SMPTETime mRead{};                           // the time read last
   const std::shared_ptr<VLOSCRemote> mRemote;  // null without OSC
   std::uint32_t mReceivedFormat = 0;
   std::optional<std::pair<std::string, std::string>> mLoop;
   VLStatusLine mLine;
   const std::shared_ptr<int> mAlive = std::make_shared<int>();
   const KVObserverToken mObserver;
+  KVObserverToken mInputToken;
 };
 
 }  // namespace
 
 int VLHeadlessRun(const VLOptions& options) {
-  const VLServicesInForce service;
+  // Before the services, with whose end the sockets go.
   std::optional<VLNetworkInForce> network;
   if (options.osc.isWanted()) {
     network.emplace();
   }
-  const SharedInstancesEnd shared;
+  const VLServicesInForce service;
   KVMIDICore& core = KVMIDICore::sharedCore();
   if (options.list) {
     return list(core);
@@ -340,6 +400,13 @@ int VLHeadlessRun(const VLOptions& options) {
   if (!outputs) {
     return kUsageStatus;
   }
+  VLAudioChannel input;
+  if (options.ltcIn) {
+    input = findChannel("--ltc-in", *options.ltcIn, audio::kAudioObjectPropertyScopeInput);
+    if (input.device == nullptr) {
+      return kUsageStatus;
+    }
+  }
   std::shared_ptr<VLOSCRemote> remote;
   if (network) {
     remote = std::make_shared<VLOSCRemote>(VLClock::sharedClock());
@@ -360,8 +427,16 @@ int VLHeadlessRun(const VLOptions& options) {
   for (const VLAudioChannel& output : *outputs) {
     ltc.push_back(makeGenerator(output, options, devices));
   }
-  const auto watcher = std::make_shared<Watcher>(clock, core, source, destinations, ltc, remote);
+  std::optional<LTCInput> ltcIn;
+  if (input.device != nullptr) {
+    ltcIn = makeReader(input, options, devices);
+  }
+  const auto watcher = std::make_shared<Watcher>(clock, core, source, destinations, ltc, ltcIn,
+                                                 usesClock(options), remote);
   clock.setDelegate(watcher);
+  if (ltcIn) {
+    ltcIn->reader->setDelegate(watcher);
+  }
   setUp(clock, options);
   for (const WantedPort& port : destinations) {
     if (const auto device = devices.destinationWithEndpoint(port.endpoint)) {

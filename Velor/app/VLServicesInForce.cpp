@@ -6,9 +6,11 @@
 #include <utility>
 #include <vector>
 
+#include "Kv-Appkit/KVShared.h"
 #include "platform/audio/builtin/AudioObjectTable.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/audio/jack/JackAudio.h"
+#include "platform/host/Host.h"
 #include "platform/jack/JackClient.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
 #include "platform/midi/jack/JackMIDI.h"
@@ -53,15 +55,19 @@ constexpr std::array<BackEnd, 2> kBackEnds = {{
 
 }  // namespace
 
-VLServicesInForce::VLServicesInForce()
-    : mServices(std::find_if(kBackEnds.begin(), kBackEnds.end(), [](const BackEnd& each) {
-                  return each.available();
-                })->make()) {
+VLServicesInForce::VLServicesInForce(Outside outside)
+    : mServices(outside == Outside::none
+                    ? makeBuiltin()
+                    : std::find_if(kBackEnds.begin(), kBackEnds.end(), [](const BackEnd& each) {
+                        return each.available();
+                      })->make()) {
   midi::setService(mServices.midi.get());
   audio::setService(mServices.audio.get());
 }
 
 VLServicesInForce::~VLServicesInForce() {
+  KVSharedInstances::clear();
+  host::current().mainQueue().drainPending();  // what waits there may hold a socket
   audio::setService(nullptr);
   midi::setService(nullptr);
 }

@@ -10,7 +10,8 @@ namespace velor {
 
 /// Makes the host's services by the back end that is preferred of those that are
 /// available here, and puts them in force; the owner takes them out of force with
-/// it. The host must be there.
+/// it, and before that ends what the process shares, which stands on them. The host
+/// must be there.
 class VLServicesInForce {
  public:
   struct Services {
@@ -18,7 +19,9 @@ class VLServicesInForce {
     std::unique_ptr<audio::AudioService> audio;
   };
 
-  VLServicesInForce();
+  enum class Outside { ifAvailable, none };
+
+  explicit VLServicesInForce(Outside outside = Outside::ifAvailable);
   ~VLServicesInForce();
   VLServicesInForce(const VLServicesInForce&) = delete;
   VLServicesInForce& operator=(const VLServicesInForce&) = delete;

@@ -5,9 +5,14 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <utility>
+
 #include "Velor/app/VLCommandLine.h"
 #include "Velor/app/VLPortNames.h"
 #include "Velor/clock/VLClockStatus.h"
+#include "Velor/devices/VLDevice.h"
+#include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
 
 namespace velor {
@@ -48,13 +53,15 @@ bool continuesCharacter(char c) {
   return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
 
-}  // namespace
+std::string timeText(const SMPTETime& time) {
+  char text[kLTCStringSize];
+  ltc_format_string(time, text);
+  return std::string(text) + "  " + VLFormatName(time.mType);
+}
 
-std::string VLStatusText(const VLStatus& status, std::size_t columns) {
-  char time[kLTCStringSize];
-  ltc_format_string(status.time, time);
-  std::string text(time);
-  text.append("  ").append(VLFormatName(status.time.mType)).append("  ").append(statusText(status));
+// Of the clock, and what it sends and follows.
+std::string clockText(const VLStatus& status) {
+  std::string text = timeText(status.time) + "  " + statusText(status);
   if (status.loop) {
     text.append("  LOOP ").append(VLPrintable(status.loop->first));
     text.append(" > ").append(VLPrintable(status.loop->second));
@@ -76,11 +83,11 @@ std::string VLStatusText(const VLStatus& status, std::size_t columns) {
     text.append(separator).append(portText(output.port)).append(" ").append(output.rate);
     separator = ", ";
   }
-  if (status.oscPort != 0) {
-    text.append("  OSC: ").append(std::to_string(status.oscPort));
-  }
-  text.append("  MIDI: ").append(status.server);
+  return text;
+}
 
+// At most `columns` characters of it.
+std::string cut(const std::string& text, std::size_t columns) {
   std::size_t characters = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
     characters += continuesCharacter(text[i]) ? 0 : 1;
@@ -98,6 +105,37 @@ std::string VLStatusText(const VLStatus& status, std::size_t columns) {
   }
   return text.substr(0, end) + std::string("...").substr(0, columns);
 }
+
+std::string inputText(const VLLTCInput& input) {
+  const char* state = input.status == kVLDeviceStatusRunning        ? "reading"
+                      : input.status == kVLDeviceStatusFreewheeling ? "freewheeling"
+                                                                    : "no LTC";
+  char rate[64] = "-- fps";
+  if (input.speed > 0) {
+    const double nominal = 1 / ltc_seconds_per_frame(input.time.mType);
+    std::snprintf(rate, sizeof rate, "%.3f fps (%+.3f%%)", input.speed,
+                  (input.speed / nominal - 1) * 100);
+  }
+  char userbits[16];
+  std::snprintf(userbits, sizeof userbits, "%08X", input.userbits);
+  const bool isTimeKnown = (input.time.mFlags & kSMPTETimeValid) != 0;
+  std::string text = isTimeKnown ? timeText(input.time) : invalidSMPTEString();
+  text.append("  ").append(state).append("  ").append(rate).append("  user bits ");
+  return text.append(userbits).append("  from ").append(portText(input.port));
+}
+
+std::string lineText(const VLStatus& status) {
+  std::string text = status.isClockUsed ? clockText(status) : "";
+  if (status.ltcIn) {
+    text.append(status.isClockUsed ? "  LTC in: " : "").append(inputText(*status.ltcIn));
+  }
+  if (status.oscPort != 0) {
+    text.append("  OSC: ").append(std::to_string(status.oscPort));
+  }
+  return text.append("  MIDI: ").append(status.server);
+}
+
+}  // namespace
 
 VLStatusLine::VLStatusLine() : mIsTerminal(isatty(STDOUT_FILENO) == 1) {
   if (mIsTerminal) {
@@ -122,14 +160,20 @@ bool VLStatusLine::writeOut(const std::string& text) const {
 }
 
 void VLStatusLine::show(const VLStatus& status) {
+  if (mIsTerminal) {
+    show(lineText(status));
+  }
+}
+
+void VLStatusLine::show(const std::string& text) {
   if (!mIsTerminal) {
     return;
   }
   // The last column stays free: some terminals would go to the next line.
-  std::string text = VLStatusText(status, terminalColumns() - 1);
-  if (text != mLast || !mIsWhole) {
-    mIsWhole = writeOut("\r" + text + "\033[K");
-    mLast = std::move(text);
+  std::string line = cut(text, terminalColumns() - 1);
+  if (line != mLast || !mIsWhole) {
+    mIsWhole = writeOut("\r" + line + "\033[K");
+    mLast = std::move(line);
   }
 }
 

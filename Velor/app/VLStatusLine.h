@@ -23,6 +23,15 @@ struct VLLTCOutput {
   std::string rate;
 };
 
+/// A reader of LTC: where it was told to listen, and what it reads.
+struct VLLTCInput {
+  VLNamedPort port;
+  SMPTETime time{};
+  double speed = 0;  ///< frames a second; 0 while there is none
+  std::uint32_t userbits = 0;
+  std::uint32_t status = 0;  ///< a status of devices
+};
+
 /// What the status line tells.
 struct VLStatus {
   SMPTETime time{};
@@ -33,15 +42,14 @@ struct VLStatus {
   std::optional<VLNamedPort> source;
   std::vector<VLNamedPort> destinations;
   std::vector<VLLTCOutput> ltc;
+  std::optional<VLLTCInput> ltcIn;
+  bool isClockUsed = true;  ///< else the reader is all that there is to tell
   std::string server;
   std::uint16_t oscPort = 0;  // 0: no OSC comes in
 };
 
-/// One line of at most `columns` characters; cut with "..." when it is longer.
-std::string VLStatusText(const VLStatus& status, std::size_t columns);
-
-/// A line on the terminal that is written over in place; silent where standard
-/// output is no terminal.
+/// A line on the terminal that is written over in place, cut with "..." where it is
+/// longer than that is wide; silent where standard output is no terminal.
 class VLStatusLine {
  public:
   VLStatusLine();
@@ -52,6 +60,7 @@ class VLStatusLine {
 
   bool isVisible() const { return mIsTerminal; }
   void show(const VLStatus& status);
+  void show(const std::string& text);
 
  private:
   // False when the terminal did not take all of it.

@@ -65,6 +65,12 @@ TEST(BadInput, IsOneClearLineAndTheStatus2AndNothingIsSent) {
       {{"--ltc-out", "velor.loopback:1", "--ltc-level", "-infdB"}, {"--ltc-level"}},
       {{"--ltc-out", "velor.loopback:1", "--ltc-user-bits", "1234567"}, {"--ltc-user-bits"}},
       {{"--ltc-level", "-20dB"}, {"--ltc-level", "--ltc-out"}},
+      {{"--ltc-in", "Nowhere:1"}, {"--ltc-in", "with inputs", "'Nowhere'", "'Velor Loopback'"}},
+      {{"--ltc-in", "velor.loopback:3"}, {"--ltc-in", "no channel 3", "1 to 2"}},
+      {{"--ltc-in", "velor.loopback:-1"}, {"--ltc-in", "DEVICE:CHANNEL"}},
+      {{"--ltc-in", "velor.loopback:1", "--freewheel", "1.5"}, {"--freewheel", "'1.5'"}},
+      {{"--ltc-in", "velor.loopback:1", "--freewheel", "-2"}, {"--freewheel", "-1 to 86400"}},
+      {{"--freewheel", "1"}, {"--freewheel", "--ltc-in"}},
       {{"--no-such-option"}, {"--no-such-option"}},
       {{"stray"}, {"stray"}},
   };
