@@ -1,17 +1,48 @@
 // SPDX-License-Identifier: MIT
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <string>
 #include <vector>
 
 #include "Velor/app/VLCommandLine.h"
+#include "Velor/app/VLDemonstration.h"
 #include "Velor/app/VLHeadless.h"
 #include "platform/host/Log.h"
 #include "platform/host/SystemHost.h"
 #include "platform/store/ApplicationFolders.h"
 #include "platform/store/LogFile.h"
 
+namespace {
+
+bool hasDisplay() {
+  const auto isSet = [](const char* name) {
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != 0;
+  };
+  return isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
+}
+
+// What runs on the host, with its log.
+int run(int (*body)(const velor::VLOptions& options), const velor::VLOptions& options) {
+  try {
+    velor::store::LogFile log(velor::store::ApplicationFolders().logs());
+    log.install();
+    const velor::host::SystemHost host;
+    return body(options);
+  } catch (const std::exception& error) {
+    VELOR_LOG_ERROR("ended by an exception: %s", error.what());
+    std::fprintf(stderr, "velor: %s\n", error.what());
+    return 1;
+  }
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  if (argc == 1 && !hasDisplay()) {
+    return run([](const velor::VLOptions&) { return velor::VLDemonstrationRun(); }, {});
+  }
   const velor::VLCommandLine commandLine =
       velor::VLParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
   if (commandLine.encode) {
@@ -27,14 +58,5 @@ int main(int argc, char** argv) {
     }
     return std::fputs(commandLine.output.c_str(), stdout) >= 0 && std::fflush(stdout) == 0 ? 0 : 1;
   }
-  try {
-    velor::store::LogFile log(velor::store::ApplicationFolders().logs());
-    log.install();
-    const velor::host::SystemHost host;
-    return velor::VLHeadlessRun(*commandLine.options);
-  } catch (const std::exception& error) {
-    VELOR_LOG_ERROR("ended by an exception: %s", error.what());
-    std::fprintf(stderr, "velor: %s\n", error.what());
-    return 1;
-  }
+  return run(&velor::VLHeadlessRun, *commandLine.options);
 }
