@@ -458,9 +458,16 @@ int VLHeadlessRun(const VLOptions& options) {
     clock.start();
   }
   mainQueue.run();
-  if (options.play || options.arm || remote != nullptr) {
-    clock.stop();
-    clock.disarm();
+  const bool ran = options.play || options.arm || remote != nullptr;
+  if (ran || ltcIn) {
+    if (ran) {
+      clock.stop();
+      clock.disarm();
+    }
+    if (ltcIn) {
+      ltcIn->reader->setFreewheelTime(0);
+      ltcIn->reader->setChannel(VLLTCReader::kNoChannel);
+    }
     // Also after a stop of its own, which may have come just now.
     mainQueue.after(kRunOut, [&mainQueue] { mainQueue.stop(); });
     mainQueue.run();

@@ -45,6 +45,9 @@ class VLLTCReader final : public KVObservable,
   static constexpr audio::OSStatus kNotSetUp = -7;
   static constexpr audio::OSStatus kNoSuchChannel = -9;
 
+  /// A channel that no device has: nothing is read.
+  static constexpr std::uint32_t kNoChannel = 0xFFFFFFFF;
+
   /// Listens to the device, or to the default input for 0.
   static std::shared_ptr<VLLTCReader> initWithAudioObjectId(audio::AudioObjectID objectID);
   ~VLLTCReader() override;

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+// How what a generator plays is read over two clocks that differ, as a table in
+// Markdown, and what readers cost. The argument is the length of the runs in hours, 24
+// unless told.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <memory>
+#include <vector>
+
+#include "Velor/devices/VLLTCReaderDevice.h"
+#include "kva/MIDI/KVMIDICore.h"
+#include "platform/midi/builtin/MIDIObjectTable.h"
+#include "tests/support/LTCLoop.h"
+
+namespace velor {
+namespace {
+
+constexpr double kSettling = 10;  // s
+constexpr double kStep = 60;      // s
+constexpr std::uint32_t kUserBits = 0x89ABCDEF;
+
+void report(const LTCLoop::Parameters& parameters, double seconds) {
+  LTCLoop loop(parameters);
+  loop.generator->setUserbits(kUserBits);
+  loop.listen();
+  loop.start(0);
+  loop.run(kSettling);
+  LTCLoop::Told before = loop.take().back();
+  std::uint64_t read = 0;
+  std::uint64_t wrong = 0;
+  double worst = 0;     // ns
+  double earliest = 0;  // ns
+  double latest = 0;    // ns
+  for (; seconds > 0; seconds -= kStep) {
+    loop.run(std::min(seconds, kStep));
+    for (const LTCLoop::Told& told : loop.take()) {
+      const bool isNext = told.frame == (before.frame + 1) % loop.day();
+      wrong += isNext && told.userbits == kUserBits && told.type == parameters.type ? 0 : 1;
+      const double error = loop.phaseErrorOf(told);
+      earliest = std::min(earliest, error);
+      latest = std::max(latest, error);
+      worst = std::max(worst, std::fabs(told.fps * loop.seconds() - 1));
+      before = told;
+      ++read;
+    }
+  }
+  const double samples = parameters.sampleRate * 1e-9;
+  std::printf("| %.0f | %+.0f | %+.0f | %llu | %llu | %+.2f | %+.2f | %.0f |\n",
+              parameters.sampleRate, parameters.playedPPM, parameters.heardPPM,
+              static_cast<unsigned long long>(read), static_cast<unsigned long long>(wrong),
+              earliest * samples, latest * samples, worst * 1e6);
+  std::fflush(stdout);
+}
+
+double processorSeconds() {
+  timespec time{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+// Of a second in which so many readers read LTC at 96 kHz and send MTC.
+double costOf(int count) {
+  constexpr double kSeconds = 120;
+  LTCLoop loop({kSMPTETimeType30, 96000, 0, 0, 2});
+  auto table = std::make_unique<midi::MIDIObjectTable>(nullptr);
+  midi::setService(table.get());
+  double cost = 0;
+  {
+    loop.reader->stop();
+    std::vector<std::shared_ptr<VLLTCReaderDevice>> readers;
+    KVMIDICore& core = KVMIDICore::sharedCore();
+    for (int i = 0; i < count; ++i) {
+      readers.push_back(VLLTCReaderDevice::initWithEndpoint(
+          std::make_shared<KVMIDIEndpoint>(core.createSource(core.defaultClient(), "reader", 0))));
+      readers.back()->setAudioObjectId(loop.heard->id());
+    }
+    loop.start(0);
+    loop.run(kSettling);
+    const double before = processorSeconds();
+    loop.run(kSeconds);
+    cost = (processorSeconds() - before) / kSeconds;
+    for (const auto& reader : readers) {
+      if (std::fabs(reader->getLatestSpeed() - 30) > 0.01) {
+        std::puts("a reader does not read");
+        std::exit(1);
+      }
+    }
+    loop.stop();
+  }
+  loop.reader.reset();
+  loop.generator.reset();
+  KVSharedInstances::clear();
+  midi::setService(nullptr);
+  return cost;
+}
+
+}  // namespace
+}  // namespace velor
+
+int main(int argc, char** argv) {
+  const double seconds = 3600 * (argc > 1 ? std::atof(argv[1]) : 24);
+  std::printf("%.2f hours, frames at 25 a second\n\n", seconds / 3600);
+  std::puts(
+      "| Hz | played, ppm | heard, ppm | read | wrong | earliest, samples | latest | "
+      "rate off at most, ppm |\n|--:|--:|--:|--:|--:|--:|--:|--:|");
+  for (const double ppm : {100.0, -100.0}) {
+    velor::LTCLoop::Parameters parameters;
+    parameters.playedPPM = ppm;
+    parameters.heardPPM = -ppm;
+    velor::report(parameters, seconds);
+  }
+  constexpr int kReaders = 8;
+  const double none = velor::costOf(0);
+  const double all = velor::costOf(kReaders);
+  std::printf(
+      "\n%d readers at 96 kHz: %.2f %% of a core (with what is simulated around them "
+      "%.2f %%)\n",
+      kReaders, 100 * (all - none), 100 * all);
+  return 0;
+}
