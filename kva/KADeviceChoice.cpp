@@ -34,6 +34,13 @@ bool KADeviceChoice::isSettled() const {
   return chosen != nullptr ? isChosenInUse() : find(mUsedUID) != nullptr;
 }
 
+void KADeviceChoice::take(const Device& device, const Use& use) {
+  choose(device != nullptr ? device->deviceUID() : "");
+  mUsedUID.clear();
+  use(device);
+  mUsedUID = mChosenUID;
+}
+
 bool KADeviceChoice::settle(const Use& use) {
   const std::string before = std::exchange(mUsedUID, {});
   const Device standard = defaultDevice();

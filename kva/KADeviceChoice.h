@@ -32,6 +32,11 @@ class KADeviceChoice {
   const std::string& usedUID() const noexcept { return mUsedUID; }
   bool isChosenInUse() const noexcept { return !mUsedUID.empty() && mUsedUID == mChosenUID; }
 
+  /// Chooses the device and takes it into use; null is none, of which `use` is told, too.
+  /// Raises what `use` raises, with none in use then, and before that KVException where
+  /// the device is unknown.
+  void take(const Device& device, const Use& use);
+
   /// Whether the device in use is there, and is the one that would be taken now.
   bool isSettled() const;
 

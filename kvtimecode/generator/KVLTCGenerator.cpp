@@ -211,28 +211,26 @@ std::shared_ptr<KVLTCGenerator> KVLTCGenerator::initWithCoder(store::KeyedUnarch
     return generator;
   }
   // Of a device that is away now the map waits with it.
-  generator->mChosenUID = *uid;
+  generator->mChoice.choose(*uid);
   if (map) {
     generator->mChosenMap.resize(
         std::min<std::size_t>(map->size() / sizeof(std::int32_t), audio::kMaxChannels));
     std::memcpy(generator->mChosenMap.data(), map->data(),
                 generator->mChosenMap.size() * sizeof(std::int32_t));
   }
-  const auto chosen = system.audioDeviceForUID(*uid);
-  generator->setupGraph(chosen != nullptr ? chosen : system.defaultOutputDevice());
-  generator->tellOfDevice(*uid);
+  generator->rebuild();
   return generator;
 }
 
 void KVLTCGenerator::encodeWithCoder(store::KeyedArchiver& coder) const {
   std::vector<std::int32_t> map = mChosenMap;
-  if (mPlayingUID == mChosenUID) {
+  if (mChoice.isChosenInUse()) {
     map.resize(lengthOfChannelMap());
     getChannelMap(map);
   }
   std::vector<std::uint8_t> bytes(map.size() * sizeof(std::int32_t));
   std::memcpy(bytes.data(), map.data(), bytes.size());
-  coder.encodeString(mChosenUID, kDeviceKey);
+  coder.encodeString(mChoice.chosenUID(), kDeviceKey);
   coder.encodeInt32(static_cast<std::int32_t>(userbits()), kUserBitsKey);
   coder.encodeDouble(level(), kLevelKey);
   coder.encodeBytes(bytes, kChannelMapKey);
@@ -246,21 +244,20 @@ void KVLTCGenerator::setAudioObjectId(audio::AudioObjectID objectID) {
 }
 
 void KVLTCGenerator::choose(const Device& device) {
-  mChosenUID = device != nullptr ? device->deviceUID() : "";
-  mChosenMap.clear();
   const KVAnnouncement announcement(*this, "audioObjectId");
-  disposeGraph();
-  setupGraph(device);
+  mChoice.take(device, [this](const Device& chosen) {
+    mChosenMap.clear();
+    disposeGraph();
+    publish(nullptr, {});
+    if (chosen != nullptr) {
+      setupGraph(chosen);
+    }
+  });
 }
 
-// Null is no device: silence. When this raises, it is silent too.
+// When this raises, it is silent.
 void KVLTCGenerator::setupGraph(const Device& device) {
-  if (device == nullptr) {
-    publish(nullptr, {});
-    return;
-  }
   try {
-    const std::string uid = device->deviceUID();
     auto graph = std::make_unique<Graph>(*this, device->objectID());
     const std::uint32_t latency = graph->latency();
     const double sampleRate = graph->sampleRate();
@@ -269,13 +266,12 @@ void KVLTCGenerator::setupGraph(const Device& device) {
     const audio::AudioObjectID deviceID = graph->output().deviceID();
     auto buffers = std::make_shared<Buffers>(sampleRate, deviceID, latency, length);
     publish(std::move(buffers), std::vector<float>(length));
-    if (uid == mChosenUID && !mChosenMap.empty()) {
+    if (!mChosenMap.empty() && device->deviceUID() == mChoice.chosenUID()) {
       graph->setChannelMap(mChosenMap);
     }
     graph->listen();
     graph->start();
     mGraph = std::move(graph);
-    mPlayingUID = uid;
     mChannels = lengthOfChannelMap();
     mAudioObjectId.store(deviceID);
   } catch (const KVException&) {
@@ -295,7 +291,6 @@ void KVLTCGenerator::disposeGraph() {
   }
   resetPingPongBuffers();
   mGraph.reset();
-  mPlayingUID.clear();
   mAudioObjectId.store(audio::kAudioObjectUnknown);
 }
 
@@ -338,37 +333,9 @@ void KVLTCGenerator::auPropertyListener(void* refCon, audio::AudioUnit /*unit*/,
 
 void KVLTCGenerator::rebuild() {
   const KVAnnouncement announcement(*this, "audioObjectId");
-  const std::string before = std::exchange(mPlayingUID, {});
   disposeGraph();
-  const auto& system = KAHALAudioSystem::defaultSystem();
-  try {
-    const Device standard = system.defaultOutputDevice();
-    if (mChosenUID.empty() && standard != nullptr) {
-      mChosenUID = standard->deviceUID();
-    }
-    // Away from the chosen one it stays where it is, as long as it can.
-    if (!tryDevice(system.audioDeviceForUID(mChosenUID)) &&
-        (before == mChosenUID || !tryDevice(system.audioDeviceForUID(before))) &&
-        !tryDevice(standard)) {
-      publish(nullptr, {});
-    }
-  } catch (const KVException& exception) {
-    VELOR_LOG_ERROR("no audio device for LTC: %s", exception.what());
+  if (!mChoice.settle([this](const Device& device) { setupGraph(device); })) {
     publish(nullptr, {});
-  }
-  tellOfDevice(before);
-}
-
-bool KVLTCGenerator::tryDevice(const Device& device) {
-  if (device == nullptr) {
-    return false;
-  }
-  try {
-    setupGraph(device);
-    return true;
-  } catch (const KVException& exception) {
-    VELOR_LOG_ERROR("an audio device does not take LTC: %s", exception.what());
-    return false;
   }
 }
 
@@ -387,29 +354,9 @@ void KVLTCGenerator::devicesChanged() {
 }
 
 bool KVLTCGenerator::isGraphInForce() const {
-  const auto& system = KAHALAudioSystem::defaultSystem();
-  const std::string& wanted =
-      system.audioDeviceForUID(mChosenUID) != nullptr ? mChosenUID : mPlayingUID;
-  return mGraph != nullptr && mPlayingUID == wanted &&
-         system.audioDeviceForUID(mPlayingUID) != nullptr &&
+  return mGraph != nullptr && mChoice.isSettled() &&
          mGraph->output().deviceID() == audioObjectId() &&
          mGraph->output().sampleRate() == mGraph->sampleRate() && lengthOfChannelMap() == mChannels;
-}
-
-// Once for each change: `before` is where it played.
-void KVLTCGenerator::tellOfDevice(const std::string& before) {
-  if (mPlayingUID == before) {
-    return;
-  }
-  if (mPlayingUID.empty()) {
-    VELOR_LOG_WARNING("audio device '%s' is away, and there is no other: no LTC until one appears",
-                      mChosenUID.c_str());
-  } else if (mPlayingUID != mChosenUID) {
-    VELOR_LOG_WARNING("audio device '%s' is away: LTC plays on '%s' until it returns",
-                      mChosenUID.c_str(), mPlayingUID.c_str());
-  } else {
-    VELOR_LOG_INFO("audio device '%s' is back, LTC plays there again", mChosenUID.c_str());
-  }
 }
 
 void KVLTCGenerator::setNickName(std::string nickName) {
@@ -450,7 +397,7 @@ void KVLTCGenerator::setChannelMap(std::span<const std::int32_t> map) {
   }
   mGraph->setChannelMap(map);
   // One that is set for a stand-in goes with it.
-  if (mPlayingUID == mChosenUID) {
+  if (mChoice.isChosenInUse()) {
     mChosenMap.assign(map.begin(), map.end());
   }
 }

@@ -13,6 +13,7 @@
 #include "Kv-Appkit/KVFourCC.h"
 #include "Kv-Appkit/KVObservable.h"
 #include "Kv-Appkit/KVWatchdog.h"
+#include "kva/KADeviceChoice.h"
 #include "kva/KAHALAudioDevice.h"
 #include "kvtimecode/SMPTETime.h"
 #include "kvtimecode/generator/AudioGeneratorRefCon.h"
@@ -107,7 +108,7 @@ class KVLTCGenerator final : public KVObservable,
 
  private:
   class Graph;
-  using Device = std::shared_ptr<KAHALAudioDevice>;
+  using Device = KADeviceChoice::Device;
 
   // What `copyTime` needs of a graph; made with it.
   struct Buffers {
@@ -142,10 +143,8 @@ class KVLTCGenerator final : public KVObservable,
                                  audio::AudioUnitPropertyID property, audio::AudioUnitScope scope,
                                  audio::AudioUnitElement element);
   void rebuild();
-  bool tryDevice(const Device& device);
   void devicesChanged();
   bool isGraphInForce() const;
-  void tellOfDevice(const std::string& uid);
 
   // Status.
   void updateStatus();
@@ -160,9 +159,8 @@ class KVLTCGenerator final : public KVObservable,
   // The main queue's.
   std::unique_ptr<Graph> mGraph;
   std::string mNickName;
-  std::string mChosenUID;
+  KADeviceChoice mChoice{audio::kAudioObjectPropertyScopeOutput, "plays on"};
   std::vector<std::int32_t> mChosenMap;  // empty for the device's own
-  std::string mPlayingUID;               // empty while there is no graph
   std::uint32_t mChannels = 0;           // of the device, when the graph was made
   std::string mTCString;
   std::vector<std::shared_ptr<Buffers>> mRetired;  // that `copyTime` may still hold

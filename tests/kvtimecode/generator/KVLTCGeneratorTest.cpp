@@ -187,7 +187,7 @@ TEST_F(KVLTCGeneratorTest, TheChosenDeviceIsLeftWhenItGoesAndTakenUpWhenItReturn
   EXPECT_EQ(mLog.count("audio device 'uid.stage' is away, and there is no other: no LTC until one "
                        "appears"),
             1);
-  EXPECT_EQ(mLog.count("audio device 'uid.stage' is back, LTC plays there again"), 1);
+  EXPECT_EQ(mLog.count("audio device 'uid.stage' is back, LTC plays on it again"), 1);
   EXPECT_EQ(mLog.errors(), 0U);
 
   // Who chooses what is not there is told, and nothing changes.
