@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+// A reader on real threads, whose device is changed under it again and again.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Kv-Appkit/KVShared.h"
+#include "Velor/clock/VLClock.h"
+#include "Velor/devices/VLDeviceManager.h"
+#include "Velor/devices/VLLTCGeneratorDevice.h"
+#include "Velor/devices/VLLTCReaderDevice.h"
+#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/builtin/BuiltinAudio.h"
+#include "platform/host/SystemHost.h"
+#include "platform/midi/builtin/MIDIObjectTable.h"
+
+namespace velor {
+namespace {
+
+TEST(VLLTCReaderDeviceThreads, WhatIsReadIsNeverHalfAChangeWhileDevicesComeAndGo) {
+  const host::SystemHost host;
+  auto midi = std::make_unique<midi::MIDIObjectTable>(nullptr);
+  midi::setService(midi.get());
+  auto builtin = std::make_unique<audio::BuiltinAudio>();
+  audio::VirtualAudioDevice& loopback = builtin->device();
+  std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
+  outsides.push_back(std::move(builtin));
+  auto service = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+  audio::setService(service.get());
+  host::MainQueue& mainQueue = host::current().mainQueue();
+  {
+    VLDeviceManager& manager = VLDeviceManager::sharedManager();
+    VLClock& clock = VLClock::sharedClock();
+    const auto generator = manager.createGenerator();
+    auto reader = manager.createrReader();
+    clock.addMTCDestination(generator->midiEndpoint());
+    clock.start();
+    std::atomic<bool> ending{false};
+    std::thread looker([&reader = *reader, &ending] {
+      while (!ending) {
+        const double speed = reader.getLatestSpeed();
+        EXPECT_TRUE(speed == 0 || (speed > 23 && speed < 31)) << speed;
+        const std::uint32_t bits = reader.userbits();
+        EXPECT_EQ(bits & 0xFFFFU, bits >> 16U);
+        SMPTETime time;
+        reader.getLatestTime(time);
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+      }
+    });
+    int reading = 0;
+    std::uint32_t bits = 0;
+    for (int i = 0; i < 300; ++i) {
+      bits = static_cast<std::uint32_t>(i) * 0x10001U;
+      generator->generator()->setUserbits(bits);
+      if (i % 100 == 30) {
+        loopback.setSampleRate(i % 200 == 30 ? 96000 : 48000);
+      } else if (i % 100 == 60) {
+        loopback.vanish();
+      } else if (i % 100 == 65) {
+        loopback.appear();
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      mainQueue.drainPending();
+      reading += reader->running() ? 1 : 0;
+    }
+    EXPECT_GT(reading, 100);
+    // It goes while it reads.
+    ending = true;
+    looker.join();
+    reader.reset();
+    manager.removeDevicesAtIndexes({1});
+    clock.stop();
+    mainQueue.drainPending();
+  }
+  KVSharedInstances::clear();
+  service.reset();
+  audio::setService(nullptr);
+  midi::setService(nullptr);
+}
+
+}  // namespace
+}  // namespace velor
