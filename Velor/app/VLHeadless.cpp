@@ -200,7 +200,7 @@ LTCInput makeReader(const VLAudioChannel& input, const VLOptions& options,
 // Whether the clock does anything beside the reader.
 bool usesClock(const VLOptions& options) {
   return !options.ltcIn || options.play || options.arm || !options.mtcOut.empty() ||
-         !options.ltcOut.empty();
+         !options.ltcOut.empty() || options.osc.isWanted();
 }
 
 // Hears the clock and the reader, and keeps the status line in step with it, the ports and the
