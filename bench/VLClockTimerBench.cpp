@@ -18,7 +18,7 @@
 
 #include "Kv-Appkit/KVShared.h"
 #include "Velor/clock/VLClock.h"
-#include "platform/host/SystemHost.h"
+#include "bench/TickErrors.h"
 #include "platform/midi/MIDIService.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
 
@@ -27,13 +27,6 @@ namespace {
 
 constexpr std::uint64_t kPeriod = 10'000'000;  // ns
 constexpr double kRate = 4;                    // of a clock at 25: a tick a period
-constexpr std::uint64_t kSecond = 1'000'000'000;
-
-std::uint64_t now() {
-  timespec t{};
-  clock_gettime(CLOCK_MONOTONIC, &t);
-  return static_cast<std::uint64_t>(t.tv_sec) * kSecond + static_cast<std::uint64_t>(t.tv_nsec);
-}
 
 void sleepUntil(std::uint64_t deadline) {
   timespec t{};
@@ -43,64 +36,7 @@ void sleepUntil(std::uint64_t deadline) {
   }
 }
 
-thread_local std::uint64_t lastDeadline = 0;
-
-/// The system's host, which keeps each thread's last deadline.
-class WatchedHost final : public host::Host {
- public:
-  WatchedHost() { makeServices(); }
-  ~WatchedHost() override { endServices(); }
-
-  std::uint64_t AudioGetCurrentHostTime() const noexcept override {
-    return mSystem.AudioGetCurrentHostTime();
-  }
-  int mach_timebase_info(host::MachTimebaseInfo& info) const noexcept override {
-    return mSystem.mach_timebase_info(info);
-  }
-  void mach_wait_until(std::uint64_t deadline) noexcept override {
-    lastDeadline = deadline;
-    mSystem.mach_wait_until(deadline);
-  }
-  int thread_policy_set(const host::ThreadTimeConstraintPolicy& policy,
-                        host::ThreadRole role) noexcept override {
-    return mSystem.thread_policy_set(policy, role);
-  }
-  std::unique_ptr<host::Thread> startThread(std::string name, std::function<void()> body) override {
-    return mSystem.startThread(std::move(name), std::move(body));
-  }
-  std::unique_ptr<host::Semaphore> makeSemaphore(Pollable pollable) override {
-    return mSystem.makeSemaphore(pollable);
-  }
-  host::Semaphore& threadSemaphore() override { return mSystem.threadSemaphore(); }
-
- private:
-  host::SystemHost mSystem;
-};
-
-/// Room for the errors of one run; written by one thread.
-class Errors {
- public:
-  explicit Errors(std::size_t count) { mErrors.reserve(count); }
-  void add(std::uint64_t error) {
-    if (mErrors.size() < mErrors.capacity()) {
-      mErrors.push_back(error);
-    }
-  }
-  std::size_t count() const { return mErrors.size(); }
-  double microseconds(double part) {
-    if (mErrors.empty()) {
-      return 0;
-    }
-    std::sort(mErrors.begin(), mErrors.end());
-    const double place = part * static_cast<double>(mErrors.size() - 1);
-    return static_cast<double>(mErrors[static_cast<std::size_t>(place)]) / 1e3;
-  }
-
- private:
-  std::vector<std::uint64_t> mErrors;
-};
-
-void runBare(host::Host& host, std::uint64_t duration, Errors& errors) {
+void runBare(host::Host& host, std::uint64_t duration, TickErrors& errors) {
   const auto thread = host.startThread("bare", [&] {
     host.thread_policy_set({}, host::ThreadRole::timer);
     std::uint64_t next = now();
@@ -113,7 +49,7 @@ void runBare(host::Host& host, std::uint64_t duration, Errors& errors) {
   thread->join();
 }
 
-void runClock(host::Host& host, std::uint64_t duration, Errors& errors) {
+void runClock(host::Host& host, std::uint64_t duration, TickErrors& errors) {
   VLClockTimeSources sources = VLClockTimeSources::system();
   bool isFirst = true;  // of the two reads in a tick
   sources.hostTime = [&host, &errors, &isFirst] {
@@ -134,7 +70,7 @@ void runClock(host::Host& host, std::uint64_t duration, Errors& errors) {
   clock.stop();
 }
 
-void printRow(const char* name, Errors& bare, Errors& clock) {
+void printRow(const char* name, TickErrors& bare, TickErrors& clock) {
   const double bareMedian = bare.microseconds(0.5);
   const double bareLate = bare.microseconds(0.99);
   const double clockMedian = clock.microseconds(0.5);
@@ -148,16 +84,16 @@ void printRow(const char* name, Errors& bare, Errors& clock) {
 void measure(host::Host& host, const char* load, std::uint64_t duration) {
   const std::size_t count = duration / kPeriod + 10;
   {
-    Errors bare(count);
-    Errors clock(count);
+    TickErrors bare(count);
+    TickErrors clock(count);
     std::thread other([&] { runBare(host, duration, bare); });
     runClock(host, duration, clock);
     other.join();
     printRow((std::string("together, ") + load).c_str(), bare, clock);
   }
   {
-    Errors bare(count);
-    Errors clock(count);
+    TickErrors bare(count);
+    TickErrors clock(count);
     // In turns, so that what else the machine does falls on both.
     constexpr int kTurns = 10;
     for (int turn = 0; turn < kTurns; ++turn) {

@@ -3,8 +3,8 @@
 
 #include <array>
 #include <limits>
+#include <span>
 #include <utility>
-#include <vector>
 
 #include "Kv-Appkit/KVAnnouncement.h"
 #include "Kv-Appkit/KVAssert.h"
@@ -227,12 +227,9 @@ void VLOSCClient::sendMessage(const oscpkt::Message& message) {
   }
   oscpkt::OscPacketWriter writer;
   writer.addMessage(message);
-  std::vector<std::uint8_t> data(writer.packetData(), writer.packetData() + writer.packetSize());
-  if (!data.empty()) {
-    std::unique_lock lock(mMutex);
-    const std::int64_t tag = ++mTag;
-    lock.unlock();
-    socket->sendData(std::move(data), kSendTimeout, tag);
+  const std::span<const std::uint8_t> packet(writer.packetData(), writer.packetSize());
+  if (!packet.empty()) {
+    socket->sendData({packet.begin(), packet.end()}, kSendTimeout, ++mTag);
   }
 }
 

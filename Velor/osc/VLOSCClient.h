@@ -126,6 +126,7 @@ class VLOSCClient : public KVObservable,
 
   host::Queue& mMainQueue;
   std::atomic<bool> mEnabled{false};
+  std::atomic<std::int64_t> mTag{0};  // of the last datagram
   bool mAlive = false;
   bool mConnected = false;
   std::optional<std::string> mServiceName;
@@ -136,7 +137,6 @@ class VLOSCClient : public KVObservable,
   std::optional<std::string> mHost;
   std::uint16_t mPort = 0;
   std::unique_ptr<Connection> mConnection;  // null after one that could not begin
-  std::int64_t mTag = 0;                    // of the last datagram
 };
 
 }  // namespace velor

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <time.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/host/Host.h"
+#include "platform/host/SystemHost.h"
+
+namespace velor {
+
+inline constexpr std::uint64_t kSecond = 1'000'000'000;  // ns
+
+inline std::uint64_t now() {
+  timespec t{};
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  return static_cast<std::uint64_t>(t.tv_sec) * kSecond + static_cast<std::uint64_t>(t.tv_nsec);
+}
+
+inline thread_local std::uint64_t lastDeadline = 0;
+
+/// The system's host, which keeps each thread's last deadline.
+class WatchedHost final : public host::Host {
+ public:
+  WatchedHost() { makeServices(); }
+  ~WatchedHost() override { endServices(); }
+
+  std::uint64_t AudioGetCurrentHostTime() const noexcept override {
+    return mSystem.AudioGetCurrentHostTime();
+  }
+  int mach_timebase_info(host::MachTimebaseInfo& info) const noexcept override {
+    return mSystem.mach_timebase_info(info);
+  }
+  void mach_wait_until(std::uint64_t deadline) noexcept override {
+    lastDeadline = deadline;
+    mSystem.mach_wait_until(deadline);
+  }
+  int thread_policy_set(const host::ThreadTimeConstraintPolicy& policy,
+                        host::ThreadRole role) noexcept override {
+    return mSystem.thread_policy_set(policy, role);
+  }
+  std::unique_ptr<host::Thread> startThread(std::string name, std::function<void()> body) override {
+    return mSystem.startThread(std::move(name), std::move(body));
+  }
+  std::unique_ptr<host::Semaphore> makeSemaphore(Pollable pollable) override {
+    return mSystem.makeSemaphore(pollable);
+  }
+  host::Semaphore& threadSemaphore() override { return mSystem.threadSemaphore(); }
+
+ private:
+  host::SystemHost mSystem;
+};
+
+/// Room for the errors of one run; written by one thread.
+class TickErrors {
+ public:
+  explicit TickErrors(std::size_t count) { mErrors.reserve(count); }
+  void add(std::uint64_t error) {
+    if (mErrors.size() < mErrors.capacity()) {
+      mErrors.push_back(error);
+    }
+  }
+  std::size_t count() const { return mErrors.size(); }
+  double microseconds(double part) {
+    if (mErrors.empty()) {
+      return 0;
+    }
+    std::sort(mErrors.begin(), mErrors.end());
+    const double place = part * static_cast<double>(mErrors.size() - 1);
+    return static_cast<double>(mErrors[static_cast<std::size_t>(place)]) / 1e3;
+  }
+
+ private:
+  std::vector<std::uint64_t> mErrors;
+};
+
+}  // namespace velor
