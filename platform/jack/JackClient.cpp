@@ -178,6 +178,7 @@ void JackClient::closeClient() {
     noteLost(*port);
   }
   mPorts.clear();
+  mForgetting = false;
   mRenewed.clear();
   // The library may have cancelled its thread within the callback.
   mCycles.fetch_add(mCycles.load() & 1U);
@@ -191,6 +192,7 @@ void JackClient::registerPort(JackPort& port, int order) {
   if (mClient == nullptr || port.port != nullptr) {
     return;
   }
+  awaitForgotten();
   const unsigned long flags = port.isOutput ? JackPortIsOutput : JackPortIsInput;
   // Names must be unique within the client and fit the server's limit.
   std::string name = port.name.substr(0, kLongestPortName);
@@ -226,6 +228,7 @@ void JackClient::unregisterPort(JackPort& port) {
   lookAtConnections(port);
   mParted[port.name] = {port.connections, mHost.AudioGetCurrentHostTime()};
   mLibrary->jack_port_unregister(mClient, port.port);
+  mForgetting = true;
   noteGraphChange();
   port.port = nullptr;
   noteLost(port);
@@ -293,6 +296,12 @@ void JackClient::awaitCycles(std::uint32_t count) {
       return;
     }
     mHost.mach_wait_until(now + kNsPerMs);
+  }
+}
+
+void JackClient::awaitForgotten() {
+  if (std::exchange(mForgetting, false)) {
+    awaitCycles(2);
   }
 }
 

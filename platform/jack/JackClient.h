@@ -104,6 +104,11 @@ class JackClient {
   /// from being pulled from under it. So a port goes while the graph rests.
   void awaitRest();
   void noteGraphChange();
+  /// jackd gives the place of a port that went to the next one at once, while the
+  /// cycles go by the old connections until they switch. An input in the place of an
+  /// output then has the library, of whichever client, run in a circle to the end of
+  /// its stack. So a port comes when those that went have been forgotten.
+  void awaitForgotten();
 
   // In the callbacks of the library.
   static int onProcess(jack_nframes_t frames, void* self);
@@ -130,6 +135,7 @@ class JackClient {
   std::map<std::string, Parted> mParted;  // by the names of ports that were unregistered
   std::vector<JackPort*> mPorts;          // those that are registered
   std::set<std::string> mRenewed;         // ports registered since the last look
+  bool mForgetting = false;               // a port went, and no cycle was awaited since
   bool mToldMissing = false;
   bool mRetryPending = false;
 
