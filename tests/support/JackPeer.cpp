@@ -115,9 +115,9 @@ bool JackPeer::isConnected(const std::string& from, const std::string& to) const
   return found;
 }
 
-std::vector<std::string> JackPeer::ports(const std::string& pattern) const {
+std::vector<std::string> JackPeer::ports(const std::string& pattern, const char* type) const {
   std::vector<std::string> result;
-  const char** names = mJack->jack_get_ports(mClient, pattern.c_str(), JACK_DEFAULT_MIDI_TYPE, 0);
+  const char** names = mJack->jack_get_ports(mClient, pattern.c_str(), type, 0);
   for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
     result.emplace_back(*name);
   }

@@ -50,8 +50,9 @@ class JackPeer {
   bool connect(const std::string& from, const std::string& to);
   bool disconnect(const std::string& from, const std::string& to);
   bool isConnected(const std::string& from, const std::string& to) const;
-  /// All MIDI ports of the server whose names match the regular expression.
-  std::vector<std::string> ports(const std::string& pattern) const;
+  /// All ports of the type whose names match the regular expression.
+  std::vector<std::string> ports(const std::string& pattern,
+                                 const char* type = JACK_DEFAULT_MIDI_TYPE) const;
   void setPeriod(int frames);
   /// Samples from this output, of any client, to what plays.
   int playbackLatency(const std::string& port) const;
@@ -64,6 +65,7 @@ class JackPeer {
   /// The samples that have come so far, silence where a cycle was left out, and the
   /// frame of the first.
   std::vector<float> recordedAudio() const;
+  std::size_t recordedAudioCount() const { return mAudioEnd.load(); }
   std::uint64_t audioStart() const { return mAudioStart.load(); }
 
   /// The frame at which the next cycle begins, about.

@@ -86,7 +86,7 @@ TEST_P(LTCOnTheWire, EveryFrameComesInSequenceAtTheFrameOfTheMTCThatNamesIt) {
         ASSERT_TRUE(waitFor(10, connected)) << velor.errors();
         const std::size_t enough = static_cast<std::size_t>(seconds() * recorder.sampleRate());
         ASSERT_TRUE(
-            waitFor(seconds() + 10, [&] { return recorder.recordedAudio().size() > enough; }));
+            waitFor(seconds() + 10, [&] { return recorder.recordedAudioCount() > enough; }));
         // How much earlier than its moment a sample goes to the device.
         const int latency = recorder.playbackLatency("Velor:LTC Generator 1 out_1");
         const auto samples = recorder.recordedAudio();

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -45,6 +47,78 @@ TEST(LTC, WhatIsPlayedIsReadAndOthersGetItAsMTC) {
     EXPECT_EQ(stream.blocks[i].label, twoNumbersOn(stream.blocks[i - 1].label, format));
   }
   EXPECT_EQ(stream.blocks.front().label.hours, 10);
+}
+
+// One program plays, another reads, and what lies between is a connection of JACK's
+// that can be cut.
+TEST(LTC, TheMTCOfAReaderGoesOnForItsFreewheelAndFollowsAgainWithoutAStepBack) {
+  JackServer server(256);
+  server.enter();
+  server.start();
+  JackPeer desk("Desk");
+  desk.addInput("in");
+  desk.activate();
+  VelorProcess reader({"--headless", "--ltc-in", "system:1", "--freewheel", "1"},
+                      server.environment());
+  const auto portOf = [&desk](const std::string& pattern) {
+    const auto found = desk.ports(pattern, JACK_DEFAULT_AUDIO_TYPE);
+    return found.size() == 1 ? found[0] : std::string();
+  };
+  std::string in;
+  ASSERT_TRUE(waitFor(10, [&] { return !(in = portOf("^Velor:LTC Reader 1 in_1$")).empty(); }));
+  ASSERT_TRUE(desk.connect("Velor:LTC Reader 1", desk.fullName("in")));
+  VelorProcess player({"--headless", "--format", "24", "--start", "10:00:00:00", "--play",
+                       "--rate-percent", "1", "--ltc-out", "system:1"},
+                      server.environment());
+  std::string out;
+  ASSERT_TRUE(waitFor(10, [&] {
+    return !(out = portOf("^Velor-01:LTC Generator 1 out_1$")).empty() && desk.connect(out, in);
+  }));
+  const auto blocks = [&desk] { return readStream(desk.recorded(), 0).blocks; };
+  ASSERT_TRUE(waitFor(10, [&] { return blocks().size() > 50; }));
+
+  const std::size_t before = blocks().size();
+  ASSERT_TRUE(desk.disconnect(out, in));
+  ASSERT_TRUE(waitFor(2, [&] { return blocks().size() >= before + 8; }));  // about 0.67 s
+  ASSERT_TRUE(desk.connect(out, in));
+  ASSERT_TRUE(waitFor(5, [&] { return blocks().size() > before + 40; }));
+  ASSERT_TRUE(desk.disconnect(out, in));
+  const std::uint64_t cut = desk.frameNow();
+  ASSERT_TRUE(waitFor(5, [&] { return desk.frameNow() > cut + std::uint64_t{3} * 48000; }));
+  EXPECT_EQ(player.end(SIGINT), 0);
+  EXPECT_EQ(reader.end(SIGINT), 0);
+
+  const Stream stream = readStream(desk.recorded(), 0);
+  EXPECT_EQ(stream.faults, 0) << stream.fault;
+  const WireFormat& format = wireFormat("24");
+  const double spacing = 48000 / (24 * 1.01) / 4;
+  std::size_t left = 0;
+  for (std::size_t i = 0; i < stream.blocks.size(); ++i) {
+    const Block& block = stream.blocks[i];
+    const auto length = static_cast<double>(block.frames[7] - block.frames[0]);
+    // The rate is measured by then. Freewheeling pieces may be due before they are sent.
+    if (i > 40 && i + 4 < before) {
+      EXPECT_NEAR(length / 7, spacing, spacing * 0.01) << block.label.text();
+    }
+    if (i > 0) {
+      // When the LTC is back some frames are left out: those by which the freewheel was
+      // late, and the first that are read.
+      Label expected = twoNumbersOn(stream.blocks[i - 1].label, format);
+      for (int most = 8; most > 0 && block.label != expected; --most) {
+        expected = next(expected, format);
+        ++left;
+      }
+      EXPECT_EQ(block.label.text(), expected.text())
+          << "after " << stream.blocks[i - 1].label.text() << ", block " << i;
+    }
+  }
+  EXPECT_LE(left, 16U);  // frames, at the return and where the rate was found
+  // Four frames of silence, a second of freewheel, and a block that was on its way.
+  const double tail = static_cast<double>(stream.blocks.back().frames[7] - cut) / 48000;
+  EXPECT_GT(tail, 1.0);
+  EXPECT_LT(tail, 1.0 + 4 / 24.0 + 3 * 2 / 24.0);
+  std::printf("%zu blocks, %zu frames left out, the last piece %.2f s behind the cut\n",
+              stream.blocks.size(), left, tail);
 }
 
 TEST(LTC, WithoutOptionsAndDisplayALookAtTheWholeEndsWithWhatWasSeen) {
