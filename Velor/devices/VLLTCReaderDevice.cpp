@@ -52,8 +52,8 @@ VLLTCReaderDevice::VLLTCReaderDevice(std::shared_ptr<KVMIDIEndpoint> endpoint,
 
 std::shared_ptr<VLLTCReaderDevice> VLLTCReaderDevice::initWithEndpoint(
     std::shared_ptr<KVMIDIEndpoint> endpoint) {
-  auto device = std::make_shared<VLLTCReaderDevice>(std::move(endpoint),
-                                                    VLLTCReader::initWithAudioObjectId(0));
+  auto reader = VLLTCReader::initWithAudioObjectId(0, endpoint->displayName().value_or(""));
+  auto device = std::make_shared<VLLTCReaderDevice>(std::move(endpoint), std::move(reader));
   device->install();
   return device;
 }
@@ -94,6 +94,7 @@ std::shared_ptr<VLLTCReaderDevice> VLLTCReaderDevice::initWithCoder(store::Keyed
     reader = VLLTCReader::initWithAudioObjectId(0);
   }
   const std::string name = coder.decodeString(kNameKey).value_or("");
+  reader->setNickName(name);
   const midi::MIDIUniqueID uniqueID = coder.decodeInt32(kUniqueIDKey).value_or(0);
   const int seconds = coder.decodeInt32(kFreewheelTimeKey).value_or(0);
   KVMIDICore& core = KVMIDICore::sharedCore();

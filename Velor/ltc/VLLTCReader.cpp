@@ -79,9 +79,11 @@ VLLTCReader::VLLTCReader()
   audioHostClockFrequency();
 }
 
-std::shared_ptr<VLLTCReader> VLLTCReader::initWithAudioObjectId(audio::AudioObjectID objectID) {
+std::shared_ptr<VLLTCReader> VLLTCReader::initWithAudioObjectId(audio::AudioObjectID objectID,
+                                                                std::string nickName) {
   VELOR_LOG_INFO("creating LTC Reader...");
   const std::shared_ptr<VLLTCReader> reader(new VLLTCReader);
+  reader->mNickName = std::move(nickName);
   if (objectID != audio::kAudioObjectUnknown) {
     reader->setAudioDeviceId(objectID);
   }
@@ -158,8 +160,29 @@ void VLLTCReader::settle() {
 }
 
 // Nothing is left of it when this raises.
+void VLLTCReader::setNickName(std::string nickName) {
+  mNickName = std::move(nickName);
+  if (mInputUnit == nullptr) {
+    return;
+  }
+  // Ports have the name with which they were opened.
+  mInputUnit->stop();
+  giveNickName(*mInputUnit);
+  if (!mIsStopped) {
+    mInputUnit->start();
+  }
+}
+
+void VLLTCReader::giveNickName(KAHALDeviceOutputUnit& unit) const {
+  if (!mNickName.empty()) {
+    unit.setPropertyGlobal(audio::kAudioUnitProperty_NickName, mNickName.data(),
+                           static_cast<std::uint32_t>(mNickName.size()));
+  }
+}
+
 void VLLTCReader::setupInput(const Device& device) {
   auto unit = std::make_unique<KAHALDeviceOutputUnit>();
+  giveNickName(*unit);
   unit->enableInput(true, false);
   unit->setDeviceID(device->objectID());
   const std::string name = nameOf(*device);

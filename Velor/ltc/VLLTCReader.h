@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "Kv-Appkit/KVObservable.h"
@@ -48,8 +49,10 @@ class VLLTCReader final : public KVObservable,
   /// A channel that no device has: nothing is read.
   static constexpr std::uint32_t kNoChannel = 0xFFFFFFFF;
 
-  /// Listens to the device, or to the default input for 0.
-  static std::shared_ptr<VLLTCReader> initWithAudioObjectId(audio::AudioObjectID objectID);
+  /// Listens to the device, or to the default input for 0. `nickName` is what its ports
+  /// are called where a server shows them.
+  static std::shared_ptr<VLLTCReader> initWithAudioObjectId(audio::AudioObjectID objectID,
+                                                            std::string nickName = {});
   ~VLLTCReader() override;
 
   /// Raises KVException where the archive has no device.
@@ -71,6 +74,8 @@ class VLLTCReader final : public KVObservable,
   /// Null removes it; the one before may be called once more then, unless the reader
   /// has been stopped. The rate is measured anew. One thread at a time.
   void setCallback(LTCReaderCallback callback, void* refCon) noexcept;
+
+  void setNickName(std::string nickName);
 
   void start();
   /// No callback runs any more when this returns.
@@ -104,6 +109,7 @@ class VLLTCReader final : public KVObservable,
   void observeDevices();
   void settle();
   void setupInput(const Device& device);
+  void giveNickName(KAHALDeviceOutputUnit& unit) const;
   bool makeDecoder(double sampleRate);
   void disposeGraph();
   bool isInputInForce() const;
@@ -121,6 +127,7 @@ class VLLTCReader final : public KVObservable,
 
   host::MainQueue& mMainQueue;
   KADeviceChoice mChoice;
+  std::string mNickName;
   std::uint32_t mChosenChannel = 0;  // of the chosen device, while another stands in
   bool mHasCallback = false;
   bool mIsStopped = false;
