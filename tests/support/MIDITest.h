@@ -19,6 +19,8 @@ class MIDITest : public testing::Test {
   MIDITest() { midi::setService(&mTable); }
   ~MIDITest() override {
     KVSharedInstances::clear();
+    // A parser of MTC stays until the end of its stream is told.
+    mHost.advance(1'000'000'000);
     midi::setService(nullptr);
   }
 

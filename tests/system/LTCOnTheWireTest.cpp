@@ -137,7 +137,8 @@ TEST_P(LTCOnTheWire, EveryFrameComesInSequenceAtTheFrameOfTheMTCThatNamesIt) {
         }
         ASSERT_GT(static_cast<double>(errors.size()), (seconds() - 5) * format.framesPerSecond / 2);
         EXPECT_LE(quantile(errors, 0.5), 2.0);
-        EXPECT_LE(quantile(errors, 1.0), 2.0 + worstStep);
+        // A step also moves the measured rate, by a tenth of it.
+        EXPECT_LE(quantile(errors, 1.0), 2.0 + 1.25 * worstStep);
         std::printf(
             "%s: %zu frames in sequence, off the MTC that names them by %.2f samples (median), "
             "%.2f "

@@ -79,6 +79,11 @@ TEST(VLLTCReaderDeviceThreads, WhatIsReadIsNeverHalfAChangeWhileDevicesComeAndGo
     mainQueue.drainPending();
   }
   KVSharedInstances::clear();
+  // Parsers of MTC stay until the ends of their streams are told.
+  for (int i = 0; i < 100; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    mainQueue.drainPending();
+  }
   service.reset();
   audio::setService(nullptr);
   midi::setService(nullptr);
