@@ -2,11 +2,7 @@
 #include "tests/support/JackCable.h"
 
 #include <ctime>
-#include <stdexcept>
 #include <thread>
-
-// A function of the client library that the program itself has no use for.
-#define VELOR_JACK_CALL(name) (reinterpret_cast<decltype(&::name)>(mJack->symbol(#name)))
 
 namespace velor::test {
 namespace {
@@ -24,20 +20,7 @@ __attribute__((no_sanitize("thread"))) void copyUnwatched(const float* from, jac
 
 JackCable::JackCable(const std::string& name, int channels, jack_nframes_t latency,
                      std::chrono::milliseconds pause)
-    : mLatency(latency) {
-  for (const std::string& path : jack::JackLibrary::paths()) {
-    mJack = jack::JackLibrary::load(path);
-    jack_status_t status{};
-    if (mJack != nullptr) {
-      mClient = mJack->jack_client_open(name.c_str(), JackNoStartServer, &status);
-    }
-    if (mClient != nullptr) {
-      break;
-    }
-  }
-  if (mClient == nullptr) {
-    throw std::runtime_error("no JACK server for the test's own client");
-  }
+    : JackTestClient(name, JACK_DEFAULT_AUDIO_TYPE), mLatency(latency) {
   for (int i = 1; i <= channels; ++i) {
     std::this_thread::sleep_for(pause);
     const auto add = [&](const std::string& port, unsigned long flags) {
@@ -54,35 +37,7 @@ JackCable::JackCable(const std::string& name, int channels, jack_nframes_t laten
 }
 
 JackCable::~JackCable() {
-  mJack->jack_client_close(mClient);
-}
-
-bool JackCable::connect(const std::string& from, const std::string& to) {
-  return mJack->jack_connect(mClient, from.c_str(), to.c_str()) == 0;
-}
-
-bool JackCable::isConnected(const std::string& from, const std::string& to) const {
-  jack_port_t* port = mJack->jack_port_by_name(mClient, from.c_str());
-  if (port == nullptr) {
-    return false;
-  }
-  const char** names = mJack->jack_port_get_all_connections(mClient, port);
-  bool found = false;
-  for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
-    found = found || to == *name;
-  }
-  mJack->jack_free(names);
-  return found;
-}
-
-std::vector<std::string> JackCable::ports(const std::string& pattern, const char* type) const {
-  std::vector<std::string> result;
-  const char** names = mJack->jack_get_ports(mClient, pattern.c_str(), type, 0);
-  for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
-    result.emplace_back(*name);
-  }
-  mJack->jack_free(names);
-  return result;
+  close();
 }
 
 JackCable::Wake JackCable::lastWake() const {

@@ -4,31 +4,21 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "platform/jack/JackLibrary.h"
+#include "tests/support/JackTestClient.h"
 
 namespace velor::test {
 
-/// A JACK client that knows nothing of the program under test: what comes to its
-/// audio input "in_N" goes to its output "out_N" in the same cycle. Its ports say
-/// that they lie `latency` frames before the connector. They are registered
-/// `pause` after each other, and activated `pause` after that.
-class JackCable {
+/// What comes to its audio input "in_N" goes to its output "out_N" in the same cycle.
+/// Its ports say that they lie `latency` frames before the connector. They are
+/// registered `pause` after each other, and activated `pause` after that.
+class JackCable : public JackTestClient {
  public:
   JackCable(const std::string& name, int channels, jack_nframes_t latency = 0,
             std::chrono::milliseconds pause = {});
   ~JackCable();
-  JackCable(const JackCable&) = delete;
-  JackCable& operator=(const JackCable&) = delete;
-
-  bool connect(const std::string& from, const std::string& to);
-  bool isConnected(const std::string& from, const std::string& to) const;
-  /// All ports of the server of that type whose names match the regular expression.
-  std::vector<std::string> ports(const std::string& pattern,
-                                 const char* type = JACK_DEFAULT_AUDIO_TYPE) const;
 
   /// The server's count at the start of a cycle (32 bits, wrapping) and the host
   /// time (ns, CLOCK_MONOTONIC) at which the cycle woke this client.
@@ -43,8 +33,6 @@ class JackCable {
   static void onLatency(jack_latency_callback_mode_t mode, void* self);
 
   const jack_nframes_t mLatency;
-  std::shared_ptr<const jack::JackLibrary> mJack;
-  jack_client_t* mClient = nullptr;
   std::vector<jack_port_t*> mInputs;
   std::vector<jack_port_t*> mOutputs;
   std::atomic<std::uint64_t> mWakeTime{0};

@@ -5,10 +5,6 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
-#include <stdexcept>
-
-// A function of the client library that the program itself has no use for.
-#define VELOR_JACK_CALL(name) (reinterpret_cast<decltype(&::name)>(mJack->symbol(#name)))
 
 namespace velor::test {
 namespace {
@@ -33,27 +29,12 @@ __attribute__((no_sanitize("thread"))) void copyUnwatched(const std::uint8_t* fr
 }  // namespace
 
 JackPeer::JackPeer(const std::string& name, std::size_t capacity)
-    : mRecorded(capacity), mToSend(capacity) {
-  for (const std::string& path : jack::JackLibrary::paths()) {
-    const auto library = jack::JackLibrary::load(path);
-    if (library == nullptr) {
-      continue;
-    }
-    library->jack_set_error_function([](const char*) {});
-    library->jack_set_info_function([](const char*) {});
-    jack_status_t status{};
-    mClient = library->jack_client_open(name.c_str(), JackNoStartServer, &status);
-    if (mClient != nullptr) {
-      mJack = library;
-      mJack->jack_set_process_callback(mClient, &JackPeer::onProcess, this);
-      return;
-    }
-  }
-  throw std::runtime_error("no JACK server for the test's own client");
+    : JackTestClient(name, JACK_DEFAULT_MIDI_TYPE), mRecorded(capacity), mToSend(capacity) {
+  mJack->jack_set_process_callback(mClient, &JackPeer::onProcess, this);
 }
 
 JackPeer::~JackPeer() {
-  mJack->jack_client_close(mClient);
+  close();
 }
 
 int JackPeer::addInput(const std::string& name) {
@@ -87,42 +68,6 @@ void JackPeer::renew(const std::string& name) {
     mJack->jack_port_unregister(mClient, port);
   }
   mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0);
-}
-
-std::string JackPeer::fullName(const std::string& port) const {
-  return std::string(mJack->jack_get_client_name(mClient)) + ":" + port;
-}
-
-bool JackPeer::connect(const std::string& from, const std::string& to) {
-  return mJack->jack_connect(mClient, from.c_str(), to.c_str()) == 0;
-}
-
-bool JackPeer::disconnect(const std::string& from, const std::string& to) {
-  return VELOR_JACK_CALL(jack_disconnect)(mClient, from.c_str(), to.c_str()) == 0;
-}
-
-bool JackPeer::isConnected(const std::string& from, const std::string& to) const {
-  jack_port_t* port = mJack->jack_port_by_name(mClient, from.c_str());
-  if (port == nullptr) {
-    return false;
-  }
-  const char** names = VELOR_JACK_CALL(jack_port_get_all_connections)(mClient, port);
-  bool found = false;
-  for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
-    found = found || to == *name;
-  }
-  mJack->jack_free(names);
-  return found;
-}
-
-std::vector<std::string> JackPeer::ports(const std::string& pattern, const char* type) const {
-  std::vector<std::string> result;
-  const char** names = mJack->jack_get_ports(mClient, pattern.c_str(), type, 0);
-  for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
-    result.emplace_back(*name);
-  }
-  mJack->jack_free(names);
-  return result;
 }
 
 void JackPeer::setPeriod(int frames) {

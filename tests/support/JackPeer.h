@@ -4,19 +4,17 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/jack/JackLibrary.h"
+#include "tests/support/JackTestClient.h"
 
 namespace velor::test {
 
-/// A JACK client that knows nothing of the program under test, but for the way in
-/// which the client library is found: it records what comes to its MIDI inputs,
-/// each event at its frame, and sends events at frames.
-class JackPeer {
+/// Records what comes to its MIDI inputs, each event at its frame, and sends events at
+/// frames.
+class JackPeer : public JackTestClient {
  public:
   struct Event {
     std::uint64_t frame = 0;  // the server's count, widened to 64 bits
@@ -27,8 +25,6 @@ class JackPeer {
   /// Room for `capacity` events to record, and as many to send.
   explicit JackPeer(const std::string& name, std::size_t capacity = 1 << 17);
   ~JackPeer();
-  JackPeer(const JackPeer&) = delete;
-  JackPeer& operator=(const JackPeer&) = delete;
 
   /// Ports are numbered from 0 in the order of their creation, inputs and
   /// outputs apart; to be made before `activate`.
@@ -45,14 +41,6 @@ class JackPeer {
   /// there already, as programs do that open their ports again. Also when active.
   void renew(const std::string& name);
 
-  /// The full name of a port of this client.
-  std::string fullName(const std::string& port) const;
-  bool connect(const std::string& from, const std::string& to);
-  bool disconnect(const std::string& from, const std::string& to);
-  bool isConnected(const std::string& from, const std::string& to) const;
-  /// All ports of the type whose names match the regular expression.
-  std::vector<std::string> ports(const std::string& pattern,
-                                 const char* type = JACK_DEFAULT_MIDI_TYPE) const;
   void setPeriod(int frames);
   /// Samples from this output, of any client, to what plays.
   int playbackLatency(const std::string& port) const;
@@ -90,8 +78,6 @@ class JackPeer {
   void write(int output, jack_nframes_t frames, jack_nframes_t offset, const std::uint8_t* bytes,
              std::size_t length);
 
-  std::shared_ptr<const jack::JackLibrary> mJack;
-  jack_client_t* mClient = nullptr;
   std::vector<jack_port_t*> mInputs;
   std::vector<jack_port_t*> mOutputs;
   std::pair<int, int> mForward{-1, -1};
