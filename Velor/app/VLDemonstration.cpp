@@ -84,12 +84,6 @@ class Comparison {
   host::Seqlocked<Seen> mShared;
 };
 
-void readPackets(const midi::MIDIPacketList* packets, void* readRef, void* /*sourceRef*/) {
-  midi::forEachPacket(*packets, [readRef](const midi::MIDIPacket& packet) {
-    static_cast<VLMTCParser*>(readRef)->addPacket(&packet);
-  });
-}
-
 std::string lineOf(const Seen& seen, double sampleRate) {
   if (seen.numRead == 0) {
     return "sent " + invalidSMPTEString() + "   read " + invalidSMPTEString();
@@ -190,11 +184,11 @@ int VLDemonstrationRun() {
       device->name().value_or("?").c_str(), sampleRate, reader->name().value_or("?").c_str());
   std::fflush(stdout);
 
-  const auto tap = std::make_shared<KVMIDIEndpoint>(
-      core.createDestination(core.defaultClient(), "sent", &readPackets, sent.get(), 0));
+  const auto tap = std::make_shared<KVMIDIEndpoint>(core.createDestination(
+      core.defaultClient(), "sent", &VLMTCParser::readPackets, sent.get(), 0));
   midi::MIDIPortRef port = 0;
-  midi::service().MIDIInputPortCreate(core.defaultClient(), "read", &readPackets, read.get(),
-                                      &port);
+  midi::service().MIDIInputPortCreate(core.defaultClient(), "read", &VLMTCParser::readPackets,
+                                      read.get(), &port);
   midi::service().MIDIPortConnectSource(port, reader->midiEndpoint()->endpoint(), nullptr);
   clock.setSmpteFormat(kFormat);
   clock.setTime(ltc_smptetime_from_frame_number(90000, kFormat));

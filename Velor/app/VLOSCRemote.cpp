@@ -36,7 +36,7 @@ std::string problemOf(const std::vector<VLOSCOptions::Target>& targets) {
   network.queue().sync([&] {
     for (std::size_t i = 0; i < targets.size(); ++i) {
       network.resolve(targets[i].first, targets[i].second,
-                      [lookUps, i](const UDPNameResolver::Answer& answer) {
+                      [lookUps, i](const UDPNetwork::Answer& answer) {
                         lookUps->codes[i] = answer.code;
                         lookUps->ended->signal();
                       });

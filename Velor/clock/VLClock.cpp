@@ -166,13 +166,9 @@ void VLClock::createSyncInPort() {
         });
       });
   mMTCParser->setDelegate(mSelf);
-  const midi::MIDIReadProc readProc = [](const midi::MIDIPacketList* packets, void* parser, void*) {
-    midi::forEachPacket(*packets, [parser](const midi::MIDIPacket& packet) {
-      static_cast<VLMTCParser*>(parser)->addPacket(&packet);
-    });
-  };
   const midi::OSStatus status = midi::service().MIDIInputPortCreate(
-      defaultClient(), "Velor Sync In", readProc, mMTCParser.get(), &mMIDISyncInPort);
+      defaultClient(), "Velor Sync In", &VLMTCParser::readPackets, mMTCParser.get(),
+      &mMIDISyncInPort);
   if (status != 0) {
     VELOR_LOG_ERROR("failed to create Sync In MIDI Port (%d)", status);
     mMIDISyncInPort = 0;

@@ -19,15 +19,6 @@ constexpr std::string_view kNameKey = "name";
 constexpr std::string_view kUniqueIDKey = "MIDIUniqueID";
 constexpr std::string_view kGeneratorKey = "generator";
 
-void readPackets(const midi::MIDIPacketList* packets, void* readRef, void* /*sourceRef*/) {
-  auto& parser = *static_cast<VLMTCParser*>(readRef);
-  const midi::MIDIPacket* packet = &packets->packet[0];
-  for (std::uint32_t i = 0; i < packets->numPackets; ++i) {
-    parser.addPacket(packet);
-    packet = midi::MIDIPacketNext(packet);
-  }
-}
-
 }  // namespace
 
 VLLTCGeneratorDevice::VLLTCGeneratorDevice(std::shared_ptr<KVLTCGenerator> generator,
@@ -67,7 +58,7 @@ VLLTCGeneratorDevice::~VLLTCGeneratorDevice() {
 
 void VLLTCGeneratorDevice::createInput(midi::MIDIClientRef client, const std::string& name) {
   const auto endpoint = std::make_shared<KVMIDIEndpoint>(KVMIDICore::sharedCore().createDestination(
-      client, name, &readPackets, mMTCParser.get(), mMIDIUniqueId));
+      client, name, &VLMTCParser::readPackets, mMTCParser.get(), mMIDIUniqueId));
   setDevice(VLMIDIEndpointDevice::deviceWithMIDIEndpoint(endpoint));
   endpoint->setReceivesMTC(true);
   endpoint->setTransmitsMTC(false);

@@ -180,10 +180,7 @@ void VLLTCReaderDevice::frameCallback(const host::RealtimeContext& realtime, con
       VLMTCSetFramerate(con.mtc, fps);
     }
   }
-  // Of the first frame behind a torn one it is not known when it was; the next will do.
-  if (hostTime != 0) {
-    VLMTCSendTime(realtime, con.mtc, &time, hostTime);
-  }
+  VLMTCSendTime(realtime, con.mtc, &time, hostTime);
   con.mainQueue->async(realtime, [weak, time] {
     const auto self = weak.lock();
     if (const auto delegate = self != nullptr ? self->delegate() : nullptr) {

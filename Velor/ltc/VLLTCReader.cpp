@@ -159,7 +159,6 @@ void VLLTCReader::settle() {
   mChoice.settle([this](const Device& device) { setupInput(device); });
 }
 
-// Nothing is left of it when this raises.
 void VLLTCReader::setNickName(std::string nickName) {
   mNickName = std::move(nickName);
   if (mInputUnit == nullptr) {
@@ -180,6 +179,7 @@ void VLLTCReader::giveNickName(KAHALDeviceOutputUnit& unit) const {
   }
 }
 
+// Nothing is left of it when this raises.
 void VLLTCReader::setupInput(const Device& device) {
   auto unit = std::make_unique<KAHALDeviceOutputUnit>();
   giveNickName(*unit);

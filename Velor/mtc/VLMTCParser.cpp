@@ -91,6 +91,13 @@ void VLMTCParser::setDelegate(const std::shared_ptr<VLMTCParserDelegate>& delega
   _delegate = delegate;
 }
 
+void VLMTCParser::readPackets(const midi::MIDIPacketList* packets, void* parser,
+                              void* /*sourceRef*/) {
+  midi::forEachPacket(*packets, [parser](const midi::MIDIPacket& packet) {
+    static_cast<VLMTCParser*>(parser)->addPacket(&packet);
+  });
+}
+
 void VLMTCParser::addPacket(const midi::MIDIPacket* packet) {
   if (packet->length == kMTCQuarterFrameBytes && packet->data[0] == kMTCQuarterFrameStatus) {
     const unsigned byte = packet->data[1];

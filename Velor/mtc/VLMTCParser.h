@@ -45,6 +45,9 @@ class VLMTCParser : public std::enable_shared_from_this<VLMTCParser> {
   /// a stream alone.
   void addPacket(const midi::MIDIPacket* packet);
 
+  /// A read function for the parser that is its reference: all packets of the list.
+  static void readPackets(const midi::MIDIPacketList* packets, void* parser, void* sourceRef);
+
   /// Waits for the first piece of a block. What was gathered of the one before
   /// stays and is added to. Any thread.
   void clear() noexcept;

@@ -15,16 +15,7 @@
 namespace velor {
 namespace {
 
-class MTCRoundTripTest : public MIDITest {
- protected:
-  static void read(const midi::MIDIPacketList* packets, void* parser, void*) {
-    const midi::MIDIPacket* packet = &packets->packet[0];
-    for (std::uint32_t i = 0; i < packets->numPackets; ++i) {
-      static_cast<VLMTCParser*>(parser)->addPacket(packet);
-      packet = midi::MIDIPacketNext(packet);
-    }
-  }
-};
+class MTCRoundTripTest : public MIDITest {};
 
 TEST_F(MTCRoundTripTest, EachBlockArrivesWhenItsTimeIsAndSaysWhen) {
   // Seconds before midnight, so that every digit carries.
@@ -68,8 +59,8 @@ TEST_F(MTCRoundTripTest, EachBlockArrivesWhenItsTimeIsAndSaysWhen) {
           // What a reader takes for 30 or 24 may be slower by a thousandth.
           EXPECT_NEAR(deviation, 0, 0.0011);
         });
-    KVMIDIEndpoint destination(
-        core.createDestination(core.defaultClient(), "in", &read, parser.get(), 5));
+    KVMIDIEndpoint destination(core.createDestination(core.defaultClient(), "in",
+                                                      &VLMTCParser::readPackets, parser.get(), 5));
 
     mHost.advance(1);
     constexpr std::uint32_t kBlocks = 64 * 15;
