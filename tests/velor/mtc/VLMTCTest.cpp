@@ -46,6 +46,7 @@ class VLMTCTest : public MIDITest {
     if (mMtc != nullptr) {
       VLMTCDispose(mMtc);
     }
+    mTable.MIDIPortDispose(mPort);  // what is still on its way finds no test any more
   }
 
   void make() {
