@@ -204,7 +204,7 @@ bool GCDAsyncUdpSocket::connectToHost(const std::optional<std::string>& host, st
     noteEnds();
     mOutgoing.add({{}, 0, 0, true});
     mNetwork.resolve(*host, port,
-                     [&network = mNetwork, id = mId, life = mLife](UDPNameResolver::Answer answer) {
+                     [&network = mNetwork, id = mId, life = mLife](UDPNetwork::Answer answer) {
                        if (UDPNetwork::Client* const client = network.client(id)) {
                          auto& self = static_cast<GCDAsyncUdpSocket&>(*client);
                          self.mQueue.assertCurrent();
@@ -448,7 +448,7 @@ void GCDAsyncUdpSocket::sendWaiting() {
 }
 
 void GCDAsyncUdpSocket::finishConnect() {
-  const UDPNameResolver::Answer answer = std::move(*mAnswer);
+  const UDPNetwork::Answer answer = std::move(*mAnswer);
   mAnswer.reset();
   mConnecting = false;
 

@@ -161,7 +161,7 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   bool mConnected KV_ON_QUEUE(mQueue) = false;
   bool mReceiving KV_ON_QUEUE(mQueue) = false;
 
-  std::optional<UDPNameResolver::Answer> mAnswer KV_ON_QUEUE(mQueue);  // for the connect
+  std::optional<UDPNetwork::Answer> mAnswer KV_ON_QUEUE(mQueue);  // for the connect
   std::optional<UDPSendQueue::Entry> mCurrent KV_ON_QUEUE(mQueue);
   bool mSendBlocked KV_ON_QUEUE(mQueue) = false;
   std::unique_ptr<host::Timer> mSendTimer KV_ON_QUEUE(mQueue);

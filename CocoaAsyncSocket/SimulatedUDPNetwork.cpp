@@ -257,12 +257,13 @@ void SimulatedUDPNetwork::wait(host::Semaphore& wake, std::vector<Ready>& ready)
   }
 }
 
-UDPNameResolver::LookUp SimulatedUDPNetwork::lookUp(const std::string& host, std::uint16_t port) {
+SimulatedUDPNetwork::LookUp SimulatedUDPNetwork::lookUp(const std::string& host,
+                                                        std::uint16_t port) {
   const auto found = mNames.find(host);
   if (found == mNames.end()) {
-    return {[] { return UDPNameResolver::Answer{EAI_NONAME, {}}; }, [] {}};
+    return {[] { return Answer{EAI_NONAME, {}}; }, [] {}};
   }
-  UDPNameResolver::Answer answer;
+  Answer answer;
   for (const SocketAddress& each : found->second.addresses) {
     answer.addresses.push_back(*SocketAddress::fromText(each.host(), port));
   }

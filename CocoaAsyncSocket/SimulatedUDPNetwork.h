@@ -88,7 +88,7 @@ class SimulatedUDPNetwork final : public UDPNetwork {
   };
 
   void wait(host::Semaphore& wake, std::vector<Ready>& ready) override;
-  UDPNameResolver::LookUp lookUp(const std::string& host, std::uint16_t port) override;
+  LookUp lookUp(const std::string& host, std::uint16_t port) override;
 
   int faultOf(Call call);
   bool portInUse(const SocketAddress& address, bool reuse) const;

@@ -25,12 +25,12 @@ int resultOf(long result) noexcept {
   return result < 0 ? -errno : static_cast<int>(result);
 }
 
-UDPNameResolver::Answer addressesOf(const std::string& host, const std::string& port) {
+UDPNetwork::Answer addressesOf(const std::string& host, const std::string& port) {
   addrinfo hints{};
   hints.ai_family = AF_UNSPEC;
   hints.ai_socktype = SOCK_DGRAM;
   addrinfo* first = nullptr;
-  UDPNameResolver::Answer answer;
+  UDPNetwork::Answer answer;
   answer.code = ::getaddrinfo(host.c_str(), port.c_str(), &hints, &first);
   if (answer.code == 0) {
     for (const addrinfo* each = first; each != nullptr; each = each->ai_next) {
@@ -194,7 +194,7 @@ void SystemUDPNetwork::wait(host::Semaphore& wake, std::vector<Ready>& ready) {
   }
 }
 
-UDPNameResolver::LookUp SystemUDPNetwork::lookUp(const std::string& host, std::uint16_t port) {
+SystemUDPNetwork::LookUp SystemUDPNetwork::lookUp(const std::string& host, std::uint16_t port) {
   return {[host, text = std::to_string(port)] { return addressesOf(host, text); }, {}};
 }
 

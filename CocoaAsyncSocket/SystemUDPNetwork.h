@@ -36,7 +36,7 @@ class SystemUDPNetwork final : public UDPNetwork {
   struct ReadingRoom;
 
   void wait(host::Semaphore& wake, std::vector<Ready>& ready) override;
-  UDPNameResolver::LookUp lookUp(const std::string& host, std::uint16_t port) override;
+  LookUp lookUp(const std::string& host, std::uint16_t port) override;
 
   const Reach mReach;
   const int mEpoll;

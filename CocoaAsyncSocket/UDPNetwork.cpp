@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "CocoaAsyncSocket/UDPNetwork.h"
 
+#include <netdb.h>
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -35,7 +37,7 @@ class UDPNetwork::Loop final : public host::Queue {
 UDPNetwork::UDPNetwork()
     : mHost(host::current()),
       mQueue(std::make_unique<Loop>(mHost)),
-      mResolver(std::make_unique<UDPNameResolver>(*mQueue)) {}
+      mLookUps(std::make_unique<host::LongJobs>(*mQueue)) {}
 
 UDPNetwork::~UDPNetwork() = default;
 
@@ -55,7 +57,7 @@ void UDPNetwork::endThread() {
   mHost.timers().forget(*mQueue);
   mQueue->async([this] { mEnding.store(true); });
   mThread->join();
-  mResolver = nullptr;
+  mLookUps = nullptr;
   if (!mClients.empty()) {
     std::fputs("the network ends before its sockets\n", stderr);
     std::abort();
@@ -97,14 +99,18 @@ UDPNetwork::Client* UDPNetwork::client(std::uint32_t id) const {
 }
 
 void UDPNetwork::resolve(const std::string& host, std::uint16_t port,
-                         std::function<void(UDPNameResolver::Answer)> answer) {
+                         std::function<void(Answer)> answer) {
   mQueue->assertCurrent();
   // An address needs nobody's answer, and must not stand behind names that do.
   if (const auto address = SocketAddress::fromText(host, port)) {
     mQueue->async([address = *address, answer = std::move(answer)] { answer({0, {address}}); });
     return;
   }
-  mResolver->add(lookUp(host, port), std::move(answer));
+  LookUp question = lookUp(host, port);
+  const auto found = std::make_shared<Answer>(Answer{EAI_MEMORY, {}});  // should it not be asked
+  mLookUps->add({[found, run = std::move(question.run)] { *found = run(); },
+                 std::move(question.cancel),
+                 [found, answer = std::move(answer)] { answer(std::move(*found)); }});
 }
 
 }  // namespace velor

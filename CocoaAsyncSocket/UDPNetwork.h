@@ -14,8 +14,8 @@
 
 #include "CocoaAsyncSocket/DatagramBatch.h"
 #include "CocoaAsyncSocket/SocketAddress.h"
-#include "CocoaAsyncSocket/UDPNameResolver.h"
 #include "platform/host/Host.h"
+#include "platform/host/LongJobs.h"
 #include "platform/host/Queue.h"
 
 namespace velor {
@@ -32,6 +32,12 @@ class UDPNetwork {
   static constexpr std::size_t kLargestDatagram = 9216;
   /// Datagrams read at once.
   static constexpr std::size_t kMostDatagramsAtOnce = 64;
+
+  /// What the system says of a host.
+  struct Answer {
+    int code = 0;  ///< of getaddrinfo; 0 when there are addresses
+    std::vector<SocketAddress> addresses;
+  };
 
   /// Who has descriptors.
   class Client {
@@ -60,8 +66,7 @@ class UDPNetwork {
   Client* client(std::uint32_t id) const;
 
   /// Looks the host up in the background and answers on the queue. On the queue.
-  void resolve(const std::string& host, std::uint16_t port,
-               std::function<void(UDPNameResolver::Answer)> answer);
+  void resolve(const std::string& host, std::uint16_t port, std::function<void(Answer)> answer);
 
   // --- descriptors
 
@@ -100,8 +105,12 @@ class UDPNetwork {
   /// ready. The thread alone.
   virtual void wait(host::Semaphore& wake, std::vector<Ready>& ready) = 0;
 
-  /// What asks the system for the addresses of a host.
-  virtual UDPNameResolver::LookUp lookUp(const std::string& host, std::uint16_t port) = 0;
+  /// What asks the system for the addresses of a host, as host::LongJobs runs it.
+  struct LookUp {
+    std::function<Answer()> run;
+    std::function<void()> cancel;
+  };
+  virtual LookUp lookUp(const std::string& host, std::uint16_t port) = 0;
 
  private:
   class Loop;
@@ -110,7 +119,7 @@ class UDPNetwork {
 
   host::Host& mHost;
   const std::unique_ptr<Loop> mQueue;
-  std::unique_ptr<UDPNameResolver> mResolver;
+  std::unique_ptr<host::LongJobs> mLookUps;
   std::unique_ptr<host::Thread> mThread;
   std::atomic<bool> mEnding{false};
   std::unordered_map<std::uint32_t, Client*> mClients;  // the queue's

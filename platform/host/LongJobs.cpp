@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "CocoaAsyncSocket/UDPNameResolver.h"
-
-#include <netdb.h>
+#include "platform/host/LongJobs.h"
 
 #include <atomic>
 #include <mutex>
@@ -9,19 +7,17 @@
 
 #include "platform/host/Host.h"
 
-namespace velor {
+namespace velor::host {
 
-struct UDPNameResolver::Running {
-  LookUp lookUp;
-  std::function<void(Answer)> reply;
-  Answer answer;  // the thread's, until it has posted
+struct LongJobs::Running {
+  Job job;
   std::atomic<bool> done{false};
-  std::unique_ptr<host::Thread> thread;  // the queue's
+  std::unique_ptr<Thread> thread;  // the queue's
 };
 
-// Look-ups that outlived their resolver. At the end of the process those that
-// have an answer by then are joined; the others end with it.
-struct UDPNameResolver::LeftBehind {
+// Jobs that outlived their queue. At the end of the process those that are done by
+// then are joined; the others end with it.
+struct LongJobs::LeftBehind {
   ~LeftBehind() {
     for (const auto& each : list) {
       if (each->done.load()) {
@@ -41,27 +37,26 @@ struct UDPNameResolver::LeftBehind {
   std::vector<std::shared_ptr<Running>> list;
 };
 
-// What a thread that outlives the resolver still finds.
-struct UDPNameResolver::Gate {
+// What a thread that outlives the queue still finds.
+struct LongJobs::Gate {
   std::mutex mutex;
-  UDPNameResolver* resolver;  // under mutex; null after its end
+  LongJobs* jobs;  // under mutex; null after its end
 };
 
-UDPNameResolver::UDPNameResolver(host::Queue& queue)
-    : mQueue(queue), mGate(std::make_shared<Gate>()) {
-  mGate->resolver = this;
+LongJobs::LongJobs(Queue& queue) : mQueue(queue), mGate(std::make_shared<Gate>()) {
+  mGate->jobs = this;
 }
 
-UDPNameResolver::~UDPNameResolver() {
+LongJobs::~LongJobs() {
   {
     const std::lock_guard lock(mGate->mutex);
-    mGate->resolver = nullptr;
+    mGate->jobs = nullptr;
   }
   for (const auto& running : mRunning) {
-    if (running->lookUp.cancel) {
-      running->lookUp.cancel();
+    if (running->job.cancel) {
+      running->job.cancel();
     }
-    if (running->lookUp.cancel || running->done.load()) {
+    if (running->job.cancel || running->done.load()) {
       running->thread->join();
     } else {
       LeftBehind::add(running);
@@ -69,43 +64,42 @@ UDPNameResolver::~UDPNameResolver() {
   }
 }
 
-void UDPNameResolver::add(LookUp lookUp, std::function<void(Answer)> answer) {
+void LongJobs::add(Job job) {
   mQueue.assertCurrent();
   auto running = std::make_shared<Running>();
-  running->lookUp = std::move(lookUp);
-  running->reply = std::move(answer);
+  running->job = std::move(job);
   mWaiting.push_back(std::move(running));
   startNext();
 }
 
-void UDPNameResolver::startNext() {
+void LongJobs::startNext() {
   while (!mWaiting.empty() && mRunning.size() < kMostThreads) {
     const std::shared_ptr<Running> running = std::move(mWaiting.front());
     mWaiting.pop_front();
     mRunning.push_back(running);
-    running->thread = host::current().startThread("velor.resolver", [gate = mGate, running] {
-      running->answer = running->lookUp.run();
+    running->thread = current().startThread("velor.longjob", [gate = mGate, running] {
+      running->job.run();
       running->done.store(true);
       const std::lock_guard lock(gate->mutex);
-      if (UDPNameResolver* resolver = gate->resolver) {
-        resolver->mQueue.async([resolver, running] {
-          resolver->mQueue.assertCurrent();
-          resolver->ended(running);
+      if (LongJobs* jobs = gate->jobs) {
+        jobs->mQueue.async([jobs, running] {
+          jobs->mQueue.assertCurrent();
+          jobs->ended(running);
         });
       }
     });
     if (running->thread == nullptr) {
       std::erase(mRunning, running);
-      running->reply({EAI_MEMORY, {}});
+      running->job.done();
     }
   }
 }
 
-void UDPNameResolver::ended(const std::shared_ptr<Running>& running) {
+void LongJobs::ended(const std::shared_ptr<Running>& running) {
   running->thread->join();  // it has nothing left to do
   std::erase(mRunning, running);
-  running->reply(std::move(running->answer));
+  running->job.done();
   startNext();
 }
 
-}  // namespace velor
+}  // namespace velor::host

@@ -7,40 +7,37 @@
 #include <memory>
 #include <vector>
 
-#include "CocoaAsyncSocket/SocketAddress.h"
 #include "platform/host/Queue.h"
 
-namespace velor {
+namespace velor::host {
 
-/// Looks up the addresses of hosts on threads of its own, since the system may
-/// take half a minute to say that it knows nothing.
-class UDPNameResolver {
+/// Jobs that wait for the system longer than any queue may, such as the look-up of
+/// a host's name, which can need half a minute to find nothing: each on a thread of
+/// its own, and what becomes of it told on a queue.
+class LongJobs {
  public:
-  struct Answer {
-    int code = 0;  ///< of getaddrinfo; 0 when there are addresses
-    std::vector<SocketAddress> addresses;
-  };
-
-  /// One look-up. `run` may take long, and touches nothing that ends with the
-  /// resolver. `cancel` makes it return soon; empty where nothing can.
-  struct LookUp {
-    std::function<Answer()> run;
+  struct Job {
+    /// On the thread. Touches nothing that ends with the queue.
+    std::function<void()> run;
+    /// Makes `run` return soon; empty where nothing can.
     std::function<void()> cancel;
+    /// On the queue, behind `run`, or without it when the system has no thread left.
+    std::function<void()> done;
   };
 
-  /// Look-ups under way at once; the others wait for their turn.
+  /// Jobs under way at once; the others wait for their turn.
   static constexpr std::size_t kMostThreads = 16;
 
-  /// All of it runs on the queue, the answers too.
-  explicit UDPNameResolver(host::Queue& queue);
-  /// Answers nothing any more. A look-up that cannot be cancelled is left to end
-  /// by itself, so that the program need not wait for it. Any thread, once the
-  /// queue runs nothing.
-  ~UDPNameResolver();
-  UDPNameResolver(const UDPNameResolver&) = delete;
-  UDPNameResolver& operator=(const UDPNameResolver&) = delete;
+  /// All of it runs on the queue.
+  explicit LongJobs(Queue& queue);
+  /// Nothing is told any more. A job that cannot be cancelled is left to end by
+  /// itself, so that the program need not wait for it. Any thread, once the queue
+  /// runs nothing.
+  ~LongJobs();
+  LongJobs(const LongJobs&) = delete;
+  LongJobs& operator=(const LongJobs&) = delete;
 
-  void add(LookUp lookUp, std::function<void(Answer)> answer);
+  void add(Job job);
 
  private:
   struct Running;
@@ -50,10 +47,10 @@ class UDPNameResolver {
   void startNext() KV_RUNS_ON(mQueue);
   void ended(const std::shared_ptr<Running>& running) KV_RUNS_ON(mQueue);
 
-  host::Queue& mQueue;
+  Queue& mQueue;
   const std::shared_ptr<Gate> mGate;
   std::deque<std::shared_ptr<Running>> mWaiting;   // the queue's
   std::vector<std::shared_ptr<Running>> mRunning;  // the queue's
 };
 
-}  // namespace velor
+}  // namespace velor::host

@@ -470,32 +470,5 @@ INSTANTIATE_TEST_SUITE_P(, GCDAsyncUdpSocketContract,
                                                    }}),
                          [](const auto& test) { return std::string(test.param.name); });
 
-// The system's alone: the simulated one can be cancelled.
-TEST(UDPNameResolverTest, ALookUpWithoutAnEndHoldsUpNobodysEnd) {
-  host::SystemHost host;
-  struct Stuck {
-    std::unique_ptr<host::Semaphore> gate = host::current().makeSemaphore();
-    std::unique_ptr<host::Semaphore> ended = host::current().makeSemaphore();
-  };
-  const auto stuck = std::make_shared<Stuck>();
-  bool answered = false;
-  {
-    host::Queue queue("resolver");
-    UDPNameResolver resolver(queue);
-    queue.sync([&] {
-      resolver.add({[stuck] {
-                      stuck->gate->wait();
-                      stuck->ended->signal();
-                      return UDPNameResolver::Answer{};
-                    },
-                    {}},
-                   [&answered](const UDPNameResolver::Answer&) { answered = true; });
-    });
-  }
-  stuck->gate->signal();
-  stuck->ended->wait();
-  EXPECT_FALSE(answered);
-}
-
 }  // namespace
 }  // namespace velor

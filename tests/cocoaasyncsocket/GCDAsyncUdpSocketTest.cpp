@@ -142,7 +142,7 @@ TEST_F(GCDAsyncUdpSocketTest, WhatWaitsForASlowNameIsBoundedAndGoesOutInOrder) {
 TEST_F(GCDAsyncUdpSocketTest, NamesThatTakeLongHoldUpNoAddressAndNoEnd) {
   mNetwork.addHost("slow", {*SocketAddress::fromText("10.0.0.9", 0)}, 60'000 * kMs);
   std::vector<std::unique_ptr<UDPEnd>> slow;
-  for (std::size_t i = 0; i < 2 * UDPNameResolver::kMostThreads; ++i) {
+  for (std::size_t i = 0; i < 2 * host::LongJobs::kMostThreads; ++i) {
     slow.push_back(std::make_unique<UDPEnd>());
     EXPECT_TRUE(slow.back()->socket->connectToHost("slow", 9000));
   }

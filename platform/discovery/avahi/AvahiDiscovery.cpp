@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/discovery/avahi/HostNameCheck.h"
 #include "platform/host/Log.h"
 
 namespace velor::discovery {
@@ -22,7 +23,6 @@ constexpr std::uint64_t kMs = 1'000'000;
 constexpr std::uint64_t kRetry = 1000 * kMs;
 // What a resolver without a module for ".local" may take of a resolution's time.
 constexpr std::uint64_t kLongestNameCheck = 2000 * kMs;
-constexpr std::uint64_t kNameCheckStep = 20 * kMs;
 // Names tried before a publication waits for the next attempt.
 constexpr int kMostNames = 100;
 
@@ -475,8 +475,7 @@ void AvahiDiscovery::onResolver(AvahiServiceResolver*, AvahiIfIndex interface, A
   }
   resolution.answer = DiscoveryAnswer{hostName, port, dataOf(txt)};
   resolution.address = textOf(*address);
-  resolution.check = std::make_unique<HostNameCheck>(hostName, resolution.address);
-  resolution.checkedUntil = resolution.owner->mHost.AudioGetCurrentHostTime() + kLongestNameCheck;
+  resolution.owner->startNameCheck(resolution);
   std::array<char, IF_NAMESIZE> link{};
   if (needsScope(*address) &&
       if_indextoname(static_cast<unsigned>(interface), link.data()) != nullptr) {
@@ -485,15 +484,30 @@ void AvahiDiscovery::onResolver(AvahiServiceResolver*, AvahiIfIndex interface, A
   resolution.owner->lookAgainSoon();
 }
 
+void AvahiDiscovery::startNameCheck(Resolution& resolution) {
+  const auto check = std::make_shared<NameCheck>();
+  mLongJobs.add({[check, name = resolution.answer->hostName, address = resolution.address] {
+                   check->leads = hostNameLeadsToAddress(name, address);
+                 },
+                 {},
+                 [this, check] {
+                   check->isDone = true;
+                   lookAgainSoon();
+                 }});
+  resolution.check = check;
+  resolution.checkedUntil = mHost.AudioGetCurrentHostTime() + kLongestNameCheck;
+}
+
 void AvahiDiscovery::checkName(Resolution& resolution) {
   if (!resolution.answer || resolution.told) {
     return;
   }
-  if (!resolution.check->isDone() && mHost.AudioGetCurrentHostTime() < resolution.checkedUntil) {
-    lookAgainIn(kNameCheckStep);
+  const std::uint64_t now = mHost.AudioGetCurrentHostTime();
+  if (!resolution.check->isDone && now < resolution.checkedUntil) {
+    lookAgainIn(resolution.checkedUntil - now);
     return;
   }
-  if (!resolution.check->nameLeadsToAddress()) {
+  if (!resolution.check->isDone || !resolution.check->leads) {
     resolution.answer->hostName = resolution.address;
   }
   resolution.check = nullptr;

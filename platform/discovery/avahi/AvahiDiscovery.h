@@ -17,7 +17,7 @@
 
 #include "platform/discovery/DiscoveryBackEnd.h"
 #include "platform/discovery/avahi/AvahiLoop.h"
-#include "platform/discovery/avahi/HostNameCheck.h"
+#include "platform/host/LongJobs.h"
 
 namespace velor::discovery {
 
@@ -58,6 +58,11 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
     std::map<std::string, std::set<std::pair<int, int>>> seen;
     std::vector<DiscoveryFind> untold;
   };
+  // Whether the name of the answer's host is one that the system knows.
+  struct NameCheck {
+    bool leads = false;  // the look-up's, until it is done
+    bool isDone = false;
+  };
   struct Resolution {
     AvahiDiscovery* owner;
     ResolveOrderRef order;
@@ -66,7 +71,7 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
     bool told = false;
     std::string address;  // of the answer, in text, as a socket takes it
     std::optional<DiscoveryAnswer> answer;
-    std::unique_ptr<HostNameCheck> check;
+    std::shared_ptr<NameCheck> check;
     std::uint64_t checkedUntil = 0;  // host time
   };
 
@@ -90,6 +95,7 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
   bool nameIsTaken(Publication& publication);
   void search(Search& search);
   void resolve(Resolution& resolution);
+  void startNameCheck(Resolution& resolution);
   void checkName(Resolution& resolution);
   void withdraw(Publication& publication);
   static void tellAllGone(Search& search);
@@ -117,7 +123,8 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
   std::list<Publication> mPublications;
   std::list<Search> mSearches;
   std::list<Resolution> mResolutions;
-  AvahiLoop mLoop;  // last: its thread uses the others
+  AvahiLoop mLoop;  // behind the others: its thread uses them
+  host::LongJobs mLongJobs{mLoop};
 };
 
 }  // namespace velor::discovery

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#include "platform/host/LongJobs.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "platform/host/SystemHost.h"
+
+namespace velor::host {
+namespace {
+
+// The system's host alone: a thread of the simulated one cannot be left behind.
+TEST(LongJobsTest, AJobWithoutAnEndHoldsUpNobodysEnd) {
+  SystemHost host;
+  struct Stuck {
+    std::unique_ptr<Semaphore> gate = current().makeSemaphore();
+    std::unique_ptr<Semaphore> ended = current().makeSemaphore();
+  };
+  const auto stuck = std::make_shared<Stuck>();
+  bool told = false;
+  {
+    Queue queue("jobs");
+    LongJobs jobs(queue);
+    queue.sync([&] {
+      jobs.add({[stuck] {
+                  stuck->gate->wait();
+                  stuck->ended->signal();
+                },
+                {},
+                [&told] { told = true; }});
+    });
+  }
+  stuck->gate->signal();
+  stuck->ended->wait();
+  EXPECT_FALSE(told);
+}
+
+}  // namespace
+}  // namespace velor::host
