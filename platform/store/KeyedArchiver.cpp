@@ -54,11 +54,26 @@ struct KeyedArchiver::State {
     if (KeyedDocument::find(*object, key) != nullptr) {
       refuse("the key is there already");
     }
+    countKey();
+    KeyedDocument::append(*object, std::string(key), make());
+  }
+
+  void countKey() {
     if (object->size() >= Limits::kKeysOfAnObject) {
       refuse(tooMany("keys in an object", Limits::kKeysOfAnObject));
     }
     countValue();
-    KeyedDocument::append(*object, std::string(key), make());
+  }
+
+  // What stands in a value that is taken over as it is.
+  void countInside(const Json& value) {
+    if (value.is_structured()) {
+      const Nested nested(*this);
+      for (const Json& inner : value) {
+        countValue();
+        countInside(inner);
+      }
+    }
   }
 
   // Called inside `put`, which sets the object in force before it appends.
@@ -74,6 +89,7 @@ struct KeyedArchiver::State {
     // What is encoded goes to it, for the call.
     const host::Exchanged inside(object, &made);
     coding->encodeWithCoder(coder);
+    coder.encodeRemainder(coding->mRemainder);
     return made;
   }
 
@@ -164,6 +180,20 @@ void KeyedArchiver::encodeElements(std::span<const KeyedCoding* const> elements,
     }
     return array;
   });
+}
+
+void KeyedArchiver::encodeRemainder(const KeyedRemainder& remainder) {
+  if (remainder.empty()) {
+    return;
+  }
+  for (const auto& [key, value] : remainder.mMembers->object.get_ref<const Json::object_t&>()) {
+    if (KeyedDocument::find(*mState->object, key) == nullptr) {
+      const KeyedPath::Scope scope(mState->path, key);
+      mState->countKey();
+      mState->countInside(value);
+      KeyedDocument::append(*mState->object, key, value);
+    }
+  }
 }
 
 std::string KeyedArchiver::data() const {

@@ -53,6 +53,10 @@ class KeyedArchiver {
     encodeElements(elements, key);
   }
 
+  /// Of a document that was read: what was unknown there, as it stood. Keys that are
+  /// there already are left out, so that this comes last.
+  void encodeRemainder(const KeyedRemainder& remainder);
+
   /// The document so far, in UTF-8.
   std::string data() const;
 

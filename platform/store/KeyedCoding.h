@@ -4,6 +4,8 @@
 #include <memory>
 #include <string_view>
 
+#include "platform/store/KeyedRemainder.h"
+
 namespace velor::store {
 
 class KeyedArchiver;
@@ -13,6 +15,10 @@ class KeyedUnarchiver;
 /// static `kClassName`, which is stored and must never change, and a static
 /// `initWithCoder(KeyedUnarchiver&)` that gives a std::shared_ptr of the class,
 /// or null where what is stored stands for nothing any more.
+///
+/// Keys that `initWithCoder` does not ask for stay with the object, and are written
+/// again behind its own. So it asks for every key that the class knows, wanted or not:
+/// one that is passed over comes back.
 class KeyedCoding {
  public:
   virtual ~KeyedCoding() = default;
@@ -27,6 +33,12 @@ class KeyedCoding {
   KeyedCoding() = default;
   KeyedCoding(const KeyedCoding&) = default;
   KeyedCoding& operator=(const KeyedCoding&) = default;
+
+ private:
+  friend class KeyedArchiver;
+  friend class KeyedUnarchiver;
+
+  KeyedRemainder mRemainder;  // of the document that it was read from last
 };
 
 /// A row of the table of classes that a document may name: nothing else in it can

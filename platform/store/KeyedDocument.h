@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/store/KeyedRemainder.h"
+
 namespace velor::store {
 
 /// The document behind the writer and the reader, with what both know of its form.
@@ -32,6 +34,10 @@ struct KeyedDocument {
   static Json& append(Json& object, std::string key, Json value) {
     return object.get_ref<Json::object_t&>().emplace_back(std::move(key), std::move(value)).second;
   }
+};
+
+struct KeyedRemainder::Members {
+  KeyedDocument::Json object;
 };
 
 }  // namespace velor::store

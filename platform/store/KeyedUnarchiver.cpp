@@ -196,9 +196,29 @@ std::string described(const Json& value) {
 }  // namespace
 
 struct KeyedUnarchiver::State {
-  // The value under the key, unless it is missing or null.
-  const Json* value(std::string_view key) const {
-    const Json* found = KeyedDocument::find(*object, key);
+  // The object whose keys are asked for, and which of them were.
+  struct Scope {
+    explicit Scope(const Json& asked) : object(&asked), isAsked(asked.size()) {}
+
+    const Json* object;
+    std::vector<bool> isAsked;  // by their places in the object
+  };
+
+  // The value under the key, null where there is none. It is asked for from now on.
+  const Json* ask(std::string_view key) {
+    const Json* found = KeyedDocument::find(*scope.object, key);
+    if (found != nullptr) {
+      const auto& members = scope.object->get_ref<const Json::object_t&>();
+      const auto at = std::find_if(members.begin(), members.end(),
+                                   [found](const auto& member) { return &member.second == found; });
+      scope.isAsked[static_cast<std::size_t>(at - members.begin())] = true;
+    }
+    return found;
+  }
+
+  // As `ask`, unless the value is null.
+  const Json* value(std::string_view key) {
+    const Json* found = ask(key);
     return found != nullptr && !found->is_null() ? found : nullptr;
   }
 
@@ -223,7 +243,7 @@ struct KeyedUnarchiver::State {
         return static_cast<Integer>(number);
       }
     }
-    const KeyedPath::Scope scope(path, std::string(key));
+    const KeyedPath::Scope step(path, std::string(key));
     refuse(wanted, *found);
   }
 
@@ -250,8 +270,12 @@ struct KeyedUnarchiver::State {
     std::shared_ptr<KeyedCoding> made;
     {
       // Its keys are what is asked for, for the call.
-      const host::Exchanged inside(object, &found);
+      const host::Exchanged inside(scope, Scope(found));
+      ask(KeyedDocument::kClassKey);
       made = row->initWithCoder(coder);
+      if (made != nullptr) {
+        made->mRemainder = coder.remainder();
+      }
     }
     if (made != nullptr && !wanted.isOne(*made)) {
       refuse(expected(), found);
@@ -259,9 +283,12 @@ struct KeyedUnarchiver::State {
     return made;
   }
 
-  Json root;
-  std::span<const KeyedClass> classes;
-  const Json* object = &root;
+  State(Json document, std::span<const KeyedClass> known)
+      : root(std::move(document)), classes(known) {}
+
+  const Json root;
+  const std::span<const KeyedClass> classes;
+  Scope scope = Scope(root);
   KeyedPath path;
 };
 
@@ -284,9 +311,7 @@ KeyedUnarchiver::Result KeyedUnarchiver::read(std::string_view document,
   if (!builder.root().is_object()) {
     return {nullptr, "the document: expected an object, found " + described(builder.root())};
   }
-  auto state = std::make_unique<State>();
-  state->root = std::move(builder.root());
-  state->classes = classes;
+  auto state = std::make_unique<State>(std::move(builder.root()), classes);
   return {std::unique_ptr<KeyedUnarchiver>(new KeyedUnarchiver(std::move(state))), {}};
 }
 
@@ -304,7 +329,23 @@ KeyedUnarchiver::Result KeyedUnarchiver::readFile(const std::filesystem::path& p
 }
 
 bool KeyedUnarchiver::containsValue(std::string_view key) const {
-  return KeyedDocument::find(*mState->object, key) != nullptr;
+  return mState->ask(key) != nullptr;
+}
+
+KeyedRemainder KeyedUnarchiver::remainder() const {
+  const auto& [object, isAsked] = mState->scope;
+  Json left = Json::object();
+  std::size_t place = 0;
+  for (const auto& [key, value] : object->get_ref<const Json::object_t&>()) {
+    if (!isAsked[place++]) {
+      KeyedDocument::append(left, key, value);
+    }
+  }
+  if (left.empty()) {
+    return {};
+  }
+  return KeyedRemainder(
+      std::make_shared<const KeyedRemainder::Members>(KeyedRemainder::Members{std::move(left)}));
 }
 
 std::optional<bool> KeyedUnarchiver::decodeBool(std::string_view key) {

@@ -18,9 +18,9 @@ namespace velor::store {
 /// over the limits, with a key twice in an object, or that is no JSON in UTF-8, is
 /// refused as a whole and nothing of it is used.
 ///
-/// Values are asked for by key, in any order; keys that nobody asks for count for
-/// nothing. A key that is missing, or holds null, has no value. A value that is
-/// not what is wanted raises KeyedArchiveError, which says where it stands.
+/// Values are asked for by key, in any order; what nobody asks for is the remainder,
+/// and stays with the object that it belongs to. A key that is missing, or holds null, has no
+/// value. A value that is not what is wanted raises KeyedArchiveError, which says where it stands.
 ///
 /// One thread at a time. Realtime-safe: no.
 class KeyedUnarchiver {
@@ -43,7 +43,7 @@ class KeyedUnarchiver {
   KeyedUnarchiver(const KeyedUnarchiver&) = delete;
   KeyedUnarchiver& operator=(const KeyedUnarchiver&) = delete;
 
-  /// True for a null, too.
+  /// True for a null, too. Counts as asking.
   bool containsValue(std::string_view key) const;
 
   std::optional<bool> decodeBool(std::string_view key);
@@ -73,6 +73,10 @@ class KeyedUnarchiver {
     }
     return result;
   }
+
+  /// Of the object whose keys are asked for, so of the document outside of any
+  /// `initWithCoder`: what has not been asked for by now.
+  KeyedRemainder remainder() const;
 
  private:
   struct State;

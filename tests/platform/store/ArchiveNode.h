@@ -69,10 +69,11 @@ struct ArchiveNode final : KeyedCoding {
     }
   }
 
-  /// The document whose keys are this object's.
-  std::string document() const {
+  /// The document whose keys are this object's, and those.
+  std::string document(const KeyedRemainder& unknown = {}) const {
     KeyedArchiver coder;
     encodeWithCoder(coder);
+    coder.encodeRemainder(unknown);
     return coder.data();
   }
 };

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <utility>
+
+namespace velor::store {
+
+/// What an object of a document held under keys that its reader did not ask for, in
+/// their order: the work of a later version, which must survive being opened by this
+/// one. An empty one costs a pointer; copies share what they hold. Any thread.
+/// Realtime-safe: no.
+class KeyedRemainder {
+ public:
+  KeyedRemainder() = default;
+
+  bool empty() const noexcept { return mMembers == nullptr; }
+  bool contains(std::string_view key) const;
+
+ private:
+  friend class KeyedArchiver;
+  friend class KeyedUnarchiver;
+  struct Members;
+
+  explicit KeyedRemainder(std::shared_ptr<const Members> members) : mMembers(std::move(members)) {}
+
+  std::shared_ptr<const Members> mMembers;  // null for none
+};
+
+}  // namespace velor::store

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+#include "platform/store/KeyedRemainder.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/store/KeyedArchiveError.h"
+#include "platform/store/KeyedArchiveLimits.h"
+#include "tests/platform/store/ArchiveNode.h"
+
+namespace velor::store {
+namespace {
+
+struct Opened {
+  std::shared_ptr<ArchiveNode> node;
+  KeyedRemainder unknown;
+};
+
+Opened open(const std::string& document) {
+  const auto result = KeyedUnarchiver::read(document, kArchiveClasses);
+  EXPECT_TRUE(result) << result.error;
+  auto node = ArchiveNode::initWithCoder(*result.coder);
+  return {std::move(node), result.coder->remainder()};
+}
+
+std::string repeated(const std::string& text, std::size_t count) {
+  std::string result;
+  for (std::size_t i = 0; i < count; ++i) {
+    result += text;
+  }
+  return result;
+}
+
+TEST(KeyedRemainder, WhatALaterVersionWroteIsWrittenAgainBehindWhatIsKnown) {
+  const Opened opened = open(R"({
+    "later": {"z": [1, {"$base64": "no base64!"}, null, 0.5], "$class": "Unheard", "a": {}},
+    "$mark": 7, "none": null, "text": "known", "large": null,
+    "node": {"shape": [], "$class": "Node", "colour": "red", "small": 1,
+             "node": {"$class": "Node", "texts": {"$class": 1}, "yes": true}},
+    "nodes": [{"$class": "Node", "size": 2}, null, {"$class": "Node"}]})");
+  ASSERT_NE(opened.node, nullptr);
+  EXPECT_TRUE(opened.unknown.contains("none"));
+  EXPECT_FALSE(opened.unknown.contains("large"));
+  opened.node->node->small = 3;
+  opened.node->real = 1.5;
+  EXPECT_EQ(opened.node->document(opened.unknown), R"({
+  "real": 1.5,
+  "text": "known",
+  "node": {
+    "$class": "Node",
+    "small": 3,
+    "node": {
+      "$class": "Node",
+      "yes": true,
+      "texts": {
+        "$class": 1
+      }
+    },
+    "shape": [],
+    "colour": "red"
+  },
+  "nodes": [
+    {
+      "$class": "Node",
+      "size": 2
+    },
+    null,
+    {
+      "$class": "Node"
+    }
+  ],
+  "later": {
+    "z": [
+      1,
+      {
+        "$base64": "no base64!"
+      },
+      null,
+      0.5
+    ],
+    "$class": "Unheard",
+    "a": {}
+  },
+  "$mark": 7,
+  "none": null
+}
+)");
+}
+
+TEST(KeyedRemainder, KeysThatAreWrittenAlreadyWin) {
+  const Opened opened = open(R"({"version": 9, "other": 1})");
+  KeyedArchiver coder;
+  coder.encodeInt32(2, "version");
+  coder.encodeRemainder(opened.unknown);
+  coder.encodeRemainder(opened.unknown);
+  EXPECT_EQ(coder.data(), "{\n  \"version\": 2,\n  \"other\": 1\n}\n");
+  EXPECT_TRUE(open(R"({"small": 1, "node": null})").unknown.empty());
+}
+
+TEST(KeyedRemainder, IsHeldToTheLimitsOfWhereItIsWritten) {
+  constexpr std::size_t kInside = KeyedArchiveLimits::kDepth - 2;
+  const Opened deep = open(R"({"node": {"$class": "Node", "deep": )" + repeated("[", kInside) +
+                           repeated("]", kInside) + "}}");
+  EXPECT_EQ(open(deep.node->document()).node->document(), deep.node->document());
+  ArchiveNode outer;
+  outer.node = std::make_shared<ArchiveNode>(*deep.node);
+  EXPECT_THROW(outer.document(), KeyedArchiveError);
+
+  std::string members = "\"k\": 0";
+  for (std::size_t i = 1; i < KeyedArchiveLimits::kKeysOfAnObject; ++i) {
+    members += ", \"k" + std::to_string(i) + "\": 0";
+  }
+  const Opened wide = open("{" + members + "}");
+  EXPECT_NO_THROW(wide.node->document(wide.unknown));
+  wide.node->yes = true;
+  EXPECT_THROW(wide.node->document(wide.unknown), KeyedArchiveError);
+}
+
+}  // namespace
+}  // namespace velor::store
