@@ -112,11 +112,13 @@ int secondsOption(const std::string& text, const char* option) {
 }
 
 // `mode` is null when none is given.
-std::uint64_t playModeOf(const std::string* mode, bool hasStop, bool hasLoop, bool hasStart,
-                         bool hasPreroll) {
+std::optional<std::uint64_t> playModeOf(const std::string* mode, bool hasStop, bool hasLoop,
+                                        bool hasStart, bool hasPreroll) {
   refuseIf(hasStop && hasLoop, "--stop-at and --loop contradict each other");
   if (mode == nullptr) {
-    return hasStop ? VLPlayModeStop : hasLoop ? VLPlayModeLoop : VLPlayModeNormal;
+    return hasStop   ? std::optional(VLPlayModeStop)
+           : hasLoop ? std::optional(VLPlayModeLoop)
+                     : std::nullopt;
   }
   const std::uint64_t value = valueNamed(kModes, *mode, "--mode");
   refuseIf(hasStop && value != VLPlayModeStop, "--stop-at contradicts --mode " + *mode);
@@ -346,18 +348,41 @@ std::optional<SMPTETime> VLTimeFromText(const std::string& text, std::uint32_t f
   return time;
 }
 
+std::optional<VLTimes> VLTimesFromWords(const VLTimeWords& words, std::uint32_t format,
+                                        std::string& error) {
+  try {
+    VLTimes times;
+    if (words.start) {
+      times.start = timeOption(*words.start, format, "--start");
+    }
+    if (words.offset) {
+      times.offset = offsetOption(*words.offset, format);
+    }
+    if (words.stopAt) {
+      times.stopAt = timeOption(*words.stopAt, format, "--stop-at");
+    }
+    if (words.loop) {
+      times.loop = {timeOption(words.loop->first, format, "--loop"),
+                    timeOption(words.loop->second, format, "--loop")};
+      refuseIf(ltc_compare(times.loop->first, times.loop->second) != -1,
+               "--loop: it must end after it starts");
+    }
+    return times;
+  } catch (const UsageError& refused) {
+    error = refused.what();
+    return std::nullopt;
+  }
+}
+
 VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   VLOptions options;
-  std::string format = "25";
-  std::string start;
-  std::string offset;
+  std::string format;
   std::string mode;
-  std::string stopAt;
   std::vector<std::string> loop;
   double preroll = 0;
   std::string freewheel;
-  std::string ltcLevel = "-20dB";
-  std::string ltcUserBits = "00000000";
+  std::optional<std::string> ltcLevel;
+  std::optional<std::string> ltcUserBits;
 
   CLI::App app{"Velor: timecode for stage, studio and installation work"};
   app.name("velor");
@@ -366,9 +391,13 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   app.add_flag("--list", options.list,
                "Print MIDI sources and destinations with their ids, and audio devices with their "
                "channels");
-  app.add_option("--format", format, "23.98, 24, 25, 29.97, 29.97df, 30 or 30df")
-      ->capture_default_str();
-  app.add_option("--start", start, "The time to start from, HH:MM:SS:FF");
+  app.add_option("FILE", options.file,
+                 "A document to open; without one, the state that the last run left");
+  app.add_flag("--recover", options.recover,
+               "Open what a run that was cut off has left of its state");
+  app.add_option("--format", format,
+                 "23.98, 24, 25, 29.97, 29.97df, 30 or 30df; else that of the document, or 25");
+  app.add_option("--start", options.times.start, "The time to start from, HH:MM:SS:FF");
   app.add_flag("--play", options.play, "Start the clock");
   app.add_option("--mtc-out", options.mtcOut,
                  "Send MTC to this MIDI destination: its display name, its full port name or its "
@@ -377,23 +406,27 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   app.add_option("--sync-source", options.syncSource,
                  "Read MTC from this MIDI source, named as for --mtc-out");
   app.add_flag("--arm", options.arm, "Follow the MTC of the sync source");
+  app.add_flag("--auto-format", options.autoFormat,
+               "Take over the format of the MTC that comes in, instead of disarming");
+  app.add_flag("--ignore-loops", options.ignoreLoops,
+               "Go on sending to a destination whose MTC comes back, instead of switching it off");
   app.add_option("--rate-percent", options.ratePercent, "Run faster or slower, -2 to 2");
-  app.add_option("--offset", offset, "Added to the time that is sent, [-]HH:MM:SS:FF")
+  app.add_option("--offset", options.times.offset, "Added to the time that is sent, [-]HH:MM:SS:FF")
       ->type_name("TIME");
   auto* prerollOption =
       app.add_option("--preroll", preroll, "Start this many seconds earlier, 0 to 60");
   app.add_option("--mode", mode, "normal, stop, loop or time-of-day");
-  app.add_option("--stop-at", stopAt, "Stop at this time");
+  app.add_option("--stop-at", options.times.stopAt, "Stop at this time");
   app.add_option("--ltc-out", options.ltcOut,
                  "Play LTC on this channel of an audio device, which is named by its name or its "
                  "UID; channels count from 1; may be repeated")
       ->type_name("DEVICE:CHANNEL")
       ->allow_extra_args(false);
   app.add_option("--ltc-level", ltcLevel, "Of the LTC, up to 0dB, which is full scale")
-      ->capture_default_str();
+      ->default_str("-20dB");
   app.add_option("--ltc-user-bits", ltcUserBits,
                  "Of the LTC: eight hexadecimal digits, the first group last")
-      ->capture_default_str();
+      ->default_str("00000000");
   app.add_option("--ltc-in", options.ltcIn,
                  "Read LTC from this channel of an audio device, named as for --ltc-out, and send "
                  "it on as MTC from the MIDI source 'LTC Reader 1'")
@@ -432,31 +465,27 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
       return result;
     }
     refuseEmptyNumbers(app, {"--rate-percent", "--preroll"});
-    options.format = valueNamed(kFormats, format, "--format");
-    if (app.count("--start") > 0) {
-      options.start = timeOption(start, options.format, "--start");
+    if (app.count("--format") > 0) {
+      options.format = valueNamed(kFormats, format, "--format");
     }
-    if (app.count("--offset") > 0) {
-      options.offset = offsetOption(offset, options.format);
+    if (!loop.empty()) {
+      options.times.loop = {loop[0], loop[1]};
     }
-    if (app.count("--stop-at") > 0) {
-      options.stopAt = timeOption(stopAt, options.format, "--stop-at");
+    // In a format that is not known yet, what is no time at all is found already.
+    std::string error;
+    if (!VLTimesFromWords(options.times, options.format.value_or(kSMPTETimeType30), error)) {
+      refuseIf(options.format.has_value() || error.find("is no time") != std::string::npos, error);
     }
-    if (app.count("--loop") > 0) {
-      options.loop = {timeOption(loop[0], options.format, "--loop"),
-                      timeOption(loop[1], options.format, "--loop")};
-      refuseIf(ltc_compare(options.loop->first, options.loop->second) != -1,
-               "--loop: it must end after it starts");
-    }
-    refuseIf(!std::isfinite(options.ratePercent) || std::abs(options.ratePercent) > kMaxRatePercent,
+    refuseIf(options.ratePercent && (!std::isfinite(*options.ratePercent) ||
+                                     std::abs(*options.ratePercent) > kMaxRatePercent),
              "--rate-percent: out of range (-2 to 2)");
     if (prerollOption->count() > 0) {
       refuseIf(!(preroll >= 0 && preroll <= kMaxPreroll), "--preroll: out of range (0 to 60)");
       options.preroll = preroll;
     }
     options.playMode = playModeOf(app.count("--mode") > 0 ? &mode : nullptr,
-                                  options.stopAt.has_value(), options.loop.has_value(),
-                                  options.start.has_value(), options.preroll.has_value());
+                                  options.times.stopAt.has_value(), options.times.loop.has_value(),
+                                  options.times.start.has_value(), options.preroll.has_value());
     for (const char* option : {"--ltc-level", "--ltc-user-bits"}) {
       refuseIf(app.count(option) > 0 && options.ltcOut.empty(),
                std::string(option) + " needs --ltc-out");
@@ -465,18 +494,23 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
       refuseIf(!options.ltcIn, "--freewheel needs --ltc-in");
       options.freewheel = secondsOption(freewheel, "--freewheel");
     }
-    std::string error;
-    options.ltcLevel = valueOf(VLLevelFromText(ltcLevel, error), error, "--ltc-level");
-    const auto userBytes =
-        valueOf(VLUserBitsFromText(ltcUserBits, error), error, "--ltc-user-bits");
-    for (std::size_t i = 0; i < userBytes.size(); ++i) {
-      options.ltcUserBits |= std::uint32_t{userBytes[i]} << 8 * i;
+    if (ltcLevel) {
+      options.ltcLevel = valueOf(VLLevelFromText(*ltcLevel, error), error, "--ltc-level");
+    }
+    if (ltcUserBits) {
+      options.ltcUserBits = 0;
+      const auto bytes = valueOf(VLUserBitsFromText(*ltcUserBits, error), error, "--ltc-user-bits");
+      for (std::size_t i = 0; i < bytes.size(); ++i) {
+        *options.ltcUserBits |= std::uint32_t{bytes[i]} << 8 * i;
+      }
     }
     refuseEmptyNumbers(app, {"--osc-port"});
     options.osc = oscOptions(app, oscWords);
     refuseIf(options.arm && options.play,
              "--arm and --play contradict each other: an armed clock is started by MTC");
-    refuseIf(options.arm && !options.syncSource, "--arm needs --sync-source");
+    refuseIf(options.arm && !options.syncSource && !options.file,
+             "--arm needs --sync-source, or a document with one");
+    refuseIf(options.file && options.recover, "FILE and --recover contradict each other");
     refuseIf(!options.headless && !options.list,
              "there is no window yet: use --headless or --list (--help tells more)");
     result.options = options;

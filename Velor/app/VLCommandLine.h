@@ -10,33 +10,58 @@
 
 #include "Velor/app/VLDecode.h"
 #include "Velor/app/VLEncode.h"
-#include "Velor/app/VLOSCRemote.h"
+#include "Velor/app/VLOSCOptions.h"
 #include "kvtimecode/SMPTETime.h"
 
 namespace velor {
 
-/// What the command line asks for, checked: times are valid, of the format and in
-/// range, and nothing contradicts anything else. Ports are as they were typed.
+/// Times as they were typed, which mean nothing without a format.
+struct VLTimeWords {
+  std::optional<std::string> start;
+  std::optional<std::string> offset;
+  std::optional<std::string> stopAt;
+  std::optional<std::pair<std::string, std::string>> loop;
+};
+
+/// Times of one format.
+struct VLTimes {
+  std::optional<SMPTETime> start;
+  std::optional<SMPTETime> offset;
+  std::optional<SMPTETime> stopAt;
+  std::optional<std::pair<SMPTETime, SMPTETime>> loop;
+};
+
+/// None, and why in `error`, when one of them is no time of the format.
+std::optional<VLTimes> VLTimesFromWords(const VLTimeWords& words, std::uint32_t format,
+                                        std::string& error);
+
+/// What the command line asks for, checked, and nothing contradicts anything else. What
+/// is not given stays as the document has it. Ports are as they were typed, and so are
+/// times, which are checked against the format when one is given.
 struct VLOptions {
+  static constexpr float kLTCLevel = 0.1F;  // of full scale, of a new generator
+  static constexpr int kFreewheel = 5;      // seconds, of a new reader
+
   bool headless = false;
+  std::optional<std::string> file;
+  bool recover = false;
+  bool autoFormat = false;
+  bool ignoreLoops = false;
   bool list = false;
   bool play = false;
-  std::uint32_t format = kSMPTETimeType25;
-  std::optional<SMPTETime> start;
+  std::optional<std::uint32_t> format;
+  VLTimeWords times;
   std::vector<std::string> mtcOut;
   std::optional<std::string> syncSource;
   bool arm = false;
-  double ratePercent = 0;
-  std::optional<SMPTETime> offset;
-  std::optional<double> preroll;  // seconds
-  std::uint64_t playMode = 0;     // a play mode of the clock
-  std::optional<SMPTETime> stopAt;
-  std::optional<std::pair<SMPTETime, SMPTETime>> loop;
-  std::vector<std::string> ltcOut;   // DEVICE:CHANNEL, as typed
-  float ltcLevel = 0.1F;             // of full scale
-  std::uint32_t ltcUserBits = 0;     // the first group lowest
-  std::optional<std::string> ltcIn;  // DEVICE:CHANNEL, as typed
-  int freewheel = 5;                 // seconds; -1 without end
+  std::optional<double> ratePercent;
+  std::optional<double> preroll;          // seconds
+  std::optional<std::uint64_t> playMode;  // of the clock
+  std::vector<std::string> ltcOut;        // DEVICE:CHANNEL, as typed
+  std::optional<float> ltcLevel;
+  std::optional<std::uint32_t> ltcUserBits;  // the first group lowest
+  std::optional<std::string> ltcIn;          // DEVICE:CHANNEL, as typed
+  std::optional<int> freewheel;              // seconds; -1 without end
   VLOSCOptions osc;
 };
 

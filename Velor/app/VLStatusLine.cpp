@@ -31,8 +31,7 @@ std::string statusText(const VLStatus& status) {
     case VLClockChasing:
       return "chasing";
     case VLClockArmedWrongFormat:
-      return std::string("armed, wrong format: ") + VLFormatName(status.receivedFormat) +
-             " comes in";
+      return "armed, wrong format";
     default:
       return "?";
   }
@@ -62,9 +61,8 @@ std::string timeText(const SMPTETime& time) {
 // Of the clock, and what it sends and follows.
 std::string clockText(const VLStatus& status) {
   std::string text = timeText(status.time) + "  " + statusText(status);
-  if (status.loop) {
-    text.append("  LOOP ").append(VLPrintable(status.loop->first));
-    text.append(" > ").append(VLPrintable(status.loop->second));
+  if (!status.notice.empty()) {
+    text.append("  ").append(VLPrintable(status.notice));
   }
   if (status.source) {
     text.append("  from ").append(portText(*status.source));
@@ -145,11 +143,16 @@ VLStatusLine::VLStatusLine() : mIsTerminal(isatty(STDOUT_FILENO) == 1) {
 }
 
 VLStatusLine::~VLStatusLine() {
-  if (mIsTerminal && !mLast.empty()) {
-    writeOut("\n");
-  }
+  leave();
   if (mOwn >= 0) {
     close(mOwn);
+  }
+}
+
+void VLStatusLine::leave() {
+  if (mIsTerminal && !mLast.empty()) {
+    writeOut("\n");
+    mLast.clear();
   }
 }
 

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "kvtimecode/SMPTETime.h"
@@ -36,9 +35,7 @@ struct VLLTCInput {
 struct VLStatus {
   SMPTETime time{};
   std::uint64_t clockStatus = 0;
-  std::uint32_t receivedFormat = 0;  // told while the format is wrong
-  /// The destination that comes back, and the source on which it does.
-  std::optional<std::pair<std::string, std::string>> loop;
+  std::string notice;  ///< what was decided for the user; empty: nothing
   std::optional<VLNamedPort> source;
   std::vector<VLNamedPort> destinations;
   std::vector<VLLTCOutput> ltc;
@@ -61,6 +58,8 @@ class VLStatusLine {
   bool isVisible() const { return mIsTerminal; }
   void show(const VLStatus& status);
   void show(const std::string& text);
+  /// Leaves the line standing and goes to the next, for what others write.
+  void leave();
 
  private:
   // False when the terminal did not take all of it.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Velor/app/VLOSCRemote.h"
+#include "Velor/app/VLOSCOptions.h"
 
 #include <netdb.h>
 
@@ -7,12 +7,10 @@
 #include <memory>
 
 #include "CocoaAsyncSocket/UDPNetwork.h"
-#include "Velor/clock/VLClock.h"
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLOSCServer.h"
 #include "Velor/osc/VLUserDefinedOSCClient.h"
 #include "platform/host/Host.h"
-#include "platform/host/Log.h"
 
 namespace velor {
 namespace {
@@ -89,75 +87,48 @@ std::optional<std::string> VLHostAddressFromText(const std::string& text, std::s
   return address->host();
 }
 
-int VLOSCRemote::start(const std::shared_ptr<VLOSCRemote>& self, const VLOSCOptions& options,
-                       std::string& error) {
+int VLOSCApply(const VLOSCOptions& options, std::string& error) {
   error = problemOf(options.targets);
   if (!error.empty()) {
     error = "--osc-target: " + error;
     return kUsageStatus;
   }
   VLOSCServer& server = VLOSCServer::sharedServer();
-  server.setDelegate(self);
   for (const std::string& address : options.allow) {
-    const auto entry = VLOSCHostFilterEntry::initWithAddress(address, {});
+    std::shared_ptr<VLOSCHostFilterEntry> entry;
+    for (std::size_t i = 0; i < server.countOfHostFilter() && entry == nullptr; ++i) {
+      const auto each = server.objectInHostFilterAtIndex(i);
+      entry = each->address() == address ? each : nullptr;
+    }
+    const bool isNew = entry == nullptr;
+    if (isNew) {
+      entry = VLOSCHostFilterEntry::initWithAddress(address, {});
+    }
     entry->setEnabled(true);
-    server.addHostFilterObject(entry);
+    if (isNew) {
+      server.addHostFilterObject(entry);
+    }
   }
-  GCDAsyncUdpSocketError problem;
-  if (options.port && !server.startUdPServerAtPort(*options.port, &problem)) {
-    error = "--osc-port: port " + std::to_string(*options.port) +
-            " cannot be used: " + problem.description();
-    return kFailureStatus;
+  if (options.port && server.port() != *options.port) {
+    server.stop();
+    GCDAsyncUdpSocketError problem;
+    if (!server.startUdPServerAtPort(*options.port, &problem)) {
+      error = "--osc-port: port " + std::to_string(*options.port) +
+              " cannot be used: " + problem.description();
+      return kFailureStatus;
+    }
   }
   VLOSCClientDispatcher& dispatcher = VLOSCClientDispatcher::sharedDispatcher();
-  for (const auto& [host, port] : options.targets) {
-    dispatcher.addClient(VLUserDefinedOSCClient::initWithUdpHost(host, port));
+  const VLOSCClientDispatcher::Clients clients = dispatcher.clients();
+  for (const VLOSCOptions::Target& target : options.targets) {
+    const bool isThere = std::any_of(clients.begin(), clients.end(), [&target](const auto& client) {
+      return client->host() == target.first && client->port() == target.second;
+    });
+    if (!isThere) {
+      dispatcher.addClient(VLUserDefinedOSCClient::initWithUdpHost(target.first, target.second));
+    }
   }
   return 0;
-}
-
-void VLOSCRemote::proceed(const SMPTETime& time) {
-  if ((time.mCounter & 1U) == 0) {
-    VLOSCClientDispatcher::sharedDispatcher().updateTime(time);
-  }
-}
-
-void VLOSCRemote::play(VLOSCServer&) {
-  if (mClock.running()) {
-    return;
-  }
-  mArmedBefore.reset();
-  if (mClock.armed()) {  // else it could not run by itself
-    mArmedBefore = mClock.MIDISyncSource();
-    mClock.setMIDISyncSource(nullptr);
-    mClock.disarm();
-  }
-  mClock.start();
-}
-
-void VLOSCRemote::clockDidStopPlaying() {
-  if (const auto source = std::exchange(mArmedBefore, std::nullopt)) {
-    mClock.setMIDISyncSource(*source);
-    mClock.arm();
-  }
-}
-
-void VLOSCRemote::stop(VLOSCServer&) {
-  if (mClock.running()) {
-    mClock.stop();
-  } else {
-    mClock.setTime(mClock.startTimeSMPTE());
-  }
-}
-
-void VLOSCRemote::setPlayRate(float playRate) {
-  mClock.setPlayRatePercent(static_cast<double>(playRate));
-}
-
-void VLOSCRemote::tellOfMarkers() {
-  if (!std::exchange(mToldOfMarkers, true)) {
-    VELOR_LOG_WARNING("OSC asks for markers, of which there are none without a window yet");
-  }
 }
 
 }  // namespace velor

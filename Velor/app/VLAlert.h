@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace velor {
+
+/// A question to the user with two answers.
+struct VLAlert {
+  enum class Kind { wrongFormat, mtcLoop, devicesAreRunning };
+
+  Kind kind;
+  std::string title;
+  std::string message;
+  std::string defaultButton;
+  std::string otherButton;
+
+  /// True for the default button.
+  using Answer = std::function<void(bool isDefault)>;
+};
+
+}  // namespace velor

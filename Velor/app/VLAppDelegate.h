@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Kv-Appkit/KVKeyValueObserver.h"
+#include "Kv-Appkit/KVObservable.h"
+#include "Velor/app/VLMainWindowOutlet.h"
+#include "Velor/app/VLMarker.h"
+#include "Velor/app/VLMarkerController.h"
+#include "Velor/app/VLMarkerList.h"
+#include "Velor/app/VLRecovery.h"
+#include "Velor/app/VLTimecodeViewDelegate.h"
+#include "Velor/app/VLTimecodeViewOutlet.h"
+#include "Velor/clock/VLClock.h"
+#include "Velor/clock/VLClockDelegate.h"
+#include "Velor/osc/VLOSCServer.h"
+#include "Velor/osc/VLOSCServerDelegate.h"
+#include "kva/MIDI/KVMIDIEndpoint.h"
+#include "kvtimecode/KVSMPTETime.h"
+#include "platform/host/Queue.h"
+#include "platform/qt/UndoManager.h"
+#include "platform/store/ApplicationFolders.h"
+#include "platform/store/KeyedArchiver.h"
+#include "platform/store/KeyedUnarchiver.h"
+#include "platform/store/UserDefaults.h"
+
+namespace velor {
+
+/// Posted with the new format code (std::uint32_t) when the clock's format has changed.
+inline constexpr const char* VLChangedTimecodeType = "Velor.ChangedTimecodeType";
+
+/// The top of the program: owns the long-lived parts, connects them, and turns what
+/// the user does, at a window, by OSC or on the command line, into calls on the clock.
+///
+/// A play takes the clock off its sync source, so that it can run by itself, and the
+/// stop puts it back. A stop of a clock that stands goes back through the history of
+/// start times.
+///
+/// Observable: "markers", "syncSource". Queue: main, but for the clock's delegate calls, which
+/// find their way there.
+class VLAppDelegate final : public KVObservable,
+                            public VLClockDelegate,
+                            public VLTimecodeViewDelegate,
+                            public VLOSCServerDelegate,
+                            public VLMarkerList,
+                            public std::enable_shared_from_this<VLAppDelegate> {
+ public:
+  /// The last component of a document's name.
+  static constexpr std::string_view kFileType = "velor";
+
+  enum class TerminateReply { now, later };
+
+  /// The services, the network and discovery must be in force. Nothing is done yet.
+  VLAppDelegate(std::shared_ptr<VLMainWindowOutlet> mainWindow,
+                std::shared_ptr<VLTimecodeViewOutlet> counters, store::ApplicationFolders folders);
+  ~VLAppDelegate() override;
+
+  // --- the life of the application, in this order
+
+  /// Whether the document was loaded.
+  bool applicationOpenFile(const std::filesystem::path& path);
+  /// Opens the document, if one is given, once everything stands that it changes;
+  /// without one, or when it cannot be loaded, what the last run left.
+  void applicationDidFinishLaunching(const std::optional<std::filesystem::path>& file = {});
+  /// Asks the user while something runs; the window gets the reply then.
+  TerminateReply applicationShouldTerminate();
+  /// False, with the reasons in the log, when something could not be saved.
+  bool applicationWillTerminate();
+
+  bool didLoadFileAtStartup() const noexcept { return mDidLoadFileAtStartup; }
+  /// Until the settings of OSC, which are read in the background, have been taken over.
+  void waitForSettings();
+
+  VLClock& clock() const noexcept { return mClock; }
+  VLOSCServer& server() const noexcept { return VLOSCServer::sharedServer(); }
+  qt::UndoManager& undoManager() noexcept { return mUndoManager; }
+  VLMarkerController& markerController() noexcept { return mMarkerController; }
+
+  bool disableMTCLoopCheck() const noexcept { return _disableMTCLoopCheck; }
+  void setDisableMTCLoopCheck(bool disable) noexcept { _disableMTCLoopCheck = disable; }
+
+  // --- actions
+
+  void play();
+  /// On a clock that stands: back to the start before, or to zero with the control key.
+  void stop();
+  void togglePlayback();
+  void arm();
+  void togglePreroll();
+  void setPlayRate(float percent) override;
+  void setLoopStartTime();
+  void setLoopEndTime();
+  void openPlaybackRateSheet();
+  void dismissPlayRateSheet();
+  void saveDocument();
+  void openDocument();
+
+  std::shared_ptr<KVSMPTETime> currentTime() const;
+  /// Of a clock that stands it can be undone. An invalid time is ignored.
+  void setCurrentTime(const std::shared_ptr<KVSMPTETime>& time);
+  /// Of a time as it is sent, with the offset in it.
+  void setCurrentSMPTETime(const SMPTETime& time);
+
+  std::shared_ptr<KVMIDIEndpoint> syncSource() const;
+  /// None disarms.
+  void setSyncSource(const std::shared_ptr<KVMIDIEndpoint>& source);
+
+  // --- markers
+
+  const std::vector<std::shared_ptr<VLMarker>>& markers() const noexcept override {
+    return mMarkers;
+  }
+  void insertMarkers(const std::vector<std::shared_ptr<VLMarker>>& markers,
+                     const std::set<std::size_t>& indexes) override;
+  void removeMarkersAtIndexes(const std::set<std::size_t>& indexes) override;
+
+  /// At the current time, if none is there.
+  void addMarker();
+  /// The selected ones.
+  void deleteMarkers();
+  /// What the segment or the tag of a control stands for.
+  void moveToMarker(int which);
+  void gotoNextMarker() override;
+  void gotoPrevMarker() override;
+
+  // Markers whose time is not known are passed over. Null when there is none.
+
+  /// The last one before the time: one that stands on it is left.
+  std::shared_ptr<VLMarker> lastMarkerWithTimeLeq(const KVSMPTETime& time) const;
+  /// The first one behind the time.
+  std::shared_ptr<VLMarker> firstMarkerWithTimeGeq(const KVSMPTETime& time) const;
+  std::shared_ptr<VLMarker> markerWithTime(const KVSMPTETime& time) const;
+
+  // --- state
+
+  /// Whether it was written; the log tells why not.
+  bool saveApplicationStateToURL(const std::filesystem::path& path);
+  /// False for what is no document, which changes nothing, and for a damaged one, of
+  /// which what stood before the damage is taken over; the log tells why.
+  bool loadApplicationStateFromURL(const std::filesystem::path& path);
+  void encodeApplicationState(store::KeyedArchiver& coder) const;
+  bool decodeApplicationState(store::KeyedUnarchiver& coder);
+  void setupApplicationDefaultState();
+  /// Why the last document could not be loaded or saved, for people.
+  const std::string& lastStateError() const noexcept { return mLastStateError; }
+
+  /// What a document may name.
+  static std::span<const store::KeyedClass> documentClasses();
+
+  // --- recovery
+
+  /// The state that a run left which was cut off.
+  const std::optional<std::filesystem::path>& leftBehind() const noexcept {
+    return mRecovery.leftBehind();
+  }
+  /// Takes it over. False when it cannot be loaded.
+  bool recover();
+
+  // --- from the clock, any thread
+
+  void clockDidChangeStartTime(VLClock& clock) override;
+  void clockDidStartPlaying(VLClock& clock) override;
+  void clockDidStopPlaying(VLClock& clock) override;
+  void clockDidArm(VLClock& clock) override;
+  void clockDidDisarm(VLClock& clock) override;
+  void clockReceivesWrongFormat(VLClock& clock, std::uint32_t format) override;
+  bool clockShouldCheckForMTCLoop(VLClock& clock) override;
+  void clockDetectedMTCLoop(VLClock& clock, const std::shared_ptr<KVMIDIEndpoint>& source,
+                            const std::shared_ptr<KVMIDIEndpoint>& destination) override;
+
+  // --- from the counters and from OSC
+
+  void timecodeDidChange(VLTimecodeViewOutlet& view) override;
+  void offsetDidChange(VLTimecodeViewOutlet& view) override;
+  void stopTimeDidChange(VLTimecodeViewOutlet& view) override;
+  void loopStartTimeDidChange(VLTimecodeViewOutlet& view) override;
+  void loopEndTimeDidChange(VLTimecodeViewOutlet& view) override;
+  bool canEditOffsetInTimecodeView(const VLTimecodeViewOutlet& view) const override;
+  bool canEditStopTimeInTimecodeView(const VLTimecodeViewOutlet& view) const override;
+
+  void play(VLOSCServer& /*sender*/) override { play(); }
+  void stop(VLOSCServer& /*sender*/) override { stop(); }
+  void addMarker(VLOSCServer& /*sender*/) override { addMarker(); }
+
+ private:
+  // What a play changed, for the stop to put back.
+  struct StateBeforeStart {
+    std::shared_ptr<KVMIDIEndpoint> syncSource;  // null: there was none
+    bool armed;
+  };
+
+  // Calls now on the main thread, else by the main queue.
+  template <class Call>
+  void onMain(Call call);
+  // Calls now and after each change of the clock's property.
+  void bind(std::string_view key, void (VLAppDelegate::*show)());
+  void setUpMenus();
+  void bindClock();
+  void loadSettings();
+  bool saveSettings() const;
+  void showPlayMode();
+  void showLoopStartTime();
+  void showLoopEndTime();
+  void showSmpteOffset();
+  void showStopTime();
+  void showStatus();
+  void showFormat();
+  void proceed(const SMPTETime& time);
+  void dropVanishedSyncSource();
+  void smpteFormatChanged();
+  void followEdits();
+  void lookForDeviceEdits();
+
+  void saveState();
+  void restoreState();
+
+  std::vector<std::shared_ptr<VLMarker>> findableMarkers(const KVSMPTETime& time) const;
+  void gotoMarker(const std::shared_ptr<VLMarker>& marker);
+  void decodeMarkers(store::KeyedUnarchiver& coder);
+  void decodeClock(store::KeyedUnarchiver& coder);
+  // None when there can be no folder for it.
+  std::optional<std::filesystem::path> lastStateFile() const;
+  // None when it would be over the limits.
+  std::optional<std::string> documentData();
+  bool failedToSave(const std::filesystem::path& path, const std::string& why);
+
+  const std::shared_ptr<VLMainWindowOutlet> window;
+  const std::shared_ptr<VLTimecodeViewOutlet> timecodeView;
+  const store::ApplicationFolders mFolders;
+  const store::UserDefaults mDefaults;
+
+  VLClock& mClock;
+  std::vector<KVObserverToken> _clockObserverTokens;
+  KVKeyValueObserver mFormatObserver;
+  KVObserverToken mMIDIObserver;
+  std::optional<StateBeforeStart> mStateBeforeStart;
+  bool mDidLoadFileAtStartup = false;
+  std::vector<std::shared_ptr<VLMarker>> mMarkers;
+  VLMarkerController mMarkerController{*this};
+  unsigned long mMarkerNumber = 0;  // of the last one that was named; 0: none yet
+  std::vector<std::shared_ptr<KVSMPTETime>> mStartTimes;  // the last on top
+  bool _disableMTCLoopCheck = false;
+  qt::UndoManager mUndoManager;
+  store::KeyedRemainder mUnknownState;  // what a document held for a later version
+  std::string mLastStateError;
+  std::unique_ptr<host::Queue> mBackground;  // while settings are read
+  std::string mDevicesSeen;                  // their state, when it was last looked at
+  VLRecovery mRecovery;
+};
+
+}  // namespace velor

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/app/VLHeadlessWindow.h"
+
+#include <cstdio>
+#include <utility>
+
+#include "Velor/app/VLPortNames.h"
+#include "platform/host/Host.h"
+#include "platform/host/Log.h"
+
+namespace velor {
+
+bool VLHeadlessWindow::answerTo(VLAlert::Kind kind) const {
+  switch (kind) {
+    case VLAlert::Kind::wrongFormat:
+      return mAnswers.takesFormat;
+    case VLAlert::Kind::mtcLoop:
+      return !mAnswers.ignoresLoops;
+    case VLAlert::Kind::devicesAreRunning:
+      return true;  // who sends a signal to end wants the end
+  }
+  return false;
+}
+
+void VLHeadlessWindow::presentAlert(const VLAlert& alert, VLAlert::Answer answer) {
+  const bool isDefault = answerTo(alert.kind);
+  const std::string& button = isDefault ? alert.defaultButton : alert.otherButton;
+  VELOR_LOG_WARNING("%s %s: %s", alert.title.c_str(), alert.message.c_str(), button.c_str());
+  mNotice(alert.title + ": " + button);
+  std::fprintf(stderr, "velor: %s: %s\n", VLPrintable(alert.message).c_str(),
+               VLPrintable(button).c_str());
+  host::current().mainQueue().async([answer = std::move(answer), isDefault] { answer(isDefault); });
+}
+
+void VLHeadlessWindow::presentError(const std::string& text) {
+  VELOR_LOG_ERROR("%s", text.c_str());
+  std::fprintf(stderr, "velor: %s\n", VLPrintable(text).c_str());
+}
+
+void VLHeadlessWindow::replyToApplicationShouldTerminate(bool terminate) {
+  if (terminate) {
+    host::current().mainQueue().stop();
+  }
+}
+
+}  // namespace velor

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/app/VLRecovery.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "platform/host/Host.h"
+#include "platform/host/Log.h"
+#include "platform/store/ApplicationFolders.h"
+#include "platform/store/AtomicFile.h"
+
+namespace velor {
+
+VLRecovery::VLRecovery(std::filesystem::path folder, Encode encode)
+    : mFolder(std::move(folder)), mEncode(std::move(encode)), mSelf(this, [](VLRecovery*) {}) {
+  if (const std::error_code error = store::createPrivateFolder(mFolder)) {
+    VELOR_LOG_WARNING("no copy for a recovery is kept: %s: %s", mFolder.c_str(),
+                      error.message().c_str());
+    return;
+  }
+  const std::string name = mFolder / "recovery.lock";
+  mLock = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (mLock < 0 || flock(mLock, LOCK_EX | LOCK_NB) != 0) {
+    VELOR_LOG_INFO("no copy for a recovery is kept: %s: %s", name.c_str(),
+                   std::generic_category().message(errno).c_str());
+    if (mLock >= 0) {
+      close(mLock);
+      mLock = -1;
+    }
+    return;
+  }
+  std::error_code error;
+  if (const auto copy = mFolder / kFileName; std::filesystem::is_regular_file(copy, error)) {
+    mLeftBehind = copy;
+  }
+}
+
+VLRecovery::~VLRecovery() {
+  mQueue.sync([] {});
+  if (mLock >= 0) {
+    close(mLock);
+  }
+}
+
+void VLRecovery::noteEdit() {
+  if (mLock < 0) {
+    return;
+  }
+  mLastEdit = host::current().AudioGetCurrentHostTime();
+  if (!mFirstEdit) {
+    mFirstEdit = mLastEdit;
+    waitUntilDue();
+  }
+}
+
+void VLRecovery::waitUntilDue() {
+  host::Host& host = host::current();
+  const std::uint64_t now = host.AudioGetCurrentHostTime();
+  // Edits that go on put it off, but not for ever.
+  std::uint64_t due = std::min(mLastEdit + kDelay, *mFirstEdit + kInterval);
+  if (mLastCopy) {
+    due = std::max(due, *mLastCopy + kInterval);
+  }
+  if (now >= due) {
+    writeCopy(now);
+    return;
+  }
+  host.mainQueue().after(due - now, [weak = std::weak_ptr(mSelf)] {
+    const auto self = weak.lock();
+    if (self != nullptr && self->mLock >= 0) {
+      self->waitUntilDue();
+    }
+  });
+}
+
+void VLRecovery::writeCopy(std::uint64_t now) {
+  mFirstEdit.reset();
+  mLastCopy = now;
+  makeRoom();
+  if (auto document = mEncode()) {
+    mQueue.async([path = mFolder / kFileName, document = std::move(*document)] {
+      if (const std::string error = store::AtomicFile::write(path, document); !error.empty()) {
+        VELOR_LOG_WARNING("%s", error.c_str());
+      }
+    });
+  }
+}
+
+void VLRecovery::makeRoom() {
+  if (!mLeftBehind) {
+    return;
+  }
+  std::error_code error;
+  std::filesystem::rename(*mLeftBehind, mFolder / kOldFileName, error);
+  if (error) {
+    VELOR_LOG_WARNING("%s: %s", mLeftBehind->c_str(), error.message().c_str());
+  }
+  mLeftBehind.reset();
+}
+
+void VLRecovery::end() {
+  mQueue.sync([] {});
+  if (mLock < 0) {
+    return;
+  }
+  makeRoom();
+  std::error_code error;
+  std::filesystem::remove(mFolder / kFileName, error);
+  close(std::exchange(mLock, -1));
+}
+
+}  // namespace velor

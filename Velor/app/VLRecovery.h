@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/host/Queue.h"
+
+namespace velor {
+
+/// A copy of the working state beside all documents, which is there again when the
+/// program was cut off. Edits are in it 2 seconds after the last one, or 10 seconds
+/// after the copy before; a clean end removes it. One program at a time keeps a copy;
+/// one that starts beside it does without.
+///
+/// Queue: main; the disk is written on "velor.recovery".
+class VLRecovery {
+ public:
+  static constexpr std::uint64_t kDelay = 2'000'000'000;      // ns, from the last edit
+  static constexpr std::uint64_t kInterval = 10'000'000'000;  // ns, from copy to copy
+  static constexpr const char* kFileName = "recovery.velor";
+  /// What nobody has asked for lies there once it has to make room.
+  static constexpr const char* kOldFileName = "recovery.old.velor";
+
+  /// Gives the document, or none when there can be none.
+  using Encode = std::function<std::optional<std::string>()>;
+
+  /// The folder is made when it is not there.
+  VLRecovery(std::filesystem::path folder, Encode encode);
+  /// Not a clean end: the copy stays.
+  ~VLRecovery();
+  VLRecovery(const VLRecovery&) = delete;
+  VLRecovery& operator=(const VLRecovery&) = delete;
+
+  /// The copy of a run that was cut off.
+  const std::optional<std::filesystem::path>& leftBehind() const noexcept { return mLeftBehind; }
+  /// It has been taken over.
+  void take() noexcept { mLeftBehind.reset(); }
+
+  void noteEdit();
+  /// The clean end. Waits for the disk.
+  void end();
+
+ private:
+  void waitUntilDue();
+  void writeCopy(std::uint64_t now);
+  void makeRoom();
+
+  const std::filesystem::path mFolder;
+  const Encode mEncode;
+  int mLock = -1;  // a descriptor; held while this program keeps the copy
+  std::optional<std::filesystem::path> mLeftBehind;
+  // Host times.
+  std::uint64_t mLastEdit = 0;
+  std::optional<std::uint64_t> mFirstEdit;  // that is in no copy
+  std::optional<std::uint64_t> mLastCopy;
+  host::Queue mQueue{"velor.recovery"};
+  // What waits on the main queue holds this weakly; it owns nothing.
+  const std::shared_ptr<VLRecovery> mSelf;
+};
+
+}  // namespace velor
