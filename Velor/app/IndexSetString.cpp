@@ -27,7 +27,7 @@ bool take(std::string_view& text, char c) {
 
 }  // namespace
 
-std::string stringFromIndexSet(const std::set<std::size_t>& indexes) {
+std::string IndexSetString::fromIndexes(const std::set<std::size_t>& indexes) {
   std::string text;
   for (auto first = indexes.begin(); first != indexes.end();) {
     auto last = first;
@@ -44,7 +44,7 @@ std::string stringFromIndexSet(const std::set<std::size_t>& indexes) {
   return text;
 }
 
-std::set<std::size_t> indexSetFromString(std::string_view text, std::size_t limit) {
+std::set<std::size_t> IndexSetString::indexesOf(std::string_view text, std::size_t limit) {
   std::set<std::size_t> indexes;
   while (!text.empty()) {
     std::size_t first = 0;

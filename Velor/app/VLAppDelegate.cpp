@@ -28,6 +28,15 @@ constexpr std::array<std::uint32_t, 6> kOfferedFormats{kSMPTETimeType24,   kSMPT
                                                        kSMPTETimeType2997, kSMPTETimeType2997Drop,
                                                        kSMPTETimeType30,   kSMPTETimeType30Drop};
 
+// What a control's tag or segment stands for.
+enum WhichMarker {
+  kPrevSegment = 0,
+  kAddSegment = 1,
+  kNextSegment = 2,
+  kPrevTag = 99,
+  kNextTag = 101
+};
+
 constexpr Image kArmedImage{"clockTemplate", Image::Tint::blue};
 constexpr Image kDisarmedImage{"clockTemplate", Image::Tint::none};
 constexpr Image kActivePlayImage{"playTemplate", Image::Tint::green};
@@ -65,7 +74,7 @@ VLAppDelegate::VLAppDelegate(std::shared_ptr<VLMainWindowOutlet> mainWindow,
       mFolders(std::move(folders)),
       mDefaults(mFolders.config() / "settings.json", kDefaultsClasses),
       mClock(VLClock::sharedClock()),
-      mRecovery(mFolders.state(), [this] { return documentData(); }) {
+      mRecovery(mFolders.state(), [this] { return mState.data(); }) {
   VELOR_LOG_INFO("%s %s (%s) is starting, Build date: %s %s, %sMAS Version [%s]", "Velor",
                  VELOR_VERSION, VELOR_VERSION, __DATE__, __TIME__, "Non-", "PRODUCTION");
   VELOR_LOG_ERROR("Log Error");
@@ -85,11 +94,11 @@ VLAppDelegate::~VLAppDelegate() {
 bool VLAppDelegate::applicationOpenFile(const std::filesystem::path& path) {
   std::error_code error;
   if (!std::filesystem::exists(path, error)) {
-    mLastStateError =
-        path.string() + ": " + (error ? error.message() : "No such file or directory");
+    mOpenError = path.string() + ": " + (error ? error.message() : "No such file or directory");
     return false;
   }
   mDidLoadFileAtStartup = loadApplicationStateFromURL(path);
+  mOpenError = mState.error();
   return mDidLoadFileAtStartup;
 }
 
@@ -278,7 +287,7 @@ void VLAppDelegate::followEdits() {
     _clockObserverTokens.push_back(mClock.addObserver(key, note));
   }
   for (const std::string_view key : {"arrangedObjects", "selectionIndexes"}) {
-    _clockObserverTokens.push_back(mMarkerController.addObserver(key, note));
+    _clockObserverTokens.push_back(mMarkers.controller().addObserver(key, note));
   }
   lookForDeviceEdits();
 }
@@ -498,13 +507,93 @@ void VLAppDelegate::smpteFormatChanged() {
     for (const auto& time : self.mStartTimes) {
       time->setType(format);
     }
-    for (const auto& marker : self.mMarkerController.arrangedObjects()) {
-      if (marker->time()->valid()) {
-        marker->time()->setType(format);
-      }
-    }
-    self.mMarkerController.rearrangeObjects();
+    self.mMarkers.setType(format);
     KVNotificationCenter::defaultCenter().post(VLChangedTimecodeType, format);
+  });
+}
+
+// --- markers
+
+void VLAppDelegate::addMarker() {
+  mMarkers.addMarker(currentTime());
+}
+
+void VLAppDelegate::deleteMarkers() {
+  mMarkers.controller().remove();
+}
+
+void VLAppDelegate::moveToMarker(int which) {
+  switch (which) {
+    case kPrevSegment:
+    case kPrevTag:
+      gotoPrevMarker();
+      break;
+    case kAddSegment:
+      addMarker();
+      break;
+    case kNextSegment:
+    case kNextTag:
+      gotoNextMarker();
+      break;
+    default:
+      break;
+  }
+}
+
+void VLAppDelegate::gotoMarker(const std::shared_ptr<VLMarker>& marker) {
+  if (marker != nullptr) {
+    setCurrentTime(marker->time());
+    mMarkers.controller().setSelectedObjects({marker});
+  }
+}
+
+void VLAppDelegate::gotoNextMarker() {
+  gotoMarker(mMarkers.firstMarkerWithTimeGeq(*currentTime()));
+}
+
+void VLAppDelegate::gotoPrevMarker() {
+  gotoMarker(mMarkers.lastMarkerWithTimeLeq(*currentTime()));
+}
+
+// --- documents
+
+std::optional<std::filesystem::path> VLAppDelegate::lastStateFile() const {
+  const store::FolderResult folder = mFolders.createData();
+  if (!folder) {
+    VELOR_LOG_ERROR("failed to create application support directory %s, %s",
+                    mFolders.data().c_str(), folder.error.c_str());
+    return std::nullopt;
+  }
+  return folder.path / "laststate.velor";
+}
+
+bool VLAppDelegate::saveApplicationStateToURL(const std::filesystem::path& path) {
+  return mState.saveToURL(path);
+}
+
+bool VLAppDelegate::loadApplicationStateFromURL(const std::filesystem::path& path) {
+  return mState.loadFromURL(path);
+}
+
+void VLAppDelegate::setupApplicationDefaultState() {
+  mClock.setSmpteFormat(kSMPTETimeType25);
+}
+
+void VLAppDelegate::saveDocument() {
+  window->beginSavePanel(kFileType, [weak = weak_from_this()](const std::filesystem::path& path) {
+    const auto self = weak.lock();
+    if (self != nullptr && !path.empty() && !self->saveApplicationStateToURL(path)) {
+      self->window->presentError(self->mState.error());
+    }
+  });
+}
+
+void VLAppDelegate::openDocument() {
+  window->beginOpenPanel(kFileType, [weak = weak_from_this()](const std::filesystem::path& path) {
+    const auto self = weak.lock();
+    if (self != nullptr && !path.empty() && !self->loadApplicationStateFromURL(path)) {
+      self->window->presentError(self->mState.error());
+    }
   });
 }
 

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,10 +12,9 @@
 
 #include "Kv-Appkit/KVKeyValueObserver.h"
 #include "Kv-Appkit/KVObservable.h"
+#include "Velor/app/VLApplicationState.h"
 #include "Velor/app/VLMainWindowOutlet.h"
-#include "Velor/app/VLMarker.h"
-#include "Velor/app/VLMarkerController.h"
-#include "Velor/app/VLMarkerList.h"
+#include "Velor/app/VLMarkers.h"
 #include "Velor/app/VLRecovery.h"
 #include "Velor/app/VLTimecodeViewDelegate.h"
 #include "Velor/app/VLTimecodeViewOutlet.h"
@@ -30,8 +27,6 @@
 #include "platform/host/Queue.h"
 #include "platform/qt/UndoManager.h"
 #include "platform/store/ApplicationFolders.h"
-#include "platform/store/KeyedArchiver.h"
-#include "platform/store/KeyedUnarchiver.h"
 #include "platform/store/UserDefaults.h"
 
 namespace velor {
@@ -46,13 +41,12 @@ inline constexpr const char* VLChangedTimecodeType = "Velor.ChangedTimecodeType"
 /// stop puts it back. A stop of a clock that stands goes back through the history of
 /// start times.
 ///
-/// Observable: "markers", "syncSource". Queue: main, but for the clock's delegate calls, which
+/// Observable: "syncSource". Queue: main, but for the clock's delegate calls, which
 /// find their way there.
 class VLAppDelegate final : public KVObservable,
                             public VLClockDelegate,
                             public VLTimecodeViewDelegate,
                             public VLOSCServerDelegate,
-                            public VLMarkerList,
                             public std::enable_shared_from_this<VLAppDelegate> {
  public:
   /// The last component of a document's name.
@@ -84,7 +78,7 @@ class VLAppDelegate final : public KVObservable,
   VLClock& clock() const noexcept { return mClock; }
   VLOSCServer& server() const noexcept { return VLOSCServer::sharedServer(); }
   qt::UndoManager& undoManager() noexcept { return mUndoManager; }
-  VLMarkerController& markerController() noexcept { return mMarkerController; }
+  VLMarkers& markers() noexcept { return mMarkers; }
 
   bool disableMTCLoopCheck() const noexcept { return _disableMTCLoopCheck; }
   void setDisableMTCLoopCheck(bool disable) noexcept { _disableMTCLoopCheck = disable; }
@@ -117,13 +111,6 @@ class VLAppDelegate final : public KVObservable,
 
   // --- markers
 
-  const std::vector<std::shared_ptr<VLMarker>>& markers() const noexcept override {
-    return mMarkers;
-  }
-  void insertMarkers(const std::vector<std::shared_ptr<VLMarker>>& markers,
-                     const std::set<std::size_t>& indexes) override;
-  void removeMarkersAtIndexes(const std::set<std::size_t>& indexes) override;
-
   /// At the current time, if none is there.
   void addMarker();
   /// The selected ones.
@@ -133,29 +120,17 @@ class VLAppDelegate final : public KVObservable,
   void gotoNextMarker() override;
   void gotoPrevMarker() override;
 
-  // Markers whose time is not known are passed over. Null when there is none.
-
-  /// The last one before the time: one that stands on it is left.
-  std::shared_ptr<VLMarker> lastMarkerWithTimeLeq(const KVSMPTETime& time) const;
-  /// The first one behind the time.
-  std::shared_ptr<VLMarker> firstMarkerWithTimeGeq(const KVSMPTETime& time) const;
-  std::shared_ptr<VLMarker> markerWithTime(const KVSMPTETime& time) const;
-
-  // --- state
+  // --- documents
 
   /// Whether it was written; the log tells why not.
   bool saveApplicationStateToURL(const std::filesystem::path& path);
   /// False for what is no document, which changes nothing, and for a damaged one, of
   /// which what stood before the damage is taken over; the log tells why.
   bool loadApplicationStateFromURL(const std::filesystem::path& path);
-  void encodeApplicationState(store::KeyedArchiver& coder) const;
-  bool decodeApplicationState(store::KeyedUnarchiver& coder);
   void setupApplicationDefaultState();
-  /// Why the last document could not be loaded or saved, for people.
-  const std::string& lastStateError() const noexcept { return mLastStateError; }
-
-  /// What a document may name.
-  static std::span<const store::KeyedClass> documentClasses();
+  /// Why the file that was to be opened was not, for people.
+  const std::string& openError() const noexcept { return mOpenError; }
+  const VLApplicationState& state() const noexcept { return mState; }
 
   // --- recovery
 
@@ -224,15 +199,9 @@ class VLAppDelegate final : public KVObservable,
   void saveState();
   void restoreState();
 
-  std::vector<std::shared_ptr<VLMarker>> findableMarkers(const KVSMPTETime& time) const;
   void gotoMarker(const std::shared_ptr<VLMarker>& marker);
-  void decodeMarkers(store::KeyedUnarchiver& coder);
-  void decodeClock(store::KeyedUnarchiver& coder);
   // None when there can be no folder for it.
   std::optional<std::filesystem::path> lastStateFile() const;
-  // None when it would be over the limits.
-  std::optional<std::string> documentData();
-  bool failedToSave(const std::filesystem::path& path, const std::string& why);
 
   const std::shared_ptr<VLMainWindowOutlet> window;
   const std::shared_ptr<VLTimecodeViewOutlet> timecodeView;
@@ -245,14 +214,12 @@ class VLAppDelegate final : public KVObservable,
   KVObserverToken mMIDIObserver;
   std::optional<StateBeforeStart> mStateBeforeStart;
   bool mDidLoadFileAtStartup = false;
-  std::vector<std::shared_ptr<VLMarker>> mMarkers;
-  VLMarkerController mMarkerController{*this};
-  unsigned long mMarkerNumber = 0;  // of the last one that was named; 0: none yet
   std::vector<std::shared_ptr<KVSMPTETime>> mStartTimes;  // the last on top
   bool _disableMTCLoopCheck = false;
   qt::UndoManager mUndoManager;
-  store::KeyedRemainder mUnknownState;  // what a document held for a later version
-  std::string mLastStateError;
+  VLMarkers mMarkers{mUndoManager};
+  VLApplicationState mState{*this};
+  std::string mOpenError;
   std::unique_ptr<host::Queue> mBackground;  // while settings are read
   std::string mDevicesSeen;                  // their state, when it was last looked at
   VLRecovery mRecovery;

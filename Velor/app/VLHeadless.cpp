@@ -164,14 +164,14 @@ int VLHeadlessRun(const VLOptions& options) {
   const KVObserverToken behind = KVNotificationCenter::defaultCenter().addObserver(
       KVMIDINotification, [&](const KVNotification&) { devices->didFollowSetup(*app); });
   if (options.file && !app->didLoadFileAtStartup()) {
-    return fail(kFailureStatus, app->lastStateError());
+    return fail(kFailureStatus, app->openError());
   }
   if (options.recover) {
     if (!app->leftBehind()) {
       return fail(kUsageStatus, "--recover: no run was cut off");
     }
     if (!app->recover()) {
-      return fail(kFailureStatus, "--recover: " + app->lastStateError());
+      return fail(kFailureStatus, "--recover: " + app->state().error());
     }
   } else if (app->leftBehind()) {
     VELOR_LOG_WARNING("the last run was cut off, its state is in %s", app->leftBehind()->c_str());
@@ -210,7 +210,7 @@ int VLHeadlessRun(const VLOptions& options) {
   mainQueue.run();
   return quit(*app, *devices, mainQueue)
              ? 0
-             : fail(kFailureStatus, "the state could not be saved: " + app->lastStateError());
+             : fail(kFailureStatus, "the state could not be saved: " + app->state().error());
 }
 
 }  // namespace velor

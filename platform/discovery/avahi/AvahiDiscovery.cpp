@@ -487,7 +487,7 @@ void AvahiDiscovery::onResolver(AvahiServiceResolver*, AvahiIfIndex interface, A
 void AvahiDiscovery::startNameCheck(Resolution& resolution) {
   const auto check = std::make_shared<NameCheck>();
   mLongJobs.add({[check, name = resolution.answer->hostName, address = resolution.address] {
-                   check->leads = hostNameLeadsToAddress(name, address);
+                   check->leads = HostNameCheck::nameLeadsToAddress(name, address);
                  },
                  {},
                  [this, check] {

@@ -21,7 +21,7 @@ std::string textOf(const addrinfo& address) {
 
 }  // namespace
 
-bool hostNameLeadsToAddress(const std::string& name, const std::string& address) {
+bool HostNameCheck::nameLeadsToAddress(const std::string& name, const std::string& address) {
   addrinfo hints{};
   hints.ai_family = address.find(':') == std::string::npos ? AF_INET : AF_INET6;
   hints.ai_socktype = SOCK_DGRAM;

@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: MIT
+
+#include "Velor/app/VLApplicationState.h"
+
+#include <array>
+
+#include "Kv-Appkit/KVException.h"
+#include "Velor/app/IndexSetString.h"
+#include "Velor/app/VLAppDelegate.h"
+#include "Velor/app/VLDocumentKeys.h"
+#include "Velor/devices/VLDeviceManager.h"
+#include "Velor/devices/VLLTCGeneratorDevice.h"
+#include "Velor/devices/VLLTCReaderDevice.h"
+#include "kva/MIDI/KVMIDICore.h"
+#include "kvtimecode/ltc_utils.h"
+#include "platform/host/Log.h"
+#include "platform/store/AtomicFile.h"
+#include "platform/store/KeyedArchiveError.h"
+
+namespace velor {
+namespace {
+
+using Keys = VLDocumentKeys;
+
+constexpr std::array<store::KeyedClass, 10> kDocumentClasses{
+    store::KeyedClass::of<KVMIDIEndpoint>(),
+    store::KeyedClass::of<VLMIDIEndpointDevice>(),
+    store::KeyedClass::of<VLReaderDevice>(),
+    store::KeyedClass::of<VLTimecodeDestinationDevice>(),
+    store::KeyedClass::of<VLLTCGeneratorDevice>(),
+    store::KeyedClass::of<KVLTCGenerator>(),
+    store::KeyedClass::of<VLLTCReaderDevice>(),
+    store::KeyedClass::of<VLLTCReader>(),
+    store::KeyedClass::of<KVSMPTETime>(),
+    store::KeyedClass::of<VLMarker>()};
+
+}  // namespace
+
+std::span<const store::KeyedClass> VLApplicationState::classes() {
+  return kDocumentClasses;
+}
+
+bool VLApplicationState::failedToSave(const std::filesystem::path& path, const std::string& why) {
+  mError = why;
+  VELOR_LOG_WARNING("failed to write application state to %s", path.c_str());
+  VELOR_LOG_WARNING("%s", why.c_str());
+  return false;
+}
+
+// --- writing
+
+bool VLApplicationState::saveToURL(const std::filesystem::path& path) {
+  const auto document = data();
+  if (!document) {
+    return failedToSave(path, mError);
+  }
+  if (const std::string error = store::AtomicFile::write(path, *document); !error.empty()) {
+    return failedToSave(path, error);
+  }
+  VELOR_LOG_INFO("saved application state to %s", path.c_str());
+  return true;
+}
+
+std::optional<std::string> VLApplicationState::data() {
+  try {
+    store::KeyedArchiver coder;
+    encode(coder);
+    return coder.data();
+  } catch (const store::KeyedArchiveError& error) {
+    mError = error.what();
+    return std::nullopt;
+  }
+}
+
+void VLApplicationState::encode(store::KeyedArchiver& coder) const {
+  encodeSmpteTime(coder, mApp.clock().time(), Keys::kTime);
+  encodeSmpteTime(coder, mApp.clock().smpteOffset(), Keys::kOffset);
+  encodeSmpteTime(coder, mApp.clock().stopTime(), Keys::kStopTime);
+  encodeSmpteTime(coder, mApp.clock().loopStartTime(), Keys::kLoopStart);
+  encodeSmpteTime(coder, mApp.clock().loopEndTime(), Keys::kLoopEnd);
+  coder.encodeInt32(static_cast<std::int32_t>(mApp.clock().smpteFormat()), Keys::kFormat);
+  coder.encodeDouble(mApp.clock().prerollTime(), Keys::kPrerollTime);
+  coder.encodeBool(mApp.clock().preroll(), Keys::kPreroll);
+  coder.encodeDouble(mApp.clock().playRate(), Keys::kPlayRate);
+  coder.encodeInt64(static_cast<std::int64_t>(mApp.clock().playMode()), Keys::kPlayMode);
+  coder.encodeString(VELOR_VERSION, Keys::kVersion);
+  if (const auto source = mApp.syncSource()) {
+    coder.encodeInt32(source->uniqueID(), Keys::kSyncSource);
+  }
+  coder.encodeArray(mApp.markers().controller().arrangedObjects(), Keys::kMarkers);
+  coder.encodeString(IndexSetString::fromIndexes(mApp.markers().controller().selectionIndexes()),
+                     Keys::kSelection);
+  VLDeviceManager::sharedManager().encodeState(coder);
+  coder.encodeRemainder(mRemainder);
+}
+
+// --- reading
+
+bool VLApplicationState::loadFromURL(const std::filesystem::path& path) {
+  const auto document = store::KeyedUnarchiver::readFile(path, kDocumentClasses);
+  if (!document) {
+    mError = document.error;
+    VELOR_LOG_WARNING("failed to load application state from %s, error: %s", path.c_str(),
+                      document.error.c_str());
+    return false;
+  }
+  VELOR_LOG_INFO("will load application state from %s", path.c_str());
+  if (!decode(*document.coder)) {
+    VELOR_LOG_WARNING("error while restoring application state, set app to default values");
+    return false;
+  }
+  VELOR_LOG_INFO("did load application state from %s", path.c_str());
+  return true;
+}
+
+bool VLApplicationState::decode(store::KeyedUnarchiver& coder) {
+  constexpr const char* kFailed = "exception decoding application state: %s";
+  bool isWhole = false;
+  try {
+    decodeClock(coder);
+    VLDeviceManager::sharedManager().decodeState(coder);
+    mRemainder = coder.remainder();
+    isWhole = true;
+  } catch (const KVException& exception) {
+    mError = exception.what();
+  } catch (const store::KeyedArchiveError& error) {
+    mError = error.what();
+  } catch (...) {
+    mApp.undoManager().removeAllActions();
+    mError = "it cannot be taken over";
+    return false;
+  }
+  if (!isWhole) {
+    VELOR_LOG_ERROR(kFailed, mError.c_str());
+    mApp.setupApplicationDefaultState();
+  }
+  mApp.undoManager().removeAllActions();
+  return isWhole;
+}
+
+// The format first: every later time must fit it.
+void VLApplicationState::decodeClock(store::KeyedUnarchiver& coder) {
+  mApp.clock().setSmpteFormat(
+      static_cast<std::uint32_t>(coder.decodeInt32(Keys::kFormat).value_or(0)));
+  mApp.clock().setPreroll(coder.decodeBool(Keys::kPreroll).value_or(false));
+  mApp.clock().setPrerollTime(coder.decodeDouble(Keys::kPrerollTime).value_or(0));
+  const std::int64_t playMode = coder.decodeInt64(Keys::kPlayMode).value_or(0);
+  mApp.clock().setPlayMode(playMode != 0 ? static_cast<std::uint64_t>(playMode) : VLPlayModeNormal);
+  decodeMarkers(coder);
+  mApp.clock().setLoopStartTime(decodeSmpteTimeForKey(coder, Keys::kLoopStart));
+  mApp.clock().setLoopEndTime(decodeSmpteTimeForKey(coder, Keys::kLoopEnd));
+
+  const auto time = KVSMPTETime::smpteTimeWithTime(decodeSmpteTimeForKey(coder, Keys::kTime));
+  if (!ltc_is_valid_type(time->type())) {
+    throw store::KeyedArchiveError(std::string(Keys::kTime), "its format is none");
+  }
+  time->setType(mApp.clock().smpteFormat());
+  mApp.setCurrentTime(time);
+  mApp.clock().setSmpteOffset(decodeSmpteTimeForKey(coder, Keys::kOffset));
+  mApp.clock().setStopTime(decodeSmpteTimeForKey(coder, Keys::kStopTime));
+  if (coder.containsValue(Keys::kSyncSource)) {
+    const std::int32_t uniqueID = coder.decodeInt32(Keys::kSyncSource).value_or(0);
+    mApp.setSyncSource(KVMIDICore::sharedCore().sourceWithUniqueId(uniqueID));
+  } else {
+    const double rate = coder.decodeDouble(Keys::kPlayRate).value_or(0);
+    mApp.clock().setPlayRate(rate != 0 ? rate : 1.0);
+  }
+}
+
+void VLApplicationState::decodeMarkers(store::KeyedUnarchiver& coder) {
+  auto markers = coder.decodeArray<VLMarker>(Keys::kMarkers);
+  if (!markers) {
+    return;
+  }
+  std::erase(*markers, nullptr);
+  const auto selection = coder.decodeString(Keys::kSelection).value_or("");
+  // A clock that runs keeps its format, and the markers must be of it.
+  for (const auto& marker : *markers) {
+    if (marker->isValid()) {
+      marker->time()->setType(mApp.clock().smpteFormat());
+    }
+  }
+  const std::size_t count = markers->size();
+  mApp.markers().setMarkers(std::move(*markers));
+  mApp.markers().controller().setSelectionIndexes(IndexSetString::indexesOf(selection, count));
+}
+
+}  // namespace velor

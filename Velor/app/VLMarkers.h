@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <set>
+
+#include "Kv-Appkit/KVObservable.h"
+#include "Velor/app/VLMarkerController.h"
+#include "Velor/app/VLMarkerList.h"
+#include "kvtimecode/KVSMPTETime.h"
+#include "platform/qt/UndoManager.h"
+
+namespace velor {
+
+/// The markers of the document: edits, which can be undone, and look-ups by time, which
+/// pass over markers whose time is not known.
+///
+/// Observable: "markers". Queue: main.
+class VLMarkers final : public KVObservable, public VLMarkerList {
+ public:
+  explicit VLMarkers(qt::UndoManager& undoManager)
+      : mUndoManager(undoManager), mSelf(this, [](VLMarkers*) {}) {}
+
+  VLMarkerController& controller() noexcept { return mController; }
+  const VLMarkerController& controller() const noexcept { return mController; }
+
+  const Markers& markers() const noexcept override { return mMarkers; }
+  void insertMarkers(const Markers& markers, const std::set<std::size_t>& indexes) override;
+  void removeMarkersAtIndexes(const std::set<std::size_t>& indexes) override;
+  /// Another list, which is no step of the user's.
+  void setMarkers(Markers markers);
+
+  /// At this time, if none is there.
+  void addMarker(const std::shared_ptr<KVSMPTETime>& time);
+  /// They keep their real times.
+  void setType(std::uint32_t format);
+
+  // Null when there is none.
+
+  /// The last one before the time: one that stands on it is left.
+  std::shared_ptr<VLMarker> lastMarkerWithTimeLeq(const KVSMPTETime& time) const;
+  /// The first one behind the time.
+  std::shared_ptr<VLMarker> firstMarkerWithTimeGeq(const KVSMPTETime& time) const;
+  std::shared_ptr<VLMarker> markerWithTime(const KVSMPTETime& time) const;
+
+ private:
+  Markers findableMarkers(const KVSMPTETime& time) const;
+
+  qt::UndoManager& mUndoManager;
+  Markers mMarkers;
+  VLMarkerController mController{*this};
+  std::size_t mNumber = 0;  // of the last one that was named; 0: none yet
+  // What an undo step holds weakly; it owns nothing.
+  const std::shared_ptr<VLMarkers> mSelf;
+};
+
+}  // namespace velor
