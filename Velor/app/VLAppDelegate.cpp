@@ -64,6 +64,13 @@ std::string displayName(const std::shared_ptr<KVMIDIEndpoint>& endpoint) {
   return endpoint != nullptr ? endpoint->displayName().value_or("") : "";
 }
 
+bool isInSystem(const std::shared_ptr<KVMIDIEndpoint>& source) {
+  const KVMIDICore::Endpoints sources = KVMIDICore::sharedCore().sources();
+  return source != nullptr &&
+         std::any_of(sources.begin(), sources.end(),
+                     [&source](const auto& each) { return each->isEqual(*source); });
+}
+
 }  // namespace
 
 VLAppDelegate::VLAppDelegate(std::shared_ptr<VLMainWindowOutlet> mainWindow,
@@ -434,7 +441,7 @@ void VLAppDelegate::restoreState() {
     return;
   }
   const StateBeforeStart state = *std::exchange(mStateBeforeStart, std::nullopt);
-  setSyncSource(state.syncSource);
+  setSyncSource(isInSystem(state.syncSource) ? state.syncSource : nullptr);
   if (state.armed && syncSource() != nullptr) {
     mClock.arm();
   } else {
@@ -490,12 +497,7 @@ void VLAppDelegate::setSyncSource(const std::shared_ptr<KVMIDIEndpoint>& source)
 }
 
 void VLAppDelegate::dropVanishedSyncSource() {
-  const auto source = syncSource();
-  const KVMIDICore::Endpoints sources = KVMIDICore::sharedCore().sources();
-  const bool isThere = source != nullptr &&
-                       std::any_of(sources.begin(), sources.end(),
-                                   [&source](const auto& each) { return each->isEqual(*source); });
-  if (!isThere) {
+  if (!isInSystem(syncSource())) {
     setSyncSource(nullptr);
   }
 }

@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
+#include "Velor/app/VLAppDelegate.h"
+#include "kvtimecode/SMPTEString.h"
+#include "kvtimecode/ltc_utils.h"
+#include "platform/discovery/builtin/BuiltinDiscovery.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/velor/devices/LoopbackFixture.h"
+#include "tests/velor/mtc/MTCPackets.h"
+
+namespace velor {
+
+inline SMPTETime timeOf(const std::string& text, std::uint32_t format = kSMPTETimeType25) {
+  SMPTETime time{};
+  EXPECT_TRUE(parseSmpteTime(text, time, format)) << text;
+  return time;
+}
+
+/// Keeps what it is told to show, and the questions until a test answers them.
+class RecordingWindow final : public VLMainWindowOutlet {
+ public:
+  explicit RecordingWindow(std::vector<std::string>& calls) : mCalls(calls) {}
+
+  void setStartImage(const Image& image) override { note("start", image); }
+  void setStopImage(const Image& image) override { note("stop", image); }
+  void setArmImage(const Image& image, bool on) override { note(on ? "arm on" : "arm off", image); }
+  void setTogglePlayKey(std::string_view key) override {
+    mCalls.push_back("play key '" + std::string(key) + "'");
+  }
+  void setPlayModes(std::span<const VLChoice> modes, const Chosen& chosen) override {
+    mCalls.push_back("play modes" + titles(modes));
+    choosePlayMode = chosen;
+  }
+  void setSelectedPlayMode(std::uint64_t playMode) override { selectedPlayMode = playMode; }
+  void setFormats(std::span<const VLChoice> formats, const Chosen& chosen) override {
+    mCalls.push_back("formats" + titles(formats));
+    chooseFormat = chosen;
+  }
+  void setSelectedFormat(std::uint32_t format) override { selectedFormat = format; }
+  void rearrangeDestinations() override { mCalls.emplace_back("destinations"); }
+  void setNeedsDisplay() override { mCalls.emplace_back("display"); }
+  void showWindowForDevice(const std::shared_ptr<VLDevice>& device) override {
+    mCalls.push_back("window of " + device->name().value_or("?"));
+  }
+  bool isControlKeyHeld() const override { return controlKey; }
+  void presentAlert(const VLAlert& alert, VLAlert::Answer answer) override {
+    alerts.emplace_back(alert, std::move(answer));
+  }
+  void presentError(const std::string& text) override { errors.push_back(text); }
+  void beginSavePanel(std::string_view fileType, FileChosen chosen) override {
+    EXPECT_EQ(fileType, "velor");
+    chosen(panelAnswer);
+  }
+  void beginOpenPanel(std::string_view fileType, FileChosen chosen) override {
+    beginSavePanel(fileType, std::move(chosen));
+  }
+  void replyToApplicationShouldTerminate(bool terminate) override { reply = terminate; }
+
+  /// The one question that waits.
+  VLAlert answer(bool isDefault) {
+    EXPECT_EQ(alerts.size(), 1U);
+    if (alerts.empty()) {
+      return {};
+    }
+    auto [alert, toAnswer] = std::exchange(alerts, {}).front();
+    toAnswer(isDefault);
+    return alert;
+  }
+
+  std::vector<std::pair<VLAlert, VLAlert::Answer>> alerts;
+  std::vector<std::string> errors;
+  std::filesystem::path panelAnswer;
+  std::optional<bool> reply;
+  bool controlKey = false;
+  Chosen choosePlayMode;
+  Chosen chooseFormat;
+  std::uint64_t selectedPlayMode = 0;
+  std::uint32_t selectedFormat = 0;
+
+ private:
+  void note(const std::string& button, const Image& image) {
+    constexpr const char* kTints[] = {"", " black", " green", " red", " blue"};
+    mCalls.push_back(button + " " + std::string(image.name) +
+                     kTints[static_cast<std::size_t>(image.tint)]);
+  }
+  static std::string titles(std::span<const VLChoice> choices) {
+    std::string text = ":";
+    for (const VLChoice& choice : choices) {
+      text += " " + std::string(choice.title) + "/" + std::to_string(choice.tag);
+    }
+    return text;
+  }
+
+  std::vector<std::string>& mCalls;
+};
+
+/// The application on simulated time: MIDI, audio, network and discovery in process,
+/// folders of its own.
+class AppFixture : public LoopbackFixture {
+ protected:
+  static constexpr unsigned kRate25 = 1;
+  static constexpr unsigned kRate30 = 3;
+
+  AppFixture() {
+    setUDPNetwork(&mNetwork);
+    discovery::setService(&mDiscovery);
+  }
+  ~AppFixture() override {
+    clock().stop();
+    mHost.settle();
+    mApp.reset();
+    KVSharedInstances::clear();
+    mHost.settle();
+    discovery::setService(nullptr);
+    setUDPNetwork(nullptr);
+  }
+
+  /// A run of the application. The one before ends without a word.
+  void launch(const std::optional<std::filesystem::path>& file = {}) {
+    end();
+    mApp = std::make_shared<VLAppDelegate>(mWindow, mView, folders());
+    mApp->applicationDidFinishLaunching(file);
+    mHost.settle();
+  }
+  void end() {
+    if (mApp != nullptr) {
+      clock().stop();
+      mHost.settle();
+      mApp.reset();
+      KVSharedInstances::clear();
+      mHost.settle();
+    }
+  }
+  store::ApplicationFolders folders() const {
+    return store::ApplicationFolders([this](const char* name) -> const char* {
+      return std::string(name) == "HOME" ? mFolder.path().c_str() : nullptr;
+    });
+  }
+  VLAppDelegate& app() { return *mApp; }
+
+  std::shared_ptr<KVMIDIEndpoint> addSource(const std::string& name) {
+    const auto endpoint = mOutside->appear(midi::MIDIEndpointKind::source, name);
+    mHost.settle();
+    return std::make_shared<KVMIDIEndpoint>(endpoint);
+  }
+  /// Blocks of MTC from 01:00:SS:00 on.
+  void playBlocks(const KVMIDIEndpoint& source, int blocks, unsigned seconds,
+                  unsigned rate = kRate25) {
+    for (int block = 0; block < blocks; ++block) {
+      for (const std::uint8_t byte :
+           quarterFrames(1, 0, seconds, static_cast<unsigned>(block) * 2, rate)) {
+        mOutside->play(source.endpoint(), mHost.AudioGetCurrentHostTime(), {0xF1, byte});
+        mHost.advance(kFrame25 / 4);
+      }
+    }
+  }
+
+  void goTo(const std::string& text) {
+    app().setCurrentTime(KVSMPTETime::smpteTimeWithString(text, clock().smpteFormat()));
+  }
+  static std::string now() { return stringFromSMPTETime(clock().time()); }
+  /// Runs for so many frames: one tick follows the stop.
+  void runFor(std::uint64_t frames) {
+    app().play();
+    mHost.advance((frames - 1) * kFrame25);
+    app().stop();
+    mHost.settle();
+  }
+  std::vector<std::string> takeCalls() { return std::exchange(mCalls, {}); }
+
+  static std::string contents(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  std::filesystem::path write(const std::string& name, const std::string& text) const {
+    std::ofstream(mFolder.path() / name, std::ios::binary) << text;
+    return mFolder.path() / name;
+  }
+
+  test::TemporaryFolder mFolder;
+  SimulatedUDPNetwork mNetwork;
+  discovery::BuiltinDiscovery mDiscovery;
+  std::vector<std::string> mCalls;
+  const std::shared_ptr<RecordingWindow> mWindow = std::make_shared<RecordingWindow>(mCalls);
+  const std::shared_ptr<VLTimecodeViewOutlet> mView = std::make_shared<VLTimecodeViewOutlet>();
+  std::shared_ptr<VLAppDelegate> mApp;
+};
+
+}  // namespace velor

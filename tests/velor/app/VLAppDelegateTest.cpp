@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/app/VLAppDelegate.h"
+
+#include <gtest/gtest.h>
+
+#include "Kv-Appkit/KVNotificationCenter.h"
+#include "tests/velor/app/AppFixture.h"
+
+namespace velor {
+namespace {
+
+using Calls = std::vector<std::string>;
+
+class VLAppDelegateTest : public AppFixture {
+ protected:
+  VLAppDelegateTest() { launch(); }
+};
+
+TEST_F(VLAppDelegateTest, ALaunchSetsEverythingUpInItsOrderAndWithoutAFileAt25) {
+  EXPECT_EQ(takeCalls(), (Calls{"play key ' '",
+                                "play modes: Normal/1852797549 Stop/1937010544 Loop/1819242352 "
+                                "Time of day/1952411492",
+                                "formats: 24/0 25/1 29.97/4 29.97 Drop/5 30/3 30 Drop/2",
+                                "arm off clockTemplate", "start playTemplate black",
+                                "stop stopTemplate red", "display", "destinations"}));
+  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType25);
+  EXPECT_EQ(mWindow->selectedFormat, kSMPTETimeType25);
+  EXPECT_EQ(mWindow->selectedPlayMode, VLPlayModeNormal);
+  EXPECT_TRUE(mView->mainCounterIsEditable());
+  EXPECT_EQ(now(), "00:00:00:00");
+  EXPECT_EQ(stringFromSMPTETime(mView->stopTime()), "01:00:00:00");
+  EXPECT_TRUE(mWindow->alerts.empty() && mWindow->errors.empty());
+
+  mWindow->choosePlayMode(VLPlayModeLoop);
+  mWindow->chooseFormat(kSMPTETimeType30);
+  EXPECT_EQ(mView->playMode(), VLPlayModeLoop);
+  EXPECT_EQ(mWindow->selectedPlayMode, VLPlayModeLoop);
+  EXPECT_EQ(mWindow->selectedFormat, kSMPTETimeType30);
+}
+
+TEST_F(VLAppDelegateTest, APlayTakesTheClockOffItsSourceAndTheStopPutsItBackIfItIsStillThere) {
+  const auto deck = addSource("deck");
+  app().setSyncSource(deck);
+  app().arm();
+  takeCalls();
+  app().play();
+  EXPECT_EQ(clock().status(), VLClockRolling);
+  EXPECT_EQ(app().syncSource(), nullptr);
+  mHost.advance(10 * kFrame25);
+  EXPECT_EQ(mView->clockStatus(), VLClockRolling);
+  EXPECT_EQ(stringFromSMPTETime(mView->smpteTime()), "00:00:00:10");
+  app().play();  // runs already
+  app().stop();
+  mHost.settle();
+  EXPECT_EQ(clock().status(), VLClockArmed);
+  ASSERT_NE(app().syncSource(), nullptr);
+  EXPECT_TRUE(app().syncSource()->isEqual(*deck));
+  EXPECT_EQ(takeCalls(), (Calls{"arm off clockTemplate", "start playTemplate green",
+                                "stop stopTemplate black", "start playTemplate black",
+                                "stop stopTemplate red", "arm on clockTemplate blue"}));
+
+  app().play();
+  mOutside->vanish(deck->endpoint());
+  mHost.advance(kFrame25);
+  app().stop();
+  mHost.settle();
+  EXPECT_EQ(clock().status(), VLClockStopped) << "of a source that went nothing can come";
+}
+
+TEST_F(VLAppDelegateTest, ASourceThatVanishesDropsAndDisarmsTheClock) {
+  const auto deck = addSource("deck");
+  app().setSyncSource(deck);
+  app().arm();
+  const auto other = addSource("other");
+  EXPECT_EQ(clock().status(), VLClockArmed);
+  mOutside->vanish(deck->endpoint());
+  mHost.settle();
+  EXPECT_EQ(app().syncSource(), nullptr);
+  EXPECT_EQ(clock().status(), VLClockStopped);
+
+  clock().arm();  // with none, which lasts until anything changes in the system
+  mOutside->vanish(other->endpoint());
+  mHost.settle();
+  EXPECT_EQ(clock().status(), VLClockStopped);
+}
+
+TEST_F(VLAppDelegateTest,
+       AStopOfAClockThatStandsGoesBackThroughTheStartsAndEachWayBackCanBeUndone) {
+  goTo("01:00:00:00");
+  runFor(50);
+  EXPECT_EQ(now(), "01:00:02:00");
+  runFor(25);
+  EXPECT_EQ(now(), "01:00:03:00");
+  app().undoManager().removeAllActions();
+  app().stop();
+  EXPECT_EQ(now(), "01:00:02:00");
+  EXPECT_EQ(app().undoManager().undoActionName(), "change start time 01:00:03:00");
+  app().stop();
+  EXPECT_EQ(now(), "01:00:00:00");
+  mView->setStartTime(timeOf("00:59:00:00"));
+  app().stop();
+  EXPECT_EQ(now(), "00:59:00:00") << "behind the history comes what the counter shows";
+  app().stop();
+  EXPECT_EQ(now(), "00:59:00:00");
+  for (const char* earlier : {"01:00:00:00", "01:00:02:00", "01:00:03:00"}) {
+    app().undoManager().undo();
+    EXPECT_EQ(now(), earlier);
+  }
+  EXPECT_FALSE(app().undoManager().canUndo()) << "a stop that moved nothing is no step";
+  EXPECT_EQ(app().undoManager().redoActionName(), "change start time 01:00:02:00");
+  app().undoManager().redo();
+  EXPECT_EQ(now(), "01:00:02:00");
+}
+
+TEST_F(VLAppDelegateTest, TheControlKeyMakesAStopAReturnToZeroThatKeepsTheHistory) {
+  goTo("01:00:00:00");
+  runFor(5);
+  mWindow->controlKey = true;
+  app().stop();
+  EXPECT_EQ(now(), "00:00:00:00");
+  mWindow->controlKey = false;
+  app().stop();
+  EXPECT_EQ(now(), "01:00:00:00");
+}
+
+TEST_F(VLAppDelegateTest, AJumpOfARunningClockIsNoStepAndAnInvalidOneIsNoJump) {
+  app().play();
+  goTo("02:00:00:00");
+  mHost.advance(kFrame25);
+  EXPECT_EQ(now(), "02:00:00:01");
+  EXPECT_FALSE(app().undoManager().canUndo());
+  app().stop();
+  mHost.settle();
+  const std::string before = now();
+  app().setCurrentTime(std::make_shared<KVSMPTETime>());
+  EXPECT_EQ(now(), before);
+  EXPECT_THROW(app().setCurrentTime(nullptr), KVException);
+}
+
+TEST_F(VLAppDelegateTest, APositionGivenAsItIsSentIsTakenLessTheOffset) {
+  clock().setSmpteOffset(timeOf("01:00:00:00"));
+  app().setCurrentSMPTETime(timeOf("03:00:00:10"));
+  EXPECT_EQ(now(), "02:00:00:10");
+  app().setCurrentSMPTETime({});
+  EXPECT_EQ(now(), "02:00:00:10");
+}
+
+TEST_F(VLAppDelegateTest, AChangeOfFormatConvertsTheHistoryByRealTimeAndIsPosted) {
+  std::vector<std::uint32_t> posted;
+  const KVObserverToken token = KVNotificationCenter::defaultCenter().addObserver(
+      "Velor.ChangedTimecodeType", [&posted](const KVNotification& notification) {
+        posted.push_back(std::any_cast<std::uint32_t>(notification.object));
+      });
+  goTo("00:00:10:20");
+  runFor(5);
+  clock().setSmpteFormat(kSMPTETimeType30);
+  EXPECT_EQ(posted, std::vector<std::uint32_t>{kSMPTETimeType30});
+  EXPECT_EQ(stringFromSMPTETime(mView->smpteTime()), "00:00:11:00");
+  app().stop();
+  EXPECT_EQ(now(), "00:00:10:24") << "20 of 25 frames are 24 of 30";
+}
+
+TEST_F(VLAppDelegateTest, MTCOfAnotherFormatIsTakenOverOrEndsTheArmingAsTheUserWants) {
+  const auto deck = addSource("deck");
+  app().setSyncSource(deck);
+  app().arm();
+  playBlocks(*deck, 4, 10, kRate30);
+  const VLAlert alert = mWindow->answer(true);
+  EXPECT_EQ(alert.title, "Wrong SMPTE Format");
+  EXPECT_EQ(alert.message,
+            "The clock receives MTC on deck at 30 fps, which does not match the currently set "
+            "format of 25 fps");
+  EXPECT_TRUE(mLog.has(alert.message));
+  EXPECT_EQ(alert.defaultButton, "use 30 fps");
+  EXPECT_EQ(alert.otherButton, "Cancel");
+  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType30);
+  EXPECT_EQ(clock().status(), VLClockArmed);
+  playBlocks(*deck, 1, 11, kRate30);
+  EXPECT_EQ(clock().status(), VLClockChasing);
+  app().stop();
+  EXPECT_EQ(clock().status(), VLClockChasing) << "a stop press does nothing to it";
+
+  mHost.advance(1'000'000'000);
+  playBlocks(*deck, 4, 10);
+  mWindow->answer(false);
+  EXPECT_EQ(clock().status(), VLClockStopped);
+  EXPECT_TRUE(mLog.has("user clicked cancel, will disarm"));
+}
+
+TEST_F(VLAppDelegateTest, ALoopIsToldWithBothNamesAndTheDestinationSwitchedOffIfTheUserWants) {
+  const auto deck = addSource("deck");
+  const auto desk = appear("desk");
+  destinationOf(desk)->setEnable(true);
+  for (const bool disables : {false, true}) {
+    app().clockDetectedMTCLoop(clock(), deck, std::make_shared<KVMIDIEndpoint>(desk));
+    const VLAlert alert = mWindow->answer(disables);
+    EXPECT_EQ(alert.title, "MIDI/MTC Loop detected!");
+    EXPECT_EQ(alert.message,
+              "There appears to be a MIDI loop between \"deck\" and \"desk\". For correct "
+              "operation \"desk\" should not be a MTC Destination");
+    EXPECT_EQ(alert.defaultButton, "Disable desk");
+    EXPECT_EQ(alert.otherButton, "Proceed anyway");
+    EXPECT_EQ(destinationOf(desk)->enable(), !disables);
+  }
+  EXPECT_TRUE(app().clockShouldCheckForMTCLoop(clock()));
+  app().setDisableMTCLoopCheck(true);
+  EXPECT_FALSE(app().clockShouldCheckForMTCLoop(clock()));
+}
+
+TEST_F(VLAppDelegateTest, AQuitAsksWhileAnythingRunsAndShowsWhatDoes) {
+  EXPECT_EQ(app().applicationShouldTerminate(), VLAppDelegate::TerminateReply::now);
+  const auto generator = created();
+  inputOf(*generator)->setEnable(true);
+  app().play();
+  mHost.advance(20 * kFrame25);
+  takeCalls();
+  EXPECT_EQ(app().applicationShouldTerminate(), VLAppDelegate::TerminateReply::later);
+  EXPECT_TRUE(mWindow->alerts.empty()) << "by the main queue";
+  mHost.settle();
+  const VLAlert alert = mWindow->answer(false);
+  EXPECT_EQ(takeCalls(), Calls{"window of LTC Generator 1"});
+  EXPECT_EQ(alert.title, "Devices are running - Quit anyway?");
+  EXPECT_EQ(alert.message,
+            "Do you really want to quit Velor? Some devices are currently running and generating "
+            "timecode.");
+  EXPECT_EQ(alert.defaultButton + "/" + alert.otherButton, "Yes/No");
+  EXPECT_EQ(mWindow->reply, false);
+  EXPECT_TRUE(clock().running());
+}
+
+TEST_F(VLAppDelegateTest, TheStartTimeReachesTheViewOnTheMainThreadWhoeverChangedIt) {
+  const auto deck = addSource("deck");
+  app().setSyncSource(deck);
+  app().arm();
+  // The locate comes on the MIDI thread.
+  mOutside->play(deck->endpoint(), mHost.AudioGetCurrentHostTime(),
+                 {0xF0, 0x7F, 0x7F, 0x01, 0x01, kRate25 << 5 | 7, 0, 0, 0, 0xF7});
+  mHost.settle();
+  EXPECT_EQ(now(), "07:00:00:00");
+  EXPECT_EQ(stringFromSMPTETime(mView->startTime()), "07:00:00:00");
+}
+
+TEST_F(VLAppDelegateTest, TheCountersSetAClockThatStandsAndItsPointsAtAnyTime) {
+  const auto edit = [this](void (VLTimecodeViewOutlet::*set)(const SMPTETime&), const char* text,
+                           void (VLTimecodeViewDelegate::*changed)(VLTimecodeViewOutlet&)) {
+    ((*mView).*set)(timeOf(text));
+    ((*mView->delegate()).*changed)(*mView);
+  };
+  using View = VLTimecodeViewOutlet;
+  using Delegate = VLTimecodeViewDelegate;
+  edit(&View::setSmpteTime, "01:02:03:04", &Delegate::timecodeDidChange);
+  edit(&View::setSmpteOffset, "00:00:01:00", &Delegate::offsetDidChange);
+  EXPECT_EQ(now(), "01:02:03:04");
+  EXPECT_EQ(stringFromSMPTETime(clock().smpteOffset()), "00:00:01:00");
+  EXPECT_TRUE(mLog.has("clock offset did change: 00:00:01:00"));
+  EXPECT_TRUE(mView->delegate()->canEditOffsetInTimecodeView(*mView));
+  app().play();
+  EXPECT_FALSE(mView->delegate()->canEditOffsetInTimecodeView(*mView));
+  EXPECT_TRUE(mView->delegate()->canEditStopTimeInTimecodeView(*mView));
+  edit(&View::setSmpteTime, "05:00:00:00", &Delegate::timecodeDidChange);
+  edit(&View::setSmpteOffset, "05:00:00:00", &Delegate::offsetDidChange);
+  edit(&View::setStopTime, "06:00:00:00", &Delegate::stopTimeDidChange);
+  edit(&View::setLoopEndTime, "03:00:00:00", &Delegate::loopEndTimeDidChange);
+  edit(&View::setLoopStartTime, "02:00:00:00", &Delegate::loopStartTimeDidChange);
+  EXPECT_EQ(now(), "01:02:03:04");
+  EXPECT_EQ(stringFromSMPTETime(clock().smpteOffset()), "00:00:01:00");
+  EXPECT_EQ(stringFromSMPTETime(clock().stopTime()), "06:00:00:00");
+  EXPECT_EQ(stringFromSMPTETime(clock().loopStartTime()), "02:00:00:00");
+  EXPECT_EQ(stringFromSMPTETime(clock().loopEndTime()), "03:00:00:00");
+}
+
+}  // namespace
+}  // namespace velor

@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/app/VLApplicationState.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/velor/app/AppFixture.h"
+
+namespace velor {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+class VLApplicationStateTest : public AppFixture {
+ protected:
+  VLApplicationStateTest() { launch(); }
+
+  std::filesystem::path save(const std::string& name = "show.velor") {
+    const auto path = mFolder.path() / name;
+    EXPECT_TRUE(app().saveApplicationStateToURL(path));
+    return path;
+  }
+  Json saved() { return Json::parse(contents(save())); }
+  bool load(const Json& document) {
+    return app().loadApplicationStateFromURL(write("edited.velor", document.dump()));
+  }
+  std::vector<std::string> markers() {
+    std::vector<std::string> result;
+    for (const auto& marker : app().markers().controller().arrangedObjects()) {
+      result.push_back(marker->timecodeString() + " " + marker->name());
+    }
+    return result;
+  }
+};
+
+TEST_F(VLApplicationStateTest, AnotherRunComesBackWithAllThatWasSet) {
+  const auto desk = appear("desk");
+  const auto deck = addSource("deck");
+  clock().setSmpteFormat(kSMPTETimeType30);
+  destinationOf(desk)->setEnable(true);
+  created();
+  app().setSyncSource(deck);
+  const auto at = [](const char* text) { return timeOf(text, kSMPTETimeType30); };
+  clock().setSmpteOffset(at("00:00:00:29"));
+  clock().setLoopEndTime(at("05:00:00:00"));
+  clock().setLoopStartTime(at("04:00:00:00"));
+  clock().setStopTime(at("03:00:00:00"));
+  clock().setPreroll(true);
+  clock().setPrerollTime(7.5);
+  app().setPlayRate(1);
+  clock().setPlayMode(VLPlayModeLoop);
+  goTo("02:00:00:00");
+  app().addMarker();
+  goTo("01:00:00:00");
+  app().addMarker();
+  goTo("01:30:00:00");
+  EXPECT_TRUE(app().applicationWillTerminate());
+  std::vector<std::string> keys;
+  const Json last = Json::parse(contents(folders().data() / "laststate.velor"));
+  for (auto member = last.begin(); member != last.end(); ++member) {
+    keys.push_back(member.key());
+  }
+  EXPECT_EQ(keys,
+            (std::vector<std::string>{
+                "time", "offset", "stoptime", "loopStart", "loopEnd", "tc.type", "prerollTime",
+                "preroll", "playbackRate", "playbackMode", "appVersion", "syncSource", "markers",
+                "selectedmarkerIndexes", "devices.manager", "destinations.manager"}));
+
+  launch();
+  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType30);
+  EXPECT_EQ(now(), "01:30:00:00");
+  EXPECT_EQ(stringFromSMPTETime(clock().smpteOffset()), "00:00:00:29");
+  EXPECT_EQ(stringFromSMPTETime(clock().loopStartTime()), "04:00:00:00");
+  EXPECT_EQ(stringFromSMPTETime(clock().loopEndTime()), "05:00:00:00");
+  EXPECT_EQ(stringFromSMPTETime(clock().stopTime()), "03:00:00:00");
+  EXPECT_TRUE(clock().preroll());
+  EXPECT_EQ(clock().prerollTime(), 7.5);
+  EXPECT_EQ(mView->playMode(), VLPlayModeLoop);
+  EXPECT_EQ(clock().playRate(), 1.0) << "with a sync source the rate is not restored";
+  EXPECT_TRUE(app().syncSource() != nullptr && app().syncSource()->isEqual(*deck));
+  EXPECT_FALSE(clock().armed());
+  EXPECT_EQ(markers(), (std::vector<std::string>{"01:00:00:00 Marker 2", "02:00:00:00 Marker 1"}));
+  EXPECT_EQ(app().markers().controller().selectionIndexes(), std::set<std::size_t>{0});
+  EXPECT_EQ(listed(), (Listed{"+desk", "-LTC Generator 1"}));
+  EXPECT_EQ(manager().devices().size(), 1U);
+  EXPECT_FALSE(app().undoManager().canUndo());
+}
+
+TEST_F(VLApplicationStateTest, WithoutASyncSourceTheRateIsRestoredAndZeroMeansNormal) {
+  clock().setPlayRate(1.01);
+  Json document = saved();
+  clock().setPlayRate(0.99);
+  EXPECT_TRUE(load(document));
+  EXPECT_EQ(clock().playRate(), 1.01);
+  document["playbackRate"] = 0;
+  document["playbackMode"] = 0;
+  clock().setPlayMode(VLPlayModeLoop);
+  EXPECT_TRUE(load(document));
+  EXPECT_EQ(clock().playRate(), 1.0);
+  EXPECT_EQ(clock().playMode(), VLPlayModeNormal);
+
+  const auto deck = addSource("deck");
+  app().setSyncSource(deck);
+  app().arm();
+  document["syncSource"] = 12345;  // of another machine
+  EXPECT_TRUE(load(document));
+  EXPECT_EQ(app().syncSource(), nullptr);
+  EXPECT_EQ(clock().status(), VLClockStopped);
+}
+
+TEST_F(VLApplicationStateTest, WhatAFileDoesNotSayStaysAndNoFormatIs24) {
+  clock().setSmpteFormat(kSMPTETimeType24);
+  goTo("00:00:01:00");
+  app().addMarker();
+  Json document = saved();
+  document.erase("markers");
+  document.erase("tc.type");
+  document.erase("devices.manager");
+  clock().setSmpteFormat(kSMPTETimeType30);
+  EXPECT_TRUE(load(document));
+  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType24);
+  EXPECT_EQ(markers(), (std::vector<std::string>{"00:00:01:00 Marker 1"}));
+}
+
+TEST_F(VLApplicationStateTest, WhatIsNoDocumentChangesNothingAndIsToldWithItsPlace) {
+  goTo("00:00:05:00");
+  const std::string before = saved().dump();
+  const auto refuses = [this](const std::filesystem::path& path, const char* reason) {
+    EXPECT_FALSE(app().loadApplicationStateFromURL(path));
+    EXPECT_NE(app().state().error().find(reason), std::string::npos) << app().state().error();
+  };
+  refuses(mFolder.path() / "missing.velor", "missing.velor");
+  refuses(mFolder.path(), "no file with contents");
+  refuses(write("empty.velor", ""), "line 1");
+  refuses(write("foreign.velor", "RIFF....WAVE"), "line 1");
+  refuses(write("list.velor", "[1, 2]"), "object");
+  std::filesystem::resize_file(write("huge.velor", "{"), std::uintmax_t{1} << 40U);
+  refuses(mFolder.path() / "huge.velor", "huge.velor");
+  EXPECT_EQ(saved().dump(), before);
+  EXPECT_FALSE(app().applicationOpenFile(mFolder.path() / "missing.velor"));
+  EXPECT_FALSE(app().didLoadFileAtStartup());
+}
+
+TEST_F(VLApplicationStateTest, ADamagedValueEndsTheReadingAndLeavesTheDefaultFormat) {
+  clock().setSmpteFormat(kSMPTETimeType30);
+  goTo("00:00:10:00");
+  app().addMarker();
+  Json document = saved();
+  const auto isDamaged = [&](const char* key, Json value, const char* place) {
+    Json damaged = document;
+    damaged[key] = std::move(value);
+    EXPECT_FALSE(load(damaged)) << key;
+    EXPECT_NE(app().state().error().find(place), std::string::npos) << app().state().error();
+    EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType25) << key;
+    EXPECT_FALSE(app().undoManager().canUndo());
+  };
+  isDamaged("offset", {{"$base64", "AAAA"}}, "offset");
+  isDamaged("offset", {{"$base64", "AABQAAAAAAABAAAAAQAAAAAAAAAAAAAA"}}, "");  // of 25
+  isDamaged("time", {{"$base64", "AABQAAAAAACHAAAAAQAAAAAAAAAAAAAA"}}, "time");
+  isDamaged("markers", "none", "markers");
+  isDamaged("tc.type", "30", "tc.type");
+  isDamaged("playbackRate", -1e-320, "");
+  EXPECT_TRUE(load(document));
+  EXPECT_EQ(markers(), (std::vector<std::string>{"00:00:10:00 Marker 1"}));
+}
+
+TEST_F(VLApplicationStateTest, ADocumentOfAnotherFormatMovesARunningClockAndEndsInTheException) {
+  clock().setSmpteFormat(kSMPTETimeType30);
+  goTo("03:00:00:00");
+  app().addMarker();
+  const Json document = saved();
+  clock().setSmpteFormat(kSMPTETimeType25);
+  clock().setLoopEndTime(timeOf("00:00:09:00"));
+  app().play();
+  EXPECT_FALSE(load(document));
+  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType25);
+  mHost.advance(kFrame25);
+  EXPECT_EQ(now(), "03:00:00:01");
+  EXPECT_EQ(stringFromSMPTETime(clock().loopEndTime()), "00:00:09:00");
+  EXPECT_EQ(app().markers().markers().at(0)->time()->type(), kSMPTETimeType25);
+}
+
+TEST_F(VLApplicationStateTest, WhatALaterVersionWroteSurvivesASave) {
+  goTo("00:00:01:00");
+  app().addMarker();
+  Json document = saved();
+  document["mediaWindows"] = Json::array({{{"$class", "VLFutureWindow"}, {"clip", "a.mov"}}});
+  document["later"] = {{"$base64", "AAAA"}};
+  document["markers"][0]["colour"] = "red";
+  EXPECT_TRUE(load(document));
+  const Json again = saved();
+  EXPECT_EQ(again["mediaWindows"], document["mediaWindows"]);
+  EXPECT_EQ(again["later"], document["later"]);
+  EXPECT_EQ(again["markers"], document["markers"]);
+}
+
+TEST_F(VLApplicationStateTest, WhereNothingCanBeWrittenTheUserIsToldAndTheStateIsKept) {
+  mWindow->panelAnswer = mFolder.path() / "none" / "show.velor";
+  app().saveDocument();
+  ASSERT_EQ(mWindow->errors.size(), 1U);
+  EXPECT_NE(mWindow->errors[0].find("none"), std::string::npos);
+  goTo("00:00:07:00");
+  mWindow->panelAnswer = save();
+  goTo("00:00:08:00");
+  app().openDocument();
+  EXPECT_EQ(now(), "00:00:07:00");
+  mWindow->panelAnswer.clear();  // cancelled
+  app().saveDocument();
+  EXPECT_EQ(mWindow->errors.size(), 1U);
+}
+
+TEST_F(VLApplicationStateTest, AFileAtTheStartIsLoadedInPlaceOfWhatTheLastRunLeft) {
+  goTo("00:00:01:00");
+  EXPECT_TRUE(app().applicationWillTerminate());
+  clock().setSmpteFormat(kSMPTETimeType24);
+  goTo("00:00:02:00");
+  const auto file = save();
+  launch(file);
+  EXPECT_TRUE(app().didLoadFileAtStartup());
+  EXPECT_EQ(now(), "00:00:02:00");
+  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType24);
+  launch(write("damaged.velor", "{"));
+  EXPECT_FALSE(app().didLoadFileAtStartup());
+  EXPECT_EQ(now(), "00:00:01:00");
+}
+
+TEST_F(VLApplicationStateTest, SettingsOutliveARunAndDamagedOnesDoNotKeepItFromStarting) {
+  app().setDisableMTCLoopCheck(true);
+  EXPECT_TRUE(app().server().startUdPServerAtPort(7771));
+  EXPECT_TRUE(app().applicationWillTerminate());
+  launch();
+  app().waitForSettings();
+  EXPECT_TRUE(app().disableMTCLoopCheck());
+  EXPECT_EQ(app().server().port(), 7771);
+  EXPECT_TRUE(mWindow->errors.empty());
+  end();
+  std::ofstream(folders().config() / "settings.json") << R"({"mtcLoopCheck.disable": "yes"})";
+  launch();
+  app().waitForSettings();
+  EXPECT_FALSE(app().disableMTCLoopCheck());
+  EXPECT_FALSE(app().server().running());
+}
+
+}  // namespace
+}  // namespace velor

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/app/VLRecovery.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/velor/app/AppFixture.h"
+
+namespace velor {
+namespace {
+
+class VLRecoveryTest : public AppFixture {
+ protected:
+  static constexpr std::uint64_t kSecond = 1'000'000'000;
+
+  std::filesystem::path copy() const { return folders().state() / VLRecovery::kFileName; }
+  std::filesystem::path old() const { return folders().state() / VLRecovery::kOldFileName; }
+  bool isThere() const { return std::filesystem::exists(copy()); }
+  std::string timeInCopy() {
+    const std::string before = now();
+    EXPECT_TRUE(app().loadApplicationStateFromURL(copy()));
+    const std::string time = now();
+    goTo(before);
+    return time;
+  }
+};
+
+TEST_F(VLRecoveryTest, EditsAreInTheCopySoonAndACleanEndRemovesIt) {
+  launch();
+  mHost.advance(60 * kSecond);
+  EXPECT_FALSE(isThere()) << "nothing was edited";
+  goTo("00:00:01:00");
+  mHost.advance(2 * kSecond - 1);
+  EXPECT_FALSE(isThere());
+  mHost.advance(kSecond / 100);
+  ASSERT_TRUE(isThere());
+  const std::string first = contents(copy());
+  app().addMarker();
+  mHost.advance(9 * kSecond);
+  EXPECT_EQ(contents(copy()), first) << "no oftener than every 10 s";
+  mHost.advance(2 * kSecond);
+  EXPECT_NE(contents(copy()).find("Marker 1"), std::string::npos);
+
+  // Edits that go on, one every second, do not put it off for ever.
+  for (int i = 0; i < 15; ++i) {
+    mHost.advance(kSecond);
+    goTo("00:00:00:" + std::to_string(10 + i));
+  }
+  EXPECT_EQ(timeInCopy().substr(0, 9), "00:00:00:");
+
+  // What announces nothing is found as well.
+  const auto device = created();
+  mHost.advance(20 * kSecond);
+  device->generator()->setUserbits(0x12345678);
+  mHost.advance(20 * kSecond);
+  EXPECT_NE(contents(copy()).find(std::to_string(0x12345678)), std::string::npos);
+
+  EXPECT_TRUE(app().applicationWillTerminate());
+  EXPECT_FALSE(isThere());
+  launch();
+  EXPECT_FALSE(app().leftBehind());
+}
+
+TEST_F(VLRecoveryTest, ARunThatWasCutOffCanBeTakenUpAndOneThatIsNotWantedIsKept) {
+  launch();
+  goTo("00:00:42:00");
+  app().addMarker();
+  mHost.advance(3 * kSecond);
+  launch();  // without an end
+  ASSERT_EQ(app().leftBehind(), copy());
+  EXPECT_EQ(now(), "00:00:00:00");
+  EXPECT_TRUE(app().recover());
+  EXPECT_EQ(now(), "00:00:42:00");
+  EXPECT_EQ(app().markers().markers().size(), 1U);
+  EXPECT_TRUE(isThere()) << "until there is a newer one";
+
+  launch();
+  ASSERT_TRUE(app().leftBehind());
+  goTo("00:00:13:00");
+  mHost.advance(3 * kSecond);
+  EXPECT_NE(contents(old()).find("Marker 1"), std::string::npos);
+  EXPECT_EQ(contents(copy()).find("Marker 1"), std::string::npos);
+  EXPECT_TRUE(app().applicationWillTerminate());
+  EXPECT_TRUE(std::filesystem::exists(old()));
+  EXPECT_FALSE(isThere());
+}
+
+TEST_F(VLRecoveryTest, AnotherProgramThatRunsIsNoneThatWasCutOff) {
+  launch();
+  goTo("00:00:42:00");
+  mHost.advance(3 * kSecond);
+  ASSERT_TRUE(isThere());
+  VLRecovery beside(folders().state(), [] { return "mine"; });
+  EXPECT_FALSE(beside.leftBehind());
+  beside.noteEdit();
+  mHost.advance(20 * kSecond);
+  EXPECT_NE(contents(copy()), "mine");
+  beside.end();
+  EXPECT_TRUE(isThere());
+}
+
+TEST_F(VLRecoveryTest, AStateThatCannotBeSavedIsNoCleanEnd) {
+  launch();
+  goTo("00:00:42:00");
+  mHost.advance(3 * kSecond);
+  std::filesystem::create_directories(folders().data() / "laststate.velor");
+  EXPECT_FALSE(app().applicationWillTerminate());
+  EXPECT_TRUE(isThere());
+}
+
+}  // namespace
+}  // namespace velor
