@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Kv-Appkit/KVException.h"
+#include "Kv-Appkit/KVObserverList.h"
 #include "kvtimecode/SMPTETime.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
@@ -50,8 +51,9 @@ TEST(VLMarker, TakesALabelThatItsFormatHasAndNothingElse) {
   const auto marker = VLMarker::initWithTime(timeAt(1, kSMPTETimeType25), "A");
   std::vector<std::string> told;
   const auto note = [&told](std::string_view key) { told.emplace_back(key); };
-  const auto tokens = {marker->addObserver("time", note), marker->addObserver("name", note),
-                       marker->addObserver("timecodeString", note)};
+  const std::vector<KVObserverToken> tokens = {marker->addObserver("time", note),
+                                               marker->addObserver("name", note),
+                                               marker->addObserver("timecodeString", note)};
   for (const char* refused : {"", "later", "1:2:3", "01:02:03;04", "24:00:00:00", "00:60:00:00",
                               "00:00:60:00", "00:00:00:25", "65537:00:00:00"}) {
     EXPECT_FALSE(marker->setTimecodeString(refused)) << refused;
