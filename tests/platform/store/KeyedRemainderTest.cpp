@@ -44,48 +44,16 @@ TEST(KeyedRemainder, WhatALaterVersionWroteIsWrittenAgainBehindWhatIsKnown) {
   EXPECT_FALSE(opened.unknown.contains("large"));
   opened.node->node->small = 3;
   opened.node->real = 1.5;
-  EXPECT_EQ(opened.node->document(opened.unknown), R"({
-  "real": 1.5,
-  "text": "known",
-  "node": {
-    "$class": "Node",
-    "small": 3,
-    "node": {
-      "$class": "Node",
-      "yes": true,
-      "texts": {
-        "$class": 1
-      }
-    },
-    "shape": [],
-    "colour": "red"
-  },
-  "nodes": [
-    {
-      "$class": "Node",
-      "size": 2
-    },
-    null,
-    {
-      "$class": "Node"
-    }
-  ],
-  "later": {
-    "z": [
-      1,
-      {
-        "$base64": "no base64!"
-      },
-      null,
-      0.5
-    ],
-    "$class": "Unheard",
-    "a": {}
-  },
-  "$mark": 7,
-  "none": null
-}
-)");
+  std::string written = opened.node->document(opened.unknown);
+  std::erase_if(written, [](char c) { return c == ' ' || c == '\n'; });
+  EXPECT_EQ(written,
+            R"({"real":1.5,"text":"known",)"
+            R"("node":{"$class":"Node","small":3,)"
+            R"("node":{"$class":"Node","yes":true,"texts":{"$class":1}},)"
+            R"("shape":[],"colour":"red"},)"
+            R"("nodes":[{"$class":"Node","size":2},null,{"$class":"Node"}],)"
+            R"("later":{"z":[1,{"$base64":"nobase64!"},null,0.5],"$class":"Unheard","a":{}},)"
+            R"("$mark":7,"none":null})");
 }
 
 TEST(KeyedRemainder, KeysThatAreWrittenAlreadyWin) {
