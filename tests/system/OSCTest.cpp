@@ -1,113 +1,41 @@
 // SPDX-License-Identifier: MIT
 // The program between oscsend and oscdump, which know nothing of it.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "tests/support/OSCTools.h"
 #include "tests/support/Servers.h"
 #include "tests/support/VelorProcess.h"
 
 namespace velor::test {
 namespace {
 
-// A UDP socket at a port that was free.
-class Datagrams {
- public:
-  explicit Datagrams(const char* address) : mSocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in own = addressOf(address, 0);
-    socklen_t size = sizeof own;
-    EXPECT_EQ(bind(mSocket, reinterpret_cast<sockaddr*>(&own), size), 0);
-    EXPECT_EQ(getsockname(mSocket, reinterpret_cast<sockaddr*>(&own), &size), 0);
-    mPort = ntohs(own.sin_port);
-  }
-  ~Datagrams() { close(mSocket); }
-  Datagrams(const Datagrams&) = delete;
-  Datagrams& operator=(const Datagrams&) = delete;
-
-  std::string port() const { return std::to_string(mPort); }
-
-  void send(const std::string& port, const std::string& bytes) const {
-    const sockaddr_in to = addressOf("127.0.0.1", static_cast<std::uint16_t>(std::stoi(port)));
-    EXPECT_EQ(sendto(mSocket, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-                     sizeof to),
-              static_cast<ssize_t>(bytes.size()));
-  }
-
- private:
-  static sockaddr_in addressOf(const char* address, std::uint16_t port) {
-    sockaddr_in result{};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(port);
-    inet_pton(AF_INET, address, &result.sin_addr);
-    return result;
-  }
-
-  const int mSocket;
-  std::uint16_t mPort = 0;
-};
-
-std::string freePort() {
-  return Datagrams("0.0.0.0").port();
-}
-
 class OSC : public testing::Test {
  protected:
-  OSC()
-      : mServer(),
-        mPort(freePort()),
-        mTarget(freePort()),
-        mDump({"/usr/bin/oscdump", "-L", mTarget}, {}, dumpFile()) {}
-
-  std::string dumpFile() const { return (mFolder.path() / "dump").string(); }
-
-  void command(const std::string& address, const std::string& value) {
-    Process send({"/usr/bin/oscsend", "osc.udp://127.0.0.1:" + mPort, address, "f", value}, {},
-                 "/dev/null");
-    EXPECT_EQ(send.waitForEnd(10), 0);
+  void command(const std::string& address, const std::string& value) const {
+    sendOSC(mPort, address, value);
   }
-  // What oscdump has seen, a line a message, without its time tags.
-  std::vector<std::string> seen() const {
-    std::vector<std::string> lines;
-    std::ifstream file(dumpFile());
-    for (std::string line; std::getline(file, line);) {
-      lines.push_back(line.substr(line.find(' ') + 1));
-    }
-    return lines;
-  }
-  // Waits until oscdump has seen the line after the first `from` ones; its place, or 0.
-  std::size_t waitForLine(const std::string& wanted, std::size_t from = 0) {
-    std::size_t found = 0;
-    waitFor(10, [&] {
-      const auto lines = seen();
-      for (std::size_t i = from; i < lines.size() && found == 0; ++i) {
-        found = lines[i] == wanted ? i + 1 : 0;
-      }
-      return found != 0;
-    });
-    EXPECT_NE(found, 0U) << wanted;
-    return found;
+  std::vector<std::string> seen() const { return mDump.seen(); }
+  std::size_t waitForLine(const std::string& wanted, std::size_t from = 0) const {
+    return mDump.waitForLine(wanted, from);
   }
   std::vector<std::string> arguments() const {
-    return {"--headless",   "--osc-port",          mPort, "--osc-allow", "127.0.0.1",
-            "--osc-target", "127.0.0.1:" + mTarget};
+    return {"--headless",
+            "--osc-port",
+            mPort,
+            "--osc-allow",
+            "127.0.0.1",
+            "--osc-target",
+            "127.0.0.1:" + mDump.port()};
   }
 
   const JackServer mServer;  // not started
-  TemporaryFolder mFolder;
-  const std::string mPort;
-  const std::string mTarget;
-  Process mDump;
+  const std::string mPort = freePort();
+  const OSCDump mDump;
 };
 
 TEST_F(OSC, PlayStopArmAndSpeedActAndAreToldWithTheTimeAtHalfTheFrameRate) {
