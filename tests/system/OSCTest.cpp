@@ -33,13 +33,20 @@ class OSC : public testing::Test {
             "127.0.0.1:" + mDump.port()};
   }
 
+  // A daemon of the machine would tell the whole network of us.
+  std::vector<std::string> environment() const {
+    auto all = mServer.environment();
+    all.push_back("DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent/bus");
+    return all;
+  }
+
   const JackServer mServer;  // not started
   const std::string mPort = freePort();
   const OSCDump mDump;
 };
 
 TEST_F(OSC, PlayStopArmAndSpeedActAndAreToldWithTheTimeAtHalfTheFrameRate) {
-  VelorProcess velor(arguments(), mServer.environment());
+  VelorProcess velor(arguments(), environment());
   std::size_t place = waitForLine("/velor/transport/stop f 1.000000");
   command("/velor/transport/play", "1");
   place = waitForLine("/velor/transport/play f 1.000000", place);
@@ -84,7 +91,7 @@ TEST_F(OSC, PlayStopArmAndSpeedActAndAreToldWithTheTimeAtHalfTheFrameRate) {
 }
 
 TEST_F(OSC, AHostThatIsNotAllowedChangesNothing) {
-  VelorProcess velor(arguments(), mServer.environment());
+  VelorProcess velor(arguments(), environment());
   const std::size_t place = waitForLine("/velor/transport/stop f 1.000000");
   const Datagrams stranger("127.0.0.2");
   const auto message = [](const std::string& address, const char* one) {
@@ -128,12 +135,12 @@ TEST_F(OSC, APortThatIsTakenEndsTheProgramWith1AndAWrongWordWith2) {
     SCOPED_TRACE(c.told);
     std::vector<std::string> all = {"--headless", "--play"};
     all.insert(all.end(), c.arguments.begin(), c.arguments.end());
-    VelorProcess velor(all, mServer.environment());
+    VelorProcess velor(all, environment());
     EXPECT_EQ(velor.waitForEnd(10), c.status);
     EXPECT_NE(velor.errors().find(c.told), std::string::npos) << velor.errors();
     EXPECT_EQ(velor.errors().find('\n'), velor.errors().size() - 1) << velor.errors();
   }
-  VelorOnTerminal terminal(120, {"--headless", "--osc-port", mPort}, mServer.environment());
+  VelorOnTerminal terminal(120, {"--headless", "--osc-port", mPort}, environment());
   EXPECT_TRUE(terminal.readUntil("OSC: " + mPort, 5)) << terminal.text();
   EXPECT_EQ(terminal.end(SIGTERM), 0);
 }
