@@ -23,6 +23,10 @@ constexpr std::uint64_t kMs = 1'000'000;
 constexpr std::uint64_t kRetry = 1000 * kMs;
 // What a resolver without a module for ".local" may take of a resolution's time.
 constexpr std::uint64_t kLongestNameCheck = 2000 * kMs;
+// The daemon tells one address of a host, and which one changes. Peers tend to listen for
+// IPv4, and must not become another target by another address; so that one is asked for,
+// of which a host that is there tells at once.
+constexpr std::uint64_t kLongestWaitForIPv4 = 1000 * kMs;
 // Names tried before a publication waits for the next attempt.
 constexpr int kMostNames = 100;
 
@@ -267,7 +271,7 @@ void AvahiDiscovery::closeClient() {
   }
   for (Resolution& each : mResolutions) {
     each.resolver = nullptr;
-    each.failed = false;
+    each.failed = each.asksForIPv4 = false;
   }
 }
 
@@ -445,14 +449,37 @@ void AvahiDiscovery::resolve(Resolution& resolution) {
     avahi_service_resolver_free(std::exchange(resolution.resolver, nullptr));
     resolution.failed = false;
   }
-  if (resolution.resolver != nullptr || resolution.answer) {
+  if (resolution.held) {
+    askForIPv4(resolution);
+  } else if (resolution.resolver == nullptr && !resolution.answer) {
+    ask(resolution, AVAHI_PROTO_UNSPEC);
+  }
+}
+
+void AvahiDiscovery::askForIPv4(Resolution& resolution) {
+  const std::uint64_t now = mHost.AudioGetCurrentHostTime();
+  if (now >= resolution.heldUntil) {
+    resolution.held = false;
+    startNameCheck(resolution);
+    lookAgainSoon();
     return;
   }
+  if (resolution.resolver != nullptr && !resolution.asksForIPv4) {
+    avahi_service_resolver_free(std::exchange(resolution.resolver, nullptr));
+  }
+  if (resolution.resolver == nullptr) {
+    resolution.asksForIPv4 = true;
+    ask(resolution, AVAHI_PROTO_INET);
+  }
+  lookAgainIn(resolution.heldUntil - now);
+}
+
+void AvahiDiscovery::ask(Resolution& resolution, AvahiProtocol address) {
   const DiscoveryKey& key = resolution.order->key;
   resolution.resolver = avahi_service_resolver_new(
       mClient, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, key.name.c_str(), key.type.c_str(),
-      key.domain.c_str(), AVAHI_PROTO_UNSPEC, static_cast<AvahiLookupFlags>(0),
-      &AvahiDiscovery::onResolver, &resolution);
+      key.domain.c_str(), address, static_cast<AvahiLookupFlags>(0), &AvahiDiscovery::onResolver,
+      &resolution);
   if (resolution.resolver == nullptr && mState != AVAHI_CLIENT_FAILURE) {
     lookAgainIn(kRetry);
   }
@@ -470,23 +497,31 @@ void AvahiDiscovery::onResolver(AvahiServiceResolver*, AvahiIfIndex interface, A
     resolution.owner->lookAgainIn(kRetry);
     return;
   }
-  if (resolution.answer) {
+  const bool isIPv4 = address->proto == AVAHI_PROTO_INET;
+  if (resolution.answer && !(resolution.held && isIPv4)) {
     return;  // the first counts, and is on its way
   }
   resolution.answer = DiscoveryAnswer{hostName, port, dataOf(txt)};
   resolution.address = textOf(*address);
-  resolution.owner->startNameCheck(resolution);
   std::array<char, IF_NAMESIZE> link{};
   if (needsScope(*address) &&
       if_indextoname(static_cast<unsigned>(interface), link.data()) != nullptr) {
     resolution.address += std::string("%") + link.data();
+  }
+  resolution.held = !isIPv4;
+  if (isIPv4) {
+    resolution.owner->startNameCheck(resolution);
+  } else {
+    resolution.heldUntil = resolution.owner->mHost.AudioGetCurrentHostTime() + kLongestWaitForIPv4;
   }
   resolution.owner->lookAgainSoon();
 }
 
 void AvahiDiscovery::startNameCheck(Resolution& resolution) {
   const auto check = std::make_shared<NameCheck>();
-  mLongJobs.add({[check, name = resolution.answer->hostName, address = resolution.address] {
+  // The resolver of names does not tell the interface.
+  const std::string address = resolution.address.substr(0, resolution.address.find('%'));
+  mLongJobs.add({[check, name = resolution.answer->hostName, address] {
                    check->leads = HostNameCheck::nameLeadsToAddress(name, address);
                  },
                  {},
@@ -499,7 +534,7 @@ void AvahiDiscovery::startNameCheck(Resolution& resolution) {
 }
 
 void AvahiDiscovery::checkName(Resolution& resolution) {
-  if (!resolution.answer || resolution.told) {
+  if (!resolution.answer || resolution.held || resolution.told) {
     return;
   }
   const std::uint64_t now = mHost.AudioGetCurrentHostTime();

@@ -71,6 +71,10 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
     bool told = false;
     std::string address;  // of the answer, in text, as a socket takes it
     std::optional<DiscoveryAnswer> answer;
+    // The answer is of IPv6, and waits for one of IPv4.
+    bool held = false;
+    bool asksForIPv4 = false;
+    std::uint64_t heldUntil = 0;  // host time
     std::shared_ptr<NameCheck> check;
     std::uint64_t checkedUntil = 0;  // host time
   };
@@ -95,6 +99,8 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
   bool nameIsTaken(Publication& publication);
   void search(Search& search);
   void resolve(Resolution& resolution);
+  void askForIPv4(Resolution& resolution);
+  void ask(Resolution& resolution, AvahiProtocol address);
   void startNameCheck(Resolution& resolution);
   void checkName(Resolution& resolution);
   void withdraw(Publication& publication);

@@ -106,6 +106,21 @@ TEST_F(AvahiDiscoveryTest, APeersServiceIsFoundResolvedAndKeepsItsName) {
   EXPECT_NE(mWitness->presentOfName("Velor-OSC #2"), nullptr);
 }
 
+TEST_F(AvahiDiscoveryTest, AHostWithoutIPv4IsResolvedToItsOtherAddress) {
+  const std::string log = mFolder.path().string() + "/six.log";
+  const test::Process host({"avahi-publish", "-a", "-R", "six.local", "::1"}, mServer.environment(),
+                           log);
+  const test::Process peer({"avahi-publish", "-s", "-H", "six.local", "Six", "_osc._udp", "9001"},
+                           mServer.environment(), log);
+  const auto browser = search();
+  ASSERT_TRUE(until([&] { return mWitness->presentOfName("Six") != nullptr; }));
+  const auto found = mWitness->presentOfName("Six");
+  found->setDelegate(mWitness);
+  found->resolveWithTimeout(10);
+  ASSERT_TRUE(until([&] { return !mWitness->resolved.empty(); }));
+  EXPECT_EQ(found->hostName(), "::1");
+}
+
 TEST_F(AvahiDiscoveryTest, WithTheSystemBusGoneAndBackPeersSeeItAgainAndItSeesThem) {
   const auto ours = publish("1234");
   const auto browser = search();
