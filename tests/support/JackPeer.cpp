@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 namespace velor::test {
 namespace {
@@ -55,6 +56,12 @@ void JackPeer::recordAudio(const std::string& name, double seconds) {
   mAudio.resize(static_cast<std::size_t>(seconds * sampleRate()));
 }
 
+void JackPeer::playAudio(const std::string& name, std::vector<float> samples) {
+  mAudioOutput = mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_AUDIO_TYPE,
+                                           JackPortIsOutput, 0);
+  mTape = std::move(samples);
+}
+
 std::vector<float> JackPeer::recordedAudio() const {
   return {mAudio.begin(), mAudio.begin() + static_cast<std::ptrdiff_t>(mAudioEnd.load())};
 }
@@ -74,11 +81,19 @@ void JackPeer::setPeriod(int frames) {
   VELOR_JACK_CALL(jack_set_buffer_size)(mClient, static_cast<jack_nframes_t>(frames));
 }
 
-int JackPeer::playbackLatency(const std::string& port) const {
+int JackPeer::latency(const std::string& port, jack_latency_callback_mode_t mode) const {
   jack_latency_range_t range{};
   VELOR_JACK_CALL(jack_port_get_latency_range)
-  (mJack->jack_port_by_name(mClient, port.c_str()), JackPlaybackLatency, &range);
+  (mJack->jack_port_by_name(mClient, port.c_str()), mode, &range);
   return static_cast<int>(range.max);
+}
+
+int JackPeer::playbackLatency(const std::string& port) const {
+  return latency(port, JackPlaybackLatency);
+}
+
+int JackPeer::captureLatency(const std::string& port) const {
+  return latency(port, JackCaptureLatency);
 }
 
 int JackPeer::sampleRate() const {
@@ -165,11 +180,24 @@ void JackPeer::process(jack_nframes_t frames) {
     }
   }
 
+  if (mAudioOutput != nullptr) {
+    play(start, frames);
+  }
+
   const std::size_t end = mSendEnd.load(std::memory_order_acquire);
   for (; mSendNext < end && mToSend[mSendNext].frame < start + frames; ++mSendNext) {
     const Slot& slot = mToSend[mSendNext];
     const std::uint64_t offset = slot.frame > start ? slot.frame - start : 0;
     write(slot.port, frames, static_cast<jack_nframes_t>(offset), slot.bytes.data(), slot.length);
+  }
+}
+
+void JackPeer::play(std::uint64_t start, jack_nframes_t frames) {
+  auto* samples = static_cast<float*>(mJack->jack_port_get_buffer(mAudioOutput, frames));
+  const std::uint64_t first = mPlayStart.load();
+  for (jack_nframes_t i = 0; i < frames; ++i) {
+    const std::uint64_t frame = start + i;
+    samples[i] = frame >= first && frame - first < mTape.size() ? mTape[frame - first] : 0;
   }
 }
 

@@ -12,8 +12,9 @@
 
 namespace velor::test {
 
-/// Records what comes to its MIDI inputs, each event at its frame, and sends events at
-/// frames.
+/// Records what comes to its MIDI inputs, each event at its frame, and sends events and
+/// sound at frames. What answers to it must come back to another peer: in a loop through
+/// one client the server delays a part by a cycle.
 class JackPeer : public JackTestClient {
  public:
   struct Event {
@@ -33,6 +34,10 @@ class JackPeer : public JackTestClient {
   /// An audio input, the one that is recorded, for so many seconds at the most.
   /// Before `activate`.
   void recordAudio(const std::string& name, double seconds);
+  /// An audio output, on which the samples are played from the frame on that `playFrom`
+  /// gives, which is to be ahead. Before `activate`.
+  void playAudio(const std::string& name, std::vector<float> samples);
+  void playFrom(std::uint64_t frame) { mPlayStart.store(frame); }
   /// What comes to the input goes to the output in the same cycle, like a cable;
   /// nothing is sent there by `sendAt` then. Before `activate`.
   void forward(int input, int output) { mForward = {input, output}; }
@@ -44,6 +49,8 @@ class JackPeer : public JackTestClient {
   void setPeriod(int frames);
   /// Samples from this output, of any client, to what plays.
   int playbackLatency(const std::string& port) const;
+  /// Samples from what is recorded to this output, of any client.
+  int captureLatency(const std::string& port) const;
   int sampleRate() const;
 
   /// What has come so far.
@@ -75,6 +82,8 @@ class JackPeer : public JackTestClient {
 
   static int onProcess(jack_nframes_t frames, void* self);
   void process(jack_nframes_t frames);
+  void play(std::uint64_t start, jack_nframes_t frames);
+  int latency(const std::string& port, jack_latency_callback_mode_t mode) const;
   void write(int output, jack_nframes_t frames, jack_nframes_t offset, const std::uint8_t* bytes,
              std::size_t length);
 
@@ -87,6 +96,9 @@ class JackPeer : public JackTestClient {
   std::vector<float> mAudio;
   std::atomic<std::uint64_t> mAudioStart{0};
   std::atomic<std::size_t> mAudioEnd{0};
+  jack_port_t* mAudioOutput = nullptr;
+  std::vector<float> mTape;
+  std::atomic<std::uint64_t> mPlayStart{UINT64_MAX};
   std::vector<Slot> mToSend;
   std::atomic<std::size_t> mSendEnd{0};
   std::size_t mSendNext = 0;

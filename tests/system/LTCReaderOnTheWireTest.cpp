@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: MIT
+// LTC by an encoder that knows nothing of this program, and the MTC and the status line
+// that the program makes of it. VELOR_SOAK_SECONDS makes the run longer than the 20 s of
+// the suite.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/support/FairRun.h"
+#include "tests/support/JackPeer.h"
+#include "tests/support/LTCSignal.h"
+#include "tests/support/Servers.h"
+#include "tests/support/VelorProcess.h"
+#include "tests/system/MTCStream.h"
+
+namespace velor::test {
+namespace {
+
+double seconds() {
+  const char* soak = std::getenv("VELOR_SOAK_SECONDS");
+  return soak != nullptr ? std::atof(soak) : 20.0;
+}
+
+constexpr int kSampleRate = 48000;
+// Of LTC, by SMPTE ST 12-1.
+constexpr double kBitsPerFrame = 80;
+// Of a block: its host time goes through the server's idea of time twice.
+constexpr double kMostSamplesOff = 2;
+// Whoever is kept waiting longer than this moves the server's idea of time.
+constexpr std::chrono::microseconds kStall{1000};
+
+struct Tape {
+  // The numbers are walked here, from the one on with which libltc's signals begin.
+  Tape(std::uint32_t type, const WireFormat& format)
+      : signal(signalByLibltc(kSampleRate, type,
+                              static_cast<std::size_t>(seconds() * format.framesPerSecond), false)),
+        samplesPerFrame(kSampleRate / frameRateOf(type)) {
+    const SMPTETime& first = signal.frames.front().time;
+    Label label{first.mHours, first.mMinutes, first.mSeconds, first.mFrames};
+    // The last frame that is read lets the one two frames behind it be sent.
+    for (std::size_t i = 0; i < signal.frames.size() + 2; ++i) {
+      places.emplace(label.text(), i);
+      labels.push_back(label);
+      label = next(label, format);
+    }
+  }
+
+  std::string userBitsOf(std::size_t frame) const {
+    const auto& user = signal.frames.at(frame).userBytes;
+    char text[16];
+    std::snprintf(text, sizeof text, "%02X%02X%02X%02X", user[3], user[2], user[1], user[0]);
+    return text;
+  }
+
+  const LTCSignal signal;
+  const double samplesPerFrame;
+  std::vector<Label> labels;
+  std::map<std::string, std::size_t> places;  // of the labels
+};
+
+// What the status line said, in order.
+struct Said {
+  std::string label;  // the separators are all colons
+  std::string format;
+  double rate = 0;  // frames a second
+  std::string userBits;
+};
+
+std::vector<Said> readStatus(const std::string& text) {
+  std::vector<Said> lines;
+  for (auto at = text.find('\r'); at != std::string::npos; at = text.find('\r', at + 1)) {
+    char label[16];
+    char format[16];
+    char userBits[16];
+    double rate = 0;
+    if (std::sscanf(text.c_str() + at, "\r%11s  %15s  reading  %lf fps (%*[^)])  user bits %8s",
+                    label, format, &rate, userBits) == 4) {
+      Said said{label, format, rate, userBits};
+      std::replace(said.label.begin(), said.label.end(), ';', ':');
+      lines.push_back(said);
+    }
+  }
+  return lines;
+}
+
+struct Wire {
+  const char* format;
+  std::uint32_t type;
+  int period;
+};
+
+class LTCReaderOnTheWire : public testing::TestWithParam<Wire> {};
+
+// What is sent from a second on behind the tape's start, in which the rate is found: frame
+// numbers, rate code, order and place. The first bit of the frame that a block names
+// would be its place, were it not for
+// - the latency of the capture port, by which a sample is older than the cycle that
+//   brings it; this tape is fed in behind that port, and counts as that much earlier;
+// - half a bit, since a frame counts from the middle of the bit before it.
+void expectMTC(std::vector<JackPeer::Event> events, std::uint64_t start, const Tape& tape,
+               const WireFormat& format, int captureLatency) {
+  events.erase(events.begin(),
+               std::find_if(events.begin(), events.end(), [start](const JackPeer::Event& event) {
+                 return event.frame >= start + kSampleRate && event.bytes.size() == 2 &&
+                        event.bytes[1] < 0x10;
+               }));
+  const Stream mtc = readStream(events, 0);
+  EXPECT_EQ(mtc.faults, 0) << mtc.fault;
+  ASSERT_GT(static_cast<double>(mtc.blocks.size()), (seconds() - 2) * format.framesPerSecond / 2);
+  const auto first = tape.places.find(mtc.blocks.front().label.text());
+  ASSERT_NE(first, tape.places.end());
+  std::size_t frame = first->second;
+  ASSERT_GE(frame, 2U);
+  std::vector<double> offsets;
+  for (const Block& block : mtc.blocks) {
+    ASSERT_LT(frame, tape.labels.size());
+    // Two frames behind the one that was read.
+    ASSERT_EQ(block.label.text(), twoNumbersOn(tape.labels[frame - 2], format).text()) << frame;
+    ASSERT_EQ(block.rateCode, format.rateCode) << frame;
+    offsets.push_back(static_cast<double>(block.frames[0] - start) -
+                      static_cast<double>(frame) * tape.samplesPerFrame);
+    frame += 2;
+  }
+  const double expected = -captureLatency - tape.samplesPerFrame / kBitsPerFrame / 2;
+  for (const double part : {0.0, 0.5, 1.0}) {
+    EXPECT_NEAR(quantile(offsets, part), expected, kMostSamplesOff) << "at " << part;
+  }
+  std::printf(
+      "%s: %zu blocks in sequence, %.2f samples (%.2f to %.2f) from the first bit of the frame "
+      "that they name, of which %d and half a bit are due\n",
+      format.name, mtc.blocks.size(), quantile(offsets, 0.5), quantile(offsets, 0.0),
+      quantile(offsets, 1.0), -captureLatency);
+}
+
+void expectStatus(const std::vector<Said>& lines, const Tape& tape, const WireFormat& format) {
+  const double nominal = kSampleRate / tape.samplesPerFrame;
+  std::set<std::size_t> shown;
+  std::set<std::size_t> withTheirBits;
+  std::vector<double> errors;
+  for (const Said& line : lines) {
+    ASSERT_EQ(line.format, format.name);
+    const auto place = tape.places.find(line.label);
+    ASSERT_NE(place, tape.places.end()) << line.label;
+    const std::size_t frame = place->second;
+    ASSERT_TRUE(shown.empty() || frame >= *shown.rbegin()) << line.label;
+    shown.insert(frame);
+    // The line takes the latest bits, which may be those of a later time, or be about to be
+    // followed by its own.
+    std::size_t with = frame >= 2 ? frame - 2 : 0;
+    while (with < tape.signal.frames.size() && tape.userBitsOf(with) != line.userBits) {
+      ++with;
+    }
+    ASSERT_LT(with, tape.signal.frames.size()) << line.label << " with " << line.userBits;
+    if (with == frame) {
+      withTheirBits.insert(frame);
+    }
+    errors.push_back(std::abs(line.rate / nominal - 1));
+  }
+  const auto times = static_cast<double>(shown.size());
+  EXPECT_GT(times, (seconds() - 2) * format.framesPerSecond / 2 * 0.9);
+  EXPECT_GT(static_cast<double>(withTheirBits.size()), times * 0.9);
+  EXPECT_LT(quantile(errors, 0.5), 1e-4);
+  EXPECT_LT(quantile(errors, 1.0), 1e-3);
+  std::printf(
+      "%zu of %zu times shown with their user bits; rate off by %.5f %% (%.5f %% at worst)\n",
+      withTheirBits.size(), shown.size(), quantile(errors, 0.5) * 100, quantile(errors, 1.0) * 100);
+}
+
+TEST_P(LTCReaderOnTheWire, EachFrameIsSentAsMTCAtItsMomentAndShownWithItsUserBits) {
+  inFairRun(
+      [] {
+        const Wire& wire = GetParam();
+        const WireFormat& format = wireFormat(wire.format);
+        JackServer server(wire.period, kSampleRate);
+        server.enter();
+        server.start();
+        const Tape tape(wire.type, format);
+        JackPeer recorder("Recorder");
+        recorder.addInput("in");
+        recorder.activate();
+        JackPeer player("Player");
+        player.playAudio("out", tape.signal.samples);
+        player.activate();
+        VelorOnTerminal velor(160, {"--headless", "--ltc-in", "system:1", "--freewheel", "0"},
+                              server.environment());
+        ASSERT_TRUE(waitFor(10, [&] {
+          return recorder.ports("^Velor:LTC Reader 1$").size() == 1 &&
+                 player.ports("^Velor:LTC Reader 1 in_1$", JACK_DEFAULT_AUDIO_TYPE).size() == 1;
+        }));
+        ASSERT_TRUE(recorder.connect("Velor:LTC Reader 1", "Recorder:in"));
+        ASSERT_TRUE(player.connect("Player:out", "Velor:LTC Reader 1 in_1"));
+        ASSERT_TRUE(velor.readUntil("no LTC", 5)) << velor.text();
+        // Also where an opened input has asked the server for another one.
+        player.setPeriod(wire.period);
+        const auto captureLatency = [&player] { return player.captureLatency("system:capture_1"); };
+        ASSERT_TRUE(waitFor(5, [&] { return captureLatency() == wire.period; }));
+        const std::uint64_t start = player.frameNow() + kSampleRate / 2;
+        player.playFrom(start);
+        const std::uint64_t end = start + tape.signal.samples.size();
+        ASSERT_TRUE(waitFor(seconds() + 10, [&] {
+          velor.readUntil("\r", 0.001);
+          return player.frameNow() > end + kSampleRate / 4;
+        }));
+        EXPECT_EQ(velor.end(SIGINT), 0) << velor.text();
+        expectMTC(recorder.recorded(), start, tape, format, captureLatency());
+        expectStatus(readStatus(velor.text()), tape, format);
+      },
+      kStall);
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, LTCReaderOnTheWire,
+                         testing::Values(Wire{"25", kSMPTETimeType25, 128},
+                                         Wire{"29.97df", kSMPTETimeType2997Drop, 256}),
+                         [](const auto& wire) {
+                           return "jack" + std::to_string(wire.param.period);
+                         });
+
+}  // namespace
+}  // namespace velor::test
