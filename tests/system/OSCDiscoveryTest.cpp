@@ -49,9 +49,9 @@ class OSCDiscovery : public testing::Test {
     all.insert(all.end(), bus.begin(), bus.end());
     return all;
   }
-  VelorProcess velorAt(const std::string& port, std::vector<std::string> more = {}) const {
-    std::vector<std::string> arguments = {"--headless", "--osc-port", port, "--osc-allow",
-                                          "127.0.0.1"};
+  VelorProcess velorAt(const std::string& port,
+                       const std::vector<std::string>& more = {"--osc-allow", "127.0.0.1"}) const {
+    std::vector<std::string> arguments = {"--headless", "--osc-port", port};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return VelorProcess(arguments, environment());
   }
@@ -161,9 +161,11 @@ TEST_F(OSCDiscovery, PeersSeePortAndUIDOfEachRunAndNothingAfterItsEndHoweverItEn
 TEST_F(OSCDiscovery, ASecondProgramIsToldOfTheFirstAndNoneTellsItself) {
   const std::string ports[2] = {freePort(), freePort()};
   const OSCDump behindSecond;
-  VelorProcess first = velorAt(ports[0]);
+  // It obeys nobody: the state of the second would stop it.
+  VelorProcess first = velorAt(ports[0], {"--play"});
   const std::string record = waitForService("Velor-OSC", ports[0]);
-  VelorProcess second = velorAt(ports[1], {"--osc-target", "127.0.0.1:" + behindSecond.port()});
+  VelorProcess second = velorAt(
+      ports[1], {"--osc-allow", "127.0.0.1", "--osc-target", "127.0.0.1:" + behindSecond.port()});
   EXPECT_NE(waitForService("Velor-OSC #2", ports[1]), record);
   // Each finds both, itself too, and hears where they are.
   for (const VelorProcess* each : {&first, &second}) {
@@ -173,10 +175,8 @@ TEST_F(OSCDiscovery, ASecondProgramIsToldOfTheFirstAndNoneTellsItself) {
   }
   EXPECT_EQ(connectionsTo(first, ports[1]), 1U) << first.log();
   EXPECT_EQ(connectionsTo(second, ports[0]), 1U) << second.log();
-  // Its state is a command to the second, which tells its own target.
-  const std::size_t before = behindSecond.seen().size();
-  sendOSC(ports[0], "/velor/transport/play", "1");
-  behindSecond.waitForLine("/velor/transport/play f 1.000000", before);
+  // The first one's state is a command to the second, which tells its own target.
+  behindSecond.waitForLine("/velor/transport/play f 1.000000");
   EXPECT_EQ(first.end(SIGTERM), 0);
   EXPECT_EQ(second.end(SIGTERM), 0);
   EXPECT_EQ(connectionsTo(first, ports[0]), 0U) << first.log();
