@@ -64,7 +64,6 @@ class JackLibrary {
   X(jack_port_register)                  \
   X(jack_port_unregister)                \
   X(jack_port_uuid)                      \
-  X(jack_set_buffer_size)                \
   X(jack_set_error_function)             \
   X(jack_set_graph_order_callback)       \
   X(jack_set_info_function)              \

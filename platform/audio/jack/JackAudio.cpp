@@ -2,17 +2,12 @@
 #include "platform/audio/jack/JackAudio.h"
 
 #include <algorithm>
-#include <bit>
 #include <utility>
 
 #include "platform/host/Log.h"
 
 namespace velor::audio {
 namespace {
-
-// What any driver takes.
-constexpr std::uint32_t kSmallestPeriod = 16;
-constexpr std::uint32_t kLargestPeriod = 8192;
 
 bool isSame(const AudioDeviceDescription::Side& a, const AudioDeviceDescription::Side& b) {
   return a.streams.empty() == b.streams.empty() &&
@@ -95,16 +90,6 @@ OSStatus JackAudio::translateTime(AudioObjectID device, const AudioTimeStamp& in
                            return entry.load(std::memory_order_relaxed) == device;
                          });
   return isPresent ? status : kAudioHardwareBadDeviceError;
-}
-
-// All devices of a server have one period.
-void JackAudio::requestBufferFrames(AudioObjectID, std::uint32_t frames) {
-  const std::uint32_t wanted = std::bit_ceil(std::clamp(frames, kSmallestPeriod, kLargestPeriod));
-  mQueue.async([this, wanted] {
-    if (mJack->client() != nullptr) {
-      mJack->library().jack_set_buffer_size(mJack->client(), wanted);
-    }
-  });
 }
 
 // --- devices, on mQueue ---

@@ -37,7 +37,9 @@ class JackAudio final : public AudioOutside, private jack::JackParticipant {
                                           void* refCon) override;
   OSStatus translateTime(AudioObjectID device, const AudioTimeStamp& in,
                          AudioTimeStamp& out) noexcept override;
-  void requestBufferFrames(AudioObjectID device, std::uint32_t frames) override;
+  /// Nothing is granted: all clients of a server share its period, and whoever set it up
+  /// chose it for all of them.
+  void requestBufferFrames(AudioObjectID, std::uint32_t) override {}
   std::string description() override { return mJack->description(); }
 
  private:

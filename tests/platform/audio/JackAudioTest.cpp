@@ -20,6 +20,7 @@
 #include "platform/midi/builtin/MIDIObjectTable.h"
 #include "platform/midi/jack/JackMIDI.h"
 #include "tests/support/JackCable.h"
+#include "tests/support/JackPeer.h"
 #include "tests/support/Servers.h"
 
 namespace velor::audio {
@@ -433,7 +434,7 @@ TEST(JackAudioBesideMIDI, OneClientCarriesBothAndEitherMayEndFirst) {
   }
 }
 
-TEST(JackAudioChanges, APeriodThatIsAskedForIsGrantedAndTold) {
+TEST(JackAudioChanges, APeriodThatAnotherClientSetsIsToldAndItIsNotOursToSet) {
   test::JackServer server;
   server.enter();
   server.start();
@@ -443,12 +444,17 @@ TEST(JackAudioChanges, APeriodThatIsAskedForIsGrantedAndTold) {
   audio.start(inside);
   const auto device = inside.find("system");
   ASSERT_TRUE(device.has_value());  // what is there at once is told at once
-  for (const std::uint32_t period : {512U, 2048U}) {
-    audio.requestBufferFrames(device->id, period);
-    EXPECT_TRUE(test::waitFor(
-        5, [&] { return inside.find("system")->description.bufferFrames == period; }));
+  test::JackPeer other("Other");
+  other.activate();
+  for (const int period : {512, 2048}) {
+    other.setPeriod(period);
+    EXPECT_TRUE(test::waitFor(5, [&] {
+      return inside.find("system")->description.bufferFrames == static_cast<std::uint32_t>(period);
+    }));
   }
-  audio.stop();
+  audio.requestBufferFrames(device->id, 512);
+  audio.stop();  // behind all that was asked
+  EXPECT_EQ(other.captureLatency("system:capture_1"), 2048);
 }
 
 TEST(JackAudioChanges, TheRateAndPeriodOfALivePipeWireAreToldWhileItPlays) {
