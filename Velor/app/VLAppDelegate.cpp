@@ -510,6 +510,8 @@ void VLAppDelegate::smpteFormatChanged() {
       time->setType(format);
     }
     self.mMarkers.setType(format);
+    // A format that fits what comes in ends the status of the wrong one, unannounced.
+    self.showStatus();
     KVNotificationCenter::defaultCenter().post(VLChangedTimecodeType, format);
   });
 }

@@ -217,7 +217,7 @@ class VLAppDelegate final : public KVObservable,
   std::vector<std::shared_ptr<KVSMPTETime>> mStartTimes;  // the last on top
   bool _disableMTCLoopCheck = false;
   qt::UndoManager mUndoManager;
-  VLMarkers mMarkers{mUndoManager};
+  VLMarkers mMarkers{mUndoManager, mClock.smpteFormat()};
   VLApplicationState mState{*this};
   std::string mOpenError;
   std::unique_ptr<host::Queue> mBackground;  // while settings are read

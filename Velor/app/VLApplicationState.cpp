@@ -174,12 +174,6 @@ void VLApplicationState::decodeMarkers(store::KeyedUnarchiver& coder) {
   }
   std::erase(*markers, nullptr);
   const auto selection = coder.decodeString(Keys::kSelection).value_or("");
-  // A clock that runs keeps its format, and the markers must be of it.
-  for (const auto& marker : *markers) {
-    if (marker->isValid()) {
-      marker->time()->setType(mApp.clock().smpteFormat());
-    }
-  }
   const std::size_t count = markers->size();
   mApp.markers().setMarkers(std::move(*markers));
   mApp.markers().controller().setSelectionIndexes(IndexSetString::indexesOf(selection, count));

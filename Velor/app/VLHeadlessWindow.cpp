@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/app/VLHeadlessWindow.h"
 
-#include <cstdio>
 #include <utility>
 
-#include "Velor/app/VLPortNames.h"
+#include "Velor/app/VLStandardError.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
 
@@ -27,14 +26,13 @@ void VLHeadlessWindow::presentAlert(const VLAlert& alert, VLAlert::Answer answer
   const std::string& button = isDefault ? alert.defaultButton : alert.otherButton;
   VELOR_LOG_WARNING("%s %s: %s", alert.title.c_str(), alert.message.c_str(), button.c_str());
   mNotice(alert.title + ": " + button);
-  std::fprintf(stderr, "velor: %s: %s\n", VLPrintable(alert.message).c_str(),
-               VLPrintable(button).c_str());
+  VLStandardError::tell(alert.message + ": " + button);
   host::current().mainQueue().async([answer = std::move(answer), isDefault] { answer(isDefault); });
 }
 
 void VLHeadlessWindow::presentError(const std::string& text) {
   VELOR_LOG_ERROR("%s", text.c_str());
-  std::fprintf(stderr, "velor: %s\n", VLPrintable(text).c_str());
+  VLStandardError::tell(text);
 }
 
 void VLHeadlessWindow::replyToApplicationShouldTerminate(bool terminate) {

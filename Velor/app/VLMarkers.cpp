@@ -18,6 +18,10 @@ std::string stepName(const char* verb, const VLMarkers::Markers& markers) {
 }  // namespace
 
 void VLMarkers::insertMarkers(const Markers& markers, const std::set<std::size_t>& indexes) {
+  // Those that an undo brings back may be of the format before.
+  for (const auto& each : markers) {
+    takeOver(*each);
+  }
   willChangeValueForKey("markers");
   auto marker = markers.begin();
   Markers all;
@@ -79,7 +83,16 @@ void VLMarkers::addMarker(const std::shared_ptr<KVSMPTETime>& time) {
   mController.addObject(VLMarker::initWithTime(time, "Marker " + std::to_string(mNumber)));
 }
 
+void VLMarkers::takeOver(VLMarker& marker) const {
+  if (marker.isValid() && marker.time()->type() != mType) {
+    marker.time()->setType(mType);
+  }
+}
+
 void VLMarkers::setMarkers(Markers markers) {
+  for (const auto& marker : markers) {
+    takeOver(*marker);
+  }
   willChangeValueForKey("markers");
   mMarkers = std::move(markers);
   mController.contentChanged();
@@ -87,10 +100,9 @@ void VLMarkers::setMarkers(Markers markers) {
 }
 
 void VLMarkers::setType(std::uint32_t format) {
+  mType = format;
   for (const auto& marker : mController.arrangedObjects()) {
-    if (marker->time()->valid()) {
-      marker->time()->setType(format);
-    }
+    takeOver(*marker);
   }
   mController.rearrangeObjects();
 }

@@ -14,14 +14,15 @@
 
 namespace velor {
 
-/// The markers of the document: edits, which can be undone, and look-ups by time, which
-/// pass over markers whose time is not known.
+/// The markers of the document, all of one format: edits, which can be undone, and
+/// look-ups by time, which pass over markers whose time is not known.
 ///
 /// Observable: "markers". Queue: main.
 class VLMarkers final : public KVObservable, public VLMarkerList {
  public:
-  explicit VLMarkers(qt::UndoManager& undoManager)
-      : mUndoManager(undoManager), mSelf(this, [](VLMarkers*) {}) {}
+  /// `format` is a format code.
+  VLMarkers(qt::UndoManager& undoManager, std::uint32_t format)
+      : mUndoManager(undoManager), mType(format), mSelf(this, [](VLMarkers*) {}) {}
 
   VLMarkerController& controller() noexcept { return mController; }
   const VLMarkerController& controller() const noexcept { return mController; }
@@ -47,8 +48,10 @@ class VLMarkers final : public KVObservable, public VLMarkerList {
 
  private:
   Markers findableMarkers(const KVSMPTETime& time) const;
+  void takeOver(VLMarker& marker) const;
 
   qt::UndoManager& mUndoManager;
+  std::uint32_t mType;
   Markers mMarkers;
   VLMarkerController mController{*this};
   std::size_t mNumber = 0;  // of the last one that was named; 0: none yet

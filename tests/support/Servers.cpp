@@ -180,8 +180,6 @@ std::vector<std::string> JackServer::environment() const {
 std::vector<std::string> PipeWireServer::environment() const {
   return {"XDG_RUNTIME_DIR=" + mFolder.path().string(),
           "PIPEWIRE_RUNTIME_DIR=" + mFolder.path().string(),
-          "XDG_CONFIG_HOME=" + mFolder.path().string() + "/config",
-          "XDG_STATE_HOME=" + mFolder.path().string() + "/state",
           "DBUS_SESSION_BUS_ADDRESS=unix:path=" + mFolder.path().string() + "/bus",
           "JACK_NO_START_SERVER=1",
           "JACK_DEFAULT_SERVER=velor-test-none"};  // the other library finds nothing
@@ -189,7 +187,9 @@ std::vector<std::string> PipeWireServer::environment() const {
 
 void PipeWireServer::start() {
   const std::string log = mFolder.path().string() + "/pipewire.log";
-  const auto all = environment();
+  auto all = environment();
+  all.push_back("XDG_CONFIG_HOME=" + mFolder.path().string() + "/config");
+  all.push_back("XDG_STATE_HOME=" + mFolder.path().string() + "/state");
   mBus = Process({"dbus-daemon", "--session", "--nofork", "--nopidfile",
                   "--address=unix:path=" + mFolder.path().string() + "/bus"},
                  all, log);

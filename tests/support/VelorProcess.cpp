@@ -23,11 +23,18 @@ std::string contentOf(const std::string& path) {
 
 }  // namespace
 
+std::vector<std::string> VelorFolders(const TemporaryFolder& folder) {
+  const std::string path = folder.path().string();
+  return {"XDG_DATA_HOME=" + path + "/data", "XDG_CONFIG_HOME=" + path + "/config",
+          "XDG_STATE_HOME=" + path + "/state"};
+}
+
 VelorProcess::VelorProcess(std::vector<std::string> arguments,
                            std::vector<std::string> environment) {
   arguments.insert(arguments.begin(), VELOR_PROGRAM);
   // The test's own settings come last, so that a caller's folder wins.
-  environment.insert(environment.begin(), "XDG_STATE_HOME=" + mFolder.path().string() + "/state");
+  const auto folders = VelorFolders(mFolder);
+  environment.insert(environment.begin(), folders.begin(), folders.end());
   mProcess = Process(arguments, environment, mFolder.path().string() + "/out",
                      mFolder.path().string() + "/err");
 }
@@ -59,7 +66,9 @@ VelorOnTerminal::VelorOnTerminal(unsigned short columns, std::vector<std::string
   if (mId != 0) {
     return;
   }
-  putenv(strdup(("XDG_STATE_HOME=" + mFolder.path().string()).c_str()));
+  for (const std::string& entry : VelorFolders(mFolder)) {
+    putenv(strdup(entry.c_str()));
+  }
   for (const std::string& entry : environment) {
     putenv(strdup(entry.c_str()));
   }

@@ -8,6 +8,9 @@
 
 namespace velor::test {
 
+/// The variables by which the program keeps all that it keeps in this folder.
+std::vector<std::string> VelorFolders(const TemporaryFolder& folder);
+
 /// The program, started with these arguments, with folders of its own.
 class VelorProcess {
  public:

@@ -72,7 +72,9 @@ TEST(BadInput, IsOneClearLineAndTheStatus2AndNothingIsSent) {
       {{"--ltc-in", "velor.loopback:1", "--freewheel", "-2"}, {"--freewheel", "-1 to 86400"}},
       {{"--freewheel", "1"}, {"--freewheel", "--ltc-in"}},
       {{"--no-such-option"}, {"--no-such-option"}},
-      {{"stray"}, {"stray"}},
+      {{"stray", "too"}, {"too"}},
+      {{"stray", "--recover"}, {"FILE", "--recover"}},
+      {{"--recover"}, {"--recover", "no run was cut off"}},
   };
   for (const Case& c : cases) {
     std::vector<std::string> arguments = {"--headless", "--play"};

@@ -260,23 +260,41 @@ TEST(HeadlessChase, TheStatusLineTellsArmedChasingTheWrongFormatAndALoop) {
     ASSERT_TRUE(velor.readUntil("01:00:00:10", 5)) << velor.text();
     ASSERT_TRUE(velor.readUntil("25  chasing", 5)) << velor.text();
     sendStream(sender, 0, wireFormat("30"), {1, 0, 0, 0}, end + 48000, 20);
-    ASSERT_TRUE(velor.readUntil("armed, wrong format: 30 comes in", 5)) << velor.text();
+    ASSERT_TRUE(
+        velor.readUntil("velor: The clock receives MTC on Sender:out at 30 fps, which does "
+                        "not match the currently set format of 25 fps: Cancel",
+                        5))
+        << velor.text();
+    ASSERT_TRUE(velor.readUntil("25  stopped", 5)) << velor.text();
     EXPECT_EQ(velor.end(SIGINT), 0);
     // What it relayed came to the console and out of it, but nobody listened there.
-    EXPECT_EQ(velor.text().find("LOOP"), std::string::npos);
+    EXPECT_EQ(velor.text().find("Loop"), std::string::npos);
   }
   {
     VelorOnTerminal velor(
         150, {"--headless", "--sync-source", "Console:out", "--arm", "--mtc-out", "Console:in"},
         server.environment());
-    EXPECT_TRUE(velor.readUntil("LOOP Console:in > Console:out", 5)) << velor.text();
+    EXPECT_TRUE(velor.readUntil("MIDI/MTC Loop detected!: Disable Console:in", 5)) << velor.text();
     EXPECT_EQ(velor.end(SIGINT), 0);
   }
-  VelorProcess velor({"--headless", "--sync-source", "Console:out", "--mtc-out", "Console:in"},
-                     server.environment());
+  {
+    VelorOnTerminal velor(
+        150,
+        {"--headless", "--format", "25", "--sync-source", "Sender:out", "--arm", "--auto-format"},
+        server.environment());
+    ASSERT_TRUE(velor.readUntil("25  armed", 5)) << velor.text();
+    sendStream(sender, 0, wireFormat("30"), {1, 0, 0, 0}, sender.frameNow() + 9600, 30);
+    EXPECT_TRUE(velor.readUntil("30  chasing", 5)) << velor.text();
+    EXPECT_EQ(velor.end(SIGINT), 0);
+  }
+  VelorProcess velor(
+      {"--headless", "--sync-source", "Console:out", "--mtc-out", "Console:in", "--ignore-loops"},
+      server.environment());
   ASSERT_TRUE(waitFor(5, [&] { return !velor.errors().empty(); }));
-  EXPECT_EQ(velor.errors(),
-            "velor: MTC loop: what is sent to Console:in comes back from Console:out\n");
+  EXPECT_EQ(
+      velor.errors(),
+      "velor: There appears to be a MIDI loop between \"Console:out\" and \"Console:in\". For "
+      "correct operation \"Console:in\" should not be a MTC Destination: Proceed anyway\n");
   EXPECT_EQ(velor.end(SIGTERM), 0);
 }
 

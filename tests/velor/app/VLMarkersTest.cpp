@@ -96,7 +96,7 @@ TEST_F(VLMarkersTest, EachEditIsAStepWithItsNameAndItsOpposite) {
 
 TEST_F(VLMarkersTest, AFormatKeepsTheirRealTimesAndAnUnknownTimeIsPassedOver) {
   addAt("00:00:10:20");
-  addAt("00:00:20:10");
+  addAt("00:00:20:00");
   app().markers().insertMarkers({VLMarker::initWithTime(std::make_shared<KVSMPTETime>(), "lost")},
                                 {1});
   controller().arrangedObjects()[0]->time()->timeStamp().mFlags = 0;
@@ -104,13 +104,19 @@ TEST_F(VLMarkersTest, AFormatKeepsTheirRealTimesAndAnUnknownTimeIsPassedOver) {
   EXPECT_FALSE(controller().arrangedObjects()[0]->setTimecodeString("half past"));
   clock().setSmpteFormat(kSMPTETimeType30);
   EXPECT_EQ(controller().arrangedObjects()[0]->timecodeString(), "00:00:10:24");
-  EXPECT_EQ(controller().arrangedObjects()[1]->timecodeString(), "00:00:20:12");
+  EXPECT_EQ(controller().arrangedObjects()[1]->timecodeString(), "00:00:20:00");
+  controller().setSelectionIndexes({0});
+  app().deleteMarkers();
+  clock().setSmpteFormat(kSMPTETimeType25);
+  undoManager().undo();
+  EXPECT_EQ(controller().arrangedObjects()[0]->timecodeString(), "00:00:10:20");
+  clock().setSmpteFormat(kSMPTETimeType30);
   goTo("00:00:00:00");
   app().gotoNextMarker();
   EXPECT_EQ(now(), "00:00:10:24");
   app().gotoNextMarker();
   app().gotoNextMarker();
-  EXPECT_EQ(now(), "00:00:20:12");
+  EXPECT_EQ(now(), "00:00:20:00");
 }
 
 }  // namespace

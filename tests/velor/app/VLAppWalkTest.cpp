@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: MIT
+// Hours of everything that a user, a network and the machines around can do to the
+// application, at random, against the few rules that always hold.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <random>
+
+#include "tests/velor/app/AppFixture.h"
+#include "tests/velor/osc/OSCFixture.h"
+
+namespace velor {
+namespace {
+
+constexpr std::uint16_t kPort = 7770;
+constexpr std::uint64_t kSecond = 1'000'000'000;
+constexpr int kSteps = 3000;
+
+class VLAppWalk : public AppFixture, public testing::WithParamInterface<std::uint64_t> {
+ protected:
+  VLAppWalk() : mRandom(GetParam()) {
+    launch();
+    const auto entry = VLOSCHostFilterEntry::initWithAddress("10.0.0.5", {});
+    entry->setEnabled(true);
+    app().server().addHostFilterObject(entry);
+    EXPECT_TRUE(app().server().startUdPServerAtPort(kPort));
+    addDeck();
+    appear("desk");
+  }
+
+  std::uint64_t draw(std::uint64_t below) { return mRandom() % below; }
+  bool drawn() { return draw(2) == 0; }
+  SMPTETime drawTime() {
+    SMPTETime time{};
+    time.mType = clock().smpteFormat();
+    ltc_set_time(time, static_cast<std::int32_t>(draw(3)), static_cast<std::int32_t>(draw(2)),
+                 static_cast<std::int32_t>(draw(60)), static_cast<std::int32_t>(draw(24)));
+    return time;
+  }
+  void addDeck() { mDecks.push_back(addSource("deck " + std::to_string(++mNamed))); }
+  std::shared_ptr<KVMIDIEndpoint> drawDeck() {
+    return mDecks.empty() || draw(5) == 0 ? nullptr : mDecks[draw(mDecks.size())];
+  }
+  void osc(const char* address, float value) {
+    mNetwork.arrive(*SocketAddress::fromText("10.0.0.5", 50'000),
+                    SocketAddress::wildcard(AF_INET, kPort), oscMessage(address, value));
+  }
+
+  void play() {
+    if (!clock().running()) {
+      mStored = {app().syncSource(), clock().armed()};
+    }
+    app().play();
+  }
+
+  void act() {
+    const bool wasRolling = clock().status() == VLClockRolling;
+    doOne();
+    mHost.settle();
+    // Before an answer can end the arming.
+    checkPutBack(wasRolling);
+    answerQuestions();
+    mHost.settle();
+  }
+
+  void doOne() {
+    switch (draw(22)) {
+      case 0:
+      case 1:
+        play();
+        break;
+      case 2:
+        app().stop();
+        break;
+      case 3:
+        app().arm();
+        break;
+      case 4:
+        app().setSyncSource(drawDeck());
+        break;
+      case 5:
+        addDeck();
+        break;
+      case 6:
+        if (!mDecks.empty()) {
+          const auto gone = mDecks.begin() + static_cast<std::ptrdiff_t>(draw(mDecks.size()));
+          mOutside->vanish((*gone)->endpoint());
+          mDecks.erase(gone);
+        }
+        break;
+      case 7: {
+        constexpr std::array<std::uint32_t, 5> kFormats{kSMPTETimeType24, kSMPTETimeType25,
+                                                        kSMPTETimeType2997Drop, kSMPTETimeType30,
+                                                        kSMPTETimeType2398};
+        clock().setSmpteFormat(kFormats[draw(kFormats.size())]);
+        break;
+      }
+      case 8:
+        EXPECT_TRUE(app().saveApplicationStateToURL(mFolder.path() / drawDocument()));
+        break;
+      case 9:
+        app().loadApplicationStateFromURL(mFolder.path() / drawDocument());
+        break;
+      case 10:
+        command();
+        break;
+      case 11:
+      case 12:
+        if (const auto deck = drawDeck()) {
+          playBlocks(*deck, 1 + static_cast<int>(draw(4)), 5, static_cast<unsigned>(draw(4)));
+        }
+        break;
+      case 13:
+        app().addMarker();
+        break;
+      case 14:
+        app().moveToMarker(drawn() ? 99 : 101);
+        break;
+      case 15:
+        app().markers().controller().setSelectionIndexes({draw(4), draw(4)});
+        app().deleteMarkers();
+        break;
+      case 16:
+        drawn() ? app().undoManager().undo() : app().undoManager().redo();
+        break;
+      case 17:
+        app().setCurrentTime(KVSMPTETime::smpteTimeWithTime(drawTime()));
+        break;
+      case 18:
+        clock().setStopTime(drawTime());
+        clock().setLoopStartTime(drawTime());
+        clock().setLoopEndTime(drawTime());
+        clock().setPlaybackMode(
+            std::array{VLPlayModeNormal, VLPlayModeStop, VLPlayModeLoop}[draw(3)]);
+        break;
+      case 19:
+        mView->setSmpteOffset(drawTime());
+        mView->delegate()->offsetDidChange(*mView);
+        break;
+      case 20:
+        changeDevices();
+        break;
+      default:
+        mHost.advance((1 + draw(120)) * kSecond);
+        break;
+    }
+  }
+
+  const char* drawDocument() { return std::array{"a.velor", "b.velor", "c.velor"}[draw(3)]; }
+
+  void command() {
+    switch (draw(6)) {
+      case 0:
+        if (!clock().running()) {
+          mStored = {app().syncSource(), clock().armed()};
+        }
+        osc("/velor/transport/play", 1);
+        break;
+      case 1:
+        osc("/velor/transport/stop", 1);
+        break;
+      case 2:
+        osc("/velor/speed", static_cast<float>(draw(5)) - 2);
+        break;
+      case 3:
+        osc("/velor/marker/goto", drawn() ? 1 : -1);
+        break;
+      case 4:
+        osc("/velor/marker/add", 1);
+        break;
+      default:
+        osc("/velor/preroll", static_cast<float>(draw(2)));
+        break;
+    }
+    mHost.settle();
+  }
+
+  void changeDevices() {
+    if (manager().devices().size() < 2) {
+      manager().createGenerator();
+    } else {
+      manager().removeDevicesAtIndexes({draw(2)});
+    }
+    mHost.settle();
+    for (const auto& destination : manager().destinations()) {
+      destination->setEnable(drawn());
+    }
+  }
+
+  void answerQuestions() {
+    mHost.settle();
+    for (auto& [alert, answer] : std::exchange(mWindow->alerts, {})) {
+      answer(drawn());
+    }
+  }
+
+  void check() {
+    const VLClockStatus status = clock().status();
+    const std::array kLegal{VLClockStopped, VLClockRolling, VLClockArmed, VLClockChasing,
+                            VLClockArmedWrongFormat};
+    ASSERT_NE(std::find(kLegal.begin(), kLegal.end(), status), kLegal.end()) << status;
+    for (const auto& marker : app().markers().markers()) {
+      if (marker->isValid()) {
+        ASSERT_EQ(marker->time()->type(), clock().smpteFormat());
+      }
+    }
+    ASSERT_EQ(mView->clockStatus(), status);
+    ASSERT_EQ(mView->mainCounterIsEditable(), !clock().running());
+    if (app().syncSource() == nullptr) {
+      ASSERT_FALSE(status == VLClockChasing);
+    }
+  }
+
+  // What a play took away is back when the clock has stopped.
+  void checkPutBack(bool wasRolling) {
+    if (!wasRolling || clock().status() == VLClockRolling || !mStored) {
+      return;
+    }
+    const std::shared_ptr<KVMIDIEndpoint> source = mStored->first;
+    const bool armed = mStored->second;
+    mStored.reset();
+    const bool isThere =
+        source != nullptr && std::any_of(mDecks.begin(), mDecks.end(), [&source](const auto& deck) {
+          return deck->isEqual(*source);
+        });
+    ASSERT_EQ(app().syncSource() != nullptr, isThere);
+    ASSERT_EQ(clock().armed(), isThere && armed);
+  }
+
+  std::mt19937_64 mRandom;
+  std::vector<std::shared_ptr<KVMIDIEndpoint>> mDecks;
+  int mNamed = 0;
+  std::optional<std::pair<std::shared_ptr<KVMIDIEndpoint>, bool>> mStored;
+};
+
+TEST_P(VLAppWalk, NoOrderOfEventsLeavesTheRules) {
+  for (int step = 0; step < kSteps; ++step) {
+    act();
+    check();
+    if (HasFatalFailure()) {
+      FAIL() << "at step " << step;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(, VLAppWalk, testing::Range<std::uint64_t>(1, 7));
+
+}  // namespace
+}  // namespace velor
