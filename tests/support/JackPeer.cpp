@@ -62,6 +62,21 @@ void JackPeer::playAudio(const std::string& name, std::vector<float> samples) {
   mTape = std::move(samples);
 }
 
+void JackPeer::recordClock(double seconds) {
+  constexpr int kSmallestPeriod = 64;
+  mCycles.resize(static_cast<std::size_t>(seconds * sampleRate() / kSmallestPeriod));
+}
+
+double JackPeer::clockDrift(std::uint64_t frame) const {
+  const auto end = mCycles.begin() + static_cast<std::ptrdiff_t>(mCycleCount.load());
+  auto cycle = std::upper_bound(mCycles.begin(), end, frame,
+                                [](std::uint64_t f, const Cycle& each) { return f < each.frame; });
+  cycle -= cycle == mCycles.begin() ? 0 : 1;
+  const Cycle& first = mCycles.front();
+  return static_cast<double>(cycle->time - first.time) * sampleRate() / 1e6 -
+         static_cast<double>(cycle->frame - first.frame);
+}
+
 std::vector<float> JackPeer::recordedAudio() const {
   return {mAudio.begin(), mAudio.begin() + static_cast<std::ptrdiff_t>(mAudioEnd.load())};
 }
@@ -142,6 +157,17 @@ void JackPeer::process(jack_nframes_t frames) {
   mLastFrame = now;
   mCycleHostTime.store(hostNow());
   mCycleFrame.store(start);
+
+  const std::size_t cycle = mCycleCount.load(std::memory_order_relaxed);
+  if (cycle < mCycles.size()) {
+    jack_nframes_t frame = 0;
+    jack_time_t time = 0;
+    jack_time_t next = 0;
+    float length = 0;
+    mJack->jack_get_cycle_times(mClient, &frame, &time, &next, &length);
+    mCycles[cycle] = {start, time};
+    mCycleCount.store(cycle + 1, std::memory_order_release);
+  }
 
   for (jack_port_t* output : mOutputs) {
     mJack->jack_midi_clear_buffer(mJack->jack_port_get_buffer(output, frames));

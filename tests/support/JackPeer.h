@@ -38,6 +38,9 @@ class JackPeer : public JackTestClient {
   /// gives, which is to be ahead. Before `activate`.
   void playAudio(const std::string& name, std::vector<float> samples);
   void playFrom(std::uint64_t frame) { mPlayStart.store(frame); }
+  /// Records the server's time of each cycle, for so many seconds at the most. Before
+  /// `activate`.
+  void recordClock(double seconds);
   /// What comes to the input goes to the output in the same cycle, like a cable;
   /// nothing is sent there by `sendAt` then. Before `activate`.
   void forward(int input, int output) { mForward = {input, output}; }
@@ -62,6 +65,10 @@ class JackPeer : public JackTestClient {
   std::vector<float> recordedAudio() const;
   std::size_t recordedAudioCount() const { return mAudioEnd.load(); }
   std::uint64_t audioStart() const { return mAudioStart.load(); }
+
+  /// How much later than by its frames since the first cycle the recorded cycle came that
+  /// holds the frame, in samples, by the server's own time.
+  double clockDrift(std::uint64_t frame) const;
 
   /// The frame at which the next cycle begins, about.
   std::uint64_t frameNow() const { return mCycleFrame.load(); }
@@ -96,6 +103,12 @@ class JackPeer : public JackTestClient {
   std::vector<float> mAudio;
   std::atomic<std::uint64_t> mAudioStart{0};
   std::atomic<std::size_t> mAudioEnd{0};
+  struct Cycle {
+    std::uint64_t frame;
+    std::uint64_t time;  // us, the server's
+  };
+  std::vector<Cycle> mCycles;
+  std::atomic<std::size_t> mCycleCount{0};
   jack_port_t* mAudioOutput = nullptr;
   std::vector<float> mTape;
   std::atomic<std::uint64_t> mPlayStart{UINT64_MAX};
