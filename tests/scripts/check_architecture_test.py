@@ -146,7 +146,20 @@ class CheckArchitecture(unittest.TestCase):
                 self.assertEqual((status, len(lines)), (1, 1), lines)
                 self.assertTrue(lines[0].startswith(finding), lines)
 
+    def test_what_a_source_has_on_top_is_left_to_its_compiler(self):
+        leaning = SPDX + "#pragma once\nclass App {\n  std::string mName;\n};\n"
+        through = SPDX + '#pragma once\n#include "Velor/app/App.h"\nclass Main {};\n'
+        top = SPDX + '#include "Velor/app/Main.h"\nint main() {}\n'
+        lower = SPDX + '#include <string>\n#include "Velor/app/Main.h"\nint main() {}\n'
+        self.write({"Velor/app/App.h": leaning, "Velor/app/Main.h": through, "Velor/app/main.cpp": top})
+        self.assertEqual(self.check()[0], 0)
+        self.write({"Velor/app/main.cpp": lower})
+        status, lines = self.check()
+        self.assertEqual((status, [line.split(":")[0] for line in lines]), (1, ["Velor/app/App.h", "Velor/app/Main.h"]))
+
     def test_what_was_remembered_of_a_header_ends_with_a_change_below_it(self):
+        for source in ("Velor/app/main.cpp", "platform/midi/builtin/BuiltinMIDI.cpp"):
+            self.write({source: CLEAN[source].replace("#include", "#include <cstdint>\n#include", 1)})
         self.assertEqual(self.check()[0], 0)
         self.write({"platform/midi/MIDIService.h": SPDX + "#pragma once\nclass MIDIService final {};\n"})
         status, lines = self.check()
