@@ -3,9 +3,31 @@
 # binary, a fuzz target, a benchmark.
 
 find_program(VELOR_CCACHE ccache)
-if(VELOR_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+if(VELOR_CCACHE AND NOT VELOR_ANALYSE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${VELOR_CCACHE})
 endif()
+
+if(VELOR_ANALYSE)
+  if(NOT CMAKE_CXX_CLANG_TIDY)
+    message(FATAL_ERROR "VELOR_ANALYSE leaves the libraries to CMAKE_CXX_CLANG_TIDY, which is empty")
+  endif()
+  # Nothing of such a build is run, so nothing is generated: an empty object or
+  # binary says that its sources were found good. What clang-tidy reads it also
+  # compiles; beside it, only the headers are still to be told to Ninja.
+  set(CMAKE_CXX_COMPILE_OBJECT
+      "<CMAKE_CXX_COMPILER> <DEFINES> <INCLUDES> <FLAGS> -Xclang -Eonly -c <SOURCE>"
+      "${CMAKE_COMMAND} -E touch <OBJECT>")
+  set(CMAKE_CXX_CREATE_STATIC_LIBRARY "${CMAKE_COMMAND} -E touch <TARGET>")
+  set(CMAKE_CXX_LINK_EXECUTABLE "${CMAKE_COMMAND} -E touch <TARGET>")
+  set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
+endif()
+
+# For a folder and those below: Clang alone reads them, without its tidy.
+macro(velor_without_tidy)
+  set(CMAKE_CXX_CLANG_TIDY "")
+  string(REPLACE "-Xclang -Eonly -c" "-fsyntax-only" CMAKE_CXX_COMPILE_OBJECT
+                 "${CMAKE_CXX_COMPILE_OBJECT}")
+endmacro()
 
 add_library(velor_options INTERFACE)
 target_compile_options(velor_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
