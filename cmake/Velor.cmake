@@ -4,7 +4,9 @@
 
 find_program(VELOR_CCACHE ccache)
 if(VELOR_CCACHE AND NOT VELOR_ANALYSE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${VELOR_CCACHE})
+  # With precompiled headers it caches nothing unless it may trust them.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+      ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${VELOR_CCACHE})
 endif()
 
 if(VELOR_ANALYSE)
@@ -60,6 +62,15 @@ function(velor_library name)
   target_link_libraries(${name} PUBLIC velor_options ${ARG_LINKS})
 endfunction()
 
+# velor_share_test_headers(NAME): what nearly all tests include, compiled once for
+# a build. The tidy build has none, and so finds a test that does not include what
+# it uses.
+function(velor_share_test_headers name)
+  if(VELOR_TEST_PCH)
+    target_precompile_headers(${name} REUSE_FROM velor_test_support)
+  endif()
+endfunction()
+
 # velor_test(NAME SOURCES ... LINKS ... LABELS ...): a test binary, in which an
 # allocation or a log call inside a real-time scope ends the run. LABELS:
 # unit (simulated time), contract and system (real time and real servers). With
@@ -69,6 +80,7 @@ function(velor_test name)
   cmake_parse_arguments(ARG "JACK_SERVER" "" "SOURCES;LINKS;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE velor_options ${ARG_LINKS} velor_test_support)
+  velor_share_test_headers(${name})
   set(lock "")
   if(ARG_JACK_SERVER)
     set(lock RESOURCE_LOCK jack_server)
