@@ -191,13 +191,13 @@ TEST_F(OSCDiscovery, AnAnnouncedTargetIsToldAllGoesOnWithoutItsAnnouncementAndIs
   VelorProcess velor = velorAt(port);
   waitForService("Velor-OSC", port);
   const auto expectState = [&desk](bool runs, std::size_t from) {
-    std::size_t at = desk.waitForLine("/velor/speed f 0.000000", from);
-    EXPECT_EQ(desk.waitForLine(
-                  std::string("/velor/transport/play f ") + (runs ? "1" : "0") + ".000000", at),
-              at + 1);
-    at = desk.waitForLine(std::string("/velor/transport/stop f ") + (runs ? "0" : "1") + ".000000",
-                          at);
-    return at;
+    const std::size_t at = desk.waitForLine("/velor/speed f 0.000000", from);
+    EXPECT_EQ(
+        desk.waitForLine(
+            runs ? "/velor/transport/play f 1.000000" : "/velor/transport/play f 0.000000", at),
+        at + 1);
+    return desk.waitForLine(
+        runs ? "/velor/transport/stop f 0.000000" : "/velor/transport/stop f 1.000000", at);
   };
   const auto waitForTimes = [&desk](std::size_t count) {
     const std::size_t before = desk.seen().size();
