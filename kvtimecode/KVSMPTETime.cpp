@@ -24,9 +24,6 @@ constexpr std::array<KVDependency, 4> kDependencies = {{{"stringValue", "hours"}
                                                         {"stringValue", "seconds"},
                                                         {"stringValue", "frame"}}};
 
-// Stored times know it.
-constexpr std::string_view kTimestampKey = "timestamp";
-
 static_assert(std::endian::native == std::endian::little, "a stored record is little-endian");
 
 // Two fields in one word; the sign of the low one is in the high half as well.
@@ -42,7 +39,7 @@ std::optional<SMPTETime> storedTime(store::KeyedUnarchiver& coder, std::string_v
   SMPTETime time;
   if (bytes->size() != sizeof time) {
     throw store::KeyedArchiveError(
-        std::string(key), "expected a time of 24 bytes, found " + std::to_string(bytes->size()));
+        coder.pathOf(key), "expected a time of 24 bytes, found " + std::to_string(bytes->size()));
   }
   std::memcpy(&time, bytes->data(), sizeof time);
   return time;

@@ -9,4 +9,15 @@ bool KeyedRemainder::contains(std::string_view key) const {
   return mMembers != nullptr && KeyedDocument::find(mMembers->object, key) != nullptr;
 }
 
+std::vector<std::string> KeyedRemainder::keys() const {
+  std::vector<std::string> keys;
+  if (mMembers != nullptr) {
+    for (const auto& [key, value] :
+         mMembers->object.get_ref<const KeyedDocument::Json::object_t&>()) {
+      keys.push_back(key);
+    }
+  }
+  return keys;
+}
+
 }  // namespace velor::store

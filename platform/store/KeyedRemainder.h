@@ -2,8 +2,10 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace velor::store {
 
@@ -17,6 +19,8 @@ class KeyedRemainder {
 
   bool empty() const noexcept { return mMembers == nullptr; }
   bool contains(std::string_view key) const;
+  /// In their order.
+  std::vector<std::string> keys() const;
 
  private:
   friend class KeyedArchiver;

@@ -332,6 +332,11 @@ bool KeyedUnarchiver::containsValue(std::string_view key) const {
   return mState->ask(key) != nullptr;
 }
 
+std::string KeyedUnarchiver::pathOf(std::string_view key) const {
+  const KeyedPath::Scope step(mState->path, std::string(key));
+  return mState->path.text();
+}
+
 KeyedRemainder KeyedUnarchiver::remainder() const {
   const auto& [object, isAsked] = mState->scope;
   Json left = Json::object();

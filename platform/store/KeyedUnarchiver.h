@@ -46,6 +46,10 @@ class KeyedUnarchiver {
   /// True for a null, too. Counts as asking.
   bool containsValue(std::string_view key) const;
 
+  /// Where the value under the key stands, "markers[3].time", for a message about one
+  /// that has been read and is of no use.
+  std::string pathOf(std::string_view key) const;
+
   std::optional<bool> decodeBool(std::string_view key);
   std::optional<std::int32_t> decodeInt32(std::string_view key);
   std::optional<std::int64_t> decodeInt64(std::string_view key);
