@@ -28,6 +28,9 @@ class KVSMPTETime final : public KVObservable, public store::KeyedCoding {
  public:
   static constexpr std::string_view kClassName = "KVSMPTETime";
 
+  /// In archives; it must never change.
+  static constexpr std::string_view kTimestampKey = "timestamp";
+
   /// The record as it is, not normalised.
   static std::shared_ptr<KVSMPTETime> smpteTimeWithTime(const SMPTETime& time);
 

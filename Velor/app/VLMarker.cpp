@@ -18,11 +18,6 @@ namespace {
 constexpr std::array<KVDependency, 2> kDependencies = {
     {{"time", "timecodeString"}, {"timecodeString", "time"}}};
 
-// Stored markers know them.
-constexpr std::string_view kUUIDKey = "uuid";
-constexpr std::string_view kTimeKey = "time";
-constexpr std::string_view kNameKey = "name";
-
 // Whether the text holds a time, and one that is a label of the format.
 bool holdsTimeOf(std::string_view text, std::uint32_t format) {
   const auto digits = matchSMPTEPattern(text, ltc_type_is_drop(format) ? ';' : ':');

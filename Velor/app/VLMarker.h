@@ -23,6 +23,11 @@ class VLMarker final : public KVObservable, public store::KeyedCoding {
  public:
   static constexpr std::string_view kClassName = "VLMarker";
 
+  /// In archives; they must never change.
+  static constexpr std::string_view kUUIDKey = "uuid";
+  static constexpr std::string_view kTimeKey = "time";
+  static constexpr std::string_view kNameKey = "name";
+
   /// Holds a copy of the time, which is valid like every copy, and an identity of its
   /// own. KVException for no time or no name.
   static std::shared_ptr<VLMarker> initWithTime(const std::shared_ptr<KVSMPTETime>& time,

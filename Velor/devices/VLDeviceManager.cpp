@@ -25,9 +25,6 @@
 namespace velor {
 namespace {
 
-constexpr std::string_view kDestinationsKey = "destinations.manager";
-constexpr std::string_view kDevicesKey = "devices.manager";
-
 std::string displayName(const KVMIDIEndpoint& endpoint) {
   return endpoint.displayName().value_or("(null)");
 }

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <string_view>
 #include <vector>
 
 #include "Kv-Appkit/KVObservable.h"
@@ -40,6 +41,10 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   /// The unique id of the virtual destination of a media window, which gets MTC
   /// from the beginning.
   static constexpr midi::MIDIUniqueID kMediaPlaybackUniqueID = KVFourCC("mply");
+
+  /// In archives; they must never change.
+  static constexpr std::string_view kDevicesKey = "devices.manager";
+  static constexpr std::string_view kDestinationsKey = "destinations.manager";
 
   /// The manager of the process. The first call is the main thread's.
   static VLDeviceManager& sharedManager();

@@ -13,13 +13,6 @@
 #include "platform/store/KeyedUnarchiver.h"
 
 namespace velor {
-namespace {
-
-constexpr std::string_view kNameKey = "name";
-constexpr std::string_view kUniqueIDKey = "MIDIUniqueID";
-constexpr std::string_view kGeneratorKey = "generator";
-
-}  // namespace
 
 VLLTCGeneratorDevice::VLLTCGeneratorDevice(std::shared_ptr<KVLTCGenerator> generator,
                                            midi::MIDIUniqueID uniqueID)

@@ -26,6 +26,11 @@ class VLLTCGeneratorDevice final : public VLTimecodeDestinationDevice, public KV
  public:
   static constexpr std::string_view kClassName = "VLLTCGeneratorDevice";
 
+  /// In archives; they must never change.
+  static constexpr std::string_view kNameKey = "name";
+  static constexpr std::string_view kUniqueIDKey = "MIDIUniqueID";
+  static constexpr std::string_view kGeneratorKey = "generator";
+
   /// On the default output, with an input of this name. Raises KVException "err" where
   /// one of the services fails.
   static std::shared_ptr<VLLTCGeneratorDevice> initWithMIDIClient(midi::MIDIClientRef client,

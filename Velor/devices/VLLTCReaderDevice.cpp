@@ -20,12 +20,6 @@
 namespace velor {
 namespace {
 
-// Stored setups know them.
-constexpr std::string_view kFreewheelTimeKey = "freewheeltime";
-constexpr std::string_view kReaderKey = "reader";
-constexpr std::string_view kNameKey = "name";
-constexpr std::string_view kUniqueIDKey = "MIDIUniqueID";
-
 constexpr std::array<KVDependency, 2> kDependencies = {
     {{"channelNames", "audioObjectId"}, {"channel", "audioObjectId"}}};
 

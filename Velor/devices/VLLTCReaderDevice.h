@@ -35,6 +35,12 @@ class VLLTCReaderDevice final : public VLReaderDevice,
  public:
   static constexpr std::string_view kClassName = "VLLTCReaderDevice";
 
+  /// In archives; they must never change.
+  static constexpr std::string_view kFreewheelTimeKey = "freewheeltime";
+  static constexpr std::string_view kReaderKey = "reader";
+  static constexpr std::string_view kNameKey = "name";
+  static constexpr std::string_view kUniqueIDKey = "MIDIUniqueID";
+
   /// Reads from the default input; `endpoint` is a virtual source, for this device alone.
   static std::shared_ptr<VLLTCReaderDevice> initWithEndpoint(
       std::shared_ptr<KVMIDIEndpoint> endpoint);

@@ -9,8 +9,6 @@
 namespace velor {
 namespace {
 
-constexpr std::string_view kEndpointKey = "endpoint";
-
 // Keeps the hash of a device apart from that of its endpoint.
 constexpr std::uint64_t kHashMark = 0xB16D1C5;
 

@@ -12,6 +12,9 @@ class VLMIDIEndpointDevice : public VLDevice {
  public:
   static constexpr std::string_view kClassName = "VLMIDIEndpointDevice";
 
+  /// In archives; it must never change.
+  static constexpr std::string_view kEndpointKey = "endpoint";
+
   static std::shared_ptr<VLMIDIEndpointDevice> deviceWithMIDIEndpoint(
       std::shared_ptr<KVMIDIEndpoint> endpoint);
   explicit VLMIDIEndpointDevice(std::shared_ptr<KVMIDIEndpoint> endpoint);

@@ -10,9 +10,6 @@
 namespace velor {
 namespace {
 
-constexpr std::string_view kEnableKey = "enabled.device";
-constexpr std::string_view kDeviceKey = "device.destinationdevice";
-
 // Keeps the hash of a destination apart from that of its device.
 constexpr std::uint64_t kHashMark = 0xB16B00B5;
 

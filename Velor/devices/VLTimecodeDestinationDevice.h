@@ -16,6 +16,10 @@ class VLTimecodeDestinationDevice : public VLDevice {
  public:
   static constexpr std::string_view kClassName = "VLTimecodeDestinationDevice";
 
+  /// In archives; they must never change.
+  static constexpr std::string_view kEnableKey = "enabled.device";
+  static constexpr std::string_view kDeviceKey = "device.destinationdevice";
+
   /// Switched off. Raises without a device. The delegate is held weakly.
   static std::shared_ptr<VLTimecodeDestinationDevice> deviceWithDevice(
       std::shared_ptr<VLDevice> device,

@@ -20,10 +20,6 @@
 namespace velor {
 namespace {
 
-// Stored setups know them.
-constexpr std::string_view kDeviceKey = "deviceUID";
-constexpr std::string_view kChannelKey = "inputChannel";
-
 // Of a unit: the element on which its input arrives.
 constexpr audio::AudioUnitElement kInputElement = 1;
 

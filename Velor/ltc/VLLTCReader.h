@@ -42,6 +42,10 @@ class VLLTCReader final : public KVObservable,
  public:
   static constexpr std::string_view kClassName = "VLLTCReader";
 
+  /// In archives; they must never change.
+  static constexpr std::string_view kDeviceKey = "deviceUID";
+  static constexpr std::string_view kChannelKey = "inputChannel";
+
   // What a cycle gives beside the statuses of the audio service.
   static constexpr audio::OSStatus kNotSetUp = -7;
   static constexpr audio::OSStatus kNoSuchChannel = -9;

@@ -10,13 +10,6 @@
 #include "platform/store/KeyedUnarchiver.h"
 
 namespace velor {
-namespace {
-
-// Stored setups know them.
-constexpr std::string_view kUniqueIDKey = "MIDIEndpoint.MIDIUniqueID";
-constexpr std::string_view kDisplayNameKey = "MIDIEndpoint.DisplayName";
-
-}  // namespace
 
 KVMIDIEndpoint::~KVMIDIEndpoint() {
   delete mDisplayName.load();

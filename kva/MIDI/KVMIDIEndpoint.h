@@ -25,6 +25,10 @@ class KVMIDIEndpoint : public store::KeyedCoding {
  public:
   static constexpr std::string_view kClassName = "KVMIDIEndpoint";
 
+  /// In archives; they must never change.
+  static constexpr std::string_view kUniqueIDKey = "MIDIEndpoint.MIDIUniqueID";
+  static constexpr std::string_view kDisplayNameKey = "MIDIEndpoint.DisplayName";
+
   explicit KVMIDIEndpoint(midi::MIDIEndpointRef endpoint) noexcept : mEndpoint(endpoint) {}
   ~KVMIDIEndpoint() override;
   KVMIDIEndpoint(const KVMIDIEndpoint&) = delete;

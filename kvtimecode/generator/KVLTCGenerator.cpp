@@ -26,12 +26,6 @@
 namespace velor {
 namespace {
 
-// Stored setups know them.
-constexpr std::string_view kDeviceKey = "audioDeviceUID";
-constexpr std::string_view kUserBitsKey = "ub";
-constexpr std::string_view kLevelKey = "level";
-constexpr std::string_view kChannelMapKey = "channelMap";
-
 constexpr std::array<KVDependency, 6> kDependencies = {{
     {"deviation", "fps"},
     {"deviceStatus", "isGenerating"},

@@ -47,6 +47,12 @@ class KVLTCGenerator final : public KVObservable,
  public:
   static constexpr std::string_view kClassName = "KVLTCGenerator";
 
+  /// In archives; they must never change.
+  static constexpr std::string_view kDeviceKey = "audioDeviceUID";
+  static constexpr std::string_view kUserBitsKey = "ub";
+  static constexpr std::string_view kLevelKey = "level";
+  static constexpr std::string_view kChannelMapKey = "channelMap";
+
   /// Frames that a call writes.
   static constexpr std::uint32_t kFramesPerBatch = 6;
   static constexpr std::uint32_t kStatusRunning = KVFourCC("run ");
