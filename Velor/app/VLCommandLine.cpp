@@ -21,7 +21,6 @@ namespace {
 
 constexpr int kUsageStatus = 2;
 constexpr double kMaxRatePercent = 2.0;
-constexpr double kMaxPreroll = 60.0;
 constexpr int kMaxPort = 65535;
 constexpr int kMaxFreewheel = 86400;  // seconds
 
@@ -256,12 +255,20 @@ VLOSCOptions oscOptions(const CLI::App& app, const OSCWords& words) {
   return options;
 }
 
-// A command has options of its own, and those before it would do nothing.
-void refuseOptionsBefore(const CLI::App& command) {
-  for (const CLI::Option* option : command.get_parent()->get_options()) {
-    refuseIf(option->count() > 0,
-             option->get_name() + " does not go with '" + command.get_name() + "'");
+// Beside a command, which has options of its own, or beside the one option that goes with
+// no other.
+void refuseOthers(const CLI::App& app, const std::string& one) {
+  for (const CLI::Option* option : app.get_options()) {
+    refuseIf(option->count() > 0 && option->get_name() != one,
+             option->get_name() + " does not go with '" + one + "'");
   }
+}
+
+VLCommandLine refusal(const std::string& error) {
+  VLCommandLine result;
+  result.exitStatus = kUsageStatus;
+  result.output = "velor: " + VLPrintable(error) + "\n";
+  return result;
 }
 
 }  // namespace
@@ -393,6 +400,9 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
                "channels");
   app.add_option("FILE", options.file,
                  "A document to open; without one, the state that the last run left");
+  std::string inspected;
+  app.add_option("--inspect", inspected, "Print what a document says, and what is wrong with it")
+      ->type_name("FILE");
   app.add_flag("--recover", options.recover,
                "Open what a run that was cut off has left of its state");
   app.add_option("--format", format,
@@ -453,15 +463,20 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
     app.parse(reversed);
 
     if (encode.parsed()) {
-      refuseOptionsBefore(encode);
+      refuseOthers(app, encode.get_name());
       refuseEmptyNumbers(encode, {"--duration", "--rate"});
       result.encode = encodeOptions(encodeWords);
       return result;
     }
     if (decode.parsed()) {
-      refuseOptionsBefore(decode);
+      refuseOthers(app, decode.get_name());
       refuseEmptyNumbers(decode, {"--channel"});
       result.decode = decodeOptions(decodeWords);
+      return result;
+    }
+    if (app.count("--inspect") > 0) {
+      refuseOthers(app, "--inspect");
+      result.inspect = inspected;
       return result;
     }
     refuseEmptyNumbers(app, {"--rate-percent", "--preroll"});
@@ -480,7 +495,8 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
                                      std::abs(*options.ratePercent) > kMaxRatePercent),
              "--rate-percent: out of range (-2 to 2)");
     if (prerollOption->count() > 0) {
-      refuseIf(!(preroll >= 0 && preroll <= kMaxPreroll), "--preroll: out of range (0 to 60)");
+      refuseIf(!(preroll >= 0 && preroll <= VLOptions::kMaxPreroll),
+               "--preroll: out of range (0 to 60)");
       options.preroll = preroll;
     }
     options.playMode = playModeOf(app.count("--mode") > 0 ? &mode : nullptr,
@@ -519,9 +535,9 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   } catch (const CLI::CallForVersion&) {
     result.output = app.version() + "\n";
   } catch (const CLI::ParseError& error) {
-    result = {{}, {}, {}, kUsageStatus, "velor: " + VLPrintable(error.what()) + "\n"};
+    result = refusal(error.what());
   } catch (const UsageError& error) {
-    result = {{}, {}, {}, kUsageStatus, "velor: " + VLPrintable(error.what()) + "\n"};
+    result = refusal(error.what());
   }
   return result;
 }

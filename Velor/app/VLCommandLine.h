@@ -39,8 +39,9 @@ std::optional<VLTimes> VLTimesFromWords(const VLTimeWords& words, std::uint32_t 
 /// is not given stays as the document has it. Ports are as they were typed, and so are
 /// times, which are checked against the format when one is given.
 struct VLOptions {
-  static constexpr float kLTCLevel = 0.1F;  // of full scale, of a new generator
-  static constexpr int kFreewheel = 5;      // seconds, of a new reader
+  static constexpr float kLTCLevel = 0.1F;   // of full scale, of a new generator
+  static constexpr int kFreewheel = 5;       // seconds, of a new reader
+  static constexpr double kMaxPreroll = 60;  // seconds
 
   bool headless = false;
   std::optional<std::string> file;
@@ -71,6 +72,7 @@ struct VLCommandLine {
   std::optional<VLOptions> options;
   std::optional<VLEncodeOptions> encode;
   std::optional<VLDecodeOptions> decode;
+  std::optional<std::string> inspect;  // a document
   int exitStatus = 0;
   std::string output;  // to stdout when the status is 0, else to stderr
 };

@@ -8,6 +8,7 @@
 #include "Velor/app/VLCommandLine.h"
 #include "Velor/app/VLDemonstration.h"
 #include "Velor/app/VLHeadless.h"
+#include "Velor/app/VLInspect.h"
 #include "platform/host/Log.h"
 #include "platform/host/SystemHost.h"
 #include "platform/store/ApplicationFolders.h"
@@ -50,6 +51,9 @@ int main(int argc, char** argv) {
   }
   if (commandLine.decode) {
     return velor::VLDecodeRun(*commandLine.decode);
+  }
+  if (commandLine.inspect) {
+    return velor::VLInspectRun(*commandLine.inspect);
   }
   if (!commandLine.options) {
     if (commandLine.exitStatus != 0) {
