@@ -2,6 +2,7 @@
 
 #include "Velor/app/VLApplicationState.h"
 
+#include <algorithm>
 #include <array>
 
 #include "Kv-Appkit/KVException.h"
@@ -12,6 +13,7 @@
 #include "Velor/devices/VLLTCGeneratorDevice.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
 #include "kva/MIDI/KVMIDICore.h"
+#include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Log.h"
 #include "platform/store/AtomicFile.h"
@@ -33,6 +35,28 @@ constexpr std::array<store::KeyedClass, 10> kDocumentClasses{
     store::KeyedClass::of<VLLTCReader>(),
     store::KeyedClass::of<KVSMPTETime>(),
     store::KeyedClass::of<VLMarker>()};
+
+// Of what the clock refuses, the place is told.
+template <class Set>
+void take(const store::KeyedUnarchiver& coder, std::string_view key, Set set) {
+  try {
+    set();
+  } catch (const KVException& exception) {
+    throw store::KeyedArchiveError(coder.pathOf(key), exception.what());
+  }
+}
+
+// The record as it stands there, unless its digits are none of its format: the clock would
+// count on from them.
+SMPTETime decodeTime(store::KeyedUnarchiver& coder, std::string_view key) {
+  const SMPTETime time = decodeSmpteTimeForKey(coder, key);
+  SMPTETime normal = time;
+  if (ltc_is_valid(time) && ltc_normalize(normal) == 0 && !ltc_same_time(normal, time)) {
+    throw store::KeyedArchiveError(
+        coder.pathOf(key), "no time of its format, it would be " + stringFromSMPTETime(normal));
+  }
+  return time;
+}
 
 }  // namespace
 
@@ -140,31 +164,50 @@ bool VLApplicationState::decode(store::KeyedUnarchiver& coder) {
 
 // The format first: every later time must fit it.
 void VLApplicationState::decodeClock(store::KeyedUnarchiver& coder) {
-  mApp.clock().setSmpteFormat(
-      static_cast<std::uint32_t>(coder.decodeInt32(Keys::kFormat).value_or(0)));
-  mApp.clock().setPreroll(coder.decodeBool(Keys::kPreroll).value_or(false));
-  mApp.clock().setPrerollTime(coder.decodeDouble(Keys::kPrerollTime).value_or(0));
-  const std::int64_t playMode = coder.decodeInt64(Keys::kPlayMode).value_or(0);
-  mApp.clock().setPlayMode(playMode != 0 ? static_cast<std::uint64_t>(playMode) : VLPlayModeNormal);
-  decodeMarkers(coder);
-  mApp.clock().setLoopStartTime(decodeSmpteTimeForKey(coder, Keys::kLoopStart));
-  mApp.clock().setLoopEndTime(decodeSmpteTimeForKey(coder, Keys::kLoopEnd));
-
-  const auto time = KVSMPTETime::smpteTimeWithTime(decodeSmpteTimeForKey(coder, Keys::kTime));
-  if (!ltc_is_valid_type(time->type())) {
-    throw store::KeyedArchiveError(std::string(Keys::kTime), "its format is none");
+  VLClock& clock = mApp.clock();
+  const auto format = static_cast<std::uint32_t>(coder.decodeInt32(Keys::kFormat).value_or(0));
+  if (!ltc_is_valid_type(format)) {
+    throw store::KeyedArchiveError(coder.pathOf(Keys::kFormat),
+                                   std::to_string(format) + " is no format");
   }
-  time->setType(mApp.clock().smpteFormat());
+  clock.setSmpteFormat(format);
+  clock.setPreroll(coder.decodeBool(Keys::kPreroll).value_or(false));
+  take(coder, Keys::kPrerollTime,
+       [&] { clock.setPrerollTime(coder.decodeDouble(Keys::kPrerollTime).value_or(0)); });
+  decodePlayMode(coder);
+  decodeMarkers(coder);
+  clock.setLoopStartTime(decodeTime(coder, Keys::kLoopStart));
+  clock.setLoopEndTime(decodeTime(coder, Keys::kLoopEnd));
+
+  const auto time = KVSMPTETime::smpteTimeWithTime(decodeTime(coder, Keys::kTime));
+  if (!ltc_is_valid_type(time->type())) {
+    throw store::KeyedArchiveError(coder.pathOf(Keys::kTime), "its format is none");
+  }
+  time->setType(clock.smpteFormat());
   mApp.setCurrentTime(time);
-  mApp.clock().setSmpteOffset(decodeSmpteTimeForKey(coder, Keys::kOffset));
-  mApp.clock().setStopTime(decodeSmpteTimeForKey(coder, Keys::kStopTime));
+  take(coder, Keys::kOffset, [&] { clock.setSmpteOffset(decodeTime(coder, Keys::kOffset)); });
+  clock.setStopTime(decodeTime(coder, Keys::kStopTime));
   if (coder.containsValue(Keys::kSyncSource)) {
     const std::int32_t uniqueID = coder.decodeInt32(Keys::kSyncSource).value_or(0);
     mApp.setSyncSource(KVMIDICore::sharedCore().sourceWithUniqueId(uniqueID));
   } else {
     const double rate = coder.decodeDouble(Keys::kPlayRate).value_or(0);
-    mApp.clock().setPlayRate(rate != 0 ? rate : 1.0);
+    if (rate != 0 && !(rate >= kLeastPlayRate && rate <= kMostPlayRate)) {
+      throw store::KeyedArchiveError(coder.pathOf(Keys::kPlayRate), "it is no rate");
+    }
+    clock.setPlayRate(rate != 0 ? rate : 1.0);
   }
+}
+
+void VLApplicationState::decodePlayMode(store::KeyedUnarchiver& coder) {
+  const auto stored = static_cast<std::uint64_t>(coder.decodeInt64(Keys::kPlayMode).value_or(0));
+  const std::uint64_t playMode = stored != 0 ? stored : VLPlayModeNormal;
+  if (std::none_of(kVLPlayModes.begin(), kVLPlayModes.end(),
+                   [playMode](const auto& row) { return row.playMode == playMode; })) {
+    throw store::KeyedArchiveError(coder.pathOf(Keys::kPlayMode),
+                                   std::to_string(playMode) + " is no play mode");
+  }
+  mApp.clock().setPlayMode(playMode);
 }
 
 void VLApplicationState::decodeMarkers(store::KeyedUnarchiver& coder) {

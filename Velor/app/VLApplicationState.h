@@ -21,6 +21,11 @@ class VLApplicationState {
   /// What a document may name.
   static std::span<const store::KeyedClass> classes();
 
+  // Of a document. Beyond, a tick would not come in the life of a show, or all of them at
+  // once.
+  static constexpr double kLeastPlayRate = 0.1;
+  static constexpr double kMostPlayRate = 10;
+
   explicit VLApplicationState(VLAppDelegate& app) : mApp(app) {}
 
   /// Whether it was written.
@@ -38,6 +43,7 @@ class VLApplicationState {
 
  private:
   void decodeClock(store::KeyedUnarchiver& coder);
+  void decodePlayMode(store::KeyedUnarchiver& coder);
   void decodeMarkers(store::KeyedUnarchiver& coder);
   bool failedToSave(const std::filesystem::path& path, const std::string& why);
 

@@ -15,6 +15,7 @@
 
 #include "Kv-Appkit/KVDecibelTransformer.h"
 #include "Velor/app/IndexSetString.h"
+#include "Velor/app/VLApplicationState.h"
 #include "Velor/app/VLCommandLine.h"
 #include "Velor/app/VLDocumentKeys.h"
 #include "Velor/app/VLMarker.h"
@@ -395,8 +396,8 @@ class Inspecting {
     tell("Stop time", textOf(time(Keys::kStopTime)));
     const SMPTETime start = time(Keys::kLoopStart);
     const SMPTETime end = time(Keys::kLoopEnd);
-    if (ltc_cancompare(start, end) && ltc_compare(start, end) != -1) {
-      mFindings.add(std::string(Keys::kLoopEnd), "it is not behind the start of the loop");
+    if (ltc_cancompare(start, end) && ltc_compare(start, end) == 1) {
+      mFindings.add(std::string(Keys::kLoopEnd), "it is before the start of the loop");
     }
     tell("Loop", textOf(start) + " to " + textOf(end));
     readPlaying();
@@ -415,7 +416,8 @@ class Inspecting {
     tell("Play mode", row != kVLPlayModes.end() ? std::string(row->title) : "?");
 
     const double rate = value(&KeyedUnarchiver::decodeDouble, Keys::kPlayRate, 0.0);
-    if (!std::isnormal(rate)) {
+    if (!(rate >= VLApplicationState::kLeastPlayRate &&
+          rate <= VLApplicationState::kMostPlayRate)) {
       mFindings.add(std::string(Keys::kPlayRate), line("%g is no rate", rate));
     }
     tell("Rate", line("%+.3f %%", (rate - 1) * 100));

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "tests/support/Servers.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/VelorProcess.h"
+
+namespace velor::test {
+namespace {
+
+TEST(Inspect, EndsWith0ForAWholeDocument1ForADamagedOneAnd2WhenUsedWrongly) {
+  const TemporaryFolder folder;
+  const auto file = [&folder](const char* name) { return (folder.path() / name).string(); };
+  // A document of a run of the program itself: what it leaves of nothing.
+  {
+    JackServer none;  // which is not started
+    std::vector<std::string> environment = none.environment();
+    environment.push_back("XDG_DATA_HOME=" + folder.path().string());
+    VelorProcess run({"--headless"}, environment);
+    ASSERT_EQ(run.waitForEnd(1), -1) << run.errors();
+    ASSERT_EQ(run.end(SIGTERM), 0) << run.errors();
+  }
+  const std::string whole = file("velor/laststate.velor");
+  std::ifstream stream(whole, std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(stream), {}};
+  ASSERT_FALSE(text.empty()) << whole;
+  std::ofstream(file("cut.velor")) << text.substr(0, text.size() / 2);
+  const std::size_t at = text.find("\"prerollTime\":");
+  ASSERT_NE(at, std::string::npos);
+  std::ofstream(file("problem.velor"))
+      << text.insert(at, "\"later\": 1,\n")
+             .replace(text.find("\"preroll\": false"), 16, "\"preroll\": 3");
+
+  struct Case {
+    std::vector<std::string> arguments;
+    int status;
+    std::string output;
+    std::string errors;
+  };
+  const Case cases[] = {
+      {{"--inspect", whole}, 0, "Problems      0\n", ""},
+      {{"--inspect", file("problem.velor")}, 1, "preroll: expected a bool", ""},
+      {{"--inspect", file("cut.velor")}, 1, "", "cut.velor: line "},
+      {{"--inspect", file("none.velor")}, 1, "", "No such file"},
+      {{"--inspect", folder.path().string()}, 1, "", "velor: --inspect: "},
+      {{"--inspect", whole, "--play"}, 2, "", "--play does not go with '--inspect'"},
+      {{"--inspect"}, 2, "", "--inspect"},
+  };
+  for (const Case& each : cases) {
+    VelorProcess run(each.arguments, {});
+    EXPECT_EQ(run.waitForEnd(20), each.status) << run.errors();
+    const std::string output = run.output();
+    const std::string errors = run.errors();
+    EXPECT_NE(output.find(each.output), std::string::npos) << output;
+    EXPECT_EQ(output.empty(), each.output.empty());
+    EXPECT_NE(errors.find(each.errors), std::string::npos) << errors;
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), each.errors.empty() ? 0 : 1);
+    EXPECT_EQ(run.log(), "") << "nothing of the program was started";
+  }
+}
+
+}  // namespace
+}  // namespace velor::test

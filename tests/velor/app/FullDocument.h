@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Velor/devices/VLLTCReaderDevice.h"
+#include "tests/velor/app/AppFixture.h"
+
+namespace velor {
+
+/// A run of the application whose document has all keys: a generator, a reader, a
+/// destination that is on and one that is off, a sync source, five markers of which two
+/// are selected.
+class FullDocument : public AppFixture {
+ protected:
+  static constexpr std::uint32_t kFormat = kSMPTETimeType30;
+
+  FullDocument() {
+    launch();
+    const auto desk = appear("desk");
+    appear("lamp");
+    const auto deck = addSource("deck");
+    clock().setSmpteFormat(kFormat);
+    destinationOf(desk)->setEnable(true);
+    created()->generator()->setUserbits(0x12345678);
+    manager().createrReader()->setFreewheelTime(7);
+    mHost.settle();
+    app().setSyncSource(deck);
+    const auto at = [](const char* text) { return timeOf(text, kFormat); };
+    clock().setSmpteOffset(at("00:00:00:29"));
+    clock().setLoopEndTime(at("05:00:00:00"));
+    clock().setLoopStartTime(at("04:00:00:00"));
+    clock().setStopTime(at("03:00:00:00"));
+    clock().setPreroll(true);
+    clock().setPrerollTime(7.5);
+    app().setPlayRate(1);
+    clock().setPlayMode(VLPlayModeLoop);
+    for (const char* time : {"05:00:00:00", "04:00:00:00", "03:00:00:00", "02:00:00:00"}) {
+      goTo(time);
+      app().addMarker();
+    }
+    goTo("01:00:00:00");
+    app().addMarker();
+    app().markers().controller().setSelectionIndexes({1, 3});
+    goTo("01:30:00:00");
+    mHost.settle();
+    const auto path = mFolder.path() / "full.velor";
+    EXPECT_TRUE(app().saveApplicationStateToURL(path));
+    mDocument = contents(path);
+  }
+
+  std::string mDocument;
+};
+
+}  // namespace velor
