@@ -2,9 +2,11 @@
 #include "platform/store/ReplacementFile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <random>
 #include <string_view>
@@ -21,15 +23,48 @@ namespace fs = std::filesystem;
 constexpr int kNamesToTry = 100;
 constexpr std::size_t kRandomLetters = 6;
 
+constexpr std::string_view kPrefix = ".velor-";
+constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz0123456789";
+
 std::string randomName() {
-  constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz0123456789";
   std::random_device random;
   std::uniform_int_distribution<std::size_t> letter(0, kLetters.size() - 1);
-  std::string name = ".velor-";
+  std::string name(kPrefix);
   for (std::size_t i = 0; i < kRandomLetters; ++i) {
     name += kLetters[letter(random)];
   }
   return name;
+}
+
+bool isOurName(std::string_view name) {
+  return name.size() == kPrefix.size() + kRandomLetters && name.starts_with(kPrefix) &&
+         name.find_first_not_of(kLetters, kPrefix.size()) == std::string_view::npos;
+}
+
+// What a kill has left. The lock shows that no process of this machine writes there; of
+// one on another machine, whose lock may not be seen here, it is the file's age.
+void removeIfLeftBehind(const fs::path& path) noexcept {
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (file < 0) {
+    return;
+  }
+  struct stat status {};
+  if (flock(file, LOCK_EX | LOCK_NB) == 0 && fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+      status.st_uid == geteuid() &&
+      std::time(nullptr) - status.st_mtime > ReplacementFile::kLeftBehindAge) {
+    unlink(path.c_str());
+  }
+  close(file);
+}
+
+void removeLeftBehind(const fs::path& folder) {
+  std::error_code error;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (isOurName(entry->path().filename().native())) {
+      removeIfLeftBehind(entry->path());
+    }
+  }
 }
 
 // Some file systems have no such operation for folders, and need none.
@@ -55,17 +90,29 @@ ReplacementFile::ReplacementFile(const fs::path& path, mode_t mode) {
     mError = "cannot replace " + mTarget.string() + ": it is no file with contents";
     return;
   }
-  for (int i = 0; i < kNamesToTry && mFile < 0; ++i) {
-    mName = (mFolderPath / randomName()).string();
-    mFile = open(mName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (mFile < 0 && errno != EEXIST) {
-      break;
-    }
-  }
+  mFile = openFile(mode);
   mIsThere = mFile >= 0;
   if (!mIsThere) {
     mError = systemFailure("make a file in", mFolderPath);
   }
+}
+
+int ReplacementFile::openFile(mode_t mode) {
+  for (int i = 0; i < kNamesToTry; ++i) {
+    mName = (mFolderPath / randomName()).string();
+    const int file = open(mName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    if (file < 0) {
+      if (errno == EEXIST) {
+        continue;
+      }
+      return -1;
+    }
+    // Where there are no locks, nothing is taken away either.
+    mLock = fcntl(file, F_DUPFD_CLOEXEC, 0);
+    flock(file, LOCK_EX);
+    return file;
+  }
+  return -1;
 }
 
 ReplacementFile::~ReplacementFile() {
@@ -73,8 +120,10 @@ ReplacementFile::~ReplacementFile() {
   if (mIsThere) {
     unlink(mName.c_str());
   }
-  if (mFolder >= 0) {
-    close(mFolder);
+  for (const int descriptor : {mLock, mFolder}) {
+    if (descriptor >= 0) {
+      close(descriptor);
+    }
   }
 }
 
@@ -95,6 +144,7 @@ std::string ReplacementFile::takePlace() {
     return systemFailure("replace", mTarget);
   }
   mIsThere = false;
+  removeLeftBehind(mFolderPath);
   return syncFolder(mFolder) ? std::string() : systemFailure("put on the disk", mFolderPath);
 }
 

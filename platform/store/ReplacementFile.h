@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <ctime>
 #include <filesystem>
 #include <string>
 
@@ -10,11 +11,15 @@ namespace velor::store {
 
 /// A new file that takes the place of another, or of none, once it is whole. Until
 /// then it lies beside it under a name of its own; it goes with the object unless
-/// `takePlace` was reached. A crash or a kill can leave it behind, a `.velor-` file.
+/// `takePlace` was reached. A crash or a kill can leave it behind, a `.velor-` file; the
+/// next replacement in that folder that reaches its place takes it away when it is over
+/// kLeftBehindAge old and nobody has it open.
 ///
 /// Belongs to one thread; it waits for the disk. Realtime-safe: no.
 class ReplacementFile {
  public:
+  static constexpr std::time_t kLeftBehindAge = 600;  // seconds without a change
+
   /// Makes the new file, with the mode less the process's umask. A link at `path` is
   /// followed. What can be refused is refused here, before anything changes: see
   /// `error`.
@@ -38,6 +43,7 @@ class ReplacementFile {
   [[nodiscard]] std::string takePlace();
 
  private:
+  int openFile(mode_t mode);
   bool closeFile() noexcept;
 
   std::filesystem::path mTarget;
@@ -46,6 +52,7 @@ class ReplacementFile {
   std::string mError;
   int mFolder = -1;
   int mFile = -1;
+  int mLock = -1;  // of the same file; it says that somebody writes there
   bool mIsThere = false;
 };
 

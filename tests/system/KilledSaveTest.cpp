@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bench/TickErrors.h"
+#include "platform/store/AtomicFile.h"
+#include "platform/store/KeyedArchiver.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace velor::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Two or three saves of the longer document.
+constexpr useconds_t kLongestLife = 60'000;  // us
+
+// A whole document of about that size.
+std::string document(char mark, std::size_t bytes) {
+  store::KeyedArchiver coder;
+  constexpr std::size_t kLine = 1000;
+  for (std::size_t i = 0; i < bytes / kLine; ++i) {
+    coder.encodeString(std::string(kLine, mark), "key " + std::to_string(i));
+  }
+  return coder.data();
+}
+
+std::string contents(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<fs::path> leftBehind(const fs::path& folder) {
+  std::vector<fs::path> found;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    if (entry.path().filename().native().starts_with(".velor-")) {
+      found.push_back(entry.path());
+    }
+  }
+  return found;
+}
+
+// A process that saves one document after the other, until the host time or its death.
+pid_t startSaving(const fs::path& path, const std::array<std::string, 2>& documents,
+                  std::uint64_t end) {
+  const pid_t id = fork();
+  if (id == 0) {
+    for (std::size_t i = 0; now() < end; ++i) {
+      if (!store::AtomicFile::write(path, documents[i % documents.size()]).empty()) {
+        _exit(1);
+      }
+    }
+    _exit(0);
+  }
+  return id;
+}
+
+TEST(KilledSave, LeavesOneOfTheTwoDocumentsWholeAtAnyMoment) {
+  const TemporaryFolder folder;
+  const fs::path path = folder.path() / "show.velor";
+  const std::array<std::string, 2> documents = {document('a', 3'000), document('b', 400'000)};
+  ASSERT_EQ(store::AtomicFile::write(path, documents[0]), "");
+  std::mt19937 random(1);
+  std::uniform_int_distribution<useconds_t> life(0, kLongestLife);
+  int changed = 0;
+  std::string before = documents[0];
+  for (int i = 0; i < 500; ++i) {
+    const pid_t id = startSaving(path, documents, now() + 10 * kSecond);
+    ASSERT_GT(id, 0);
+    usleep(life(random));
+    ASSERT_EQ(kill(id, SIGKILL), 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(id, &status, 0), id);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "a save failed";
+    std::string left = contents(path);
+    ASSERT_TRUE(left == documents[0] || left == documents[1])
+        << "kill " << i << " left " << left.size() << " bytes";
+    changed += left != before ? 1 : 0;
+    before = std::move(left);
+  }
+  // Else nothing of this was met.
+  EXPECT_GT(changed, 50);
+  const auto files = leftBehind(folder.path());
+  EXPECT_GT(files.size(), 50U);
+  std::printf("of 500 kills %d changed the document, %zu left a file behind\n", changed,
+              files.size());
+
+  // The young ones stay, since somebody elsewhere might write there.
+  ASSERT_EQ(store::AtomicFile::write(path, documents[0]), "");
+  EXPECT_EQ(leftBehind(folder.path()).size(), files.size());
+  for (const fs::path& file : files) {
+    fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::hours(1));
+  }
+  ASSERT_EQ(store::AtomicFile::write(path, documents[0]), "");
+  EXPECT_EQ(leftBehind(folder.path()).size(), 0U);
+}
+
+TEST(KilledSave, OfTwoProcessesThatSaveAtOnceEachDocumentStaysWhole) {
+  const TemporaryFolder folder;
+  const fs::path path = folder.path() / "show.velor";
+  const std::array<std::array<std::string, 2>, 2> documents = {
+      {{document('a', 3'000), document('b', 400'000)},
+       {document('c', 5'000), document('d', 200'000)}}};
+  ASSERT_EQ(store::AtomicFile::write(path, documents[0][0]), "");
+  const std::uint64_t end = now() + 4 * kSecond;
+  const std::array<pid_t, 2> ids = {startSaving(path, documents[0], end),
+                                    startSaving(path, documents[1], end)};
+  std::array<int, 4> seen{};
+  while (now() < end) {
+    const std::string read = contents(path);
+    const std::array<const std::string*, 4> all = {&documents[0][0], &documents[0][1],
+                                                   &documents[1][0], &documents[1][1]};
+    const auto found =
+        std::find_if(all.begin(), all.end(), [&read](const auto* each) { return *each == read; });
+    ASSERT_NE(found, all.end()) << "a mix of " << read.size() << " bytes";
+    ++seen[static_cast<std::size_t>(found - all.begin())];
+  }
+  for (const pid_t id : ids) {
+    int status = 0;
+    ASSERT_EQ(waitpid(id, &status, 0), id);
+    EXPECT_EQ(status, 0) << "a save failed";
+  }
+  for (const int count : seen) {
+    EXPECT_GT(count, 0);
+  }
+  EXPECT_EQ(leftBehind(folder.path()).size(), 0U);
+}
+
+}  // namespace
+}  // namespace velor::test
