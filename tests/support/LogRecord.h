@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -29,6 +30,14 @@ class LogRecord {
   std::ptrdiff_t count(const std::string& line) const {
     const std::lock_guard lock(mMutex);
     return std::count(mLines.begin(), mLines.end(), line);
+  }
+  /// The lines that hold the text.
+  std::vector<std::string> matching(std::string_view text) const {
+    const std::lock_guard lock(mMutex);
+    std::vector<std::string> found;
+    std::copy_if(mLines.begin(), mLines.end(), std::back_inserter(found),
+                 [text](const auto& line) { return line.find(text) != std::string::npos; });
+    return found;
   }
   std::size_t errors() const {
     const std::lock_guard lock(mMutex);

@@ -1,0 +1,307 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/store/KeyedArchiveLimits.h"
+#include "tests/velor/app/FullDocument.h"
+
+namespace velor {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Pointer = Json::json_pointer;
+
+constexpr int kVariantsOfAPart = 100;
+
+// Stands in for what the writer of JSON would not write.
+constexpr const char* kMark = "@@mark@@";
+constexpr const char* kFirstKey = "@@first@@";
+constexpr const char* kSecondKey = "@@second@@";
+
+std::string replaced(std::string text, const std::string& what, const std::string& by) {
+  const std::size_t at = text.find(what);
+  EXPECT_NE(at, std::string::npos);
+  return text.replace(at, what.size(), by);
+}
+
+// One damage of a document, the same for the same seed.
+class Damage {
+ public:
+  Damage(const std::string& document, unsigned seed) : mRandom(seed), mText(document) {
+    mJson = Json::parse(document);
+    void (Damage::*const kinds[])() = {&Damage::wrongType, &Damage::cutBlock, &Damage::cutFile,
+                                       &Damage::badClass,  &Damage::keyTwice, &Damage::tooDeep,
+                                       &Damage::tooMuch,   &Damage::badUTF8,  &Damage::badNumber,
+                                       &Damage::badTime,   &Damage::badRate};
+    (this->*kinds[seed % std::size(kinds)])();
+  }
+
+  const std::string& text() const { return mText; }
+  // What was done, for a failure.
+  const std::string& told() const { return mTold; }
+  // Nothing may be made of it: else, what is there now can be a value as good as before.
+  bool isFatal() const { return mIsFatal; }
+
+ private:
+  template <class Accept>
+  std::vector<Pointer> places(Accept accept) const {
+    std::vector<Pointer> found;
+    collect(mJson, Pointer(), accept, found);
+    return found;
+  }
+  template <class Accept>
+  static void collect(const Json& value, const Pointer& at, const Accept& accept,
+                      std::vector<Pointer>& found) {
+    if (!at.empty() && isRead(at) && accept(value, at)) {
+      found.push_back(at);
+    }
+    if (value.is_structured()) {
+      for (const auto& [key, inner] : value.items()) {
+        collect(inner, value.is_array() ? at / std::stoul(key) : at / key, accept, found);
+      }
+    }
+  }
+  // Beside a sync source the rate is not taken over; a source of a reader is of its run.
+  static bool isRead(const Pointer& at) {
+    const std::string text = at.to_string();
+    return text != "/appVersion" && text != "/playbackRate" &&
+           !text.starts_with("/devices.manager/1/endpoint");
+  }
+
+  std::size_t below(std::size_t count) {
+    return std::uniform_int_distribution<std::size_t>(0, count - 1)(mRandom);
+  }
+  template <class Accept>
+  Json& any(Accept accept) {
+    const auto found = places(accept);
+    const Pointer& at = found[below(found.size())];
+    mTold += at.to_string();
+    return mJson[at];
+  }
+  void write(bool isFatal) {
+    mText = mJson.dump();
+    mIsFatal = isFatal;
+  }
+
+  void wrongType() {
+    mTold = "a value of another type at ";
+    Json& value = any([](const Json&, const Pointer&) { return true; });
+    const Json others[] = {Json(5), Json(true), Json("text"), Json::array({1}),
+                           Json::object({{"a", 1}})};
+    const auto isNumber = [](const Json& each) { return each.is_number(); };
+    const Json* other = nullptr;
+    do {
+      other = &others[below(std::size(others))];
+    } while (other->type() == value.type() || (isNumber(*other) && isNumber(value)));
+    value = *other;
+    write(true);
+  }
+  void cutBlock() {
+    mTold = "a cut block at ";
+    Json& value = any([](const Json&, const Pointer& at) { return at.back() == "$base64"; });
+    auto& text = value.get_ref<std::string&>();
+    // A length that no base64 has; a channel map may have any other.
+    text.resize(text.size() - 1 - below(3));
+    write(true);
+  }
+  void cutFile() {
+    mText.resize(below(mText.rfind('}')));
+    mTold = "cut to " + std::to_string(mText.size());
+    mIsFatal = true;
+  }
+  void badClass() {
+    mTold = "another class at ";
+    Json& value = any([](const Json&, const Pointer& at) { return at.back() == "$class"; });
+    const char* const names[] = {"Nothing", "", "VLMarker", "KVSMPTETime", "VLClock"};
+    std::string name;
+    do {
+      name = names[below(std::size(names))];
+    } while (value == name);
+    value = name;
+    write(true);
+  }
+  void keyTwice() {
+    mTold = "a key twice in ";
+    Json& object = any([](const Json& each, const Pointer&) { return each.is_object(); });
+    const auto member = std::next(object.items().begin(), static_cast<int>(below(object.size())));
+    const std::string key = member.key();
+    object[kFirstKey] = 1;
+    object[kSecondKey] = 2;
+    write(true);
+    mText = replaced(replaced(mText, kFirstKey, key), kSecondKey, key);
+  }
+  void tooDeep() {
+    mTold = "too deep at ";
+    any([](const Json&, const Pointer&) { return true; }) = kMark;
+    write(true);
+    const std::size_t depth = store::KeyedArchiveLimits::kDepth + below(200'000);
+    mText = replaced(mText, "\"" + std::string(kMark) + "\"",
+                     std::string(depth, '[') + std::string(depth, ']'));
+  }
+  void tooMuch() {
+    mTold = "too much at ";
+    Json& value = any([](const Json&, const Pointer&) { return true; });
+    if (below(2) == 0) {
+      value = std::string(store::KeyedArchiveLimits::kStringBytes + 1, 'x');
+    } else {
+      value = Json::object();
+      for (std::size_t i = 0; i <= store::KeyedArchiveLimits::kKeysOfAnObject; ++i) {
+        value.get_ref<Json::object_t&>().emplace_back(std::to_string(i), 1);
+      }
+    }
+    write(true);
+  }
+  void badUTF8() {
+    mTold = "bad UTF-8 at ";
+    any([](const Json& each, const Pointer&) { return each.is_string(); }) = kMark;
+    write(true);
+    const char* const bad[] = {"\xFF", "\xC3(", "\xED\xA0\x80", "\xC0\x80", "\xF5\x80\x80\x80"};
+    mText = replaced(mText, kMark, bad[below(std::size(bad))]);
+  }
+  void badNumber() {
+    mTold = "another number at ";
+    any([](const Json& each, const Pointer&) { return each.is_number(); }) = kMark;
+    const char* const numbers[] = {"1e400",      "-1",   "2147483648", "9223372036854775808",
+                                   "1e-310",     "-0.0", "1e300",      "-2147483648",
+                                   "4294967295", "0.5",  "6",          "99999999999999999999999"};
+    const std::string number = numbers[below(std::size(numbers))];
+    put(number);
+  }
+  // Which is taken over where there is no sync source.
+  void badRate() {
+    mTold = "another rate";
+    mJson.erase("syncSource");
+    mJson["playbackRate"] = kMark;
+    const char* const rates[] = {"1e400", "1e-310", "1e300", "1e-300", "-1", "-0.0", "1e-9", "1e9"};
+    put(rates[below(std::size(rates))]);
+  }
+  void put(const std::string& number) {
+    mTold += " " + number;
+    write(number == "1e400");
+    mText = replaced(mText, "\"" + std::string(kMark) + "\"", number);
+  }
+  // Of the right length, with bytes that no time has.
+  void badTime() {
+    mTold = "any bytes for a time at ";
+    Json& value = any([](const Json& each, const Pointer& at) {
+      return at.back() == "$base64" && each.get_ref<const std::string&>().size() == 32;
+    });
+    constexpr std::string_view kLetters =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    auto& text = value.get_ref<std::string&>();
+    // Its format stays in half of them, so that the digits are looked at.
+    for (std::size_t i = below(2) * 22; i < text.size(); ++i) {
+      text[i] = kLetters[below(kLetters.size())];
+    }
+    write(false);
+  }
+
+  std::mt19937 mRandom;
+  std::string mText;
+  Json mJson;
+  std::string mTold;
+  bool mIsFatal = false;
+};
+
+class DamagedDocumentTest : public FullDocument, public testing::WithParamInterface<int> {
+ protected:
+  bool load(const std::string& document) {
+    mFailures = logged().size();
+    return app().loadApplicationStateFromURL(write("damaged.velor", document));
+  }
+  std::vector<std::string> logged() const {
+    return mLog.matching("exception decoding state of device manager: ");
+  }
+  // What the device manager said of the last one.
+  std::string deviceError() const {
+    const auto all = logged();
+    return all.size() > mFailures ? all.back() : "";
+  }
+  std::string saved() {
+    const auto path = mFolder.path() / "saved.velor";
+    EXPECT_TRUE(app().saveApplicationStateToURL(path));
+    return contents(path);
+  }
+
+  // A line and a column, or a path that begins with a key of the document.
+  bool namesAPlace(const std::string& error) const {
+    if (error.find("line ") != std::string::npos && error.find(", column ") != std::string::npos) {
+      return true;
+    }
+    const Json document = Json::parse(mDocument);
+    return std::any_of(
+        document.items().begin(), document.items().end(), [&error](const auto& each) {
+          const std::size_t at = error.find(each.key());
+          return at != std::string::npos && error.find(": ", at) != std::string::npos;
+        });
+  }
+
+  void expectALegalClock() {
+    const std::uint32_t format = clock().smpteFormat();
+    EXPECT_TRUE(ltc_is_valid_type(format));
+    for (const SMPTETime& time :
+         {clock().time(), clock().smpteOffset(), clock().loopStartTime(), clock().loopEndTime()}) {
+      EXPECT_TRUE(ltc_is_valid(time));
+      EXPECT_EQ(time.mType, format);
+      SMPTETime normal = time;
+      ltc_normalize(normal);
+      EXPECT_TRUE(ltc_same_time(normal, time)) << stringFromSMPTETime(time);
+    }
+    EXPECT_EQ(ltc_compare(clock().loopStartTime(), clock().loopEndTime()), -1);
+    EXPECT_TRUE(std::isnormal(clock().playRate()));
+    EXPECT_TRUE(std::any_of(kVLPlayModes.begin(), kVLPlayModes.end(), [](const auto& row) {
+      return row.playMode == clock().playMode();
+    })) << clock().playMode();
+    clock().start();
+    mHost.advance(3 * kFrame25);
+    clock().stop();
+    mHost.settle();
+    EXPECT_GE(clock().prerollTime(), 0);
+    EXPECT_LE(clock().prerollTime(), 60);
+  }
+
+ private:
+  std::size_t mFailures = 0;
+};
+
+TEST_P(DamagedDocumentTest, IsToldByItsPlaceAndTheNextWholeOneOpensAsEver) {
+  ASSERT_TRUE(load(mDocument));
+  mHost.settle();
+  ASSERT_EQ(saved(), mDocument);
+  int refused = 0;
+  for (int i = 0; i < kVariantsOfAPart; ++i) {
+    const auto seed = static_cast<unsigned>(GetParam() * kVariantsOfAPart + i);
+    const Damage damage(mDocument, seed);
+    SCOPED_TRACE("seed " + std::to_string(seed) + ": " + damage.told());
+    const bool isLoaded = load(damage.text());
+    if (!isLoaded) {
+      ++refused;
+      EXPECT_TRUE(namesAPlace(app().state().error())) << app().state().error();
+    } else if (!deviceError().empty()) {
+      ++refused;
+      EXPECT_TRUE(namesAPlace(deviceError())) << deviceError();
+    } else {
+      EXPECT_FALSE(damage.isFatal());
+    }
+    mHost.settle();
+    expectALegalClock();
+    app().setPlayRate(1);  // beside a sync source it stays what it is
+    EXPECT_TRUE(load(mDocument)) << app().state().error();
+    EXPECT_EQ(deviceError(), "");
+    mHost.settle();
+    EXPECT_EQ(saved(), mDocument);
+    ASSERT_FALSE(HasFailure());
+  }
+  EXPECT_GT(refused, kVariantsOfAPart * 3 / 4);
+}
+
+INSTANTIATE_TEST_SUITE_P(Parts, DamagedDocumentTest, testing::Range(0, 10));
+
+}  // namespace
+}  // namespace velor
