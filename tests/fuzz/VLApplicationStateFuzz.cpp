@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+// Any bytes as a document of the application, on simulated time with the services in
+// process: one that is refused is told by a place; whatever it was, the state can be
+// written, and reads as what was written. What looks into documents meets the same bytes.
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
+#include "Kv-Appkit/KVShared.h"
+#include "Velor/app/VLAppDelegate.h"
+#include "Velor/app/VLInspect.h"
+#include "Velor/devices/VLDeviceManager.h"
+#include "kvtimecode/ltc_utils.h"
+#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/builtin/BuiltinAudio.h"
+#include "platform/discovery/builtin/BuiltinDiscovery.h"
+#include "platform/host/Log.h"
+#include "platform/host/SimulatedHost.h"
+#include "platform/midi/builtin/MIDIObjectTable.h"
+#include "platform/store/KeyedUnarchiver.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using namespace velor;
+
+void require(bool condition, const char* what) {
+  if (!condition) {
+    std::fprintf(stderr, "does not hold: %s\n", what);
+    std::abort();
+  }
+}
+
+class NoWindow final : public VLMainWindowOutlet {
+ public:
+  void presentAlert(const VLAlert& /*alert*/, VLAlert::Answer /*answer*/) override {}
+  void presentError(const std::string& /*text*/) override {}
+  void beginSavePanel(std::string_view /*fileType*/, FileChosen /*chosen*/) override {}
+  void beginOpenPanel(std::string_view /*fileType*/, FileChosen /*chosen*/) override {}
+  void replyToApplicationShouldTerminate(bool /*terminate*/) override {}
+};
+
+std::vector<std::unique_ptr<audio::AudioOutside>> loopback() {
+  std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
+  outsides.push_back(std::make_unique<audio::BuiltinAudio>());
+  return outsides;
+}
+
+// The application, once for all documents: each finds what the one before has left.
+class Application {
+ public:
+  Application() {
+    host::setLogSink([](host::LogLevel, std::string_view) {});
+    midi::setService(&mMIDI);
+    audio::setService(&mAudio);
+    setUDPNetwork(&mNetwork);
+    discovery::setService(&mDiscovery);
+    const std::string home = mFolder.path().string();
+    mApp = std::make_shared<VLAppDelegate>(
+        std::make_shared<NoWindow>(), std::make_shared<VLTimecodeViewOutlet>(),
+        store::ApplicationFolders([home](const char* name) -> const char* {
+          return std::string_view(name) == "HOME" ? home.c_str() : nullptr;
+        }));
+    mApp->applicationDidFinishLaunching();
+    mHost.settle();
+    mState = std::make_unique<VLApplicationState>(*mApp);
+  }
+  ~Application() {
+    mState.reset();
+    mApp.reset();
+    KVSharedInstances::clear();
+    mHost.settle();
+    discovery::setService(nullptr);
+    setUDPNetwork(nullptr);
+    audio::setService(nullptr);
+    midi::setService(nullptr);
+    host::setLogSink({});
+  }
+  Application(const Application&) = delete;
+  Application& operator=(const Application&) = delete;
+
+  void load(std::string_view document) {
+    const auto result = store::KeyedUnarchiver::read(document, VLApplicationState::classes());
+    const VLInspection inspection = VLInspectDocument(document);
+    require(static_cast<bool>(result) == inspection.error.empty(),
+            "what is inspected is what can be opened");
+    if (!result) {
+      require(result.error.find(": ") != std::string::npos, "a refusal says where and why");
+      return;
+    }
+    if (!mState->decode(*result.coder)) {
+      require(mState->error().find(": ") != std::string::npos, "a refusal says where and why");
+      require(!inspection.problems.empty(), "what cannot be opened whole has problems");
+    }
+    mHost.settle();
+    require(ltc_is_valid_type(mApp->clock().smpteFormat()), "the format is one");
+    require(mApp->clock().smpteOffset().mType == mApp->clock().smpteFormat(),
+            "the offset is of the format");
+    const auto written = mState->data();
+    require(written.has_value(), "the state can be written");
+    const auto again = store::KeyedUnarchiver::read(*written, VLApplicationState::classes());
+    require(static_cast<bool>(again), "what is written can be read");
+    require(mState->decode(*again.coder), "what is written can be taken over");
+  }
+
+ private:
+  host::SimulatedHost mHost;
+  midi::MIDIObjectTable mMIDI{nullptr};
+  audio::AudioObjectTable mAudio{loopback()};
+  SimulatedUDPNetwork mNetwork;
+  discovery::BuiltinDiscovery mDiscovery;
+  test::TemporaryFolder mFolder;
+  std::shared_ptr<VLAppDelegate> mApp;
+  std::unique_ptr<VLApplicationState> mState;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static Application application;
+  application.load({reinterpret_cast<const char*>(data), size});
+  return 0;
+}
