@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -24,40 +25,6 @@ inline std::uint64_t now() {
   clock_gettime(CLOCK_MONOTONIC, &t);
   return static_cast<std::uint64_t>(t.tv_sec) * kSecond + static_cast<std::uint64_t>(t.tv_nsec);
 }
-
-inline thread_local std::uint64_t lastDeadline = 0;
-
-/// The system's host, which keeps each thread's last deadline.
-class WatchedHost final : public host::Host {
- public:
-  WatchedHost() { makeServices(); }
-  ~WatchedHost() override { endServices(); }
-
-  std::uint64_t AudioGetCurrentHostTime() const noexcept override {
-    return mSystem.AudioGetCurrentHostTime();
-  }
-  int mach_timebase_info(host::MachTimebaseInfo& info) const noexcept override {
-    return mSystem.mach_timebase_info(info);
-  }
-  void mach_wait_until(std::uint64_t deadline) noexcept override {
-    lastDeadline = deadline;
-    mSystem.mach_wait_until(deadline);
-  }
-  int thread_policy_set(const host::ThreadTimeConstraintPolicy& policy,
-                        host::ThreadRole role) noexcept override {
-    return mSystem.thread_policy_set(policy, role);
-  }
-  std::unique_ptr<host::Thread> startThread(std::string name, std::function<void()> body) override {
-    return mSystem.startThread(std::move(name), std::move(body));
-  }
-  std::unique_ptr<host::Semaphore> makeSemaphore(Pollable pollable) override {
-    return mSystem.makeSemaphore(pollable);
-  }
-  host::Semaphore& threadSemaphore() override { return mSystem.threadSemaphore(); }
-
- private:
-  host::SystemHost mSystem;
-};
 
 /// Room for the errors of one run; written by one thread.
 class TickErrors {
@@ -80,6 +47,52 @@ class TickErrors {
 
  private:
   std::vector<std::uint64_t> mErrors;
+};
+
+inline thread_local std::uint64_t lastDeadline = 0;
+inline thread_local bool isTimer = false;
+
+/// The system's host, which keeps each thread's last deadline, and how late the timer's
+/// thread wakes.
+class WatchedHost final : public host::Host {
+ public:
+  /// Of one timer; null: no more. Must outlive it.
+  void watch(TickErrors* errors) { mErrors.store(errors); }
+
+  WatchedHost() { makeServices(); }
+  ~WatchedHost() override { endServices(); }
+
+  std::uint64_t AudioGetCurrentHostTime() const noexcept override {
+    return mSystem.AudioGetCurrentHostTime();
+  }
+  int mach_timebase_info(host::MachTimebaseInfo& info) const noexcept override {
+    return mSystem.mach_timebase_info(info);
+  }
+  void mach_wait_until(std::uint64_t deadline) noexcept override {
+    lastDeadline = deadline;
+    mSystem.mach_wait_until(deadline);
+    const std::uint64_t woken = now();
+    TickErrors* const errors = isTimer ? mErrors.load() : nullptr;
+    if (errors != nullptr && woken >= deadline) {
+      errors->add(woken - deadline);
+    }
+  }
+  int thread_policy_set(const host::ThreadTimeConstraintPolicy& policy,
+                        host::ThreadRole role) noexcept override {
+    isTimer = role == host::ThreadRole::timer;
+    return mSystem.thread_policy_set(policy, role);
+  }
+  std::unique_ptr<host::Thread> startThread(std::string name, std::function<void()> body) override {
+    return mSystem.startThread(std::move(name), std::move(body));
+  }
+  std::unique_ptr<host::Semaphore> makeSemaphore(Pollable pollable) override {
+    return mSystem.makeSemaphore(pollable);
+  }
+  host::Semaphore& threadSemaphore() override { return mSystem.threadSemaphore(); }
+
+ private:
+  std::atomic<TickErrors*> mErrors{nullptr};
+  host::SystemHost mSystem;
 };
 
 }  // namespace velor
