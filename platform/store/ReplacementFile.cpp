@@ -109,7 +109,8 @@ int ReplacementFile::openFile(mode_t mode) {
     }
     // Where there are no locks, nothing is taken away either.
     mLock = fcntl(file, F_DUPFD_CLOEXEC, 0);
-    flock(file, LOCK_EX);
+    while (flock(file, LOCK_EX) != 0 && errno == EINTR) {
+    }
     return file;
   }
   return -1;

@@ -6,11 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
+#include "platform/store/ReplacementFile.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace velor::store {
@@ -95,6 +97,31 @@ TEST_F(AtomicFileTest, AFailureLeavesTheOldFileAndNoOtherAndNamesStepAndPath) {
 
   EXPECT_EQ(contents(mFile), "old");
   EXPECT_EQ(filesThere(), 2U);
+}
+
+TEST_F(AtomicFileTest, OnlyOldFilesOfItsOwnThatNobodyHasOpenAreTakenAway) {
+  ReplacementFile living(mFolder.path() / "slow.wav", 0600);
+  const fs::path young = mFolder.path() / ".velor-abc123";
+  std::ofstream(young) << "young";
+  const fs::path left = mFolder.path() / ".velor-abc124";
+  const fs::path others[] = {".velor-abc12", ".velor-abc1234", ".velor-ABC123", "velor-abc123"};
+  std::ofstream(left) << "left by a kill";
+  for (const fs::path& other : others) {
+    std::ofstream(mFolder.path() / other) << "of somebody else";
+  }
+  for (const auto& entry : fs::directory_iterator(mFolder.path())) {
+    if (entry.path() != young) {
+      fs::last_write_time(entry.path(), fs::file_time_type::clock::now() - std::chrono::hours(1));
+    }
+  }
+  EXPECT_EQ(AtomicFile::write(mFile, "first"), "");
+  EXPECT_FALSE(fs::exists(left));
+  EXPECT_TRUE(fs::exists(young));
+  for (const fs::path& other : others) {
+    EXPECT_TRUE(fs::exists(mFolder.path() / other)) << other;
+  }
+  EXPECT_EQ(living.takePlace(), "");
+  EXPECT_TRUE(fs::exists(mFolder.path() / "slow.wav"));
 }
 
 TEST_F(AtomicFileTest, AFolderThatMayNotBeWrittenKeepsItsFile) {
