@@ -6,6 +6,7 @@
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVRandom.h"
 #include "kva/MIDI/KVMIDICheck.h"
+#include "platform/host/Log.h"
 #include "platform/midi/MIDIService.h"
 
 namespace velor {
@@ -98,8 +99,13 @@ midi::MIDIObjectRef KVMIDICore::endpointWithUniqueId(midi::MIDIUniqueID uniqueID
 
 std::shared_ptr<KVMIDIEndpoint> KVMIDICore::sourceWithUniqueId(midi::MIDIUniqueID uniqueID) {
   for (const auto& source : sources()) {
-    if (source->uniqueID() == uniqueID) {
-      return source;
+    try {
+      if (source->uniqueID() == uniqueID) {
+        return source;
+      }
+    } catch (const KVException& exception) {
+      // It has gone, its notification is under way, and nobody had asked for its id.
+      VELOR_LOG_INFO("%s", exception.what());
     }
   }
   return nullptr;

@@ -72,6 +72,15 @@ class KVMIDICoreTest : public MIDITest {
   }
 };
 
+TEST_F(KVMIDICoreTest, ASourceIsFoundBehindOneThatHasJustGone) {
+  const auto keys = mOutside->appear(MIDIEndpointKind::source, "keys");
+  const auto pads = mOutside->appear(MIDIEndpointKind::source, "pads");
+  ASSERT_EQ(refs(core().sources()), (std::vector{keys, pads}));
+  mOutside->vanish(keys);
+  ASSERT_EQ(core().sources().size(), 2U) << "its notification is under way";
+  EXPECT_EQ(core().sourceWithUniqueId(idOf(pads)), core().sources()[1]);
+}
+
 TEST_F(KVMIDICoreTest, ListsFollowThePlatformAndWhoStaysKeepsItsObject) {
   const auto keys = mOutside->appear(MIDIEndpointKind::source, "keys");
   const auto synth = mOutside->appear(MIDIEndpointKind::destination, "synth");
