@@ -97,7 +97,8 @@ class Application {
     }
     if (!mState->decode(*result.coder)) {
       require(mState->error().find(": ") != std::string::npos, "a refusal says where and why");
-      require(!inspection.problems.empty(), "what cannot be opened whole has problems");
+      require(!inspection.problems.empty(),
+              ("what cannot be opened whole has problems: " + mState->error()).c_str());
     }
     mHost.settle();
     require(ltc_is_valid_type(mApp->clock().smpteFormat()), "the format is one");
