@@ -100,7 +100,11 @@ void VLMarkers::setMarkers(Markers markers) {
 }
 
 void VLMarkers::setType(std::uint32_t format) {
-  mType = format;
+  // The clock announces its format each time that it is set.
+  const bool isOther = std::exchange(mType, format) != format;
+  if (!isOther) {
+    return;
+  }
   for (const auto& marker : mController.arrangedObjects()) {
     takeOver(*marker);
   }

@@ -206,14 +206,15 @@ struct KeyedUnarchiver::State {
 
   // The value under the key, null where there is none. It is asked for from now on.
   const Json* ask(std::string_view key) {
-    const Json* found = KeyedDocument::find(*scope.object, key);
-    if (found != nullptr) {
-      const auto& members = scope.object->get_ref<const Json::object_t&>();
-      const auto at = std::find_if(members.begin(), members.end(),
-                                   [found](const auto& member) { return &member.second == found; });
-      scope.isAsked[static_cast<std::size_t>(at - members.begin())] = true;
+    std::size_t place = 0;
+    for (const auto& [name, found] : scope.object->get_ref<const Json::object_t&>()) {
+      if (name == key) {
+        scope.isAsked[place] = true;
+        return &found;
+      }
+      ++place;
     }
-    return found;
+    return nullptr;
   }
 
   // As `ask`, unless the value is null.
@@ -339,15 +340,15 @@ std::string KeyedUnarchiver::pathOf(std::string_view key) const {
 
 KeyedRemainder KeyedUnarchiver::remainder() const {
   const auto& [object, isAsked] = mState->scope;
+  if (std::find(isAsked.begin(), isAsked.end(), false) == isAsked.end()) {
+    return {};  // as nearly always
+  }
   Json left = Json::object();
   std::size_t place = 0;
   for (const auto& [key, value] : object->get_ref<const Json::object_t&>()) {
     if (!isAsked[place++]) {
       KeyedDocument::append(left, key, value);
     }
-  }
-  if (left.empty()) {
-    return {};
   }
   return KeyedRemainder(
       std::make_shared<const KeyedRemainder::Members>(KeyedRemainder::Members{std::move(left)}));
