@@ -24,14 +24,11 @@ VLRecovery::VLRecovery(std::filesystem::path folder, Encode encode)
     return;
   }
   const std::string name = mFolder / "recovery.lock";
-  mLock = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (mLock < 0 || flock(mLock, LOCK_EX | LOCK_NB) != 0) {
+  mLock.descriptor = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (!mLock.isHeld() || flock(mLock.descriptor, LOCK_EX | LOCK_NB) != 0) {
     VELOR_LOG_INFO("no copy for a recovery is kept: %s: %s", name.c_str(),
                    std::generic_category().message(errno).c_str());
-    if (mLock >= 0) {
-      close(mLock);
-      mLock = -1;
-    }
+    mLock.release();
     return;
   }
   std::error_code error;
@@ -40,15 +37,16 @@ VLRecovery::VLRecovery(std::filesystem::path folder, Encode encode)
   }
 }
 
-VLRecovery::~VLRecovery() {
-  mQueue.sync([] {});
-  if (mLock >= 0) {
-    close(mLock);
+VLRecovery::~VLRecovery() = default;
+
+void VLRecovery::Lock::release() noexcept {
+  if (descriptor >= 0) {
+    close(std::exchange(descriptor, -1));
   }
 }
 
 void VLRecovery::noteEdit() {
-  if (mLock < 0) {
+  if (!mLock.isHeld()) {
     return;
   }
   mLastEdit = host::current().AudioGetCurrentHostTime();
@@ -72,7 +70,7 @@ void VLRecovery::waitUntilDue() {
   }
   host.mainQueue().after(due - now, [weak = std::weak_ptr(mSelf)] {
     const auto self = weak.lock();
-    if (self != nullptr && self->mLock >= 0) {
+    if (self != nullptr && self->mLock.isHeld()) {
       self->waitUntilDue();
     }
   });
@@ -105,13 +103,13 @@ void VLRecovery::makeRoom() {
 
 void VLRecovery::end() {
   mQueue.sync([] {});
-  if (mLock < 0) {
+  if (!mLock.isHeld()) {
     return;
   }
   makeRoom();
   std::error_code error;
   std::filesystem::remove(mFolder / kFileName, error);
-  close(std::exchange(mLock, -1));
+  mLock.release();
 }
 
 }  // namespace velor

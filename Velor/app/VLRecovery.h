@@ -46,13 +46,24 @@ class VLRecovery {
   void end();
 
  private:
+  struct Lock {
+    Lock() = default;
+    ~Lock() { release(); }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+    bool isHeld() const noexcept { return descriptor >= 0; }
+    void release() noexcept;
+
+    int descriptor = -1;
+  };
+
   void waitUntilDue();
   void writeCopy(std::uint64_t now);
   void makeRoom();
 
   const std::filesystem::path mFolder;
   const Encode mEncode;
-  int mLock = -1;  // a descriptor; held while this program keeps the copy
+  Lock mLock;  // held while this program keeps the copy
   std::optional<std::filesystem::path> mLeftBehind;
   // Host times.
   std::uint64_t mLastEdit = 0;
