@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
-#include "Kv-Appkit/KVShared.h"
 #include "Velor/app/VLAppDelegate.h"
 #include "Velor/app/VLInspect.h"
 #include "Velor/devices/VLDeviceManager.h"
@@ -56,13 +55,12 @@ std::vector<std::unique_ptr<audio::AudioOutside>> loopback() {
 // The application, once for all documents: each finds what the one before has left.
 class Application {
  public:
-  Application() {
+  explicit Application(const std::string& home) {
     host::setLogSink([](host::LogLevel, std::string_view) {});
     midi::setService(&mMIDI);
     audio::setService(&mAudio);
     setUDPNetwork(&mNetwork);
     discovery::setService(&mDiscovery);
-    const std::string home = mFolder.path().string();
     mApp = std::make_shared<VLAppDelegate>(
         std::make_shared<NoWindow>(), std::make_shared<VLTimecodeViewOutlet>(),
         store::ApplicationFolders([home](const char* name) -> const char* {
@@ -71,17 +69,6 @@ class Application {
     mApp->applicationDidFinishLaunching();
     mHost.settle();
     mState = std::make_unique<VLApplicationState>(*mApp);
-  }
-  ~Application() {
-    mState.reset();
-    mApp.reset();
-    KVSharedInstances::clear();
-    mHost.settle();
-    discovery::setService(nullptr);
-    setUDPNetwork(nullptr);
-    audio::setService(nullptr);
-    midi::setService(nullptr);
-    host::setLogSink({});
   }
   Application(const Application&) = delete;
   Application& operator=(const Application&) = delete;
@@ -117,7 +104,6 @@ class Application {
   audio::AudioObjectTable mAudio{loopback()};
   SimulatedUDPNetwork mNetwork;
   discovery::BuiltinDiscovery mDiscovery;
-  test::TemporaryFolder mFolder;
   std::shared_ptr<VLAppDelegate> mApp;
   std::unique_ptr<VLApplicationState> mState;
 };
@@ -127,7 +113,9 @@ class Application {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static Application application;
+  static const test::TemporaryFolder folder;
+  // Never ended: what the thread that ends the process would need has gone by then.
+  static Application& application = *new Application(folder.path().string());
   application.load({reinterpret_cast<const char*>(data), size});
   return 0;
 }

@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,7 +18,6 @@
 #include <string>
 #include <vector>
 
-#include "bench/TickErrors.h"
 #include "platform/store/AtomicFile.h"
 #include "platform/store/KeyedArchiver.h"
 #include "tests/support/TemporaryFolder.h"
@@ -25,6 +26,14 @@ namespace velor::test {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr std::uint64_t kSecond = 1'000'000'000;  // ns
+
+std::uint64_t now() {
+  timespec t{};
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  return static_cast<std::uint64_t>(t.tv_sec) * kSecond + static_cast<std::uint64_t>(t.tv_nsec);
+}
 
 // Two or three saves of the longer document.
 constexpr useconds_t kLongestLife = 60'000;  // us
