@@ -81,6 +81,7 @@ VLAppDelegate::VLAppDelegate(std::shared_ptr<VLMainWindowOutlet> mainWindow,
       mFolders(std::move(folders)),
       mDefaults(mFolders.config() / "settings.json", kDefaultsClasses),
       mClock(VLClock::sharedClock()),
+      mBackground(std::make_unique<host::Queue>("velor.background")),
       mRecovery(mFolders.state(), [this] { return mState.data(); }) {
   VELOR_LOG_INFO("%s %s (%s) is starting, Build date: %s %s, %sMAS Version [%s]", "Velor",
                  VELOR_VERSION, VELOR_VERSION, __DATE__, __TIME__, "Non-", "PRODUCTION");
@@ -192,7 +193,6 @@ void VLAppDelegate::loadSettings() {
   }
   // The first call of these is the main thread's.
   VLOSCClientDispatcher& dispatcher = VLOSCClientDispatcher::sharedDispatcher();
-  mBackground = std::make_unique<host::Queue>("velor.settings");
   mBackground->async([weak = weak_from_this(), &server = server(), &dispatcher, settings] {
     const auto present = [&weak](const std::string& text) {
       host::current().mainQueue().async([weak, text] {
@@ -211,6 +211,10 @@ void VLAppDelegate::loadSettings() {
     }
   });
   _disableMTCLoopCheck = settings.disableLoopCheck;
+}
+
+void VLAppDelegate::letGo(std::shared_ptr<void> object) {
+  mBackground->async([object = std::move(object)]() mutable { object.reset(); });
 }
 
 void VLAppDelegate::waitForSettings() {

@@ -131,6 +131,8 @@ class VLAppDelegate final : public KVObservable,
   /// Why the file that was to be opened was not, for people.
   const std::string& openError() const noexcept { return mOpenError; }
   const VLApplicationState& state() const noexcept { return mState; }
+  /// Frees it in the background: of a large document that takes as long as reading it.
+  void letGo(std::shared_ptr<void> object);
 
   // --- recovery
 
@@ -220,8 +222,8 @@ class VLAppDelegate final : public KVObservable,
   VLMarkers mMarkers{mUndoManager, mClock.smpteFormat()};
   VLApplicationState mState{*this};
   std::string mOpenError;
-  std::unique_ptr<host::Queue> mBackground;  // while settings are read
-  std::string mDevicesSeen;                  // their state, when it was last looked at
+  std::unique_ptr<host::Queue> mBackground;
+  std::string mDevicesSeen;  // their state, when it was last looked at
   VLRecovery mRecovery;
 };
 

@@ -87,9 +87,11 @@ bool VLApplicationState::saveToURL(const std::filesystem::path& path) {
 
 std::optional<std::string> VLApplicationState::data() {
   try {
-    store::KeyedArchiver coder;
-    encode(coder);
-    return coder.data();
+    auto coder = std::make_unique<store::KeyedArchiver>();
+    encode(*coder);
+    std::string text = coder->data();
+    mApp.letGo(std::move(coder));
+    return text;
   } catch (const store::KeyedArchiveError& error) {
     mError = error.what();
     return std::nullopt;
@@ -121,7 +123,7 @@ void VLApplicationState::encode(store::KeyedArchiver& coder) const {
 // --- reading
 
 bool VLApplicationState::loadFromURL(const std::filesystem::path& path) {
-  const auto document = store::KeyedUnarchiver::readFile(path, kDocumentClasses);
+  auto document = store::KeyedUnarchiver::readFile(path, kDocumentClasses);
   if (!document) {
     mError = document.error;
     VELOR_LOG_WARNING("failed to load application state from %s, error: %s", path.c_str(),
@@ -129,7 +131,9 @@ bool VLApplicationState::loadFromURL(const std::filesystem::path& path) {
     return false;
   }
   VELOR_LOG_INFO("will load application state from %s", path.c_str());
-  if (!decode(*document.coder)) {
+  const bool isWhole = decode(*document.coder);
+  mApp.letGo(std::move(document.coder));
+  if (!isWhole) {
     VELOR_LOG_WARNING("error while restoring application state, set app to default values");
     return false;
   }
