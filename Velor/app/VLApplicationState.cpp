@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-
 #include "Velor/app/VLApplicationState.h"
 
 #include <algorithm>
@@ -13,7 +12,6 @@
 #include "Velor/devices/VLLTCGeneratorDevice.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
 #include "kva/MIDI/KVMIDICore.h"
-#include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Log.h"
 #include "platform/store/AtomicFile.h"
@@ -46,16 +44,12 @@ void take(const store::KeyedUnarchiver& coder, std::string_view key, Set set) {
   }
 }
 
-// The record as it stands there, unless its digits are none of its format: the clock would
-// count on from them.
+// A point may have been typed as a number that its format leaves out, and the clock would
+// count on from digits that are none: what is over is carried.
 SMPTETime decodeTime(store::KeyedUnarchiver& coder, std::string_view key) {
   const SMPTETime time = decodeSmpteTimeForKey(coder, key);
   SMPTETime normal = time;
-  if (ltc_is_valid(time) && ltc_normalize(normal) == 0 && !ltc_same_time(normal, time)) {
-    throw store::KeyedArchiveError(
-        coder.pathOf(key), "no time of its format, it would be " + stringFromSMPTETime(normal));
-  }
-  return time;
+  return ltc_is_valid(time) && ltc_normalize(normal) == 0 ? normal : time;
 }
 
 }  // namespace

@@ -123,6 +123,17 @@ TEST_F(VLApplicationStateTest, WhatAFileDoesNotSayStaysAndNoFormatIs24) {
   EXPECT_EQ(markers(), (std::vector<std::string>{"00:00:01:00 Marker 1"}));
 }
 
+TEST_F(VLApplicationStateTest, APointThatIsANumberLeftOutDoesNotKeepADocumentFromOpening) {
+  clock().setSmpteFormat(kSMPTETimeType2997Drop);
+  clock().setStopTime(timeOf("00:01:00;00", kSMPTETimeType2997Drop));
+  clock().setLoopEndTime(timeOf("00:02:00;01", kSMPTETimeType2997Drop));
+  clock().setSmpteOffset(timeOf("00:03:00;00", kSMPTETimeType2997Drop));
+  goTo("00:00:01;00");
+  EXPECT_TRUE(load(saved())) << app().state().error();
+  EXPECT_EQ(now(), "00:00:01;00");
+  EXPECT_EQ(stringFromSMPTETime(clock().stopTime()), "00:01:00;02");
+}
+
 TEST_F(VLApplicationStateTest, WhatIsNoDocumentChangesNothingAndIsToldWithItsPlace) {
   goTo("00:00:05:00");
   const std::string before = saved().dump();
