@@ -10,7 +10,6 @@
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/devices/VLTimecodeDestinationDevice.h"
 #include "Velor/osc/VLOSCClientDispatcher.h"
-#include "Velor/osc/VLOSCServerSettings.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
@@ -44,21 +43,7 @@ constexpr Image kInactivePlayImage{"playTemplate", Image::Tint::black};
 constexpr Image kActiveStopImage{"stopTemplate", Image::Tint::red};
 constexpr Image kInactiveStopImage{"stopTemplate", Image::Tint::black};
 
-constexpr std::string_view kServerSettingsKey = "osc.server.settings";
-constexpr std::string_view kClientSettingsKey = "osc.client.settings";
-constexpr std::string_view kLoopCheckKey = "mtcLoopCheck.disable";
-
-constexpr std::array<store::KeyedClass, 1> kDefaultsClasses{
-    store::KeyedClass::of<VLOSCServerSettings>()};
-
 constexpr std::uint64_t kDeviceLookInterval = 5'000'000'000;  // ns
-
-// What the defaults hold.
-struct Settings {
-  std::shared_ptr<VLOSCServerSettings> server;
-  std::optional<std::string> clients;
-  bool disableLoopCheck = false;
-};
 
 std::string displayName(const std::shared_ptr<KVMIDIEndpoint>& endpoint) {
   return endpoint != nullptr ? endpoint->displayName().value_or("") : "";
@@ -79,7 +64,7 @@ VLAppDelegate::VLAppDelegate(std::shared_ptr<VLMainWindowOutlet> mainWindow,
     : window(std::move(mainWindow)),
       timecodeView(std::move(counters)),
       mFolders(std::move(folders)),
-      mDefaults(mFolders.config() / "settings.json", kDefaultsClasses),
+      mSettings(mFolders),
       mClock(VLClock::sharedClock()),
       mBackground(std::make_unique<host::Queue>("velor.background")),
       mRecovery(mFolders.state(), [this] { return mState.data(); }) {
@@ -124,7 +109,11 @@ void VLAppDelegate::applicationDidFinishLaunching(
   mMIDIObserver = KVNotificationCenter::defaultCenter().addObserver(
       KVMIDINotification, [this](const KVNotification&) { dropVanishedSyncSource(); });
   server().setDelegate(shared_from_this());
-  loadSettings();
+  mSettings.load(*mBackground, [weak = weak_from_this()](const std::string& error) {
+    if (const auto self = weak.lock()) {
+      self->window->presentError(error);
+    }
+  });
   mClock.setProceedBlock([weak = weak_from_this()](const SMPTETime* time) {
     if (const auto self = weak.lock()) {
       self->proceed(*time);
@@ -152,7 +141,7 @@ void VLAppDelegate::setUpMenus() {
   for (const VLPlayModeTitle& mode : kVLPlayModes) {
     modes.push_back({mode.title, mode.playMode});
   }
-  window->setPlayModes(modes, [this](std::uint64_t tag) { mClock.setPlayMode(tag); });
+  window->setPlayModes(modes, [&clock = mClock](std::uint64_t tag) { clock.setPlayMode(tag); });
 }
 
 void VLAppDelegate::bindClock() {
@@ -175,42 +164,10 @@ void VLAppDelegate::bindClock() {
   for (std::size_t i = 0; i < titles.size(); ++i) {
     formats.push_back({titles[i], kOfferedFormats[i]});
   }
-  window->setFormats(formats, [this](std::uint64_t tag) {
-    mClock.setSmpteFormat(static_cast<std::uint32_t>(tag));
+  window->setFormats(formats, [&clock = mClock](std::uint64_t tag) {
+    clock.setSmpteFormat(static_cast<std::uint32_t>(tag));
   });
   bind("smpteFormat", &VLAppDelegate::showFormat);
-}
-
-void VLAppDelegate::loadSettings() {
-  Settings settings;
-  const bool isRead = mDefaults.read([&settings](store::KeyedUnarchiver& coder) {
-    settings.server = coder.decodeObject<VLOSCServerSettings>(kServerSettingsKey);
-    settings.clients = coder.decodeString(kClientSettingsKey);
-    settings.disableLoopCheck = coder.decodeBool(kLoopCheckKey).value_or(false);
-  });
-  if (!isRead) {
-    settings = {};
-  }
-  // The first call of these is the main thread's.
-  VLOSCClientDispatcher& dispatcher = VLOSCClientDispatcher::sharedDispatcher();
-  mBackground->async([weak = weak_from_this(), &server = server(), &dispatcher, settings] {
-    const auto present = [&weak](const std::string& text) {
-      host::current().mainQueue().async([weak, text] {
-        if (const auto self = weak.lock()) {
-          self->window->presentError(text);
-        }
-      });
-    };
-    GCDAsyncUdpSocketError problem;
-    if (settings.server != nullptr && !server.loadSettingsDictionary(*settings.server, &problem)) {
-      present("OSC cannot be received: " + problem.description());
-    }
-    std::string error;
-    if (settings.clients && !dispatcher.loadSettingsFromData(*settings.clients, error)) {
-      present("The OSC targets cannot be read: " + error);
-    }
-  });
-  _disableMTCLoopCheck = settings.disableLoopCheck;
 }
 
 void VLAppDelegate::letGo(std::shared_ptr<void> object) {
@@ -219,19 +176,6 @@ void VLAppDelegate::letGo(std::shared_ptr<void> object) {
 
 void VLAppDelegate::waitForSettings() {
   mBackground->sync([] {});
-}
-
-bool VLAppDelegate::saveSettings() const {
-  if (const auto folder = mFolders.createConfig(); !folder) {
-    VELOR_LOG_WARNING("%s", folder.error.c_str());
-    return false;
-  }
-  return mDefaults.write([this](store::KeyedArchiver& coder) {
-    coder.encodeObject(server().settingsDictionary(), kServerSettingsKey);
-    coder.encodeString(VLOSCClientDispatcher::sharedDispatcher().settingsData(),
-                       kClientSettingsKey);
-    coder.encodeBool(_disableMTCLoopCheck, kLoopCheckKey);
-  });
 }
 
 VLAppDelegate::TerminateReply VLAppDelegate::applicationShouldTerminate() {
@@ -267,7 +211,7 @@ VLAppDelegate::TerminateReply VLAppDelegate::applicationShouldTerminate() {
 bool VLAppDelegate::applicationWillTerminate() {
   const auto last = lastStateFile();
   const bool isStateSaved = last && saveApplicationStateToURL(*last);
-  const bool areSettingsSaved = saveSettings();
+  const bool areSettingsSaved = mSettings.save();
   if (isStateSaved) {
     mRecovery.end();
   }
@@ -671,7 +615,7 @@ void VLAppDelegate::clockReceivesWrongFormat(VLClock& clock, std::uint32_t forma
 }
 
 bool VLAppDelegate::clockShouldCheckForMTCLoop(VLClock& /*clock*/) {
-  return !_disableMTCLoopCheck;
+  return !disableMTCLoopCheck();
 }
 
 void VLAppDelegate::clockDetectedMTCLoop(VLClock& /*clock*/,

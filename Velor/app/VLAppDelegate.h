@@ -18,6 +18,7 @@
 #include "Velor/app/VLRecovery.h"
 #include "Velor/app/VLTimecodeViewDelegate.h"
 #include "Velor/app/VLTimecodeViewOutlet.h"
+#include "Velor/app/VLUserSettings.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/clock/VLClockDelegate.h"
 #include "Velor/osc/VLOSCServer.h"
@@ -27,7 +28,6 @@
 #include "platform/host/Queue.h"
 #include "platform/qt/UndoManager.h"
 #include "platform/store/ApplicationFolders.h"
-#include "platform/store/UserDefaults.h"
 
 namespace velor {
 
@@ -80,8 +80,8 @@ class VLAppDelegate final : public KVObservable,
   qt::UndoManager& undoManager() noexcept { return mUndoManager; }
   VLMarkers& markers() noexcept { return mMarkers; }
 
-  bool disableMTCLoopCheck() const noexcept { return _disableMTCLoopCheck; }
-  void setDisableMTCLoopCheck(bool disable) noexcept { _disableMTCLoopCheck = disable; }
+  bool disableMTCLoopCheck() const noexcept { return mSettings.disablesMTCLoopCheck(); }
+  void setDisableMTCLoopCheck(bool disable) noexcept { mSettings.setDisablesMTCLoopCheck(disable); }
 
   // --- actions
 
@@ -183,8 +183,6 @@ class VLAppDelegate final : public KVObservable,
   void bind(std::string_view key, void (VLAppDelegate::*show)());
   void setUpMenus();
   void bindClock();
-  void loadSettings();
-  bool saveSettings() const;
   void showPlayMode();
   void showLoopStartTime();
   void showLoopEndTime();
@@ -208,7 +206,7 @@ class VLAppDelegate final : public KVObservable,
   const std::shared_ptr<VLMainWindowOutlet> window;
   const std::shared_ptr<VLTimecodeViewOutlet> timecodeView;
   const store::ApplicationFolders mFolders;
-  const store::UserDefaults mDefaults;
+  VLUserSettings mSettings;
 
   VLClock& mClock;
   std::vector<KVObserverToken> _clockObserverTokens;
@@ -217,7 +215,6 @@ class VLAppDelegate final : public KVObservable,
   std::optional<StateBeforeStart> mStateBeforeStart;
   bool mDidLoadFileAtStartup = false;
   std::vector<std::shared_ptr<KVSMPTETime>> mStartTimes;  // the last on top
-  bool _disableMTCLoopCheck = false;
   qt::UndoManager mUndoManager;
   VLMarkers mMarkers{mUndoManager, mClock.smpteFormat()};
   VLApplicationState mState{*this};
