@@ -15,6 +15,8 @@ constexpr const char* kClientName = "Velor";
 constexpr std::uint64_t kNsPerMs = 1'000'000;
 constexpr std::uint64_t kRetryInterval = 500 * kNsPerMs;
 constexpr std::uint64_t kRescanDelay = 20 * kNsPerMs;
+// Until a connection that was refused is asked for again.
+constexpr std::uint64_t kReconnectDelay = 250 * kNsPerMs;
 constexpr std::uint64_t kReportInterval = 5000 * kNsPerMs;
 // A cycle that does not come within this is taken for a server that stands still.
 constexpr std::uint64_t kLongestCycle = 250 * kNsPerMs;
@@ -217,7 +219,9 @@ void JackClient::registerPort(JackPort& port, int order) {
   if (!parted.empty() && mHost.AudioGetCurrentHostTime() - parted.mapped().time < kRenewalTime) {
     port.lost.merge(parted.mapped().connections);
   }
-  restoreConnections(port);
+  if (!restoreConnections(port)) {
+    reconnectSoon();
+  }
 }
 
 void JackClient::unregisterPort(JackPort& port) {
@@ -262,10 +266,27 @@ void JackClient::noteLost(JackPort& port) {
   port.peerRefused = false;
 }
 
-void JackClient::restoreConnections(JackPort& port) {
-  std::erase_if(port.lost, [this, &port](const std::string& other) {
-    return mLibrary->jack_port_by_name(mClient, other.c_str()) != nullptr && connect(port, other);
+bool JackClient::restoreConnections(JackPort& port) {
+  bool isRefused = false;
+  std::erase_if(port.lost, [this, &port, &isRefused](const std::string& other) {
+    if (mLibrary->jack_port_by_name(mClient, other.c_str()) == nullptr) {
+      return false;  // its registration will be told
+    }
+    const bool isConnected = connect(port, other);
+    isRefused = isRefused || !isConnected;
+    return isConnected;
   });
+  return !isRefused;
+}
+
+// A server that refuses a connection tells nothing when it would grant it.
+void JackClient::reconnectSoon() {
+  if (!std::exchange(mReconnectPending, true)) {
+    mQueue.after(kReconnectDelay, [this] {
+      mReconnectPending = false;
+      requestRescan();
+    });
+  }
 }
 
 void JackClient::lookAtConnections() {
@@ -330,11 +351,13 @@ void JackClient::rescan() {
     return;
   }
   tellConnected();
+  bool isRefused = false;
   for (JackPort* port : mPorts) {
-    restoreConnections(*port);
-    if (port->peerRefused) {
-      connectPeer(*port);
-    }
+    isRefused = !restoreConnections(*port) || isRefused;
+    isRefused = (port->peerRefused && !connectPeer(*port)) || isRefused;
+  }
+  if (isRefused) {
+    reconnectSoon();
   }
   lookAtConnections();
   const auto renewed = std::exchange(mRenewed, {});

@@ -93,7 +93,9 @@ class JackClient {
   void lookAtConnections();
   void lookAtConnections(JackPort& port);
   static void noteLost(JackPort& port);
-  void restoreConnections(JackPort& port);
+  // False when one that could be is refused.
+  bool restoreConnections(JackPort& port);
+  void reconnectSoon();
   bool connect(const JackPort& port, const std::string& other);
   void portRegistered(jack_port_id_t id);
   void report(std::uint32_t session);
@@ -152,6 +154,7 @@ class JackClient {
 
   std::atomic<std::uint64_t> mGraphChanged{0};  // host time at which it was told last
   std::atomic<bool> mRescanPending{false};
+  bool mReconnectPending = false;          // the queue's
   std::atomic<std::uint32_t> mSession{0};  // counts servers
   std::atomic<bool> mConnected{false};
   mutable std::mutex mDescriptionMutex;
