@@ -82,8 +82,7 @@ Stream readStream(const std::vector<JackPeer::Event>& events, int port) {
       continue;
     }
     // The private message that looks for loops, sent as a destination is switched on.
-    if (event.bytes.size() == 19 && event.bytes[0] == 0xF0 && stream.blocks.empty() &&
-        expected == 0) {
+    if (event.bytes.size() == 19 && event.bytes[0] == 0xF0 && expected == 0) {
       continue;
     }
     if (event.bytes.size() != 2 || event.bytes[0] != 0xF1) {
