@@ -479,6 +479,7 @@ void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
 
   LTCPhaseLock phase;
   LTCPhaseLock::Batch batch{};
+  std::uint32_t kept = 0;
   {
     const std::lock_guard lock(shared.lock);
     if (mEpoch != epoch) {
@@ -492,6 +493,7 @@ void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
       return;
     }
     batch = *wanted;
+    kept = batch.keptFrames(shared.lastReadEnd);
     if (batch.isRestart) {
       shared.writeEnd = 0;
     }
@@ -500,23 +502,34 @@ void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
     }
   }
 
-  std::size_t offset = 0;
-  for (std::uint32_t i = 0; i < kFramesPerBatch; ++i) {
-    ltc_frame_encode(*mLTC, t, bytesOf(mUserBits.load()).data());
-    ltc_frame_render(*mLTC, &buffers->scratch[offset], batch.frameSamples, amplitude);
-    ltc_add_frames(t, 1);
-    offset += batch.frameSamples;
-  }
+  for (bool isWritten = false; !isWritten;) {
+    std::size_t offset = 0;
+    SMPTETime frameTime = t;
+    for (std::uint32_t i = 0; i < kFramesPerBatch; ++i) {
+      if (i >= kept) {
+        const std::uint32_t samples = batch.samplesOf(i, kept);
+        ltc_frame_encode(*mLTC, frameTime, bytesOf(mUserBits.load()).data());
+        ltc_frame_render(*mLTC, &buffers->scratch[offset], samples, amplitude);
+        offset += samples;
+      }
+      ltc_add_frames(frameTime, 1);
+    }
 
-  {
     const std::lock_guard lock(shared.lock);
     // A stop or another device meanwhile: the next call begins anew.
     if (mEpoch != epoch) {
       return;
     }
-    shared.write(batch.start, std::span(buffers->scratch).first(offset));
-    mPhase = phase;
-    mCurrentTime = currentTime;
+    const std::uint32_t begun = batch.keptFrames(shared.lastReadEnd);
+    isWritten = begun <= kept;  // else the device went on into the next frame meanwhile
+    if (isWritten) {
+      phase.keep(batch, kept);
+      shared.write(batch.start + std::uint64_t{kept} * batch.previousSamples,
+                   std::span(buffers->scratch).first(offset));
+      mPhase = phase;
+      mCurrentTime = currentTime;
+    }
+    kept = std::max(kept, begun);
   }
   const double relative = 1 - phase.weightedFrameLen * 0.5 / buffers->sampleRate / frameDuration;
   mDeviation.store(kSmoothing * mDeviation.load() + (1 - kSmoothing) * relative);

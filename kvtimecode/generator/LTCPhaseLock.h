@@ -28,21 +28,39 @@ struct LTCPhaseLock {
     bool wasRead;                   ///< the device's last cycle played what was written
   };
   struct Batch {
-    std::uint64_t start;         ///< sample of the first frame
-    std::uint32_t frameSamples;  ///< length of each frame
-    bool isRestart;              ///< what was written before is void
+    std::uint64_t start;            ///< sample of the first frame
+    std::uint32_t frameSamples;     ///< length of each frame
+    bool isRestart;                 ///< what was written before is void
+    std::uint32_t previousSamples;  ///< length of the frames that stand there; 0 for none
+    std::uint32_t laterSamples;     ///< length of the others when two of these stay
+
+    /// How many frames that stand there have to stay, because the device has read into
+    /// them, up to `readEnd`: over another length the bits of such a frame would not
+    /// meet. The frame behind a single one takes the whole change of length then. None
+    /// where it would be no frame any more.
+    std::uint32_t keptFrames(std::uint64_t readEnd) const noexcept;
+    /// Of one that is written, with so many kept.
+    std::uint32_t samplesOf(std::uint32_t frame, std::uint32_t kept) const noexcept {
+      return kept == 2                 ? laterSamples
+             : kept == 1 && frame == 1 ? 2 * frameSamples - previousSamples
+                                       : frameSamples;
+    }
   };
 
   /// The batch to write now; none when writing has to end, because nobody plays it.
   /// `target` must not be negative. Realtime-safe: yes.
   std::optional<Batch> advance(const Call& call) noexcept;
 
+  /// So many frames of the batch stay: the next one begins behind those that play.
+  void keep(const Batch& batch, std::uint32_t kept) noexcept;
+
   /// Nothing is known of a stream, as in the beginning.
   bool isIdle() const noexcept { return lastTimestamp == 0; }
 
-  double lastTimestamp = 0;      ///< samples; the target of the call before
-  double nextGeneratorTime = 0;  ///< samples; where the next call's first frame should start
-  double weightedFrameLen = 0;   ///< samples; smoothed length of two frames
+  double lastTimestamp = 0;        ///< samples; the target of the call before
+  double nextGeneratorTime = 0;    ///< samples; where the next call's first frame should start
+  double weightedFrameLen = 0;     ///< samples; smoothed length of two frames
+  std::uint32_t frameSamples = 0;  ///< of the batch before
   std::uint32_t numWithoutRead = 0;
 
  private:

@@ -153,7 +153,9 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(OnWire{"jack256", [] { return std::unique_ptr<Server>(new JackServer(256)); },
                            "25", "23:59:52:00", "system:1"},
                     OnWire{"jack128", [] { return std::unique_ptr<Server>(new JackServer(128)); },
-                           "29.97df", "00:00:52:01", "system:1"}),
+                           "29.97df", "00:00:52:01", "system:1"},
+                    OnWire{"pipewire", [] { return std::unique_ptr<Server>(new PipeWireServer); },
+                           "25", "23:59:52:00", "velor-null:1"}),
     [](const auto& wire) { return std::string(wire.param.name); });
 
 }  // namespace
