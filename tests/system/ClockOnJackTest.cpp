@@ -53,7 +53,8 @@ TEST_F(ClockOnJack, ARateChangeWhileRunningMovesTheBlocksAndLosesNone) {
   const auto half = grid.blockErrors.begin() + static_cast<std::ptrdiff_t>(fast.size() / 2);
   const double wander = quantile({half, grid.blockErrors.end()}, 0.5) -
                         quantile({grid.blockErrors.begin(), half}, 0.5);
-  EXPECT_NEAR(wander / (static_cast<double>(fast.size()) / 2), 0.0, 2.0);
+  // A fourth of a percent: cycles that the server loses count as well.
+  EXPECT_NEAR(wander / (static_cast<double>(fast.size()) / 2), 0.0, 10.0);
 }
 
 TEST_F(ClockOnJack, AnOffsetThatChangesWhileRunningIsInTheNextBlock) {

@@ -146,11 +146,13 @@ TEST_F(JackMIDITest, EventsComeInWithTheHostTimesOfTheirFrames) {
     peer.sendAt(frame + i * 500, 1, {0xF1, 0x00});
   }
   ASSERT_TRUE(test::waitFor(5, [&] { return viaPort.count == 16 && viaVirtual.count == 16; }));
+  // The server's idea of time wanders while cycles come late; a cycle is 5 ms.
+  constexpr double kWander = 1e6;  // ns
   for (const Incoming* incoming : {&viaPort, &viaVirtual}) {
     for (std::size_t i = 1; i < 16; ++i) {
       const double spacing =
           static_cast<double>(incoming->stamps[i]) - static_cast<double>(incoming->stamps[0]);
-      EXPECT_NEAR(spacing, static_cast<double>(i) * 500 * 1e9 / 48000, 3 * 1e9 / 48000);
+      EXPECT_NEAR(spacing, static_cast<double>(i) * 500 * 1e9 / 48000, kWander);
     }
     EXPECT_NEAR(
         static_cast<double>(incoming->stamps[0]) - static_cast<double>(peer.hostTimeAt(frame)), 0.0,
