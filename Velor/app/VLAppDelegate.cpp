@@ -15,7 +15,6 @@
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
-#include "platform/store/KeyedArchiveError.h"
 
 namespace velor {
 namespace {
@@ -208,14 +207,16 @@ VLAppDelegate::TerminateReply VLAppDelegate::applicationShouldTerminate() {
   return TerminateReply::later;
 }
 
-bool VLAppDelegate::applicationWillTerminate() {
+std::string VLAppDelegate::applicationWillTerminate() {
   const auto last = lastStateFile();
   const bool isStateSaved = last && saveApplicationStateToURL(*last);
   const bool areSettingsSaved = mSettings.save();
-  if (isStateSaved) {
-    mRecovery.end();
+  if (!isStateSaved) {
+    return "the state is not saved: " +
+           (last ? mState.error() : "there is no folder for it, " + mFolders.data().string());
   }
-  return isStateSaved && areSettingsSaved;
+  mRecovery.end();
+  return areSettingsSaved ? "" : "the settings are not saved in " + mFolders.config().string();
 }
 
 // --- recovery

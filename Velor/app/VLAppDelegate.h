@@ -68,8 +68,9 @@ class VLAppDelegate final : public KVObservable,
   void applicationDidFinishLaunching(const std::optional<std::filesystem::path>& file = {});
   /// Asks the user while something runs; the window gets the reply then.
   TerminateReply applicationShouldTerminate();
-  /// False, with the reasons in the log, when something could not be saved.
-  bool applicationWillTerminate();
+  /// Saves the state and the settings. What could not be saved, and why; empty when all
+  /// was. A state that is not saved stays in the recovery copy.
+  std::string applicationWillTerminate();
 
   bool didLoadFileAtStartup() const noexcept { return mDidLoadFileAtStartup; }
   /// Until the settings of OSC, which are read in the background, have been taken over.

@@ -44,6 +44,11 @@ void take(const store::KeyedUnarchiver& coder, std::string_view key, Set set) {
   }
 }
 
+// Of what is taken as it stands, perhaps from a later version.
+void warn(const store::KeyedUnarchiver& coder, std::string_view key, const std::string& what) {
+  VELOR_LOG_WARNING("%s: %s", coder.pathOf(key).c_str(), what.c_str());
+}
+
 // A point may have been typed as a number that its format leaves out, and the clock would
 // count on from digits that are none: what is over is carried.
 SMPTETime decodeTime(store::KeyedUnarchiver& coder, std::string_view key) {
@@ -165,8 +170,7 @@ void VLApplicationState::decodeClock(store::KeyedUnarchiver& coder) {
   VLClock& clock = mApp.clock();
   const auto format = static_cast<std::uint32_t>(coder.decodeInt32(Keys::kFormat).value_or(0));
   if (!ltc_is_valid_type(format)) {
-    throw store::KeyedArchiveError(coder.pathOf(Keys::kFormat),
-                                   std::to_string(format) + " is no format");
+    warn(coder, Keys::kFormat, std::to_string(format) + " is no format");
   }
   clock.setSmpteFormat(format);
   clock.setPreroll(coder.decodeBool(Keys::kPreroll).value_or(false));
@@ -202,8 +206,7 @@ void VLApplicationState::decodePlayMode(store::KeyedUnarchiver& coder) {
   const std::uint64_t playMode = stored != 0 ? stored : VLPlayModeNormal;
   if (std::none_of(kVLPlayModes.begin(), kVLPlayModes.end(),
                    [playMode](const auto& row) { return row.playMode == playMode; })) {
-    throw store::KeyedArchiveError(coder.pathOf(Keys::kPlayMode),
-                                   std::to_string(playMode) + " is no play mode");
+    warn(coder, Keys::kPlayMode, std::to_string(playMode) + " is no play mode");
   }
   mApp.clock().setPlayMode(playMode);
 }

@@ -115,14 +115,15 @@ bool setUp(VLAppDelegate& app, const VLOptions& options, std::string& error) {
   return true;
 }
 
-// Ends what runs, so that receivers are left with whole blocks. True when it all could be saved.
-bool quit(VLAppDelegate& app, const VLWantedDevices& devices, host::MainQueue& mainQueue) {
+// Ends what runs, so that receivers are left with whole blocks. What could not be saved;
+// empty when all was.
+std::string quit(VLAppDelegate& app, const VLWantedDevices& devices, host::MainQueue& mainQueue) {
   if (app.applicationShouldTerminate() == VLAppDelegate::TerminateReply::later) {
     mainQueue.run();  // until the reply
   }
   app.clock().stop();
   app.clock().disarm();
-  const bool isSaved = app.applicationWillTerminate();
+  std::string unsaved = app.applicationWillTerminate();
   if (const auto reader = devices.reader()) {
     reader->setFreewheelTime(0);
     reader->setChannel(VLLTCReader::kNoChannel);
@@ -130,7 +131,7 @@ bool quit(VLAppDelegate& app, const VLWantedDevices& devices, host::MainQueue& m
   // Also after a stop of its own, which may have come just now.
   mainQueue.after(kRunOut, [&mainQueue] { mainQueue.stop(); });
   mainQueue.run();
-  return isSaved;
+  return unsaved;
 }
 
 }  // namespace
@@ -208,9 +209,8 @@ int VLHeadlessRun(const VLOptions& options) {
     app->play();
   }
   mainQueue.run();
-  return quit(*app, *devices, mainQueue)
-             ? 0
-             : fail(kFailureStatus, "the state could not be saved: " + app->state().error());
+  const std::string unsaved = quit(*app, *devices, mainQueue);
+  return unsaved.empty() ? 0 : fail(kFailureStatus, unsaved);
 }
 
 }  // namespace velor

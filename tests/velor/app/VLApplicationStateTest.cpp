@@ -55,7 +55,7 @@ TEST_F(VLApplicationStateTest, AnotherRunComesBackWithAllThatWasSet) {
   goTo("01:00:00:00");
   app().addMarker();
   goTo("01:30:00:00");
-  EXPECT_TRUE(app().applicationWillTerminate());
+  EXPECT_EQ(app().applicationWillTerminate(), "");
   std::vector<std::string> keys;
   const Json last = Json::parse(contents(folders().data() / "laststate.velor"));
   for (auto member = last.begin(); member != last.end(); ++member) {
@@ -121,6 +121,19 @@ TEST_F(VLApplicationStateTest, WhatAFileDoesNotSayStaysAndNoFormatIs24) {
   EXPECT_TRUE(load(document));
   EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType24);
   EXPECT_EQ(markers(), (std::vector<std::string>{"00:00:01:00 Marker 1"}));
+}
+
+TEST_F(VLApplicationStateTest, AFormatOrPlayModeThatIsNoneIsToldAndTheRestOpens) {
+  goTo("00:00:09:00");
+  Json document = saved();
+  document["tc.type"] = 99;
+  document["playbackMode"] = 1717986918;
+  goTo("00:00:10:00");
+  EXPECT_TRUE(load(document)) << app().state().error();
+  EXPECT_EQ(now(), "00:00:09:00");
+  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType25);
+  EXPECT_TRUE(mLog.has("tc.type: 99 is no format"));
+  EXPECT_TRUE(mLog.has("playbackMode: 1717986918 is no play mode"));
 }
 
 TEST_F(VLApplicationStateTest, APointThatIsANumberLeftOutDoesNotKeepADocumentFromOpening) {
@@ -223,7 +236,7 @@ TEST_F(VLApplicationStateTest, WhereNothingCanBeWrittenTheUserIsToldAndTheStateI
 
 TEST_F(VLApplicationStateTest, AFileAtTheStartIsLoadedInPlaceOfWhatTheLastRunLeft) {
   goTo("00:00:01:00");
-  EXPECT_TRUE(app().applicationWillTerminate());
+  EXPECT_EQ(app().applicationWillTerminate(), "");
   clock().setSmpteFormat(kSMPTETimeType24);
   goTo("00:00:02:00");
   const auto file = save();
@@ -239,7 +252,7 @@ TEST_F(VLApplicationStateTest, AFileAtTheStartIsLoadedInPlaceOfWhatTheLastRunLef
 TEST_F(VLApplicationStateTest, SettingsOutliveARunAndDamagedOnesDoNotKeepItFromStarting) {
   app().setDisableMTCLoopCheck(true);
   EXPECT_TRUE(app().server().startUdPServerAtPort(7771));
-  EXPECT_TRUE(app().applicationWillTerminate());
+  EXPECT_EQ(app().applicationWillTerminate(), "");
   launch();
   app().waitForSettings();
   EXPECT_TRUE(app().disableMTCLoopCheck());
