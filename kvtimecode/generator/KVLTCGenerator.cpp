@@ -12,11 +12,9 @@
 #include "Kv-Appkit/KVAnnouncement.h"
 #include "Kv-Appkit/KVAssert.h"
 #include "Kv-Appkit/KVException.h"
-#include "kva/KAAUGraph.h"
-#include "kva/KAAudioUnit.h"
 #include "kva/KAHALAudioSystem.h"
-#include "kva/KAHALDeviceOutputUnit.h"
 #include "kvtimecode/SMPTEString.h"
+#include "kvtimecode/generator/AudioGeneratorGraph.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/AudioService.h"
 #include "platform/host/Log.h"
@@ -36,10 +34,6 @@ constexpr std::array<KVDependency, 6> kDependencies = {{
 }};
 
 constexpr float kDefaultLevel = 0.1F;
-
-// Rounds the edges off: a signal of full bandwidth disturbs what lies beside its cable.
-constexpr float kCutoff = 14000;  // Hz
-constexpr float kResonance = 0.70710677F;
 
 // The ring holds two batches at the lowest frame rate.
 constexpr double kLowestFrameRate = 24;
@@ -63,99 +57,6 @@ std::array<std::uint8_t, kLTCUserBytes> bytesOf(std::uint32_t userbits) noexcept
 }
 
 }  // namespace
-
-// Converter, low-pass, output: units of a graph, and who hears of changes to them.
-class KVLTCGenerator::Graph {
- public:
-  Graph(KVLTCGenerator& owner, audio::AudioObjectID device)
-      : mOwner(owner),
-        mOutputNode(mGraph.addNode(KAHALDeviceOutputUnit::componentDescription())),
-        mLPFilterNode(mGraph.addNode(audio::kLowPassComponent)),
-        mConverterNode(mGraph.addNode(audio::kConverterComponent)),
-        mOpen(mGraph),
-        mOutputUnit(mOutputNode, mGraph),
-        mLPFilterUnit(mLPFilterNode, mGraph),
-        mConverterUnit(mConverterNode, mGraph) {
-    mOutputUnit.setDeviceID(device);
-    if (!owner.mNickName.empty()) {
-      setNickName(owner.mNickName);
-    }
-    mConverterUnit.setInputRenderCallback(&AudioGeneratorRefCon::render,
-                                          &owner.mAudioGeneratorRefCon, 0);
-    mLPFilterUnit.setParameter(audio::kLowPassParam_CutoffFrequency, audio::kAudioUnitScope_Global,
-                               0, kCutoff, 0);
-    mLPFilterUnit.setParameter(audio::kLowPassParam_Resonance, audio::kAudioUnitScope_Global, 0,
-                               kResonance, 0);
-    mGraph.connectNode(mConverterNode, 0, mLPFilterNode, 0);
-    mGraph.connectNode(mLPFilterNode, 0, mOutputNode, 0);
-    audio::AudioStreamBasicDescription format =
-        mConverterUnit.getStreamDescription(audio::kAudioUnitScope_Input, 0);
-    format.mSampleRate = mOutputUnit.sampleRate();
-    mConverterUnit.setStreamDescription(format, audio::kAudioUnitScope_Input, 0);
-    mConverterUnit.setStreamDescription(format, audio::kAudioUnitScope_Output, 0);
-    mLPFilterUnit.setStreamDescription(format, audio::kAudioUnitScope_Output, 0);
-    mGraph.initialize();
-    // The ring is addressed by the device's own count.
-    const std::uint32_t zero = 0;
-    mOutputUnit.setPropertyGlobal(audio::kAudioOutputUnitProperty_StartTimestampsAtZero, &zero,
-                                  sizeof zero);
-  }
-
-  ~Graph() {
-    for (const audio::AudioUnitPropertyID property : mListened) {
-      audio::service().AudioUnitRemovePropertyListenerWithUserData(
-          mOutputUnit.au(), property, &KVLTCGenerator::auPropertyListener, &mOwner);
-    }
-  }
-  Graph(const Graph&) = delete;
-  Graph& operator=(const Graph&) = delete;
-
-  std::uint32_t latency() const {
-    return mOutputUnit.getPropertyUInt32(audio::kAudioDevicePropertyLatency,
-                                         audio::kAudioUnitScope_Output, 0);
-  }
-  double sampleRate() const {
-    return mConverterUnit.getPropertyFloat64(audio::kAudioUnitProperty_SampleRate,
-                                             audio::kAudioUnitScope_Input, 0);
-  }
-  void setNickName(const std::string& name) {
-    mOutputUnit.setPropertyGlobal(audio::kAudioUnitProperty_NickName, name.data(),
-                                  static_cast<std::uint32_t>(name.size()));
-  }
-  void setChannelMap(std::span<const std::int32_t> map) {
-    mOutputUnit.setProperty(audio::kAudioOutputUnitProperty_ChannelMap,
-                            audio::kAudioUnitScope_Output, 0, map.data(),
-                            static_cast<std::uint32_t>(map.size_bytes()));
-  }
-
-  void listen() {
-    for (const audio::AudioUnitPropertyID property :
-         {audio::kAudioOutputUnitProperty_CurrentDevice,
-          audio::AudioUnitPropertyID{audio::kAudioDevicePropertyNominalSampleRate}}) {
-      mOutputUnit.addPropertyListener(property, &KVLTCGenerator::auPropertyListener, &mOwner);
-      mListened.push_back(property);
-    }
-  }
-  void start() { mGraph.start(); }
-  void stop() { mGraph.stop(); }
-  KAHALDeviceOutputUnit& output() noexcept { return mOutputUnit; }
-
- private:
-  struct Open {
-    explicit Open(KAAUGraph& graph) { graph.open(); }
-  };
-
-  KVLTCGenerator& mOwner;
-  KAAUGraph mGraph;
-  const audio::AUNode mOutputNode;
-  const audio::AUNode mLPFilterNode;
-  const audio::AUNode mConverterNode;
-  const Open mOpen;  // the units are there from here on
-  std::vector<audio::AudioUnitPropertyID> mListened;
-  KAHALDeviceOutputUnit mOutputUnit;
-  KAAudioUnit mLPFilterUnit;
-  KAAudioUnit mConverterUnit;
-};
 
 // --- making and ending ---
 
@@ -252,7 +153,8 @@ void KVLTCGenerator::choose(const Device& device) {
 // When this raises, it is silent.
 void KVLTCGenerator::setupGraph(const Device& device) {
   try {
-    auto graph = std::make_unique<Graph>(*this, device->objectID());
+    auto graph =
+        std::make_unique<AudioGeneratorGraph>(device->objectID(), mNickName, mAudioGeneratorRefCon);
     const std::uint32_t latency = graph->latency();
     const double sampleRate = graph->sampleRate();
     const auto length =
@@ -263,7 +165,7 @@ void KVLTCGenerator::setupGraph(const Device& device) {
     if (!mChosenMap.empty() && device->deviceUID() == mChoice.chosenUID()) {
       graph->setChannelMap(mChosenMap);
     }
-    graph->listen();
+    graph->listen(&KVLTCGenerator::auPropertyListener, this);
     graph->start();
     mGraph = std::move(graph);
     mChannels = lengthOfChannelMap();

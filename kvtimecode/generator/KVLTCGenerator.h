@@ -25,6 +25,8 @@
 
 namespace velor {
 
+class AudioGeneratorGraph;
+
 /// Makes LTC (SMPTE ST 12-1) on a device's output out of a time that comes in every two
 /// frames. It has no clock of its own: it follows those calls, in the device's samples.
 ///
@@ -113,7 +115,6 @@ class KVLTCGenerator final : public KVObservable,
   void setChannelMap(std::span<const std::int32_t> map);
 
  private:
-  class Graph;
   using Device = KADeviceChoice::Device;
 
   // What `copyTime` needs of a graph; made with it.
@@ -163,7 +164,7 @@ class KVLTCGenerator final : public KVObservable,
   host::MainQueue& mMainQueue;
 
   // The main queue's.
-  std::unique_ptr<Graph> mGraph;
+  std::unique_ptr<AudioGeneratorGraph> mGraph;
   std::string mNickName;
   KADeviceChoice mChoice{audio::kAudioObjectPropertyScopeOutput, "plays on"};
   std::vector<std::int32_t> mChosenMap;  // empty for the device's own
