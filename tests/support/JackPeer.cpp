@@ -196,7 +196,9 @@ void JackPeer::process(jack_nframes_t frames) {
   if (mAudioInput != nullptr) {
     const auto* samples =
         static_cast<const float*>(mJack->jack_port_get_buffer(mAudioInput, frames));
-    if (mAudioEnd.load() == 0) {
+    // A server may begin by counting a cycle twice.
+    if (mAudioEnd.load() == 0 || start < mAudioStart.load()) {
+      mAudioEnd.store(0);
       mAudioStart.store(start);
     }
     const std::size_t place = start - mAudioStart.load();
