@@ -149,6 +149,15 @@ class AppFixture : public LoopbackFixture {
   }
   VLAppDelegate& app() { return *mApp; }
 
+  /// Of the list, in its order: time and name.
+  std::vector<std::string> markers() {
+    std::vector<std::string> result;
+    for (const auto& marker : app().markers().controller().arrangedObjects()) {
+      result.push_back(marker->timecodeString() + " " + marker->name());
+    }
+    return result;
+  }
+
   std::shared_ptr<KVMIDIEndpoint> addSource(const std::string& name) {
     const auto endpoint = mOutside->appear(midi::MIDIEndpointKind::source, name);
     mHost.settle();

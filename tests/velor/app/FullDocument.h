@@ -17,13 +17,13 @@ class FullDocument : public AppFixture {
     launch();
     const auto desk = appear("desk");
     appear("lamp");
-    const auto deck = addSource("deck");
+    mDeck = addSource("deck");
     clock().setSmpteFormat(kFormat);
     destinationOf(desk)->setEnable(true);
     created()->generator()->setUserbits(0x12345678);
     manager().createrReader()->setFreewheelTime(7);
     mHost.settle();
-    app().setSyncSource(deck);
+    app().setSyncSource(mDeck);
     const auto at = [](const char* text) { return timeOf(text, kFormat); };
     clock().setSmpteOffset(at("00:00:00:29"));
     clock().setLoopEndTime(at("05:00:00:00"));
@@ -47,6 +47,7 @@ class FullDocument : public AppFixture {
     mDocument = contents(path);
   }
 
+  std::shared_ptr<KVMIDIEndpoint> mDeck;
   std::string mDocument;
 };
 

@@ -5,7 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tests/velor/app/AppFixture.h"
+#include "tests/velor/app/FullDocument.h"
 
 namespace velor {
 namespace {
@@ -25,36 +25,9 @@ class VLApplicationStateTest : public AppFixture {
   bool load(const Json& document) {
     return app().loadApplicationStateFromURL(write("edited.velor", document.dump()));
   }
-  std::vector<std::string> markers() {
-    std::vector<std::string> result;
-    for (const auto& marker : app().markers().controller().arrangedObjects()) {
-      result.push_back(marker->timecodeString() + " " + marker->name());
-    }
-    return result;
-  }
 };
 
-TEST_F(VLApplicationStateTest, AnotherRunComesBackWithAllThatWasSet) {
-  const auto desk = appear("desk");
-  const auto deck = addSource("deck");
-  clock().setSmpteFormat(kSMPTETimeType30);
-  destinationOf(desk)->setEnable(true);
-  created();
-  app().setSyncSource(deck);
-  const auto at = [](const char* text) { return timeOf(text, kSMPTETimeType30); };
-  clock().setSmpteOffset(at("00:00:00:29"));
-  clock().setLoopEndTime(at("05:00:00:00"));
-  clock().setLoopStartTime(at("04:00:00:00"));
-  clock().setStopTime(at("03:00:00:00"));
-  clock().setPreroll(true);
-  clock().setPrerollTime(7.5);
-  app().setPlayRate(1);
-  clock().setPlayMode(VLPlayModeLoop);
-  goTo("02:00:00:00");
-  app().addMarker();
-  goTo("01:00:00:00");
-  app().addMarker();
-  goTo("01:30:00:00");
+TEST_F(FullDocument, AnotherRunComesBackWithAllThatWasSet) {
   EXPECT_EQ(app().applicationWillTerminate(), "");
   std::vector<std::string> keys;
   const Json last = Json::parse(contents(folders().data() / "laststate.velor"));
@@ -78,12 +51,14 @@ TEST_F(VLApplicationStateTest, AnotherRunComesBackWithAllThatWasSet) {
   EXPECT_EQ(clock().prerollTime(), 7.5);
   EXPECT_EQ(mView->playMode(), VLPlayModeLoop);
   EXPECT_EQ(clock().playRate(), 1.0) << "with a sync source the rate is not restored";
-  EXPECT_TRUE(app().syncSource() != nullptr && app().syncSource()->isEqual(*deck));
+  EXPECT_TRUE(app().syncSource() != nullptr && app().syncSource()->isEqual(*mDeck));
   EXPECT_FALSE(clock().armed());
-  EXPECT_EQ(markers(), (std::vector<std::string>{"01:00:00:00 Marker 2", "02:00:00:00 Marker 1"}));
-  EXPECT_EQ(app().markers().controller().selectionIndexes(), std::set<std::size_t>{0});
-  EXPECT_EQ(listed(), (Listed{"+desk", "-LTC Generator 1"}));
-  EXPECT_EQ(manager().devices().size(), 1U);
+  EXPECT_EQ(markers(), (std::vector<std::string>{"01:00:00:00 Marker 5", "02:00:00:00 Marker 4",
+                                                 "03:00:00:00 Marker 3", "04:00:00:00 Marker 2",
+                                                 "05:00:00:00 Marker 1"}));
+  EXPECT_EQ(app().markers().controller().selectionIndexes(), (std::set<std::size_t>{1, 3}));
+  EXPECT_EQ(listed(), (Listed{"+desk", "-lamp", "-LTC Generator 1"}));
+  EXPECT_EQ(manager().devices().size(), 2U);
   EXPECT_FALSE(app().undoManager().canUndo());
 }
 
