@@ -137,11 +137,8 @@ class VLAppDelegate final : public KVObservable,
 
   // --- recovery
 
-  /// The state that a run left which was cut off.
-  const std::optional<std::filesystem::path>& leftBehind() const noexcept {
-    return mRecovery.leftBehind();
-  }
-  /// Takes it over. False when it cannot be loaded.
+  const VLRecovery& recovery() const noexcept { return mRecovery; }
+  /// Takes over what a run that was cut off has left. False when it cannot be loaded.
   bool recover();
 
   // --- from the clock, any thread

@@ -168,16 +168,18 @@ int VLHeadlessRun(const VLOptions& options) {
     return fail(kFailureStatus, app->openError());
   }
   if (options.recover) {
-    if (!app->leftBehind()) {
+    if (!app->recovery().leftBehind()) {
       return fail(kUsageStatus, "--recover: no run was cut off");
     }
     if (!app->recover()) {
       return fail(kFailureStatus, "--recover: " + app->state().error());
     }
-  } else if (app->leftBehind()) {
-    VELOR_LOG_WARNING("the last run was cut off, its state is in %s", app->leftBehind()->c_str());
-    std::fprintf(stderr, "velor: the last run was cut off; --recover takes up its state (%s)\n",
-                 VLPrintable(app->leftBehind()->string()).c_str());
+  } else if (app->recovery().wasCutOff()) {
+    const std::string copy = app->recovery().leftBehind()->string();
+    VELOR_LOG_WARNING("the last run was cut off, its state is in %s", copy.c_str());
+    std::fprintf(stderr,
+                 "velor: the last run was cut off; a start with --recover takes up its state (%s)\n",
+                 VLPrintable(copy).c_str());
   }
   app->waitForSettings();
   if (const int status = VLOSCApply(options.osc, error); status != 0) {

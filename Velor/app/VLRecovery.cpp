@@ -33,6 +33,21 @@ VLRecovery::VLRecovery(std::filesystem::path folder, Encode encode)
   }
   std::error_code error;
   if (const auto copy = mFolder / kFileName; std::filesystem::is_regular_file(copy, error)) {
+    mWasCutOff = true;
+    setAside(copy);
+  } else if (const auto old = mFolder / kOldFileName;
+             std::filesystem::is_regular_file(old, error)) {
+    mLeftBehind = old;
+  }
+}
+
+// Before there is a copy of this run.
+void VLRecovery::setAside(const std::filesystem::path& copy) {
+  std::error_code error;
+  mLeftBehind = mFolder / kOldFileName;
+  std::filesystem::rename(copy, *mLeftBehind, error);
+  if (error) {
+    VELOR_LOG_WARNING("%s: %s", copy.c_str(), error.message().c_str());
     mLeftBehind = copy;
   }
 }
@@ -79,7 +94,6 @@ void VLRecovery::waitUntilDue() {
 void VLRecovery::writeCopy(std::uint64_t now) {
   mFirstEdit.reset();
   mLastCopy = now;
-  makeRoom();
   if (auto document = mEncode()) {
     mQueue.async([path = mFolder / kFileName, document = std::move(*document)] {
       if (const std::string error = store::AtomicFile::write(path, document); !error.empty()) {
@@ -89,26 +103,16 @@ void VLRecovery::writeCopy(std::uint64_t now) {
   }
 }
 
-void VLRecovery::makeRoom() {
-  if (!mLeftBehind) {
-    return;
-  }
-  std::error_code error;
-  std::filesystem::rename(*mLeftBehind, mFolder / kOldFileName, error);
-  if (error) {
-    VELOR_LOG_WARNING("%s: %s", mLeftBehind->c_str(), error.message().c_str());
-  }
-  mLeftBehind.reset();
-}
-
 void VLRecovery::end() {
   mQueue.sync([] {});
   if (!mLock.isHeld()) {
     return;
   }
-  makeRoom();
   std::error_code error;
   std::filesystem::remove(mFolder / kFileName, error);
+  if (mTaken) {
+    std::filesystem::remove(*mTaken, error);
+  }
   mLock.release();
 }
 

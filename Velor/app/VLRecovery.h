@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/host/Queue.h"
 
@@ -23,7 +24,8 @@ class VLRecovery {
   static constexpr std::uint64_t kDelay = 2'000'000'000;      // ns, from the last edit
   static constexpr std::uint64_t kInterval = 10'000'000'000;  // ns, from copy to copy
   static constexpr const char* kFileName = "recovery.velor";
-  /// What nobody has asked for lies there once it has to make room.
+  /// The copy of a run that was cut off lies there from the next start on, until it is taken
+  /// up or another run is cut off.
   static constexpr const char* kOldFileName = "recovery.old.velor";
 
   /// Gives the document, or none when there can be none.
@@ -36,10 +38,12 @@ class VLRecovery {
   VLRecovery(const VLRecovery&) = delete;
   VLRecovery& operator=(const VLRecovery&) = delete;
 
-  /// The copy of a run that was cut off.
+  /// Whether the last run was cut off.
+  bool wasCutOff() const noexcept { return mWasCutOff; }
+  /// The copy of the latest run that was cut off and is not taken up.
   const std::optional<std::filesystem::path>& leftBehind() const noexcept { return mLeftBehind; }
-  /// It has been taken over.
-  void take() noexcept { mLeftBehind.reset(); }
+  /// It has been taken over: a clean end removes it.
+  void take() noexcept { mTaken = std::exchange(mLeftBehind, {}); }
 
   void noteEdit();
   /// The clean end. Waits for the disk.
@@ -59,12 +63,14 @@ class VLRecovery {
 
   void waitUntilDue();
   void writeCopy(std::uint64_t now);
-  void makeRoom();
+  void setAside(const std::filesystem::path& copy);
 
   const std::filesystem::path mFolder;
   const Encode mEncode;
   Lock mLock;  // held while this program keeps the copy
+  bool mWasCutOff = false;
   std::optional<std::filesystem::path> mLeftBehind;
+  std::optional<std::filesystem::path> mTaken;
   // Host times.
   std::uint64_t mLastEdit = 0;
   std::optional<std::uint64_t> mFirstEdit;  // that is in no copy
