@@ -86,11 +86,9 @@ bool VLApplicationState::saveToURL(const std::filesystem::path& path) {
 
 std::optional<std::string> VLApplicationState::data() {
   try {
-    auto coder = std::make_unique<store::KeyedArchiver>();
-    encode(*coder);
-    std::string text = coder->data();
-    mApp.letGo(std::move(coder));
-    return text;
+    store::KeyedArchiver coder;
+    encode(coder);
+    return coder.data();
   } catch (const store::KeyedArchiveError& error) {
     mError = error.what();
     return std::nullopt;
@@ -130,9 +128,7 @@ bool VLApplicationState::loadFromURL(const std::filesystem::path& path) {
     return false;
   }
   VELOR_LOG_INFO("will load application state from %s", path.c_str());
-  const bool isWhole = decode(*document.coder);
-  mApp.letGo(std::move(document.coder));
-  if (!isWhole) {
+  if (!decode(*document.coder)) {
     VELOR_LOG_WARNING("error while restoring application state, set app to default values");
     return false;
   }
@@ -219,6 +215,7 @@ void VLApplicationState::decodeMarkers(store::KeyedUnarchiver& coder) {
   std::erase(*markers, nullptr);
   const auto selection = coder.decodeString(Keys::kSelection).value_or("");
   const std::size_t count = markers->size();
+  mApp.letGo(std::make_shared<VLMarkerList::Markers>(mApp.markers().markers()));
   mApp.markers().setMarkers(std::move(*markers));
   mApp.markers().controller().setSelectionIndexes(IndexSetString::indexesOf(selection, count));
 }

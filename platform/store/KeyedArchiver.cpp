@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "platform/store/KeyedArchiver.h"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
-#include "platform/host/Exchanged.h"
 #include "platform/store/Base64.h"
 #include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiveLimits.h"
@@ -17,10 +17,22 @@ namespace {
 using Json = KeyedDocument::Json;
 using Limits = KeyedArchiveLimits;
 
-constexpr int kIndent = 2;
+constexpr std::size_t kIndent = 2;
+// What stands deeper than the members of an object of a list stands on one line.
+constexpr std::size_t kDepthOfLines = 3;
 
 std::string tooMany(const char* what, std::size_t limit) {
   return std::string("more than ") + std::to_string(limit) + " " + what;
+}
+
+std::string dumped(const Json& value) {
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+// Whether a text stands in a document as it is.
+bool isPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
 }
 
 }  // namespace
@@ -36,92 +48,153 @@ struct KeyedArchiver::State {
     }
   }
 
-  void checkText(std::string_view text) const {
-    if (text.size() > Limits::kStringBytes) {
+  void checkText(std::string_view value) const {
+    if (value.size() > Limits::kStringBytes) {
       refuse(tooMany("bytes of text", Limits::kStringBytes));
     }
   }
 
-  // Makes the value at its path and puts it under the key; nothing is left of one
-  // that raises.
-  template <class Make>
-  void put(std::string_view key, const Make& make) {
+  void writeText(std::string_view value) {
+    if (isPlain(value)) {
+      ((text += '"') += value) += '"';
+    } else {
+      text += dumped(Json(value));
+    }
+  }
+
+  // A member or an element begins.
+  void beginLine() {
+    if (!isOneLine) {
+      (text += isFirst ? "\n" : ",\n").append(kIndent * depth, ' ');
+    } else if (!isFirst) {
+      text += ", ";
+    }
+    isFirst = false;
+  }
+
+  void beginMember(std::string_view key) {
+    if (keys.size() - firstKey >= Limits::kKeysOfAnObject) {
+      refuse(tooMany("keys in an object", Limits::kKeysOfAnObject));
+    }
+    countValue();
+    keys.emplace_back(key);
+    beginLine();
+    writeText(key);
+    text += ": ";
+  }
+
+  bool isThere(std::string_view key) const {
+    return std::find(keys.begin() + static_cast<std::ptrdiff_t>(firstKey), keys.end(), key) !=
+           keys.end();
+  }
+
+  // Writes the value at its path under the key; nothing is left of one that raises.
+  template <class Write>
+  void put(std::string_view key, const Write& write) {
     const KeyedPath::Scope scope(path, std::string(key));
     checkText(key);
     if (!key.empty() && key.front() == KeyedDocument::kReservedMark) {
       refuse("a key with a '$' in front is the archive's own");
     }
-    if (KeyedDocument::find(*object, key) != nullptr) {
+    if (isThere(key)) {
       refuse("the key is there already");
     }
-    countKey();
-    KeyedDocument::append(*object, std::string(key), make());
-  }
-
-  void countKey() {
-    if (object->size() >= Limits::kKeysOfAnObject) {
-      refuse(tooMany("keys in an object", Limits::kKeysOfAnObject));
-    }
-    countValue();
-  }
-
-  // What stands in a value that is taken over as it is.
-  void countInside(const Json& value) {
-    if (value.is_structured()) {
-      const Nested nested(*this);
-      for (const Json& inner : value) {
-        countValue();
-        countInside(inner);
-      }
+    const std::size_t end = text.size();
+    const std::size_t keyCount = keys.size();
+    const bool wasFirst = isFirst;
+    try {
+      beginMember(key);
+      write();
+    } catch (const KeyedArchiveError&) {
+      text.resize(end);
+      keys.resize(keyCount);
+      isFirst = wasFirst;
+      throw;
     }
   }
 
-  // Called inside `put`, which sets the object in force before it appends.
-  Json encoded(const KeyedCoding* coding, KeyedArchiver& coder) {
+  void writeObject(const KeyedCoding* coding, KeyedArchiver& coder) {
     if (coding == nullptr) {
-      return nullptr;
+      text += "null";
+      return;
     }
-    Json made = Json::object();
-    KeyedDocument::append(made, std::string(KeyedDocument::kClassKey),
-                          std::string(coding->archiveClassName()));
-    countValue();
-    const Nested nested(*this);
-    // What is encoded goes to it, for the call.
-    const host::Exchanged inside(object, &made);
+    const Container inside(*this, "{}");
+    beginMember(KeyedDocument::kClassKey);
+    writeText(coding->archiveClassName());
     coding->encodeWithCoder(coder);
     coder.encodeRemainder(coding->mRemainder);
-    return made;
+  }
+
+  // What is taken over as it is.
+  void writeJson(const Json& value) {
+    if (value.is_object()) {
+      const Container inside(*this, "{}");
+      for (const auto& [key, inner] : value.get_ref<const Json::object_t&>()) {
+        beginMember(key);
+        writeJson(inner);
+      }
+    } else if (value.is_array()) {
+      const Container inside(*this, "[]");
+      for (const Json& inner : value) {
+        countValue();
+        beginLine();
+        writeJson(inner);
+      }
+    } else {
+      text += dumped(value);
+    }
   }
 
   // One container deeper, for a scope.
-  class Nested {
+  class Container {
    public:
-    explicit Nested(State& state) : mState(state) {
+    Container(State& state, const char (&marks)[3], bool isOneLine = false)
+        : mState(state), mEnd(marks[1]), mWasOneLine(state.isOneLine) {
       if (state.depth >= Limits::kDepth) {
         state.refuse("nested deeper than " + std::to_string(Limits::kDepth));
       }
       ++state.depth;
+      state.isOneLine = mWasOneLine || isOneLine || state.depth > kDepthOfLines;
+      mFirstKey = std::exchange(state.firstKey, state.keys.size());
+      state.text += marks[0];
+      state.isFirst = true;
     }
-    ~Nested() { --mState.depth; }
-    Nested(const Nested&) = delete;
-    Nested& operator=(const Nested&) = delete;
+    ~Container() {
+      --mState.depth;
+      const bool isEmpty = std::exchange(mState.isFirst, false);
+      const bool isOneLine = std::exchange(mState.isOneLine, mWasOneLine);
+      if (!isEmpty && !isOneLine) {
+        (mState.text += '\n').append(kIndent * mState.depth, ' ');
+      }
+      mState.text += mEnd;
+      mState.keys.resize(mState.firstKey);
+      mState.firstKey = mFirstKey;
+    }
+    Container(const Container&) = delete;
+    Container& operator=(const Container&) = delete;
 
    private:
     State& mState;
+    const char mEnd;
+    const bool mWasOneLine;
+    std::size_t mFirstKey = 0;
   };
 
-  Json root = Json::object();
-  Json* object = &root;
-  KeyedPath path;
-  std::size_t depth = 1;
+  std::string text = "{";  // without the end of the document
+  bool isFirst = true;     // in its container, is what comes next
+  bool isOneLine = false;  // all of the container
+  std::size_t depth = 1;   // of containers that are open
   std::size_t values = 1;
+  std::vector<std::string> keys;  // of the objects that are open
+  std::size_t firstKey = 0;       // of the innermost
+  KeyedPath path;
 };
 
 KeyedArchiver::KeyedArchiver() : mState(std::make_unique<State>()) {}
 KeyedArchiver::~KeyedArchiver() = default;
 
 void KeyedArchiver::encodeBool(bool value, std::string_view key) {
-  mState->put(key, [value] { return Json(value); });
+  mState->put(key, [this, value] { mState->text += value ? "true" : "false"; });
 }
 
 void KeyedArchiver::encodeInt32(std::int32_t value, std::string_view key) {
@@ -129,7 +202,7 @@ void KeyedArchiver::encodeInt32(std::int32_t value, std::string_view key) {
 }
 
 void KeyedArchiver::encodeInt64(std::int64_t value, std::string_view key) {
-  mState->put(key, [value] { return Json(value); });
+  mState->put(key, [this, value] { mState->text += std::to_string(value); });
 }
 
 void KeyedArchiver::encodeDouble(double value, std::string_view key) {
@@ -137,48 +210,45 @@ void KeyedArchiver::encodeDouble(double value, std::string_view key) {
     if (!std::isfinite(value)) {
       mState->refuse("a number that is not finite");
     }
-    return Json(value);
+    mState->text += dumped(Json(value));
   });
 }
 
 void KeyedArchiver::encodeString(std::string_view value, std::string_view key) {
   mState->put(key, [this, value] {
     mState->checkText(value);
-    return Json(std::string(value));
+    mState->writeText(value);
   });
 }
 
 void KeyedArchiver::encodeBytes(std::span<const std::uint8_t> value, std::string_view key) {
   mState->put(key, [this, value] {
-    const State::Nested nested(*mState);
-    std::string text = base64Encoded(value);
-    mState->checkText(text);
-    mState->countValue();
-    Json block = Json::object();
-    KeyedDocument::append(block, std::string(KeyedDocument::kBytesKey), std::move(text));
-    return block;
+    const State::Container block(*mState, "{}", true);
+    const std::string base64 = base64Encoded(value);
+    mState->checkText(base64);
+    mState->beginMember(KeyedDocument::kBytesKey);
+    mState->writeText(base64);
   });
 }
 
 void KeyedArchiver::encodeNull(std::string_view key) {
-  mState->put(key, [] { return Json(nullptr); });
+  mState->put(key, [this] { mState->text += "null"; });
 }
 
 void KeyedArchiver::encodeObject(const KeyedCoding* object, std::string_view key) {
-  mState->put(key, [this, object] { return mState->encoded(object, *this); });
+  mState->put(key, [this, object] { mState->writeObject(object, *this); });
 }
 
 void KeyedArchiver::encodeElements(std::span<const KeyedCoding* const> elements,
                                    std::string_view key) {
   mState->put(key, [this, elements] {
-    const State::Nested nested(*mState);
-    Json array = Json::array();
+    const State::Container array(*mState, "[]");
     for (std::size_t i = 0; i < elements.size(); ++i) {
       const KeyedPath::Scope scope(mState->path, i);
       mState->countValue();
-      array.push_back(mState->encoded(elements[i], *this));
+      mState->beginLine();
+      mState->writeObject(elements[i], *this);
     }
-    return array;
   });
 }
 
@@ -187,17 +257,16 @@ void KeyedArchiver::encodeRemainder(const KeyedRemainder& remainder) {
     return;
   }
   for (const auto& [key, value] : remainder.mMembers->object.get_ref<const Json::object_t&>()) {
-    if (KeyedDocument::find(*mState->object, key) == nullptr) {
+    if (!mState->isThere(key)) {
       const KeyedPath::Scope scope(mState->path, key);
-      mState->countKey();
-      mState->countInside(value);
-      KeyedDocument::append(*mState->object, key, value);
+      mState->beginMember(key);
+      mState->writeJson(value);
     }
   }
 }
 
 std::string KeyedArchiver::data() const {
-  std::string text = mState->root.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
+  std::string text = mState->text + (mState->isFirst ? "}\n" : "\n}\n");
   if (text.size() > Limits::kBytes) {
     mState->refuse(tooMany("bytes in all", Limits::kBytes));
   }

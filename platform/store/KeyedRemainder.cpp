@@ -6,7 +6,7 @@
 namespace velor::store {
 
 bool KeyedRemainder::contains(std::string_view key) const {
-  return mMembers != nullptr && KeyedDocument::find(mMembers->object, key) != nullptr;
+  return mMembers != nullptr && mMembers->object.contains(key);
 }
 
 std::vector<std::string> KeyedRemainder::keys() const {

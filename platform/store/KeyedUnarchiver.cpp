@@ -2,214 +2,117 @@
 #include "platform/store/KeyedUnarchiver.h"
 
 #include <algorithm>
-#include <limits>
+#include <cstddef>
+#include <type_traits>
 #include <utility>
+#include <variant>
 
-#include "platform/host/Exchanged.h"
 #include "platform/store/AtomicFile.h"
 #include "platform/store/Base64.h"
 #include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiveLimits.h"
 #include "platform/store/KeyedDocument.h"
 #include "platform/store/KeyedPath.h"
+#include "platform/store/KeyedTree.h"
 
 namespace velor::store {
 namespace {
 
 using Json = KeyedDocument::Json;
-using Limits = KeyedArchiveLimits;
 
 constexpr std::size_t kTextBytesShown = 120;
 
-// "line 3, column 7" of the character that is the `count`th.
-std::string placeOf(std::string_view text, std::size_t count) {
-  const std::string_view before = text.substr(0, count > 0 ? count - 1 : 0);
-  const auto line = 1 + std::count(before.begin(), before.end(), '\n');
-  const std::size_t lineStart = before.rfind('\n') + 1;  // 0 on the first line
-  return "line " + std::to_string(line) + ", column " +
-         std::to_string(before.size() - lineStart + 1);
+using Value = KeyedTree::Value;
+using Array = KeyedTree::Array;
+using Object = KeyedTree::Object;
+
+Json toJson(const Value& value) {
+  return std::visit(
+      [](const auto& held) {
+        using Held = std::decay_t<decltype(held)>;
+        if constexpr (std::is_same_v<Held, Object>) {
+          Json object = Json::object();
+          for (const auto& [key, inner] : held) {
+            object.get_ref<Json::object_t&>().emplace_back(std::string(key), toJson(inner));
+          }
+          return object;
+        } else if constexpr (std::is_same_v<Held, Array>) {
+          Json array = Json::array();
+          for (const auto& element : held) {
+            array.push_back(toJson(element.value));
+          }
+          return array;
+        } else {
+          return Json(held);
+        }
+      },
+      value);
 }
 
-// What the parser says, without its number and its own telling of the place.
-std::string withoutHead(std::string_view message) {
-  if (message.starts_with('[')) {
-    message.remove_prefix(std::min(message.size(), message.find("] ") + 2));
-  }
-  if (message.starts_with("parse error at ")) {
-    message.remove_prefix(std::min(message.size(), message.find(": ") + 2));
-  }
-  return printable(message, kTextBytesShown);
+// The text under the key of an object; null where there is none.
+const std::string_view* findText(const Value& object, std::string_view key) {
+  const auto* const members = std::get_if<Object>(&object);
+  const Value* const found = members != nullptr ? KeyedTree::find(*members, key) : nullptr;
+  return found != nullptr ? std::get_if<std::string_view>(found) : nullptr;
 }
 
-// Builds the document out of the parser's events, within the limits. The parser
-// keeps no stack of its own but a bit a level, so that depth costs nothing before
-// it is refused here.
-class Builder final : public nlohmann::json_sax<Json> {
- public:
-  explicit Builder(std::string_view text) : mText(text) {}
-
-  bool null() override { return add(nullptr) != nullptr; }
-  bool boolean(bool value) override { return add(value) != nullptr; }
-  bool number_integer(number_integer_t value) override { return add(value) != nullptr; }
-  bool number_unsigned(number_unsigned_t value) override { return add(value) != nullptr; }
-  bool number_float(number_float_t value, const string_t&) override {
-    return add(value) != nullptr;
+std::string described(const Value& value) {
+  if (std::holds_alternative<std::nullptr_t>(value)) {
+    return "null";
   }
-  bool string(string_t& value) override {
-    return isShort(value) && add(std::move(value)) != nullptr;
+  if (std::holds_alternative<bool>(value)) {
+    return "a bool";
   }
-  bool binary(binary_t&) override { return refuse("a form of data that JSON does not have"); }
-
-  bool start_object(std::size_t) override { return open(Json::object(), std::string()); }
-  bool key(string_t& value) override {
-    if (!isShort(value)) {
-      return false;
-    }
-    if (mOpen.back()->size() >= Limits::kKeysOfAnObject) {
-      return refuse("more than " + std::to_string(Limits::kKeysOfAnObject) + " keys");
-    }
-    mPath.last() = std::move(value);
-    return true;
+  if (std::holds_alternative<std::string_view>(value)) {
+    return "a string";
   }
-  bool end_object() override { return keysDiffer() && close(); }
-  bool start_array(std::size_t) override { return open(Json::array(), std::size_t{0}); }
-  bool end_array() override { return close(); }
-
-  bool parse_error(std::size_t position, const std::string&,
-                   const Json::exception& exception) override {
-    mError = placeOf(mText, position) + ": " + withoutHead(exception.what());
-    return false;
+  if (std::holds_alternative<Array>(value)) {
+    return "an array";
   }
-
-  Json& root() noexcept { return mRoot; }
-  const std::string& error() const noexcept { return mError; }
-
- private:
-  bool refuse(const std::string& what) {
-    mError = mPath.text() + ": " + what;
-    return false;
+  const auto* const object = std::get_if<Object>(&value);
+  if (object == nullptr) {
+    return "the number " + toJson(value).dump();
   }
-
-  bool isShort(const std::string& text) {
-    return text.size() <= Limits::kStringBytes ||
-           refuse("a text of more than " + std::to_string(Limits::kStringBytes) + " bytes");
-  }
-
-  // Where the value stands now; null when it is refused.
-  Json* add(Json value) {
-    if (++mValues > Limits::kValues) {
-      refuse("more than " + std::to_string(Limits::kValues) + " values in all");
-      return nullptr;
-    }
-    if (mOpen.empty()) {
-      mRoot = std::move(value);
-      return &mRoot;
-    }
-    Json& parent = *mOpen.back();
-    if (parent.is_object()) {
-      return &KeyedDocument::append(parent, std::get<std::string>(mPath.last()), std::move(value));
-    }
-    parent.push_back(std::move(value));
-    std::get<std::size_t>(mPath.last()) = parent.size();  // of the next one
-    return &parent.back();
-  }
-
-  bool open(Json container, KeyedPath::Step first) {
-    if (mOpen.size() >= Limits::kDepth) {
-      return refuse("nested deeper than " + std::to_string(Limits::kDepth));
-    }
-    // Of the container itself: `add` moves an array's path on to the next one.
-    const KeyedPath::Step own = mOpen.empty() ? KeyedPath::Step() : mPath.last();
-    Json* const added = add(std::move(container));
-    if (added == nullptr) {
-      return false;
-    }
-    if (!mOpen.empty()) {
-      mPath.last() = own;
-    }
-    mOpen.push_back(added);
-    mPath.push(std::move(first));
-    return true;
-  }
-
-  bool close() {
-    mOpen.pop_back();
-    mPath.pop();
-    if (!mOpen.empty() && mOpen.back()->is_array()) {
-      mPath.last() = mOpen.back()->size();
-    }
-    return true;
-  }
-
-  // Looked at when the object is whole: one sort, whatever its size.
-  bool keysDiffer() {
-    std::vector<std::string_view> keys;
-    for (const auto& [name, value] : mOpen.back()->get_ref<const Json::object_t&>()) {
-      keys.push_back(name);
-    }
-    std::sort(keys.begin(), keys.end());
-    const auto twice = std::adjacent_find(keys.begin(), keys.end());
-    if (twice == keys.end()) {
-      return true;
-    }
-    mPath.last() = std::string(*twice);
-    return refuse("the key stands there twice");
-  }
-
-  const std::string_view mText;
-  Json mRoot;
-  // The containers that are open. None grows while one inside it is open, so that
-  // they stay where they are.
-  std::vector<Json*> mOpen;
-  KeyedPath mPath;
-  std::size_t mValues = 0;
-  std::string mError;
-};
-
-std::string described(const Json& value) {
-  switch (value.type()) {
-    case Json::value_t::null:
-      return "null";
-    case Json::value_t::boolean:
-      return "a bool";
-    case Json::value_t::number_integer:
-    case Json::value_t::number_unsigned:
-    case Json::value_t::number_float:
-      return "the number " + value.dump();
-    case Json::value_t::string:
-      return "a string";
-    case Json::value_t::array:
-      return "an array";
-    default:
-      break;
-  }
-  if (KeyedDocument::find(value, KeyedDocument::kBytesKey) != nullptr) {
+  if (KeyedTree::find(*object, KeyedDocument::kBytesKey) != nullptr) {
     return "a byte block";
   }
-  const Json* name = KeyedDocument::find(value, KeyedDocument::kClassKey);
-  return name != nullptr && name->is_string()
-             ? "an object of class " +
-                   printable(name->get_ref<const std::string&>(), kTextBytesShown)
-             : "an object without a class";
+  const std::string_view* const name = findText(value, KeyedDocument::kClassKey);
+  return name != nullptr ? "an object of class " + printable(*name, kTextBytesShown)
+                         : "an object without a class";
 }
 
 }  // namespace
 
 struct KeyedUnarchiver::State {
-  // The object whose keys are asked for, and which of them were.
-  struct Scope {
-    explicit Scope(const Json& asked) : object(&asked), isAsked(asked.size()) {}
+  // Asks for the keys of an object, for the length of a scope.
+  class Inside {
+   public:
+    Inside(State& state, const Object& object)
+        : mState(state),
+          mObject(std::exchange(state.object, object)),
+          mFirstAsked(std::exchange(state.firstAsked, state.asked.size())) {
+      state.asked.resize(state.asked.size() + object.size());
+    }
+    ~Inside() {
+      mState.asked.resize(mState.firstAsked);
+      mState.firstAsked = mFirstAsked;
+      mState.object = mObject;
+    }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
 
-    const Json* object;
-    std::vector<bool> isAsked;  // by their places in the object
+   private:
+    State& mState;
+    const Object mObject;
+    const std::size_t mFirstAsked;
   };
 
   // The value under the key, null where there is none. It is asked for from now on.
-  const Json* ask(std::string_view key) {
-    std::size_t place = 0;
-    for (const auto& [name, found] : scope.object->get_ref<const Json::object_t&>()) {
+  const Value* ask(std::string_view key) {
+    std::size_t place = firstAsked;
+    for (const auto& [name, found] : object) {
       if (name == key) {
-        scope.isAsked[place] = true;
+        asked[place] = true;
         return &found;
       }
       ++place;
@@ -218,30 +121,42 @@ struct KeyedUnarchiver::State {
   }
 
   // As `ask`, unless the value is null.
-  const Json* value(std::string_view key) {
-    const Json* found = ask(key);
-    return found != nullptr && !found->is_null() ? found : nullptr;
+  const Value* value(std::string_view key) {
+    const Value* found = ask(key);
+    return found != nullptr && !std::holds_alternative<std::nullptr_t>(*found) ? found : nullptr;
   }
 
-  [[noreturn]] void refuse(const std::string& wanted, const Json& found) const {
+  [[noreturn]] void refuse(const std::string& wanted, const Value& found) const {
     throw KeyedArchiveError(path.text(), "expected " + wanted + ", found " + described(found));
+  }
+
+  // The value under the key, which is to be a Held.
+  template <class Held, class Result = Held>
+  std::optional<Result> held(std::string_view key, const char* wanted) {
+    const Value* found = value(key);
+    if (found == nullptr) {
+      return std::nullopt;
+    }
+    if (const auto* right = std::get_if<Held>(found)) {
+      return Result(*right);
+    }
+    const KeyedPath::Scope step(path, std::string(key));
+    refuse(wanted, *found);
   }
 
   template <class Integer>
   std::optional<Integer> integer(std::string_view key, const char* wanted) {
-    const Json* found = value(key);
+    const Value* found = value(key);
     if (found == nullptr) {
       return std::nullopt;
     }
-    if (found->is_number_unsigned()) {
-      const auto number = found->get<std::uint64_t>();
-      if (std::in_range<Integer>(number)) {
-        return static_cast<Integer>(number);
+    if (const auto* number = std::get_if<std::uint64_t>(found)) {
+      if (std::in_range<Integer>(*number)) {
+        return static_cast<Integer>(*number);
       }
-    } else if (found->is_number_integer()) {
-      const auto number = found->get<std::int64_t>();
-      if (std::in_range<Integer>(number)) {
-        return static_cast<Integer>(number);
+    } else if (const auto* negative = std::get_if<std::int64_t>(found)) {
+      if (std::in_range<Integer>(*negative)) {
+        return static_cast<Integer>(*negative);
       }
     }
     const KeyedPath::Scope step(path, std::string(key));
@@ -249,29 +164,26 @@ struct KeyedUnarchiver::State {
   }
 
   // At the object's path.
-  std::shared_ptr<KeyedCoding> make(const Json& found, const Wanted& wanted,
+  std::shared_ptr<KeyedCoding> make(const Value& found, const Wanted& wanted,
                                     KeyedUnarchiver& coder) {
-    if (found.is_null()) {
+    if (std::holds_alternative<std::nullptr_t>(found)) {
       return nullptr;
     }
     const auto expected = [&wanted] {
       return "an object of class " + std::string(wanted.className);
     };
-    const Json* name =
-        found.is_object() ? KeyedDocument::find(found, KeyedDocument::kClassKey) : nullptr;
-    if (name == nullptr || !name->is_string()) {
+    const std::string_view* const name = findText(found, KeyedDocument::kClassKey);
+    if (name == nullptr) {
       refuse(expected(), found);
     }
-    const auto row = std::find_if(classes.begin(), classes.end(), [name](const KeyedClass& known) {
-      return known.name == name->get_ref<const std::string&>();
-    });
+    const auto row = std::find_if(classes.begin(), classes.end(),
+                                  [name](const KeyedClass& known) { return known.name == *name; });
     if (row == classes.end()) {
       refuse(expected(), found);
     }
     std::shared_ptr<KeyedCoding> made;
     {
-      // Its keys are what is asked for, for the call.
-      const host::Exchanged inside(scope, Scope(found));
+      const Inside inside(*this, std::get<Object>(found));
       ask(KeyedDocument::kClassKey);
       made = row->initWithCoder(coder);
       if (made != nullptr) {
@@ -284,12 +196,19 @@ struct KeyedUnarchiver::State {
     return made;
   }
 
-  State(Json document, std::span<const KeyedClass> known)
-      : root(std::move(document)), classes(known) {}
+  State(std::unique_ptr<const KeyedTree> document, std::span<const KeyedClass> known)
+      : tree(std::move(document)),
+        classes(known),
+        object(std::get<Object>(tree->root())),
+        asked(object.size()) {}
 
-  const Json root;
+  const std::unique_ptr<const KeyedTree> tree;
   const std::span<const KeyedClass> classes;
-  Scope scope = Scope(root);
+  // The object whose keys are asked for, and which of them were, by their places, behind
+  // those of the objects around it.
+  Object object;
+  std::vector<bool> asked;
+  std::size_t firstAsked = 0;
   KeyedPath path;
 };
 
@@ -298,27 +217,20 @@ KeyedUnarchiver::~KeyedUnarchiver() = default;
 
 KeyedUnarchiver::Result KeyedUnarchiver::read(std::string_view document,
                                               std::span<const KeyedClass> classes) {
-  if (document.size() > Limits::kBytes) {
-    return {nullptr, "the document: longer than " + std::to_string(Limits::kBytes) + " bytes"};
+  auto [tree, error] = KeyedTree::read(document);
+  if (tree == nullptr) {
+    return {nullptr, std::move(error)};
   }
-  // The parser takes it for the end and looks no further.
-  if (const std::size_t zero = document.find('\0'); zero != std::string_view::npos) {
-    return {nullptr, placeOf(document, zero + 1) + ": a zero byte"};
+  if (!std::holds_alternative<Object>(tree->root())) {
+    return {nullptr, "the document: expected an object, found " + described(tree->root())};
   }
-  Builder builder(document);
-  if (!Json::sax_parse(document, &builder)) {
-    return {nullptr, builder.error()};
-  }
-  if (!builder.root().is_object()) {
-    return {nullptr, "the document: expected an object, found " + described(builder.root())};
-  }
-  auto state = std::make_unique<State>(std::move(builder.root()), classes);
+  auto state = std::make_unique<State>(std::move(tree), classes);
   return {std::unique_ptr<KeyedUnarchiver>(new KeyedUnarchiver(std::move(state))), {}};
 }
 
 KeyedUnarchiver::Result KeyedUnarchiver::readFile(const std::filesystem::path& path,
                                                   std::span<const KeyedClass> classes) {
-  const AtomicFile::Contents contents = AtomicFile::read(path, Limits::kBytes);
+  const AtomicFile::Contents contents = AtomicFile::read(path, KeyedArchiveLimits::kBytes);
   if (!contents) {
     return {nullptr, contents.error};
   }
@@ -339,15 +251,14 @@ std::string KeyedUnarchiver::pathOf(std::string_view key) const {
 }
 
 KeyedRemainder KeyedUnarchiver::remainder() const {
-  const auto& [object, isAsked] = mState->scope;
-  if (std::find(isAsked.begin(), isAsked.end(), false) == isAsked.end()) {
+  auto isAsked = mState->asked.cbegin() + static_cast<std::ptrdiff_t>(mState->firstAsked);
+  if (std::find(isAsked, mState->asked.cend(), false) == mState->asked.cend()) {
     return {};  // as nearly always
   }
   Json left = Json::object();
-  std::size_t place = 0;
-  for (const auto& [key, value] : object->get_ref<const Json::object_t&>()) {
-    if (!isAsked[place++]) {
-      KeyedDocument::append(left, key, value);
+  for (const auto& [key, value] : mState->object) {
+    if (!*isAsked++) {
+      left.get_ref<Json::object_t&>().emplace_back(std::string(key), toJson(value));
     }
   }
   return KeyedRemainder(
@@ -355,15 +266,7 @@ KeyedRemainder KeyedUnarchiver::remainder() const {
 }
 
 std::optional<bool> KeyedUnarchiver::decodeBool(std::string_view key) {
-  const Json* found = mState->value(key);
-  if (found == nullptr) {
-    return std::nullopt;
-  }
-  const KeyedPath::Scope scope(mState->path, std::string(key));
-  if (!found->is_boolean()) {
-    mState->refuse("a bool", *found);
-  }
-  return found->get<bool>();
+  return mState->held<bool>(key, "a bool");
 }
 
 std::optional<std::int32_t> KeyedUnarchiver::decodeInt32(std::string_view key) {
@@ -375,45 +278,41 @@ std::optional<std::int64_t> KeyedUnarchiver::decodeInt64(std::string_view key) {
 }
 
 std::optional<double> KeyedUnarchiver::decodeDouble(std::string_view key) {
-  const Json* found = mState->value(key);
+  const Value* found = mState->value(key);
   if (found == nullptr) {
     return std::nullopt;
   }
-  const KeyedPath::Scope scope(mState->path, std::string(key));
-  if (!found->is_number()) {
-    mState->refuse("a number", *found);
+  if (const auto* whole = std::get_if<std::uint64_t>(found)) {
+    return static_cast<double>(*whole);
   }
-  return found->get<double>();
+  if (const auto* negative = std::get_if<std::int64_t>(found)) {
+    return static_cast<double>(*negative);
+  }
+  return mState->held<double>(key, "a number");
 }
 
 std::optional<std::string> KeyedUnarchiver::decodeString(std::string_view key) {
-  const Json* found = mState->value(key);
-  if (found == nullptr) {
-    return std::nullopt;
-  }
-  const KeyedPath::Scope scope(mState->path, std::string(key));
-  if (!found->is_string()) {
-    mState->refuse("a string", *found);
-  }
-  return found->get<std::string>();
+  return mState->held<std::string_view, std::string>(key, "a string");
 }
 
 std::optional<std::vector<std::uint8_t>> KeyedUnarchiver::decodeBytes(std::string_view key) {
-  const Json* found = mState->value(key);
+  const Value* found = mState->value(key);
   if (found == nullptr) {
     return std::nullopt;
   }
   const KeyedPath::Scope scope(mState->path, std::string(key));
-  const Json* text =
-      found->is_object() ? KeyedDocument::find(*found, KeyedDocument::kBytesKey) : nullptr;
-  if (text == nullptr) {
+  const auto* const object = std::get_if<Object>(found);
+  const Value* const block =
+      object != nullptr ? KeyedTree::find(*object, KeyedDocument::kBytesKey) : nullptr;
+  if (block == nullptr) {
     mState->refuse("a byte block", *found);
   }
   const KeyedPath::Scope inner(mState->path, std::string(KeyedDocument::kBytesKey));
-  if (!text->is_string()) {
-    mState->refuse("base64", *text);
+  const auto* const text = std::get_if<std::string_view>(block);
+  if (text == nullptr) {
+    mState->refuse("base64", *block);
   }
-  auto bytes = base64Decoded(text->get_ref<const std::string&>());
+  auto bytes = base64Decoded(*text);
   if (!bytes) {
     throw KeyedArchiveError(mState->path.text(), "the text is no base64");
   }
@@ -422,7 +321,7 @@ std::optional<std::vector<std::uint8_t>> KeyedUnarchiver::decodeBytes(std::strin
 
 std::shared_ptr<KeyedCoding> KeyedUnarchiver::decodeObjectOf(std::string_view key,
                                                              const Wanted& wanted) {
-  const Json* found = mState->value(key);
+  const Value* found = mState->value(key);
   if (found == nullptr) {
     return nullptr;
   }
@@ -432,18 +331,20 @@ std::shared_ptr<KeyedCoding> KeyedUnarchiver::decodeObjectOf(std::string_view ke
 
 std::optional<std::vector<std::shared_ptr<KeyedCoding>>> KeyedUnarchiver::decodeArrayOf(
     std::string_view key, const Wanted& wanted) {
-  const Json* found = mState->value(key);
+  const Value* found = mState->value(key);
   if (found == nullptr) {
     return std::nullopt;
   }
   const KeyedPath::Scope scope(mState->path, std::string(key));
-  if (!found->is_array()) {
+  const auto* const array = std::get_if<Array>(found);
+  if (array == nullptr) {
     mState->refuse("an array", *found);
   }
   std::vector<std::shared_ptr<KeyedCoding>> elements;
-  for (const Json& element : *found) {
+  elements.reserve(array->size());
+  for (const auto& element : *array) {
     const KeyedPath::Scope inner(mState->path, elements.size());
-    elements.push_back(mState->make(element, wanted, *this));
+    elements.push_back(mState->make(element.value, wanted, *this));
   }
   return elements;
 }

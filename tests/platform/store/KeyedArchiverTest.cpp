@@ -38,8 +38,9 @@ TEST(KeyedArchiver, ADocumentReadsAsWrittenInTheOrderOfTheCalls) {
   coder.encodeNull("none");
   coder.encodeBytes(std::vector<std::uint8_t>{0x66, 0x6F, 0x6F, 0x62}, "block");
   coder.encodeObject(&inner, "object");
-  coder.encodeArray(std::vector{std::make_shared<ArchiveNode>(), std::shared_ptr<ArchiveNode>()},
-                    "array");
+  const auto outer = std::make_shared<ArchiveNode>();
+  outer->node = std::make_shared<ArchiveNode>(inner);
+  coder.encodeArray(std::vector{outer, std::shared_ptr<ArchiveNode>()}, "array");
   coder.encodeArray(std::vector<std::shared_ptr<ArchiveNode>>(), "empty");
   EXPECT_EQ(coder.data(), R"({
   "z": -7,
@@ -48,18 +49,15 @@ TEST(KeyedArchiver, ADocumentReadsAsWrittenInTheOrderOfTheCalls) {
   "tenth": 0.1,
   "three": 3.0,
   "none": null,
-  "block": {
-    "$base64": "Zm9vYg=="
-  },
+  "block": {"$base64": "Zm9vYg=="},
   "object": {
     "$class": "Node",
-    "text": "tab\t \"quoted\" )"
-                          "\xC3\xA9"
-                          R"("
+    "text": "tab\t \"quoted\" é"
   },
   "array": [
     {
-      "$class": "Node"
+      "$class": "Node",
+      "node": {"$class": "Node", "text": "tab\t \"quoted\" é"}
     },
     null
   ],
