@@ -132,7 +132,7 @@ class VLAppDelegate final : public KVObservable,
   /// Why the file that was to be opened was not, for people.
   const std::string& openError() const noexcept { return mOpenError; }
   const VLApplicationState& state() const noexcept { return mState; }
-  /// Frees it in the background: of a large document that takes as long as reading it.
+  /// Frees it in the background, where many objects take long.
   void letGo(std::shared_ptr<void> object);
 
   // --- recovery
