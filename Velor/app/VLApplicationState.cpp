@@ -129,6 +129,7 @@ bool VLApplicationState::loadFromURL(const std::filesystem::path& path) {
   }
   VELOR_LOG_INFO("will load application state from %s", path.c_str());
   if (!decode(*document.coder)) {
+    mError = path.string() + ": " + mError;
     VELOR_LOG_WARNING("error while restoring application state, set app to default values");
     return false;
   }
