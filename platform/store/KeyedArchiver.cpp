@@ -148,22 +148,22 @@ struct KeyedArchiver::State {
   // One container deeper, for a scope.
   class Container {
    public:
-    Container(State& state, const char (&marks)[3], bool isOneLine = false)
+    Container(State& state, const char (&marks)[3], bool onOneLine = false)
         : mState(state), mEnd(marks[1]), mWasOneLine(state.isOneLine) {
       if (state.depth >= Limits::kDepth) {
         state.refuse("nested deeper than " + std::to_string(Limits::kDepth));
       }
       ++state.depth;
-      state.isOneLine = mWasOneLine || isOneLine || state.depth > kDepthOfLines;
+      state.isOneLine = mWasOneLine || onOneLine || state.depth > kDepthOfLines;
       mFirstKey = std::exchange(state.firstKey, state.keys.size());
       state.text += marks[0];
       state.isFirst = true;
     }
     ~Container() {
       --mState.depth;
-      const bool isEmpty = std::exchange(mState.isFirst, false);
-      const bool isOneLine = std::exchange(mState.isOneLine, mWasOneLine);
-      if (!isEmpty && !isOneLine) {
+      const bool wasEmpty = std::exchange(mState.isFirst, false);
+      const bool wasOneLine = std::exchange(mState.isOneLine, mWasOneLine);
+      if (!wasEmpty && !wasOneLine) {
         (mState.text += '\n').append(kIndent * mState.depth, ' ');
       }
       mState.text += mEnd;
