@@ -5,7 +5,6 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -110,8 +109,8 @@ std::shared_ptr<KVLTCGenerator> KVLTCGenerator::initWithCoder(store::KeyedUnarch
   if (map) {
     generator->mChosenMap.resize(
         std::min<std::size_t>(map->size() / sizeof(std::int32_t), audio::kMaxChannels));
-    std::memcpy(generator->mChosenMap.data(), map->data(),
-                generator->mChosenMap.size() * sizeof(std::int32_t));
+    std::copy_n(map->data(), generator->mChosenMap.size() * sizeof(std::int32_t),
+                reinterpret_cast<std::uint8_t*>(generator->mChosenMap.data()));
   }
   generator->rebuild();
   return generator;
@@ -123,8 +122,8 @@ void KVLTCGenerator::encodeWithCoder(store::KeyedArchiver& coder) const {
     map.resize(lengthOfChannelMap());
     getChannelMap(map);
   }
-  std::vector<std::uint8_t> bytes(map.size() * sizeof(std::int32_t));
-  std::memcpy(bytes.data(), map.data(), bytes.size());
+  const auto* const first = reinterpret_cast<const std::uint8_t*>(map.data());
+  const std::vector<std::uint8_t> bytes(first, first + map.size() * sizeof(std::int32_t));
   coder.encodeString(mChoice.chosenUID(), kDeviceKey);
   coder.encodeInt32(static_cast<std::int32_t>(userbits()), kUserBitsKey);
   coder.encodeDouble(level(), kLevelKey);

@@ -2,7 +2,6 @@
 #include "platform/audio/builtin/AudioObjectTable.h"
 
 #include <algorithm>
-#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -128,7 +127,7 @@ OSStatus AudioObjectTable::AudioUnitGetProperty(AudioUnit unit, AudioUnitPropert
     const OSStatus status = found.getProperty({property, scope, element}, value);
     if (status == 0) {
       *size = std::min(*size, static_cast<std::uint32_t>(value.size()));
-      std::memcpy(data, value.data(), *size);
+      std::copy_n(value.data(), *size, static_cast<std::byte*>(data));
     }
     return status;
   });

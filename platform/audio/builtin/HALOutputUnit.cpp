@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <numeric>
+#include <span>
 #include <utility>
 
 #include "platform/host/Log.h"
@@ -178,10 +179,11 @@ OSStatus HALOutputUnit::getProperty(const UnitPropertyAddress& address,
     case kAudioUnitProperty_MaximumFramesPerSlice:
       put(kMaxFramesPerSlice, value);
       return 0;
-    case kAudioUnitProperty_NickName:
-      value.resize(mName.size());
-      std::memcpy(value.data(), mName.data(), mName.size());
+    case kAudioUnitProperty_NickName: {
+      const auto name = std::as_bytes(std::span(mName));
+      value.assign(name.begin(), name.end());
       return 0;
+    }
     case kAudioOutputUnitProperty_CurrentDevice:
       put(mDevice, value);
       return 0;
@@ -252,8 +254,8 @@ OSStatus HALOutputUnit::setChannelMap(const void* data, std::uint32_t size) {
 }
 
 OSStatus HALOutputUnit::getChannelMap(std::vector<std::byte>& value) {
-  value.resize(channelCount(description().output) * sizeof(std::int32_t));
-  std::memcpy(value.data(), mMap.data(), value.size());
+  const auto map = std::as_bytes(std::span(mMap).first(channelCount(description().output)));
+  value.assign(map.begin(), map.end());
   return 0;
 }
 
