@@ -205,7 +205,12 @@ void PipeWireServer::start() {
                      "audio.position=[FL FR] }"},
                     all) == 0;
   });
-  if (!up || !mServer.isRunning()) {
+  // Its ports come one by one, when the manager has seen it.
+  const bool hasPorts =
+      up && waitFor(15, [&all] {
+        return runToEnd({"sh", "-c", "pw-link -i | grep -q velor-null:playback_FR"}, all) == 0;
+      });
+  if (!hasPorts || !mServer.isRunning()) {
     throw std::runtime_error("PipeWire did not start: " + textOf(log));
   }
 }
