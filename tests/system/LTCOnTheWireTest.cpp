@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // LTC as a client gets it that knows nothing of this program, beside the MTC of the
-// same run. VELOR_SOAK_SECONDS makes the run longer than the 20 s of the suite.
+// same run. VELOR_SOAK_SECONDS makes the run longer than the 20 s of the suite;
+// VELOR_SOAK_PERIOD gives PipeWire another period than its own of 1024 frames, which a
+// machine that others use as well may not keep for long.
 #include <gtest/gtest.h>
 #include <ltc.h>
 
@@ -78,6 +80,11 @@ TEST_P(LTCOnTheWire, EveryFrameComesInSequenceAtTheFrameOfTheMTCThatNamesIt) {
         const auto server = wire.make();
         server->enter();
         server->start();
+        const char* const period = std::getenv("VELOR_SOAK_PERIOD");
+        if (auto* const pipeWire = dynamic_cast<PipeWireServer*>(server.get());
+            pipeWire != nullptr && period != nullptr) {
+          pipeWire->force(0, std::atoi(period));
+        }
         JackPeer recorder("Recorder", static_cast<std::size_t>((seconds() + 10) * 120));
         recorder.addInput("in");
         recorder.recordAudio("audio", seconds() + 5);
@@ -109,7 +116,9 @@ TEST_P(LTCOnTheWire, EveryFrameComesInSequenceAtTheFrameOfTheMTCThatNamesIt) {
         reader.read(static_cast<double>(recorder.audioStart()), samples);
         const std::vector<Label> labels = readByLibltc(samples, samplesPerFrame);
         ASSERT_GT(static_cast<double>(labels.size()), (seconds() - 3) * format.framesPerSecond);
-        EXPECT_EQ(reader.torn, 0);
+        // At a long period the device has asked for the beginning of the first frame before
+        // its time was told.
+        EXPECT_LE(reader.torn, period != nullptr ? 1 : 0);
         EXPECT_EQ(reader.silences, 0);
         ASSERT_NO_FATAL_FAILURE(expectInSequence(labels, format));
 
