@@ -212,8 +212,10 @@ std::string VLAppDelegate::applicationWillTerminate() {
   const bool isStateSaved = last && saveApplicationStateToURL(*last);
   const bool areSettingsSaved = mSettings.save();
   if (!isStateSaved) {
-    return "the state is not saved: " +
-           (last ? mState.error() : "there is no folder for it, " + mFolders.data().string());
+    const std::string why =
+        last ? mState.error() : "there is no folder for it, " + mFolders.data().string();
+    mRecovery.keep();
+    return "the state is not saved: " + why;
   }
   mRecovery.end();
   return areSettingsSaved ? "" : "the settings are not saved in " + mFolders.config().string();

@@ -69,7 +69,7 @@ class VLAppDelegate final : public KVObservable,
   /// Asks the user while something runs; the window gets the reply then.
   TerminateReply applicationShouldTerminate();
   /// Saves the state and the settings. What could not be saved, and why; empty when all
-  /// was. A state that is not saved stays in the recovery copy.
+  /// was. A state that is not saved is kept in the recovery copy.
   std::string applicationWillTerminate();
 
   bool didLoadFileAtStartup() const noexcept { return mDidLoadFileAtStartup; }

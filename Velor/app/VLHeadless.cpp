@@ -177,9 +177,9 @@ int VLHeadlessRun(const VLOptions& options) {
   } else if (app->recovery().wasCutOff()) {
     const std::string copy = app->recovery().leftBehind()->string();
     VELOR_LOG_WARNING("the last run was cut off, its state is in %s", copy.c_str());
-    std::fprintf(stderr,
-                 "velor: the last run was cut off; a start with --recover takes up its state (%s)\n",
-                 VLPrintable(copy).c_str());
+    std::fprintf(
+        stderr, "velor: the last run was cut off; a start with --recover takes up its state (%s)\n",
+        VLPrintable(copy).c_str());
   }
   app->waitForSettings();
   if (const int status = VLOSCApply(options.osc, error); status != 0) {

@@ -103,6 +103,13 @@ void VLRecovery::writeCopy(std::uint64_t now) {
   }
 }
 
+void VLRecovery::keep() {
+  if (mLock.isHeld()) {
+    writeCopy(host::current().AudioGetCurrentHostTime());
+    mQueue.sync([] {});
+  }
+}
+
 void VLRecovery::end() {
   mQueue.sync([] {});
   if (!mLock.isHeld()) {

@@ -48,6 +48,9 @@ class VLRecovery {
   void noteEdit();
   /// The clean end. Waits for the disk.
   void end();
+  /// An end that is none, as the state is nowhere else: the copy has it as it is now.
+  /// Waits for the disk.
+  void keep();
 
  private:
   struct Lock {
