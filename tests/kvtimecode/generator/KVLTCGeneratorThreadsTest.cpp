@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -16,6 +16,12 @@
 
 namespace velor {
 namespace {
+
+// For so many ns.
+void rest(std::uint64_t duration) {
+  host::Host& host = host::current();
+  host.mach_wait_until(host.AudioGetCurrentHostTime() + duration);
+}
 
 TEST(KVLTCGeneratorThreads, TimeComesInWhileTheGraphIsRebuiltAgainAndAgain) {
   const host::SystemHost host;
@@ -43,7 +49,7 @@ TEST(KVLTCGeneratorThreads, TimeComesInWhileTheGraphIsRebuiltAgainAndAgain) {
         strong->copyTime(time, host::current().AudioGetCurrentHostTime());
         ++calls;
       }
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      rest(1'000'000);
     }
   });
   int playing = 0;
@@ -51,7 +57,7 @@ TEST(KVLTCGeneratorThreads, TimeComesInWhileTheGraphIsRebuiltAgainAndAgain) {
     generator->setAudioObjectId(i % 2 == 0 ? other.id() : first.id());
     first.setSampleRate(i % 3 == 0 ? 96000 : 48000);
     generator->setUserbits(static_cast<std::uint32_t>(i));
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    rest(10'000'000);
     mainQueue.drainPending();
     playing += generator->isGenerating() && generator->audioObjectId() != 0 ? 1 : 0;
   }

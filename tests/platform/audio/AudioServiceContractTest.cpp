@@ -5,11 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -59,7 +57,7 @@ struct BuiltinSetting final : Setting {
         mHost.advance(kMs);
       } else {
         mHost.mainQueue().drainPending();
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        mHost.mach_wait_until(mHost.AudioGetCurrentHostTime() + kMs);
       }
     }
     return condition();

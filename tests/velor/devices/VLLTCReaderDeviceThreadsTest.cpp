@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -22,6 +22,12 @@
 
 namespace velor {
 namespace {
+
+// For so many ns.
+void rest(std::uint64_t duration) {
+  host::Host& host = host::current();
+  host.mach_wait_until(host.AudioGetCurrentHostTime() + duration);
+}
 
 TEST(VLLTCReaderDeviceThreads, WhatIsReadIsNeverHalfAChangeWhileDevicesComeAndGo) {
   const host::SystemHost host;
@@ -50,7 +56,7 @@ TEST(VLLTCReaderDeviceThreads, WhatIsReadIsNeverHalfAChangeWhileDevicesComeAndGo
         EXPECT_EQ(bits & 0xFFFFU, bits >> 16U);
         SMPTETime time;
         reader.getLatestTime(time);
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        rest(200'000);
       }
     });
     int reading = 0;
@@ -65,7 +71,7 @@ TEST(VLLTCReaderDeviceThreads, WhatIsReadIsNeverHalfAChangeWhileDevicesComeAndGo
       } else if (i % 100 == 65) {
         loopback.appear();
       }
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      rest(10'000'000);
       mainQueue.drainPending();
       reading += reader->running() ? 1 : 0;
     }
@@ -81,7 +87,7 @@ TEST(VLLTCReaderDeviceThreads, WhatIsReadIsNeverHalfAChangeWhileDevicesComeAndGo
   KVSharedInstances::clear();
   // Parsers of MTC stay until the ends of their streams are told.
   for (int i = 0; i < 100; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    rest(10'000'000);
     mainQueue.drainPending();
   }
   service.reset();
