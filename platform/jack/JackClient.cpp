@@ -7,6 +7,7 @@
 
 #include "platform/host/Log.h"
 #include "platform/host/Realtime.h"
+#include "platform/jack/JackCallback.h"
 
 namespace velor::jack {
 namespace {
@@ -142,13 +143,17 @@ void JackClient::openWith(std::shared_ptr<const JackLibrary> library) {
   ++mSession;
 
   // Whichever of the two the server calls; PipeWire knows only the first.
-  mLibrary->jack_on_shutdown(mClient, &JackClient::onShutdown, this);
-  mLibrary->jack_on_info_shutdown(mClient, &JackClient::onInfoShutdown, this);
-  mLibrary->jack_set_process_callback(mClient, &JackClient::onProcess, this);
-  mLibrary->jack_set_port_registration_callback(mClient, &JackClient::onPortRegistration, this);
-  mLibrary->jack_set_port_connect_callback(mClient, &JackClient::onPortConnect, this);
-  mLibrary->jack_set_graph_order_callback(mClient, &JackClient::onGraphOrder, this);
-  mLibrary->jack_set_property_change_callback(mClient, &JackClient::onPropertyChange, this);
+  mLibrary->jack_on_shutdown(mClient, &JackCallback<&JackClient::onShutdown>::call, this);
+  mLibrary->jack_on_info_shutdown(mClient, &JackCallback<&JackClient::onInfoShutdown>::call, this);
+  mLibrary->jack_set_process_callback(mClient, &JackCallback<&JackClient::onProcess>::call, this);
+  mLibrary->jack_set_port_registration_callback(
+      mClient, &JackCallback<&JackClient::onPortRegistration>::call, this);
+  mLibrary->jack_set_port_connect_callback(mClient, &JackCallback<&JackClient::onPortConnect>::call,
+                                           this);
+  mLibrary->jack_set_graph_order_callback(mClient, &JackCallback<&JackClient::onGraphOrder>::call,
+                                          this);
+  mLibrary->jack_set_property_change_callback(
+      mClient, &JackCallback<&JackClient::onPropertyChange>::call, this);
   mSampleRate.store(mLibrary->jack_get_sample_rate(mClient));
   mPeriod.store(mLibrary->jack_get_buffer_size(mClient));
   if (mLibrary->jack_activate(mClient) != 0) {
@@ -182,8 +187,6 @@ void JackClient::closeClient() {
   mPorts.clear();
   mForgetting = false;
   mRenewed.clear();
-  // The library may have cancelled its thread within the callback.
-  mCycles.fetch_add(mCycles.load() & 1U);
   tell(false, "");
   for (JackParticipant* participant : mParticipants) {
     participant->closed();

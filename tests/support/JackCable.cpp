@@ -4,6 +4,8 @@
 #include <ctime>
 #include <thread>
 
+#include "platform/jack/JackCallback.h"
+
 namespace velor::test {
 namespace {
 
@@ -31,8 +33,9 @@ JackCable::JackCable(const std::string& name, int channels, jack_nframes_t laten
     mOutputs.push_back(add("out_", JackPortIsOutput));
   }
   std::this_thread::sleep_for(pause);
-  mJack->jack_set_process_callback(mClient, &JackCable::onProcess, this);
-  VELOR_JACK_CALL(jack_set_latency_callback)(mClient, &JackCable::onLatency, this);
+  mJack->jack_set_process_callback(mClient, &jack::JackCallback<&JackCable::onProcess>::call, this);
+  VELOR_JACK_CALL(jack_set_latency_callback)
+  (mClient, &jack::JackCallback<&JackCable::onLatency>::call, this);
   mJack->jack_activate(mClient);
 }
 

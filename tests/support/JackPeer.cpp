@@ -7,6 +7,8 @@
 #include <ctime>
 #include <utility>
 
+#include "platform/jack/JackCallback.h"
+
 namespace velor::test {
 namespace {
 
@@ -31,7 +33,7 @@ __attribute__((no_sanitize("thread"))) void copyUnwatched(const std::uint8_t* fr
 
 JackPeer::JackPeer(const std::string& name, std::size_t capacity)
     : JackTestClient(name, JACK_DEFAULT_MIDI_TYPE), mRecorded(capacity), mToSend(capacity) {
-  mJack->jack_set_process_callback(mClient, &JackPeer::onProcess, this);
+  mJack->jack_set_process_callback(mClient, &jack::JackCallback<&JackPeer::onProcess>::call, this);
 }
 
 JackPeer::~JackPeer() {
