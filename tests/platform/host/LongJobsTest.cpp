@@ -17,6 +17,11 @@ TEST(LongJobsTest, AJobWithoutAnEndHoldsUpNobodysEnd) {
     std::unique_ptr<Semaphore> gate = current().makeSemaphore();
     std::unique_ptr<Semaphore> ended = current().makeSemaphore();
   };
+  // Goes with its thread, behind all that is done there for the job.
+  struct Ending {
+    std::shared_ptr<Stuck> stuck;
+    ~Ending() { stuck->ended->signal(); }
+  };
   const auto stuck = std::make_shared<Stuck>();
   bool told = false;
   {
@@ -24,8 +29,8 @@ TEST(LongJobsTest, AJobWithoutAnEndHoldsUpNobodysEnd) {
     LongJobs jobs(queue);
     queue.sync([&] {
       jobs.add({[stuck] {
+                  const thread_local Ending ending{stuck};
                   stuck->gate->wait();
-                  stuck->ended->signal();
                 },
                 {},
                 [&told] { told = true; }});
