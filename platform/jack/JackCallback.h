@@ -13,27 +13,29 @@ namespace velor::jack {
 /// held for ever, or end the program at the first `noexcept` on the stack. The
 /// cancellation takes effect as soon as the function has returned.
 template <auto Function>
-struct JackCallback;
-
-template <typename Result, typename... Args, Result (*Function)(Args...)>
-struct JackCallback<Function> {
+struct JackCallback {
   // Nothing here has to be cleaned up, by the sanitizer's instrumentation either: the
   // few instructions where the thread may be cancelled have to let the unwinding pass.
-  __attribute__((no_sanitize("thread"))) static Result call(Args... args) {
+  template <typename... Args>
+  __attribute__((no_sanitize("thread"))) static auto call(Args... args)
+      -> decltype(Function(args...)) {
     int state = PTHREAD_CANCEL_ENABLE;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
-    if constexpr (std::is_void_v<Result>) {
+    if constexpr (std::is_void_v<decltype(Function(args...))>) {
       run(args...);
       pthread_setcancelstate(state, nullptr);
     } else {
-      const Result result = run(args...);
+      const auto result = run(args...);
       pthread_setcancelstate(state, nullptr);
       return result;
     }
   }
 
  private:
-  [[gnu::noinline]] static Result run(Args... args) { return Function(args...); }
+  template <typename... Args>
+  [[gnu::noinline]] static auto run(Args... args) {
+    return Function(args...);
+  }
 };
 
 }  // namespace velor::jack
