@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "CocoaAsyncSocket/GCDAsyncUdpSocketError.h"
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLOSCServer.h"
 #include "Velor/osc/VLOSCServerSettings.h"
@@ -51,16 +52,21 @@ void VLUserSettings::load(host::Queue& background,
   // The first call of these is the main thread's.
   VLOSCServer& server = VLOSCServer::sharedServer();
   VLOSCClientDispatcher& dispatcher = VLOSCClientDispatcher::sharedDispatcher();
-  background.async([stored, &server, &dispatcher, tell = std::move(tell)] {
+  background.async([this, stored, &server, &dispatcher, tell = std::move(tell)] {
     const auto tellOnMain = [&tell](const std::string& error) {
       host::current().mainQueue().async([tell, error] { tell(error); });
     };
     GCDAsyncUdpSocketError problem;
     if (stored.server != nullptr && !server.loadSettingsDictionary(*stored.server, &problem)) {
+      if (problem.domain == kGCDAsyncUdpSocketErrorDomain &&
+          problem.code == kGCDAsyncUdpSocketOtherError) {
+        mDefaults.keepDamaged(problem.description());
+      }
       tellOnMain("OSC cannot be received: " + problem.description());
     }
     std::string error;
     if (stored.clients && !dispatcher.loadSettingsFromData(*stored.clients, error)) {
+      mDefaults.keepDamaged(error);
       tellOnMain("The OSC targets cannot be read: " + error);
     }
   });

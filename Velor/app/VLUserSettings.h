@@ -18,7 +18,7 @@ class VLUserSettings {
   explicit VLUserSettings(store::ApplicationFolders folders);
 
   /// Reads the file, and has OSC take its part over on the queue, where a network that is
-  /// slow holds up nobody; what fails there is told on the main queue.
+  /// slow holds up nobody; what fails there is told on the main queue. The queue ends first.
   void load(host::Queue& background, std::function<void(const std::string& error)> tell);
   /// False, with the reason in the log, when it cannot be written.
   bool save() const;

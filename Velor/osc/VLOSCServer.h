@@ -96,8 +96,9 @@ class VLOSCServer final : public KVObservable,
 
   std::shared_ptr<VLOSCServerSettings> settingsDictionary() const;
   /// Takes the ticked hosts over, and starts the server if it ran. False when that
-  /// fails or the list of hosts cannot be read, which then stays as it is. Any thread
-  /// but velor.osc; the list changes when the main queue comes to it.
+  /// fails or the list of hosts cannot be read, which then stays as it is; the error is
+  /// kGCDAsyncUdpSocketOtherError for the latter alone. Any thread but velor.osc; the list
+  /// changes when the main queue comes to it.
   bool loadSettingsDictionary(const VLOSCServerSettings& settings,
                               GCDAsyncUdpSocketError* error = nullptr);
 

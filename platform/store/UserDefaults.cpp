@@ -38,6 +38,18 @@ void UserDefaults::putAside(const std::string& damage) const {
                     error ? "stays" : ("is kept as " + aside.string()).c_str());
 }
 
+void UserDefaults::keepDamaged(const std::string& damage) const {
+  const std::filesystem::path aside = mFile.string() + ".damaged";
+  std::error_code error;
+  std::filesystem::copy_file(mFile, aside, std::filesystem::copy_options::overwrite_existing,
+                             error);
+  VELOR_LOG_WARNING(
+      "settings in %s cannot all be read: %s; defaults are in force for these, and %s",
+      mFile.c_str(), damage.c_str(),
+      error ? ("the file cannot be kept: " + error.message()).c_str()
+            : ("the file is kept as " + aside.string()).c_str());
+}
+
 bool UserDefaults::write(const std::function<void(KeyedArchiver&)>& encode) const {
   std::string error;
   try {

@@ -27,6 +27,10 @@ class UserDefaults {
   /// until then is for the caller to drop.
   bool read(const std::function<void(KeyedUnarchiver&)>& decode) const;
 
+  /// For damage in what `read` gave out that is only found later: warns likewise, and
+  /// keeps a copy of the file as "NAME.damaged".
+  void keepDamaged(const std::string& damage) const;
+
   /// Replaces the file by what `encode` writes. False, with a warning in the log,
   /// when it cannot be written.
   bool write(const std::function<void(KeyedArchiver&)>& encode) const;

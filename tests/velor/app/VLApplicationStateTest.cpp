@@ -5,6 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Velor/osc/VLOSCClientDispatcher.h"
+#include "Velor/osc/VLOSCServer.h"
+#include "Velor/osc/VLUserDefinedOSCClient.h"
 #include "tests/velor/app/FullDocument.h"
 
 namespace velor {
@@ -239,6 +242,35 @@ TEST_F(VLApplicationStateTest, SettingsOutliveARunAndDamagedOnesDoNotKeepItFromS
   app().waitForSettings();
   EXPECT_FALSE(app().disableMTCLoopCheck());
   EXPECT_FALSE(app().server().running());
+}
+
+// The lists are archives within the file, and are read after it.
+TEST_F(VLApplicationStateTest, DamagedListsOfOSCAreToldAndTheirFileIsKeptOverTheNextSaving) {
+  const auto file = folders().config() / "settings.json";
+  app().server().addHostFilterObject(VLOSCHostFilterEntry::initWithAddress("10.0.0.5", {}));
+  VLOSCClientDispatcher::sharedDispatcher().addClient(
+      VLUserDefinedOSCClient::initWithUdpHost("10.0.0.6", 9000));
+  mHost.settle();
+  EXPECT_EQ(app().applicationWillTerminate(), "");
+  const std::string whole = contents(file);
+  const std::string port = R"(port\": 9000)";
+  const std::string base64 = R"("$base64": ")";
+  for (const std::string& place : {port, base64}) {
+    const auto at = whole.find(place);
+    ASSERT_NE(at, std::string::npos) << whole;
+    const std::string damaged =
+        std::string(whole).insert(at + place.size(), place == port ? "0" : "AAAA");
+    end();
+    std::ofstream(file) << damaged;
+    mWindow->errors.clear();
+    launch();
+    app().waitForSettings();
+    mHost.settle();
+    EXPECT_EQ(mWindow->errors.size(), 1U) << place;
+    EXPECT_EQ(app().applicationWillTerminate(), "");
+    EXPECT_NE(contents(file), damaged);
+    EXPECT_EQ(contents(file.string() + ".damaged"), damaged) << place;
+  }
 }
 
 }  // namespace
