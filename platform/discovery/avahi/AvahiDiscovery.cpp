@@ -27,6 +27,9 @@ constexpr std::uint64_t kLongestNameCheck = 2000 * kMs;
 // IPv4, and must not become another target by another address; so that one is asked for,
 // of which a host that is there tells at once.
 constexpr std::uint64_t kLongestWaitForIPv4 = 1000 * kMs;
+// What has said goodbye is kept by peers for a second more (RFC 6762, section 10.1) and
+// is found there meanwhile: also our own last run, by one that is started at once.
+constexpr std::uint64_t kFarewell = 1500 * kMs;
 // Names tried before a publication waits for the next attempt.
 constexpr int kMostNames = 100;
 
@@ -398,7 +401,11 @@ void AvahiDiscovery::onBrowser(AvahiServiceBrowser*, AvahiIfIndex interface, Ava
     case AVAHI_BROWSER_NEW: {
       auto& places = search.seen[name];
       if (places.empty()) {
-        search.untold.push_back({name, true});
+        // What is there already is told together.
+        search.fresh[name] = search.holding && !search.fresh.empty()
+                                 ? search.fresh.begin()->second
+                                 : search.owner->mHost.AudioGetCurrentHostTime() + kFarewell;
+        search.owner->lookAgainIn(kFarewell);
       }
       places.emplace(interface, protocol);
       break;
@@ -411,7 +418,7 @@ void AvahiDiscovery::onBrowser(AvahiServiceBrowser*, AvahiIfIndex interface, Ava
       found->second.erase({interface, protocol});
       if (found->second.empty()) {
         search.seen.erase(found);
-        search.untold.push_back({name, false});
+        noteGone(search, name);
       }
       break;
     }
@@ -426,16 +433,32 @@ void AvahiDiscovery::onBrowser(AvahiServiceBrowser*, AvahiIfIndex interface, Ava
   }
 }
 
+void AvahiDiscovery::noteGone(Search& search, const std::string& name) {
+  if (search.fresh.erase(name) == 0) {
+    search.untold.push_back({name, false});
+  }
+}
+
 void AvahiDiscovery::tellAllGone(Search& search) {
   search.holding = false;
   for (const auto& [name, places] : search.seen) {
-    search.untold.push_back({name, false});
+    noteGone(search, name);
   }
   search.seen.clear();
 }
 
 void AvahiDiscovery::tellFinds() {
+  const std::uint64_t now = mHost.AudioGetCurrentHostTime();
   for (Search& each : mSearches) {
+    for (auto fresh = each.fresh.begin(); fresh != each.fresh.end();) {
+      if (fresh->second <= now) {
+        each.untold.push_back({fresh->first, true});
+        fresh = each.fresh.erase(fresh);
+      } else {
+        lookAgainIn(fresh->second - now);
+        ++fresh;
+      }
+    }
     if (!each.holding && !each.untold.empty()) {
       tell(each.order, std::exchange(each.untold, {}));
     }

@@ -23,7 +23,8 @@ namespace velor::discovery {
 
 /// Discovery by an Avahi daemon, which may be missing, die and come back, and so
 /// may the system bus by which it is reached. It is first looked for when there is
-/// something to do.
+/// something to do. What is found is told when it has been there for 1.5 s, so that
+/// what has just said goodbye is not.
 ///
 /// All calls to the library run on the queue "velor.avahi"; some of them wait for
 /// the daemon's answer.
@@ -57,6 +58,8 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
     // Where each is seen: interface and protocol.
     std::map<std::string, std::set<std::pair<int, int>>> seen;
     std::vector<DiscoveryFind> untold;
+    // Those that have not been there for kFarewell yet, and when they will: host time.
+    std::map<std::string, std::uint64_t> fresh;
   };
   // Whether the name of the answer's host is one that the system knows.
   struct NameCheck {
@@ -104,6 +107,7 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
   void startNameCheck(Resolution& resolution);
   void checkName(Resolution& resolution);
   void withdraw(Publication& publication);
+  static void noteGone(Search& search, const std::string& name);
   static void tellAllGone(Search& search);
   void tellFinds();
 

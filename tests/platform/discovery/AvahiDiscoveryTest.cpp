@@ -106,6 +106,22 @@ TEST_F(AvahiDiscoveryTest, APeersServiceIsFoundResolvedAndKeepsItsName) {
   EXPECT_NE(mWitness->presentOfName("Velor-OSC #2"), nullptr);
 }
 
+// As after a restart, whose last run would else be taken for another program.
+TEST_F(AvahiDiscoveryTest, AServiceThatHasJustSaidGoodbyeIsNotFound) {
+  auto before = peerThatPublishes("Velor-OSC");
+  ASSERT_TRUE(test::waitFor(10, [&] { return seenByPeer().find(";9001;") != std::string::npos; }));
+  before.end(SIGTERM);
+  const auto ours = publish("ours");
+  const auto browser = search();
+  ASSERT_TRUE(until([&] { return !mWitness->found.empty(); }));
+  const auto found = mWitness->found.front().service;
+  found->setDelegate(mWitness);
+  found->resolveWithTimeout(10);
+  ASSERT_TRUE(until([&] { return !mWitness->resolved.empty(); }));
+  EXPECT_EQ(found->TXTRecordData(), record("ours"));
+  EXPECT_TRUE(mWitness->removed.empty());
+}
+
 TEST_F(AvahiDiscoveryTest, AHostWithoutIPv4IsResolvedToItsOtherAddress) {
   const std::string log = mFolder.path().string() + "/six.log";
   const test::Process host({"avahi-publish", "-a", "-R", "six.local", "::1"}, mServer.environment(),
