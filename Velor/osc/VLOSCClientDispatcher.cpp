@@ -134,6 +134,11 @@ bool VLOSCClientDispatcher::isMyOwnService(const discovery::NSNetService& servic
 
 // --- updates ---
 
+VLOSCClientDispatcher::State VLOSCClientDispatcher::lastState() const {
+  const std::lock_guard lock(mMutex);
+  return mState;
+}
+
 template <class Send>
 void VLOSCClientDispatcher::sendToAll(Send send) const {
   for (const auto& client : clients()) {
@@ -186,9 +191,7 @@ void VLOSCClientDispatcher::updateArm(bool armed) {
 }
 
 void VLOSCClientDispatcher::updateClient(VLOSCClient& client) const {
-  std::unique_lock lock(mMutex);
-  const State state = mState;
-  lock.unlock();
+  const State state = lastState();
   client.sendFloatParam(kSpeedAddress, state.speed);
   sendStatus(client, state.status);
   if (state.timeString) {
@@ -199,16 +202,25 @@ void VLOSCClientDispatcher::updateClient(VLOSCClient& client) const {
 // --- from the clock ---
 
 void VLOSCClientDispatcher::playRatePercentChanged() {
-  updateSpeed(static_cast<float>(VLClock::sharedClock().playRatePercent()));
+  const auto speed = static_cast<float>(VLClock::sharedClock().playRatePercent());
+  if (speed != lastState().speed) {
+    updateSpeed(speed);
+  }
 }
 void VLOSCClientDispatcher::armedChanged() {
-  updateArm(VLClock::sharedClock().armed());
+  const bool armed = VLClock::sharedClock().armed();
+  if (armed != lastState().arm) {
+    updateArm(armed);
+  }
 }
 void VLOSCClientDispatcher::statusChanged() {
   updateStatus(VLClock::sharedClock().running());
 }
 void VLOSCClientDispatcher::prerollChanged() {
-  updatePreroll(VLClock::sharedClock().preroll());
+  const bool preroll = VLClock::sharedClock().preroll();
+  if (preroll != lastState().preroll) {
+    updatePreroll(preroll);
+  }
 }
 void VLOSCClientDispatcher::timeChanged() {
   updateTime(VLClock::sharedClock().time());

@@ -82,7 +82,9 @@ class VLOSCClientDispatcher final : public KVObservable,
   /// with the place of the damage in `error`. Any thread.
   bool loadSettingsFromData(const std::string& data, std::string& error);
 
-  // --- from the clock
+  // --- from the clock, which also tells of what is set to what it was. Speed, pre-roll and
+  // arm are not passed on then: two programs that command each other, or a target that
+  // sends back what it gets, would make no end of it.
 
   void playRatePercentChanged();
   void armedChanged();
@@ -110,10 +112,11 @@ class VLOSCClientDispatcher final : public KVObservable,
     float speed = 0;
     bool status = false;
     std::optional<std::string> timeString;
-    bool preroll = false;
-    bool arm = false;
+    std::optional<bool> preroll;  // null until the first change, as the clock's may be on
+    std::optional<bool> arm;
   };
 
+  State lastState() const;
   template <class Send>
   void sendToAll(Send send) const;
 

@@ -117,6 +117,28 @@ TEST_F(VLOSCClientTest, AFreshTargetIsToldTheStateInOrderAndThenEachChangeOnce) 
   EXPECT_THAT(sentTo("10.0.0.9"), ElementsAre("/velor/time --:--:--:--"));
 }
 
+// Else a target that sends back what it gets would get it again and again.
+TEST_F(VLOSCClientTest, WhatIsSetToWhatItWasIsNotToldAgain) {
+  add("10.0.0.8");
+  sentTo("10.0.0.8");
+  const auto set = [](double percent, bool on) {
+    clock().setPlayRatePercent(percent);
+    clock().setPreroll(on);
+    on ? clock().arm() : clock().disarm();
+  };
+  const auto toldButStatus = [this] {
+    Lines lines = sentTo("10.0.0.8");
+    std::erase_if(lines, [](const auto& line) { return line.starts_with("/velor/transport/"); });
+    return lines;
+  };
+  set(1.5, true);
+  EXPECT_THAT(toldButStatus(), ElementsAre("/velor/speed 1.5", "/velor/preroll 1", "/velor/arm 1"));
+  set(1.5, true);
+  EXPECT_THAT(toldButStatus(), IsEmpty());
+  set(0, false);
+  EXPECT_THAT(toldButStatus(), ElementsAre("/velor/speed 0", "/velor/preroll 0", "/velor/arm 0"));
+}
+
 TEST_F(VLOSCClientTest, ADisabledTargetIsToldNothingAndAllWhenItIsEnabledAgain) {
   const auto client = add("10.0.0.9");
   clock().setTime(timeAt(1));
