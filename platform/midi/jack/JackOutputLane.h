@@ -27,7 +27,8 @@ class JackOutputLane {
   static constexpr std::uint32_t kPackets = 256;
   /// A packet that could not go out for this long (ns) after its time, or after it
   /// was sent if that was later, is dropped and counted: a burst of timecode from
-  /// before a server stood still would only mislead.
+  /// before a server stood still would only mislead. The length of a cycle comes on
+  /// top, since what is sent behind the begin of one waits for the next.
   static constexpr MIDITimeStamp kLatest = 20'000'000;
   /// The same for packets that go at once: they may wait for a connection.
   static constexpr MIDITimeStamp kLatestAtOnce = 2'000'000'000;
@@ -41,6 +42,7 @@ class JackOutputLane {
   void process(const host::RealtimeContext& realtime, const jack::JackCycle& cycle,
                const Write& write) noexcept {
     takeUp(realtime);
+    const MIDITimeStamp length = cycle.timeAt(cycle.frames) - cycle.startTime;
     std::uint32_t lastOffset = 0;
     std::uint32_t done = 0;
     for (; done < mWaiting; ++done) {
@@ -49,7 +51,7 @@ class JackOutputLane {
       if (!isDue(packet, cycle, offset)) {
         break;
       }
-      if (cycle.startTime > packet.latest) {
+      if (cycle.startTime > packet.latest + length) {
         mDropped.fetch_add(1, std::memory_order_relaxed);
         continue;
       }
@@ -67,7 +69,7 @@ class JackOutputLane {
  private:
   struct Packet {
     MIDITimeStamp due = 0;
-    MIDITimeStamp latest = 0;  // dropped from then on
+    MIDITimeStamp latest = 0;  // dropped when a cycle more has passed
     std::uint32_t list = 0;    // the list that it came in
     std::uint16_t length = 0;
     std::array<std::uint8_t, kMaxPacketBytes> data{};

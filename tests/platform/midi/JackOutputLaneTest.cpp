@@ -121,7 +121,7 @@ TEST(JackOutputLane, LatePacketsGoOutAtOnceAndThoseThatWaitedTooLongAreDroppedAn
   JackOutputLane lane;
   Callback callback(48000, 480);
   lane.send(List(kStart - 15 * kMs, kMs, 1, 1).get(), kStart - 60 * kMs);
-  lane.send(List(kStart - 25 * kMs, kMs, 1, 2).get(), kStart - 60 * kMs);
+  lane.send(List(kStart - 35 * kMs, kMs, 1, 2).get(), kStart - 60 * kMs);
   lane.send(List(0, 0, 1, 3).get(), kStart - 1500 * kMs);  // waited for its connection
   lane.send(List(0, 0, 1, 4).get(), kStart - 2500 * kMs);
   // Late from its sender, as timecode is that goes on without its source.
@@ -136,6 +136,18 @@ TEST(JackOutputLane, LatePacketsGoOutAtOnceAndThoseThatWaitedTooLongAreDroppedAn
                                                       {4000, 9},
                                                       {4240, 10}}));
   EXPECT_EQ(lane.dropped(), 2U);
+}
+
+TEST(JackOutputLane, LatePacketsWaitForTheNextCycleHoweverLongCyclesAre) {
+  for (const std::uint32_t period : {1024U, 2048U, 8192U}) {
+    JackOutputLane lane;
+    Callback callback(48000, period);
+    callback.run(lane);
+    lane.send(List(kStart - 60 * kMs, 10 * kMs, 4).get(), kStart + kMs / 10);
+    callback.run(lane);
+    EXPECT_EQ(callback.written().size(), 4U) << period;
+    EXPECT_EQ(lane.dropped(), 0U) << period;
+  }
 }
 
 TEST(JackOutputLane, WhatFindsNoRoomInTheBufferIsFirstInTheNextCycle) {
