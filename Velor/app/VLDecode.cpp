@@ -143,15 +143,12 @@ class Reading {
     std::copy_n(userBits, frame.userBits.size(), frame.userBits.begin());
     frame.fps = fps;
     if (mSummary.frames++ != 0) {
-      SMPTETime next = mPrevious.time;
-      ltc_add_frames(next, 1);
       const bool follows = frame.sample == mPreviousEnd;
       if (follows) {
         ++mSteps;
         mStepSamples += crossing(0) - mPreviousEnd;
       }
-      if (!follows || next.mHours != time.mHours || next.mMinutes != time.mMinutes ||
-          next.mSeconds != time.mSeconds || next.mFrames != time.mFrames) {
+      if (!follows || !(isNext(time, mPrevious.time.mType) || isNext(time, time.mType))) {
         ++mSummary.gapCount;
         if (mSummary.gaps.size() < VLDecodeSummary::kGapsListed) {
           mSummary.gaps.push_back({mPrevious, frame});
@@ -162,6 +159,16 @@ class Reading {
     mPrevious = frame;
     mPreviousEnd = crossing(0);
     mConsumer(frame);
+  }
+
+  // In a format that was detected for one of both: at a rate between two nominal ones
+  // it is now the one, now the other, by the number of the frame.
+  bool isNext(const SMPTETime& time, std::uint32_t type) const {
+    SMPTETime next = mPrevious.time;
+    next.mType = type;
+    ltc_add_frames(next, 1);
+    return next.mHours == time.mHours && next.mMinutes == time.mMinutes &&
+           next.mSeconds == time.mSeconds && next.mFrames == time.mFrames;
   }
 
   const double mSampleRate;

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Velor/app/VLEncode.h"
@@ -148,6 +149,22 @@ TEST_F(VLDecodeTest, GapsAreToldBetweenTheFramesThatStandThereWithTheirExactPlac
       EXPECT_THAT(told, testing::ContainerEq(gaps)) << type;
       EXPECT_GT(decoded.frames.size(), 100U);
     }
+  }
+}
+
+// At such a rate a frame is of this format or of that one by its number alone.
+TEST_F(VLDecodeTest, ATapeThatRunsBetweenTwoFormatsHasNoGaps) {
+  for (const auto& [type, rate] :
+       {std::pair(kSMPTETimeType25, 24.4), std::pair(kSMPTETimeType30, 24.9),
+        std::pair(kSMPTETimeType30, 27.0), std::pair(kSMPTETimeType2997Drop, 29.985)}) {
+    LTCSignalMaker maker;
+    maker.type = type;
+    maker.frames = 200;
+    maker.speed = [rate = rate](double) { return rate; };
+    write(maker.make().samples, 48000, 1, audio::SampleEncoding::int16);
+    const Decoded decoded = decode();
+    EXPECT_GE(decoded.frames.size(), 198U) << rate;
+    EXPECT_EQ(decoded.summary.gapCount, 0U) << rate;
   }
 }
 
