@@ -123,8 +123,9 @@ void VLWantedDevices::apply(VLAppDelegate& app, const VLOptions& options) {
   if (mInput) {
     for (const auto& each : manager.devices()) {
       const auto reader = std::dynamic_pointer_cast<VLLTCReaderDevice>(each);
-      if (reader != nullptr && reader->audioObjectId() == mInput->deviceID &&
-          reader->channel() == mInput->channel) {
+      // One whose own device is away leaves for that when it returns.
+      if (reader != nullptr && reader->isOnChosenDevice() &&
+          reader->audioObjectId() == mInput->deviceID && reader->channel() == mInput->channel) {
         mReader = reader;
       }
     }

@@ -77,6 +77,8 @@ class VLLTCReaderDevice final : public VLReaderDevice,
 
   /// The device that it listens to; 0 while there is none.
   audio::AudioObjectID audioObjectId() const noexcept { return mReader->audioDeviceId(); }
+  /// Whether that is the one that was chosen, and none that stands in.
+  bool isOnChosenDevice() const noexcept { return mReader->isOnChosenDevice(); }
   void setAudioObjectId(audio::AudioObjectID objectID) { mReader->setAudioDeviceId(objectID); }
   /// From 0.
   std::uint32_t channel() const noexcept { return mReader->inputChannel(); }

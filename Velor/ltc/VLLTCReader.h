@@ -70,6 +70,9 @@ class VLLTCReader final : public KVObservable,
   /// inputs is refused, with a warning; the channel is the first in any case.
   void setAudioDeviceId(audio::AudioObjectID objectID);
 
+  /// Whether it listens to the device that was chosen, and not to one that stands in.
+  bool isOnChosenDevice() const noexcept { return mChoice.isChosenInUse(); }
+
   /// From 0; beyond those of the device nothing is read. From the next cycle on. Any
   /// thread.
   std::uint32_t inputChannel() const noexcept { return mReaderRef.inputChannel.load(); }

@@ -9,6 +9,7 @@
 
 #include "tests/support/JackPeer.h"
 #include "tests/support/Servers.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/VelorProcess.h"
 #include "tests/system/MTCStream.h"
 
@@ -119,6 +120,32 @@ TEST(LTC, TheMTCOfAReaderGoesOnForItsFreewheelAndFollowsAgainWithoutAStepBack) {
   EXPECT_LT(tail, 1.0 + 4 / 24.0 + 3 * 2 / 24.0);
   std::printf("%zu blocks, %zu frames left out, the last piece %.2f s behind the cut\n",
               stream.blocks.size(), left, tail);
+}
+
+// The state has a reader of a device that is away, in whose place it listens to the very
+// one that is named now.
+TEST(LTC, TheReaderThatIsNamedStaysWhenTheDeviceOfAnEarlierRunReturns) {
+  JackServer server(256);
+  server.enter();
+  server.start();
+  const TemporaryFolder folder;
+  auto environment = server.environment();
+  environment.push_back("XDG_DATA_HOME=" + folder.path().string());
+  {
+    JackPeer stage("Stage");
+    stage.playAudio("out", std::vector<float>(48000));
+    stage.activate();
+    VelorOnTerminal velor(160, {"--headless", "--ltc-in", "Stage:1"}, environment);
+    ASSERT_TRUE(velor.readUntil("from Stage:1  ", 10)) << velor.text();
+    EXPECT_EQ(velor.end(SIGINT), 0);
+  }
+  VelorOnTerminal velor(160, {"--headless", "--ltc-in", "system:1"}, environment);
+  ASSERT_TRUE(velor.readUntil("from system:1  ", 10)) << velor.text();
+  JackPeer stage("Stage");
+  stage.playAudio("out", std::vector<float>(48000));
+  stage.activate();
+  EXPECT_FALSE(velor.readUntil("(away)", 3)) << velor.text();
+  EXPECT_EQ(velor.end(SIGINT), 0);
 }
 
 TEST(LTC, WithoutOptionsAndDisplayALookAtTheWholeEndsWithWhatWasSeen) {
