@@ -50,6 +50,7 @@ class Destinations final : public midi::MIDIOutside {
   void disconnect(midi::MIDIPortRef, midi::MIDIEndpointRef) override {}
   void removePort(midi::MIDIPortRef) override {}
   void waitUntilSettled() override {}
+  void whenSettled(host::Queue& queue, host::Task task) override { queue.async(std::move(task)); }
   bool isConnected() override { return true; }
   std::string description() override { return "a benchmark"; }
 

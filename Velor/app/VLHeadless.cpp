@@ -33,8 +33,8 @@ constexpr int kUsageStatus = 2;
 // Quarter frames are scheduled up to 16 ahead: after a stop the last block runs out
 // to its end before the ports close, so that receivers are not left with half of it.
 constexpr std::uint64_t kRunOut = 300'000'000;
-// The checks for loops that choosing the ports has begun are over by then; they ran
-// while the ways were being opened, and nothing could come back.
+// Of several ports that are chosen at once, or return, the first begins a check for loops,
+// when the ways of the others are not open. It is over by then.
 constexpr std::uint64_t kLoopCheckDelay = 250'000'000;
 
 // The signals end the main loop, as a quit does.
@@ -75,6 +75,14 @@ int fail(int status, const std::string& error) {
 bool usesClock(const VLOptions& options) {
   return !options.ltcIn || options.play || options.arm || options.file || !options.mtcOut.empty() ||
          !options.ltcOut.empty() || options.osc.isWanted();
+}
+
+void checkLoopsSoon(const std::shared_ptr<VLAppDelegate>& app) {
+  host::current().mainQueue().after(kLoopCheckDelay, [weak = std::weak_ptr(app)] {
+    if (const auto strong = weak.lock()) {
+      strong->clock().doLoopDetection();
+    }
+  });
 }
 
 // Over what the document holds. False, and why in `error`, when a time is none of the
@@ -163,7 +171,11 @@ int VLHeadlessRun(const VLOptions& options) {
       KVMIDINotification, [&](const KVNotification&) { devices->willFollowSetup(*app); });
   app->applicationDidFinishLaunching(options.file);
   const KVObserverToken behind = KVNotificationCenter::defaultCenter().addObserver(
-      KVMIDINotification, [&](const KVNotification&) { devices->didFollowSetup(*app); });
+      KVMIDINotification, [&](const KVNotification&) {
+        if (devices->didFollowSetup(*app)) {
+          checkLoopsSoon(app);
+        }
+      });
   if (options.file && !app->didLoadFileAtStartup()) {
     return fail(kFailureStatus, app->openError());
   }
@@ -202,7 +214,7 @@ int VLHeadlessRun(const VLOptions& options) {
   // Else the first block might find its way not open yet.
   midi::service().waitUntilSettled();
   if (app->syncSource() != nullptr) {
-    mainQueue.after(kLoopCheckDelay, [&app] { app->clock().doLoopDetection(); });
+    checkLoopsSoon(app);
   }
   if (options.arm) {
     app->clock().arm();

@@ -160,16 +160,19 @@ void VLWantedDevices::willFollowSetup(const VLAppDelegate& app) {
   }
 }
 
-void VLWantedDevices::didFollowSetup(VLAppDelegate& app) {
+bool VLWantedDevices::didFollowSetup(VLAppDelegate& app) {
   if (!mSource || app.syncSource() != nullptr) {
-    return;
+    return false;
   }
-  if (const auto source = KVMIDICore::sharedCore().sourceWithUniqueId(mSource->uniqueID)) {
-    app.setSyncSource(source);
-    if (std::exchange(mRearms, false)) {
-      app.clock().arm();
-    }
+  const auto source = KVMIDICore::sharedCore().sourceWithUniqueId(mSource->uniqueID);
+  if (source == nullptr) {
+    return false;
   }
+  app.setSyncSource(source);
+  if (std::exchange(mRearms, false)) {
+    app.clock().arm();
+  }
+  return true;
 }
 
 std::shared_ptr<VLLTCReaderDevice> VLWantedDevices::reader() const {

@@ -32,9 +32,9 @@ class VLWantedDevices {
 
   /// To be called after each change of the MIDI setup, before and after the others that
   /// hear of it: a sync source that went, and with it the arming, is taken again when it
-  /// returns.
+  /// returns; true then.
   void willFollowSetup(const VLAppDelegate& app);
-  void didFollowSetup(VLAppDelegate& app);
+  bool didFollowSetup(VLAppDelegate& app);
 
   /// What the status line tells of them, and of what else is switched on.
   void describe(VLStatus& status) const;

@@ -137,6 +137,7 @@ VLClock::~VLClock() {
   // once more on its disposal.
   kv_hptimer_stop(mHPTimer);
   kv_hptimer_dispose(mHPTimer);
+  midi::service().waitUntilSettled();  // a check for loops may be waiting for that
   // The input first: its read function is not running any more then.
   for (const midi::MIDIPortRef port : {mMIDISyncInPort, mMIDIOutputPort}) {
     if (port != 0) {
@@ -743,7 +744,8 @@ void VLClock::doLoopDetection() {
       !delegate->clockShouldCheckForMTCLoop(*this) || !mLoopCheck.begin()) {
     return;
   }
-  mTimerQueue.async([this] {
+  // A token that goes out before the way in is open could not come back.
+  midi::service().whenSettled(mTimerQueue, [this] {
     mTimerQueue.assertCurrent();
     mLoopCheck.sendTokens(_mtcSyncSource.load(), mDestinations, mMIDIOutputPort);
   });

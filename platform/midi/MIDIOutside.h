@@ -3,7 +3,9 @@
 
 #include <string>
 
+#include "platform/host/Queue.h"
 #include "platform/host/Realtime.h"
+#include "platform/host/Task.h"
 #include "platform/midi/MIDITypes.h"
 
 namespace velor::midi {
@@ -73,6 +75,8 @@ class MIDIOutside {
 
   /// Called without the lock.
   virtual void waitUntilSettled() = 0;
+  /// Called without the lock.
+  virtual void whenSettled(host::Queue& queue, host::Task task) = 0;
   virtual bool isConnected() = 0;
   virtual std::string description() = 0;
 };

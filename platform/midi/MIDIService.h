@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "platform/host/Queue.h"
+#include "platform/host/Task.h"
 #include "platform/midi/MIDITypes.h"
 
 namespace velor::midi {
@@ -87,6 +89,10 @@ class MIDIService {
   /// connecting, are open, or can not be opened; that takes some cycles of the
   /// server for each.
   virtual void waitUntilSettled() = 0;
+
+  /// Posts the task to the queue when those ways are open, without waiting. The queue
+  /// must last until then; a `waitUntilSettled` behind this has seen to that.
+  virtual void whenSettled(host::Queue& queue, host::Task task) = 0;
 
   /// Whether a server carries the MIDI of the outside now.
   virtual bool isConnected() = 0;

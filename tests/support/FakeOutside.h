@@ -99,6 +99,7 @@ class FakeOutside final : public MIDIOutside {
   }
   void removePort(MIDIPortRef port) override { removedPorts.push_back(port); }
   void waitUntilSettled() override {}
+  void whenSettled(host::Queue& queue, host::Task task) override { queue.async(std::move(task)); }
   bool isConnected() override { return true; }
   std::string description() override { return "a test"; }
 

@@ -45,6 +45,7 @@ class MockMIDIService : public MIDIService {
               (override));
   MOCK_METHOD(OSStatus, MIDIReceived, (MIDIEndpointRef, const MIDIPacketList*), (override));
   MOCK_METHOD(void, waitUntilSettled, (), (override));
+  MOCK_METHOD(void, whenSettled, (host::Queue&, host::Task), (override));
   MOCK_METHOD(bool, isConnected, (), (override));
   MOCK_METHOD(std::string, serverDescription, (), (override));
 };

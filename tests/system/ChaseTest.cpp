@@ -220,9 +220,12 @@ TEST_F(Chase, ALoopThroughACableIsFoundInATenthOfASecondAndForeignTokensAreNone)
   run(0.5);
   EXPECT_TRUE(mReports->loops.empty());
 
+  // Already the check that the choice of the source begins, with its way to be opened.
   clock().setMIDISyncSource(source("Cable:out"));
-  midi::service().waitUntilSettled();
-  run(0.3);  // the check that ran while the connection was being made
+  ASSERT_TRUE(until(1, [this] { return !mReports->loops.empty(); }));
+  run(0.3);
+  EXPECT_EQ(mReports->loops.size(), 1U);
+
   mReports->loops.clear();
   const std::uint64_t asked = mHost->AudioGetCurrentHostTime();
   clock().doLoopDetection();
@@ -234,6 +237,36 @@ TEST_F(Chase, ALoopThroughACableIsFoundInATenthOfASecondAndForeignTokensAreNone)
   const double took = static_cast<double>(mReports->loopAt - asked) / 1e6;
   EXPECT_LT(took, 100.0);
   std::printf("loop found after %.1f ms\n", took);
+}
+
+TEST(HeadlessChase, ALoopThatReturnsWithItsServerIsFoundAgain) {
+  JackServer server;
+  server.enter();
+  server.start();
+  const auto makeConsole = [] {
+    auto console = std::make_unique<JackPeer>("Console");
+    console->addInput("in");
+    console->addOutput("out");
+    console->forward(0, 0);
+    console->activate();
+    return console;
+  };
+  auto console = makeConsole();
+  VelorProcess velor(
+      {"--headless", "--sync-source", "Console:out", "--mtc-out", "Console:in", "--ignore-loops"},
+      server.environment());
+  const auto loopsTold = [&velor] {
+    const std::string errors = velor.errors();
+    return std::count(errors.begin(), errors.end(), '\n');
+  };
+  ASSERT_TRUE(waitFor(5, [&] { return loopsTold() == 1; })) << velor.errors();
+
+  server.kill();
+  console.reset();
+  server.start();
+  console = makeConsole();
+  EXPECT_TRUE(waitFor(5, [&] { return loopsTold() == 2; })) << velor.errors();
+  EXPECT_EQ(velor.end(SIGTERM), 0);
 }
 
 TEST(HeadlessChase, TheStatusLineTellsArmedChasingTheWrongFormatAndALoop) {

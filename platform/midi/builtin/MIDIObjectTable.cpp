@@ -470,6 +470,14 @@ void MIDIObjectTable::waitUntilSettled() {
   }
 }
 
+void MIDIObjectTable::whenSettled(host::Queue& queue, host::Task task) {
+  if (mOutside != nullptr) {
+    mOutside->whenSettled(queue, std::move(task));
+  } else {
+    queue.async(std::move(task));
+  }
+}
+
 bool MIDIObjectTable::isConnected() {
   return mOutside != nullptr && mOutside->isConnected();
 }

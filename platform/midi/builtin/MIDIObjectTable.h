@@ -60,6 +60,7 @@ class MIDIObjectTable final : public MIDIService, private MIDIInside {
                     const MIDIPacketList* packets) override;
   OSStatus MIDIReceived(MIDIEndpointRef source, const MIDIPacketList* packets) override;
   void waitUntilSettled() override;
+  void whenSettled(host::Queue& queue, host::Task task) override;
   bool isConnected() override;
   std::string serverDescription() override;
 

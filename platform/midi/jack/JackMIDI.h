@@ -45,6 +45,9 @@ class JackMIDI final : public MIDIOutside, private jack::JackParticipant {
   void waitUntilSettled() override {
     mQueue.sync([] {});
   }
+  void whenSettled(host::Queue& queue, host::Task task) override {
+    mQueue.async([&queue, task = std::move(task)]() mutable { queue.async(std::move(task)); });
+  }
   bool isConnected() override { return mJack->isConnected(); }
   std::string description() override;
 
