@@ -19,6 +19,15 @@ bool isPresent(midi::MIDIUniqueID id, const KVMIDICore::Endpoints& endpoints) {
                      [id](const auto& endpoint) { return endpoint->uniqueID() == id; });
 }
 
+// A loop that was found, or the user, may have switched off what the command line names.
+bool isSwitchedOn(midi::MIDIUniqueID id, const VLDeviceManager& manager) {
+  const auto destinations = manager.destinations();
+  return std::any_of(destinations.begin(), destinations.end(), [id](const auto& destination) {
+    const auto endpoint = destination->midiEndpoint();
+    return destination->enable() && endpoint != nullptr && endpoint->uniqueID() == id;
+  });
+}
+
 // Which of a device's channels carries the one signal.
 std::vector<std::int32_t> mapTo(std::uint32_t channel, std::uint32_t channels) {
   std::vector<std::int32_t> map(channels, -1);
@@ -203,7 +212,10 @@ void VLWantedDevices::describe(VLStatus& status) const {
     status.source = {VLPortName(*source), true};
   }
   for (const Port& port : mDestinations) {
-    status.destinations.push_back({port.name, isPresent(port.uniqueID, core.destinations())});
+    const bool present = isPresent(port.uniqueID, core.destinations());
+    if (!present || isSwitchedOn(port.uniqueID, manager)) {
+      status.destinations.push_back({port.name, present});
+    }
   }
   const VLDeviceManager::Devices devices = manager.devices();
   const auto isOwn = [&devices](const KVMIDIEndpoint& endpoint) {

@@ -308,6 +308,7 @@ TEST(HeadlessChase, TheStatusLineTellsArmedChasingTheWrongFormatAndALoop) {
         150, {"--headless", "--sync-source", "Console:out", "--arm", "--mtc-out", "Console:in"},
         server.environment());
     EXPECT_TRUE(velor.readUntil("MIDI/MTC Loop detected!: Disable Console:in", 5)) << velor.text();
+    EXPECT_TRUE(velor.readUntil("from Console:out  to nobody", 5)) << velor.text();
     EXPECT_EQ(velor.end(SIGINT), 0);
   }
   {
