@@ -194,9 +194,7 @@ int VLHeadlessRun(const VLOptions& options) {
         VLPrintable(copy).c_str());
   }
   app->waitForSettings();
-  if (const int status = VLOSCApply(options.osc, error); status != 0) {
-    return fail(status, error);
-  }
+  VLOSCApply(options.osc, [window](const std::string& problem) { window->presentError(problem); });
   if (!setUp(*app, options, error)) {
     return fail(kUsageStatus, error);
   }

@@ -15,42 +15,19 @@
 namespace velor {
 namespace {
 
-constexpr int kFailureStatus = 1;
-constexpr int kUsageStatus = 2;
-constexpr std::uint64_t kLookUpTime = 5'000'000'000;  // ns, for all targets
-
-// Each of the targets, and what getaddrinfo says of it.
-struct LookUps {
-  explicit LookUps(std::size_t count)
-      : codes(count, EAI_AGAIN), ended(host::current().makeSemaphore()) {}
-  std::vector<int> codes;
-  const std::unique_ptr<host::Semaphore> ended;  // a signal for each
-};
-
-// Empty when all are known.
-std::string problemOf(const std::vector<VLOSCOptions::Target>& targets) {
-  const auto lookUps = std::make_shared<LookUps>(targets.size());
+// Tells in the background whether the name of the host is known.
+void lookUp(const VLOSCOptions::Target& target, const VLOSCTell& tell) {
   UDPNetwork& network = udpNetwork();
-  network.queue().sync([&] {
-    for (std::size_t i = 0; i < targets.size(); ++i) {
-      network.resolve(targets[i].first, targets[i].second,
-                      [lookUps, i](const UDPNetwork::Answer& answer) {
-                        lookUps->codes[i] = answer.code;
-                        lookUps->ended->signal();
-                      });
-    }
+  network.queue().async([&network, target, tell] {
+    network.resolve(target.first, target.second, [target, tell](const UDPNetwork::Answer& answer) {
+      if (answer.code != 0) {
+        host::current().mainQueue().async([tell, host = target.first, code = answer.code] {
+          tell("--osc-target: '" + host + "' is no host that is known here (" + gai_strerror(code) +
+               ")");
+        });
+      }
+    });
   });
-  const std::uint64_t deadline = host::current().AudioGetCurrentHostTime() + kLookUpTime;
-  for (std::size_t i = 0; i < targets.size() && lookUps->ended->waitUntil(deadline); ++i) {
-  }
-  // On the queue, where an answer may come just now.
-  const auto codes = network.queue().sync([&] { return lookUps->codes; });
-  const auto unknown = std::find_if(codes.begin(), codes.end(), [](int code) { return code != 0; });
-  if (unknown == codes.end()) {
-    return "";
-  }
-  return "'" + targets[static_cast<std::size_t>(unknown - codes.begin())].first +
-         "' is no host that is known here (" + gai_strerror(*unknown) + ")";
 }
 
 }  // namespace
@@ -87,12 +64,7 @@ std::optional<std::string> VLHostAddressFromText(const std::string& text, std::s
   return address->host();
 }
 
-int VLOSCApply(const VLOSCOptions& options, std::string& error) {
-  error = problemOf(options.targets);
-  if (!error.empty()) {
-    error = "--osc-target: " + error;
-    return kUsageStatus;
-  }
+void VLOSCApply(const VLOSCOptions& options, const VLOSCTell& tell) {
   VLOSCServer& server = VLOSCServer::sharedServer();
   for (const std::string& address : options.allow) {
     std::shared_ptr<VLOSCHostFilterEntry> entry;
@@ -113,14 +85,14 @@ int VLOSCApply(const VLOSCOptions& options, std::string& error) {
     server.stop();
     GCDAsyncUdpSocketError problem;
     if (!server.startUdPServerAtPort(*options.port, &problem)) {
-      error = "--osc-port: port " + std::to_string(*options.port) +
-              " cannot be used: " + problem.description();
-      return kFailureStatus;
+      tell("--osc-port: port " + std::to_string(*options.port) +
+           " cannot be used: " + problem.description());
     }
   }
   VLOSCClientDispatcher& dispatcher = VLOSCClientDispatcher::sharedDispatcher();
   const VLOSCClientDispatcher::Clients clients = dispatcher.clients();
   for (const VLOSCOptions::Target& target : options.targets) {
+    lookUp(target, tell);
     const bool isThere = std::any_of(clients.begin(), clients.end(), [&target](const auto& client) {
       return client->host() == target.first && client->port() == target.second;
     });
@@ -128,7 +100,6 @@ int VLOSCApply(const VLOSCOptions& options, std::string& error) {
       dispatcher.addClient(VLUserDefinedOSCClient::initWithUdpHost(target.first, target.second));
     }
   }
-  return 0;
 }
 
 }  // namespace velor

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -29,9 +30,12 @@ std::optional<VLOSCOptions::Target> VLOSCTargetFromText(const std::string& text,
 /// Reads an address as sockets give it. On failure none, and why in `error`.
 std::optional<std::string> VLHostAddressFromText(const std::string& text, std::string& error);
 
-/// Adds what is asked for to the server and the dispatcher, where it is not there yet.
-/// Looks the targets up, which takes 5 seconds at most. The exit status with which to
-/// end, and why in `error`; 0 when all is well. Main queue.
-int VLOSCApply(const VLOSCOptions& options, std::string& error);
+/// Takes a text for people.
+using VLOSCTell = std::function<void(const std::string& problem)>;
+
+/// Adds what is asked for to the server and the dispatcher, where it is not there yet. A port
+/// that cannot be used is told at once, a target whose name nobody knows when that is found
+/// out, on the main queue; all else goes on. Main queue.
+void VLOSCApply(const VLOSCOptions& options, const VLOSCTell& tell);
 
 }  // namespace velor
