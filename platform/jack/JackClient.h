@@ -73,8 +73,8 @@ class JackClient {
   /// made in the cycle after the next at the latest; what is written before that is
   /// lost.
   bool connectPeer(JackPort& port);
-  /// Waits until the process callback has begun and ended so many times, or until
-  /// it is plain that it does not come any more.
+  /// Waits until the process callback has begun and ended so many times, one that runs
+  /// now apart, or until it is plain that it does not come any more.
   void awaitCycles(std::uint32_t count);
 
   // --- on the queue while there is a server, and in `process` ---

@@ -9,6 +9,9 @@
 namespace velor::audio {
 namespace {
 
+// Between a stop and the start that follows it at once, on a busy machine.
+constexpr std::uint64_t kRest = 250'000'000;  // ns
+
 bool isSame(const AudioDeviceDescription::Side& a, const AudioDeviceDescription::Side& b) {
   return a.streams.empty() == b.streams.empty() &&
          (a.streams.empty() || a.streams[0].channels == b.streams[0].channels) &&
@@ -28,9 +31,13 @@ class JackAudio::Handle final : public AudioDeviceStream {
   Handle(JackAudio& audio, std::shared_ptr<JackStream> stream)
       : mAudio(audio), mStream(std::move(stream)) {}
   ~Handle() override {
-    mAudio.mQueue.sync([this] { mAudio.takeOutOfService(*mStream); });
-    // The ports take their time to go.
-    mAudio.mQueue.async([audio = &mAudio, stream = mStream] { audio->remove(stream); });
+    mAudio.mQueue.sync([this] { mAudio.rest(*mStream); });
+    // Once the stream has gone the audio may have, too.
+    mAudio.mQueue.after(kRest, [audio = &mAudio, weak = std::weak_ptr(mStream)] {
+      if (const auto stream = weak.lock(); stream != nullptr && !stream->isHeld) {
+        audio->remove(stream);
+      }
+    });
   }
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
@@ -56,7 +63,12 @@ void JackAudio::stop() {
   if (mInside == nullptr) {
     return;
   }
-  mQueue.sync([this] { mJack->detach(*this); });
+  mQueue.sync([this] {
+    for (const auto& stream : std::vector(mStreams)) {
+      remove(stream);
+    }
+    mJack->detach(*this);
+  });
   mInside = nullptr;
 }
 
@@ -68,6 +80,11 @@ std::unique_ptr<AudioDeviceStream> JackAudio::open(AudioObjectID device, AudioDi
                                  [device](const auto& entry) { return entry.second.id == device; });
     if (it == mDevices.end() || it->second.ports(direction).empty()) {
       return nullptr;
+    }
+    if (auto rested = takeOverRested(it->first, it->second, direction, name)) {
+      rested->setProc(proc, refCon);
+      rested->setSounding(true);
+      return rested;
     }
     auto made = std::make_shared<JackStream>(it->first, direction, name, proc, refCon);
     if (!putInService(*made, it->second)) {
@@ -196,7 +213,9 @@ void JackAudio::rescan(const std::set<std::string>& renewed) {
     }
     const Device& device = it->second;
     if (!stream->inService || !stream->isConnectedTo(device.ports(stream->direction()))) {
-      putInService(*stream, device);
+      if (stream->isHeld) {
+        putInService(*stream, device);
+      }
       continue;
     }
     stream->setLatency(device.description.side(stream->direction()).latency);
@@ -242,6 +261,33 @@ bool JackAudio::putInService(JackStream& stream, const Device& device) {
   mJack->awaitCycles(2);  // so that all channels begin at once
   stream.setSounding(true);
   return true;
+}
+
+// Its ports stay where they are, silent. No call comes any more when this returns.
+void JackAudio::rest(JackStream& stream) {
+  stream.isHeld = false;
+  stream.setSounding(false);
+  mJack->awaitCycles(0);
+}
+
+std::shared_ptr<JackStream> JackAudio::takeOverRested(const std::string& uid, const Device& device,
+                                                      AudioDirection direction,
+                                                      const std::string& name) {
+  const auto found = std::find_if(mStreams.begin(), mStreams.end(), [&](const auto& stream) {
+    return !stream->isHeld && stream->direction() == direction && stream->name() == name;
+  });
+  if (found == mStreams.end()) {
+    return nullptr;
+  }
+  const auto stream = *found;
+  if (stream->uid() != uid || !stream->inService ||
+      !stream->isConnectedTo(device.ports(direction))) {
+    remove(stream);  // so that another one's ports can have its names
+    return nullptr;
+  }
+  stream->isHeld = true;
+  stream->setLatency(device.description.side(direction).latency);
+  return stream;
 }
 
 void JackAudio::takeOutOfService(JackStream& stream) {

@@ -21,6 +21,10 @@ namespace velor::audio {
 /// client has of audio ports, its name and UID are the client's; we are none. A
 /// stream is one port of ours for each of the device's, connected to it.
 ///
+/// A stream that ends keeps its ports for a moment, silent, and who opens the same one
+/// takes them over: players that stop and start again lose no cycle by it, and other
+/// programs no connection.
+///
 /// All devices of a server have one count of samples. It starts anew with the
 /// server's return.
 class JackAudio final : public AudioOutside, private jack::JackParticipant {
@@ -70,7 +74,10 @@ class JackAudio final : public AudioOutside, private jack::JackParticipant {
   void addPort(Devices& devices, const std::string& fullName, jack_port_t* port) const;
   void announce(Devices found);
   void setPresent(AudioObjectID device, bool present);
+  std::shared_ptr<JackStream> takeOverRested(const std::string& uid, const Device& device,
+                                             AudioDirection direction, const std::string& name);
   bool putInService(JackStream& stream, const Device& device);
+  void rest(JackStream& stream);
   void takeOutOfService(JackStream& stream);
   void close(JackStream& stream);
   void remove(const std::shared_ptr<JackStream>& stream);

@@ -16,8 +16,8 @@
 
 namespace velor::audio {
 
-/// One direction of a device, as long as somebody holds it: our ports, and who is
-/// called with their buffers.
+/// One direction of a device, as long as somebody holds it and a little longer: our
+/// ports, and who is called with their buffers.
 class JackStream {
  public:
   JackStream(std::string uid, AudioDirection direction, std::string name, AudioCycleProc proc,
@@ -26,6 +26,7 @@ class JackStream {
   // --- on the client's queue ---
 
   const std::string& uid() const noexcept { return mUid; }
+  const std::string& name() const noexcept { return mName; }
   AudioDirection direction() const noexcept { return mDirection; }
   std::span<const std::unique_ptr<jack::JackPort>> ports() const noexcept {
     return {mPorts.data(), mUsed};
@@ -43,7 +44,14 @@ class JackStream {
   /// Whether it is called in the cycles. While it is not, its outputs are silent.
   void setSounding(bool sounding) noexcept { mSounding.store(sounding); }
 
+  /// Calls somebody else from now on. Not while it sounds.
+  void setProc(AudioCycleProc proc, void* refCon) noexcept {
+    mProc = proc;
+    mRefCon = refCon;
+  }
+
   bool inService = false;
+  bool isHeld = true;
 
   // --- in the process callback, in service ---
 
@@ -54,8 +62,8 @@ class JackStream {
   const std::string mUid;
   const AudioDirection mDirection;
   const std::string mName;
-  const AudioCycleProc mProc;
-  void* const mRefCon;
+  AudioCycleProc mProc;
+  void* mRefCon;
   std::vector<std::unique_ptr<jack::JackPort>> mPorts;  // the first mUsed, and spare ones
   std::size_t mUsed = 0;
   std::atomic<std::uint32_t> mLatency{0};

@@ -346,6 +346,51 @@ TYPED_TEST(JackAudioOnServer, ADeviceThatGoesOrChangesItsChannelsTakesItsStreams
   }
 }
 
+// Counts the ports that come and go on a server.
+class PortWatch : public test::JackTestClient {
+ public:
+  PortWatch() : JackTestClient("Watch", JACK_DEFAULT_AUDIO_TYPE) {
+    mJack->jack_set_port_registration_callback(
+        mClient, [](jack_port_id_t, int, void* self) { ++static_cast<PortWatch*>(self)->changes; },
+        this);
+    mJack->jack_activate(mClient);
+  }
+  ~PortWatch() { close(); }
+
+  std::atomic<int> changes{0};
+};
+
+TYPED_TEST(JackAudioOnServer, AStreamThatIsOpenedAgainAtOnceKeepsItsPorts) {
+  test::JackCable cable("Cable", 2);
+  test::JackCable other("Other", 2);
+  this->mAudio.start(this->mInside);
+  ASSERT_TRUE(this->mInside.await("Cable"));
+  ASSERT_TRUE(this->mInside.await("Other"));
+  PortWatch watch;
+  this->openStreams();
+  ASSERT_TRUE(test::waitFor(5, [this] { return this->mListener->hears(); }));
+  ASSERT_TRUE(test::waitFor(5, [&watch] { return watch.changes >= 4; }));
+  for (int round = 0; round < 3; ++round) {
+    const int changes = watch.changes;
+    this->mStreams.clear();
+    this->openStreams();  // with another player and listener
+    EXPECT_TRUE(test::waitFor(5, [this] { return this->mListener->hears(); }));
+    test::waitFor(0.5, [] { return false; });  // what went would have gone
+    EXPECT_EQ(watch.changes, changes);
+  }
+  // On another device it is another stream, by the same names.
+  this->mStreams.clear();
+  this->mStreams.push_back(this->mAudio.open(this->mInside.find("Other")->id,
+                                             AudioDirection::output, "Generator", &Player::play,
+                                             this->mPlayer.get()));
+  EXPECT_TRUE(test::waitFor(5, [&watch] {
+    return watch.isConnected("Velor:Generator out_1", "Other:in_1") &&
+           watch.isConnected("Velor:Generator out_2", "Other:in_2") &&
+           watch.ports("Velor:.*").size() == 2;
+  }));
+  EXPECT_FALSE(watch.isConnected("Velor:Generator out_2", "Cable:in_2"));
+}
+
 // Its callback may not come any more once the stream has gone.
 struct Guarded {
   std::atomic<bool> open{true};
