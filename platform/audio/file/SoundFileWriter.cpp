@@ -17,6 +17,7 @@ struct Container {
   int format;  // of libsndfile
   bool hasFloats;
   int maxSampleRate;
+  int maxOddSampleRate;   // above it only multiples of 10
   std::int64_t maxBytes;  // of samples
   std::int64_t maxFrames;
 };
@@ -28,9 +29,11 @@ constexpr std::int64_t kNoLimit = INT64_MAX;
 constexpr std::int64_t kRiffBytes = (std::int64_t{1} << 32) - 1 - 4096;
 constexpr std::int64_t kFlacFrames = (std::int64_t{1} << 36) - 1;
 constexpr std::array<Container, 3> kContainers = {
-    {{".wav", SF_FORMAT_WAV, true, SoundFormat::kMaxSampleRate, kRiffBytes, kNoLimit},
-     {".w64", SF_FORMAT_W64, true, SoundFormat::kMaxSampleRate, kNoLimit, kNoLimit},
-     {".flac", SF_FORMAT_FLAC, false, 655350, kNoLimit, kFlacFrames}}};
+    {{".wav", SF_FORMAT_WAV, true, SoundFormat::kMaxSampleRate, SoundFormat::kMaxSampleRate,
+      kRiffBytes, kNoLimit},
+     {".w64", SF_FORMAT_W64, true, SoundFormat::kMaxSampleRate, SoundFormat::kMaxSampleRate,
+      kNoLimit, kNoLimit},
+     {".flac", SF_FORMAT_FLAC, false, 655350, 65535, kNoLimit, kFlacFrames}}};
 
 const Container* containerOf(const std::filesystem::path& path) {
   std::string extension = path.extension().string();
@@ -96,6 +99,10 @@ std::string SoundFileWriter::refusal(const std::filesystem::path& path, const So
     return outOfRange("a sample rate", format.sampleRate, SoundFormat::kMinSampleRate,
                       container->maxSampleRate) +
            " for " + kind;
+  }
+  if (container->maxOddSampleRate < format.sampleRate && format.sampleRate % 10 != 0) {
+    return kind + " holds no sample rate of " + std::to_string(format.sampleRate) + " (above " +
+           std::to_string(container->maxOddSampleRate) + " only multiples of 10)";
   }
   SF_INFO info{};
   info.samplerate = format.sampleRate;

@@ -190,6 +190,7 @@ TEST_F(SoundFileTest, WhatNoFileCanHoldIsRefusedBeforeOneIsMade) {
       {".wav", {}, 1, "/.wav' (.wav"},
       {"a.flac", {48000, 1, SampleEncoding::float32}, 1, "no floats"},
       {"a.flac", {700000, 1, SampleEncoding::int16}, 1, "8000 to 655350"},
+      {"a.flac", {65537, 1, SampleEncoding::int16}, 1, "multiples of 10"},
       {"a.wav", {1, 1, SampleEncoding::int16}, 1, "8000 to 768000"},
       {"a.wav", {48000, 0, SampleEncoding::int16}, 1, "0 channels"},
       {"a.flac", {48000, 9, SampleEncoding::int16}, 1, "9 channels"},
