@@ -425,8 +425,7 @@ void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
     isWritten = begun <= kept;  // else the device went on into the next frame meanwhile
     if (isWritten) {
       phase.keep(batch, kept);
-      shared.write(batch.start + std::uint64_t{kept} * batch.previousSamples,
-                   std::span(buffers->scratch).first(offset));
+      shared.write(batch.startOf(kept, kept), std::span(buffers->scratch).first(offset));
       mPhase = phase;
       mCurrentTime = currentTime;
     }

@@ -43,44 +43,67 @@ std::optional<LTCPhaseLock::Batch> LTCPhaseLock::advance(const Call& call) noexc
     // lengths that are no frame.
     const bool isFrame = wanted >= nominal * 0.5 && wanted <= call.maxFrameSamples;
     if (kJump * weightedFrameLen > error && isFrame) {
-      // To where the frames of the next call should end.
-      const double later = std::round(error * 0.5 + weightedFrameLen - frameSamples);
-      batch = {static_cast<std::uint64_t>(nextGeneratorTime), static_cast<std::uint32_t>(wanted),
-               false, frameSamples,
-               static_cast<std::uint32_t>(
-                   std::clamp(later, nominal * 0.5, static_cast<double>(call.maxFrameSamples)))};
+      batch = {static_cast<std::uint64_t>(nextGeneratorTime),
+               static_cast<std::uint32_t>(wanted),
+               false,
+               standing,
+               {}};
+      batch.behind.fill(batch.frameSamples);
+      // Two of them take up what the frames that stay are off.
+      double place = standing[0];
+      for (std::uint32_t kept = 2; kept <= kStanding; ++kept) {
+        place += standing[kept - 1];
+        const double length = 0.5 * (error + 0.5 * (kept + 2) * weightedFrameLen - place);
+        batch.behind[kept] = static_cast<std::uint32_t>(std::clamp(
+            std::round(length), nominal * 0.5, static_cast<double>(call.maxFrameSamples)));
+      }
     } else {
       batch = restart(call);
     }
   }
-  frameSamples = batch.frameSamples;
   lastTimestamp = call.target;
-  nextGeneratorTime = static_cast<double>(batch.start + kFramesPerCall * batch.frameSamples);
+  keep(batch, 0);
   return batch;
 }
 
 LTCPhaseLock::Batch LTCPhaseLock::restart(const Call& call) noexcept {
   weightedFrameLen = call.frameDuration * kFramesPerCall * call.sampleRate;
-  return {static_cast<std::uint64_t>(call.target), static_cast<std::uint32_t>(nominalSamples(call)),
-          true, 0, 0};
+  Batch batch{static_cast<std::uint64_t>(call.target),
+              static_cast<std::uint32_t>(nominalSamples(call)),
+              true,
+              {},
+              {}};
+  batch.behind.fill(batch.frameSamples);
+  return batch;
 }
 
 std::uint32_t LTCPhaseLock::Batch::keptFrames(std::uint64_t readEnd) const noexcept {
-  if (isRestart || previousSamples == 0 || readEnd <= start) {
+  if (isRestart || standing[0] == 0) {
     return 0;
   }
-  const double change = std::abs(static_cast<double>(frameSamples) - previousSamples);
-  if (change == 0 || 2 * change > previousSamples * kMostChange) {
-    return 0;
+  std::uint32_t begun = 0;
+  double change = 0;
+  std::uint64_t place = start;
+  for (; begun < kStanding && place < readEnd; ++begun) {
+    place += standing[begun];
+    change = std::max(change, std::abs(static_cast<double>(frameSamples) - standing[begun]));
   }
-  const std::uint64_t begun = (readEnd - start + previousSamples - 1) / previousSamples;
-  return begun <= kFramesPerCall ? static_cast<std::uint32_t>(begun) : 0;
+  const bool isFrame = 2 * change <= standing[0] * kMostChange;
+  return change != 0 && isFrame && place >= readEnd ? begun : 0;
+}
+
+std::uint64_t LTCPhaseLock::Batch::startOf(std::uint32_t frame, std::uint32_t kept) const noexcept {
+  std::uint64_t place = start;
+  for (std::uint32_t i = 0; i < frame; ++i) {
+    place += samplesOf(i, kept);
+  }
+  return place;
 }
 
 void LTCPhaseLock::keep(const Batch& batch, std::uint32_t kept) noexcept {
-  if (kept == kFramesPerCall) {
-    frameSamples = batch.laterSamples;
-    nextGeneratorTime = static_cast<double>(batch.start + kept * batch.previousSamples);
+  nextGeneratorTime = static_cast<double>(batch.startOf(kFramesPerCall, kept));
+  for (std::uint32_t i = 0; i < kStanding; ++i) {
+    standing[i] = batch.samplesOf(kFramesPerCall + i, kept);
   }
 }
 

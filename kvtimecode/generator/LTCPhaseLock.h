@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 
@@ -27,24 +28,30 @@ struct LTCPhaseLock {
     std::uint32_t maxFrameSamples;  ///< that a batch has room for
     bool wasRead;                   ///< the device's last cycle played what was written
   };
+  /// Frames of a batch that the next call overwrites, unless the device has begun them.
+  static constexpr std::uint32_t kStanding = 4;
   struct Batch {
-    std::uint64_t start;            ///< sample of the first frame
-    std::uint32_t frameSamples;     ///< length of each frame
-    bool isRestart;                 ///< what was written before is void
-    std::uint32_t previousSamples;  ///< length of the frames that stand there; 0 for none
-    std::uint32_t laterSamples;     ///< length of the others when two of these stay
+    std::uint64_t start;         ///< sample of the first frame
+    std::uint32_t frameSamples;  ///< length of each frame
+    bool isRestart;              ///< what was written before is void
+    /// Lengths of the frames that stand there, from `start` on; 0 for none.
+    std::array<std::uint32_t, kStanding> standing;
+    /// Length of the others when so many of those stay.
+    std::array<std::uint32_t, kStanding + 1> behind;
 
     /// How many frames that stand there have to stay, because the device has read into
     /// them, up to `readEnd`: over another length the bits of such a frame would not
     /// meet. The frame behind a single one takes the whole change of length then. None
     /// where it would be no frame any more.
     std::uint32_t keptFrames(std::uint64_t readEnd) const noexcept;
-    /// Of one that is written, with so many kept.
+    /// Length of a frame with so many kept.
     std::uint32_t samplesOf(std::uint32_t frame, std::uint32_t kept) const noexcept {
-      return kept == 2                 ? laterSamples
-             : kept == 1 && frame == 1 ? 2 * frameSamples - previousSamples
-                                       : frameSamples;
+      return frame < kept              ? standing[frame]
+             : kept == 1 && frame == 1 ? 2 * frameSamples - standing[0]
+                                       : behind[kept];
     }
+    /// Sample of a frame with so many kept.
+    std::uint64_t startOf(std::uint32_t frame, std::uint32_t kept) const noexcept;
   };
 
   /// The batch to write now; none when writing has to end, because nobody plays it.
@@ -57,10 +64,10 @@ struct LTCPhaseLock {
   /// Nothing is known of a stream, as in the beginning.
   bool isIdle() const noexcept { return lastTimestamp == 0; }
 
-  double lastTimestamp = 0;        ///< samples; the target of the call before
-  double nextGeneratorTime = 0;    ///< samples; where the next call's first frame should start
-  double weightedFrameLen = 0;     ///< samples; smoothed length of two frames
-  std::uint32_t frameSamples = 0;  ///< of the batch before
+  double lastTimestamp = 0;      ///< samples; the target of the call before
+  double nextGeneratorTime = 0;  ///< samples; where the next call's first frame should start
+  double weightedFrameLen = 0;   ///< samples; smoothed length of two frames
+  std::array<std::uint32_t, kStanding> standing{};  ///< samples of the frames from there on
   std::uint32_t numWithoutRead = 0;
 
  private:

@@ -55,20 +55,24 @@ TEST(KVLTCGeneratorPhase, JitterAndLateCallsMoveFramesAndHarmNone) {
     expectWhole(run, 120 * 25 - 5);
     EXPECT_LE(run.settledWorst, 2.5e-9 * static_cast<double>(jitter) * 48000 + 1);
   }
-  // A device that reads far ahead has begun the frame that a call would change.
-  for (const std::uint64_t jitter : {kMs / 2, kMs, 2 * kMs}) {
-    SCOPED_TRACE(jitter);
-    LTCScenario scenario;
-    scenario.jitter = jitter;
-    scenario.period = 1024;
-    scenario.latency = 2048;
-    LTCRun run(scenario);
-    run.start();
-    run.run(120);
-    EXPECT_EQ(run.wrong, 0);
-    EXPECT_LE(run.torn(), 1) << "the first, of which the device may have read the beginning";
-    EXPECT_EQ(run.silences(), 0);
-    EXPECT_GE(run.frames, 120 * 25 - 6);
+  // A device that reads far ahead has begun the frames that a call would change: one or
+  // two of them, or four.
+  for (const std::uint32_t latency : {2048U, 4096U, 6144U}) {
+    for (const std::uint64_t jitter : {kMs / 20, kMs / 2, kMs, 2 * kMs}) {
+      SCOPED_TRACE(testing::Message() << latency << ", " << jitter);
+      LTCScenario scenario;
+      scenario.jitter = jitter;
+      scenario.period = 1024;
+      scenario.latency = latency;
+      LTCRun run(scenario);
+      run.start();
+      run.run(120);
+      EXPECT_EQ(run.wrong, 0);
+      EXPECT_LE(run.torn(), 1) << "the first, of which the device may have read the beginning";
+      EXPECT_EQ(run.silences(), 0);
+      EXPECT_GE(run.frames, 120 * 25 - 7);
+      EXPECT_LE(run.settledWorst, 8e-9 * static_cast<double>(jitter) * 48000 + 3);
+    }
   }
   // Late by less than the two frames that are played before the next call.
   LTCScenario late;
