@@ -396,11 +396,24 @@ class Inspecting {
     tell("Stop time", textOf(time(Keys::kStopTime)));
     const SMPTETime start = time(Keys::kLoopStart);
     const SMPTETime end = time(Keys::kLoopEnd);
-    if (ltc_cancompare(start, end) && ltc_compare(start, end) == 1) {
+    if (!loopStands(start, end)) {
       mFindings.add(std::string(Keys::kLoopEnd), "it is before the start of the loop");
     }
     tell("Loop", textOf(start) + " to " + textOf(end));
     readPlaying();
+  }
+
+  // Points in the wrong order are not taken over as they are, but for those that the clock
+  // has itself moved apart over midnight.
+  static bool loopStands(const SMPTETime& start, const SMPTETime& end) {
+    if (!ltc_cancompare(start, end) || ltc_compare(start, end) != 1) {
+      return true;
+    }
+    SMPTETime movedStart = end;
+    ltc_add_seconds(movedStart, -VLClock::kLoopCorrection);
+    SMPTETime movedEnd = start;
+    ltc_add_seconds(movedEnd, VLClock::kLoopCorrection);
+    return ltc_same_time(start, movedStart) || ltc_same_time(end, movedEnd);
   }
 
   void readPlaying() {

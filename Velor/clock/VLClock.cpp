@@ -25,8 +25,7 @@ namespace {
 constexpr std::uint64_t kFirstTimerInterval = 40'000'000;  // ns, a frame at 25
 constexpr double kNanosecondsPerSecond = 1e9;
 constexpr double kMostRatePercent = 2;
-constexpr double kMostPreroll = 60;     // s
-constexpr double kLoopCorrection = 60;  // s
+constexpr double kMostPreroll = 60;  // s
 constexpr double kDeltaWeight = 0.1;
 constexpr std::int64_t kStallLimit = 20'000'000;  // ns, smoothed
 

@@ -147,6 +147,8 @@ class VLClock final : public KVObservable, public VLMTCParserDelegate {
   void setStopTime(const SMPTETime& stopTime);
   SMPTETime stopTime() const noexcept { return _stopTime.load(); }
 
+  static constexpr double kLoopCorrection = 60;  // s
+
   /// Ignored unless valid and of the clock's format. A point that would end the
   /// loop before it starts moves the other one to 60 s from it. Wait for the queue.
   void setLoopStartTime(const SMPTETime& loopStartTime);

@@ -105,6 +105,22 @@ TEST_F(VLInspectTest, EachFaultIsToldByItsPlaceAndTheRestIsStillTold) {
   }
 }
 
+TEST_F(VLInspectTest, WhatARunLeavesOfWhatARunHasLeftHasNoProblem) {
+  // Points of a loop that were never set, and one that the clock has moved over midnight.
+  for (const char* start : {"", "23:59:30:00"}) {
+    std::filesystem::remove(folders().data() / "laststate.velor");
+    for (int run = 0; run < 3; ++run) {
+      launch();
+      if (run == 0 && *start != 0) {
+        clock().setLoopStartTime(timeOf(start));
+      }
+      EXPECT_EQ(app().applicationWillTerminate(), "");
+      const auto found = inspected(contents(folders().data() / "laststate.velor"));
+      EXPECT_EQ(found.problems, std::vector<std::string>{}) << "run " << run << "\n" << found.text;
+    }
+  }
+}
+
 TEST_F(VLInspectTest, WhatIsNotKnownIsToldAsKeptAndANameCannotMoveTheTerminal) {
   Json& document = damaged();
   document["later"] = 1;
