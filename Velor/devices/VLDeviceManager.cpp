@@ -39,6 +39,21 @@ std::optional<midi::MIDIUniqueID> idOf(const KVMIDIEndpoint& endpoint) {
   }
 }
 
+// A stored destination that is here already has nothing but its switch taken over, and
+// what a later version put in.
+void takeRemainders(VLTimecodeDestinationDevice& present,
+                    const VLTimecodeDestinationDevice& stored) {
+  present.takeRemainder(stored);
+  if (const auto device = present.device(), other = stored.device();
+      device != nullptr && other != nullptr) {
+    device->takeRemainder(*other);
+  }
+  if (const auto endpoint = present.midiEndpoint(), other = stored.midiEndpoint();
+      endpoint != nullptr && other != nullptr) {
+    endpoint->takeRemainder(*other);
+  }
+}
+
 bool contains(const KVMIDICore::Endpoints& endpoints, const KVMIDIEndpoint& wanted) {
   return std::any_of(endpoints.begin(), endpoints.end(),
                      [&wanted](const auto& endpoint) { return endpoint->isEqual(wanted); });
@@ -316,6 +331,7 @@ void VLDeviceManager::restoreDestinations(store::KeyedUnarchiver& coder) {
       continue;  // not there now
     }
     if (const auto present = destinationWithEndpoint(endpoint)) {
+      takeRemainders(*present, *destination);
       if (destination->enable()) {
         present->setEnable(true);
       }

@@ -29,6 +29,10 @@ class KeyedCoding {
   /// Writes what `initWithCoder` reads.
   virtual void encodeWithCoder(KeyedArchiver& coder) const = 0;
 
+  /// Has the keys stay with this object that stayed with the other, which stands for the
+  /// same.
+  void takeRemainder(const KeyedCoding& other) { mRemainder = other.mRemainder; }
+
  protected:
   KeyedCoding() = default;
   KeyedCoding(const KeyedCoding&) = default;

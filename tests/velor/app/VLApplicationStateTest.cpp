@@ -186,7 +186,12 @@ TEST_F(VLApplicationStateTest, ADocumentOfAnotherFormatMovesARunningClockAndEnds
 TEST_F(VLApplicationStateTest, WhatALaterVersionWroteSurvivesASave) {
   goTo("00:00:01:00");
   app().addMarker();
+  appear("desk");
   Json document = saved();
+  Json& destination = document["destinations.manager"][0];
+  destination["delay"] = 4;
+  destination["device.destinationdevice"]["gain"] = 1;
+  destination["device.destinationdevice"]["endpoint"]["alias"] = "board";
   document["mediaWindows"] = Json::array({{{"$class", "VLFutureWindow"}, {"clip", "a.mov"}}});
   document["later"] = {{"$base64", "AAAA"}};
   document["markers"][0]["colour"] = "red";
@@ -195,6 +200,7 @@ TEST_F(VLApplicationStateTest, WhatALaterVersionWroteSurvivesASave) {
   EXPECT_EQ(again["mediaWindows"], document["mediaWindows"]);
   EXPECT_EQ(again["later"], document["later"]);
   EXPECT_EQ(again["markers"], document["markers"]);
+  EXPECT_EQ(again["destinations.manager"], document["destinations.manager"]);
 }
 
 TEST_F(VLApplicationStateTest, WhereNothingCanBeWrittenTheUserIsToldAndTheStateIsKept) {
