@@ -123,7 +123,7 @@ void VLAppDelegate::applicationDidFinishLaunching(
     applicationOpenFile(*file);
   }
   if (const auto last = lastStateFile(); last && !mDidLoadFileAtStartup) {
-    loadApplicationStateFromURL(*last);
+    openLastState(*last);
   }
   followEdits();
   host::current().mainQueue().async([weak = weak_from_this()] {
@@ -520,6 +520,19 @@ std::optional<std::filesystem::path> VLAppDelegate::lastStateFile() const {
     return std::nullopt;
   }
   return folder.path / "laststate.velor";
+}
+
+// The end writes over it, so that what cannot be read is kept beside it.
+void VLAppDelegate::openLastState(const std::filesystem::path& path) {
+  std::error_code error;
+  if (loadApplicationStateFromURL(path) || !std::filesystem::exists(path, error)) {
+    return;
+  }
+  const auto aside = path.parent_path() / kDamagedStateName;
+  std::filesystem::rename(path, aside, error);
+  mLastStateError =
+      mState.error() + (error ? "; the file stays" : "; the file is kept as " + aside.string());
+  VELOR_LOG_WARNING("%s", mLastStateError.c_str());
 }
 
 bool VLAppDelegate::saveApplicationStateToURL(const std::filesystem::path& path) {

@@ -51,6 +51,8 @@ class VLAppDelegate final : public KVObservable,
  public:
   /// The last component of a document's name.
   static constexpr std::string_view kFileType = "velor";
+  /// Beside what the last run left: one that could not be read.
+  static constexpr const char* kDamagedStateName = "laststate.damaged.velor";
 
   enum class TerminateReply { now, later };
 
@@ -131,6 +133,9 @@ class VLAppDelegate final : public KVObservable,
   void setupApplicationDefaultState();
   /// Why the file that was to be opened was not, for people.
   const std::string& openError() const noexcept { return mOpenError; }
+  /// Why what the last run left was not taken over, or not whole, and where it is kept
+  /// now; empty when it was, or when there is none.
+  const std::string& lastStateError() const noexcept { return mLastStateError; }
   const VLApplicationState& state() const noexcept { return mState; }
   /// Frees it in the background, where many objects take long.
   void letGo(std::shared_ptr<void> object);
@@ -200,6 +205,7 @@ class VLAppDelegate final : public KVObservable,
   void gotoMarker(const std::shared_ptr<VLMarker>& marker);
   // None when there can be no folder for it.
   std::optional<std::filesystem::path> lastStateFile() const;
+  void openLastState(const std::filesystem::path& path);
 
   const std::shared_ptr<VLMainWindowOutlet> window;
   const std::shared_ptr<VLTimecodeViewOutlet> timecodeView;
@@ -217,6 +223,7 @@ class VLAppDelegate final : public KVObservable,
   VLMarkers mMarkers{mUndoManager, mClock.smpteFormat()};
   VLApplicationState mState{*this};
   std::string mOpenError;
+  std::string mLastStateError;
   std::unique_ptr<host::Queue> mBackground;
   std::string mDevicesSeen;  // their state, when it was last looked at
   VLRecovery mRecovery;

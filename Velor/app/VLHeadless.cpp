@@ -85,6 +85,20 @@ void checkLoopsSoon(const std::shared_ptr<VLAppDelegate>& app) {
   });
 }
 
+void tellOfLastRun(const VLAppDelegate& app, const VLOptions& options) {
+  if (app.recovery().wasCutOff() && !options.recover) {
+    const std::string copy = app.recovery().leftBehind()->string();
+    VELOR_LOG_WARNING("the last run was cut off, its state is in %s", copy.c_str());
+    std::fprintf(
+        stderr, "velor: the last run was cut off; a start with --recover takes up its state (%s)\n",
+        VLPrintable(copy).c_str());
+  }
+  if (!app.lastStateError().empty()) {
+    std::fprintf(stderr, "velor: what the last run left cannot be taken up whole: %s\n",
+                 VLPrintable(app.lastStateError()).c_str());
+  }
+}
+
 // Over what the document holds. False, and why in `error`, when a time is none of the
 // clock's format.
 bool setUp(VLAppDelegate& app, const VLOptions& options, std::string& error) {
@@ -176,6 +190,8 @@ int VLHeadlessRun(const VLOptions& options) {
           checkLoopsSoon(app);
         }
       });
+  // Whatever ends this start: no later one tells of it.
+  tellOfLastRun(*app, options);
   if (options.file && !app->didLoadFileAtStartup()) {
     return fail(kFailureStatus, app->openError());
   }
@@ -186,12 +202,6 @@ int VLHeadlessRun(const VLOptions& options) {
     if (!app->recover()) {
       return fail(kFailureStatus, "--recover: " + app->state().error());
     }
-  } else if (app->recovery().wasCutOff()) {
-    const std::string copy = app->recovery().leftBehind()->string();
-    VELOR_LOG_WARNING("the last run was cut off, its state is in %s", copy.c_str());
-    std::fprintf(
-        stderr, "velor: the last run was cut off; a start with --recover takes up its state (%s)\n",
-        VLPrintable(copy).c_str());
   }
   app->waitForSettings();
   VLOSCApply(options.osc, [window](const std::string& problem) { window->presentError(problem); });

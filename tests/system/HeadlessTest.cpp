@@ -6,11 +6,15 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/support/JackPeer.h"
 #include "tests/support/Servers.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/VelorProcess.h"
 #include "tests/system/MTCStream.h"
 
@@ -115,6 +119,24 @@ TEST(Headless, OffsetPrerollStopAndLoopShapeWhatIsSent) {
       EXPECT_GE(stream.blocks.size(), 25U);
     }
   }
+}
+
+TEST(Headless, AStartThatFailsTellsOfARunThatWasCutOffAsWell) {
+  JackServer server;  // not started
+  const TemporaryFolder folder;
+  auto environment = server.environment();
+  for (const std::string& entry : VelorFolders(folder)) {
+    environment.push_back(entry);
+  }
+  const auto state = folder.path() / "state" / "velor";
+  std::filesystem::create_directories(state);
+  std::ofstream(state / "recovery.velor") << "{}";
+  VelorProcess failing({"--headless", (folder.path() / "none.velor").string()}, environment);
+  EXPECT_EQ(failing.waitForEnd(10), 1);
+  EXPECT_NE(failing.errors().find("none.velor: No such file"), std::string::npos)
+      << failing.errors();
+  EXPECT_NE(failing.errors().find("the last run was cut off"), std::string::npos)
+      << failing.errors();
 }
 
 TEST(Headless, ALogThatCannotBeWrittenIsWarnedOfAndStopsNothing) {

@@ -233,6 +233,30 @@ TEST_F(VLApplicationStateTest, AFileAtTheStartIsLoadedInPlaceOfWhatTheLastRunLef
   EXPECT_EQ(now(), "00:00:01:00");
 }
 
+TEST_F(VLApplicationStateTest, WhatTheLastRunLeftIsKeptWhereItCannotBeRead) {
+  app().addMarker();
+  EXPECT_EQ(app().applicationWillTerminate(), "");
+  const auto last = folders().data() / "laststate.velor";
+  const auto aside = folders().data() / "laststate.damaged.velor";
+  Json document = Json::parse(contents(last));
+  document["offset"] = 3;
+  for (const std::string& damaged : {document.dump(), std::string("{"), std::string()}) {
+    std::ofstream(last) << damaged;
+    launch();
+    for (const char* told : {last.c_str(), aside.c_str()}) {
+      EXPECT_NE(app().lastStateError().find(told), std::string::npos) << app().lastStateError();
+    }
+    EXPECT_EQ(app().applicationWillTerminate(), "");
+    EXPECT_EQ(contents(aside), damaged);
+    launch();
+    EXPECT_EQ(app().lastStateError(), "");
+  }
+  end();
+  std::filesystem::remove(last);
+  launch();
+  EXPECT_EQ(app().lastStateError(), "") << "as at the first start";
+}
+
 TEST_F(VLApplicationStateTest, SettingsOutliveARunAndDamagedOnesDoNotKeepItFromStarting) {
   app().setDisableMTCLoopCheck(true);
   EXPECT_TRUE(app().server().startUdPServerAtPort(7771));
