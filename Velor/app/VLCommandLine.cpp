@@ -524,8 +524,6 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
     options.osc = oscOptions(app, oscWords);
     refuseIf(options.arm && options.play,
              "--arm and --play contradict each other: an armed clock is started by MTC");
-    refuseIf(options.arm && !options.syncSource && !options.file,
-             "--arm needs --sync-source, or a document with one");
     refuseIf(options.file && options.recover, "FILE and --recover contradict each other");
     refuseIf(!options.headless && !options.list,
              "there is no window yet: use --headless or --list (--help tells more)");

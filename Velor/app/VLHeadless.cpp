@@ -208,6 +208,9 @@ int VLHeadlessRun(const VLOptions& options) {
   if (!setUp(*app, options, error)) {
     return fail(kUsageStatus, error);
   }
+  if (options.arm && !options.syncSource && app->syncSource() == nullptr) {
+    return fail(kUsageStatus, "--arm: no sync source is there; --sync-source names one");
+  }
   if (!midi::service().isConnected()) {
     std::fputs("velor: no MIDI server is running; MIDI stays in process until one appears\n",
                stderr);

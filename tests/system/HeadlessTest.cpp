@@ -139,6 +139,30 @@ TEST(Headless, AStartThatFailsTellsOfARunThatWasCutOffAsWell) {
       << failing.errors();
 }
 
+TEST(Headless, AClockIsArmedByTheSyncSourceThatTheLastRunLeftAndByNoneAtAllNot) {
+  JackServer server;
+  server.enter();
+  server.start();
+  JackPeer deck("Deck");
+  deck.addOutput("out");
+  deck.activate();
+  const TemporaryFolder folder;
+  auto environment = server.environment();
+  for (const std::string& entry : VelorFolders(folder)) {
+    environment.push_back(entry);
+  }
+  VelorProcess without({"--headless", "--arm"}, environment);
+  EXPECT_EQ(without.waitForEnd(10), 2);
+  EXPECT_NE(without.errors().find("--arm"), std::string::npos) << without.errors();
+  for (const auto& arguments : {std::vector<std::string>{"--headless", "--sync-source", "Deck:out"},
+                                std::vector<std::string>{"--headless", "--arm"}}) {
+    VelorProcess velor(arguments, environment);
+    EXPECT_EQ(velor.waitForEnd(1.5), -1) << velor.errors();
+    EXPECT_EQ(velor.end(SIGTERM), 0) << velor.errors();
+    EXPECT_EQ(velor.errors(), "");
+  }
+}
+
 TEST(Headless, ALogThatCannotBeWrittenIsWarnedOfAndStopsNothing) {
   JackServer server;  // not started
   auto environment = server.environment();
