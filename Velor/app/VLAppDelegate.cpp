@@ -42,7 +42,7 @@ constexpr Image kInactivePlayImage{"playTemplate", Image::Tint::black};
 constexpr Image kActiveStopImage{"stopTemplate", Image::Tint::red};
 constexpr Image kInactiveStopImage{"stopTemplate", Image::Tint::black};
 
-constexpr std::uint64_t kDeviceLookInterval = 5'000'000'000;  // ns
+constexpr std::uint64_t kDeviceLookInterval = 500'000'000;  // ns
 
 std::string displayName(const std::shared_ptr<KVMIDIEndpoint>& endpoint) {
   return endpoint != nullptr ? endpoint->displayName().value_or("") : "";

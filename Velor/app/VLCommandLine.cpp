@@ -229,11 +229,12 @@ struct OSCWords {
 void addOSC(CLI::App& app, OSCWords& words) {
   app.add_option("--osc-port", words.port, "Take commands by OSC at this UDP port, 1 to 65535");
   app.add_option("--osc-allow", words.allow,
-                 "Obey OSC commands from this address, which others are refused; may be repeated")
+                 "Obey OSC commands from this address as well, from now on; may be repeated")
       ->type_name("ADDRESS")
       ->allow_extra_args(false);
-  app.add_option("--osc-target", words.targets,
-                 "Tell the clock's time and state there by OSC; may be repeated")
+  app.add_option(
+         "--osc-target", words.targets,
+         "Tell the clock's time and state there by OSC as well, from now on; may be repeated")
       ->type_name("HOST:PORT")
       ->allow_extra_args(false);
 }
@@ -414,7 +415,7 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
                  "id; may be repeated")
       ->allow_extra_args(false);
   app.add_option("--sync-source", options.syncSource,
-                 "Read MTC from this MIDI source, named as for --mtc-out");
+                 "Read MTC from this MIDI source, named as for --mtc-out; also that of --ltc-in");
   app.add_flag("--arm", options.arm, "Follow the MTC of the sync source");
   app.add_flag("--auto-format", options.autoFormat,
                "Take over the format of the MTC that comes in, instead of disarming");

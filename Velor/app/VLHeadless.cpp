@@ -184,12 +184,20 @@ int VLHeadlessRun(const VLOptions& options) {
   const KVObserverToken before = KVNotificationCenter::defaultCenter().addObserver(
       KVMIDINotification, [&](const KVNotification&) { devices->willFollowSetup(*app); });
   app->applicationDidFinishLaunching(options.file);
+  const auto followSetup = [&] {
+    if (devices->didFollowSetup(*app)) {
+      checkLoopsSoon(app);
+    }
+  };
   const KVObserverToken behind = KVNotificationCenter::defaultCenter().addObserver(
-      KVMIDINotification, [&](const KVNotification&) {
-        if (devices->didFollowSetup(*app)) {
-          checkLoopsSoon(app);
-        }
-      });
+      KVMIDINotification, [&](const KVNotification&) { followSetup(); });
+  const KVObserverToken stops = app->clock().addObserver("status", [&](const auto&) {
+    mainQueue.async([&, weak = std::weak_ptr(app)] {
+      if (weak.lock() != nullptr) {
+        followSetup();
+      }
+    });
+  });
   // Whatever ends this start: no later one tells of it.
   tellOfLastRun(*app, options);
   if (options.file && !app->didLoadFileAtStartup()) {
@@ -215,7 +223,9 @@ int VLHeadlessRun(const VLOptions& options) {
     std::fputs("velor: no MIDI server is running; MIDI stays in process until one appears\n",
                stderr);
   }
-  devices->apply(*app, options);
+  if (!devices->apply(*app, options, error)) {
+    return fail(kUsageStatus, error);
+  }
   KVObserverToken input;
   if (const auto reader = devices->reader()) {
     reader->setDelegate(view);

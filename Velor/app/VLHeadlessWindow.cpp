@@ -25,8 +25,9 @@ void VLHeadlessWindow::presentAlert(const VLAlert& alert, VLAlert::Answer answer
   const bool isDefault = answerTo(alert.kind);
   const std::string& button = isDefault ? alert.defaultButton : alert.otherButton;
   VELOR_LOG_WARNING("%s %s: %s", alert.title.c_str(), alert.message.c_str(), button.c_str());
-  mNotice(alert.title + ": " + button);
-  VLStandardError::tell(alert.message + ": " + button);
+  const std::string text = alert.message + ": " + button;
+  mNotice(text);
+  VLStandardError::tell(text);
   host::current().mainQueue().async([answer = std::move(answer), isDefault] { answer(isDefault); });
 }
 

@@ -44,15 +44,16 @@ bool playsAt(const KVLTCGenerator& generator, audio::AudioObjectID deviceID,
 
 }  // namespace
 
+VLWantedDevices::Port VLWantedDevices::port(const KVMIDIEndpoint& endpoint) {
+  return {endpoint.uniqueID(), VLPortName(endpoint)};
+}
+
 std::optional<VLWantedDevices> VLWantedDevices::find(const VLOptions& options, std::string& error) {
   const KVMIDICore& core = KVMIDICore::sharedCore();
   VLWantedDevices wanted;
   const auto fails = [&error](const char* option) {
     error = std::string(option) + ": " + error;
     return std::nullopt;
-  };
-  const auto port = [](const KVMIDIEndpoint& endpoint) {
-    return Port{endpoint.uniqueID(), VLPortName(endpoint)};
   };
   const auto channelOf = [](const VLAudioChannel& channel) {
     return Channel{channel.name, channel.device->objectID(), channel.channel - 1, channel.channels};
@@ -66,10 +67,11 @@ std::optional<VLWantedDevices> VLWantedDevices::find(const VLOptions& options, s
   }
   if (options.syncSource) {
     const auto endpoint = VLEndpointNamed(*options.syncSource, core.sources(), "source", error);
-    if (endpoint == nullptr) {
+    if (endpoint != nullptr) {
+      wanted.mSource = port(*endpoint);
+    } else if (!options.ltcIn) {
       return fails("--sync-source");
-    }
-    wanted.mSource = port(*endpoint);
+    }  // else the reader's own, which `apply` makes
   }
   KAHALAudioSystem& audio = KAHALAudioSystem::defaultSystem();
   for (const std::string& name : options.ltcOut) {
@@ -98,7 +100,7 @@ std::optional<VLWantedDevices> VLWantedDevices::find(const VLOptions& options, s
   return wanted;
 }
 
-void VLWantedDevices::apply(VLAppDelegate& app, const VLOptions& options) {
+bool VLWantedDevices::apply(VLAppDelegate& app, const VLOptions& options, std::string& error) {
   VLDeviceManager& manager = VLDeviceManager::sharedManager();
   for (const Channel& output : mOutputs) {
     const std::vector<std::int32_t> map = mapTo(output.channel, output.channels);
@@ -156,9 +158,20 @@ void VLWantedDevices::apply(VLAppDelegate& app, const VLOptions& options) {
       }
     }
   }
+  if (options.syncSource && !mSource) {
+    KVMIDICore::sharedCore().resyncDeviceList();
+    const auto own =
+        VLEndpointNamed(*options.syncSource, KVMIDICore::sharedCore().sources(), "source", error);
+    if (own == nullptr) {
+      error = "--sync-source: " + error;
+      return false;
+    }
+    mSource = port(*own);
+  }
   if (mSource) {
     app.setSyncSource(KVMIDICore::sharedCore().sourceWithUniqueId(mSource->uniqueID));
   }
+  return true;
 }
 
 void VLWantedDevices::willFollowSetup(const VLAppDelegate& app) {
@@ -170,7 +183,8 @@ void VLWantedDevices::willFollowSetup(const VLAppDelegate& app) {
 }
 
 bool VLWantedDevices::didFollowSetup(VLAppDelegate& app) {
-  if (!mSource || app.syncSource() != nullptr) {
+  // A play has put its source aside, and its stop brings it back.
+  if (!mSource || app.syncSource() != nullptr || app.clock().running()) {
     return false;
   }
   const auto source = KVMIDICore::sharedCore().sourceWithUniqueId(mSource->uniqueID);
@@ -206,9 +220,10 @@ void VLWantedDevices::keepChannel() {
 void VLWantedDevices::describe(VLStatus& status) const {
   const KVMIDICore& core = KVMIDICore::sharedCore();
   const VLDeviceManager& manager = VLDeviceManager::sharedManager();
-  if (mSource) {
-    status.source = {mSource->name, isPresent(mSource->uniqueID, core.sources())};
-  } else if (const auto source = VLClock::sharedClock().MIDISyncSource()) {
+  const auto source = VLClock::sharedClock().MIDISyncSource();
+  if (mSource && !isPresent(mSource->uniqueID, core.sources())) {
+    status.source = {mSource->name, false};
+  } else if (source != nullptr) {
     status.source = {VLPortName(*source), true};
   }
   for (const Port& port : mDestinations) {

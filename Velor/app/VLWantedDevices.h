@@ -27,12 +27,13 @@ class VLWantedDevices {
   static std::optional<VLWantedDevices> find(const VLOptions& options, std::string& error);
 
   /// Switches on and makes what is named. A generator or a reader that is there for the
-  /// same channel is taken.
-  void apply(VLAppDelegate& app, const VLOptions& options);
+  /// same channel is taken. False, and why in `error`, when the sync source is none of the
+  /// reader's either.
+  bool apply(VLAppDelegate& app, const VLOptions& options, std::string& error);
 
   /// To be called after each change of the MIDI setup, before and after the others that
   /// hear of it: a sync source that went, and with it the arming, is taken again when it
-  /// returns; true then.
+  /// returns; true then. Not while the clock plays, so the latter once more at its stop.
   void willFollowSetup(const VLAppDelegate& app);
   bool didFollowSetup(VLAppDelegate& app);
 
@@ -49,6 +50,8 @@ class VLWantedDevices {
     midi::MIDIUniqueID uniqueID;
     std::string name;
   };
+  static Port port(const KVMIDIEndpoint& endpoint);
+
   struct Channel {
     std::string name;
     audio::AudioObjectID deviceID;

@@ -79,7 +79,7 @@ class VLOscRx final : public GCDAsyncUdpSocketDelegate,
   std::atomic<std::uint32_t> mCommandsWaiting{0};  // on the main queue
   std::atomic<bool> mWaitsForMainQueue{false};
   const std::unique_ptr<host::Semaphore> mRoom;
-  std::unique_ptr<host::Queue> mWorkQueue;     // set in construction for good
+  VLQueueEnd::Owned mWorkQueue;                // set in construction for good
   std::shared_ptr<GCDAsyncUdpSocket> mSocket;  // set in construction for good
 };
 
