@@ -12,6 +12,7 @@ struct VLAlert {
 
   Kind kind;
   std::string title;
+  std::string subject;  // what it is about, where there is no room for the message
   std::string message;
   std::string defaultButton;
   std::string otherButton;

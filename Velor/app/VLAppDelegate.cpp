@@ -194,7 +194,7 @@ VLAppDelegate::TerminateReply VLAppDelegate::applicationShouldTerminate() {
       return;
     }
     self->window->presentAlert(
-        {VLAlert::Kind::devicesAreRunning, "Devices are running - Quit anyway?",
+        {VLAlert::Kind::devicesAreRunning, "Devices are running - Quit anyway?", "",
          "Do you really want to quit Velor? Some devices are currently running and generating "
          "timecode.",
          "Yes", "No"},
@@ -613,7 +613,8 @@ void VLAppDelegate::clockReceivesWrongFormat(VLClock& clock, std::uint32_t forma
                               received + " fps, which does not match the currently set format of " +
                               stringFromSMPTEFormat(clock.smpteFormat()) + " fps";
   VELOR_LOG_INFO("%s", message.c_str());
-  window->presentAlert({VLAlert::Kind::wrongFormat, "Wrong SMPTE Format", message,
+  window->presentAlert({VLAlert::Kind::wrongFormat, "Wrong SMPTE Format",
+                        received + " fps on " + displayName(syncSource()), message,
                         "use " + received + " fps", "Cancel"},
                        [weak = weak_from_this(), format, received](bool isDefault) {
                          const auto self = weak.lock();
@@ -640,7 +641,7 @@ void VLAppDelegate::clockDetectedMTCLoop(VLClock& /*clock*/,
   const std::string from = displayName(source);
   const std::string to = displayName(destination);
   window->presentAlert(
-      {VLAlert::Kind::mtcLoop, "MIDI/MTC Loop detected!",
+      {VLAlert::Kind::mtcLoop, "MIDI/MTC Loop detected!", from + " > " + to,
        "There appears to be a MIDI loop between \"" + from + "\" and \"" + to +
            "\". For correct operation \"" + to + "\" should not be a MTC Destination",
        "Disable " + to, "Proceed anyway"},

@@ -25,9 +25,9 @@ void VLHeadlessWindow::presentAlert(const VLAlert& alert, VLAlert::Answer answer
   const bool isDefault = answerTo(alert.kind);
   const std::string& button = isDefault ? alert.defaultButton : alert.otherButton;
   VELOR_LOG_WARNING("%s %s: %s", alert.title.c_str(), alert.message.c_str(), button.c_str());
-  const std::string text = alert.message + ": " + button;
-  mNotice(text);
-  VLStandardError::tell(text);
+  const std::string subject = alert.subject.empty() ? "" : " " + alert.subject;
+  mNotice(alert.title + subject + ": " + button);
+  VLStandardError::tell(alert.message + ": " + button);
   host::current().mainQueue().async([answer = std::move(answer), isDefault] { answer(isDefault); });
 }
 

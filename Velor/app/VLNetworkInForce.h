@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <memory>
-
 #include "CocoaAsyncSocket/SystemUDPNetwork.h"
-#include "platform/discovery/DiscoveryService.h"
+#include "platform/discovery/avahi/AvahiDiscovery.h"
 
 namespace velor {
 
-/// Makes the system's network and its discovery, by the daemon where there can be one,
-/// and puts both in force; the owner takes them out of force with it.
+/// Makes the system's network and its discovery, by the
+/// daemon whenever there is one, and puts both in force; the owner takes them out of force with it.
 class VLNetworkInForce {
  public:
   VLNetworkInForce();
@@ -19,7 +17,7 @@ class VLNetworkInForce {
 
  private:
   SystemUDPNetwork mNetwork;
-  const std::unique_ptr<discovery::DiscoveryService> mDiscovery;
+  discovery::AvahiDiscovery mDiscovery;
 };
 
 }  // namespace velor

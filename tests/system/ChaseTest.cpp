@@ -307,7 +307,8 @@ TEST(HeadlessChase, TheStatusLineTellsArmedChasingTheWrongFormatAndALoop) {
     VelorOnTerminal velor(
         150, {"--headless", "--sync-source", "Console:out", "--arm", "--mtc-out", "Console:in"},
         server.environment());
-    EXPECT_TRUE(velor.readUntil("There appears to be a MIDI loop between \"Console:", 5))
+    EXPECT_TRUE(
+        velor.readUntil("MIDI/MTC Loop detected! Console:out > Console:in: Disable Console:in", 5))
         << velor.text();
     EXPECT_TRUE(velor.readUntil("from Console:out  to nobody", 5)) << velor.text();
     EXPECT_EQ(velor.end(SIGINT), 0);

@@ -8,8 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
-#include <filesystem>
 #include <system_error>
 
 #include "platform/discovery/avahi/HostNameCheck.h"
@@ -86,13 +84,6 @@ bool isForGood(int error) {
 }
 
 }  // namespace
-
-bool AvahiDiscovery::available() {
-  std::error_code ignored;
-  return std::getenv("DBUS_SYSTEM_BUS_ADDRESS") != nullptr ||
-         std::filesystem::exists("/run/dbus/system_bus_socket", ignored) ||
-         std::filesystem::exists("/var/run/dbus/system_bus_socket", ignored);
-}
 
 AvahiDiscovery::AvahiDiscovery()
     : mHost(host::current()), mLoop("velor.avahi", [this] { tellFinds(); }) {}

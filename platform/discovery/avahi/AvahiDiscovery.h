@@ -30,9 +30,6 @@ namespace velor::discovery {
 /// the daemon's answer.
 class AvahiDiscovery final : public DiscoveryBackEnd {
  public:
-  /// Whether there is a system bus; a daemon need not run.
-  static bool available();
-
   AvahiDiscovery();
   /// Nothing is under way any more.
   ~AvahiDiscovery() override;
