@@ -162,6 +162,7 @@ void JackClient::openWith(std::shared_ptr<const JackLibrary> library) {
     return;
   }
   mToldMissing = false;
+  forgetNames();
   tellConnected();
   VELOR_LOG_INFO("connected to the JACK server as %s", mLibrary->jack_get_client_name(mClient));
   for (JackParticipant* participant : mParticipants) {
@@ -193,6 +194,15 @@ void JackClient::closeClient() {
   }
 }
 
+void JackClient::forgetNames() {
+  for (const auto& [uuid, name] : std::exchange(mNamed, {})) {
+    if (mLibrary->prettyName(uuid) == name) {
+      mLibrary->jack_remove_property(mClient, uuid, kPrettyNameKey);
+      mLibrary->jack_remove_property(mClient, uuid, kOrderKey);
+    }
+  }
+}
+
 void JackClient::registerPort(JackPort& port, int order) {
   if (mClient == nullptr || port.port != nullptr) {
     return;
@@ -216,6 +226,7 @@ void JackClient::registerPort(JackPort& port, int order) {
   // A name for people; that a server cannot keep it is no fault.
   const jack_uuid_t uuid = mLibrary->jack_port_uuid(port.port);
   mLibrary->jack_set_property(mClient, uuid, kPrettyNameKey, port.name.c_str(), "text/plain");
+  mNamed[uuid] = port.name;
   mLibrary->jack_set_property(mClient, uuid, kOrderKey, std::to_string(order).c_str(),
                               "http://www.w3.org/2001/XMLSchema#int");
   const auto parted = mParted.extract(port.name);
@@ -234,6 +245,7 @@ void JackClient::unregisterPort(JackPort& port) {
   awaitRest();
   lookAtConnections(port);
   mParted[port.name] = {port.connections, mHost.AudioGetCurrentHostTime()};
+  mNamed.erase(mLibrary->jack_port_uuid(port.port));
   mLibrary->jack_port_unregister(mClient, port.port);
   mForgetting = true;
   noteGraphChange();

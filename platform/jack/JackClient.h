@@ -99,6 +99,9 @@ class JackClient {
   bool connect(const JackPort& port, const std::string& other);
   void portRegistered(jack_port_id_t id);
   void report(std::uint32_t session);
+  /// Those of ports that went with their server. A jackd that was killed has left them
+  /// behind, and its successor gives their uuids to whatever ports come, of any client.
+  void forgetNames();
   void tellConnected();
   void tell(bool connected, std::string description);
   /// Whenever the graph has changed, jackd's library walks its list of our ports
@@ -134,10 +137,11 @@ class JackClient {
     std::set<std::string> connections;
     std::uint64_t time = 0;
   };
-  std::map<std::string, Parted> mParted;  // by the names of ports that were unregistered
-  std::vector<JackPort*> mPorts;          // those that are registered
-  std::set<std::string> mRenewed;         // ports registered since the last look
-  bool mForgetting = false;               // a port went, and no cycle was awaited since
+  std::map<std::string, Parted> mParted;      // by the names of ports that were unregistered
+  std::vector<JackPort*> mPorts;              // those that are registered
+  std::map<jack_uuid_t, std::string> mNamed;  // the names for people of our ports
+  std::set<std::string> mRenewed;             // ports registered since the last look
+  bool mForgetting = false;                   // a port went, and no cycle was awaited since
   bool mToldMissing = false;
   bool mRetryPending = false;
 

@@ -41,6 +41,18 @@ std::shared_ptr<const JackLibrary> JackLibrary::load(const std::string& path) {
   return library;
 }
 
+std::string JackLibrary::prettyName(jack_uuid_t subject) const {
+  char* value = nullptr;
+  char* type = nullptr;
+  std::string name;
+  if (jack_get_property(subject, kPrettyNameKey, &value, &type) == 0 && value != nullptr) {
+    name = value;
+  }
+  jack_free(value);
+  jack_free(type);
+  return name;
+}
+
 void* JackLibrary::symbol(const char* name) const noexcept {
   return dlsym(mHandle, name);
 }

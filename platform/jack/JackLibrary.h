@@ -64,6 +64,7 @@ class JackLibrary {
   X(jack_port_register)                  \
   X(jack_port_unregister)                \
   X(jack_port_uuid)                      \
+  X(jack_remove_property)                \
   X(jack_set_error_function)             \
   X(jack_set_graph_order_callback)       \
   X(jack_set_info_function)              \
@@ -76,6 +77,9 @@ class JackLibrary {
 #define VELOR_JACK_MEMBER(name) decltype(&::name) name = nullptr;
   VELOR_JACK_FUNCTIONS(VELOR_JACK_MEMBER)
 #undef VELOR_JACK_MEMBER
+
+  /// The name for people of a port or a client; empty when it has none. May wait for the disk.
+  std::string prettyName(jack_uuid_t subject) const;
 
  private:
   explicit JackLibrary(void* handle) : mHandle(handle) {}

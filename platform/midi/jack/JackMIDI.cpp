@@ -194,17 +194,8 @@ void JackMIDI::takeOutOfService(Port& port) {
 
 std::string JackMIDI::displayNameOf(jack_port_t* port, const std::string& fullName) const {
   const jack::JackLibrary& library = mJack->library();
-  char* value = nullptr;
-  char* type = nullptr;
-  std::string name = fullName;
-  if (library.jack_get_property(library.jack_port_uuid(port), jack::kPrettyNameKey, &value,
-                                &type) == 0 &&
-      value != nullptr && value[0] != '\0') {
-    name = value;
-  }
-  library.jack_free(value);
-  library.jack_free(type);
-  return name;
+  const std::string name = library.prettyName(library.jack_port_uuid(port));
+  return name.empty() ? fullName : name;
 }
 
 void JackMIDI::rescan(const std::set<std::string>& renewed) {
