@@ -49,11 +49,6 @@ int runToEnd(const std::vector<std::string>& command, const std::vector<std::str
   return process.waitForEnd(10);
 }
 
-std::string textOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 }  // namespace
 
 bool waitFor(double seconds, const std::function<bool()>& condition) {
@@ -165,7 +160,7 @@ void JackServer::start() {
                      {}, log);
   const bool up = runToEnd({"jack_wait", "-s", mName, "-w", "-t", "10"}, {}) == 0;
   if (!mProcess.isRunning() || !up) {
-    throw std::runtime_error("jackd did not start: " + textOf(log));
+    throw std::runtime_error("jackd did not start: " + fileContents(log));
   }
 }
 
@@ -211,7 +206,7 @@ void PipeWireServer::start() {
         return runToEnd({"sh", "-c", "pw-link -i | grep -q velor-null:playback_FR"}, all) == 0;
       });
   if (!hasPorts || !mServer.isRunning()) {
-    throw std::runtime_error("PipeWire did not start: " + textOf(log));
+    throw std::runtime_error("PipeWire did not start: " + fileContents(log));
   }
 }
 
@@ -270,10 +265,11 @@ void AvahiServer::start() {
   const std::string log = folder + "/avahi-" + std::to_string(++mStarts) + ".log";
   mDaemon = Process(command, environment(), log);
   const bool up = waitFor(10, [this, &log] {
-    return !mDaemon.isRunning() || textOf(log).find("Server startup complete") != std::string::npos;
+    return !mDaemon.isRunning() ||
+           fileContents(log).find("Server startup complete") != std::string::npos;
   });
   if (!up || !mDaemon.isRunning()) {
-    throw std::runtime_error("avahi-daemon did not start: " + textOf(log));
+    throw std::runtime_error("avahi-daemon did not start: " + fileContents(log));
   }
 }
 

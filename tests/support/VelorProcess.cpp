@@ -10,18 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace velor::test {
-namespace {
-
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-}  // namespace
 
 std::vector<std::string> VelorFolders(const TemporaryFolder& folder) {
   const std::string path = folder.path().string();
@@ -40,10 +30,10 @@ VelorProcess::VelorProcess(std::vector<std::string> arguments,
 }
 
 std::string VelorProcess::output() const {
-  return contentOf(mFolder.path().string() + "/out");
+  return fileContents(mFolder.path().string() + "/out");
 }
 std::string VelorProcess::errors() const {
-  return contentOf(mFolder.path().string() + "/err");
+  return fileContents(mFolder.path().string() + "/err");
 }
 
 std::string VelorProcess::log() const {
@@ -51,7 +41,7 @@ std::string VelorProcess::log() const {
   const std::string folder = mFolder.path().string() + "/state/velor/Logs";
   if (std::filesystem::exists(folder)) {
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-      text += contentOf(entry.path());
+      text += fileContents(entry.path());
     }
   }
   return text;
