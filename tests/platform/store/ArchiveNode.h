@@ -43,24 +43,17 @@ struct ArchiveNode final : KeyedCoding {
   std::string_view archiveClassName() const override { return kClassName; }
 
   void encodeWithCoder(KeyedArchiver& coder) const override {
-    if (yes) {
-      coder.encodeBool(*yes, "yes");
-    }
-    if (small) {
-      coder.encodeInt32(*small, "small");
-    }
-    if (large) {
-      coder.encodeInt64(*large, "large");
-    }
-    if (real) {
-      coder.encodeDouble(*real, "real");
-    }
-    if (text) {
-      coder.encodeString(*text, "text");
-    }
-    if (block) {
-      coder.encodeBytes(*block, "block");
-    }
+    const auto encode = [&coder](const auto& value, auto method, const char* key) {
+      if (value) {
+        (coder.*method)(*value, key);
+      }
+    };
+    encode(yes, &KeyedArchiver::encodeBool, "yes");
+    encode(small, &KeyedArchiver::encodeInt32, "small");
+    encode(large, &KeyedArchiver::encodeInt64, "large");
+    encode(real, &KeyedArchiver::encodeDouble, "real");
+    encode(text, &KeyedArchiver::encodeString, "text");
+    encode(block, &KeyedArchiver::encodeBytes, "block");
     if (node != nullptr) {
       coder.encodeObject(node, "node");
     }
@@ -95,6 +88,15 @@ struct ArchiveLeaf final : KeyedCoding {
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(KeyedArchiver&) const override {}
 };
+
+inline std::string repeated(std::string_view text, std::size_t count) {
+  std::string result;
+  result.reserve(text.size() * count);
+  for (std::size_t i = 0; i < count; ++i) {
+    result += text;
+  }
+  return result;
+}
 
 inline constexpr KeyedClass kArchiveClasses[] = {
     KeyedClass::of<ArchiveNode>(), KeyedClass::of<ArchiveNothing>(), KeyedClass::of<ArchiveLeaf>()};

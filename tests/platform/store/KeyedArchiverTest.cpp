@@ -5,8 +5,8 @@
 
 #include <cmath>
 #include <cstdint>
-#include <functional>
 #include <limits>
+#include <numeric>
 #include <string>
 
 #include "platform/store/KeyedArchiveError.h"
@@ -30,12 +30,12 @@ TEST(KeyedArchiver, ADocumentReadsAsWrittenInTheOrderOfTheCalls) {
   ArchiveNode inner;
   inner.text = "tab\t \"quoted\" \xC3\xA9";
   KeyedArchiver coder;
-  coder.encodeInt32(-7, "z");
+  coder.encodeInt32(-7, "\xC3\xA9");
   coder.encodeBool(true, "a.b");
   coder.encodeInt64(std::numeric_limits<std::int64_t>::min(), "long");
   coder.encodeDouble(0.1, "tenth");
   coder.encodeDouble(3, "three");
-  coder.encodeNull("none");
+  coder.encodeNull("\"none\"");
   coder.encodeBytes(std::vector<std::uint8_t>{0x66, 0x6F, 0x6F, 0x62}, "block");
   coder.encodeObject(&inner, "object");
   const auto outer = std::make_shared<ArchiveNode>();
@@ -43,12 +43,12 @@ TEST(KeyedArchiver, ADocumentReadsAsWrittenInTheOrderOfTheCalls) {
   coder.encodeArray(std::vector{outer, std::shared_ptr<ArchiveNode>()}, "array");
   coder.encodeArray(std::vector<std::shared_ptr<ArchiveNode>>(), "empty");
   EXPECT_EQ(coder.data(), R"({
-  "z": -7,
+  "é": -7,
   "a.b": true,
   "long": -9223372036854775808,
   "tenth": 0.1,
   "three": 3.0,
-  "none": null,
+  "\"none\"": null,
   "block": {"$base64": "Zm9vYg=="},
   "object": {
     "$class": "Node",
@@ -68,40 +68,36 @@ TEST(KeyedArchiver, ADocumentReadsAsWrittenInTheOrderOfTheCalls) {
 
 TEST(KeyedArchiver, EveryValueComesBackAsItWas) {
   ArchiveNode node;
-  for (const double real :
-       {0.0, -0.0, 1.0 / 3, 5e-324, std::numeric_limits<double>::max(), 9007199254740993.0, -2.5}) {
-    for (const std::int64_t large :
-         {std::int64_t{0}, std::numeric_limits<std::int64_t>::max(),
-          std::numeric_limits<std::int64_t>::min(), std::int64_t{1} << 53 | 1}) {
-      node.real = real;
-      node.large = large;
-      node.small = static_cast<std::int32_t>(large >> 32);
-      node.yes = large > 0;
-      node.text = std::string("\0\x01\"\\/ \xF0\x9F\x8E\xB5", 10);
-      node.block.emplace();
-      for (int i = 0; i < 256; ++i) {
-        node.block->push_back(static_cast<std::uint8_t>(i * 7));
-        node.node = std::make_shared<ArchiveNode>();
-        node.node->block = node.block;
-      }
-      node.nodes = {{node.node, nullptr, std::make_shared<ArchiveNode>()}};
-      const auto result = KeyedUnarchiver::read(node.document(), kArchiveClasses);
-      ASSERT_TRUE(result) << result.error;
-      const auto back = ArchiveNode::initWithCoder(*result.coder);
-      EXPECT_EQ(back->real, real);
-      EXPECT_EQ(std::signbit(*back->real), std::signbit(real));
-      EXPECT_EQ(back->large, large);
-      EXPECT_EQ(back->small, node.small);
-      EXPECT_EQ(back->yes, node.yes);
-      EXPECT_EQ(back->text, node.text);
-      EXPECT_EQ(back->block, node.block);
-      ASSERT_NE(back->node, nullptr);
-      EXPECT_EQ(back->node->block, node.block);
-      ASSERT_EQ(back->nodes->size(), 3U);
-      EXPECT_EQ(back->nodes->at(0)->block, node.block);
-      EXPECT_EQ(back->nodes->at(1), nullptr);
-      EXPECT_NE(back->nodes->at(2), nullptr);
-    }
+  node.text = std::string("\0\x01\"\\/ \xF0\x9F\x8E\xB5", 10);
+  node.block.emplace(256);
+  std::iota(node.block->begin(), node.block->end(), std::uint8_t{7});
+  node.node = std::make_shared<ArchiveNode>();
+  node.node->block = node.block;
+  node.nodes = {{node.node, nullptr, std::make_shared<ArchiveNode>()}};
+  using Long = std::numeric_limits<std::int64_t>;
+  const std::pair<double, std::int64_t> numbers[] = {{0.0, 0},
+                                                     {-0.0, Long::max()},
+                                                     {1.0 / 3, Long::min()},
+                                                     {5e-324, std::int64_t{1} << 53 | 1},
+                                                     {std::numeric_limits<double>::max(), -1},
+                                                     {9007199254740993.0, 1}};
+  for (const auto& [real, large] : numbers) {
+    node.real = real;
+    node.large = large;
+    node.small = static_cast<std::int32_t>(large >> 32);
+    node.yes = large > 0;
+    const std::string document = node.document();
+    const auto result = KeyedUnarchiver::read(document, kArchiveClasses);
+    ASSERT_TRUE(result) << result.error;
+    const auto back = ArchiveNode::initWithCoder(*result.coder);
+    EXPECT_EQ(back->real, real);
+    EXPECT_EQ(std::signbit(*back->real), std::signbit(real));
+    EXPECT_EQ(back->large, large);
+    EXPECT_EQ(back->small, node.small);
+    EXPECT_EQ(back->yes, node.yes);
+    EXPECT_EQ(back->text, node.text);
+    EXPECT_EQ(back->block, node.block);
+    EXPECT_EQ(back->document(), document);  // and so with all that is inside
   }
 }
 
@@ -122,14 +118,10 @@ TEST(KeyedArchiver, WhatNoDocumentCanHoldIsRefusedWithItsPath) {
   EXPECT_EQ(refusalOf([&] { coder.encodeInt32(1, "there"); }), "there: the key is there already");
   EXPECT_EQ(refusalOf([&] { coder.encodeInt32(1, "$class"); }),
             "$class: a key with a '$' in front is the archive's own");
-  ArchiveNode bad;
-  for (const double value :
-       {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
-    bad.real = value;
-    const std::vector nodes{std::make_shared<ArchiveNode>(), std::make_shared<ArchiveNode>(bad)};
-    EXPECT_EQ(refusalOf([&] { coder.encodeArray(nodes, "nodes"); }),
-              "nodes[1].real: a number that is not finite");
-  }
+  const std::vector nodes{std::make_shared<ArchiveNode>(), std::make_shared<ArchiveNode>()};
+  nodes[1]->real = NAN;
+  EXPECT_EQ(refusalOf([&] { coder.encodeArray(nodes, "nodes"); }),
+            "nodes[1].real: a number that is not finite");
   const std::string longText(KeyedArchiveLimits::kStringBytes + 1, 'x');
   EXPECT_EQ(refusalOf([&] { coder.encodeString(longText, "text"); }),
             "text: more than 4194304 bytes of text");
@@ -144,12 +136,6 @@ TEST(KeyedArchiver, WhatNoDocumentCanHoldIsRefusedWithItsPath) {
   EXPECT_TRUE(refusal.starts_with("deeper.node.node.")) << refusal;
   EXPECT_TRUE(refusal.ends_with(".node: nested deeper than 64")) << refusal;
   EXPECT_TRUE(KeyedUnarchiver::read(coder.data(), kArchiveClasses));
-
-  auto ring = std::make_shared<ArchiveNode>();
-  ring->node = ring;
-  EXPECT_NE(refusalOf([&] { coder.encodeObject(ring, "ring"); }).find("deeper than"),
-            std::string::npos);
-  ring->node = nullptr;
 
   KeyedArchiver many;
   for (std::size_t i = 0; i < KeyedArchiveLimits::kKeysOfAnObject; ++i) {

@@ -24,14 +24,6 @@ Opened open(const std::string& document) {
   return {std::move(node), result.coder->remainder()};
 }
 
-std::string repeated(const std::string& text, std::size_t count) {
-  std::string result;
-  for (std::size_t i = 0; i < count; ++i) {
-    result += text;
-  }
-  return result;
-}
-
 TEST(KeyedRemainder, WhatALaterVersionWroteIsWrittenAgainBehindWhatIsKnown) {
   const Opened opened = open(R"({
     "later": {"z": [1, {"$base64": "no base64!"}, null, 0.5], "$class": "Unheard", "a": {}},

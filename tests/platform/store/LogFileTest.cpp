@@ -4,8 +4,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,16 +11,19 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <map>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/FullDisk.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace velor::store {
@@ -33,6 +34,8 @@ using host::kLogError;
 using host::kLogInfo;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using test::fileContents;
+using test::modeOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::SizeIs;
@@ -67,23 +70,13 @@ class LogFileTest : public testing::Test {
   }
   void advance(milliseconds time) { mElapsed += time.count(); }
 
-  static std::string contents(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
-
   // The messages of a file's lines; each line must be whole.
   static std::vector<std::string> messages(const fs::path& file) {
-    const std::string text = contents(file);
+    std::istringstream text(fileContents(file));
     std::vector<std::string> result;
-    for (std::size_t at = 0; at < text.size();) {
-      const std::size_t end = text.find('\n', at);
-      if (end == std::string::npos || end < at + kStampBytes) {
-        ADD_FAILURE() << "no whole line: " << text.substr(at);
-        break;
-      }
-      result.push_back(text.substr(at + kStampBytes, end - at - kStampBytes));
-      at = end + 1;
+    for (std::string line; std::getline(text, line);) {
+      EXPECT_FALSE(text.eof() || line.size() < kStampBytes) << "no whole line: " << line;
+      result.push_back(line.erase(0, kStampBytes));
     }
     return result;
   }
@@ -98,8 +91,9 @@ class LogFileTest : public testing::Test {
         }
       }
     }
-    std::sort(result.begin(), result.end(),
-              [](const fs::path& a, const fs::path& b) { return contents(a) < contents(b); });
+    std::sort(result.begin(), result.end(), [](const fs::path& a, const fs::path& b) {
+      return fileContents(a) < fileContents(b);
+    });
     return result;
   }
 
@@ -133,38 +127,32 @@ TEST_F(LogFileTest, ALineIsTheLocalTimeTwoBlanksAndTheMessageInAFileOfTheProcess
   ASSERT_THAT(files(), SizeIs(1));
   const fs::path file = files().front();
   EXPECT_EQ(file.filename(), "velor 2026-11-21 14-15-00 " + std::to_string(getpid()) + ".log");
-  EXPECT_EQ(contents(file),
+  EXPECT_EQ(fileContents(file),
             "2026/11/21 14:15:00:007  clock started\n"
             "2026/11/21 14:16:01:000  a\\nb\\r\\x1b[31m\\x7f\\tc\\ \\x9b \xC3\xA9 \xC2\n");
-  struct stat status {};
-  ASSERT_EQ(stat(file.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+  EXPECT_EQ(modeOf(file), 0600U);
   for (fs::path made = mFolder; made != mTemporary.path(); made = made.parent_path()) {
-    ASSERT_EQ(stat(made.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777U, 0700U) << made;
+    EXPECT_EQ(modeOf(made), 0700U) << made;
   }
 }
 
 TEST_F(LogFileTest, AFileIsFilledUpToItsSizeAndNeverPastIt) {
   // 100 bytes a line: ten fill a file to the last byte.
-  LogLimits limits;
-  limits.fileBytes = 1000;
   {
-    LogFile log(mFolder, limits, clock());
-    for (int i = 0; i < 40; ++i) {
+    LogFile log(mFolder, {.fileBytes = 1000}, clock());
+    for (int i = 0; i < 20; ++i) {
       log.log(kLogInfo, std::to_string(100 + i) + std::string(100 - kStampBytes - 3 - 1, '.'));
       advance(milliseconds(1));
     }
     // Longer than a file: it stands alone, and the next does not join it.
     log.log(kLogInfo, std::string(1000, 'x'));
+    log.log(kLogInfo, "y");
   }
-  const auto found = files();
-  ASSERT_THAT(found, SizeIs(5));
-  for (std::size_t i = 0; i < 4; ++i) {
-    EXPECT_EQ(fs::file_size(found[i]), 1000U) << found[i];
-    EXPECT_EQ(messages(found[i]).front().substr(0, 3), std::to_string(100 + 10 * i));
+  std::vector<std::uintmax_t> sizes;
+  for (const auto& file : files()) {
+    sizes.push_back(fs::file_size(file));
   }
-  EXPECT_EQ(fs::file_size(found[4]), 1000 + kStampBytes + 1);
+  EXPECT_THAT(sizes, ElementsAre(1000, 1000, 1000 + kStampBytes + 1, 1 + kStampBytes + 1));
 }
 
 TEST_F(LogFileTest, AFileEndsADayAfterItsFirstLineAlsoWhenTheClockIsSetBack) {
@@ -213,7 +201,7 @@ TEST_F(LogFileTest, TheFiveNewestFilesAreKeptAndForeignOnesAreNotTouched) {
   }
   EXPECT_THAT(kept, ElementsAre("7", "8", "9", "10", "11"));
   for (const auto& name : foreign) {
-    EXPECT_EQ(contents(mFolder / name), "mine\n");
+    EXPECT_EQ(fileContents(mFolder / name), "mine\n");
   }
   EXPECT_TRUE(fs::is_directory(mFolder / "velor 2020-01-01 00-00-00 1.log"));
 }
@@ -238,32 +226,6 @@ TEST_F(LogFileTest, LeftFilesThatDoNotFitIntoTheQuotaAreDeletedOldestFirst) {
   EXPECT_FALSE(fs::exists(third));
 }
 
-TEST_F(LogFileTest, WritersShareAFolderAndNoneDeletesTheFileOfALivingOne) {
-  LogLimits limits;
-  limits.fileBytes = 30;  // a line a file
-  const auto roll = [&](LogFile& log, int times) {
-    for (int i = 0; i < times; ++i) {
-      advance(seconds(1));
-      log.log(kLogError, "short");
-    }
-  };
-  const auto one = std::make_unique<LogFile>(mFolder, limits, clock());
-  one->log(kLogError, "one");
-  const fs::path fileOfOne = files().at(0);
-  auto two = std::make_unique<LogFile>(mFolder, LogLimits{}, clock());
-  two->log(kLogError, "two");
-  LogFile three(mFolder, limits, clock());
-  roll(three, 20);
-  EXPECT_TRUE(fs::exists(fileOfOne));
-  EXPECT_THAT(files(), SizeIs(5)) << "all processes' files count";
-  two->log(kLogError, "two again");
-  two.reset();
-  EXPECT_THAT(allMessages(), testing::IsSupersetOf({"one", "two", "two again"}));
-  roll(three, 20);
-  EXPECT_THAT(allMessages(), testing::Not(testing::Contains("two"))) << "it had ended";
-  EXPECT_TRUE(fs::exists(fileOfOne));
-}
-
 TEST_F(LogFileTest, AProcessKilledLeavesAFileThatOthersMayDeleteAndNotBefore) {
   int ready[2];
   ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
@@ -272,32 +234,27 @@ TEST_F(LogFileTest, AProcessKilledLeavesAFileThatOthersMayDeleteAndNotBefore) {
   if (child == 0) {
     LogFile log(mFolder, {}, clock());
     log.log(kLogError, "child");
-    const char byte = 1;
-    if (write(ready[1], &byte, 1) != 1) {
-      _exit(1);
-    }
-    for (;;) {
+    const bool isTold = write(ready[1], "1", 1) == 1;
+    while (isTold) {
       pause();
     }
+    _exit(1);
   }
   char byte = 0;
-  const bool started = read(ready[0], &byte, 1) == 1;
-  EXPECT_TRUE(started);
-  LogLimits limits;
-  limits.fileBytes = 30;
-  limits.files = 1;
-  LogFile log(mFolder, limits, clock());
-  advance(seconds(1));
-  log.log(kLogError, "first");
-  advance(seconds(1));
-  log.log(kLogError, "second");
-  EXPECT_THAT(allMessages(), ElementsAre("child", "second"));
+  EXPECT_EQ(read(ready[0], &byte, 1), 1);
+  LogFile log(mFolder, {.fileBytes = 30, .files = 2}, clock());  // a line a file
+  for (const char* line : {"first", "second", "third"}) {
+    advance(seconds(1));
+    log.log(kLogError, line);
+  }
+  EXPECT_THAT(allMessages(), ElementsAre("child", "third")) << "all processes' files count";
   kill(child, SIGKILL);
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFSIGNALED(status));
-  log.log(kLogError, "third");
-  EXPECT_THAT(allMessages(), ElementsAre("third"));
+  advance(seconds(1));
+  log.log(kLogError, "fourth");
+  EXPECT_THAT(allMessages(), ElementsAre("third", "fourth"));
   close(ready[0]);
   close(ready[1]);
 }
@@ -308,9 +265,7 @@ TEST_F(LogFileTest, AFolderThatCannotBeMadeCostsOneWarningAndNothingElse) {
        {mTemporary.path() / "file" / "Logs", fs::path("/proc/velor/Logs"), fs::path()}) {
     testing::internal::CaptureStderr();
     {
-      LogLimits limits;
-      limits.fileBytes = 100;
-      LogFile log(folder, limits, clock());
+      LogFile log(folder, {.fileBytes = 100}, clock());
       for (int i = 0; i < 50; ++i) {
         log.log(i % 2 == 0 ? kLogError : kLogInfo, "lost");
       }
@@ -322,29 +277,21 @@ TEST_F(LogFileTest, AFolderThatCannotBeMadeCostsOneWarningAndNothingElse) {
 }
 
 TEST_F(LogFileTest, AfterAFailedWriteTheNextFileGoesOnWithTheNumberOfLinesLost) {
-  LogLimits limits;
-  limits.fileBytes = 2000;  // 20 lines
   const std::string tail(100 - kStampBytes - 2 - 1, '.');
-  LogFile log(mFolder, limits, clock());
+  LogFile log(mFolder, {.fileBytes = 2000}, clock());  // 20 lines
   const auto lines = [&](int from, int to) {
     for (int i = from; i < to; ++i) {
       advance(milliseconds(1));
       log.log(kLogError, std::to_string(i) + tail);
     }
   };
-
-  // A file size limit stands for the full disk: the eleventh line fits half.
-  rlimit former{};
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
-  const auto formerHandler = std::signal(SIGXFSZ, SIG_IGN);
   testing::internal::CaptureStderr();
-  const rlimit tight{1050, former.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
-  lines(10, 25);
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &former), 0);
+  {
+    const test::FullDisk disk(1050);  // the eleventh line fits half
+    lines(10, 25);
+  }
   lines(25, 35);
   const std::string warning = testing::internal::GetCapturedStderr();
-  std::signal(SIGXFSZ, formerHandler);
 
   EXPECT_EQ(std::count(warning.begin(), warning.end(), '\n'), 1) << warning;
   const auto found = files();
@@ -373,10 +320,8 @@ TEST_F(LogFileTest, AnErrorIsInTheFileBehindAllEarlierLinesWhenTheCallReturns) {
 TEST_F(LogFileTest, EachThreadsLinesKeepTheirOrderAndNoneIsLostWithoutBeingCounted) {
   constexpr int kThreads = 4;
   constexpr int kLines = 2000;
-  LogLimits limits;
-  limits.queueLines = 16;  // so small that the flood may overrun it
   {
-    LogFile log(mFolder, limits, clock());
+    LogFile log(mFolder, {.queueLines = 16}, clock());  // the flood may overrun it
     log.install();
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
@@ -395,13 +340,12 @@ TEST_F(LogFileTest, EachThreadsLinesKeepTheirOrderAndNoneIsLostWithoutBeingCount
   int lost = 0;
   int errors = 0;
   for (const auto& message : allMessages()) {
-    if (message.find("lost") != std::string::npos) {
-      lost += std::stoi(message);
+    int thread = 0;
+    int line = 0;
+    if (std::sscanf(message.c_str(), "%d %d", &thread, &line) != 2) {
+      lost += thread;  // as many "lines were lost"
       continue;
     }
-    std::size_t digits = 0;
-    const int thread = std::stoi(message, &digits);
-    const int line = std::stoi(message.substr(digits));
     EXPECT_GE(line, next[thread]);
     next[thread] = line + 1;
     ++written;
@@ -412,34 +356,27 @@ TEST_F(LogFileTest, EachThreadsLinesKeepTheirOrderAndNoneIsLostWithoutBeingCount
 }
 
 TEST_F(LogFileTest, AFullQueueDropsLinesAtOnceAndTheFileTellsHowManyAndWhere) {
-  std::promise<void> release;
-  LogLimits limits;
-  limits.queueLines = 8;
-  {
-    LogFile log(mFolder, limits, holdingClock(release.get_future().share()));
-    for (int i = 0; i < 30; ++i) {
-      log.log(kLogInfo, std::to_string(i));  // hangs here if it waits for room
+  // The gap is told of also when no line follows it.
+  for (const bool isLast : {false, true}) {
+    advance(seconds(1));
+    std::promise<void> release;
+    {
+      LogFile log(mFolder, {.queueLines = 3}, holdingClock(release.get_future().share()));
+      for (int i = 0; i < 10; ++i) {
+        log.log(kLogInfo, std::to_string(i));  // hangs here if it waits for room
+      }
+      release.set_value();
+      if (!isLast) {
+        log.log(kLogError, "behind the gap");
+      }
     }
-    release.set_value();
-    log.log(kLogError, "behind the gap");
-  }
-  EXPECT_THAT(allMessages(),
-              ElementsAre("0", "1", "2", "3", "4", "5", "6", "7",
-                          "22 lines were lost: the log's queue was full", "behind the gap"));
-}
-
-TEST_F(LogFileTest, AGapIsToldOfWhenNoLineFollowsIt) {
-  std::promise<void> release;
-  LogLimits limits;
-  limits.queueLines = 2;
-  {
-    LogFile log(mFolder, limits, holdingClock(release.get_future().share()));
-    for (int i = 0; i < 5; ++i) {
-      log.log(kLogInfo, std::to_string(i));
+    std::vector<std::string> expected = {"0", "1", "2",
+                                         "7 lines were lost: the log's queue was full"};
+    if (!isLast) {
+      expected.emplace_back("behind the gap");
     }
-    release.set_value();
+    EXPECT_EQ(messages(files().back()), expected);
   }
-  EXPECT_THAT(allMessages(), ElementsAre("0", "1", HasSubstr("3 lines were lost")));
 }
 
 }  // namespace
