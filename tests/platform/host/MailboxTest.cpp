@@ -73,45 +73,32 @@ TEST(Mailbox, UnderContentionEveryAcceptedValueComesOnceAndInOrder) {
   }
 }
 
-TEST(Seqlocked, AReaderNeverSeesHalfARecord) {
-  struct Record {
-    std::uint64_t a, b, c;
-  };
-  Seqlocked<Record> cell(Record{0, 0, 0});
+struct Record {
+  std::uint64_t a, b, c;
+};
+
+template <class Cell>
+class SharedCell : public testing::Test {};
+using Cells = testing::Types<Seqlocked<Record>, LatestValue<Record>>;
+TYPED_TEST_SUITE(SharedCell, Cells);
+
+TYPED_TEST(SharedCell, AReaderSeesWholeRecordsInTheirOrderAndTheLastOneAtLast) {
+  TypeParam cell(Record{0, 0, 0});
   std::thread writer([&cell] {
     for (std::uint64_t i = 1; i <= 50000; ++i) {
       cell.store({i, 2 * i, 3 * i});
     }
   });
-  Record seen{};
-  while (seen.a < 50000) {
-    seen = cell.load();
-    ASSERT_EQ(seen.b, 2 * seen.a);
-    ASSERT_EQ(seen.c, 3 * seen.a);
-  }
-  writer.join();
-}
-
-TEST(LatestValue, AReaderSeesWholeRecordsInTheirOrderAndTheLastOneAtLast) {
-  struct Record {
-    std::uint64_t a, b, c;
-  };
-  LatestValue<Record> value(Record{0, 0, 0});
-  std::thread writer([&value] {
-    for (std::uint64_t i = 1; i <= 50000; ++i) {
-      value.store({i, 2 * i, 3 * i});
-    }
-  });
   std::uint64_t before = 0;
   while (before < 50000) {
-    const Record seen = value.load();
+    const Record seen = cell.load();
     ASSERT_EQ(seen.b, 2 * seen.a);
     ASSERT_EQ(seen.c, 3 * seen.a);
     ASSERT_GE(seen.a, before);
     before = seen.a;
   }
   writer.join();
-  EXPECT_EQ(value.load().a, 50000U);  // what was read stands
+  EXPECT_EQ(cell.load().a, 50000U);  // what was read stands
 }
 
 }  // namespace
