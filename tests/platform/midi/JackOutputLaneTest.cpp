@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <ostream>
+#include <utility>
 #include <vector>
+
+#include "tests/support/PacketList.h"
 
 namespace velor::midi {
 namespace {
@@ -13,14 +15,7 @@ namespace {
 constexpr MIDITimeStamp kStart = 100'000'000'000;
 constexpr MIDITimeStamp kMs = 1'000'000;
 
-struct Written {
-  std::uint64_t frame;
-  std::uint8_t first;
-  bool operator==(const Written&) const = default;
-  friend std::ostream& operator<<(std::ostream& out, const Written& written) {
-    return out << written.frame << "/" << int{written.first};
-  }
-};
+using Written = std::pair<std::uint64_t, int>;  // the frame, and the number
 
 // The process callback of a server with this rate and period, cycle after cycle.
 class Callback {
@@ -46,7 +41,7 @@ class Callback {
                      return false;
                    }
                    --room;
-                   mWritten[mCount++] = {cycle.startFrame + offset, data[0]};
+                   mWritten[mCount++] = {cycle.startFrame + offset, data[1]};
                    return true;
                  });
     mCycle.startFrame += mCycle.frames;
@@ -66,20 +61,6 @@ class Callback {
   std::size_t mCount = 0;
 };
 
-struct List {
-  explicit List(MIDITimeStamp first, MIDITimeStamp spacing, int count, std::uint8_t tag = 0) {
-    auto* list = reinterpret_cast<MIDIPacketList*>(bytes);
-    MIDIPacket* packet = MIDIPacketListInit(list);
-    for (int i = 0; i < count; ++i) {
-      const std::uint8_t data[2] = {static_cast<std::uint8_t>(tag + i), 0};
-      const MIDITimeStamp time = first + static_cast<MIDITimeStamp>(i) * spacing;
-      packet = MIDIPacketListAdd(list, sizeof bytes, packet, first == 0 ? 0 : time, 2, data);
-    }
-  }
-  const MIDIPacketList& get() const { return *reinterpret_cast<const MIDIPacketList*>(bytes); }
-  alignas(MIDIPacketList) std::uint8_t bytes[4096];
-};
-
 TEST(JackOutputLane, KeepsTheSpacingOfAListToTheSampleWhileTheServersTimeWanders) {
   // The spacings of quarter frames of 24, 25 and 30 frames a second, in ns and in
   // frames at 48 kHz.
@@ -89,16 +70,16 @@ TEST(JackOutputLane, KeepsTheSpacingOfAListToTheSampleWhileTheServersTimeWanders
     for (const std::uint32_t period : {64U, 1024U}) {
       JackOutputLane lane;
       Callback callback(48000, period);
-      lane.send(List(kStart + 80 * kMs + 12345, ns, 8).get(), kStart);
+      lane.send(*PacketList(kStart + 80 * kMs + 12345, 0, ns, 8).get(), kStart);
       int cycle = 0;
       while (callback.written().size() < 8 && cycle < 10000) {
         callback.run(lane, 30000 * std::sin(cycle++));  // over a sample to each side
       }
       const auto written = callback.written();
       ASSERT_EQ(written.size(), 8U);
-      EXPECT_NEAR(static_cast<double>(written[0].frame), 4000 + (80.012345 * 48), 2.0);
+      EXPECT_NEAR(static_cast<double>(written[0].first), 4000 + (80.012345 * 48), 2.0);
       for (std::size_t i = 1; i < 8; ++i) {
-        EXPECT_EQ(written[i].frame - written[i - 1].frame, frames);
+        EXPECT_EQ(written[i].first - written[i - 1].first, frames);
       }
     }
   }
@@ -107,9 +88,9 @@ TEST(JackOutputLane, KeepsTheSpacingOfAListToTheSampleWhileTheServersTimeWanders
 TEST(JackOutputLane, WritesInTheOrderOfTimesWhateverTheOrderOfSending) {
   JackOutputLane lane;
   Callback callback(48000, 480);
-  lane.send(List(kStart + 25 * kMs, 10 * kMs, 2, 10).get(), kStart);
-  lane.send(List(kStart + 5 * kMs, 10 * kMs, 2, 20).get(), kStart);
-  lane.send(List(0, 0, 1, 30).get(), kStart + kMs);  // at once, as of its sending
+  lane.send(*PacketList(kStart + 25 * kMs, 10, 10 * kMs, 2).get(), kStart);
+  lane.send(*PacketList(kStart + 5 * kMs, 20, 10 * kMs, 2).get(), kStart);
+  lane.send(*PacketList(0, 30).get(), kStart + kMs);  // at once, as of its sending
   for (int i = 0; i < 5; ++i) {
     callback.run(lane);
   }
@@ -120,21 +101,16 @@ TEST(JackOutputLane, WritesInTheOrderOfTimesWhateverTheOrderOfSending) {
 TEST(JackOutputLane, LatePacketsGoOutAtOnceAndThoseThatWaitedTooLongAreDroppedAndCounted) {
   JackOutputLane lane;
   Callback callback(48000, 480);
-  lane.send(List(kStart - 15 * kMs, kMs, 1, 1).get(), kStart - 60 * kMs);
-  lane.send(List(kStart - 35 * kMs, kMs, 1, 2).get(), kStart - 60 * kMs);
-  lane.send(List(0, 0, 1, 3).get(), kStart - 1500 * kMs);  // waited for its connection
-  lane.send(List(0, 0, 1, 4).get(), kStart - 2500 * kMs);
+  lane.send(*PacketList(kStart - 15 * kMs, 1).get(), kStart - 60 * kMs);
+  lane.send(*PacketList(kStart - 35 * kMs, 2).get(), kStart - 60 * kMs);
+  lane.send(*PacketList(0, 3).get(), kStart - 1500 * kMs);  // waited for its connection
+  lane.send(*PacketList(0, 4).get(), kStart - 2500 * kMs);
   // Late from its sender, as timecode is that goes on without its source.
-  lane.send(List(kStart - 45 * kMs, 10 * kMs, 6, 5).get(), kStart - 15 * kMs);
+  lane.send(*PacketList(kStart - 45 * kMs, 5, 10 * kMs, 6).get(), kStart - 15 * kMs);
   callback.run(lane);
-  EXPECT_EQ(callback.written(), (std::vector<Written>{{4000, 3},
-                                                      {4000, 5},
-                                                      {4000, 6},
-                                                      {4000, 7},
-                                                      {4000, 1},
-                                                      {4000, 8},
-                                                      {4000, 9},
-                                                      {4240, 10}}));
+  const std::vector<Written> expected = {{4000, 3}, {4000, 5}, {4000, 6}, {4000, 7},
+                                         {4000, 1}, {4000, 8}, {4000, 9}, {4240, 10}};
+  EXPECT_EQ(callback.written(), expected);
   EXPECT_EQ(lane.dropped(), 2U);
 }
 
@@ -143,7 +119,7 @@ TEST(JackOutputLane, LatePacketsWaitForTheNextCycleHoweverLongCyclesAre) {
     JackOutputLane lane;
     Callback callback(48000, period);
     callback.run(lane);
-    lane.send(List(kStart - 60 * kMs, 10 * kMs, 4).get(), kStart + kMs / 10);
+    lane.send(*PacketList(kStart - 60 * kMs, 0, 10 * kMs, 4).get(), kStart + kMs / 10);
     callback.run(lane);
     EXPECT_EQ(callback.written().size(), 4U) << period;
     EXPECT_EQ(lane.dropped(), 0U) << period;
@@ -153,7 +129,7 @@ TEST(JackOutputLane, LatePacketsWaitForTheNextCycleHoweverLongCyclesAre) {
 TEST(JackOutputLane, WhatFindsNoRoomInTheBufferIsFirstInTheNextCycle) {
   JackOutputLane lane;
   Callback callback(48000, 480);
-  lane.send(List(kStart + kMs, kMs, 3, 1).get(), kStart);
+  lane.send(*PacketList(kStart + kMs, 1, kMs, 3).get(), kStart);
   callback.run(lane, 0, 2);
   callback.run(lane);
   EXPECT_EQ(callback.written(), (std::vector<Written>{{4048, 1}, {4096, 2}, {4480, 3}}));
@@ -163,9 +139,9 @@ TEST(JackOutputLane, RefusesWhenFullAndLosesNothingThatItTook) {
   JackOutputLane lane;
   Callback callback(48000, 48000);
   for (std::uint32_t i = 0; i < JackOutputLane::kPackets; ++i) {
-    EXPECT_EQ(lane.send(List(kStart + kMs, 1, 1).get(), kStart), 0);
+    EXPECT_EQ(lane.send(*PacketList(kStart + kMs, 0).get(), kStart), 0);
   }
-  EXPECT_EQ(lane.send(List(kStart + kMs, 1, 1).get(), kStart), kMIDIMessageSendErr);
+  EXPECT_EQ(lane.send(*PacketList(kStart + kMs, 0).get(), kStart), kMIDIMessageSendErr);
   callback.run(lane);
   EXPECT_EQ(callback.written().size(), JackOutputLane::kPackets);
 }
@@ -181,8 +157,8 @@ TEST(JackOutputLane, APacketLongerThanTheServiceTakesIsRefusedAndHarmsNoOther) {
   list->packet[0].length = kMaxPacketBytes + 44;
   auto* second = const_cast<MIDIPacket*>(MIDIPacketNext(&list->packet[0]));
   second->timeStamp = kStart + 2 * kMs;
-  second->length = 1;
-  second->data[0] = 7;
+  second->length = 2;
+  second->data[1] = 7;
   EXPECT_EQ(lane.send(*list, kStart), kMIDIMessageSendErr);
   callback.run(lane);
   EXPECT_EQ(callback.written(), (std::vector<Written>{{4096, 7}}));
@@ -191,7 +167,7 @@ TEST(JackOutputLane, APacketLongerThanTheServiceTakesIsRefusedAndHarmsNoOther) {
 TEST(JackOutputLane, ANewCountOfFramesIsTakenUpInTheMiddleOfAList) {
   JackOutputLane lane;
   Callback callback(48000, 480);
-  lane.send(List(kStart + 2 * kMs, 10 * kMs, 4).get(), kStart);
+  lane.send(*PacketList(kStart + 2 * kMs, 0, 10 * kMs, 4).get(), kStart);
   callback.run(lane);
   callback.cycle().epoch = 2;
   callback.cycle().startFrame = 100;  // a server that counts anew

@@ -8,6 +8,7 @@
 
 #include "platform/host/SimulatedHost.h"
 #include "tests/support/FakeOutside.h"
+#include "tests/support/PacketList.h"
 
 namespace velor::midi {
 namespace {
@@ -64,20 +65,17 @@ TEST_F(MIDIObjectTableTest, ADisposedClientTakesAllThatIsItsOwnAlongAndNothingEl
   mTable.MIDIPortConnectSource(in, outside, nullptr);
 
   // On their way when the client goes.
-  MIDIPacketList list;
-  const std::uint8_t bytes[] = {0xF1, 0x00};
-  MIDIPacketListAdd(&list, sizeof list, MIDIPacketListInit(&list),
-                    mHost.AudioGetCurrentHostTime() + 1000, sizeof bytes, bytes);
-  EXPECT_EQ(mTable.MIDISend(othersOut, destination, &list), 0);
-  EXPECT_EQ(mTable.MIDIReceived(othersSource, &list), 0);
+  const PacketList list(mHost.AudioGetCurrentHostTime() + 1000);
+  EXPECT_EQ(mTable.MIDISend(othersOut, destination, list.get()), 0);
+  EXPECT_EQ(mTable.MIDIReceived(othersSource, list.get()), 0);
 
   EXPECT_EQ(mTable.MIDIClientDispose(mine), 0);
   mHost.advance(1'000'000);
   EXPECT_EQ(packets, 0);
   EXPECT_EQ(mTable.MIDIGetNumberOfSources(), 2U);
   EXPECT_EQ(mTable.MIDIGetNumberOfDestinations(), 0U);
-  EXPECT_EQ(mTable.MIDISend(out, destination, &list), kMIDIInvalidPort);
-  EXPECT_EQ(mTable.MIDISend(othersOut, destination, &list), kMIDIUnknownEndpoint);
+  EXPECT_EQ(mTable.MIDISend(out, destination, list.get()), kMIDIInvalidPort);
+  EXPECT_EQ(mTable.MIDISend(othersOut, destination, list.get()), kMIDIUnknownEndpoint);
   EXPECT_EQ(mTable.MIDIPortDispose(in), kMIDIInvalidPort);
   EXPECT_TRUE(mOutside->connections.empty());
   ASSERT_EQ(mOutside->virtuals.size(), 1U);
@@ -86,30 +84,23 @@ TEST_F(MIDIObjectTableTest, ADisposedClientTakesAllThatIsItsOwnAlongAndNothingEl
   EXPECT_EQ(mTable.MIDISourceCreate(mine, "too late", &source), kMIDIInvalidClient);
 }
 
-TEST_F(MIDIObjectTableTest, ADisposedClientIsNotToldAnyMoreEvenOfWhatCameBefore) {
+TEST_F(MIDIObjectTableTest, ClientsAreToldOfANewNameAndNotOfAnotherLookNorWhenDisposedOf) {
   Listener quiet;
   Listener told;
   const MIDIClientRef client = makeClient(quiet);
   makeClient(told);
   mOutside->appear(MIDIEndpointKind::source, "keys");
-  mTable.MIDIClientDispose(client);
+  mTable.MIDIClientDispose(client);  // before it can be told
   mHost.settle();
   EXPECT_TRUE(quiet.messages.empty());
   EXPECT_EQ(told.messages, (std::vector<int>{kMIDIMsgObjectAdded, kMIDIMsgSetupChanged}));
-}
-
-TEST_F(MIDIObjectTableTest, ClientsAreToldOfANewNameAndNotOfAnotherLookAtTheSame) {
-  Listener listener;
-  makeClient(listener);
+  told.messages.clear();
   mOutside->appear(MIDIEndpointKind::source, "keys");
   mHost.settle();
-  listener.messages.clear();
-  mOutside->appear(MIDIEndpointKind::source, "keys");
-  mHost.settle();
-  EXPECT_TRUE(listener.messages.empty());
+  EXPECT_TRUE(told.messages.empty());
   mOutside->appear(MIDIEndpointKind::source, "keys", "Keys on stage");
   mHost.settle();
-  EXPECT_EQ(listener.messages, std::vector<int>{kMIDIMsgSetupChanged});
+  EXPECT_EQ(told.messages, std::vector<int>{kMIDIMsgSetupChanged});
 }
 
 TEST_F(MIDIObjectTableTest, AClientMayBeDisposedOfByOneThatIsBeingTold) {
