@@ -59,13 +59,12 @@ VirtualAudioDevice::VirtualAudioDevice(const Parameters& parameters)
       mPresent(parameters.isPresent),
       mPeriod(std::clamp(parameters.period, kMinPeriod, parameters.maxPeriod)),
       mNominalRate(parameters.sampleRate),
-      mRateError(parameters.rateError),
       mWake(mHost.makeSemaphore()),
-      rt{std::mt19937_64(parameters.seed), Buffers(parameters.inputs, parameters.maxPeriod),
+      rt{Buffers(parameters.inputs, parameters.maxPeriod),
          Buffers(parameters.outputs, parameters.maxPeriod),
          Buffers(parameters.outputs, parameters.maxPeriod),
          Buffers(parameters.outputs, historyFrames(parameters))} {
-  mTimeline.store({0, 0, mNominalRate * (1 + mRateError * 1e-6)});
+  mTimeline.store({0, 0, mNominalRate * (1 + parameters.rateError * 1e-6)});
 }
 
 VirtualAudioDevice::~VirtualAudioDevice() {
@@ -140,23 +139,13 @@ void VirtualAudioDevice::appear() {
   }
 }
 
-void VirtualAudioDevice::setTimeline(double nominal, double ppm) {
-  const std::uint64_t now = mHost.AudioGetCurrentHostTime();
-  mNominalRate = nominal;
-  mRateError = ppm;
-  mTimeline.store({now, mTimeline.load().sampleAt(now), nominal * (1 + ppm * 1e-6)});
-  mWake->signal();  // its next cycle has another time now
-}
-
 void VirtualAudioDevice::setSampleRate(double rate) {
   const std::lock_guard lock(mControl);
-  setTimeline(rate, mRateError);
+  const std::uint64_t now = mHost.AudioGetCurrentHostTime();
+  mNominalRate = rate;
+  mTimeline.store({now, mTimeline.load().sampleAt(now), rate * (1 + mParameters.rateError * 1e-6)});
+  mWake->signal();  // its next cycle has another time now
   announce();
-}
-
-void VirtualAudioDevice::setRateError(double ppm) {
-  const std::lock_guard lock(mControl);
-  setTimeline(mNominalRate, ppm);
 }
 
 void VirtualAudioDevice::setPeriod(std::uint32_t frames) {
@@ -238,44 +227,22 @@ std::int64_t VirtualAudioDevice::nextCycleAfter(std::uint64_t hostTime) const no
   return (static_cast<std::int64_t>(std::floor(periods)) + 1) * period;
 }
 
-bool VirtualAudioDevice::isFault(double share) noexcept {
-  constexpr double kUnit = 0x1p-53;
-  return share > 0 && static_cast<double>(rt.random() >> 11) * kUnit < share;
-}
-
 void VirtualAudioDevice::run() {
   std::int64_t next = nextCycleAfter(mHost.AudioGetCurrentHostTime());
-  std::uint64_t jitter = 0;
   while (!mEnding.load()) {
     const DeviceTimeline timeline = mTimeline.load();
-    if (mWake->waitUntil(timeline.hostAt(static_cast<double>(next)) + jitter)) {
+    if (mWake->waitUntil(timeline.hostAt(static_cast<double>(next)))) {
       continue;  // something has changed
     }
     const std::uint32_t period = mPeriod.load(std::memory_order_relaxed);
     const std::uint64_t now = mHost.AudioGetCurrentHostTime();
     const double late = timeline.sampleAt(now) - static_cast<double>(next);
     if (late > kPatienceSeconds * timeline.rate) {
-      mLateCycles.fetch_add(static_cast<std::uint64_t>(late / period));
       next = nextCycleAfter(now);
       continue;
     }
-    if (const std::uint32_t skipped = mSamplesToSkip.exchange(0); skipped != 0) {
-      next += skipped;
-      continue;
-    }
-    if (mCyclesToDrop.load() != 0) {
-      mCyclesToDrop.fetch_sub(1);
-      next += period;
-      continue;
-    }
-    if (!isFault(mParameters.droppedCycles)) {
-      cycle(next, period);
-    }
+    cycle(next, period);
     next += period;
-    if (isFault(mParameters.xruns)) {
-      next += mParameters.xrunSamples;
-    }
-    jitter = mParameters.wakeJitter == 0 ? 0 : rt.random() % (mParameters.wakeJitter + 1);
   }
 }
 

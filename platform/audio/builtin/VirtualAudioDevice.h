@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <random>
 #include <span>
 #include <string>
 #include <vector>
@@ -29,8 +28,8 @@ namespace velor::audio {
 /// played at s on a device whose outputs feed its inputs is recorded at
 /// s + output latency + input latency: a period later, unless told otherwise.
 ///
-/// Faults, chance among them, and changes of rate and period make it a bench on
-/// which to try what follows a device.
+/// An error of its rate, and changes of rate and period make it a bench on which to try
+/// what follows a device.
 class VirtualAudioDevice {
  public:
   struct Parameters {
@@ -47,11 +46,6 @@ class VirtualAudioDevice {
     bool isLoopback = true;           ///< its outputs feed its inputs, while no cable does
     bool isPresent = true;
     bool isDefault = true;
-    std::uint64_t wakeJitter = 0;   ///< ns by which its cycles are late at most
-    double droppedCycles = 0;       ///< the share of its cycles that never come
-    double xruns = 0;               ///< the share of its cycles before which samples are lost
-    std::uint32_t xrunSamples = 0;  ///< lost in each
-    std::uint64_t seed = 1;         ///< of the chance in all this
   };
 
   /// Fewest frames of a cycle.
@@ -79,20 +73,11 @@ class VirtualAudioDevice {
   void appear();
   /// The count goes on from where it stands.
   void setSampleRate(double rate);
-  void setRateError(double ppm);
   /// Cut to what it can have. In force from the next cycle on.
   void setPeriod(std::uint32_t frames);
-  /// The next cycles do not come.
-  void dropCycles(std::uint32_t count) noexcept { mCyclesToDrop.fetch_add(count); }
-  /// So many samples go by before the next cycle, without one.
-  void skipSamples(std::uint32_t count) noexcept { mSamplesToSkip.fetch_add(count); }
   /// What this one plays comes in at `to`, instead of what did; the cable stays.
   void plugInto(VirtualAudioDevice& to, VirtualCable::Interpolation interpolation,
                 std::uint64_t delay = 1'000'000);
-
-  /// Cycles so far, and those that the thread was too late for.
-  std::uint64_t cycles() const noexcept { return mCycleMark.load() / 2; }
-  std::uint64_t lateCycles() const noexcept { return mLateCycles.load(); }
 
  private:
   class Stream;
@@ -106,14 +91,12 @@ class VirtualAudioDevice {
 
   AudioDeviceDescription description() const;
   void announce();
-  void setTimeline(double nominal, double ppm);
   void startThread();
   void stopThread();
   void close(Stream& stream);
 
   void run();
   std::int64_t nextCycleAfter(std::uint64_t hostTime) const noexcept;
-  bool isFault(double share) noexcept;
   void cycle(std::int64_t position, std::uint32_t frames) noexcept;
   void gatherInput(std::int64_t position, std::uint64_t hostTime, std::uint32_t frames) noexcept;
   void playOutput(const host::RealtimeContext& realtime, const AudioTimeStamp& time,
@@ -126,21 +109,17 @@ class VirtualAudioDevice {
   std::atomic<AudioObjectID> mId{kAudioObjectUnknown};
   std::atomic<bool> mPresent;
   std::atomic<std::uint32_t> mPeriod;
-  std::atomic<std::uint32_t> mCyclesToDrop{0};
-  std::atomic<std::uint32_t> mSamplesToSkip{0};
   std::array<std::atomic<Stream*>, kStreams> mStreams{};
   std::atomic<VirtualCable*> mCableIn{nullptr};
   std::atomic<VirtualCable*> mCableOut{nullptr};
   // Odd while a cycle is under way.
   std::atomic<std::uint64_t> mCycleMark{0};
-  std::atomic<std::uint64_t> mLateCycles{0};
 
   // What changes it waits for each other here; its thread never takes it.
   host::RecursiveMutex mControl;
   AudioInside* mInside = nullptr;
   AudioOutside* mOutside = nullptr;
   double mNominalRate;
-  double mRateError;
   std::vector<std::unique_ptr<VirtualCable>> mCables;  // those that begin here
   std::size_t mOpenStreams = 0;
   std::atomic<bool> mEnding{false};
@@ -149,7 +128,6 @@ class VirtualAudioDevice {
 
   // The thread's own.
   struct {
-    std::mt19937_64 random;
     Buffers input;
     Buffers output;
     Buffers mix;

@@ -81,12 +81,15 @@ class Stream {
 
 class VirtualAudioDeviceTest : public testing::Test {
  protected:
-  // The gaps between cycles, in samples.
+  // Where samples are missing between cycles, how many.
   static std::vector<double> gaps(const Stream& stream) {
     std::vector<double> found;
     for (std::size_t i = 1; i < stream.cycles.size(); ++i) {
       const auto& before = stream.cycles[i - 1];
-      found.push_back(stream.cycles[i].sample - before.sample - before.frames);
+      const double gap = stream.cycles[i].sample - before.sample - before.frames;
+      if (gap != 0) {
+        found.push_back(gap);
+      }
     }
     return found;
   }
@@ -120,10 +123,9 @@ TEST_F(VirtualAudioDeviceTest, TheDelayOfTheLoopIsWhatItsLatenciesSayAlsoAfterAC
   builtin.stop();
 }
 
-TEST_F(VirtualAudioDeviceTest, CyclesKeepToTheirClockWhateverItsErrorAndHoweverLateTheyAre) {
+TEST_F(VirtualAudioDeviceTest, CyclesKeepToTheirClockWhateverItsError) {
   Parameters parameters = device();
   parameters.rateError = 200;
-  parameters.wakeJitter = 2 * kMs;
   VirtualAudioDevice fast(parameters);
   Stream player(fast, AudioDirection::output, &patternAt);
   const std::uint64_t start = mHost.AudioGetCurrentHostTime();
@@ -131,17 +133,11 @@ TEST_F(VirtualAudioDeviceTest, CyclesKeepToTheirClockWhateverItsErrorAndHoweverL
   player.close();
   const double rate = 48000 * 1.0002;
   EXPECT_NEAR(static_cast<double>(player.cycles.size()), 100 * rate / 240, 1);
-  std::uint64_t latest = 0;
   for (const auto& cycle : player.cycles) {
     ASSERT_NEAR(static_cast<double>(cycle.host), cycle.sample / rate * 1e9, 1);
-    ASSERT_GE(cycle.at, cycle.host);
-    latest = std::max(latest, cycle.at - cycle.host);
+    ASSERT_EQ(cycle.at, cycle.host);
   }
-  EXPECT_LE(latest, 2 * kMs);
-  EXPECT_GT(latest, 1900'000U);
-  for (const double gap : gaps(player)) {
-    ASSERT_EQ(gap, 0);
-  }
+  EXPECT_EQ(gaps(player), std::vector<double>());
   AudioTimeStamp stamp;
   ASSERT_EQ(fast.translateTime({.mHostTime = start, .mFlags = kAudioTimeStampHostTimeValid}, stamp),
             0);
@@ -150,39 +146,6 @@ TEST_F(VirtualAudioDeviceTest, CyclesKeepToTheirClockWhateverItsErrorAndHoweverL
   const std::size_t cycles = player.cycles.size();
   mHost.advance(kSecond);
   EXPECT_EQ(player.cycles.size(), cycles);
-}
-
-TEST_F(VirtualAudioDeviceTest, FaultsLeaveGapsOfTheirSizeAndTheCountGoesOn) {
-  {
-    VirtualAudioDevice ideal(device());
-    Stream player(ideal, AudioDirection::output, &patternAt);
-    mHost.advance(100 * kMs);
-    ideal.dropCycles(3);
-    mHost.advance(100 * kMs);
-    ideal.skipSamples(77);
-    mHost.advance(100 * kMs);
-    player.close();
-    std::vector<double> found = gaps(player);
-    std::erase(found, 0.0);
-    EXPECT_EQ(found, (std::vector<double>{3 * 240, 77}));
-    for (const auto& cycle : player.cycles) {
-      ASSERT_EQ(cycle.at, cycle.host);
-    }
-  }
-  Parameters parameters = device();
-  parameters.droppedCycles = 0.05;
-  parameters.xruns = 0.02;
-  parameters.xrunSamples = 100;
-  VirtualAudioDevice faulty(parameters);
-  Stream player(faulty, AudioDirection::output, &patternAt);
-  mHost.advance(100 * kSecond);
-  player.close();
-  double lost = 0;
-  for (const double gap : gaps(player)) {
-    lost += gap;
-  }
-  // Of 20000 cycles, a twentieth; and 100 of 240 samples in every fiftieth.
-  EXPECT_NEAR(lost / (100 * 48000.0), 0.05 + 0.02 * 100 / 240, 0.005);
 }
 
 TEST_F(VirtualAudioDeviceTest, TheCountGoesOnThroughAChangeOfRateAndThroughAbsence) {
@@ -198,9 +161,7 @@ TEST_F(VirtualAudioDeviceTest, TheCountGoesOnThroughAChangeOfRateAndThroughAbsen
   mHost.advance(kSecond);
   EXPECT_EQ(inside.descriptions.back().sampleRate, 96000);
   EXPECT_NEAR(player.cycles.back().sample - before, 96000, 2 * 240);
-  for (const double gap : gaps(player)) {
-    ASSERT_EQ(gap, 0);
-  }
+  EXPECT_EQ(gaps(player), std::vector<double>());
   AudioTimeStamp stamp;
   ASSERT_EQ(loop.translateTime(
                 {.mHostTime = change + kSecond / 2, .mFlags = kAudioTimeStampHostTimeValid}, stamp),
@@ -216,8 +177,7 @@ TEST_F(VirtualAudioDeviceTest, TheCountGoesOnThroughAChangeOfRateAndThroughAbsen
   EXPECT_EQ(player.cycles.size(), cycles);
   loop.appear();
   mHost.advance(kSecond);
-  std::vector<double> found = gaps(player);
-  std::erase(found, 0.0);
+  const std::vector<double> found = gaps(player);
   ASSERT_EQ(found.size(), 1U);
   EXPECT_NEAR(found[0], 96000, 240);
   player.close();
