@@ -8,11 +8,38 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "platform/audio/AudioService.h"
 
 namespace velor::audio {
+
+// A property of an object, which is to have it.
+template <class T>
+T propertyOf(AudioService& audio, AudioObjectID object, const AudioObjectPropertyAddress& address) {
+  T value{};
+  EXPECT_EQ(audio.AudioObjectGetPropertyData(object, address, &value), 0);
+  return value;
+}
+// 0 where there is no such device.
+inline AudioObjectID deviceOfUID(AudioService& audio, const std::string& uid) {
+  std::uint32_t device = 0;
+  EXPECT_EQ(audio.AudioObjectGetPropertyData(kAudioObjectSystemObject,
+                                             {kAudioHardwarePropertyDeviceForUID}, &device, uid),
+            0);
+  return device;
+}
+// A property of a unit, which is to have it in this size.
+template <class T>
+T propertyOfUnit(AudioService& audio, AudioUnit unit, AudioUnitPropertyID id,
+                 AudioUnitScope scope = kAudioUnitScope_Global, AudioUnitElement element = 0) {
+  T value{};
+  std::uint32_t size = sizeof value;
+  EXPECT_EQ(audio.AudioUnitGetProperty(unit, id, scope, element, &value, &size), 0);
+  EXPECT_EQ(size, sizeof value);
+  return value;
+}
 
 // What is played: on the first channel a number for each sample of the device's
 // count, on the second its negative, so that what comes in tells where it was played.

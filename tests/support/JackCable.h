@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -20,14 +18,6 @@ class JackCable : public JackTestClient {
             std::chrono::milliseconds pause = {});
   ~JackCable();
 
-  /// The server's count at the start of a cycle (32 bits, wrapping) and the host
-  /// time (ns, CLOCK_MONOTONIC) at which the cycle woke this client.
-  struct Wake {
-    std::uint32_t frame;
-    std::uint64_t hostTime;
-  };
-  Wake lastWake() const;
-
  private:
   static int onProcess(jack_nframes_t frames, void* self);
   static void onLatency(jack_latency_callback_mode_t mode, void* self);
@@ -35,9 +25,6 @@ class JackCable : public JackTestClient {
   const jack_nframes_t mLatency;
   std::vector<jack_port_t*> mInputs;
   std::vector<jack_port_t*> mOutputs;
-  std::atomic<std::uint64_t> mWakeTime{0};
-  std::atomic<std::uint32_t> mWakeFrame{0};
-  std::atomic<std::uint32_t> mCycles{0};
 };
 
 }  // namespace velor::test

@@ -19,16 +19,6 @@ std::uint64_t hostNow() {
          static_cast<std::uint64_t>(t.tv_nsec);
 }
 
-// Buffers of the server pass between two clients of this process by way of another
-// process, which ThreadSanitizer can't see; its report alone would stall the
-// callback for longer than the server waits. A library call would be watched, too.
-__attribute__((no_sanitize("thread"))) void copyUnwatched(const std::uint8_t* from,
-                                                          std::size_t length, std::uint8_t* to) {
-  for (std::size_t i = 0; i < length; ++i) {
-    const_cast<volatile std::uint8_t*>(to)[i] = from[i];
-  }
-}
-
 }  // namespace
 
 JackPeer::JackPeer(const std::string& name, std::size_t capacity)
@@ -41,26 +31,22 @@ JackPeer::~JackPeer() {
 }
 
 int JackPeer::addInput(const std::string& name) {
-  mInputs.push_back(
-      mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0));
+  mInputs.push_back(registerPort(name, JACK_DEFAULT_MIDI_TYPE, JackPortIsInput));
   return static_cast<int>(mInputs.size()) - 1;
 }
 
 int JackPeer::addOutput(const std::string& name) {
-  mOutputs.push_back(mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE,
-                                               JackPortIsOutput, 0));
+  mOutputs.push_back(registerPort(name, JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput));
   return static_cast<int>(mOutputs.size()) - 1;
 }
 
 void JackPeer::recordAudio(const std::string& name, double seconds) {
-  mAudioInput =
-      mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
+  mAudioInput = registerPort(name, JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput);
   mAudio.resize(static_cast<std::size_t>(seconds * sampleRate()));
 }
 
 void JackPeer::playAudio(const std::string& name, std::vector<float> samples) {
-  mAudioOutput = mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_AUDIO_TYPE,
-                                           JackPortIsOutput, 0);
+  mAudioOutput = registerPort(name, JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput);
   mTape = std::move(samples);
 }
 
@@ -91,7 +77,7 @@ void JackPeer::renew(const std::string& name) {
   if (jack_port_t* port = mJack->jack_port_by_name(mClient, fullName(name).c_str())) {
     mJack->jack_port_unregister(mClient, port);
   }
-  mJack->jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0);
+  registerPort(name, JACK_DEFAULT_MIDI_TYPE, JackPortIsInput);
 }
 
 void JackPeer::setPeriod(int frames) {

@@ -23,6 +23,11 @@ JackTestClient::JackTestClient(const std::string& name, const char* portType)
   throw std::runtime_error("no JACK server for the test's own client");
 }
 
+jack_port_t* JackTestClient::registerPort(const std::string& name, const char* type,
+                                          unsigned long flags) {
+  return mJack->jack_port_register(mClient, name.c_str(), type, flags, 0);
+}
+
 void JackTestClient::close() {
   mJack->jack_client_close(mClient);
 }

@@ -39,18 +39,10 @@ class AudioObjectTableTest : public testing::Test {
     }
     mTable = std::make_unique<AudioObjectTable>(std::move(outsides));
   }
-  AudioObjectID number(AudioObjectPropertySelector selector, const std::string& uid = {}) {
-    std::uint32_t value = 0;
-    EXPECT_EQ(mTable->AudioObjectGetPropertyData(kAudioObjectSystemObject, {selector}, &value, uid),
-              0);
-    return value;
-  }
-  std::vector<std::uint32_t> devices() {
-    std::vector<std::uint32_t> list;
-    EXPECT_EQ(mTable->AudioObjectGetPropertyData(kAudioObjectSystemObject,
-                                                 {kAudioHardwarePropertyDevices}, &list),
-              0);
-    return list;
+  AudioObjectID deviceOf(const std::string& uid) { return deviceOfUID(*mTable, uid); }
+  template <class T = AudioObjectID>
+  T ofSystem(AudioObjectPropertySelector selector) {
+    return propertyOf<T>(*mTable, kAudioObjectSystemObject, {selector});
   }
 
   host::SimulatedHost mHost;
@@ -65,11 +57,12 @@ TEST_F(AudioObjectTableTest, TheFirstBackEndThatHasAFitDeviceGivesTheDefaultOne)
   microphone.outputs = 0;
   microphone.isPresent = false;
   make({{unfit, microphone}, {device("loop"), device("hdmi")}});
-  const AudioObjectID loop = number(kAudioHardwarePropertyDeviceForUID, "loop");
-  EXPECT_EQ(number(kAudioHardwarePropertyDefaultOutputDevice), loop);
-  EXPECT_EQ(number(kAudioHardwarePropertyDefaultInputDevice), loop);
-  EXPECT_EQ(devices().front(), loop);
-  EXPECT_EQ(devices().size(), 3U);
+  const AudioObjectID loop = deviceOf("loop");
+  EXPECT_EQ(ofSystem(kAudioHardwarePropertyDefaultOutputDevice), loop);
+  EXPECT_EQ(ofSystem(kAudioHardwarePropertyDefaultInputDevice), loop);
+  const auto devices = ofSystem<std::vector<std::uint32_t>>(kAudioHardwarePropertyDevices);
+  EXPECT_EQ(devices.front(), loop);
+  EXPECT_EQ(devices.size(), 3U);
 
   std::vector<AudioObjectPropertySelector> heard;
   const auto listener = [](AudioObjectID, const AudioObjectPropertyAddress& address, void* list) {
@@ -86,17 +79,16 @@ TEST_F(AudioObjectTableTest, TheFirstBackEndThatHasAFitDeviceGivesTheDefaultOne)
   mHost.settle();
   EXPECT_EQ(heard,
             (std::vector{kAudioHardwarePropertyDevices, kAudioHardwarePropertyDefaultInputDevice}));
-  EXPECT_EQ(number(kAudioHardwarePropertyDefaultInputDevice),
-            number(kAudioHardwarePropertyDeviceForUID, "microphone"));
-  EXPECT_EQ(number(kAudioHardwarePropertyDefaultOutputDevice), loop);
+  EXPECT_EQ(ofSystem(kAudioHardwarePropertyDefaultInputDevice), deviceOf("microphone"));
+  EXPECT_EQ(ofSystem(kAudioHardwarePropertyDefaultOutputDevice), loop);
   // Of two with one UID, that of the first back end answers to it, while it is there.
-  const AudioObjectID first = number(kAudioHardwarePropertyDeviceForUID, "hdmi");
+  const AudioObjectID first = deviceOf("hdmi");
   mBuiltins[0]->device(0).vanish();
-  const AudioObjectID second = number(kAudioHardwarePropertyDeviceForUID, "hdmi");
+  const AudioObjectID second = deviceOf("hdmi");
   EXPECT_NE(second, 0U);
   EXPECT_NE(second, first);
   mBuiltins[0]->device(0).appear();
-  EXPECT_EQ(number(kAudioHardwarePropertyDeviceForUID, "hdmi"), first);
+  EXPECT_EQ(deviceOf("hdmi"), first);
   EXPECT_EQ(mTable->serverDescription(), "in process");
 }
 
@@ -120,27 +112,31 @@ TEST_F(AudioObjectTableTest, AGraphIsOnlyWhatASingleOutputCanPull) {
   ASSERT_EQ(audio.AUGraphOpen(graph), 0);
 
   ASSERT_EQ(audio.AUGraphConnectNodeInput(graph, source, 0, filter, 0), 0);
-  EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, source, 0, output, 0),
-            kAUGraphErr_InvalidConnection);
-  EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, filter, 0, source, 0),
-            kAUGraphErr_InvalidConnection);
-  EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, output, 0, source, 0),
-            kAUGraphErr_InvalidConnection);
-  EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, filter, 1, output, 0),
-            kAUGraphErr_InvalidConnection);
+  struct Connection {
+    AUNode from;
+    std::uint32_t output;
+    AUNode to;
+  };
+  const Connection refused[] = {
+      {source, 0, output}, {filter, 0, source}, {output, 0, source}, {filter, 1, output}};
+  for (const auto& [from, bus, to] : refused) {
+    EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, from, bus, to, 0),
+              kAUGraphErr_InvalidConnection);
+  }
   EXPECT_EQ(audio.AUGraphConnectNodeInput(graph, filter, 0, 9, 0), kAUGraphErr_NodeNotFound);
   ASSERT_EQ(audio.AUGraphConnectNodeInput(graph, filter, 0, output, 0), 0);
 
   // Formats that do not fit together are found out at the latest here.
   ASSERT_EQ(audio.AUGraphNodeInfo(graph, source, &unit), 0);
-  double rate = 96000;
-  ASSERT_EQ(audio.AudioUnitSetProperty(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input,
-                                       0, &rate, sizeof rate),
-            0);
+  const auto setRate = [&](AudioUnitScope scope) {
+    const double rate = 96000;
+    ASSERT_EQ(audio.AudioUnitSetProperty(unit, kAudioUnitProperty_SampleRate, scope, 0, &rate,
+                                         sizeof rate),
+              0);
+  };
+  setRate(kAudioUnitScope_Input);
   EXPECT_EQ(audio.AUGraphInitialize(graph), kAudioUnitErr_FormatNotSupported);
-  ASSERT_EQ(audio.AudioUnitSetProperty(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output,
-                                       0, &rate, sizeof rate),
-            0);
+  setRate(kAudioUnitScope_Output);
   EXPECT_EQ(audio.AUGraphInitialize(graph), 0);
   EXPECT_EQ(audio.AudioComponentInstanceDispose(unit), kAudioUnitErr_CannotDoInCurrentContext);
   EXPECT_EQ(audio.DisposeAUGraph(graph), 0);
@@ -150,7 +146,7 @@ TEST_F(AudioObjectTableTest, AGraphIsOnlyWhatASingleOutputCanPull) {
 
 TEST_F(AudioObjectTableTest, LongCyclesComeInPiecesThatJoinWithoutASeam) {
   make({{device("long", 10000)}});
-  const AudioObjectID loop = number(kAudioHardwarePropertyDeviceForUID, "long");
+  const AudioObjectID loop = deviceOf("long");
   AudioRecorder recorder(*mTable, loop);
   AudioPlayer player(*mTable, loop);
   mHost.advance(2000 * kMs);
@@ -169,8 +165,8 @@ TEST_F(AudioObjectTableTest, LongCyclesComeInPiecesThatJoinWithoutASeam) {
 
 TEST_F(AudioObjectTableTest, AUnitFollowsItsDeviceAndItsRateAndCountsFromZeroWhenAsked) {
   make({{device("one"), device("two")}});
-  const AudioObjectID one = number(kAudioHardwarePropertyDeviceForUID, "one");
-  const AudioObjectID two = number(kAudioHardwarePropertyDeviceForUID, "two");
+  const AudioObjectID one = deviceOf("one");
+  const AudioObjectID two = deviceOf("two");
   AudioPlayer player(*mTable, one);
   AudioRecorder recorder(*mTable, two);
   std::vector<AudioUnitPropertyID> heard;
@@ -195,12 +191,9 @@ TEST_F(AudioObjectTableTest, AUnitFollowsItsDeviceAndItsRateAndCountsFromZeroWhe
   mHost.advance(100 * kMs);
   EXPECT_EQ(heard, (std::vector<AudioUnitPropertyID>{kAudioOutputUnitProperty_CurrentDevice,
                                                      kAudioDevicePropertyNominalSampleRate}));
-  double rate = 0;
-  std::uint32_t size = sizeof rate;
-  EXPECT_EQ(mTable->AudioUnitGetProperty(player.output, kAudioUnitProperty_SampleRate,
-                                         kAudioUnitScope_Output, 0, &rate, &size),
-            0);
-  EXPECT_EQ(rate, 44100);
+  EXPECT_EQ(propertyOfUnit<double>(*mTable, player.output, kAudioUnitProperty_SampleRate,
+                                   kAudioUnitScope_Output),
+            44100);
 
   // The pattern goes by the times that the callback is given.
   ASSERT_EQ(mTable->AUGraphStop(player.graph), 0);
@@ -221,27 +214,26 @@ TEST_F(AudioObjectTableTest, AUnitFollowsItsDeviceAndItsRateAndCountsFromZeroWhe
 
 TEST_F(AudioObjectTableTest, ListenersThatAreRemovedByAnotherAreNotCalled) {
   make({{device("loop")}});
-  struct Case {
+  struct Calls {
     AudioObjectTable* table;
-    int called = 0;
-  } context{mTable.get()};
+    int first = 0;
+    int second = 0;
+  } calls{mTable.get()};
   static constexpr AudioObjectPropertyAddress kList{kAudioHardwarePropertyDevices};
   static constexpr auto kSecond = [](AudioObjectID, const AudioObjectPropertyAddress&, void* self) {
-    static_cast<Case*>(self)->called += 100;
+    ++static_cast<Calls*>(self)->second;
   };
-  const auto first = [](AudioObjectID, const AudioObjectPropertyAddress&, void* self) {
-    auto& test = *static_cast<Case*>(self);
-    ++test.called;
-    test.table->AudioObjectRemovePropertyListener(kAudioObjectSystemObject, kList, kSecond, self);
+  const auto first = [](AudioObjectID system, const AudioObjectPropertyAddress&, void* self) {
+    ++static_cast<Calls*>(self)->first;
+    static_cast<Calls*>(self)->table->AudioObjectRemovePropertyListener(system, kList, kSecond,
+                                                                        self);
   };
-  ASSERT_EQ(
-      mTable->AudioObjectAddPropertyListener(kAudioObjectSystemObject, kList, first, &context), 0);
-  ASSERT_EQ(
-      mTable->AudioObjectAddPropertyListener(kAudioObjectSystemObject, kList, kSecond, &context),
-      0);
+  mTable->AudioObjectAddPropertyListener(kAudioObjectSystemObject, kList, first, &calls);
+  mTable->AudioObjectAddPropertyListener(kAudioObjectSystemObject, kList, kSecond, &calls);
   mBuiltins[0]->device().vanish();
   mHost.settle();
-  EXPECT_EQ(context.called, 1);
+  EXPECT_EQ(calls.first, 1);
+  EXPECT_EQ(calls.second, 0);
 }
 
 }  // namespace

@@ -16,69 +16,59 @@ constexpr double kPi = std::numbers::pi;
 constexpr double kCutoff = 14000;
 constexpr float kResonance = 0.70710677F;
 
-class LowPassUnitTest : public testing::Test {
- protected:
-  // A filter at a rate, fed with a signal by the number of the sample.
-  struct Filter {
-    explicit Filter(double rate, double (*signal)(double sample, double rate)) : mSignal(signal) {
-      mRate = rate;
-      const AURenderCallbackStruct callback{&Filter::feed, this};
-      EXPECT_EQ(unit.setProperty({kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0},
-                                 &callback, sizeof callback),
-                0);
-      for (const AudioUnitScope scope : {kAudioUnitScope_Input, kAudioUnitScope_Output}) {
-        EXPECT_EQ(unit.setProperty({kAudioUnitProperty_SampleRate, scope, 0}, &rate, sizeof rate),
-                  0);
-      }
-      EXPECT_EQ(unit.setParameter(kLowPassParam_CutoffFrequency, static_cast<float>(kCutoff)), 0);
-      EXPECT_EQ(unit.setParameter(kLowPassParam_Resonance, kResonance), 0);
-      EXPECT_EQ(unit.initialize(), 0);
+// A filter at a rate, fed with a signal by the number of the sample.
+struct Filter {
+  explicit Filter(double rate, double (*signal)(double sample)) : mSignal(signal) {
+    const AURenderCallbackStruct callback{&Filter::feed, this};
+    EXPECT_EQ(unit.setProperty({kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0},
+                               &callback, sizeof callback),
+              0);
+    for (const AudioUnitScope scope : {kAudioUnitScope_Input, kAudioUnitScope_Output}) {
+      EXPECT_EQ(unit.setProperty({kAudioUnitProperty_SampleRate, scope, 0}, &rate, sizeof rate), 0);
     }
-    // The first channel of so many further samples; none when the source fails.
-    std::vector<float> run(std::uint32_t frames, OSStatus result = 0) {
-      mResult = result;
-      AudioBufferList buffers;
-      buffers.mNumberBuffers = 2;
-      AudioUnitRenderActionFlags flags = 0;
-      OSStatus status = 0;
-      {
-        const host::RealtimeContext realtime;
-        status = unit.renderChecked(realtime, flags, {mNext, 0, 1}, 0, frames, &buffers);
-      }
-      EXPECT_EQ(status, result);
-      if (status != 0) {
-        return {};
-      }
-      mNext += frames;
-      return {buffers.mBuffers[0].mData, buffers.mBuffers[0].mData + frames};
+    EXPECT_EQ(unit.setParameter(kLowPassParam_CutoffFrequency, static_cast<float>(kCutoff)), 0);
+    EXPECT_EQ(unit.setParameter(kLowPassParam_Resonance, kResonance), 0);
+    EXPECT_EQ(unit.initialize(), 0);
+  }
+  // The first channel of so many further samples; none when the source fails.
+  std::vector<float> run(std::uint32_t frames, OSStatus result = 0) {
+    mResult = result;
+    AudioBufferList buffers;
+    buffers.mNumberBuffers = 1;
+    AudioUnitRenderActionFlags flags = 0;
+    OSStatus status = 0;
+    {
+      const host::RealtimeContext realtime;
+      status = unit.renderChecked(realtime, flags, {mNext, 0, 1}, 0, frames, &buffers);
     }
-    LowPassUnit unit;
+    EXPECT_EQ(status, result);
+    const std::uint32_t given = status == 0 ? frames : 0;
+    mNext += given;
+    return {buffers.mBuffers[0].mData, buffers.mBuffers[0].mData + given};
+  }
+  LowPassUnit unit;
 
-   private:
-    static OSStatus feed(const host::RealtimeContext&, void* self, AudioUnitRenderActionFlags&,
-                         const AudioTimeStamp& time, std::uint32_t, std::uint32_t frames,
-                         AudioBufferList* data) {
-      auto& filter = *static_cast<Filter*>(self);
-      for (std::uint32_t i = 0; i < frames; ++i) {
-        data->mBuffers[0].mData[i] =
-            static_cast<float>(filter.mSignal(time.mSampleTime + i, filter.mRate));
-        data->mBuffers[1].mData[i] = 0;
-      }
-      return filter.mResult;
+ private:
+  static OSStatus feed(const host::RealtimeContext&, void* self, AudioUnitRenderActionFlags&,
+                       const AudioTimeStamp& time, std::uint32_t, std::uint32_t frames,
+                       AudioBufferList* data) {
+    auto& filter = *static_cast<Filter*>(self);
+    for (std::uint32_t i = 0; i < frames; ++i) {
+      data->mBuffers[0].mData[i] = static_cast<float>(filter.mSignal(time.mSampleTime + i));
     }
-    double (*mSignal)(double, double);
-    double mRate;
-    double mNext = 0;
-    OSStatus mResult = 0;
-  };
+    return filter.mResult;
+  }
+  double (*mSignal)(double);
+  double mNext = 0;
+  OSStatus mResult = 0;
 };
 
-double impulse(double sample, double) {
+double impulse(double sample) {
   return sample == 0 ? 1 : 0;
 }
 
-TEST_F(LowPassUnitTest, ItsResponseIsThatOfTheAnalogueFilterWarpedByTheBilinearTransform) {
-  for (const double rate : {44100.0, 48000.0, 96000.0, 192000.0}) {
+TEST(LowPassUnitTest, ItsResponseIsThatOfTheAnalogueFilterWarpedByTheBilinearTransform) {
+  for (const double rate : {44100.0, 192000.0}) {
     Filter filter(rate, &impulse);
     const std::vector<float> response = filter.run(4096);
     for (const double frequency : {10.0, 1000.0, 8000.0, 14000.0, 18000.0, 21000.0}) {
@@ -95,9 +85,9 @@ TEST_F(LowPassUnitTest, ItsResponseIsThatOfTheAnalogueFilterWarpedByTheBilinearT
   }
 }
 
-TEST_F(LowPassUnitTest, ARateThatCannotCarryTheCutoffIsLeftAsItIs) {
+TEST(LowPassUnitTest, ARateThatCannotCarryTheCutoffIsLeftAsItIs) {
   for (const double rate : {22050.0, 28000.0}) {
-    Filter filter(rate, [](double sample, double) { return std::sin(sample); });
+    Filter filter(rate, [](double sample) { return std::sin(sample); });
     const std::vector<float> out = filter.run(1000);
     for (std::size_t i = 0; i < out.size(); ++i) {
       ASSERT_EQ(out[i], static_cast<float>(std::sin(static_cast<double>(i))));
@@ -105,8 +95,8 @@ TEST_F(LowPassUnitTest, ARateThatCannotCarryTheCutoffIsLeftAsItIs) {
   }
 }
 
-TEST_F(LowPassUnitTest, ACycleThatFailsLeavesItWhereItWasAndAResetClearsIt) {
-  const auto noise = [](double sample, double) { return std::sin(sample * sample); };
+TEST(LowPassUnitTest, ACycleThatFailsLeavesItWhereItWasAndAResetClearsIt) {
+  const auto noise = [](double sample) { return std::sin(sample * sample); };
   Filter whole(48000, noise);
   Filter interrupted(48000, noise);
   const std::vector<float> wanted = whole.run(200);
