@@ -5,15 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <string>
 
 #include "platform/host/SystemHost.h"
 #include "tests/platform/discovery/DiscoveryWitness.h"
-#include "tests/support/Servers.h"
+#include "tests/support/Until.h"
 
 namespace velor::discovery {
 namespace {
@@ -39,24 +37,24 @@ class AvahiDiscoveryTest : public testing::Test {
         {{"uid", std::vector<std::uint8_t>(uid.begin(), uid.end())}});
   }
   std::shared_ptr<NSNetServiceBrowser> search() {
-    auto browser = NSNetServiceBrowser::init();
-    browser->setDelegate(mWitness);
-    browser->searchForServicesOfType("_osc._udp.", "local");
-    return browser;
+    return DiscoveryWitness::search(mWitness, "_osc._udp.");
   }
-  bool until(const std::function<bool()>& condition) {
-    return test::waitFor(15, [&] {
-      mHost.mainQueue().drainPending();
-      return condition();
-    });
+  // Once it is there, and has been resolved.
+  std::shared_ptr<NSNetService> resolved(const std::string& name) {
+    EXPECT_TRUE(until([&] { return mWitness->presentOfName(name) != nullptr; }));
+    const auto found = mWitness->presentOfName(name);
+    found->setDelegate(mWitness);
+    found->resolveWithTimeout(10);
+    EXPECT_TRUE(until([&] { return mWitness->resolved.size() == 1; }));
+    return found;
   }
+  bool until(const std::function<bool()>& condition) { return test::until(mHost, 15, condition); }
   // What avahi-browse sees of the type now, a line a service.
   std::string seenByPeer() {
     const std::string path = mFolder.path().string() + "/seen-" + std::to_string(++mLooks);
     test::Process peer({"avahi-browse", "-rpt", "_osc._udp"}, mServer.environment(), path);
     EXPECT_EQ(peer.waitForEnd(15), 0);
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return test::fileContents(path);
   }
   test::Process peerThatPublishes(const std::string& name) {
     return test::Process({"avahi-publish", "-s", name, "_osc._udp", "9001", "uid=peer"},
@@ -71,27 +69,10 @@ class AvahiDiscoveryTest : public testing::Test {
   const std::shared_ptr<DiscoveryWitness> mWitness = std::make_shared<DiscoveryWitness>();
 };
 
-TEST_F(AvahiDiscoveryTest, PeersSeeWhatIsPublishedAndItsLatestTXTRecord) {
-  const auto ours = publish("1234");
-  ASSERT_TRUE(until([&] { return !mWitness->published.empty(); }));
-  const std::string line = "=;lo;IPv4;Velor-OSC;_osc._udp;local;velor-test.local;127.0.0.1;7770;";
-  EXPECT_NE(seenByPeer().find(line + "\"uid=1234\""), std::string::npos);
-  ASSERT_TRUE(ours->setTXTRecordData(record("5678")));
-  EXPECT_TRUE(test::waitFor(
-      10, [&] { return seenByPeer().find(line + "\"uid=5678\"") != std::string::npos; }));
-  ours->stop();
-  EXPECT_TRUE(
-      test::waitFor(10, [&] { return seenByPeer().find("Velor-OSC") == std::string::npos; }));
-}
-
 TEST_F(AvahiDiscoveryTest, APeersServiceIsFoundResolvedAndKeepsItsName) {
   const auto browser = search();
   auto peer = peerThatPublishes("Velor-OSC");
-  ASSERT_TRUE(until([&] { return mWitness->presentOfName("Velor-OSC") != nullptr; }));
-  const auto found = mWitness->presentOfName("Velor-OSC");
-  found->setDelegate(mWitness);
-  found->resolveWithTimeout(10);
-  ASSERT_TRUE(until([&] { return mWitness->resolved.size() == 1; }));
+  const auto found = resolved("Velor-OSC");
   EXPECT_EQ(found->port(), 9001);
   EXPECT_EQ(found->TXTRecordData(), record("peer"));
   // The test's network is its own, so its names lead nowhere from here.
@@ -113,12 +94,8 @@ TEST_F(AvahiDiscoveryTest, AServiceThatHasJustSaidGoodbyeIsNotFound) {
   before.end(SIGTERM);
   const auto ours = publish("ours");
   const auto browser = search();
-  ASSERT_TRUE(until([&] { return !mWitness->found.empty(); }));
-  const auto found = mWitness->found.front().service;
-  found->setDelegate(mWitness);
-  found->resolveWithTimeout(10);
-  ASSERT_TRUE(until([&] { return !mWitness->resolved.empty(); }));
-  EXPECT_EQ(found->TXTRecordData(), record("ours"));
+  EXPECT_EQ(resolved("Velor-OSC")->TXTRecordData(), record("ours"));
+  EXPECT_EQ(mWitness->found.size(), 1U);
   EXPECT_TRUE(mWitness->removed.empty());
 }
 
@@ -129,18 +106,18 @@ TEST_F(AvahiDiscoveryTest, AHostWithoutIPv4IsResolvedToItsOtherAddress) {
   const test::Process peer({"avahi-publish", "-s", "-H", "six.local", "Six", "_osc._udp", "9001"},
                            mServer.environment(), log);
   const auto browser = search();
-  ASSERT_TRUE(until([&] { return mWitness->presentOfName("Six") != nullptr; }));
-  const auto found = mWitness->presentOfName("Six");
-  found->setDelegate(mWitness);
-  found->resolveWithTimeout(10);
-  ASSERT_TRUE(until([&] { return !mWitness->resolved.empty(); }));
-  EXPECT_EQ(found->hostName(), "::1");
+  EXPECT_EQ(resolved("Six")->hostName(), "::1");
 }
 
-TEST_F(AvahiDiscoveryTest, WithTheSystemBusGoneAndBackPeersSeeItAgainAndItSeesThem) {
+TEST_F(AvahiDiscoveryTest, PeersSeeTheLatestTXTRecordAlsoWhenTheSystemBusIsGoneAndBack) {
   const auto ours = publish("1234");
   const auto browser = search();
   ASSERT_TRUE(until([&] { return mWitness->presentOfName("Velor-OSC") != nullptr; }));
+  const std::string line = "=;lo;IPv4;Velor-OSC;_osc._udp;local;velor-test.local;127.0.0.1;7770;";
+  EXPECT_NE(seenByPeer().find(line + "\"uid=1234\""), std::string::npos);
+  ASSERT_TRUE(ours->setTXTRecordData(record("5678")));
+  EXPECT_TRUE(test::waitFor(
+      10, [&] { return seenByPeer().find(line + "\"uid=5678\"") != std::string::npos; }));
   mServer.kill();
   mServer.killBus();
   ASSERT_TRUE(until([&] { return mWitness->present.empty(); }));
@@ -150,7 +127,10 @@ TEST_F(AvahiDiscoveryTest, WithTheSystemBusGoneAndBackPeersSeeItAgainAndItSeesTh
     return mWitness->presentOfName("Velor-OSC") != nullptr &&
            mWitness->presentOfName("Console") != nullptr;
   }));
-  EXPECT_NE(seenByPeer().find("\"uid=1234\""), std::string::npos);
+  EXPECT_NE(seenByPeer().find(line + "\"uid=5678\""), std::string::npos);
+  ours->stop();
+  EXPECT_TRUE(
+      test::waitFor(10, [&] { return seenByPeer().find("Velor-OSC") == std::string::npos; }));
 }
 
 }  // namespace

@@ -13,12 +13,10 @@
 #include "platform/host/SimulatedHost.h"
 #include "platform/host/SystemHost.h"
 #include "tests/platform/discovery/DiscoveryWitness.h"
-#include "tests/support/Servers.h"
+#include "tests/support/Until.h"
 
 namespace velor::discovery {
 namespace {
-
-constexpr std::uint64_t kMs = 1'000'000;
 
 // A service with the host that carries its time.
 struct Setting {
@@ -35,10 +33,7 @@ struct BuiltinSetting final : Setting {
   void killCarrier() override { mDiscovery.setRunning(false); }
   void startCarrier() override { mDiscovery.setRunning(true); }
   bool until(const std::function<bool()>& condition) override {
-    for (int i = 0; i < 1500 && !condition(); ++i) {
-      mHost.advance(10 * kMs);
-    }
-    return condition();
+    return test::until(mHost, 15, condition);
   }
   host::SimulatedHost mHost;
   BuiltinDiscovery mDiscovery;
@@ -54,10 +49,7 @@ struct AvahiSetting final : Setting {
   void killCarrier() override { mServer.kill(); }
   void startCarrier() override { mServer.start(); }
   bool until(const std::function<bool()>& condition) override {
-    return test::waitFor(15, [this, &condition] {
-      mHost.mainQueue().drainPending();
-      return condition();
-    });
+    return test::until(mHost, 15, condition);
   }
   test::AvahiServer mServer;
   host::SystemHost mHost;
@@ -71,8 +63,9 @@ struct DiscoveryKind {
 
 class DiscoveryContract : public testing::TestWithParam<DiscoveryKind> {
  protected:
-  std::shared_ptr<NSNetService> make(const std::string& name, std::uint16_t port = 0) {
-    auto service = NSNetService::initWithDomain("local", "_osc._udp.", name, port);
+  std::shared_ptr<NSNetService> make(const std::string& name, std::uint16_t port = 0,
+                                     const std::string& type = "_osc._udp.") {
+    auto service = NSNetService::initWithDomain("local", type, name, port);
     service->setDelegate(mWitness);
     return service;
   }
@@ -81,11 +74,8 @@ class DiscoveryContract : public testing::TestWithParam<DiscoveryKind> {
     service->publishWithOptions(0);
     return service;
   }
-  std::shared_ptr<NSNetServiceBrowser> search() {
-    auto browser = NSNetServiceBrowser::init();
-    browser->setDelegate(mWitness);
-    browser->searchForServicesOfType("_osc._udp.", "local");
-    return browser;
+  std::shared_ptr<NSNetServiceBrowser> search(const std::string& type = "_osc._udp.") {
+    return DiscoveryWitness::search(mWitness, type);
   }
   bool until(const std::function<bool()>& condition) { return mSetting->until(condition); }
   bool untilThere(const std::string& name) {
@@ -165,10 +155,7 @@ TEST_P(DiscoveryContract, ASearchTellsAllThatIsThereAtOnceAndThatMoreIsComing) {
   ASSERT_TRUE(until([&] { return mWitness->published.size() == 3; }));
   const auto browser = search();
   ASSERT_TRUE(until([&] { return !mWitness->found.empty(); }));
-  ASSERT_EQ(mWitness->found.size(), 3U);
-  EXPECT_TRUE(mWitness->found[0].moreComing);
-  EXPECT_TRUE(mWitness->found[1].moreComing);
-  EXPECT_FALSE(mWitness->found[2].moreComing);
+  EXPECT_EQ(mWitness->found, (std::vector{true, true, false}));
 }
 
 TEST_P(DiscoveryContract, WhatIsNotThereIsNotResolvedInTimeAndIsWhenItComesInTime) {
@@ -202,12 +189,9 @@ TEST_P(DiscoveryContract, WhatIsStoppedIsQuietAndWhatHasNoValidFormIsRefused) {
   make(std::string(64, 'x'), 7770)->publishWithOptions(0);  // gone before it could be told
   const auto unnamed = make("", 7770);
   unnamed->publishWithOptions(0);
-  const auto untyped = NSNetService::initWithDomain("local", "osc", "x", 7770);
-  untyped->setDelegate(mWitness);
+  const auto untyped = make("x", 7770, "osc");
   untyped->resolveWithTimeout(1);
-  const auto other = NSNetServiceBrowser::init();
-  other->setDelegate(mWitness);
-  other->searchForServicesOfType("_osc._sctp.", "local");
+  const auto other = search("_osc._sctp.");
   ASSERT_TRUE(until([&] { return mWitness->errors.size() == 3; }));
   EXPECT_EQ(mWitness->errors, std::vector<int>(3, NSNetServicesError::kBadArgument));
 }

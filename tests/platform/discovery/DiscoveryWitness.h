@@ -18,26 +18,20 @@ namespace velor::discovery {
 class DiscoveryWitness final : public NSNetServiceDelegate, public NSNetServiceBrowserDelegate {
  public:
   using ServiceRef = std::shared_ptr<NSNetService>;
-  struct Found {
-    ServiceRef service;
-    bool moreComing;
-  };
 
   void netServiceDidPublish(const ServiceRef& service) override {
     note();
     published.push_back(service->name());
   }
   void netServiceDidNotPublish(const ServiceRef&, const NSNetServicesError& error) override {
-    note();
-    errors.push_back(error.code);
+    failed(error);
   }
   void netServiceDidResolveAddress(const ServiceRef& service) override {
     note();
     resolved.push_back(service);
   }
   void netServiceDidNotResolve(const ServiceRef&, const NSNetServicesError& error) override {
-    note();
-    errors.push_back(error.code);
+    failed(error);
   }
   void netServiceDidStop(const ServiceRef&) override {
     note();
@@ -46,7 +40,7 @@ class DiscoveryWitness final : public NSNetServiceDelegate, public NSNetServiceB
   void netServiceBrowserDidFindService(NSNetServiceBrowser&, const ServiceRef& service,
                                        bool moreComing) override {
     note();
-    found.push_back({service, moreComing});
+    found.push_back(moreComing);
     present.push_back(service);
   }
   void netServiceBrowserDidRemoveService(NSNetServiceBrowser&, const ServiceRef& service,
@@ -58,8 +52,16 @@ class DiscoveryWitness final : public NSNetServiceDelegate, public NSNetServiceB
   }
   void netServiceBrowserDidNotSearch(NSNetServiceBrowser&,
                                      const NSNetServicesError& error) override {
-    note();
-    errors.push_back(error.code);
+    failed(error);
+  }
+
+  /// A search that tells the witness.
+  static std::shared_ptr<NSNetServiceBrowser> search(
+      const std::shared_ptr<DiscoveryWitness>& witness, const std::string& type) {
+    auto browser = NSNetServiceBrowser::init();
+    browser->setDelegate(witness);
+    browser->searchForServicesOfType(type, "local");
+    return browser;
   }
 
   /// Null when it is not there.
@@ -75,12 +77,16 @@ class DiscoveryWitness final : public NSNetServiceDelegate, public NSNetServiceB
   std::vector<std::string> published;
   std::vector<ServiceRef> resolved;
   std::vector<ServiceRef> present;
-  std::vector<Found> found;
+  std::vector<bool> found;  // of each, whether more was coming
   std::vector<std::string> removed;
   std::vector<int> errors;
   int stopped = 0;
 
  private:
+  void failed(const NSNetServicesError& error) {
+    note();
+    errors.push_back(error.code);
+  }
   static void note() { EXPECT_TRUE(host::current().mainQueue().isCurrent()); }
 };
 
