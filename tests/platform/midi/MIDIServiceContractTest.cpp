@@ -2,7 +2,6 @@
 // What code may rely on, whichever MIDI service is in force.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
