@@ -172,6 +172,33 @@ TEST_F(JackMIDITest, PortsAndConnectionsAreBackAfterTheServersDeathAndListsArriv
   }
 }
 
+// A jackd that is killed leaves our names for people to the ports that get our numbers.
+TEST_F(JackMIDITest, NamesThatTheServersDeathLeftBehindAreNobodyElses) {
+  open();
+  auto desk = makeDesk();
+  const MIDIEndpointRef destination = await(false, "Desk:in");
+  ASSERT_NE(destination, 0U);
+  send(destination, PacketList(0));  // makes the port of the pair
+  ASSERT_TRUE(test::waitFor(3, [&] { return !desk->ports("Velor:.*").empty(); }));
+  mServer.kill();
+  desk.reset();
+  ASSERT_TRUE(test::waitFor(3, [&] { return !mTable->isConnected(); }));
+  mServer.start();
+  test::JackPeer other("Other");
+  for (const char* name : {"a", "b", "c", "d"}) {
+    other.addInput(name);
+  }
+  other.activate();
+  for (const char* name : {"Other:a", "Other:b", "Other:c", "Other:d"}) {
+    const MIDIEndpointRef endpoint = await(false, name);
+    std::string shown;
+    EXPECT_TRUE(test::waitFor(3, [&] {
+      mTable->MIDIObjectGetStringProperty(endpoint, kMIDIPropertyDisplayName, &shown);
+      return shown == name;
+    })) << shown;
+  }
+}
+
 TEST_F(JackMIDITest, APortThatIsOpenedAgainAtOnceIsConnectedAgain) {
   test::JackPeer peer("Desk");
   peer.activate();
