@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <memory>
 
 #include "Kv-Appkit/KVShared.h"
@@ -16,7 +17,7 @@ namespace velor {
 /// it plays. What is shared by the process ends with each test.
 class MIDITest : public testing::Test {
  protected:
-  MIDITest() { midi::setService(&mTable); }
+  explicit MIDITest(std::uint64_t seed = 0) : mHost(seed) { midi::setService(&mTable); }
   ~MIDITest() override {
     KVSharedInstances::clear();
     // A parser of MTC stays until the end of its stream is told.

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kvtimecode/ltc_utils.h"
@@ -20,11 +21,7 @@ constexpr std::uint64_t kQuarterFrame = 10 * kMs;
 constexpr std::uint64_t kBlock = 8 * kQuarterFrame;
 constexpr unsigned kRate25 = 1;
 
-struct Packet {
-  std::uint64_t time;
-  std::uint8_t piece;
-  bool operator==(const Packet&) const = default;
-};
+using Packet = std::pair<std::uint64_t, std::uint8_t>;  // its time and piece
 
 class VLMTCTest : public MIDITest {
  protected:
@@ -43,16 +40,12 @@ class VLMTCTest : public MIDITest {
     make();
   }
   ~VLMTCTest() override {
-    if (mMtc != nullptr) {
-      VLMTCDispose(mMtc);
-    }
+    dispose();
     mTable.MIDIPortDispose(mPort);  // what is still on its way finds no test any more
   }
 
   void make() {
-    if (mMtc != nullptr) {
-      VLMTCDispose(mMtc);
-    }
+    dispose();
     EXPECT_EQ(VLMTCCreate(&mMtc), 0);
     midi::MIDIEndpointRef source = 0;
     EXPECT_EQ(VLMTCCreateSource(&source, "LTC Reader 1", mClient), 0);
@@ -61,12 +54,18 @@ class VLMTCTest : public MIDITest {
     VLMTCSetStateCallback(mMtc, &VLMTCTest::note, this);
   }
 
+  void dispose() {
+    if (mMtc != nullptr) {
+      VLMTCDispose(std::exchange(mMtc, nullptr));
+    }
+  }
+
   static void note(VLMTC* mtc, VLMTCState state, void* refCon) {
     auto& test = *static_cast<VLMTCTest*>(refCon);
     test.mStates += (test.mStates.empty() ? "" : " ") + stringFromFourCC(state);
     EXPECT_EQ(mtc, test.mMtc);
     if (state == test.mDisposeOn) {
-      VLMTCDispose(std::exchange(test.mMtc, nullptr));
+      test.dispose();
     }
   }
 
@@ -95,9 +94,7 @@ class VLMTCTest : public MIDITest {
         expected.push_back({start + expected.size() * quarterFrame, piece});
       }
     }
-    const auto packets = std::exchange(mPackets, {});
-    EXPECT_EQ(packets.size(), expected.size());
-    EXPECT_TRUE(packets == expected);
+    EXPECT_TRUE(std::exchange(mPackets, {}) == expected);
   }
 
   std::uint64_t now() const { return mHost.AudioGetCurrentHostTime(); }
@@ -269,26 +266,6 @@ TEST_F(VLMTCDeathTest, ANullRecordEndsTheProgramWithTheCondition) {
 }
 
 TEST_F(VLMTCTest, NothingIsSentOrToldOnceTheRecordIsDisposedOf) {
-  // Ends at each 10 ms of a life with two freewheels of 0.3 s, the second to its end.
-  for (std::uint64_t last = 0; last < 120; ++last) {
-    make();
-    VLMTCSetFreewheelTime(mMtc, 0.3);
-    for (std::uint64_t step = 0; step <= last; ++step) {
-      if (step % 8 == 0 && (step < 24 || (step >= 48 && step < 64))) {
-        readFrom(static_cast<std::int32_t>(step / 4), 1, step < last ? 10 * kMs : last % 2);
-      } else {
-        mHost.advance(step < last ? 10 * kMs : last % 2);
-      }
-    }
-    VLMTCDispose(std::exchange(mMtc, nullptr));
-    told();
-    mPackets.clear();
-    const std::uint64_t disposed = now();
-    mHost.advance(6000 * kMs);
-    EXPECT_EQ(told(), "");
-    // What was sent before waits in the service for its time, two blocks at most.
-    EXPECT_TRUE(mPackets.empty() || mPackets.back().time < disposed + 2 * kBlock);
-  }
   mLatest = 2 * kBlock;  // of a freewheel from before a time that was not sent
   for (const VLMTCState state :
        {kVLMTCDidStartReading, kVLMTCDidChangeFramerate, kVLMTCDidStartFreewheel,
@@ -301,8 +278,12 @@ TEST_F(VLMTCTest, NothingIsSentOrToldOnceTheRecordIsDisposedOf) {
     }
     EXPECT_EQ(mMtc, nullptr) << "disposed of in the report " << stringFromMTCState(state);
     told();
+    mPackets.clear();
+    const std::uint64_t disposed = now();
     mHost.advance(6000 * kMs);
     EXPECT_EQ(told(), "");
+    // What was sent before waits in the service for its time, two blocks at most.
+    EXPECT_TRUE(mPackets.empty() || mPackets.back().first < disposed + 2 * kBlock);
   }
 }
 
