@@ -3,14 +3,12 @@
 // what the sender said, at the time at which it said it.
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <map>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "tests/velor/clock/ClockFixture.h"
-#include "tests/velor/mtc/MTCPackets.h"
 
 namespace velor {
 namespace {
@@ -36,11 +34,10 @@ class VLClockFaults : public ClockFixture, public testing::WithParamInterface<st
   }
 
   static std::string text(unsigned frame) {
-    char buffer[16];
     const unsigned seconds = frame / 25;
-    std::snprintf(buffer, sizeof buffer, "%02u:%02u:%02u:%02u", seconds / 3600 % 24,
-                  seconds / 60 % 60, seconds % 60, frame % 25);
-    return buffer;
+    return digits(
+        at(static_cast<std::int32_t>(seconds / 3600), static_cast<std::int32_t>(seconds / 60 % 60),
+           static_cast<std::int32_t>(seconds % 60), static_cast<std::int32_t>(frame % 25)));
   }
 
   enum class Fault { none, lost, doubled, swapped, backward, otherFormat, cut9, cut11 };

@@ -6,7 +6,6 @@
 #include <random>
 
 #include "tests/velor/clock/ClockFixture.h"
-#include "tests/velor/mtc/MTCPackets.h"
 
 namespace velor {
 namespace {
@@ -113,12 +112,7 @@ class VLClockWalk : public ClockFixture, public testing::WithParamInterface<std:
                                                      kSMPTETimeType2997Drop, kSMPTETimeType30};
     const bool follows = mStatus != VLClockStopped && mStatus != VLClockRolling;
     const bool canStop = canStopByItself();
-    for (unsigned block = 0; block < 3; ++block) {
-      for (const std::uint8_t byte : quarterFrames(2, 3, 4, block * 2, rate)) {
-        mOutside->play(mSource->endpoint(), mHost.AudioGetCurrentHostTime(), {0xF1, byte});
-        mHost.advance(10 * kMs);
-      }
-    }
+    playBlocks(mHost, *mOutside, mSource->endpoint(), 3, 4, rate);
     if (!follows) {
       noteStop(canStop);
     } else if (kTypes[rate] != clock().smpteFormat()) {
