@@ -30,17 +30,12 @@ std::shared_ptr<VLLTCReader> decoded(const std::string& document) {
 }
 
 TEST(VLLTCReaderTest, WhatOneClockPlaysAnotherReadsWithDigitsUserBitsRateAndPhase) {
-  struct Case {
-    std::uint32_t type;
-    double sampleRate;
-    double playedPPM;
-    double heardPPM;
-  };
+  using Case = LTCLoop::Parameters;
   for (const Case& each :
        {Case{kSMPTETimeType25, 48000, 0, 0}, Case{kSMPTETimeType24, 48000, 100, -100},
         Case{kSMPTETimeType2398, 44100, -100, 100}, Case{kSMPTETimeType2997Drop, 96000, 50, -100},
         Case{kSMPTETimeType30, 44100, -100, -100}}) {
-    LTCLoop loop({each.type, each.sampleRate, each.playedPPM, each.heardPPM});
+    LTCLoop loop(each);
     SCOPED_TRACE(testing::Message() << each.type << " at " << each.sampleRate);
     loop.generator->setUserbits(0x89ABCDEF);
     loop.listen();
