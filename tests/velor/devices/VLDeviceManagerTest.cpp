@@ -40,18 +40,10 @@ class VLDeviceManagerTest : public DeviceFixture {
   int mMade = 0;
 };
 
-TEST_F(VLDeviceManagerTest, BeginsWithWhatIsThereAndEverythingIsSwitchedOff) {
-  appear("desk");
-  appear("lamp");
-  EXPECT_EQ(listed(), (Listed{"-desk", "-lamp"}));
-  EXPECT_TRUE(manager().devices().empty());
-  EXPECT_TRUE(mLog.has("add destination device desk"));
-  EXPECT_TRUE(mLog.has("add destination device lamp"));
-}
-
 TEST_F(VLDeviceManagerTest, TheListKeepsInStepAndWhoStaysKeepsItsDevice) {
   const auto desk = appear("desk");
   observe();
+  EXPECT_TRUE(mLog.has("add destination device desk"));
   const auto deskDevice = destinationOf(desk);
   const auto lamp = appear("lamp");
   EXPECT_EQ(listed(), (Listed{"-desk", "-lamp"}));
@@ -205,10 +197,7 @@ TEST_F(VLDeviceManagerTest, AMediaWindowsInputIsSwitchedOnOnceItIsThere) {
   KVMIDIEndpoint(third).dispose();
   core().resyncDeviceList();
   manager().destinationsChanged();
-  const auto before =
-      mLog.count("Timecode Destination Device: player 3 [1836084345] did enable transmit");
   mHost.settle();
-  EXPECT_EQ(before, 0);
   EXPECT_EQ(mLog.count("Timecode Destination Device: player 3 [1836084345] did enable transmit"),
             0);
   EXPECT_EQ(listed(), Listed{});
