@@ -17,7 +17,7 @@
 #include "platform/discovery/builtin/BuiltinDiscovery.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/velor/devices/LoopbackFixture.h"
-#include "tests/velor/mtc/MTCPackets.h"
+#include "tests/velor/mtc/MTCOnWire.h"
 
 namespace velor {
 
@@ -117,11 +117,7 @@ class AppFixture : public LoopbackFixture {
     discovery::setService(&mDiscovery);
   }
   ~AppFixture() override {
-    clock().stop();
-    mHost.settle();
-    mApp.reset();
-    KVSharedInstances::clear();
-    mHost.settle();
+    end();
     discovery::setService(nullptr);
     setUDPNetwork(nullptr);
   }
@@ -166,13 +162,7 @@ class AppFixture : public LoopbackFixture {
   /// Blocks of MTC from 01:00:SS:00 on.
   void playBlocks(const KVMIDIEndpoint& source, int blocks, unsigned seconds,
                   unsigned rate = kRate25) {
-    for (int block = 0; block < blocks; ++block) {
-      for (const std::uint8_t byte :
-           quarterFrames(1, 0, seconds, static_cast<unsigned>(block) * 2, rate)) {
-        mOutside->play(source.endpoint(), mHost.AudioGetCurrentHostTime(), {0xF1, byte});
-        mHost.advance(kFrame25 / 4);
-      }
-    }
+    velor::playBlocks(mHost, *mOutside, source.endpoint(), blocks, seconds, rate);
   }
 
   void goTo(const std::string& text) {

@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/store/KeyedArchiveLimits.h"
 #include "tests/velor/app/FullDocument.h"
 
 namespace velor {
@@ -19,26 +18,17 @@ using Pointer = Json::json_pointer;
 
 constexpr int kVariantsOfAPart = 100;
 
-// Stands in for what the writer of JSON would not write.
+// Stands in for a number that the writer of JSON would not write.
 constexpr const char* kMark = "@@mark@@";
-constexpr const char* kFirstKey = "@@first@@";
-constexpr const char* kSecondKey = "@@second@@";
-
-std::string replaced(std::string text, const std::string& what, const std::string& by) {
-  const std::size_t at = text.find(what);
-  EXPECT_NE(at, std::string::npos);
-  return text.replace(at, what.size(), by);
-}
 
 // One damage of a document, the same for the same seed.
 class Damage {
  public:
   Damage(const std::string& document, unsigned seed) : mRandom(seed), mText(document) {
     mJson = Json::parse(document);
-    void (Damage::*const kinds[])() = {&Damage::wrongType, &Damage::cutBlock, &Damage::cutFile,
-                                       &Damage::badClass,  &Damage::keyTwice, &Damage::tooDeep,
-                                       &Damage::tooMuch,   &Damage::badUTF8,  &Damage::badNumber,
-                                       &Damage::badTime,   &Damage::badRate};
+    void (Damage::*const kinds[])() = {&Damage::wrongType, &Damage::cutBlock,  &Damage::cutFile,
+                                       &Damage::badClass,  &Damage::badNumber, &Damage::badTime,
+                                       &Damage::badRate};
     (this->*kinds[seed % std::size(kinds)])();
   }
 
@@ -49,12 +39,6 @@ class Damage {
   bool isFatal() const { return mIsFatal; }
 
  private:
-  template <class Accept>
-  std::vector<Pointer> places(Accept accept) const {
-    std::vector<Pointer> found;
-    collect(mJson, Pointer(), accept, found);
-    return found;
-  }
   template <class Accept>
   static void collect(const Json& value, const Pointer& at, const Accept& accept,
                       std::vector<Pointer>& found) {
@@ -79,7 +63,8 @@ class Damage {
   }
   template <class Accept>
   Json& any(Accept accept) {
-    const auto found = places(accept);
+    std::vector<Pointer> found;
+    collect(mJson, Pointer(), accept, found);
     const Pointer& at = found[below(found.size())];
     mTold += at.to_string();
     return mJson[at];
@@ -92,14 +77,11 @@ class Damage {
   void wrongType() {
     mTold = "a value of another type at ";
     Json& value = any([](const Json&, const Pointer&) { return true; });
-    const Json others[] = {Json(5), Json(true), Json("text"), Json::array({1}),
-                           Json::object({{"a", 1}})};
-    const auto isNumber = [](const Json& each) { return each.is_number(); };
-    const Json* other = nullptr;
-    do {
-      other = &others[below(std::size(others))];
-    } while (other->type() == value.type() || (isNumber(*other) && isNumber(value)));
-    value = *other;
+    std::vector<Json> others = {5, true, "text", Json::array({1}), {{"a", 1}}};
+    std::erase_if(others, [&value](const Json& other) {
+      return other.type() == value.type() || (other.is_number() && value.is_number());
+    });
+    value = others[below(others.size())];
     write(true);
   }
   void cutBlock() {
@@ -118,51 +100,10 @@ class Damage {
   void badClass() {
     mTold = "another class at ";
     Json& value = any([](const Json&, const Pointer& at) { return at.back() == "$class"; });
-    const char* const names[] = {"Nothing", "", "VLMarker", "KVSMPTETime", "VLClock"};
-    std::string name;
-    do {
-      name = names[below(std::size(names))];
-    } while (value == name);
-    value = name;
+    std::vector<Json> names = {"Nothing", "", "VLMarker", "KVSMPTETime", "VLClock"};
+    std::erase(names, value);
+    value = names[below(names.size())];
     write(true);
-  }
-  void keyTwice() {
-    mTold = "a key twice in ";
-    Json& object = any([](const Json& each, const Pointer&) { return each.is_object(); });
-    const auto member = std::next(object.items().begin(), static_cast<int>(below(object.size())));
-    const std::string key = member.key();
-    object[kFirstKey] = 1;
-    object[kSecondKey] = 2;
-    write(true);
-    mText = replaced(replaced(mText, kFirstKey, key), kSecondKey, key);
-  }
-  void tooDeep() {
-    mTold = "too deep at ";
-    any([](const Json&, const Pointer&) { return true; }) = kMark;
-    write(true);
-    const std::size_t depth = store::KeyedArchiveLimits::kDepth + below(200'000);
-    mText = replaced(mText, "\"" + std::string(kMark) + "\"",
-                     std::string(depth, '[') + std::string(depth, ']'));
-  }
-  void tooMuch() {
-    mTold = "too much at ";
-    Json& value = any([](const Json&, const Pointer&) { return true; });
-    if (below(2) == 0) {
-      value = std::string(store::KeyedArchiveLimits::kStringBytes + 1, 'x');
-    } else {
-      value = Json::object();
-      for (std::size_t i = 0; i <= store::KeyedArchiveLimits::kKeysOfAnObject; ++i) {
-        value.get_ref<Json::object_t&>().emplace_back(std::to_string(i), 1);
-      }
-    }
-    write(true);
-  }
-  void badUTF8() {
-    mTold = "bad UTF-8 at ";
-    any([](const Json& each, const Pointer&) { return each.is_string(); }) = kMark;
-    write(true);
-    const char* const bad[] = {"\xFF", "\xC3(", "\xED\xA0\x80", "\xC0\x80", "\xF5\x80\x80\x80"};
-    mText = replaced(mText, kMark, bad[below(std::size(bad))]);
   }
   void badNumber() {
     mTold = "another number at ";
@@ -170,8 +111,7 @@ class Damage {
     const char* const numbers[] = {"1e400",      "-1",   "2147483648", "9223372036854775808",
                                    "1e-310",     "-0.0", "1e300",      "-2147483648",
                                    "4294967295", "0.5",  "6",          "99999999999999999999999"};
-    const std::string number = numbers[below(std::size(numbers))];
-    put(number);
+    put(numbers[below(std::size(numbers))]);
   }
   // Which is taken over where there is no sync source.
   void badRate() {
@@ -184,7 +124,8 @@ class Damage {
   void put(const std::string& number) {
     mTold += " " + number;
     write(number == "1e400");
-    mText = replaced(mText, "\"" + std::string(kMark) + "\"", number);
+    const std::string mark = "\"" + std::string(kMark) + "\"";
+    mText.replace(mText.find(mark), mark.size(), number);
   }
   // Of the right length, with bytes that no time has.
   void badTime() {
@@ -299,7 +240,7 @@ TEST_P(DamagedDocumentTest, IsToldByItsPlaceAndTheNextWholeOneOpensAsEver) {
     EXPECT_EQ(saved(), mDocument);
     ASSERT_FALSE(HasFailure());
   }
-  EXPECT_GT(refused, kVariantsOfAPart * 3 / 4);
+  EXPECT_GT(refused, kVariantsOfAPart / 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(Parts, DamagedDocumentTest, testing::Range(0, 10));

@@ -32,16 +32,15 @@ class VLApplicationStateTest : public AppFixture {
 
 TEST_F(FullDocument, AnotherRunComesBackWithAllThatWasSet) {
   EXPECT_EQ(app().applicationWillTerminate(), "");
-  std::vector<std::string> keys;
+  std::string keys;
   const Json last = Json::parse(contents(folders().data() / "laststate.velor"));
-  for (auto member = last.begin(); member != last.end(); ++member) {
-    keys.push_back(member.key());
+  for (const auto& member : last.items()) {
+    keys += member.key() + " ";
   }
   EXPECT_EQ(keys,
-            (std::vector<std::string>{
-                "time", "offset", "stoptime", "loopStart", "loopEnd", "tc.type", "prerollTime",
-                "preroll", "playbackRate", "playbackMode", "appVersion", "syncSource", "markers",
-                "selectedmarkerIndexes", "devices.manager", "destinations.manager"}));
+            "time offset stoptime loopStart loopEnd tc.type prerollTime preroll playbackRate "
+            "playbackMode appVersion syncSource markers selectedmarkerIndexes devices.manager "
+            "destinations.manager ");
 
   launch();
   EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType30);
@@ -60,6 +59,8 @@ TEST_F(FullDocument, AnotherRunComesBackWithAllThatWasSet) {
                                                  "03:00:00:00 Marker 3", "04:00:00:00 Marker 2",
                                                  "05:00:00:00 Marker 1"}));
   EXPECT_EQ(app().markers().controller().selectionIndexes(), (std::set<std::size_t>{1, 3}));
+  EXPECT_EQ(app().markers().controller().arrangedObjects()[0]->uuid(),
+            Json::parse(mDocument)["markers"][0]["uuid"]);
   EXPECT_EQ(listed(), (Listed{"+desk", "-lamp", "-LTC Generator 1"}));
   EXPECT_EQ(manager().devices().size(), 2U);
   EXPECT_FALSE(app().undoManager().canUndo());
@@ -87,7 +88,7 @@ TEST_F(VLApplicationStateTest, WithoutASyncSourceTheRateIsRestoredAndZeroMeansNo
   EXPECT_EQ(clock().status(), VLClockStopped);
 }
 
-TEST_F(VLApplicationStateTest, WhatAFileDoesNotSayStaysAndNoFormatIs24) {
+TEST_F(VLApplicationStateTest, WhatAFileDoesNotSayStaysNoFormatIs24AndOneThatIsNoneIsTold) {
   clock().setSmpteFormat(kSMPTETimeType24);
   goTo("00:00:01:00");
   app().addMarker();
@@ -99,17 +100,12 @@ TEST_F(VLApplicationStateTest, WhatAFileDoesNotSayStaysAndNoFormatIs24) {
   EXPECT_TRUE(load(document));
   EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType24);
   EXPECT_EQ(markers(), (std::vector<std::string>{"00:00:01:00 Marker 1"}));
-}
-
-TEST_F(VLApplicationStateTest, AFormatOrPlayModeThatIsNoneIsToldAndTheRestOpens) {
-  goTo("00:00:09:00");
-  Json document = saved();
   document["tc.type"] = 99;
   document["playbackMode"] = 1717986918;
   goTo("00:00:10:00");
   EXPECT_TRUE(load(document)) << app().state().error();
-  EXPECT_EQ(now(), "00:00:09:00");
-  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType25);
+  EXPECT_EQ(now(), "00:00:01:00");
+  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType24);
   EXPECT_TRUE(mLog.has("tc.type: 99 is no format"));
   EXPECT_TRUE(mLog.has("playbackMode: 1717986918 is no play mode"));
 }
@@ -133,9 +129,7 @@ TEST_F(VLApplicationStateTest, WhatIsNoDocumentChangesNothingAndIsToldWithItsPla
     EXPECT_NE(app().state().error().find(reason), std::string::npos) << app().state().error();
   };
   refuses(mFolder.path() / "missing.velor", "missing.velor");
-  refuses(mFolder.path(), "no file with contents");
   refuses(write("empty.velor", ""), "line 1");
-  refuses(write("foreign.velor", "RIFF....WAVE"), "line 1");
   refuses(write("list.velor", "[1, 2]"), "object");
   std::filesystem::resize_file(write("huge.velor", "{"), std::uintmax_t{1} << 40U);
   refuses(mFolder.path() / "huge.velor", "huge.velor");
@@ -160,8 +154,6 @@ TEST_F(VLApplicationStateTest, ADamagedValueEndsTheReadingAndLeavesTheDefaultFor
   isDamaged("offset", {{"$base64", "AAAA"}}, "offset");
   isDamaged("offset", {{"$base64", "AABQAAAAAAABAAAAAQAAAAAAAAAAAAAA"}}, "");  // of 25
   isDamaged("time", {{"$base64", "AABQAAAAAACHAAAAAQAAAAAAAAAAAAAA"}}, "time");
-  isDamaged("markers", "none", "markers");
-  isDamaged("tc.type", "30", "tc.type");
   isDamaged("playbackRate", -1e-320, "");
   EXPECT_TRUE(load(document));
   EXPECT_EQ(markers(), (std::vector<std::string>{"00:00:10:00 Marker 1"}));

@@ -22,10 +22,6 @@ class VLInspectTest : public FullDocument {
     end();
     return VLInspectDocument(document);
   }
-  Json& damaged() {
-    mJson = Json::parse(mDocument);
-    return mJson;
-  }
   // A record of a time as it is stored: two words, a counter, the format, the flags and
   // the four fields.
   static Json block(std::uint8_t format, std::uint8_t flags, std::uint8_t hours,
@@ -36,8 +32,6 @@ class VLInspectTest : public FullDocument {
     coder.encodeBytes(bytes, "time");
     return Json::parse(coder.data())["time"];
   }
-
-  Json mJson;
 };
 
 TEST_F(VLInspectTest, AWholeDocumentIsToldWithoutAProblemAndNothingInItIsUnknown) {
@@ -73,7 +67,6 @@ TEST_F(VLInspectTest, EachFaultIsToldByItsPlaceAndTheRestIsStillTold) {
       {[](Json& d) { d["stoptime"] = 5; }, "stoptime: expected a byte block, found the number 5"},
       {[](Json& d) { d["loopEnd"] = d["time"]; }, "loopEnd: it is before the start of the loop"},
       {[](Json& d) { d["playbackMode"] = 7; }, "playbackMode: 7 is no play mode"},
-      {[](Json& d) { d["playbackRate"] = 0; }, "playbackRate: 0 is no rate"},
       {[](Json& d) { d["playbackRate"] = 1e-310; }, "playbackRate: 1e-310 is no rate"},
       {[](Json& d) { d["prerollTime"] = -1; }, "prerollTime: -1 is out of range (0 to 60)"},
       {[](Json& d) { d["preroll"] = "on"; }, "preroll: expected a bool, found a string"},
@@ -96,7 +89,7 @@ TEST_F(VLInspectTest, EachFaultIsToldByItsPlaceAndTheRestIsStillTold) {
        "destinations.manager[0].enabled.device: expected a bool, found the number 1"},
   };
   for (const Case& each : cases) {
-    Json& document = damaged();
+    Json document = Json::parse(mDocument);
     each.damage(document);
     const auto found = inspected(document.dump());
     ASSERT_FALSE(found.problems.empty()) << each.problem;
@@ -122,7 +115,7 @@ TEST_F(VLInspectTest, WhatARunLeavesOfWhatARunHasLeftHasNoProblem) {
 }
 
 TEST_F(VLInspectTest, WhatIsNotKnownIsToldAsKeptAndANameCannotMoveTheTerminal) {
-  Json& document = damaged();
+  Json document = Json::parse(mDocument);
   document["later"] = 1;
   document["markers"][1]["colour"] = "red";
   document["markers"][1]["name"] = "a\x1b[2Jb";
