@@ -525,13 +525,14 @@ std::optional<std::filesystem::path> VLAppDelegate::lastStateFile() const {
 // The end writes over it, so that what cannot be read is kept beside it.
 void VLAppDelegate::openLastState(const std::filesystem::path& path) {
   std::error_code error;
-  if (loadApplicationStateFromURL(path) || !std::filesystem::exists(path, error)) {
+  const bool isWhole = loadApplicationStateFromURL(path) && mState.error().empty();
+  if (isWhole || !std::filesystem::exists(path, error)) {
     return;
   }
   const auto aside = path.parent_path() / kDamagedStateName;
-  std::filesystem::rename(path, aside, error);
-  mLastStateError =
-      mState.error() + (error ? "; the file stays" : "; the file is kept as " + aside.string());
+  std::filesystem::copy_file(path, aside, std::filesystem::copy_options::overwrite_existing, error);
+  mLastStateError = mState.error() + (error ? "; the file cannot be kept: " + error.message()
+                                            : "; the file is kept as " + aside.string());
   VELOR_LOG_WARNING("%s", mLastStateError.c_str());
 }
 
@@ -559,7 +560,11 @@ void VLAppDelegate::saveDocument() {
 void VLAppDelegate::openDocument() {
   window->beginOpenPanel(kFileType, [weak = weak_from_this()](const std::filesystem::path& path) {
     const auto self = weak.lock();
-    if (self != nullptr && !path.empty() && !self->loadApplicationStateFromURL(path)) {
+    if (self == nullptr || path.empty()) {
+      return;
+    }
+    self->loadApplicationStateFromURL(path);
+    if (!self->mState.error().empty()) {
       self->window->presentError(self->mState.error());
     }
   });

@@ -131,7 +131,7 @@ class VLAppDelegate final : public KVObservable,
   /// which what stood before the damage is taken over; the log tells why.
   bool loadApplicationStateFromURL(const std::filesystem::path& path);
   void setupApplicationDefaultState();
-  /// Why the file that was to be opened was not, for people.
+  /// Why the file that was to be opened was not, or which part of it, for people.
   const std::string& openError() const noexcept { return mOpenError; }
   /// Why what the last run left was not taken over, or not whole, and where it is kept
   /// now; empty when it was, or when there is none.

@@ -134,6 +134,8 @@ bool VLApplicationState::loadFromURL(const std::filesystem::path& path) {
     return false;
   }
   VELOR_LOG_INFO("did load application state from %s", path.c_str());
+  const std::string devices = VLDeviceManager::sharedManager().decodeError();
+  mError = devices.empty() ? "" : path.string() + ": " + devices;
   return true;
 }
 

@@ -33,7 +33,8 @@ class VLApplicationState {
   /// False for what is no document, which changes nothing, and for a damaged one, of
   /// which what stood before the damage is taken over.
   bool loadFromURL(const std::filesystem::path& path);
-  /// Why the last one failed, for people; the log has it too.
+  /// Why the last one failed, or which part of a document was left out, for people; the
+  /// log has it too.
   const std::string& error() const noexcept { return mError; }
 
   /// The document. None when it would be over the limits.

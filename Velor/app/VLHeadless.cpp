@@ -203,6 +203,9 @@ int VLHeadlessRun(const VLOptions& options) {
   if (options.file && !app->didLoadFileAtStartup()) {
     return fail(kFailureStatus, app->openError());
   }
+  if (!app->openError().empty()) {
+    window->presentError(app->openError());
+  }
   if (options.recover) {
     if (!app->recovery().leftBehind()) {
       return fail(kUsageStatus, "--recover: no run was cut off");

@@ -281,21 +281,29 @@ void VLDeviceManager::encodeState(store::KeyedArchiver& coder) const {
 }
 
 void VLDeviceManager::decodeState(store::KeyedUnarchiver& coder) {
-  constexpr const char* kFailed = "exception decoding state of device manager: %s";
   const std::lock_guard lock(mLock);
   _inStateRestauration = true;
+  mDecodeError.clear();
   try {
     restoreDevices(coder);
     restoreDestinations(coder);
   } catch (const KVException& exception) {
-    VELOR_LOG_ERROR(kFailed, exception.what());
+    mDecodeError = exception.what();
   } catch (const store::KeyedArchiveError& error) {
-    VELOR_LOG_ERROR(kFailed, error.what());
+    mDecodeError = error.what();
   } catch (...) {
     _inStateRestauration = false;
     throw;
   }
   _inStateRestauration = false;
+  if (!mDecodeError.empty()) {
+    VELOR_LOG_ERROR("exception decoding state of device manager: %s", mDecodeError.c_str());
+  }
+}
+
+std::string VLDeviceManager::decodeError() const {
+  const std::lock_guard lock(mLock);
+  return mDecodeError;
 }
 
 void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {

@@ -83,6 +83,8 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   /// switched on is switched on here. A failure of the MIDI service or a value that
   /// is not what it should be is logged, and leaves what was done until then.
   void decodeState(store::KeyedUnarchiver& coder);
+  /// Why the last one was not done to its end, for people; empty when it was.
+  std::string decodeError() const;
 
  private:
   friend class KVShared<VLDeviceManager>;
@@ -108,6 +110,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   unsigned mReaders = 0;     // made so far
   std::set<midi::MIDIUniqueID> mEnabledWhenBack;
   bool _inStateRestauration = false;
+  std::string mDecodeError;
 
   // What others hold weakly; it owns nothing.
   const std::shared_ptr<VLDeviceManager> mSelf;

@@ -231,8 +231,11 @@ TEST_F(VLApplicationStateTest, WhatTheLastRunLeftIsKeptWhereItCannotBeRead) {
   const auto last = folders().data() / "laststate.velor";
   const auto aside = folders().data() / "laststate.damaged.velor";
   Json document = Json::parse(contents(last));
+  Json laterDevice = document;
+  laterDevice["devices.manager"].push_back({{"$class", "VLDeviceOfLater"}});
   document["offset"] = 3;
-  for (const std::string& damaged : {document.dump(), std::string("{"), std::string()}) {
+  for (const std::string& damaged :
+       {document.dump(), laterDevice.dump(), std::string("{"), std::string()}) {
     std::ofstream(last) << damaged;
     launch();
     for (const char* told : {last.c_str(), aside.c_str()}) {
