@@ -7,7 +7,6 @@
 #include <cstring>
 #include <functional>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -62,13 +61,7 @@ TEST(KVSMPTETime, SettersCarryOverOneByOneAndMakeTheTimeValid) {
   EXPECT_EQ(time.stringValue(), "01:00:59:05");
   time.setHours(0x10002);  // 16 bits of it
   EXPECT_EQ(time.stringValue(), "02:00:59:05");
-}
-
-TEST(KVSMPTETime, AFormatKeepsTheRealTimeAndOneThatIsNoneEndsTheProgram) {
-  const auto time = with("01:00:00:00", kSMPTETimeType25);
-  time->setType(kSMPTETimeType2997);
-  EXPECT_EQ(time->stringValue(), "00:59:56:11");
-  EXPECT_DEATH(time->setType(6), "attempting to set an invalid format");
+  EXPECT_DEATH(time.setType(6), "attempting to set an invalid format");
 }
 
 TEST(KVSMPTETime, ATextWithoutATimeMakesItUnknownUntilItIsCopiedOrSet) {
@@ -115,70 +108,24 @@ TEST(KVSMPTETime, SecondsAreAddedInItsOwnFormatAndCutToFrames) {
   EXPECT_EQ(with("00:59:59;29", 2)->addSeconds(0.04).stringValue(), "01:00:00;00");
 }
 
-// The hash on rows of characters, the highest bit first.
-using Word = std::string;
-
-Word bitsOf(std::int32_t value) {
-  Word word;
-  for (std::int64_t weight = std::int64_t{1} << 31; weight != 0; weight /= 2) {
-    word += (value & weight) != 0 ? '1' : '0';
-  }
-  return word;
-}
-
-Word either(const Word& a, const Word& b) {
-  Word word;
-  for (std::size_t i = 0; i < 32; ++i) {
-    word += a[i] == '1' || b[i] == '1' ? '1' : '0';
-  }
-  return word;
-}
-
-// Moved up by whole bytes; what is above falls off.
-Word up(const Word& word, std::size_t bytes) {
-  return word.substr(8 * bytes) + Word(8 * bytes, '0');
-}
-
-std::uint32_t hashOf(const SMPTETime& t) {
-  const Word flags = bitsOf(static_cast<std::int32_t>(t.mFlags));
-  const Word type = bitsOf(static_cast<std::int32_t>(t.mType));
-  const Word subframes = bitsOf(t.mSubframes);
-  const Word place = either(either(up(bitsOf(t.mMinutes), 3), up(bitsOf(t.mHours), 2)), type);
-  const Word fine = either(up(bitsOf(t.mFrames), 2), bitsOf(t.mSeconds));
-  const Word part = either(up(bitsOf(t.mSubframeDivisor), 2), subframes);
-  const Word a = flags.substr(17) + flags.substr(0, 17);
-  const Word b = type.substr(27) + place.substr(0, 27);
-  const Word c = fine.substr(3) + fine.substr(0, 3);
-  const Word d = subframes.substr(19) + part.substr(0, 19);
-  std::uint32_t hash = 0;
-  for (std::size_t i = 0; i < 32; ++i) {
-    hash = hash * 2 + static_cast<std::uint32_t>(a[i] + b[i] + c[i] + d[i]) % 2;
-  }
-  return hash;
-}
-
 TEST(KVSMPTETime, TheHashMixesAllFieldsButTheCounter) {
   // 25, valid, 01:02:03:04: flags 1 << 17, ((2 << 24 | 1 << 16 | 1) >> 5) + (1 << 27),
   // (4 << 16 | 3) << 3, (80 << 16) >> 13.
   EXPECT_EQ(with("01:02:03:04", kSMPTETimeType25)->hash(),
             0x00020000U ^ 0x08100800U ^ 0x00200018U ^ 0x00000280U);
   EXPECT_EQ(KVSMPTETime().hash(), 0U);
-  std::mt19937 random(8);
-  for (int i = 0; i < 2000; ++i) {
-    SMPTETime time;
-    const auto any = [&random] { return static_cast<std::int16_t>(random()); };
-    const auto anyWord = [&random] { return static_cast<std::uint32_t>(random()); };
-    time.mSubframes = any();
-    time.mSubframeDivisor = any();
-    time.mCounter = anyWord();
-    time.mType = anyWord();
-    time.mFlags = anyWord();
-    time.mHours = any();
-    time.mMinutes = any();
-    time.mSeconds = any();
-    time.mFrames = any();
-    ASSERT_EQ(KVSMPTETime::smpteTimeWithTime(time)->hash(), hashOf(time)) << i;
-  }
+  // Negative fields fill the bits above them.
+  SMPTETime time;
+  time.mSubframes = -2;
+  time.mSubframeDivisor = 80;
+  time.mCounter = 77;
+  time.mType = 0x89ABCDEF;
+  time.mFlags = 0xC0000001;
+  time.mHours = -1;
+  time.mMinutes = 259;
+  time.mSeconds = -300;
+  time.mFrames = 12345;
+  EXPECT_EQ(KVSMPTETime::smpteTimeWithTime(time)->hash(), 0x7FF47737U);
 }
 
 TEST(KVSMPTETime, TheTextIsAnnouncedWithHoursMinutesAndSecondsButNotWithFrames) {

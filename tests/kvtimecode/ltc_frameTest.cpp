@@ -3,15 +3,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <ltc.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <memory>
 #include <random>
 #include <set>
@@ -33,27 +30,6 @@ using UserBytes = PublishedUserBytes;
 constexpr std::array<std::uint32_t, 7> kTypes = {
     kSMPTETimeType24,   kSMPTETimeType25,       kSMPTETimeType30Drop, kSMPTETimeType30,
     kSMPTETimeType2997, kSMPTETimeType2997Drop, kSMPTETimeType2398};
-
-// Real rates, as fractions.
-struct Rate {
-  int frames;
-  int seconds;
-};
-Rate rateOf(std::uint32_t type) {
-  switch (type) {
-    case kSMPTETimeType24:
-      return {24, 1};
-    case kSMPTETimeType25:
-      return {25, 1};
-    case kSMPTETimeType2997:
-    case kSMPTETimeType2997Drop:
-      return {2997, 100};
-    case kSMPTETimeType2398:
-      return {24000, 1001};
-    default:
-      return {30, 1};
-  }
-}
 
 struct Free {
   void operator()(ltc_frame* frame) const { ltc_frame_destroy(frame); }
@@ -109,19 +85,23 @@ TEST(LTCFrameBits, EachFrameOfADayIsThePublishedOneAndIsReadBack) {
         byte = static_cast<std::uint8_t>(random());
       }
       const Bits expected = publishedLTC(time, user);
-      ltc_frame_encode(*written, time, user.data());
-      const Bits bits = bitsOf(*written);
-      SMPTETime back;
-      back.mType = type;
-      back.mFlags = kSMPTETimeValid;
-      UserBytes userBack{};
-      std::uint8_t drop = 2;
-      std::uint64_t hostTime = 0;
-      const bool holds = bits == expected && std::count(bits.begin(), bits.end(), 1) % 2 == 0 &&
-                         pushAll(*read, expected, hostTime) &&
-                         ltc_frame_decode(*read, back, userBack.data(), drop) == 0 &&
-                         ltc_identical(back, time) && userBack == user &&
-                         drop == (type == 2 || type == 5 ? 1 : 0);
+      Bits bits{};
+      bool holds = false;
+      {
+        const host::RealtimeContext realtime;  // an allocation ends the program
+        ltc_frame_encode(*written, time, user.data());
+        ltc_frame_copy_bits(*written, bits.data());
+        SMPTETime back;
+        back.mType = type;
+        back.mFlags = kSMPTETimeValid;
+        UserBytes userBack{};
+        std::uint8_t drop = 2;
+        std::uint64_t hostTime = 0;
+        holds = bits == expected && pushAll(*read, expected, hostTime) &&
+                ltc_frame_decode(*read, back, userBack.data(), drop) == 0 &&
+                ltc_identical(back, time) && userBack == user &&
+                drop == (type == 2 || type == 5 ? 1 : 0);
+      }
       if (!holds && ++faults < 5) {
         ADD_FAILURE() << "frame " << n << " of format " << type << "\n  is     "
                       << publishedText(bits) << "\n  not    " << publishedText(expected)
@@ -135,13 +115,6 @@ TEST(LTCFrameBits, EachFrameOfADayIsThePublishedOneAndIsReadBack) {
 
 TEST(LTCFrameBits, AreThoseOfFramesWrittenOutByHand) {
   const Frame frame = newFrame();
-  ltc_frame_encode(*frame, timeOf(kSMPTETimeType25, 0, 0, 0, 0), nullptr);
-  EXPECT_EQ(publishedText(bitsOf(*frame)),
-            "0000000000000000"
-            "0000000000010000"
-            "0000000000000000"
-            "0000000000000000"
-            "0011111111111101");
   // 01:23:45:18, user bits 12 34 56 78: units 8 5 3 1, tens 1 4 2 0.
   const UserBytes user = {0x12, 0x34, 0x56, 0x78};
   ltc_frame_encode(*frame, timeOf(kSMPTETimeType25, 1, 23, 45, 18), user.data());
@@ -261,48 +234,9 @@ TEST(LTCFrameReading, AResetForgetsBitsTimesAndHalfASyncWord) {
   EXPECT_TRUE(pushAll(*frame, bits, hostTime));
   EXPECT_EQ(hostTime, 0U);
   EXPECT_EQ(bitsOf(*frame), bits);
-}
 
-TEST(LTCFrameReading, ASlipOfABitIsNoticedAndTheSearchGoesOn) {
-  std::mt19937 random(3);
-  for (int round = 0; round < 200; ++round) {
-    std::deque<std::uint8_t> stream;
-    std::vector<SMPTETime> sent;
-    const auto first = static_cast<int>(random() % 1000000);
-    for (int n = 0; n < 12; ++n) {
-      sent.push_back(ltc_smptetime_from_frame_number(first + n, kSMPTETimeType25));
-      const Bits bits = publishedLTC(sent.back(), {0x55, 0xAA, 0x0F, 0xF0});
-      stream.insert(stream.end(), bits.begin(), bits.end());
-    }
-    const auto slip = 80 * 3 + random() % 64;  // in the fourth frame, before its sync word
-    if (round % 2 == 0) {
-      stream.erase(stream.begin() + static_cast<std::ptrdiff_t>(slip));
-    } else {
-      stream.insert(stream.begin() + static_cast<std::ptrdiff_t>(slip), random() % 2);
-    }
-    const Frame frame = newFrame();
-    std::vector<int> read;
-    int refused = 0;
-    for (const std::uint8_t bit : stream) {
-      std::uint64_t hostTime = 1;
-      if (!ltc_frame_push_bit(*frame, bit, hostTime)) {
-        continue;
-      }
-      SMPTETime time;
-      time.mType = kSMPTETimeType25;
-      time.mFlags = kSMPTETimeValid;
-      std::uint8_t drop = 0;
-      if (ltc_frame_decode(*frame, time, nullptr, drop) != 0) {
-        ++refused;
-        ltc_frame_reset(frame.get());
-      } else {
-        read.push_back(ltc_frame_number_from_smptetime(time) - first);
-      }
-    }
-    // The damaged frame is refused with its sync word, so that the next one opens.
-    EXPECT_EQ(refused, 1);
-    EXPECT_THAT(read, testing::ElementsAre(1, 2, 5, 6, 7, 8, 9, 10, 11));
-  }
+  ltc_frame_reset(nullptr);  // and of none nothing
+  ltc_frame_destroy(nullptr);
 }
 
 TEST(LTCFrameReading, ADamagedFrameIsReadAsItStandsAndKeepsFormatFlagsAndCount) {
@@ -329,11 +263,6 @@ TEST(LTCFrameReading, ADamagedFrameIsReadAsItStandsAndKeepsFormatFlagsAndCount) 
   EXPECT_EQ(time.mCounter, 0U);
   EXPECT_EQ(time.mSubframes, 0);
   EXPECT_EQ(time.mSubframeDivisor, 80);
-}
-
-TEST(LTCFrameReading, NothingIsDoneToNull) {
-  ltc_frame_reset(nullptr);
-  ltc_frame_destroy(nullptr);
 }
 
 // Rendering.
@@ -387,6 +316,7 @@ std::string faultOf(const std::vector<float>& signal, const Bits& bits, std::int
 
 std::vector<float> rendered(ltc_frame& frame, std::uint32_t samples, float level) {
   std::vector<float> signal(samples + 2, kSentinel);
+  const host::RealtimeContext realtime;
   ltc_frame_render(frame, signal.data(), samples, level);
   return signal;
 }
@@ -403,40 +333,11 @@ TEST(LTCFrameRendering, EachBitEndsAtItsNearestSampleAndAOneChangesInItsMiddle) 
         faultOf(rendered(*frame, samples, kLevel), publishedLTC(time, user), samples);
     EXPECT_EQ(fault, "") << "in a frame of " << samples << " samples";
   };
-  for (const int sampleRate : {44100, 48000, 88200, 96000, 192000}) {
-    for (const std::uint32_t type : kTypes) {
-      const auto [frames, seconds] = rateOf(type);
-      const auto whole = static_cast<std::uint32_t>(std::int64_t{sampleRate} * seconds / frames);
-      for (std::uint32_t samples = whole - 3; samples <= whole + 3; ++samples) {
-        check(samples, ltc_smptetime_from_frame_number(static_cast<int>(random() % 2000000), type));
-      }
-    }
-  }
-  // All lengths from a sample for each half of a bit on, the odd and the prime ones too.
-  for (std::uint32_t samples = 160; samples < 3000; ++samples) {
-    check(samples, timeOf(kSMPTETimeType30, 12, 34, 56, 29));
-  }
-}
-
-TEST(LTCFrameRendering, BitsOfOddLengthAloneHaveAZeroSample) {
-  const Frame frame = newFrame();
-  ltc_frame_encode(*frame, timeOf(kSMPTETimeType24, 0, 0, 0, 0), nullptr);
-  const auto zeros = [&frame](std::uint32_t samples) {
-    std::vector<std::size_t> places;
-    const std::vector<float> signal = rendered(*frame, samples, 1.0F);
-    for (std::size_t i = 0; i < samples; ++i) {
-      if (signal[i] == 0.0F) {
-        places.push_back(i);
-      }
-    }
-    return places;
-  };
-  EXPECT_THAT(zeros(1600), testing::IsEmpty());
-  EXPECT_THAT(zeros(1601), testing::ElementsAre(790));  // bit 39 is 780 to 800
-  const std::vector<std::size_t> all = zeros(2000);
-  ASSERT_EQ(all.size(), 80U);
-  for (std::size_t bit = 0; bit < 80; ++bit) {
-    EXPECT_EQ(all[bit], 25 * bit + 12);
+  // All lengths from a sample for each half of a bit on, the odd and the prime ones too,
+  // and some up to 24 frames a second at 192 kHz.
+  for (std::uint32_t samples = 160; samples < 8010; samples += samples < 3000 ? 1 : 7) {
+    check(samples, ltc_smptetime_from_frame_number(static_cast<int>(random() % 2000000),
+                                                   kTypes[samples % kTypes.size()]));
   }
 }
 
@@ -452,130 +353,7 @@ TEST(LTCFrameRendering, FramesOfFewSamplesStayInTheirPlace) {
   }
 }
 
-// libltc is another reader of the same standard.
-
-struct Decoder {
-  explicit Decoder(int samplesPerFrame) : mDecoder(ltc_decoder_create(samplesPerFrame, 1024)) {}
-  ~Decoder() { ltc_decoder_free(mDecoder); }
-  Decoder(const Decoder&) = delete;
-  Decoder& operator=(const Decoder&) = delete;
-
-  std::vector<LTCFrameExt> read(std::vector<float>& signal) {
-    std::vector<LTCFrameExt> frames;
-    ltc_decoder_write_float(mDecoder, signal.data(), signal.size(), 0);
-    for (LTCFrameExt frame; ltc_decoder_read(mDecoder, &frame) > 0;) {
-      frames.push_back(frame);
-    }
-    return frames;
-  }
-
-  LTCDecoder* mDecoder;
-};
-
-struct Signal {
-  std::vector<float> samples;
-  std::vector<SMPTETime> times;
-  std::vector<UserBytes> user;
-  std::vector<std::size_t> begins;
-};
-
-Signal signalOf(std::uint32_t type, const std::vector<std::uint32_t>& lengths, std::uint32_t seed) {
-  constexpr int kFrames = 60;
-  std::mt19937 random(seed);
-  Signal signal;
-  const Frame frame = newFrame();
-  // Over a minute, so that drop formats drop.
-  SMPTETime time = timeOf(type, static_cast<int>(random() % 24), 58, 59, 0);
-  for (int i = 0; i < kFrames; ++i) {
-    const std::uint32_t length = lengths[static_cast<std::size_t>(i) % lengths.size()];
-    const UserBytes user = {
-        static_cast<std::uint8_t>(random()), static_cast<std::uint8_t>(random()),
-        static_cast<std::uint8_t>(random()), static_cast<std::uint8_t>(random())};
-    signal.times.push_back(time);
-    signal.user.push_back(user);
-    signal.begins.push_back(signal.samples.size());
-    ltc_frame_encode(*frame, time, user.data());
-    const std::vector<float> samples = rendered(*frame, length, 0.5F);
-    signal.samples.insert(signal.samples.end(), samples.begin(), samples.begin() + length);
-    ltc_add_frames(time, 1);
-  }
-  return signal;
-}
-
-void expectRead(const std::vector<LTCFrameExt>& read, const Signal& signal) {
-  // The first frame is where the reader falls into step, and a frame ends with the
-  // change that begins the next: both ends are left out.
-  std::size_t next = 1;
-  for (const LTCFrameExt& got : read) {
-    std::array<std::uint8_t, 10> bytes{};
-    std::memcpy(bytes.data(), &got.ltc, bytes.size());
-    Bits bits{};
-    for (std::size_t i = 0; i < bits.size(); ++i) {
-      bits[i] = bytes[i / 8] >> i % 8 & 1U;
-    }
-    if (next == 1 && bits == publishedLTC(signal.times[0], signal.user[0])) {
-      continue;
-    }
-    ASSERT_LT(next, signal.times.size());
-    ASSERT_EQ(publishedText(bits),
-              publishedText(publishedLTC(signal.times[next], signal.user[next])))
-        << "frame " << next;
-    EXPECT_EQ(got.reverse, 0);
-    EXPECT_EQ(got.ltc.dfbit, ltc_is_drop(signal.times[next]) ? 1U : 0U);
-    SMPTETimecode timecode;
-    LTCFrame frame = got.ltc;
-    ltc_frame_to_time(&timecode, &frame, 0);
-    EXPECT_EQ(timecode.hours, signal.times[next].mHours);
-    EXPECT_EQ(timecode.mins, signal.times[next].mMinutes);
-    EXPECT_EQ(timecode.secs, signal.times[next].mSeconds);
-    EXPECT_EQ(timecode.frame, signal.times[next].mFrames);
-    ++next;
-  }
-  EXPECT_GE(next, signal.times.size() - 1);
-}
-
-TEST(LTCFrameByLibltc, ReadsEveryFrameOfAllFormatsAtAllRatesAndOddLengths) {
-  std::uint32_t seed = 10;
-  for (const int sampleRate : {44100, 48000, 88200, 96000, 192000}) {
-    for (const std::uint32_t type : kTypes) {
-      const auto [frames, seconds] = rateOf(type);
-      const auto whole = static_cast<std::uint32_t>(std::int64_t{sampleRate} * seconds / frames);
-      const std::uint32_t odd = whole | 1U;
-      for (const std::vector<std::uint32_t>& lengths :
-           {std::vector{whole}, std::vector{odd}, std::vector{whole, whole + 1, whole - 1}}) {
-        SCOPED_TRACE(std::to_string(sampleRate) + " Hz, format " + std::to_string(type) +
-                     ", frames of " + std::to_string(lengths[0]));
-        Signal signal = signalOf(type, lengths, ++seed);
-        Decoder decoder(static_cast<int>(whole));
-        expectRead(decoder.read(signal.samples), signal);
-      }
-    }
-  }
-}
-
 // Threads.
-
-TEST(LTCFrameThreads, NothingAllocatesInARealtimeScope) {
-  const Frame frame = openFrame();
-  const SMPTETime time = timeOf(kSMPTETimeType25, 1, 2, 3, 4);
-  const UserBytes user = {1, 2, 3, 4};
-  std::vector<float> buffer(1921);
-  Bits bits{};
-  UserBytes userBack{};
-  {
-    const host::RealtimeContext realtime;
-    ltc_frame_encode(*frame, time, user.data());
-    ltc_frame_render(*frame, buffer.data(), 1920, 1.0F);
-    ltc_frame_copy_bits(*frame, bits.data());
-    std::uint64_t hostTime = 0;
-    pushAll(*frame, bits, hostTime);
-    SMPTETime back;
-    std::uint8_t drop = 0;
-    ltc_frame_decode(*frame, back, userBack.data(), drop);
-    ltc_frame_reset(frame.get());
-  }
-  EXPECT_EQ(userBack, user);
-}
 
 TEST(LTCFrameThreads, AnotherThreadNeverSeesHalfAFrame) {
   const Frame frame = newFrame();

@@ -103,12 +103,6 @@ INSTANTIATE_TEST_SUITE_P(ltc_utils, EveryFormat, testing::ValuesIn(kFormats), fo
 
 TEST_P(EveryFormat, EachFrameOfADayHasItsNumberItsTextAndIsOneFrameOnFromTheLast) {
   const Format format = GetParam();
-  std::vector<std::string> digits;
-  for (char tens = '0'; tens < '6'; ++tens) {
-    for (char ones = '0'; ones <= '9'; ++ones) {
-      digits.push_back(std::string{tens, ones});
-    }
-  }
   std::string expected = format.drop ? "00:00:00;00" : "00:00:00:00";
   std::array<char, kLTCStringSize> written{};
   int counted = 0;
@@ -120,10 +114,12 @@ TEST_P(EveryFormat, EachFrameOfADayHasItsNumberItsTextAndIsOneFrameOnFromTheLast
           !ltc_is_dropped_time(label) || ltc_frame_number_from_smptetime(label) != counted - 1;
       return;
     }
-    digits[static_cast<std::size_t>(label.mHours)].copy(&expected[0], 2);
-    digits[static_cast<std::size_t>(label.mMinutes)].copy(&expected[3], 2);
-    digits[static_cast<std::size_t>(label.mSeconds)].copy(&expected[6], 2);
-    digits[static_cast<std::size_t>(label.mFrames)].copy(&expected[9], 2);
+    std::size_t at = 0;
+    for (const int field : {label.mHours, label.mMinutes, label.mSeconds, label.mFrames}) {
+      expected[at] = static_cast<char>('0' + field / 10);
+      expected[at + 1] = static_cast<char>('0' + field % 10);
+      at += 3;
+    }
     ltc_format_string(label, written.data());
     const bool holds = ltc_frame_number_from_smptetime(label) == counted &&
                        ltc_same_time(numbered(counted, format.type), label) &&
@@ -204,7 +200,10 @@ TEST_P(EveryFormat, SumsAndDifferencesCountRealFramesAndLeaveTheOtherFields) {
     SMPTETime expected = sum;
     const SMPTETime& total = day[(first + second) % day.size()];
     std::memcpy(&expected.mHours, &total.mHours, 8);
-    ASSERT_EQ(ltc_add(sum, day[second]), 0);
+    {
+      const host::RealtimeContext realtime;  // an allocation ends the program
+      EXPECT_EQ(ltc_add(sum, day[second]), 0);
+    }
     ASSERT_TRUE(sameBytes(sum, expected)) << text(day[first]) << " + " << text(day[second]);
     if (first >= second || !format.drop) {
       SMPTETime difference = day[first];
@@ -220,29 +219,20 @@ TEST_P(EveryFormat, SumsAndDifferencesCountRealFramesAndLeaveTheOtherFields) {
 
 TEST(ltc_utils, ADifferenceBelowZeroInADropFormatGoesBackByLabels) {
   const SMPTETime midnight = timeOf(kSMPTETimeType2997Drop, 0, 0, 0, 0);
-  const std::array<std::pair<int, const char*>, 7> kBack = {{{1, "23:59:59;29"},
-                                                             {1798, "23:59:00;02"},
-                                                             {1800, "23:59:00;02"},
-                                                             {1801, "23:58:59;29"},
-                                                             {17981, "23:50:00;19"},
-                                                             {17982, "23:50:00;00"},
-                                                             {107892, "23:00:00;00"}}};
-  for (const auto& [frames, label] : kBack) {
+  for (const auto& [frames, label] : {std::pair(1, "23:59:59;29"),
+                                      {1798, "23:59:00;02"},
+                                      {1800, "23:59:00;02"},
+                                      {1801, "23:58:59;29"},
+                                      {17981, "23:50:00;19"},
+                                      {17982, "23:50:00;00"}}) {
     SMPTETime t = midnight;
     EXPECT_EQ(ltc_subtract(t, numbered(frames, t.mType)), 0);
     EXPECT_EQ(text(t), label);
   }
 }
 
-TEST(ltc_utils, CarriesAndBorrowsPassMidnightAndDroppedLabelsArePushedOn) {
-  EXPECT_EQ(text(normalized(timeOf(kSMPTETimeType30, 24, 0, 0, 0))), "00:00:00:00");
-  EXPECT_EQ(text(normalized(timeOf(kSMPTETimeType25, 0, 0, 0, -1))), "23:59:59:24");
-  EXPECT_EQ(text(normalized(timeOf(kSMPTETimeType2398, 0, 0, 59, 24))), "00:01:00:00");
+TEST(ltc_utils, AddingFramesPushesOnOverDroppedLabelsAndCountsInSixteenBits) {
   for (const std::uint32_t type : {kSMPTETimeType30Drop, kSMPTETimeType2997Drop}) {
-    EXPECT_EQ(text(normalized(timeOf(type, 0, 10, 0, 0))), "00:10:00;00");
-    EXPECT_EQ(text(normalized(timeOf(type, 0, 11, 0, 0))), "00:11:00;02");
-    EXPECT_EQ(text(normalized(timeOf(type, 0, 11, 0, 1))), "00:11:00;02");
-    EXPECT_EQ(ltc_frame_number_from_smptetime(normalized(timeOf(type, 24, 0, 0, 0))), 0);
     for (const auto& [frame, count] : {std::pair{29, 1U}, {29, 2U}, {28, 3U}}) {
       SMPTETime t = timeOf(type, 0, 0, 59, frame);
       EXPECT_EQ(ltc_add_frames(t, count), 0);
@@ -419,14 +409,11 @@ TEST(ltc_utils, DetectionTakesTheNearestRateThatTheFrameDigitsAllow) {
       {23, false, -24.0, kSMPTETimeType24},  // backwards: only the size counts
       {24, false, 24.0, kSMPTETimeType25},   // the digits rule out 24 a second
       {25, false, 24.0, kSMPTETimeType2997},
-      {29, false, 25.0, kSMPTETimeType2997},
       {29, true, 29.97, kSMPTETimeType2997Drop},
       {29, true, 30.0, kSMPTETimeType30Drop},
       {0, true, 24.0, kSMPTETimeType2997Drop},  // never a format without drop
       // All are equally far from a standstill: the first that the digits allow.
       {0, false, 0.0, kSMPTETimeType2398},
-      {24, false, 0.0, kSMPTETimeType25},
-      {25, false, 0.0, kSMPTETimeType2997},
       {0, true, 0.0, kSMPTETimeType2997Drop},
   };
   for (const Case& c : cases) {
@@ -438,7 +425,7 @@ TEST(ltc_utils, DetectionTakesTheNearestRateThatTheFrameDigitsAllow) {
     EXPECT_EQ(ltc_detect_frame_format(t, c.drop ? 0x80 : 0, c.rate), 0);
     EXPECT_TRUE(sameBytes(t, expected)) << c.frames << " at " << c.rate << ": " << t.mType;
   }
-  for (const int frames : {30, 127, -1}) {
+  for (const int frames : {30, -1}) {
     SMPTETime t = timeOf(kSMPTETimeType25, 1, 2, 3, frames);
     const SMPTETime before = t;
     EXPECT_EQ(ltc_detect_frame_format(t, 0, 25.0), -1);
@@ -471,22 +458,6 @@ TEST(ltc_utils, TextNeverLeavesTwelveBytesWhateverTheFieldsHold) {
     ASSERT_EQ(std::string(buffer.data()), std::string(printed.data(), 11));
     ASSERT_EQ(std::string(buffer.data() + 12, 4), "####");
   }
-}
-
-TEST(ltc_utils, NothingAllocates) {
-  SMPTETime t = timeOf(kSMPTETimeType2997Drop, 1, 2, 3, 4);
-  const SMPTETime second = timeOf(kSMPTETimeType2997Drop, 0, 0, 0, -100);
-  std::array<char, kLTCStringSize> buffer{};
-  {
-    const host::RealtimeContext realtime;  // the test binary ends at an allocation
-    ltc_add(t, second);
-    ltc_add_seconds(t, 1.0);
-    ltc_change_format(t, kSMPTETimeType2997);
-    ltc_detect_frame_format(t, 1, 30.0);
-    ltc_format_string(second, buffer.data());
-    ltc_add_frames(t, 1);
-  }
-  EXPECT_EQ(t.mType, kSMPTETimeType30Drop);
 }
 
 TEST(ltc_utilsDeathTest, MisuseStopsTheProgramWithTheConditionAsText) {

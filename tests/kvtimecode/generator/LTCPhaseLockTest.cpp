@@ -54,17 +54,6 @@ TEST(LTCPhaseLockTest, AShiftIsTakenUpByTwoFramesUntilItIsAJump) {
   }
 }
 
-TEST(LTCPhaseLockTest, TheFirstCallBeginsAtItsTargetWhereverThatIs) {
-  for (const double target : {0.0, 1.0, 3839.9, 3840.0, 123456.75, 0x1p44 + 0.5}) {
-    LTCPhaseLock phase;
-    const auto batch = phase.advance(callAt(target));
-    ASSERT_TRUE(batch);
-    EXPECT_TRUE(batch->isRestart);
-    EXPECT_LT(std::abs(static_cast<double>(batch->start) - target), 1);
-    EXPECT_EQ(phase.weightedFrameLen, 3840);
-  }
-}
-
 TEST(LTCPhaseLockTest, AfterFifteenCallsThatNobodyPlaysNothingIsWrittenAnyMore) {
   double next = 0;
   LTCPhaseLock phase = locked(next);
