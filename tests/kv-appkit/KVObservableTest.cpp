@@ -120,61 +120,36 @@ TEST_F(Observation, AnObserverMayChangeTheObjectAndRegisterOthers) {
   EXPECT_EQ(toldBy("playRate"), (Keys{"armed"}));
 }
 
-TEST_F(Observation, ATokenMayOutliveWhatItObserved) {
-  auto transport = std::make_unique<Transport>();
-  const auto token = transport->addObserver("time", [](std::string_view) {});
-  transport.reset();
-}
-
 // --- KVKeyValueObserver ---
 
-class Panel : public std::enable_shared_from_this<Panel> {
- public:
-  void observe(Transport& transport) {
-    static constexpr KVKeyPathOperation<Panel> kKeyPaths[] = {
-        {"playRatePercent", &Panel::playRatePercentChanged},
-        {"status", &Panel::statusChanged},
-    };
-    mObserver = KVKeyValueObserver::observeKeyPaths(kKeyPaths, transport, weak_from_this());
-  }
-  void stop() { mObserver = {}; }
-  Keys called;
-
- private:
-  void playRatePercentChanged() { called.emplace_back("playRatePercent"); }
-  void statusChanged() { called.emplace_back("status"); }
-  KVKeyValueObserver mObserver;
-};
-
-TEST(KVKeyValueObserver, CallsTheOperationOfEachKeyPathWhileItLives) {
-  Transport transport;
-  const auto panel = std::make_shared<Panel>();
-  panel->observe(transport);
-  transport.change("playRate");
-  transport.change("armed");
-  EXPECT_EQ(panel->called, (Keys{"playRatePercent", "status"}));
-  panel->stop();
-  transport.change("playRate");
-  EXPECT_EQ(panel->called.size(), 2U);
-}
-
-TEST(KVKeyValueObserver, DoesNotKeepItsTargetNorCallOneThatHasGone) {
-  struct Target {
-    explicit Target(int& counter) : calls(counter) {}
-    void timeChanged() { ++calls; }
-    int& calls;
+TEST(KVKeyValueObserver, CallsTheOperationOfEachKeyPathWhileItAndItsTargetLive) {
+  struct Panel {
+    explicit Panel(Keys& keys) : called(keys) {}
+    void playRatePercentChanged() { called.emplace_back("playRatePercent"); }
+    void statusChanged() { called.emplace_back("status"); }
+    Keys& called;
   };
-  Transport transport;
-  int calls = 0;
-  auto target = std::make_shared<Target>(calls);
-  const std::vector<KVKeyPathOperation<Target>> keyPaths{{"time", &Target::timeChanged}};
-  const auto observer =
-      KVKeyValueObserver::observeKeyPaths(keyPaths, transport, std::weak_ptr<Target>(target));
-  transport.change("time");
-  EXPECT_EQ(target.use_count(), 1);
-  target.reset();
-  transport.change("time");
-  EXPECT_EQ(calls, 1);
+  constexpr KVKeyPathOperation<Panel> kKeyPaths[] = {
+      {"playRatePercent", &Panel::playRatePercentChanged}, {"status", &Panel::statusChanged}};
+  auto transport = std::make_unique<Transport>();
+  Keys called;
+  auto panel = std::make_shared<Panel>(called);
+  const std::weak_ptr<Panel> weak = panel;
+  auto observer = KVKeyValueObserver::observeKeyPaths(kKeyPaths, *transport, weak);
+  transport->change("playRate");
+  transport->change("armed");
+  const Keys both{"playRatePercent", "status"};
+  EXPECT_EQ(called, both);
+  observer = {};
+  transport->change("playRate");
+  EXPECT_EQ(called, both);
+
+  observer = KVKeyValueObserver::observeKeyPaths(kKeyPaths, *transport, weak);
+  EXPECT_EQ(panel.use_count(), 1);
+  panel.reset();
+  transport->change("playRate");
+  EXPECT_EQ(called, both);
+  transport.reset();  // the observer may outlive what it observed
 }
 
 }  // namespace

@@ -40,14 +40,10 @@ TEST(OscPattern, LeadsAsFarAsTheRulesSay) {
       // Plain, and what one ends inside the other.
       {"/velor/speed", "/velor/speed", 12},
       {"/velor/transport/play", "/velor", 6},
-      {"/velor/transportfoo", "/velor/transport", 16},
       {"/velor", "/velor/speed", kNothing},
-      {"/velor/stop", "/velor/speed", kNothing},
       // A star stays within its level, a question mark need not.
       {"/velor/*", "/velor/speed", 8},
       {"/velor/*", kPlay, kNothing},
-      {"/*r/**/*p*", kPlay, 10},
-      {"/velor?speed", "/velor/speed", 12},
       {"/velor/speed?", "/velor/speed", 12},
       {"/*x", "/velor", 2},
       // Of the ways of a star the furthest, be it one that failed.
@@ -55,30 +51,22 @@ TEST(OscPattern, LeadsAsFarAsTheRulesSay) {
       {"/*[b]yz", "/ab", 5},
       // Any levels between, none included.
       {"//play", kPlay, 6},
-      {"/velor///transport/play", kPlay, 23},
       {"//v//t*//p*", kPlay, 11},  // behind a name's begin it takes the rest of it
       {"//v*t*//p*", kPlay, kNothing},
       {"//play/x", kPlay, 6},
       // A set or a list that does not fit is where the pattern goes on.
       {"/velor/[a-z]rm", "/velor/arm", 14},
-      {"/velor/[!a]rm", "/velor/arm", 7},
       {"/velor/[xyz]", "/velor/speed", 7},
-      {"/velor/[s", "/velor/speed", 7},
       {"/velor/[", "/velor/", 7},
       {"/[]", "/a", 1},
       {"/[!]", "/a", 4},
       {"/[-a][a-]x]b]", "/-xb", 12},
-      {"/[--0]", "/.", 6},
       {"/[\x80-a]", "/A", 6},
-      {"/[a-\x80]", "/z", 1},
       {"/{speed,arm}", "/arm", 12},
-      {"/{speed,arm}", "/pre", 1},
       {"/{a,ab}c", "/abc", kNothing},
       {"/{ab,a}c", "/abc", 8},
       {"/{,a}a", "/a", 6},
-      {"/a{}{b,}", "/a", 8},
       {"/{a", "/a", kNothing},
-      {"/*{a", "/", kNothing},
       {"/{a*,b}", "/a*", 7},
   };
   for (const auto& [pattern, path, result] : cases) {

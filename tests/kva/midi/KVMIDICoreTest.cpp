@@ -10,6 +10,7 @@
 #include "Kv-Appkit/KVException.h"
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVRandom.h"
+#include "tests/support/ErrOf.h"
 #include "tests/support/MIDITest.h"
 #include "tests/support/MockMIDIService.h"
 
@@ -44,16 +45,6 @@ class ScriptedRandom {
   KVRandomSource mFormer;
 };
 
-template <class F>
-std::string errOf(const F& call) {
-  try {
-    call();
-  } catch (const KVException& error) {
-    return error.name() + ": " + error.reason();
-  }
-  return "nothing raised";
-}
-
 class KVMIDICoreTest : public MIDITest {
  protected:
   static KVMIDICore& core() { return KVMIDICore::sharedCore(); }
@@ -72,15 +63,6 @@ class KVMIDICoreTest : public MIDITest {
   }
 };
 
-TEST_F(KVMIDICoreTest, ASourceIsFoundBehindOneThatHasJustGone) {
-  const auto keys = mOutside->appear(MIDIEndpointKind::source, "keys");
-  const auto pads = mOutside->appear(MIDIEndpointKind::source, "pads");
-  ASSERT_EQ(refs(core().sources()), (std::vector{keys, pads}));
-  mOutside->vanish(keys);
-  ASSERT_EQ(core().sources().size(), 2U) << "its notification is under way";
-  EXPECT_EQ(core().sourceWithUniqueId(idOf(pads)), core().sources()[1]);
-}
-
 TEST_F(KVMIDICoreTest, ListsFollowThePlatformAndWhoStaysKeepsItsObject) {
   const auto keys = mOutside->appear(MIDIEndpointKind::source, "keys");
   const auto synth = mOutside->appear(MIDIEndpointKind::destination, "synth");
@@ -96,10 +78,11 @@ TEST_F(KVMIDICoreTest, ListsFollowThePlatformAndWhoStaysKeepsItsObject) {
   const auto padsObject = core().sources()[1];
 
   mOutside->vanish(keys);
+  ASSERT_EQ(core().sources().size(), 2U) << "its notification is under way";
+  EXPECT_EQ(core().sourceWithUniqueId(idOf(pads)), padsObject);
   mHost.settle();
   EXPECT_EQ(core().sources(), KVMIDICore::Endpoints{padsObject});
-  EXPECT_EQ(core().sourceWithUniqueId(idOf(pads)), padsObject);
-  EXPECT_EQ(core().sourceWithUniqueId(keysObject->uniqueID()), nullptr);
+  EXPECT_EQ(core().sourceWithUniqueId(midi::MIDIObjectTable::uniqueIDOfPort("keys")), nullptr);
 
   mOutside->appear(MIDIEndpointKind::source, "keys");
   mHost.settle();
@@ -172,21 +155,14 @@ TEST_F(KVMIDICoreTest, ASourceHasTheIdOneWhateverIdIsGiven) {
     EXPECT_EQ(idOf(core().createSource(client, "second", 4711)), 900) << "1 is taken";
   }
   mTable.MIDIEndpointDispose(first);
-  {
-    const ScriptedRandom random({5});
-    const auto third = core().createSource(client, "third", 0);
-    EXPECT_EQ(idOf(third), 1);
-    EXPECT_EQ(random.drawn(), 1U);
-    mTable.MIDIEndpointDispose(third);
-  }
-  {
-    const ScriptedRandom random({0, 901});
-    EXPECT_EQ(idOf(core().createSource(client, "fourth", 0)), 901) << "0 is no id";
-    EXPECT_EQ(random.drawn(), 2U);
-  }
+  const ScriptedRandom random({5, 0, 901});
+  EXPECT_EQ(idOf(core().createSource(client, "third", 0)), 1);
+  EXPECT_EQ(random.drawn(), 1U);
+  EXPECT_EQ(idOf(core().createSource(client, "fourth", 0)), 901) << "0 is no id";
+  EXPECT_EQ(random.drawn(), 3U);
 }
 
-TEST_F(KVMIDICoreTest, TenTakenIdsRaiseAndLeaveNoEndpointBehind) {
+TEST_F(KVMIDICoreTest, TenTakenIdsAndAWrongClientRaiseAndLeaveNoEndpointBehind) {
   const auto client = core().defaultClient();
   core().createDestination(client, "first", ignorePackets, nullptr, 50);
   const ScriptedRandom random({50});
@@ -194,6 +170,10 @@ TEST_F(KVMIDICoreTest, TenTakenIdsRaiseAndLeaveNoEndpointBehind) {
             "err: Error: -[KVMIDICore createDestination:name:readProc:readRef:uniqueID:] (-10843)");
   EXPECT_EQ(random.drawn(), 9U);
   EXPECT_EQ(mTable.MIDIGetNumberOfDestinations(), 1U);
+  EXPECT_EQ(errOf([] { core().createSource(4711, "of no client", 1); }),
+            "err: Error: -[KVMIDICore createSource:name:uniqueID:] (-10830)");
+  EXPECT_EQ(errOf([] { core().createDestination(4711, "the same", ignorePackets, nullptr, 1); }),
+            "err: Error: -[KVMIDICore createDestination:name:readProc:readRef:uniqueID:] (-10830)");
 }
 
 TEST_F(KVMIDICoreTest, ThereIsOneClientANameAndItsEndpointsGoWithTheCore) {
@@ -211,14 +191,6 @@ TEST_F(KVMIDICoreTest, ThereIsOneClientANameAndItsEndpointsGoWithTheCore) {
   EXPECT_EQ(mTable.MIDIGetNumberOfSources(), 1U);
   EXPECT_EQ(mTable.MIDIClientDispose(client), midi::kMIDIInvalidClient);
   EXPECT_EQ(core().sources().size(), 1U) << "another core begins anew";
-}
-
-TEST_F(KVMIDICoreTest, AWrongClientRaises) {
-  core();
-  EXPECT_EQ(errOf([] { core().createSource(4711, "source", 1); }),
-            "err: Error: -[KVMIDICore createSource:name:uniqueID:] (-10830)");
-  EXPECT_EQ(errOf([] { core().createDestination(4711, "destination", ignorePackets, nullptr, 1); }),
-            "err: Error: -[KVMIDICore createDestination:name:readProc:readRef:uniqueID:] (-10830)");
 }
 
 class KVMIDICoreFailureTest : public testing::Test {
