@@ -163,11 +163,7 @@ TEST_F(GCDAsyncUdpSocketTest, NamesThatTakeLongHoldUpNoAddressAndNoEnd) {
   mHost.advance(60'000 * kMs);
   EXPECT_EQ(slow.back()->listener->count("connected 10.0.0.9"), 1U);
 
-  // The network ends here with this look-up under way.
-  EXPECT_TRUE(unknown.socket->connectToHost("slow", 9000));
-}
-
-TEST_F(GCDAsyncUdpSocketTest, AFailedConnectIsToldAndMayBeTriedAgain) {
+  // One that fails is told, with what waited for it, and may be tried again.
   UDPEnd client;
   mNetwork.failNext(Call::connect, ENETUNREACH);
   EXPECT_TRUE(client.socket->connectToHost("10.0.0.9", 9000));
@@ -179,6 +175,9 @@ TEST_F(GCDAsyncUdpSocketTest, AFailedConnectIsToldAndMayBeTriedAgain) {
               ElementsAre("not connected Network is unreachable (Error in connect() function)",
                           "not sent 1 Must connect socket before you can send data.",
                           "connected 10.0.0.9"));
+
+  // The network ends here with this look-up under way.
+  EXPECT_TRUE(unknown.socket->connectToHost("slow", 9000));
 }
 
 TEST_F(GCDAsyncUdpSocketTest, ABroadcastReachesEveryoneWhenEnabledAndNobodyElse) {
@@ -198,10 +197,7 @@ TEST_F(GCDAsyncUdpSocketTest, ABroadcastReachesEveryoneWhenEnabledAndNobodyElse)
   EXPECT_THAT(server.listener->events(), ElementsAre("data to all"));
 }
 
-TEST(GCDAsyncUdpSocketDeathTest, AFilterNeedsAQueue) {
-  host::SimulatedHost host;
-  SimulatedUDPNetwork network;
-  setUDPNetwork(&network);
+TEST_F(GCDAsyncUdpSocketTest, AFilterNeedsAQueue) {
   UDPEnd end;
   EXPECT_DEATH(
       end.socket->setReceiveFilter([](auto, const auto&, auto&) { return true; }, nullptr, false),
