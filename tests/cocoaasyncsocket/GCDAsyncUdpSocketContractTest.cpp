@@ -11,17 +11,16 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "CocoaAsyncSocket/GCDAsyncUdpSocket.h"
 #include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
 #include "CocoaAsyncSocket/SystemUDPNetwork.h"
-#include "platform/host/Log.h"
 #include "platform/host/SimulatedHost.h"
 #include "platform/host/SystemHost.h"
 #include "tests/cocoaasyncsocket/UDPListener.h"
+#include "tests/support/LogRecord.h"
 
 namespace velor {
 namespace {
@@ -360,18 +359,10 @@ TEST_P(GCDAsyncUdpSocketContract, SixtyFourSocketsWorkAtOnceAndLeaveNoDescriptor
 }
 
 TEST_P(GCDAsyncUdpSocketContract, WhatAFloodLosesIsCountedAndMemoryIsBounded) {
-  std::mutex mutex;
-  std::vector<std::string> lines;
-  host::setLogSink([&](host::LogLevel level, std::string_view line) {
-    const std::lock_guard lock(mutex);
-    if (level == host::kLogWarning) {
-      lines.emplace_back(line);
-    }
-  });
-  const auto told = [&] {
-    const std::lock_guard lock(mutex);
+  const LogRecord log;
+  const auto told = [&log] {
     std::size_t sum = 0;
-    for (const std::string& line : lines) {
+    for (const std::string& line : log.matching("udp socket at port")) {
       unsigned port = 0;
       std::size_t count = 0;
       EXPECT_EQ(std::sscanf(line.c_str(), "udp socket at port %u: %zu datagrams", &port, &count), 2)
@@ -407,9 +398,8 @@ TEST_P(GCDAsyncUdpSocketContract, WhatAFloodLosesIsCountedAndMemoryIsBounded) {
     EXPECT_GE(server.listener->count("data") + told(), kFlood);
     EXPECT_LE(server.listener->count("data") + told(), sent);
   }
-  host::setLogSink({});
   const std::uint64_t seconds = (host.AudioGetCurrentHostTime() - start) / (1000 * kMs);
-  EXPECT_LE(lines.size(), seconds + 1);
+  EXPECT_LE(log.matching("udp socket at port").size(), seconds + 1);
 }
 
 TEST_P(GCDAsyncUdpSocketContract, AnyThreadMayCloseAndEndASocketThatSendsAndReceives) {

@@ -174,46 +174,35 @@ TYPED_TEST(Watchdog, TheActionMayDropItsOwnWatchdogAndPartsOfANanosecondAreCutOf
   EXPECT_EQ(alive.use_count(), 1);
 }
 
-TEST(KVWatchdog, GivesItsActionTheReferenceAndKeepsItAsLongAsItself) {
+TEST(KVWatchdog, KeepsItsReferenceAndIntervalsThatNoClockHoldsAreAlwaysOrNeverPast) {
   host::SimulatedHost host;
   host::Queue queue("watched");
-  const auto refCon = std::make_shared<int>(1);
+  const auto past = std::make_shared<int>(0);
   KVWatchdog* seen = nullptr;
-  auto watchdog = KVWatchdog::initWithTimeinterval(
-      0.1,
-      [&seen](KVWatchdog& self, const std::shared_ptr<void>& reference) {
-        seen = &self;
-        ++*static_cast<int*>(reference.get());
-      },
-      queue, refCon);
-  watchdog->resumeAfter(0.1);
-  host.advance(200 * kMs);
-  EXPECT_EQ(seen, watchdog.get());
-  EXPECT_EQ(*refCon, 2);
-  EXPECT_EQ(refCon.use_count(), 2);
-  watchdog.reset();
-  EXPECT_EQ(refCon.use_count(), 1);
-}
-
-TEST(KVWatchdog, IntervalsThatNoClockHoldsAreAlwaysOrNeverPast) {
-  host::SimulatedHost host;
-  host::Queue queue("watched");
-  int past = 0;
   const auto make = [&](double seconds) {
     auto watchdog = KVWatchdog::initWithTimeinterval(
-        seconds, [&past](KVWatchdog&, const auto&) { ++past; }, queue);
+        seconds,
+        [&seen](KVWatchdog& self, const std::shared_ptr<void>& reference) {
+          seen = &self;
+          ++*static_cast<int*>(reference.get());
+        },
+        queue, past);
     watchdog->validate();
     watchdog->resumeAfter(0);
     return watchdog;
   };
-  const auto negative = make(-1);
-  const auto nothing = make(std::nan(""));
   const auto huge = make(1e300);
+  const auto negative = make(-1);
+  auto nothing = make(std::nan(""));
   host.advance(1000 * kMs);
-  EXPECT_EQ(past, 2);
+  EXPECT_EQ(*past, 2);
+  EXPECT_EQ(seen, nothing.get());
+  EXPECT_EQ(past.use_count(), 4);
+  nothing.reset();
+  EXPECT_EQ(past.use_count(), 3);
 }
 
-TEST(kv_watchdog, RefusesBadArgumentsByCode) {
+TEST(kv_watchdog, RefusesBadArgumentsByCodeAndEndsTheProgramWithoutAWatchdog) {
   host::SimulatedHost host;
   host::Queue queue("watched");
   int reference = 0;
@@ -240,9 +229,7 @@ TEST(kv_watchdog, RefusesBadArgumentsByCode) {
   EXPECT_EQ(reference, 1);
   EXPECT_EQ(seen, watchdog);
   EXPECT_EQ(kv_watchdog_dispose(watchdog), 0);
-}
 
-TEST(kv_watchdogDeathTest, NoWatchdogEndsTheProgramWithTheCondition) {
   const char* const text = "watchdog && \"watchdog must not be NULL\"";
   EXPECT_DEATH(kv_watchdog_set_timeinterval(nullptr, 1), text);
   EXPECT_DEATH(kv_watchdog_validate(nullptr), text);

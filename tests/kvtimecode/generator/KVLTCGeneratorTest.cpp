@@ -113,12 +113,12 @@ TEST_F(KVLTCGeneratorTest, AStreamIsShownWhileItRunsAndEndsFourFramesAfterItsLas
   EXPECT_EQ(generator->deviceStatus(), 0x72756E20U);
   EXPECT_EQ(generator->tcstring(), "01:00:00:20");
   EXPECT_EQ(generator->frameRateString(), "25.00 fps (+0.000%)");
-  EXPECT_EQ(told["tcstring"], 10);
-  EXPECT_EQ(told["isGenerating"], 1);
-  EXPECT_EQ(told["deviceStatus"], 1);
-  EXPECT_EQ(told["fps"], 1);
-  EXPECT_EQ(told["deviation"], 1);
-  EXPECT_EQ(told["frameRateString"], 2);
+  EXPECT_EQ(told, (std::map<std::string, int>{{"deviation", 1},
+                                              {"deviceStatus", 1},
+                                              {"fps", 1},
+                                              {"frameRateString", 2},
+                                              {"isGenerating", 1},
+                                              {"tcstring", 10}}));
 
   // The last call was 80 ms ago, the end is 4 / 24 s behind it.
   mHost.advance(86 * kMs);
@@ -182,12 +182,12 @@ TEST_F(KVLTCGeneratorTest, TheChosenDeviceIsLeftWhenItGoesAndTakenUpWhenItReturn
   mHost.advance(1000 * kMs);
 
   EXPECT_EQ(told, 3);
-  EXPECT_EQ(
-      mLog.count("audio device 'uid.stage' is away: LTC plays on 'uid.desk' until it returns"), 1);
-  EXPECT_EQ(mLog.count("audio device 'uid.stage' is away, and there is no other: no LTC until one "
-                       "appears"),
-            1);
-  EXPECT_EQ(mLog.count("audio device 'uid.stage' is back, LTC plays on it again"), 1);
+  EXPECT_THAT(
+      mLog.matching("audio device 'uid.stage'"),
+      ElementsAre("audio device 'uid.stage' is away: LTC plays on 'uid.desk' until it returns",
+                  "audio device 'uid.stage' is away, and there is no other: no LTC until one "
+                  "appears",
+                  "audio device 'uid.stage' is back, LTC plays on it again"));
   EXPECT_EQ(mLog.errors(), 0U);
 
   // Who chooses what is not there is told, and nothing changes.
