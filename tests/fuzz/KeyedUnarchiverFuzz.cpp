@@ -1,34 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as a document. One that is refused says why; one whose values can all
 // be read is written again, and what was written reads as the same.
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedUnarchiver.h"
+#include "tests/fuzz/FuzzTarget.h"
 #include "tests/platform/store/ArchiveNode.h"
 
-namespace {
-
-using namespace velor::store;
-
-void require(bool condition, const char* what) {
-  if (!condition) {
-    std::fprintf(stderr, "does not hold: %s\n", what);
-    std::abort();
-  }
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace velor::store;
   const auto result =
       KeyedUnarchiver::read({reinterpret_cast<const char*>(data), size}, kArchiveClasses);
   if (!result) {

@@ -3,26 +3,16 @@
 // finds: strings behind their lengths, of which those without a key or with one that came
 // before are passed over. What is read and written again is read the same.
 #include <cctype>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <set>
 #include <string>
 
 #include "platform/discovery/NSNetService.h"
+#include "tests/fuzz/FuzzTarget.h"
 
 namespace {
 
 using velor::discovery::DiscoveryTXTData;
 using velor::discovery::NSNetService;
-
-void require(bool condition, const char* what) {
-  if (!condition) {
-    std::fprintf(stderr, "does not hold: %s\n", what);
-    std::abort();
-  }
-}
 
 bool isKey(const std::string& key) {
   for (const char c : key) {
@@ -62,8 +52,6 @@ NSNetService::TXTRecordDictionary read(const DiscoveryTXTData& data) {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size > 65535) {

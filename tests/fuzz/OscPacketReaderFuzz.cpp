@@ -2,25 +2,15 @@
 // Any bytes as a datagram. What is taken out of it stands in it: messages that lie one
 // behind the other, of which the arguments fill the data. A bare message of floats is
 // written again, and is the datagram.
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
 #include "oscpkt/src/oscpkt.h"
+#include "tests/fuzz/FuzzTarget.h"
 
 namespace {
 
 using namespace velor::oscpkt;
-
-void require(bool condition, const char* what) {
-  if (!condition) {
-    std::fprintf(stderr, "does not hold: %s\n", what);
-    std::abort();
-  }
-}
 
 void checkMessage(const Message& message) {
   require(message.error() == OscOk, "only sound messages are given out");
@@ -61,8 +51,6 @@ void checkWritten(const Message& message, const std::uint8_t* data, std::size_t 
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   OscPacketReader reader(data, size);

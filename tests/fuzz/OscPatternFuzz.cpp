@@ -4,16 +4,11 @@
 //
 // The input is the path, a zero byte, and the pattern, up to another zero byte.
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "oscpkt/src/OscPattern.h"
+#include "tests/fuzz/FuzzTarget.h"
 #include "tests/oscpkt/ReferenceMatch.h"
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace velor::oscpkt;
@@ -29,10 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const char* const far = referenceMatch(pattern.c_str(), path.c_str(), steps);
   const bool same =
       far == nullptr ? !result : result == static_cast<std::size_t>(far - pattern.c_str());
-  if (steps >= 0 && !same) {
-    std::fprintf(stderr, "%s with %s: not as far as each way on its own\n", pattern.c_str(),
-                 path.c_str());
-    std::abort();
-  }
+  require(steps < 0 || same,
+          (pattern + " with " + path + ": as far as each way on its own").c_str());
   return 0;
 }

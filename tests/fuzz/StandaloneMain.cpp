@@ -2,19 +2,18 @@
 // Runs a fuzz target on files and on all files of folders, where libFuzzer is not
 // linked. A finding ends the program. So does a run without a file: it would show
 // nothing.
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+#include "tests/fuzz/FuzzTarget.h"
 
 namespace {
 
-bool runFile(const std::filesystem::path& path) {
+namespace fs = std::filesystem;
+
+bool runFile(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   const std::vector<char> bytes{std::istreambuf_iterator<char>(file),
                                 std::istreambuf_iterator<char>()};
@@ -32,16 +31,15 @@ bool runFile(const std::filesystem::path& path) {
 int main(int argc, char** argv) {
   std::size_t files = 0;
   for (int i = 1; i < argc; ++i) {
-    if (!std::filesystem::is_directory(argv[i])) {
-      if (!runFile(argv[i])) {
-        return 1;
-      }
-      ++files;
-      continue;
+    std::vector<fs::path> paths;
+    if (fs::is_directory(argv[i])) {
+      paths.assign(fs::recursive_directory_iterator(argv[i]), fs::recursive_directory_iterator());
+    } else {
+      paths.emplace_back(argv[i]);
     }
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(argv[i])) {
-      if (entry.is_regular_file()) {
-        if (!runFile(entry.path())) {
+    for (const fs::path& path : paths) {
+      if (!fs::is_directory(path)) {
+        if (!runFile(path)) {
           return 1;
         }
         ++files;

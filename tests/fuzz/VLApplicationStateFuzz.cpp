@@ -2,10 +2,6 @@
 // Any bytes as a document of the application, on simulated time with the services in
 // process: one that is refused is told by a place; whatever it was, the state can be
 // written, and reads as what was written. What looks into documents meets the same bytes.
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -24,18 +20,12 @@
 #include "platform/host/SimulatedHost.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
 #include "platform/store/KeyedUnarchiver.h"
+#include "tests/fuzz/FuzzTarget.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
 
 using namespace velor;
-
-void require(bool condition, const char* what) {
-  if (!condition) {
-    std::fprintf(stderr, "does not hold: %s\n", what);
-    std::abort();
-  }
-}
 
 class NoWindow final : public VLMainWindowOutlet {
  public:
@@ -109,8 +99,6 @@ class Application {
 };
 
 }  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const test::TemporaryFolder folder;

@@ -8,10 +8,6 @@
 //   1xxxxxxx  x times 8 ms of silence
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <memory>
@@ -19,6 +15,7 @@
 
 #include "Velor/mtc/VLMTCParser.h"
 #include "platform/host/SimulatedHost.h"
+#include "tests/fuzz/FuzzTarget.h"
 #include "tests/velor/mtc/MTCPackets.h"
 
 namespace {
@@ -26,13 +23,6 @@ namespace {
 using velor::ExactPacket;
 using velor::SMPTETime;
 using velor::VLMTCParser;
-
-void require(bool condition, const char* what) {
-  if (!condition) {
-    std::fprintf(stderr, "does not hold: %s\n", what);
-    std::abort();
-  }
-}
 
 velor::host::SimulatedHost& host() {
   static auto* host = new velor::host::SimulatedHost;
@@ -105,8 +95,6 @@ class Witness final : public velor::VLMTCParserDelegate {
 };
 
 }  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   host();

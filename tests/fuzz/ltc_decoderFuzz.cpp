@@ -10,26 +10,16 @@
 //   111xxxxx  the buffer ends here, and 2 to the power of x samples are skipped; none for 31
 #include <algorithm>
 #include <array>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "Velor/ltc/ltc_decoder.h"
+#include "tests/fuzz/FuzzTarget.h"
 #include "tests/support/LTCBySample.h"
 
 namespace {
 
 using velor::LTCCall;
-
-void require(bool condition, const char* what) {
-  if (!condition) {
-    std::fprintf(stderr, "does not hold: %s\n", what);
-    std::abort();
-  }
-}
 
 class Both {
  public:
@@ -94,8 +84,6 @@ class Both {
 };
 
 }  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) {

@@ -21,6 +21,18 @@
 namespace velor::test {
 namespace {
 
+class Headless : public testing::Test {
+ protected:
+  // The server's, and more.
+  std::vector<std::string> environmentWith(const std::vector<std::string>& more) const {
+    auto all = mServer.environment();
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+  }
+
+  JackServer mServer;  // not started
+};
+
 std::size_t countOf(const std::string& text, const std::string& part) {
   std::size_t count = 0;
   for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
@@ -29,12 +41,11 @@ std::size_t countOf(const std::string& text, const std::string& part) {
   return count;
 }
 
-TEST(Headless, WithoutAServerItRunsSaysSoOnceAndTakesOneUpWhenItAppears) {
-  JackServer server;
-  VelorProcess velor({"--headless", "--play"}, server.environment());
+TEST_F(Headless, WithoutAServerItRunsSaysSoOnceAndTakesOneUpWhenItAppears) {
+  VelorProcess velor({"--headless", "--play"}, mServer.environment());
   ASSERT_TRUE(waitFor(5, [&] { return !velor.errors().empty(); }));
-  server.enter();
-  server.start();
+  mServer.enter();
+  mServer.start();
   EXPECT_TRUE(waitFor(
       3, [&] { return velor.log().find("connected to the JACK server") != std::string::npos; }));
   EXPECT_EQ(countOf(velor.errors(), "\n"), 1U) << velor.errors();
@@ -47,15 +58,14 @@ TEST(Headless, WithoutAServerItRunsSaysSoOnceAndTakesOneUpWhenItAppears) {
   EXPECT_EQ(velor.output(), "");
 }
 
-TEST(Headless, ListPrintsSourcesAndDestinationsByWhichPortsCanBeNamed) {
-  JackServer server;
-  server.enter();
-  server.start();
+TEST_F(Headless, ListPrintsSourcesAndDestinationsByWhichPortsCanBeNamed) {
+  mServer.enter();
+  mServer.start();
   JackPeer desk("Desk");
   desk.addInput("in");
   desk.addOutput("out");
   desk.activate();
-  VelorProcess list({"--list"}, server.environment());
+  VelorProcess list({"--list"}, mServer.environment());
   ASSERT_EQ(list.waitForEnd(10), 0) << list.errors();
   const std::string text = list.output();
   const auto sources = text.find("Sources");
@@ -73,7 +83,7 @@ TEST(Headless, ListPrintsSourcesAndDestinationsByWhichPortsCanBeNamed) {
   const std::string line = text.substr(text.rfind('\n', text.find("Desk:in")) + 1);
   const std::string id = std::to_string(std::atoi(line.c_str()));
   VelorProcess byId({"--headless", "--format", "24", "--start", "10:00:00:00", "--mtc-out", id},
-                    server.environment());
+                    mServer.environment());
   ASSERT_TRUE(waitFor(5, [&desk] { return desk.recordedCount() >= 1; }));
   EXPECT_EQ(byId.end(SIGINT), 0);
   // A clock that stands locates its receivers: hours 10, rate code 0.
@@ -81,10 +91,9 @@ TEST(Headless, ListPrintsSourcesAndDestinationsByWhichPortsCanBeNamed) {
             (std::vector<std::uint8_t>{0xF0, 0x7F, 0x7F, 1, 1, 10, 0, 0, 0, 0xF7}));
 }
 
-TEST(Headless, OffsetPrerollStopAndLoopShapeWhatIsSent) {
-  JackServer server;
-  server.enter();
-  server.start();
+TEST_F(Headless, OffsetPrerollStopAndLoopShapeWhatIsSent) {
+  mServer.enter();
+  mServer.start();
   struct Case {
     std::vector<std::string> arguments;
     const char* firstBlock;
@@ -106,7 +115,7 @@ TEST(Headless, OffsetPrerollStopAndLoopShapeWhatIsSent) {
     desk.activate();
     std::vector<std::string> arguments = {"--headless", "--play", "--mtc-out", "Desk:in"};
     arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
-    VelorProcess velor(arguments, server.environment());
+    VelorProcess velor(arguments, mServer.environment());
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     const Stream stream = readStream(desk.recorded(), 0);
     EXPECT_EQ(velor.end(SIGINT), 0);
@@ -121,13 +130,9 @@ TEST(Headless, OffsetPrerollStopAndLoopShapeWhatIsSent) {
   }
 }
 
-TEST(Headless, AStartThatFailsTellsOfARunThatWasCutOffAsWell) {
-  JackServer server;  // not started
+TEST_F(Headless, AStartThatFailsTellsOfARunThatWasCutOffAsWell) {
   const TemporaryFolder folder;
-  auto environment = server.environment();
-  for (const std::string& entry : VelorFolders(folder)) {
-    environment.push_back(entry);
-  }
+  const auto environment = environmentWith(VelorFolders(folder));
   const auto state = folder.path() / "state" / "velor";
   std::filesystem::create_directories(state);
   std::ofstream(state / "recovery.velor") << "{}";
@@ -139,18 +144,14 @@ TEST(Headless, AStartThatFailsTellsOfARunThatWasCutOffAsWell) {
       << failing.errors();
 }
 
-TEST(Headless, AClockIsArmedByTheSyncSourceThatTheLastRunLeftAndByNoneAtAllNot) {
-  JackServer server;
-  server.enter();
-  server.start();
+TEST_F(Headless, AClockIsArmedByTheSyncSourceThatTheLastRunLeftAndByNoneAtAllNot) {
+  mServer.enter();
+  mServer.start();
   JackPeer deck("Deck");
   deck.addOutput("out");
   deck.activate();
   const TemporaryFolder folder;
-  auto environment = server.environment();
-  for (const std::string& entry : VelorFolders(folder)) {
-    environment.push_back(entry);
-  }
+  const auto environment = environmentWith(VelorFolders(folder));
   VelorProcess without({"--headless", "--arm"}, environment);
   EXPECT_EQ(without.waitForEnd(10), 2);
   EXPECT_NE(without.errors().find("--arm"), std::string::npos) << without.errors();
@@ -163,28 +164,23 @@ TEST(Headless, AClockIsArmedByTheSyncSourceThatTheLastRunLeftAndByNoneAtAllNot) 
   }
 }
 
-TEST(Headless, ALogThatCannotBeWrittenIsWarnedOfAndStopsNothing) {
-  JackServer server;  // not started
-  auto environment = server.environment();
-  environment.push_back("XDG_STATE_HOME=/proc/nowhere");
-  VelorProcess velor({"--headless", "--play"}, environment);
+TEST_F(Headless, ALogThatCannotBeWrittenIsWarnedOfAndStopsNothing) {
+  VelorProcess velor({"--headless", "--play"}, environmentWith({"XDG_STATE_HOME=/proc/nowhere"}));
   ASSERT_TRUE(waitFor(5, [&] { return countOf(velor.errors(), "\n") >= 2; })) << velor.errors();
   EXPECT_NE(velor.errors().find("log"), std::string::npos) << velor.errors();
   EXPECT_TRUE(velor.isRunning());
   EXPECT_EQ(velor.end(SIGTERM), 0);
 }
 
-TEST(Headless, ATerminalThatTakesNothingHoldsUpNoStop) {
-  JackServer server;  // not started
-  VelorOnTerminal velor(80, {"--headless", "--play"}, server.environment());
+TEST_F(Headless, ATerminalThatTakesNothingHoldsUpNoStop) {
+  VelorOnTerminal velor(80, {"--headless", "--play"}, mServer.environment());
   ASSERT_TRUE(velor.readUntil("rolling", 5)) << velor.text();
   velor.hold();
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   EXPECT_EQ(velor.endUnread(SIGTERM, 3), 0);
 }
 
-TEST(Headless, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
-  JackServer server;  // not started
+TEST_F(Headless, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
   struct sigaction ignore {};
   struct sigaction before {};
   ignore.sa_handler = SIG_IGN;
@@ -193,10 +189,7 @@ TEST(Headless, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   TemporaryFolder folder;
-  auto environment = server.environment();
-  for (const std::string& entry : VelorFolders(folder)) {
-    environment.push_back(entry);
-  }
+  const auto environment = environmentWith(VelorFolders(folder));
   Process velor({VELOR_PROGRAM, "--headless", "--play"}, environment, "/dev/null",
                 "/proc/self/fd/" + std::to_string(ends[1]));
   sigaction(SIGHUP, &before, nullptr);
@@ -208,20 +201,18 @@ TEST(Headless, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
   EXPECT_EQ(velor.end(SIGINT), 0);
 }
 
-TEST(Headless, WhatCannotBePrintedIsAFailure) {
-  JackServer server;  // not started
+TEST_F(Headless, WhatCannotBePrintedIsAFailure) {
   for (const char* option : {"--list", "--help", "--version"}) {
     Process velor({"/bin/sh", "-c", "exec \"$0\" \"$1\" >/dev/full", VELOR_PROGRAM, option},
-                  server.environment(), "/dev/null");
+                  mServer.environment(), "/dev/null");
     EXPECT_EQ(velor.waitForEnd(10), 1) << option;
   }
 }
 
-TEST(Headless, TheStatusLineIsWrittenOverInPlaceAndFitsTheTerminal) {
-  JackServer server;  // not started
+TEST_F(Headless, TheStatusLineIsWrittenOverInPlaceAndFitsTheTerminal) {
   for (const unsigned short columns : {std::uint16_t{120}, std::uint16_t{40}}) {
     VelorOnTerminal velor(columns, {"--headless", "--play", "--start", "12:34:00:00"},
-                          server.environment());
+                          mServer.environment());
     ASSERT_TRUE(velor.readUntil("12:34:01:05  25  rolling", 5)) << velor.text();
     EXPECT_EQ(velor.end(SIGINT), 0);
     const std::string& text = velor.text();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -8,9 +9,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
+#include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -27,13 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t kSecond = 1'000'000'000;  // ns
-
-std::uint64_t now() {
-  timespec t{};
-  clock_gettime(CLOCK_MONOTONIC, &t);
-  return static_cast<std::uint64_t>(t.tv_sec) * kSecond + static_cast<std::uint64_t>(t.tv_nsec);
-}
+using Clock = std::chrono::steady_clock;
 
 // Two or three saves of the longer document.
 constexpr useconds_t kLongestLife = 60'000;  // us
@@ -65,10 +59,10 @@ std::vector<fs::path> leftBehind(const fs::path& folder) {
 
 // A process that saves one document after the other, until the host time or its death.
 pid_t startSaving(const fs::path& path, const std::array<std::string, 2>& documents,
-                  std::uint64_t end) {
+                  Clock::time_point end) {
   const pid_t id = fork();
   if (id == 0) {
-    for (std::size_t i = 0; now() < end; ++i) {
+    for (std::size_t i = 0; Clock::now() < end; ++i) {
       if (!store::AtomicFile::write(path, documents[i % documents.size()]).empty()) {
         _exit(1);
       }
@@ -88,7 +82,7 @@ TEST(KilledSave, LeavesOneOfTheTwoDocumentsWholeAtAnyMoment) {
   int changed = 0;
   std::string before = documents[0];
   for (int i = 0; i < 500; ++i) {
-    const pid_t id = startSaving(path, documents, now() + 10 * kSecond);
+    const pid_t id = startSaving(path, documents, Clock::now() + std::chrono::seconds(10));
     ASSERT_GT(id, 0);
     usleep(life(random));
     ASSERT_EQ(kill(id, SIGKILL), 0);
@@ -121,31 +115,25 @@ TEST(KilledSave, LeavesOneOfTheTwoDocumentsWholeAtAnyMoment) {
 TEST(KilledSave, OfTwoProcessesThatSaveAtOnceEachDocumentStaysWhole) {
   const TemporaryFolder folder;
   const fs::path path = folder.path() / "show.velor";
-  const std::array<std::array<std::string, 2>, 2> documents = {
-      {{document('a', 3'000), document('b', 400'000)},
-       {document('c', 5'000), document('d', 200'000)}}};
-  ASSERT_EQ(store::AtomicFile::write(path, documents[0][0]), "");
-  const std::uint64_t end = now() + 4 * kSecond;
-  const std::array<pid_t, 2> ids = {startSaving(path, documents[0], end),
-                                    startSaving(path, documents[1], end)};
+  const std::array<std::string, 4> documents = {document('a', 3'000), document('b', 400'000),
+                                                document('c', 5'000), document('d', 200'000)};
+  ASSERT_EQ(store::AtomicFile::write(path, documents[0]), "");
+  const auto end = Clock::now() + std::chrono::seconds(4);
+  const std::array<pid_t, 2> ids = {startSaving(path, {documents[0], documents[1]}, end),
+                                    startSaving(path, {documents[2], documents[3]}, end)};
   std::array<int, 4> seen{};
-  while (now() < end) {
+  while (Clock::now() < end) {
     const std::string read = contents(path);
-    const std::array<const std::string*, 4> all = {&documents[0][0], &documents[0][1],
-                                                   &documents[1][0], &documents[1][1]};
-    const auto found =
-        std::find_if(all.begin(), all.end(), [&read](const auto* each) { return *each == read; });
-    ASSERT_NE(found, all.end()) << "a mix of " << read.size() << " bytes";
-    ++seen[static_cast<std::size_t>(found - all.begin())];
+    const auto* const found = std::find(documents.begin(), documents.end(), read);
+    ASSERT_NE(found, documents.end()) << "a mix of " << read.size() << " bytes";
+    ++seen[static_cast<std::size_t>(found - documents.begin())];
   }
   for (const pid_t id : ids) {
     int status = 0;
     ASSERT_EQ(waitpid(id, &status, 0), id);
     EXPECT_EQ(status, 0) << "a save failed";
   }
-  for (const int count : seen) {
-    EXPECT_GT(count, 0);
-  }
+  EXPECT_THAT(seen, testing::Each(testing::Gt(0)));
   EXPECT_EQ(leftBehind(folder.path()).size(), 0U);
 }
 

@@ -27,11 +27,6 @@
 namespace velor::test {
 namespace {
 
-double seconds() {
-  const char* soak = std::getenv("VELOR_SOAK_SECONDS");
-  return soak != nullptr ? std::atof(soak) : 20.0;
-}
-
 constexpr int kSampleRate = 48000;
 // Of LTC, by SMPTE ST 12-1.
 constexpr double kBitsPerFrame = 80;
@@ -43,7 +38,8 @@ struct Tape {
   // The numbers are walked here, from the one on with which libltc's signals begin.
   Tape(std::uint32_t type, const WireFormat& format)
       : signal(signalByLibltc(kSampleRate, type,
-                              static_cast<std::size_t>(seconds() * format.framesPerSecond), false)),
+                              static_cast<std::size_t>(soakSeconds() * format.framesPerSecond),
+                              false)),
         samplesPerFrame(kSampleRate / frameRateOf(type)) {
     const SMPTETime& first = signal.frames.front().time;
     Label label{first.mHours, first.mMinutes, first.mSeconds, first.mFrames};
@@ -119,7 +115,8 @@ void expectMTC(const JackPeer& recorder, std::uint64_t start, const Tape& tape,
                }));
   const Stream mtc = readStream(events, 0);
   EXPECT_EQ(mtc.faults, 0) << mtc.fault;
-  ASSERT_GT(static_cast<double>(mtc.blocks.size()), (seconds() - 2) * format.framesPerSecond / 2);
+  ASSERT_GT(static_cast<double>(mtc.blocks.size()),
+            (soakSeconds() - 2) * format.framesPerSecond / 2);
   const auto first = tape.places.find(mtc.blocks.front().label.text());
   ASSERT_NE(first, tape.places.end());
   std::size_t frame = first->second;
@@ -177,7 +174,7 @@ void expectStatus(const std::vector<Said>& lines, const Tape& tape, const WireFo
     errors.push_back(std::abs(line.rate / nominal - 1));
   }
   const auto times = static_cast<double>(shown.size());
-  EXPECT_GT(times, (seconds() - 2) * format.framesPerSecond / 2 * 0.9);
+  EXPECT_GT(times, (soakSeconds() - 2) * format.framesPerSecond / 2 * 0.9);
   EXPECT_GT(static_cast<double>(withTheirBits.size()), times * 0.9);
   EXPECT_LT(quantile(errors, 0.5), 1e-4);
   EXPECT_LT(quantile(errors, 1.0), 1e-3);
@@ -197,7 +194,7 @@ TEST_P(LTCReaderOnTheWire, EachFrameIsSentAsMTCAtItsMomentAndShownWithItsUserBit
         const Tape tape(wire.type, format);
         JackPeer recorder("Recorder");
         recorder.addInput("in");
-        recorder.recordClock(seconds() + 20);
+        recorder.recordClock(soakSeconds() + 20);
         recorder.activate();
         JackPeer player("Player");
         player.playAudio("out", tape.signal.samples);
@@ -217,7 +214,7 @@ TEST_P(LTCReaderOnTheWire, EachFrameIsSentAsMTCAtItsMomentAndShownWithItsUserBit
         const std::uint64_t start = player.frameNow() + kSampleRate / 2;
         player.playFrom(start);
         const std::uint64_t end = start + tape.signal.samples.size();
-        ASSERT_TRUE(waitFor(seconds() + 10, [&] {
+        ASSERT_TRUE(waitFor(soakSeconds() + 10, [&] {
           velor.readUntil("\r", 0.001);
           return player.frameNow() > end + kSampleRate / 4;
         }));

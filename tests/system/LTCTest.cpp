@@ -16,40 +16,6 @@
 namespace velor::test {
 namespace {
 
-TEST(LTC, WhatIsPlayedIsReadAndOthersGetItAsMTC) {
-  JackServer server;
-  server.enter();
-  server.start();
-  JackPeer desk("Desk");
-  desk.addInput("in");
-  desk.activate();
-  VelorOnTerminal velor(
-      240,
-      {"--headless", "--play", "--start", "10:00:00:00", "--ltc-out", "Velor Loopback:2",
-       "--ltc-user-bits", "89ABCDEF", "--ltc-in", "Velor Loopback:2", "--freewheel", "1"},
-      server.environment());
-  ASSERT_TRUE(velor.readUntil("25  reading  ", 10)) << velor.text();
-  ASSERT_TRUE(velor.readUntil("user bits 89ABCDEF  from Velor Loopback:2", 5)) << velor.text();
-  const auto ports = desk.ports("LTC Reader 1");
-  ASSERT_EQ(ports.size(), 1U);
-  ASSERT_TRUE(desk.connect(ports[0], desk.fullName("in")));
-  ASSERT_TRUE(waitFor(10, [&desk] { return desk.recordedCount() > 8 * 30; }));
-  EXPECT_EQ(velor.end(SIGINT), 0);
-  auto events = desk.recorded();
-  // The port was connected somewhere in a block.
-  while (!events.empty() && events.front().bytes.at(1) >= 0x10) {
-    events.erase(events.begin());
-  }
-  const Stream stream = readStream(events, 0);
-  EXPECT_EQ(stream.faults, 0) << stream.fault;
-  ASSERT_GE(stream.blocks.size(), 25U);
-  const WireFormat& format = wireFormat("25");
-  for (std::size_t i = 1; i < stream.blocks.size(); ++i) {
-    EXPECT_EQ(stream.blocks[i].label, twoNumbersOn(stream.blocks[i - 1].label, format));
-  }
-  EXPECT_EQ(stream.blocks.front().label.hours, 10);
-}
-
 // One program plays, another reads, and what lies between is a connection of JACK's
 // that can be cut.
 TEST(LTC, TheMTCOfAReaderGoesOnForItsFreewheelAndFollowsAgainWithoutAStepBack) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
 namespace velor::test {
 
@@ -157,6 +158,11 @@ double quantile(std::vector<double> values, double part) {
   return values.empty()
              ? 0
              : values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1))];
+}
+
+double soakSeconds() {
+  const char* soak = std::getenv("VELOR_SOAK_SECONDS");
+  return soak != nullptr ? std::atof(soak) : 20.0;
 }
 
 }  // namespace velor::test
