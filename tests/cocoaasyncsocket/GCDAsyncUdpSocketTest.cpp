@@ -122,11 +122,14 @@ TEST_F(GCDAsyncUdpSocketTest, WhatWaitsForASlowNameIsBoundedAndGoesOutInOrder) {
   EXPECT_TRUE(client.socket->connectToHost("desk.local", 9000));
   constexpr std::size_t kBytes = 1000;
   constexpr std::size_t kFit = (1U << 20) / (kBytes + 64);
-  for (std::size_t i = 0; i < kFit + 5; ++i) {
-    std::vector<std::uint8_t> data(kBytes);
-    data[0] = static_cast<std::uint8_t>(i);
-    client.socket->sendData(std::move(data), 1.0, static_cast<std::int64_t>(i));
-  }
+  const auto send = [&client](std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+      std::vector<std::uint8_t> data(kBytes);
+      data[0] = static_cast<std::uint8_t>(i);
+      client.socket->sendData(std::move(data), 1.0, static_cast<std::int64_t>(i));
+    }
+  };
+  send(kFit + 5);
   mHost.settle();
   EXPECT_EQ(client.listener->count("not sent"), 5U);
   EXPECT_FALSE(client.socket->isConnected());
@@ -137,6 +140,9 @@ TEST_F(GCDAsyncUdpSocketTest, WhatWaitsForASlowNameIsBoundedAndGoesOutInOrder) {
   for (std::size_t i = 0; i < kFit; ++i) {
     EXPECT_EQ(sent[i].data[0], static_cast<std::uint8_t>(i));
   }
+  send(kFit);  // there is room for as many again
+  mHost.settle();
+  EXPECT_EQ(client.listener->count("not sent"), 5U);
 }
 
 TEST_F(GCDAsyncUdpSocketTest, NamesThatTakeLongHoldUpNoAddressAndNoEnd) {
