@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/FairRun.h"
@@ -166,6 +167,43 @@ INSTANTIATE_TEST_SUITE_P(
                     OnWire{"pipewire", [] { return std::unique_ptr<Server>(new PipeWireServer); },
                            "25", "23:59:52:00", "velor-null:1"}),
     [](const auto& wire) { return std::string(wire.param.name); });
+
+TEST(LTCOnPipeWire, IsInSequenceAgainWhenTheServerHasChangedItsRateAndPeriod) {
+  inFairRun([] {
+    constexpr double kHeard = 2;  // seconds
+    const WireFormat& format = wireFormat("25");
+    PipeWireServer server;
+    server.enter();
+    server.start();
+    JackPeer probe("Probe", 1);
+    probe.activate();
+    VelorProcess velor({"--headless", "--format", "25", "--play", "--ltc-out", "velor-null:1"},
+                       server.environment());
+    for (const auto& [rate, period] : {std::pair(44100, 512), std::pair(96000, 2048)}) {
+      SCOPED_TRACE(rate);
+      server.force(rate, period);
+      const int wanted = rate;
+      ASSERT_TRUE(waitFor(10, [&] { return probe.sampleRate() == wanted; }));
+      // The server's count jumps with its rate: who comes later does not see it.
+      std::this_thread::sleep_for(std::chrono::seconds(1));
+      const auto heard = static_cast<std::size_t>(kHeard * rate);
+      JackPeer recorder("Recorder", 1);
+      recorder.recordAudio("audio", 3 * kHeard);
+      recorder.activate();
+      ASSERT_TRUE(waitFor(10, [&recorder] {
+        return recorder.connect("Velor:LTC Generator 1 out_1", recorder.fullName("audio"));
+      })) << velor.errors();
+      ASSERT_TRUE(waitFor(20, [&] { return recorder.recordedAudioCount() > 2 * heard; }));
+      const auto samples = recorder.recordedAudio();
+      const auto labels =
+          readByLibltc({samples.end() - static_cast<std::ptrdiff_t>(heard), samples.end()},
+                       rate / format.framesPerSecond);
+      EXPECT_GE(static_cast<double>(labels.size()), kHeard * format.framesPerSecond - 3);
+      expectInSequence(labels, format);
+    }
+    EXPECT_EQ(velor.end(SIGINT), 0) << velor.errors();
+  });
+}
 
 }  // namespace
 }  // namespace velor::test

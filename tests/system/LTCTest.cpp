@@ -88,6 +88,28 @@ TEST(LTC, TheMTCOfAReaderGoesOnForItsFreewheelAndFollowsAgainWithoutAStepBack) {
               stream.blocks.size(), left, tail);
 }
 
+TEST(LTC, AClockFollowsTheReaderOfItsOwnCommandLine) {
+  JackServer server(256);
+  server.enter();
+  server.start();
+  VelorOnTerminal follower(200,
+                           {"--headless", "--format", "25", "--ltc-in", "system:1", "--sync-source",
+                            "LTC Reader 1", "--arm"},
+                           server.environment());
+  ASSERT_TRUE(follower.readUntil("25  armed  from LTC Reader 1", 10)) << follower.text();
+  VelorProcess player(
+      {"--headless", "--format", "25", "--start", "10:00:00:00", "--play", "--ltc-out", "system:1"},
+      server.environment());
+  JackPeer patch("Patch");
+  patch.activate();
+  ASSERT_TRUE(waitFor(10, [&patch] {
+    return patch.connect("Velor-01:LTC Generator 1 out_1", "Velor:LTC Reader 1 in_1");
+  })) << player.errors();
+  EXPECT_TRUE(follower.readUntil("25  chasing  from LTC Reader 1", 10)) << follower.text();
+  EXPECT_EQ(player.end(SIGINT), 0);
+  EXPECT_EQ(follower.end(SIGINT), 0);
+}
+
 // The state has a reader of a device that is away, in whose place it listens to the very
 // one that is named now.
 TEST(LTC, TheReaderThatIsNamedStaysWhenTheDeviceOfAnEarlierRunReturns) {

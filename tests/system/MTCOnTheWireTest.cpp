@@ -210,6 +210,21 @@ struct RunAt25 {
   std::unique_ptr<VelorProcess> velor;
 };
 
+// While a server changes, it runs no cycles, and what falls due then is lost to
+// it; after it nothing may be.
+TEST(MTCOverChanges, AfterAJackHasChangedItsPeriodNoBlockIsLostOrDoubled) {
+  inFairRun([] {
+    JackServer server(256);
+    const RunAt25 run(server);
+    JackPeer& recorder = *run.recorder;
+    for (const int period : {1024, 128, 512}) {
+      recorder.setPeriod(period);
+      sleepSeconds(0.2);
+      expectUnbroken(nextSeconds(recorder), wireFormat("25"), 48000);
+    }
+  });
+}
+
 TEST(MTCOverChanges, AfterAPipeWireHasChangedItsRateAndPeriodNoBlockIsLostOrDoubled) {
   inFairRun([] {
     PipeWireServer server;
