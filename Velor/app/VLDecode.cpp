@@ -13,6 +13,7 @@
 #include "Velor/app/VLCommandLine.h"
 #include "Velor/app/VLPortNames.h"
 #include "Velor/app/VLProgressBar.h"
+#include "Velor/app/VLStandardOutput.h"
 #include "Velor/ltc/ltc_decoder.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/AudioTypes.h"
@@ -315,8 +316,8 @@ int VLDecodeRun(const VLDecodeOptions& options) {
         },
         error);
   }
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    return fail("standard output did not take the frames", 1);
+  if (!VLStandardOutput::hasTaken()) {
+    return fail(VLStandardOutput::kRefusal, 1);
   }
   print(summary, sampleRate);
   if (!error.empty()) {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Velor/app/VLServicesInForce.h"
+#include "Velor/app/VLStandardOutput.h"
 #include "Velor/app/VLStatusLine.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
@@ -202,7 +203,7 @@ int VLDemonstrationRun() {
   const Seen seen = comparison.seen();
   const std::uint32_t userbits = reader->userbits();
   clock.stop();
-  return conclude(seen, userbits, sampleRate);
+  return VLStandardOutput::end(conclude(seen, userbits, sampleRate));
 }
 
 }  // namespace velor

@@ -16,6 +16,7 @@
 #include "Velor/app/VLNetworkInForce.h"
 #include "Velor/app/VLPortNames.h"
 #include "Velor/app/VLServicesInForce.h"
+#include "Velor/app/VLStandardOutput.h"
 #include "Velor/app/VLStopSignals.h"
 #include "Velor/app/VLWantedDevices.h"
 #include "Velor/clock/VLClock.h"
@@ -63,7 +64,7 @@ int list(KVMIDICore& core) {
               VLEndpointList(core.sources()).c_str(), VLEndpointList(core.destinations()).c_str());
   std::printf("Audio: %s\nDevices\n%s", audio::service().serverDescription().c_str(),
               VLAudioDeviceList(KAHALAudioSystem::defaultSystem()).c_str());
-  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? 0 : 1;
+  return VLStandardOutput::end(0);
 }
 
 int fail(int status, const std::string& error) {

@@ -20,6 +20,7 @@
 #include "Velor/app/VLDocumentKeys.h"
 #include "Velor/app/VLMarker.h"
 #include "Velor/app/VLPortNames.h"
+#include "Velor/app/VLStandardOutput.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/devices/VLLTCGeneratorDevice.h"
@@ -542,8 +543,8 @@ int VLInspectRun(const std::string& file) {
   for (const std::string& problem : found.problems) {
     std::printf("    %s\n", VLPrintable(problem).c_str());
   }
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    return fail("standard output did not take the text");
+  if (!VLStandardOutput::hasTaken()) {
+    return fail(VLStandardOutput::kRefusal);
   }
   return found.problems.empty() ? 0 : 1;
 }

@@ -9,6 +9,7 @@
 #include "Velor/app/VLDemonstration.h"
 #include "Velor/app/VLHeadless.h"
 #include "Velor/app/VLInspect.h"
+#include "Velor/app/VLStandardOutput.h"
 #include "platform/host/Log.h"
 #include "platform/host/SystemHost.h"
 #include "platform/store/ApplicationFolders.h"
@@ -60,7 +61,8 @@ int main(int argc, char** argv) {
       std::fputs(commandLine.output.c_str(), stderr);
       return commandLine.exitStatus;
     }
-    return std::fputs(commandLine.output.c_str(), stdout) >= 0 && std::fflush(stdout) == 0 ? 0 : 1;
+    std::fputs(commandLine.output.c_str(), stdout);
+    return velor::VLStandardOutput::end(0);
   }
   return run(&velor::VLHeadlessRun, *commandLine.options);
 }

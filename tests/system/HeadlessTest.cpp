@@ -202,10 +202,13 @@ TEST_F(Headless, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
 }
 
 TEST_F(Headless, WhatCannotBePrintedIsAFailure) {
+  const TemporaryFolder folder;
   for (const char* option : {"--list", "--help", "--version"}) {
+    const auto errors = folder.path() / option;
     Process velor({"/bin/sh", "-c", "exec \"$0\" \"$1\" >/dev/full", VELOR_PROGRAM, option},
-                  mServer.environment(), "/dev/null");
+                  mServer.environment(), errors.string());
     EXPECT_EQ(velor.waitForEnd(10), 1) << option;
+    EXPECT_EQ(fileContents(errors), "velor: standard output did not take the text\n") << option;
   }
 }
 

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdio>
+
+namespace velor {
+
+/// Standard output of a program that ends with what it has printed.
+struct VLStandardOutput {
+  /// Whether it has taken all of that, which is only known at the end: a full disk, a
+  /// reader that has gone.
+  static bool hasTaken() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
+  static constexpr const char* kRefusal = "standard output did not take the text";
+  /// The exit status: the one given, or 1 when it has not, which is told then.
+  static int end(int status) {
+    if (hasTaken()) {
+      return status;
+    }
+    std::fprintf(stderr, "velor: %s\n", kRefusal);
+    return 1;
+  }
+};
+
+}  // namespace velor
