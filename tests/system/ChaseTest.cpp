@@ -241,8 +241,8 @@ TEST_F(Chase, ASenderThatIsPluggedInAgainAndAServerThatIsStartedAgainAreFollowed
   expectChase();
 
   mServer.kill();
-  ASSERT_TRUE(until(
-      5, [this] { return clock().status() == VLClockArmed && !midi::service().isConnected(); }));
+  ASSERT_TRUE(
+      until(5, [] { return clock().status() == VLClockArmed && !midi::service().isConnected(); }));
   mSender.reset();
   mRecorder.reset();
   makeClients();
