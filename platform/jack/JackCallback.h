@@ -14,10 +14,10 @@ namespace velor::jack {
 /// cancellation takes effect as soon as the function has returned.
 template <auto Function>
 struct JackCallback {
-  // Nothing here has to be cleaned up, by the sanitizer's instrumentation either: the
+  // Nothing here has to be cleaned up, by the sanitizers' instrumentation either: the
   // few instructions where the thread may be cancelled have to let the unwinding pass.
   template <typename... Args>
-  __attribute__((no_sanitize("thread"))) static auto call(Args... args)
+  __attribute__((no_sanitize("thread", "address"))) static auto call(Args... args)
       -> decltype(Function(args...)) {
     int state = PTHREAD_CANCEL_ENABLE;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);

@@ -32,8 +32,9 @@ class VLMTCTest : public MIDITest {
         [](const midi::MIDIPacketList* packets, void* refCon, void*) {
           auto& test = *static_cast<VLMTCTest*>(refCon);
           midi::forEachPacket(*packets, [&test](const midi::MIDIPacket& packet) {
-            EXPECT_LE(test.now(), packet.timeStamp + test.mLatest);
-            test.mPackets.push_back({packet.timeStamp, packet.data[1]});
+            const midi::MIDITimeStamp due = packet.timeStamp;  // stands unaligned
+            EXPECT_LE(test.now(), due + test.mLatest);
+            test.mPackets.push_back({due, packet.data[1]});
           });
         },
         this, &mPort);
