@@ -6,8 +6,8 @@
 
 namespace velor {
 
-/// Makes the system's network and its discovery, by the
-/// daemon whenever there is one, and puts both in force; the owner takes them out of force with it.
+/// Makes the system's network and its discovery, by the daemon whenever there is one, and
+/// puts both in force; the owner takes them out of force with it.
 class VLNetworkInForce {
  public:
   VLNetworkInForce();

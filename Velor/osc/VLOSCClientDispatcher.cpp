@@ -192,7 +192,7 @@ void VLOSCClientDispatcher::updateArm(bool armed) {
 
 void VLOSCClientDispatcher::updateClient(VLOSCClient& client) const {
   const State state = lastState();
-  client.sendFloatParam(kSpeedAddress, state.speed);
+  client.sendFloatParam(kSpeedAddress, state.speed.value_or(0));
   sendStatus(client, state.status);
   if (state.timeString) {
     client.sendStringParam(kTimeAddress, *state.timeString);

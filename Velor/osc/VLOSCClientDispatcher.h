@@ -109,11 +109,13 @@ class VLOSCClientDispatcher final : public KVObservable,
   ~VLOSCClientDispatcher() override;
 
   struct State {
-    float speed = 0;
+    // Null until the first change, as the clock may have been set before; a fresh target is
+    // told of no speed but 0 until then.
+    std::optional<float> speed;
+    std::optional<bool> preroll;
+    std::optional<bool> arm;
     bool status = false;
     std::optional<std::string> timeString;
-    std::optional<bool> preroll;  // null until the first change, as the clock's may be on
-    std::optional<bool> arm;
   };
 
   State lastState() const;

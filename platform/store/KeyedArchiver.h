@@ -18,7 +18,7 @@ namespace velor::store {
 ///
 /// What a document cannot hold raises KeyedArchiveError: a key twice in an object
 /// or with a '$' in front, a number that is not finite, anything over the limits.
-/// The archive is of no use then. Bytes of a text that are no UTF-8 are written
+/// The archive holds nothing of that key then. Bytes of a text that are no UTF-8 are written
 /// as the replacement character: a name that some other program made badly must
 /// not stand in the way of all the rest.
 ///

@@ -139,6 +139,16 @@ TEST_F(VLOSCClientTest, WhatIsSetToWhatItWasIsNotToldAgain) {
   EXPECT_THAT(toldButStatus(), ElementsAre("/velor/speed 0", "/velor/preroll 0", "/velor/arm 0"));
 }
 
+// The clock may have had another rate before anybody listened.
+TEST_F(VLOSCClientTest, TheFirstChangeOfTheSpeedIsToldWhateverItIs) {
+  add("10.0.0.8");
+  sentTo("10.0.0.8");
+  clock().setPlayRatePercent(0);
+  EXPECT_THAT(sentTo("10.0.0.8"), ElementsAre("/velor/speed 0"));
+  clock().setPlayRatePercent(0);
+  EXPECT_THAT(sentTo("10.0.0.8"), IsEmpty());
+}
+
 TEST_F(VLOSCClientTest, ADisabledTargetIsToldNothingAndAllWhenItIsEnabledAgain) {
   const auto client = add("10.0.0.9");
   clock().setTime(timeAt(1));
