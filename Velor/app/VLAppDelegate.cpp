@@ -15,6 +15,7 @@
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
+#include "platform/store/DamagedFile.h"
 
 namespace velor {
 namespace {
@@ -529,10 +530,8 @@ void VLAppDelegate::openLastState(const std::filesystem::path& path) {
   if (isWhole || !std::filesystem::exists(path, error)) {
     return;
   }
-  const auto aside = path.parent_path() / kDamagedStateName;
-  std::filesystem::copy_file(path, aside, std::filesystem::copy_options::overwrite_existing, error);
-  mLastStateError = mState.error() + (error ? "; the file cannot be kept: " + error.message()
-                                            : "; the file is kept as " + aside.string());
+  mLastStateError = mState.error() + "; " +
+                    store::DamagedFile::keep(path, path.parent_path() / kDamagedStateName);
   VELOR_LOG_WARNING("%s", mLastStateError.c_str());
 }
 

@@ -5,6 +5,7 @@
 
 #include "platform/host/Log.h"
 #include "platform/store/AtomicFile.h"
+#include "platform/store/DamagedFile.h"
 #include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
@@ -29,8 +30,12 @@ bool UserDefaults::read(const std::function<void(KeyedUnarchiver&)>& decode) con
   return false;
 }
 
+std::filesystem::path UserDefaults::damagedName() const {
+  return mFile.string() + ".damaged";
+}
+
 void UserDefaults::putAside(const std::string& damage) const {
-  const std::filesystem::path aside = mFile.string() + ".damaged";
+  const std::filesystem::path aside = damagedName();
   std::error_code error;
   std::filesystem::rename(mFile, aside, error);
   VELOR_LOG_WARNING("settings in %s cannot be read: %s; defaults are in force, and the file %s",
@@ -39,15 +44,9 @@ void UserDefaults::putAside(const std::string& damage) const {
 }
 
 void UserDefaults::keepDamaged(const std::string& damage) const {
-  const std::filesystem::path aside = mFile.string() + ".damaged";
-  std::error_code error;
-  std::filesystem::copy_file(mFile, aside, std::filesystem::copy_options::overwrite_existing,
-                             error);
   VELOR_LOG_WARNING(
       "settings in %s cannot all be read: %s; defaults are in force for these, and %s",
-      mFile.c_str(), damage.c_str(),
-      error ? ("the file cannot be kept: " + error.message()).c_str()
-            : ("the file is kept as " + aside.string()).c_str());
+      mFile.c_str(), damage.c_str(), DamagedFile::keep(mFile, damagedName()).c_str());
 }
 
 bool UserDefaults::write(const std::function<void(KeyedArchiver&)>& encode) const {

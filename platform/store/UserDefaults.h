@@ -36,6 +36,7 @@ class UserDefaults {
   bool write(const std::function<void(KeyedArchiver&)>& encode) const;
 
  private:
+  std::filesystem::path damagedName() const;
   void putAside(const std::string& damage) const;
 
   const std::filesystem::path mFile;
