@@ -459,7 +459,10 @@ void VLAppDelegate::smpteFormatChanged() {
     const std::uint32_t format = self.mClock.smpteFormat();
     self.timecodeView->setSmpteTime(self.mClock.time());
     for (const auto& time : self.mStartTimes) {
-      time->setType(format);
+      // A conversion to the format that it has could lose a frame.
+      if (time->type() != format) {
+        time->setType(format);
+      }
     }
     self.mMarkers.setType(format);
     // A format that fits what comes in ends the status of the wrong one, unannounced.

@@ -154,6 +154,19 @@ TEST_F(VLAppDelegateTest, AChangeOfFormatConvertsTheHistoryByRealTimeAndIsPosted
   EXPECT_EQ(now(), "00:00:10:24") << "20 of 25 frames are 24 of 30";
 }
 
+TEST_F(VLAppDelegateTest, ARefusedOrUnchangedFormatLeavesTheHistoryAsItIs) {
+  goTo("00:00:01:04");  // a conversion from 25 to 25 would give the frame before
+  app().play();
+  clock().setSmpteFormat(kSMPTETimeType30);
+  mHost.settle();
+  app().stop();
+  mHost.settle();
+  clock().setSmpteFormat(kSMPTETimeType25);
+  mHost.settle();
+  app().stop();
+  EXPECT_EQ(now(), "00:00:01:04");
+}
+
 TEST_F(VLAppDelegateTest, MTCOfAnotherFormatIsTakenOverOrEndsTheArmingAsTheUserWants) {
   const auto deck = addSource("deck");
   app().setSyncSource(deck);
