@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 // How late the clock's timer wakes, beside a bare thread of the same class that
 // does nothing but sleep until its next deadline. Prints a table of the errors
-// (wake-up less deadline, us) and the ratios; takes the seconds of each of its
-// rows as an argument.
+// (wake-up less deadline, us) and the ratios. A second table shows how late the
+// blocks of freewheels go out, beside nothing and beside six busy threads. Takes the
+// seconds of each row as an argument.
 #include <time.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
@@ -18,7 +20,9 @@
 
 #include "Kv-Appkit/KVShared.h"
 #include "Velor/clock/VLClock.h"
+#include "Velor/mtc/VLMTC.h"
 #include "bench/TickErrors.h"
+#include "kvtimecode/ltc_utils.h"
 #include "platform/midi/MIDIService.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
 
@@ -104,8 +108,86 @@ void measure(host::Host& host, const char* load, std::uint64_t duration) {
   }
 }
 
+constexpr std::uint64_t kBlock = 80'000'000;  // ns, two frames at 25
+constexpr std::uint64_t kLeeway = 500'000;    // ns, by which a freewheel waits longer
+constexpr std::size_t kFreewheels = 8;
+
+/// A freewheel and how late the first pieces of its blocks come.
+struct Freewheel {
+  VLMTC* sender = nullptr;
+  std::uint64_t handedOver = 0;  // host time of its only time, ns
+  TickErrors* errors = nullptr;
+
+  static void read(const midi::MIDIPacketList* list, void* refCon, void*) {
+    auto& self = *static_cast<Freewheel*>(refCon);
+    const std::uint64_t due = self.handedOver + kBlock + kLeeway;
+    midi::forEachPacket(*list, [&](const midi::MIDIPacket& packet) {
+      const std::uint64_t time = now();
+      if (packet.data[1] >> 4 == 0 && time > due) {
+        self.errors->add((time - due) % kBlock);
+      }
+    });
+  }
+};
+
+void measureFreewheel(host::Host& host, const char* load, std::uint64_t duration) {
+  midi::MIDIObjectTable midi(nullptr);
+  midi::setService(&midi);
+  midi::MIDIClientRef client = 0;
+  midi.MIDIClientCreate("bench", nullptr, nullptr, &client);
+  TickErrors errors(kFreewheels * duration / kBlock);
+  std::array<Freewheel, kFreewheels> freewheels;
+  for (Freewheel& each : freewheels) {
+    each.errors = &errors;
+    VLMTCCreate(&each.sender);
+    midi::MIDIEndpointRef source = 0;
+    VLMTCCreateSource(&source, "freewheel", client);
+    midi::MIDIPortRef port = 0;
+    midi.MIDIInputPortCreate(client, "in", &Freewheel::read, &each, &port);
+    midi.MIDIPortConnectSource(port, source, nullptr);
+    VLMTCSetFreewheelTime(each.sender, -1);
+    VLMTCSetSource(each.sender, source);
+    sleepUntil(now() + kBlock / kFreewheels);
+    const SMPTETime time = ltc_smptetime_from_frame_number(0, kSMPTETimeType25);
+    const host::RealtimeContext realtime;
+    each.handedOver = now();
+    VLMTCSendTime(realtime, each.sender, &time, each.handedOver);
+  }
+  for (const std::uint64_t end = now() + duration; now() < end;) {
+    host.mainQueue().drainPending();
+    sleepUntil(now() + 20'000'000);
+  }
+  for (const Freewheel& each : freewheels) {
+    VLMTCDispose(each.sender);
+  }
+  midi.MIDIClientDispose(client);
+  midi::setService(nullptr);
+  std::printf("%-22s %7zu %9.1f %9.1f %9.1f\n", load, errors.count(), errors.microseconds(0.5),
+              errors.microseconds(0.99), errors.microseconds(1));
+  std::fflush(stdout);
+}
+
+void measureFreewheels(host::Host& host, std::uint64_t duration) {
+  std::printf("freewheel, late by us    count    median      99 %%      most\n");
+  measureFreewheel(host, "idle", duration);
+  std::atomic<bool> ending{false};
+  std::vector<std::thread> busy;
+  for (int i = 0; i < 6; ++i) {
+    busy.emplace_back([&ending] {
+      while (!ending.load(std::memory_order_relaxed)) {
+      }
+    });
+  }
+  measureFreewheel(host, "six busy threads", duration);
+  ending.store(true);
+  for (std::thread& each : busy) {
+    each.join();
+  }
+}
+
 int run(std::uint64_t duration) {
   WatchedHost host;
+  measureFreewheels(host, duration);
   midi::MIDIObjectTable midi(nullptr);
   midi::setService(&midi);
   std::printf("period %.0f ms; errors in us\n", static_cast<double>(kPeriod) / 1e6);

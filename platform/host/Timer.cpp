@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <mutex>
 
 #include "platform/host/Host.h"
 #include "platform/host/Queue.h"
@@ -90,6 +91,13 @@ void TimerService::after(Queue& queue, std::uint64_t delay, Task task) {
 }
 
 void TimerService::run() {
+  // Not before there is something to time: a program that times nothing is not warned
+  // of a class that the system refuses.
+  mWake->wait();
+  mWakePending.store(false);
+  if (!mEnding.load()) {
+    mHost.thread_policy_set({}, ThreadRole::timing);
+  }
   while (!mEnding.load()) {
     const std::uint64_t next = fireDue();
     if (next == kNever) {

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "platform/host/PriorityMutex.h"
 #include "platform/host/Semaphore.h"
 #include "platform/host/Task.h"
 
@@ -45,7 +45,8 @@ class Timer {
   const std::shared_ptr<State> mState;
 };
 
-/// The thread "velor.timers", on which all timers of a host wait.
+/// The thread "velor.timers", on which all timers of a host wait. It paces freewheels,
+/// so it is of the timing class from the first timer on.
 class TimerService {
  public:
   explicit TimerService(Host& host);
@@ -65,7 +66,7 @@ class TimerService {
   void wake() noexcept;
 
   Host& mHost;
-  std::mutex mMutex;
+  PriorityMutex mMutex;
   std::vector<std::shared_ptr<Timer::State>> mTimers;  // under mMutex
   std::atomic<bool> mEnding{false};
   std::atomic<bool> mWakePending{false};

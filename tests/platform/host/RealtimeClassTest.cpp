@@ -65,6 +65,18 @@ TEST(RealtimeClass, IsWarnedOfOnceInAHostsLifeAndEndsNothing) {
   EXPECT_EQ(warnings, 1);
 }
 
+TEST(RealtimeClass, IsTakenByTheTimersThreadWithTheFirstTimer) {
+  gGranted = "fifo";
+  gTried.clear();
+  SystemHost host(kAttempts);
+  EXPECT_EQ(gTried, std::vector<std::string>());
+  Queue queue("ordinary");
+  const auto fired = host.makeSemaphore();
+  queue.after(0, [&fired] { fired->signal(); });
+  fired->wait();
+  EXPECT_EQ(gTried, std::vector<std::string>{"fifo"});
+}
+
 TEST(RealtimeGuardDeathTest, AllocationFreeAndLoggingInARealtimeScopeEndTheRun) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(
