@@ -22,11 +22,12 @@ struct kv_hptimer_s {
   std::atomic<std::uint64_t> repeatCount{std::numeric_limits<std::uint64_t>::max()};
   std::atomic<std::uint64_t> remaining{0};
   std::atomic<const kv_hptimer_block*> block{nullptr};
-  std::unique_ptr<host::Thread> thread;  // of whoever has set threadTaken
+  std::unique_ptr<host::Thread> thread;  // for the holder of threadFree
   std::atomic<double> computation{kComputation};
 
-  // No mutex: a join is long, and whoever meets it must not wait with it.
-  std::atomic<bool> threadTaken{false};
+  // Taken by each start, stop and join. A semaphore of the host and no mutex: simulated
+  // time must go on while one waits here for the other's join.
+  const std::unique_ptr<host::Semaphore> threadFree = host::current().makeSemaphore();
   std::forward_list<kv_hptimer_block> blocks;  // all that were ever set
 };
 
@@ -66,17 +67,25 @@ void run(kv_hptimer_s& timer, host::Host& host) {
   }
 }
 
+class ThreadHold {
+ public:
+  explicit ThreadHold(kv_hptimer_s& timer) : mTimer(timer) { mTimer.threadFree->wait(); }
+  ~ThreadHold() { mTimer.threadFree->signal(); }
+  ThreadHold(const ThreadHold&) = delete;
+  ThreadHold& operator=(const ThreadHold&) = delete;
+
+ private:
+  kv_hptimer_s& mTimer;
+};
+
+// With the thread in the caller's hold.
 std::int32_t joinThread(kv_hptimer_s& timer) {
-  if (timer.threadTaken.exchange(true)) {
+  if (timer.thread == nullptr) {
     return kv_hptimer_paramErr;
   }
-  const bool there = timer.thread != nullptr;
-  if (there) {
-    timer.thread->join();
-    timer.thread.reset();
-  }
-  timer.threadTaken.store(false);
-  return there ? 0 : kv_hptimer_paramErr;
+  timer.thread->join();
+  timer.thread.reset();
+  return 0;
 }
 
 }  // namespace
@@ -86,6 +95,7 @@ std::int32_t kv_hptimer_create(kv_hptimer_s** timer, std::uint64_t interval) {
     return kv_hptimer_paramErr;
   }
   *timer = new kv_hptimer_s;
+  (*timer)->threadFree->signal();
   return kv_hptimer_set_interval(*timer, interval);
 }
 
@@ -144,25 +154,22 @@ std::int32_t kv_hptimer_start(kv_hptimer_s* timer) {
   if (timer == nullptr) {
     return kv_hptimer_nullErr;
   }
+  const ThreadHold hold(*timer);
   timer->remaining.store(timer->repeatCount.load());
-  if (timer->threadTaken.exchange(true)) {
-    return 0;
-  }
-  std::int32_t result = 0;
   if (timer->thread == nullptr) {
     host::Host& host = host::current();
     timer->thread = host.startThread("velor.hptimer", [timer, &host] { run(*timer, host); });
-    result = timer->thread != nullptr ? 0 : EAGAIN;
   }
-  timer->threadTaken.store(false);
-  return result;
+  return timer->thread != nullptr ? 0 : EAGAIN;
 }
 
 std::int32_t kv_hptimer_stop(kv_hptimer_s* timer) {
   if (timer == nullptr) {
     return kv_hptimer_paramErr;
   }
-  timer->remaining.store(0);
+  timer->remaining.store(0);  // ends the run of a join that this call waits for
+  const ThreadHold hold(*timer);
+  timer->remaining.store(0);  // ends a run that began meanwhile
   return joinThread(*timer);
 }
 
@@ -170,6 +177,7 @@ std::int32_t kv_hptimer_join(kv_hptimer_s* timer) {
   if (timer == nullptr) {
     return kv_hptimer_nullErr;
   }
+  const ThreadHold hold(*timer);
   return joinThread(*timer);
 }
 
@@ -182,8 +190,7 @@ std::int32_t kv_hptimer_dispose(kv_hptimer_s* timer) {
   }
   timer->block.store(nullptr);
   // The thread reads the record up to its end, so that must come first.
-  timer->remaining.store(0);
-  joinThread(*timer);
+  kv_hptimer_stop(timer);
   delete timer;
   return 0;
 }

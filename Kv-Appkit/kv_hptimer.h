@@ -17,10 +17,9 @@ namespace velor {
 // The test for the end of a run stands before the sleep: after a stop the sleep
 // under way runs out and the callback is called once more.
 //
-// `start`, `stop` and `join` may come from different threads, one at a time, never
-// from the callback. Should two meet all the same, the one that finds the thread
-// in the other's hands takes it as found: `start` for running, so that the stop which
-// it met waits for the run begun anew, and the others for none.
+// `start`, `stop` and `join` may come from different threads, never from the callback.
+// One that meets another waits for its end: a start during a stop begins a new run
+// after the old one, and a second stop finds no thread.
 
 /// An opaque record of this module, from `kv_hptimer_create` to `kv_hptimer_dispose`.
 struct kv_hptimer_s;

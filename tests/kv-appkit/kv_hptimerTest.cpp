@@ -108,6 +108,25 @@ TEST_F(HighResolutionTimer, AFiniteRunCallsItsCountAndKeepsItsThreadUntilJoined)
   EXPECT_EQ(mCalls.size(), 5U);
 }
 
+TEST_F(HighResolutionTimer, AStartOrStopThatMeetsAStopWaitsForItsEnd) {
+  std::vector<std::pair<std::int32_t, std::uint64_t>> stops;  // result, and when it was back
+  const auto stop = [&] {
+    const std::int32_t result = kv_hptimer_stop(mTimer);
+    stops.push_back({result, now()});
+  };
+  kv_hptimer_start(mTimer);
+  mHost.advance(50 * kMs);
+  const auto first = mHost.startThread("first", stop);
+  mHost.settle();
+  const auto second = mHost.startThread("second", stop);
+  mHost.settle();
+  EXPECT_EQ(kv_hptimer_start(mTimer), 0);
+  mHost.advance(50 * kMs);
+  EXPECT_EQ(stops, (std::vector<std::pair<std::int32_t, std::uint64_t>>{{0, 80}, {-50, 80}}));
+  EXPECT_EQ(mCalls, (Times{40, 80, 120}));
+  kv_hptimer_stop(mTimer);
+}
+
 TEST_F(HighResolutionTimer, ACallbackIsTakenOverDuringARunAndGoesAfterTheLastCall) {
   kv_hptimer_s* timer = nullptr;
   kv_hptimer_create(&timer, 40 * kMs);
