@@ -73,10 +73,15 @@ std::int32_t VLMTCCreateSource(midi::MIDIEndpointRef* source, const std::string&
 std::int32_t VLMTCSetSource(VLMTC* mtc, midi::MIDIEndpointRef source) noexcept;
 
 /// Hands over a time that was read, every second frame, and the host time (ns) of its
-/// frame's beginning. What goes out is the time two frames later, at its time; not so
-/// for the first time after a freewheel, which is not sent. Gives the service's
-/// status of the last block so far, 0 for one that was not sent, or
-/// kMIDIMessageSendErr when the queue is full and does not take the time.
+/// frame's beginning. The time two frames later goes out, at its time; the first time
+/// after a freewheel is not sent.
+///
+/// The block is built and sent on the sender's queue, since the caller is an audio
+/// thread: a MIDI service may lock or wait, and the watchdog that goes with the first
+/// time is allocated. So the result is the service's status of the latest block that
+/// was sent before (0 for one that was not sent), and `VLMTCGetTime` gives the former
+/// time until the queue has run. kMIDIMessageSendErr when the queue is full and does
+/// not take the time.
 /// One thread at a time. Realtime-safe: yes.
 std::int32_t VLMTCSendTime(const host::RealtimeContext& realtime, VLMTC* mtc, const SMPTETime* time,
                            std::uint64_t hostTime) noexcept;
