@@ -36,7 +36,7 @@ constexpr float kDefaultLevel = 0.1F;
 
 // The ring holds two batches at the lowest frame rate.
 constexpr double kLowestFrameRate = 24;
-constexpr double kRingFrames = 2 * KVLTCGenerator::kFramesPerBatch;
+constexpr double kRingFrames = 2 * LTCPhaseLock::kFramesPerBatch;
 
 // MTC names a time when its first piece is sent; this is the frame due at its target.
 constexpr std::uint32_t kFramesAhead = 2;
@@ -355,7 +355,6 @@ void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
     return;
   }
 
-  const auto amplitude = mLevel.load();
   audio::AudioTimeStamp stamp;
   stamp.mHostTime = hostTime;
   stamp.mFlags = audio::kAudioTimeStampHostTimeValid;
@@ -373,65 +372,42 @@ void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
                 buffers->outputLatency.load();
   call.frameDuration = frameDuration;
   call.sampleRate = buffers->sampleRate;
-  call.maxFrameSamples = buffers->length / kFramesPerBatch;
+  call.maxFrameSamples = buffers->length / LTCPhaseLock::kFramesPerBatch;
   if (!(call.target >= 0)) {
     return;  // due before the device began to count
   }
 
-  LTCPhaseLock phase;
-  LTCPhaseLock::Batch batch{};
-  std::uint32_t kept = 0;
-  {
-    const std::lock_guard lock(shared.lock);
-    if (mEpoch != epoch) {
-      return;
-    }
-    call.wasRead = shared.lastReadEnd != 0;
-    phase = mPhase;
-    const auto wanted = phase.advance(call);
-    if (!wanted) {
-      mPhase = phase;
-      return;
-    }
-    batch = *wanted;
-    kept = batch.keptFrames(shared.lastReadEnd);
-    if (batch.isRestart) {
-      shared.writeEnd = 0;
-    }
-    if (mWatchdog != nullptr) {
-      mWatchdog->validate();
-    }
-  }
-
-  for (bool isWritten = false; !isWritten;) {
-    std::size_t offset = 0;
-    SMPTETime frameTime = t;
-    for (std::uint32_t i = 0; i < kFramesPerBatch; ++i) {
-      if (i >= kept) {
-        const std::uint32_t samples = batch.samplesOf(i, kept);
-        ltc_frame_encode(*mLTC, frameTime, bytesOf(mUserBits.load()).data());
-        ltc_frame_render(*mLTC, &buffers->scratch[offset], samples, amplitude);
-        offset += samples;
+  std::optional<LTCPhaseLock> phase;
+  for (std::optional<LTCPhaseLock::Batch> rendered; !phase;) {
+    std::optional<LTCPhaseLock::Batch> batch;
+    {
+      const std::lock_guard lock(shared.lock);
+      if (mEpoch != epoch) {
+        return;  // stopped or rebuilt meanwhile; the next call starts again
       }
-      ltc_add_frames(frameTime, 1);
+      LTCPhaseLock next = mPhase;
+      call.readEnd = shared.lastReadEnd;
+      batch = next.advance(call);
+      if (!batch) {
+        mPhase = next;
+        return;
+      }
+      if (batch == rendered) {  // else the device has begun another frame meanwhile
+        shared.write(batch->start,
+                     std::span(buffers->scratch).first(batch->frames() * batch->frameSamples));
+        phase = mPhase = next;
+        mCurrentTime = currentTime;
+        if (mWatchdog != nullptr) {
+          mWatchdog->validate();
+        }
+      }
     }
-
-    const std::lock_guard lock(shared.lock);
-    // A stop or another device meanwhile: the next call begins anew.
-    if (mEpoch != epoch) {
-      return;
+    if (!phase) {
+      render(*batch, t, *buffers);
+      rendered = batch;
     }
-    const std::uint32_t begun = batch.keptFrames(shared.lastReadEnd);
-    isWritten = begun <= kept;  // else the device went on into the next frame meanwhile
-    if (isWritten) {
-      phase.keep(batch, kept);
-      shared.write(batch.startOf(kept, kept), std::span(buffers->scratch).first(offset));
-      mPhase = phase;
-      mCurrentTime = currentTime;
-    }
-    kept = std::max(kept, begun);
   }
-  const double relative = 1 - phase.weightedFrameLen * 0.5 / buffers->sampleRate / frameDuration;
+  const double relative = 1 - phase->weightedFrameLen * 0.5 / buffers->sampleRate / frameDuration;
   mDeviation.store(kSmoothing * mDeviation.load() + (1 - kSmoothing) * relative);
   if (!mIsUpdatePosted.exchange(true)) {
     mMainQueue.async([weak = weak_from_this()] {
@@ -439,6 +415,20 @@ void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
         self->updateStatus();
       }
     });
+  }
+}
+
+// `time` is that of the batch's first place, written or not.
+void KVLTCGenerator::render(const LTCPhaseLock::Batch& batch, SMPTETime time, Buffers& buffers) {
+  const float amplitude = mLevel.load();
+  float* place = buffers.scratch.data();
+  for (std::uint32_t frame = 0; frame < LTCPhaseLock::kFramesPerBatch; ++frame) {
+    if (frame >= batch.firstFrame) {
+      ltc_frame_encode(*mLTC, time, bytesOf(mUserBits.load()).data());
+      ltc_frame_render(*mLTC, place, batch.frameSamples, amplitude);
+      place += batch.frameSamples;
+    }
+    ltc_add_frames(time, 1);
   }
 }
 

@@ -55,8 +55,6 @@ class KVLTCGenerator final : public KVObservable,
   static constexpr std::string_view kLevelKey = "level";
   static constexpr std::string_view kChannelMapKey = "channelMap";
 
-  /// Frames that a call writes.
-  static constexpr std::uint32_t kFramesPerBatch = 6;
   static constexpr std::uint32_t kStatusRunning = KVFourCC("run ");
 
   /// Plays on the device, or on the default output for 0. `nickName` is what its
@@ -152,6 +150,8 @@ class KVLTCGenerator final : public KVObservable,
   void rebuild();
   void devicesChanged();
   bool isGraphInForce() const;
+
+  void render(const LTCPhaseLock::Batch& batch, SMPTETime time, Buffers& buffers);
 
   // Status.
   void updateStatus();

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <numeric>
 
 namespace velor {
 namespace {
@@ -10,10 +12,6 @@ namespace {
 // A time that comes this much of two frames too late has jumped.
 constexpr double kJump = 0.125;
 constexpr double kSmoothing = 0.9;
-// Frames of a batch that play before the next call overwrites the others.
-constexpr std::uint32_t kFramesPerCall = 2;
-// Of a frame's length, that readers follow from one frame to the next.
-constexpr double kMostChange = 1.0 / 6;
 
 double nominalSamples(const LTCPhaseLock::Call& call) noexcept {
   return std::trunc(call.frameDuration * call.sampleRate);
@@ -25,86 +23,72 @@ std::optional<LTCPhaseLock::Batch> LTCPhaseLock::advance(const Call& call) noexc
   if (numWithoutRead > kMaxWithoutRead) {
     return std::nullopt;
   }
-  const double nominal = nominalSamples(call);
   const double distance = call.target - lastTimestamp;
-  Batch batch{};
-  if (std::abs(std::trunc(nominal - 0.5 * distance)) >= kMaxJitter) {
-    batch = restart(call);
-  } else {
+  std::optional<Batch> batch;
+  if (std::abs(std::trunc(nominalSamples(call) - 0.5 * distance)) < kMaxJitter) {
     if (std::isnormal(call.target) && std::isnormal(lastTimestamp)) {
       weightedFrameLen = kSmoothing * weightedFrameLen + (1 - kSmoothing) * distance;
     }
-    if (!call.wasRead && numWithoutRead++ >= kMaxWithoutRead) {
+    if (call.readEnd == 0 && numWithoutRead++ >= kMaxWithoutRead) {
       return std::nullopt;
     }
-    const double error = call.target - nextGeneratorTime;
-    const double wanted = std::round((error + weightedFrameLen) * 0.5);
-    // At low sample rates, and over a change of the rate, the bounds above leave
-    // lengths that are no frame.
-    const bool isFrame = wanted >= nominal * 0.5 && wanted <= call.maxFrameSamples;
-    if (kJump * weightedFrameLen > error && isFrame) {
-      batch = {static_cast<std::uint64_t>(nextGeneratorTime),
-               static_cast<std::uint32_t>(wanted),
-               false,
-               standing,
-               {}};
-      batch.behind.fill(batch.frameSamples);
-      // Two of them take up what the frames that stay are off.
-      double place = standing[0];
-      for (std::uint32_t kept = 2; kept <= kStanding; ++kept) {
-        place += standing[kept - 1];
-        const double length = 0.5 * (error + 0.5 * (kept + 2) * weightedFrameLen - place);
-        batch.behind[kept] = static_cast<std::uint32_t>(std::clamp(
-            std::round(length), nominal * 0.5, static_cast<double>(call.maxFrameSamples)));
-      }
-    } else {
-      batch = restart(call);
-    }
+    batch = continued(call);
   }
   lastTimestamp = call.target;
-  keep(batch, 0);
-  return batch;
+  return batch ? batch : restarted(call);
 }
 
-LTCPhaseLock::Batch LTCPhaseLock::restart(const Call& call) noexcept {
-  weightedFrameLen = call.frameDuration * kFramesPerCall * call.sampleRate;
-  Batch batch{static_cast<std::uint64_t>(call.target),
-              static_cast<std::uint32_t>(nominalSamples(call)),
-              true,
-              {},
-              {}};
-  batch.behind.fill(batch.frameSamples);
-  return batch;
-}
-
-std::uint32_t LTCPhaseLock::Batch::keptFrames(std::uint64_t readEnd) const noexcept {
-  if (isRestart || standing[0] == 0) {
-    return 0;
+// None when the time has jumped, or when the frames would have an impossible length, as
+// happens at low sample rates and while the rate changes.
+std::optional<LTCPhaseLock::Batch> LTCPhaseLock::continued(const Call& call) noexcept {
+  const double error = call.target - nextGeneratorTime;
+  if (!(kJump * weightedFrameLen > error)) {
+    return std::nullopt;
   }
   std::uint32_t begun = 0;
-  double change = 0;
-  std::uint64_t place = start;
-  for (; begun < kStanding && place < readEnd; ++begun) {
-    place += standing[begun];
-    change = std::max(change, std::abs(static_cast<double>(frameSamples) - standing[begun]));
+  double place = 0;  // behind the frames that the device has begun
+  while (begun < mStanding.size() &&
+         nextGeneratorTime + place < static_cast<double>(call.readEnd)) {
+    place += mStanding[begun++];
   }
-  const bool isFrame = 2 * change <= standing[0] * kMostChange;
-  return change != 0 && isFrame && place >= readEnd ? begun : 0;
+  // The next two frames end where they are due by then.
+  const double due = error + 0.5 * (begun + kFramesPerCall) * weightedFrameLen;
+  const double frameSamples = std::round((due - place) / kFramesPerCall);
+  if (!(frameSamples >= 0.5 * nominalSamples(call) && frameSamples <= call.maxFrameSamples)) {
+    return std::nullopt;
+  }
+  return placed(nextGeneratorTime, mStanding, begun, frameSamples);
 }
 
-std::uint64_t LTCPhaseLock::Batch::startOf(std::uint32_t frame, std::uint32_t kept) const noexcept {
-  std::uint64_t place = start;
-  for (std::uint32_t i = 0; i < frame; ++i) {
-    place += samplesOf(i, kept);
+LTCPhaseLock::Batch LTCPhaseLock::restarted(const Call& call) noexcept {
+  weightedFrameLen = call.frameDuration * kFramesPerCall * call.sampleRate;
+  const double frameSamples = nominalSamples(call);
+  const double start = std::trunc(call.target);
+  std::uint32_t begun = 0;
+  while (begun < kFramesPerBatch &&
+         start + begun * frameSamples < static_cast<double>(call.readEnd)) {
+    ++begun;
   }
-  return place;
+  Lengths lengths{};
+  lengths.fill(static_cast<std::uint32_t>(frameSamples));
+  return placed(start, lengths, begun, frameSamples);
 }
 
-void LTCPhaseLock::keep(const Batch& batch, std::uint32_t kept) noexcept {
-  nextGeneratorTime = static_cast<double>(batch.startOf(kFramesPerCall, kept));
-  for (std::uint32_t i = 0; i < kStanding; ++i) {
-    standing[i] = batch.samplesOf(kFramesPerCall + i, kept);
-  }
+// Of the frames before the first that is written, `standing` has the lengths.
+LTCPhaseLock::Batch LTCPhaseLock::placed(double start, Lengths standing, std::uint32_t firstFrame,
+                                         double frameSamples) noexcept {
+  const auto written = static_cast<std::uint32_t>(frameSamples);
+  std::array<std::uint32_t, kFramesPerBatch> lengths;
+  lengths.fill(written);
+  std::copy_n(standing.begin(), std::min<std::size_t>(firstFrame, standing.size()),
+              lengths.begin());
+  const auto placeOf = [&](std::uint32_t frame) {
+    return std::accumulate(lengths.begin(), lengths.begin() + frame,
+                           static_cast<std::uint64_t>(start));
+  };
+  nextGeneratorTime = static_cast<double>(placeOf(kFramesPerCall));
+  std::copy(lengths.begin() + kFramesPerCall, lengths.end(), mStanding.begin());
+  return {firstFrame, placeOf(firstFrame), written};
 }
 
 }  // namespace velor

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <numbers>
+#include <optional>
 #include <random>
 #include <utility>
 #include <vector>
@@ -44,7 +45,8 @@ class LTCRun {
   /// Calls after which the smoothed length has met the real one.
   static constexpr int kSettlingCalls = 60;
 
-  explicit LTCRun(const LTCScenario& scenario) : mScenario(scenario) {
+  explicit LTCRun(const LTCScenario& scenario)
+      : mScenario(scenario), mCourse{scenario.firstFrame, 0, scenario.userbits} {
     mParameters = audio::BuiltinAudio::loopback();
     mParameters.sampleRate = scenario.sampleRate;
     mParameters.rateError = scenario.ppm;
@@ -79,18 +81,26 @@ class LTCRun {
   /// Time begins to come in at the host time that is now, as MTC would bring it: each
   /// call as the last of its eight pieces arrives, with the host time of the first.
   void start() {
-    mBegin = host.AudioGetCurrentHostTime();
+    std::uint64_t begin = host.AudioGetCurrentHostTime();
+    mCourse = {mScenario.firstFrame, begin, mCourse.userbits};
     mHeard = -1;
     mEnding = false;
-    mSource = host.startThread("time", [this] {
-      for (int call = 0; !mEnding; ++call) {
-        const std::uint64_t due = mBegin + nanoseconds(2 * call);
+    mSource = host.startThread("time", [this, begin]() mutable {
+      std::int32_t number = mScenario.firstFrame;
+      for (int call = 0; !mEnding; ++call, number += 2) {
+        std::uint64_t due = begin + nanoseconds(2 * call);
         host.mach_wait_until(due + nanoseconds(1.75) + upTo(mScenario.lateness));
         if (mEnding) {
           return;
         }
-        SMPTETime time =
-            ltc_smptetime_from_frame_number(mScenario.firstFrame + 2 * call, mScenario.type);
+        if (mJump) {
+          begin += mJump->begin;
+          due += mJump->begin;
+          host.mach_wait_until(due + nanoseconds(1.75));
+          mNextCourse = {number = mJump->first, due, mJump->userbits};
+          mJump.reset();
+        }
+        SMPTETime time = ltc_smptetime_from_frame_number(number, mScenario.type);
         time.mFlags = kSMPTETimeValid | kSMPTETimeRunning;
         const std::uint64_t stamp = due + upTo(mScenario.jitter);
         if (call == 0) {
@@ -105,6 +115,13 @@ class LTCRun {
   void stop() {
     mEnding = true;
     mSource.reset();
+  }
+
+  /// The next call brings this frame, `shift` ns later or earlier than the one that was
+  /// to come, and its batch has these user bits.
+  void jump(std::int32_t frame, std::uint32_t userbits, std::int64_t shift = 0) {
+    mJump = {frame, static_cast<std::uint64_t>(shift), userbits};
+    generator->setUserbits(userbits);
   }
 
   void run(double seconds) {
@@ -192,15 +209,22 @@ class LTCRun {
 
   double sampleAt(double frame) const {
     audio::AudioTimeStamp in;
-    in.mHostTime = mBegin + nanoseconds(frame - mScenario.firstFrame);
+    in.mHostTime = mCourse.begin + nanoseconds(frame - mCourse.first);
     in.mFlags = audio::kAudioTimeStampHostTimeValid;
     audio::AudioTimeStamp out;
     service->AudioDeviceTranslateTime(device->id(), in, out);
     return out.mSampleTime;
   }
 
+  // Numbers that run on from `first`, which was due at the host time `begin`.
+  struct Course {
+    std::int32_t first;
+    std::uint64_t begin;
+    std::uint32_t userbits;
+  };
+
   PublishedBits bitsOf(std::int32_t frame) const {
-    const std::uint32_t user = mScenario.userbits;
+    const std::uint32_t user = mCourse.userbits;
     return publishedLTC(
         ltc_smptetime_from_frame_number(frame, mScenario.type),
         {static_cast<std::uint8_t>(user), static_cast<std::uint8_t>(user >> 8),
@@ -209,21 +233,26 @@ class LTCRun {
 
   void judge(const PublishedBits& bits, double start) {
     ++frames;
-    const std::int32_t expected = mHeard < 0 ? mScenario.firstFrame + 2 : mHeard + 1;
+    if (mNextCourse && (mHeard < 0 || bitsOf(mHeard + 1) != bits)) {
+      mCourse = *std::exchange(mNextCourse, std::nullopt);
+      mHeard = -1;
+    }
+    const std::int32_t expected = mHeard < 0 ? mCourse.first + 2 : mHeard + 1;
     const bool isFirst = mHeard < 0;
     // Out of step it is looked for among those that would come next.
     mHeard = expected;
     while (mHeard < expected + 20 && bitsOf(mHeard) != bits) {
       ++mHeard;
     }
+    if (mHeard == expected + 20) {
+      mHeard = expected;
+      ++wrong;
+      return;  // none of them
+    }
     if (isFirst) {
       first = mHeard;
     } else if (mHeard != expected) {
       ++wrong;
-    }
-    if (mHeard == expected + 20) {
-      mHeard = expected;
-      return;  // none of them
     }
     // Out of silence the first sample tells the place, not the way through zero.
     const double place = start == mReader->onset ? start : start - mFilterDelay;
@@ -241,7 +270,9 @@ class LTCRun {
   std::unique_ptr<AudioRecorder> mRecorder;
   std::unique_ptr<LTCSignalReader> mReader;
   std::unique_ptr<host::Thread> mSource;
-  std::uint64_t mBegin = 0;
+  Course mCourse;
+  std::optional<Course> mJump;        // for the next call
+  std::optional<Course> mNextCourse;  // whose frames will be heard
   std::int32_t mHeard = -1;
   bool mEnding = true;
   std::mt19937_64 mRandom{1};
