@@ -77,6 +77,7 @@ class VLAppDelegate final : public KVObservable,
   bool didLoadFileAtStartup() const noexcept { return mDidLoadFileAtStartup; }
   /// Until the settings of OSC, which are read in the background, have been taken over.
   void waitForSettings();
+  const VLUserSettings& settings() const { return mSettings; }
 
   VLClock& clock() const noexcept { return mClock; }
   VLOSCServer& server() const noexcept { return VLOSCServer::sharedServer(); }

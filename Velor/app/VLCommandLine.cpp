@@ -224,6 +224,7 @@ struct OSCWords {
   int port = 0;
   std::vector<std::string> allow;
   std::vector<std::string> targets;
+  std::vector<std::string> forget;
 };
 
 void addOSC(CLI::App& app, OSCWords& words) {
@@ -236,6 +237,10 @@ void addOSC(CLI::App& app, OSCWords& words) {
          "--osc-target", words.targets,
          "Tell the clock's time and state there by OSC as well, from now on; may be repeated")
       ->type_name("HOST:PORT")
+      ->allow_extra_args(false);
+  app.add_option("--osc-forget", words.forget,
+                 "Remove a saved OSC host or target from its list; may be repeated")
+      ->type_name("ADDRESS|HOST:PORT")
       ->allow_extra_args(false);
 }
 
@@ -252,6 +257,10 @@ VLOSCOptions oscOptions(const CLI::App& app, const OSCWords& words) {
   }
   for (const std::string& word : words.targets) {
     options.targets.push_back(valueOf(VLOSCTargetFromText(word, error), error, "--osc-target"));
+  }
+  for (const std::string& word : words.forget) {
+    const bool isRead = VLOSCForgetFromText(word, options, error);
+    refuseIf(!isRead, "--osc-forget: " + error);
   }
   return options;
 }

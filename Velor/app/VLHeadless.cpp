@@ -147,6 +147,12 @@ std::string quit(VLAppDelegate& app, const VLWantedDevices& devices, host::MainQ
   app.clock().stop();
   app.clock().disarm();
   std::string unsaved = app.applicationWillTerminate();
+  if (const auto port = app.settings().lostOSCPort()) {
+    std::fprintf(stderr,
+                 "velor: OSC port %u could not be used; later starts receive no OSC unless "
+                 "--osc-port is given\n",
+                 unsigned{*port});
+  }
   if (const auto reader = devices.reader()) {
     reader->setFreewheelTime(0);
     reader->setChannel(VLLTCReader::kNoChannel);

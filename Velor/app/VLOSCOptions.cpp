@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 
 #include "CocoaAsyncSocket/UDPNetwork.h"
 #include "Velor/osc/VLOSCClientDispatcher.h"
@@ -15,19 +16,125 @@
 namespace velor {
 namespace {
 
-// Tells in the background whether the name of the host is known.
-void lookUp(const VLOSCOptions::Target& target, const VLOSCTell& tell) {
+std::string textOf(const VLOSCOptions::Target& target) {
+  const bool isIPv6 = target.first.find(':') != std::string::npos;
+  return (isIPv6 ? "[" + target.first + "]" : target.first) + ":" + std::to_string(target.second);
+}
+
+// Reports a name that the system cannot resolve.
+void lookUp(const VLOSCOptions::Target& target, const VLOSCReport& report) {
   UDPNetwork& network = udpNetwork();
-  network.queue().async([&network, target, tell] {
-    network.resolve(target.first, target.second, [target, tell](const UDPNetwork::Answer& answer) {
-      if (answer.code != 0) {
-        host::current().mainQueue().async([tell, host = target.first, code = answer.code] {
-          tell("--osc-target: '" + host + "' is no host that is known here (" + gai_strerror(code) +
-               ")");
+  network.queue().async([&network, target, report] {
+    network.resolve(
+        target.first, target.second, [target, report](const UDPNetwork::Answer& answer) {
+          if (answer.code != 0) {
+            host::current().mainQueue().async([report, host = target.first, code = answer.code] {
+              report("--osc-target: cannot resolve host '" + host + "': " + gai_strerror(code));
+            });
+          }
         });
-      }
-    });
   });
+}
+
+bool isAt(const VLOSCClient& client, const VLOSCOptions::Target& target) {
+  return client.host() == target.first && client.storedPort() == target.second;
+}
+
+void forgetHost(const std::string& address, const VLOSCReport& report) {
+  VLOSCServer& server = VLOSCServer::sharedServer();
+  std::set<std::size_t> rows;
+  for (std::size_t i = 0; i < server.countOfHostFilter(); ++i) {
+    if (server.objectInHostFilterAtIndex(i)->address() == address) {
+      rows.insert(i);
+    }
+  }
+  if (rows.empty()) {
+    report("--osc-forget: host " + address + " is not in the list");
+  }
+  server.removeHostFilterAtIndexes(rows);
+}
+
+void forgetTarget(const VLOSCOptions::Target& target, const VLOSCReport& report) {
+  VLOSCClientDispatcher& dispatcher = VLOSCClientDispatcher::sharedDispatcher();
+  const auto clients = dispatcher.clients();
+  std::set<std::size_t> rows;
+  for (std::size_t i = 0; i < clients.size(); ++i) {
+    if (isAt(*clients[i], target)) {
+      rows.insert(i);
+    }
+  }
+  if (rows.empty()) {
+    report("--osc-forget: target " + textOf(target) + " is not in the list");
+  }
+  dispatcher.removeClientsAtIndexes(rows);
+}
+
+void allow(const std::string& address, bool keep) {
+  VLOSCServer& server = VLOSCServer::sharedServer();
+  std::shared_ptr<VLOSCHostFilterEntry> entry;
+  for (std::size_t i = 0; i < server.countOfHostFilter() && entry == nullptr; ++i) {
+    const auto each = server.objectInHostFilterAtIndex(i);
+    entry = each->address() == address ? each : nullptr;
+  }
+  if (entry == nullptr) {
+    entry = VLOSCHostFilterEntry::initWithAddress(address, {});
+    server.addHostFilterObject(entry);
+  }
+  if (!entry->enabled()) {
+    entry->setEnabled(true);
+    entry->setForThisRun(!keep);
+  }
+}
+
+void listen(std::uint16_t port, bool keep, const VLOSCReport& report) {
+  VLOSCServer& server = VLOSCServer::sharedServer();
+  // A saved port that was refused a moment ago has been reported.
+  if (server.port() == port || server.refusedPort() == port) {
+    return;
+  }
+  GCDAsyncUdpSocketError problem;
+  bool started = false;
+  if (keep) {
+    server.stop();
+    started = server.startUdPServerAtPort(port, &problem);
+  } else {
+    started = server.startForThisRunAtPort(port, &problem);
+  }
+  if (!started) {
+    report("--osc-port: cannot use port " + std::to_string(port) + ": " + problem.description());
+  }
+}
+
+void addTarget(const VLOSCOptions::Target& target, bool keep, const VLOSCReport& report) {
+  lookUp(target, report);
+  VLOSCClientDispatcher& dispatcher = VLOSCClientDispatcher::sharedDispatcher();
+  const auto clients = dispatcher.clients();
+  // Beside a row that the user has switched off, which stays as it is.
+  if (std::none_of(clients.begin(), clients.end(), [&target](const auto& client) {
+        return client->enabled() && isAt(*client, target);
+      })) {
+    const auto client = VLUserDefinedOSCClient::initWithUdpHost(target.first, target.second);
+    client->setForThisRun(!keep);
+    dispatcher.addClient(client);
+  }
+}
+
+void applyNow(const VLOSCOptions& options, const VLOSCReport& report) {
+  for (const std::string& address : options.forgetHosts) {
+    forgetHost(address, report);
+  }
+  for (const auto& target : options.forgetTargets) {
+    forgetTarget(target, report);
+  }
+  for (const std::string& address : options.allow) {
+    allow(address, options.keep);
+  }
+  if (options.port) {
+    listen(*options.port, options.keep, report);
+  }
+  for (const auto& target : options.targets) {
+    addTarget(target, options.keep, report);
+  }
 }
 
 }  // namespace
@@ -44,7 +151,7 @@ std::optional<VLOSCOptions::Target> VLOSCTargetFromText(const std::string& text,
   }
   if (host.empty() || digits.empty() ||
       digits.find_first_not_of("0123456789") != std::string::npos) {
-    error = "'" + text + "' is no HOST:PORT";
+    error = "'" + text + "' is not HOST:PORT";
     return std::nullopt;
   }
   const int port = digits.size() <= 5 ? std::stoi(digits) : 0;
@@ -58,48 +165,28 @@ std::optional<VLOSCOptions::Target> VLOSCTargetFromText(const std::string& text,
 std::optional<std::string> VLHostAddressFromText(const std::string& text, std::string& error) {
   const auto address = SocketAddress::fromText(text, 0);
   if (!address) {
-    error = "'" + text + "' is no address (10.0.0.5 or fe80::1 for instance)";
+    error = "'" + text + "' is not an IP address; expected for example 10.0.0.5 or fe80::1";
     return std::nullopt;
   }
   return address->host();
 }
 
-void VLOSCApply(const VLOSCOptions& options, const VLOSCTell& tell) {
-  VLOSCServer& server = VLOSCServer::sharedServer();
-  for (const std::string& address : options.allow) {
-    std::shared_ptr<VLOSCHostFilterEntry> entry;
-    for (std::size_t i = 0; i < server.countOfHostFilter() && entry == nullptr; ++i) {
-      const auto each = server.objectInHostFilterAtIndex(i);
-      entry = each->address() == address ? each : nullptr;
-    }
-    const bool isNew = entry == nullptr;
-    if (isNew) {
-      entry = VLOSCHostFilterEntry::initWithAddress(address, {});
-    }
-    entry->setEnabled(true);
-    if (isNew) {
-      server.addHostFilterObject(entry);
-    }
+bool VLOSCForgetFromText(const std::string& text, VLOSCOptions& options, std::string& error) {
+  std::string reason;
+  if (auto address = VLHostAddressFromText(text, reason)) {
+    options.forgetHosts.push_back(std::move(*address));
+    return true;
   }
-  if (options.port && server.port() != *options.port) {
-    server.stop();
-    GCDAsyncUdpSocketError problem;
-    if (!server.startUdPServerAtPort(*options.port, &problem)) {
-      tell("--osc-port: port " + std::to_string(*options.port) +
-           " cannot be used: " + problem.description());
-    }
+  if (auto target = VLOSCTargetFromText(text, reason)) {
+    options.forgetTargets.push_back(std::move(*target));
+    return true;
   }
-  VLOSCClientDispatcher& dispatcher = VLOSCClientDispatcher::sharedDispatcher();
-  const VLOSCClientDispatcher::Clients clients = dispatcher.clients();
-  for (const VLOSCOptions::Target& target : options.targets) {
-    lookUp(target, tell);
-    const bool isThere = std::any_of(clients.begin(), clients.end(), [&target](const auto& client) {
-      return client->host() == target.first && client->port() == target.second;
-    });
-    if (!isThere) {
-      dispatcher.addClient(VLUserDefinedOSCClient::initWithUdpHost(target.first, target.second));
-    }
-  }
+  error = "'" + text + "' is neither an IP address nor HOST:PORT";
+  return false;
+}
+
+void VLOSCApply(const VLOSCOptions& options, const VLOSCReport& report) {
+  host::current().mainQueue().async([options, report] { applyNow(options, report); });
 }
 
 }  // namespace velor

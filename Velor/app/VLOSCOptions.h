@@ -16,8 +16,13 @@ struct VLOSCOptions {
   using Target = std::pair<std::string, std::uint16_t>;
 
   std::optional<std::uint16_t> port;
-  std::vector<std::string> allow;  // addresses, as sockets give them
+  std::vector<std::string> allow;  ///< addresses, as sockets give them
   std::vector<Target> targets;
+  std::vector<std::string> forgetHosts;  ///< addresses, likewise
+  std::vector<Target> forgetTargets;
+  /// Whether port, hosts and targets are saved for later runs. What is forgotten stays
+  /// forgotten in any case.
+  bool keep = true;
 
   bool isWanted() const { return port.has_value() || !targets.empty(); }
 };
@@ -30,12 +35,17 @@ std::optional<VLOSCOptions::Target> VLOSCTargetFromText(const std::string& text,
 /// Reads an address as sockets give it. On failure none, and why in `error`.
 std::optional<std::string> VLHostAddressFromText(const std::string& text, std::string& error);
 
-/// Takes a text for people.
-using VLOSCTell = std::function<void(const std::string& problem)>;
+/// Adds to what `options` forgets: a host by "ADDRESS", or a target by "HOST:PORT". On
+/// failure false, and why in `error`.
+bool VLOSCForgetFromText(const std::string& text, VLOSCOptions& options, std::string& error);
 
-/// Adds what is asked for to the server and the dispatcher, where it is not there yet. A port
-/// that cannot be used is told at once, a target whose name nobody knows when that is found
-/// out, on the main queue; all else goes on. Main queue.
-void VLOSCApply(const VLOSCOptions& options, const VLOSCTell& tell);
+/// Takes a text for people.
+using VLOSCReport = std::function<void(const std::string& problem)>;
+
+/// Changes the lists of the server and the dispatcher as the options ask, when the main
+/// queue comes to it: the saved lists, which are on their way there, come first. A problem
+/// is reported on the main queue, an unknown name as soon as that is known; all else goes
+/// on. Main queue.
+void VLOSCApply(const VLOSCOptions& options, const VLOSCReport& report);
 
 }  // namespace velor

@@ -40,11 +40,13 @@ VLUserSettings::VLUserSettings(store::ApplicationFolders folders)
 void VLUserSettings::load(host::Queue& background,
                           std::function<void(const std::string& error)> tell) {
   Stored stored;
-  const bool isRead = mDefaults.read([&stored](store::KeyedUnarchiver& coder) {
-    stored.server = coder.decodeObject<VLOSCServerSettings>(kServerKey);
-    stored.clients = coder.decodeString(kClientsKey);
-    stored.disablesLoopCheck = coder.decodeBool(kLoopCheckKey).value_or(false);
-  });
+  // Without a folder the name alone would mean a file of the working directory.
+  const bool isRead =
+      !mFolders.config().empty() && mDefaults.read([&stored](store::KeyedUnarchiver& coder) {
+        stored.server = coder.decodeObject<VLOSCServerSettings>(kServerKey);
+        stored.clients = coder.decodeString(kClientsKey);
+        stored.disablesLoopCheck = coder.decodeBool(kLoopCheckKey).value_or(false);
+      });
   if (!isRead) {
     stored = {};
   }
@@ -61,15 +63,27 @@ void VLUserSettings::load(host::Queue& background,
       if (problem.domain == kGCDAsyncUdpSocketErrorDomain &&
           problem.code == kGCDAsyncUdpSocketOtherError) {
         mDefaults.keepDamaged(problem.description());
+        tellOnMain("cannot read the OSC hosts: " + problem.description());
+      } else {
+        mRefusedOSCPort.store(stored.server->port);
+        tellOnMain("cannot receive OSC at port " + std::to_string(stored.server->port) + ": " +
+                   problem.description());
       }
-      tellOnMain("OSC cannot be received: " + problem.description());
     }
     std::string error;
     if (stored.clients && !dispatcher.loadSettingsFromData(*stored.clients, error)) {
       mDefaults.keepDamaged(error);
-      tellOnMain("The OSC targets cannot be read: " + error);
+      tellOnMain("cannot read the OSC targets: " + error);
     }
   });
+}
+
+std::optional<std::uint16_t> VLUserSettings::lostOSCPort() const {
+  const std::uint16_t port = mRefusedOSCPort.load();
+  if (port == 0 || VLOSCServer::sharedServer().settingsDictionary()->running) {
+    return std::nullopt;
+  }
+  return port;
 }
 
 bool VLUserSettings::save() const {

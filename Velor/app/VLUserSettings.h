@@ -2,7 +2,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "platform/host/Queue.h"
@@ -22,6 +24,8 @@ class VLUserSettings {
   void load(host::Queue& background, std::function<void(const std::string& error)> tell);
   /// False, with the reason in the log, when it cannot be written.
   bool save() const;
+  /// The saved port at which this run could not receive OSC, and the next run will not try.
+  std::optional<std::uint16_t> lostOSCPort() const;
 
   /// Any thread.
   bool disablesMTCLoopCheck() const noexcept { return mDisablesMTCLoopCheck.load(); }
@@ -31,6 +35,7 @@ class VLUserSettings {
   const store::ApplicationFolders mFolders;
   const store::UserDefaults mDefaults;
   std::atomic<bool> mDisablesMTCLoopCheck{false};
+  std::atomic<std::uint16_t> mRefusedOSCPort{0};
 };
 
 }  // namespace velor

@@ -100,6 +100,7 @@ std::uint16_t VLOSCClient::port() const {
 }
 
 void VLOSCClient::setEnabled(bool enabled) {
+  mForThisRun = false;
   mEnabled.store(enabled);
   if (enabled) {
     VLOSCClientDispatcher::sharedDispatcher().updateClient(*this);

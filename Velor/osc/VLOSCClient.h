@@ -48,10 +48,16 @@ class VLOSCClient : public KVObservable,
   std::optional<std::string> host() const;
   /// That of the connection; 0 before it stands.
   std::uint16_t port() const;
+  /// As it was given, whatever became of the connection.
+  std::uint16_t storedPort() const;
 
   bool enabled() const noexcept { return mEnabled.load(); }
   /// One that is enabled gets the state of the clock at once.
   void setEnabled(bool enabled);
+
+  /// Whether it ends with the run, and is not saved. An edit makes it last.
+  bool isForThisRun() const noexcept { return mForThisRun; }
+  void setForThisRun(bool forThisRun) noexcept { mForThisRun = forThisRun; }
 
   /// Connected, and seen on the network.
   virtual bool alive() const { return connected() && mAlive; }
@@ -102,8 +108,6 @@ class VLOSCClient : public KVObservable,
   // For a new object of a class: what was given, what is stored.
   void initFromUdpHost(const std::optional<std::string>& host, std::uint16_t port);
   void initFromCoder(store::KeyedUnarchiver& coder);
-  /// As it was given, whatever became of the connection.
-  std::uint16_t storedPort() const;
 
  private:
   // The queue first: a socket must be closed before its queue ends.
@@ -127,6 +131,7 @@ class VLOSCClient : public KVObservable,
   host::Queue& mMainQueue;
   std::atomic<bool> mEnabled{false};
   std::atomic<std::int64_t> mTag{0};  // of the last datagram
+  bool mForThisRun = false;
   bool mAlive = false;
   bool mConnected = false;
   std::optional<std::string> mServiceName;

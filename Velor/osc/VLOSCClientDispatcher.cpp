@@ -230,7 +230,9 @@ void VLOSCClientDispatcher::timeChanged() {
 
 std::string VLOSCClientDispatcher::settingsData() const {
   store::KeyedArchiver archiver;
-  archiver.encodeArray(clients(), kClientsKey);
+  Clients lasting = clients();
+  std::erase_if(lasting, [](const auto& client) { return client->isForThisRun(); });
+  archiver.encodeArray(lasting, kClientsKey);
   return archiver.data();
 }
 

@@ -76,7 +76,7 @@ class VLOSCClientDispatcher final : public KVObservable,
 
   // --- settings
 
-  /// A keyed archive of the targets.
+  /// A keyed archive of the targets that outlive the run.
   std::string settingsData() const;
   /// They replace those that are there; none if it cannot be read, which is false,
   /// with the place of the damage in `error`. Any thread.

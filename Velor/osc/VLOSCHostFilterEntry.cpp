@@ -41,6 +41,7 @@ void VLOSCHostFilterEntry::encodeWithCoder(store::KeyedArchiver& coder) const {
 
 void VLOSCHostFilterEntry::setEnabled(bool enabled) {
   mEnabled = enabled;
+  mForThisRun = false;
   if (const auto delegate = mDelegate.lock()) {
     delegate->hostFilterEntryChangedEnabled(*this, enabled);
   }

@@ -28,8 +28,12 @@ class VLOSCHostFilterEntry final : public store::KeyedCoding {
   void encodeWithCoder(store::KeyedArchiver& coder) const override;
 
   bool enabled() const noexcept { return mEnabled; }
-  /// Tells the delegate in any case.
+  /// Tells the delegate in any case. What is ticked so lasts: see setForThisRun.
   void setEnabled(bool enabled);
+
+  /// Whether the tick ends with the run; such a row is not saved.
+  bool isForThisRun() const noexcept { return mForThisRun; }
+  void setForThisRun(bool forThisRun) noexcept { mForThisRun = forThisRun; }
 
   const std::string& address() const noexcept { return mAddress; }
 
@@ -48,6 +52,7 @@ class VLOSCHostFilterEntry final : public store::KeyedCoding {
   const std::string mAddress;
   std::weak_ptr<VLOSCHostFilterEntryDelegate> mDelegate;
   bool mEnabled = false;
+  bool mForThisRun = false;
   std::optional<std::string> mHostName;
 };
 

@@ -68,13 +68,42 @@ bool VLOSCServer::startUdPServerAtPort(std::uint16_t port, GCDAsyncUdpSocketErro
   {
     const std::lock_guard lock(mServiceMutex);
     rx.swap(mOscRx);
+    mNextStart.reset();
+    mRefusedPort.reset();
   }
   rx.reset();  // the former one
   const auto started = oscRx();
   if (started->startAtPort(port, error)) {
     publish(port);
+  } else {
+    const std::lock_guard lock(mServiceMutex);
+    mRefusedPort = port;
   }
   return started->running();
+}
+
+bool VLOSCServer::startForThisRunAtPort(std::uint16_t port, GCDAsyncUdpSocketError* error) {
+  const NextStart kept = nextStart();
+  stop();
+  const bool started = startUdPServerAtPort(port, error);
+  const std::lock_guard lock(mServiceMutex);
+  mNextStart = kept;
+  return started;
+}
+
+VLOSCServer::NextStart VLOSCServer::nextStart() const {
+  {
+    const std::lock_guard lock(mServiceMutex);
+    if (mNextStart) {
+      return *mNextStart;
+    }
+  }
+  return {running(), port()};
+}
+
+std::optional<std::uint16_t> VLOSCServer::refusedPort() const {
+  const std::lock_guard lock(mServiceMutex);
+  return mRefusedPort;
 }
 
 void VLOSCServer::publish(std::uint16_t port) {
@@ -98,6 +127,8 @@ void VLOSCServer::stop() {
   if (const auto rx = oscRx()) {
     rx->stop();
   }
+  const std::lock_guard lock(mServiceMutex);
+  mNextStart.reset();
 }
 
 bool VLOSCServer::running() const {
@@ -264,11 +295,15 @@ void VLOSCServer::removeHostFilterAtIndexes(const std::set<std::size_t>& indexes
 
 std::shared_ptr<VLOSCServerSettings> VLOSCServer::settingsDictionary() const {
   store::KeyedArchiver archiver;
-  archiver.encodeArray(mHostFilter, kHostsKey);
+  Entries lasting;
+  std::copy_if(mHostFilter.begin(), mHostFilter.end(), std::back_inserter(lasting),
+               [](const auto& entry) { return !entry->isForThisRun(); });
+  archiver.encodeArray(lasting, kHostsKey);
   const std::string document = archiver.data();
+  const NextStart next = nextStart();
   auto settings = std::make_shared<VLOSCServerSettings>();
-  settings->running = running();
-  settings->port = port();
+  settings->running = next.running;
+  settings->port = next.port;
   settings->hostFilter.assign(document.begin(), document.end());
   settings->filterMode = static_cast<std::uint32_t>(filterMode());
   return settings;

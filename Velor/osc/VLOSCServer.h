@@ -69,6 +69,10 @@ class VLOSCServer final : public KVObservable,
   /// For a stopped server. Whether it runs now; else why not in `error`.
   bool startUdPServerAtPort(std::uint16_t port, GCDAsyncUdpSocketError* error = nullptr);
   void stop();
+  /// Stops it and starts it at this port; the settings keep what they had.
+  bool startForThisRunAtPort(std::uint16_t port, GCDAsyncUdpSocketError* error = nullptr);
+  /// The port of the last start, if that failed.
+  std::optional<std::uint16_t> refusedPort() const;
   bool running() const;
   /// 0 while it does not run.
   std::uint16_t port() const;
@@ -118,7 +122,14 @@ class VLOSCServer final : public KVObservable,
   VLOSCServer();
   ~VLOSCServer() override;
 
+  // What the settings say of the next start.
+  struct NextStart {
+    bool running;
+    std::uint16_t port;
+  };
+
   std::shared_ptr<VLOscRx> oscRx() const;
+  NextStart nextStart() const;
   void publish(std::uint16_t port);
   void adopt(VLOSCHostFilterEntry& entry);
   void release(VLOSCHostFilterEntry& entry);
@@ -134,6 +145,8 @@ class VLOSCServer final : public KVObservable,
   std::shared_ptr<VLOscRx> mOscRx;                       // under mServiceMutex
   std::string mUUID;                                     // under mServiceMutex
   std::shared_ptr<discovery::NSNetService> mNetService;  // under mServiceMutex
+  std::optional<std::uint16_t> mRefusedPort;             // under mServiceMutex
+  std::optional<NextStart> mNextStart;                   // under mServiceMutex; null: as now
 
   std::mutex mHostsMutex;
   // Under mHostsMutex.

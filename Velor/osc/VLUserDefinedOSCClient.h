@@ -30,13 +30,18 @@ class VLUserDefinedOSCClient final : public VLOSCClient {
   bool userDefinedHost() const override { return true; }
 
   // Each connects anew.
-  void setHost(const std::optional<std::string>& host) { setHostPort(host, storedPort()); }
-  void setPort(std::uint16_t port) { setHostPort(host(), port); }
+  void setHost(const std::optional<std::string>& host) { moveTo(host, storedPort()); }
+  void setPort(std::uint16_t port) { moveTo(host(), port); }
   /// For a cell that was emptied: "port" becomes kDefaultPort, other keys raise.
   void setNilValueForKey(std::string_view key);
 
  private:
   VLUserDefinedOSCClient() = default;
+
+  void moveTo(const std::optional<std::string>& host, std::uint16_t port) {
+    setForThisRun(false);
+    setHostPort(host, port);
+  }
 };
 
 }  // namespace velor

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <fstream>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -124,7 +125,7 @@ TEST_F(OSC, AWrongWordEndsTheProgramWith2) {
            Case{{"--osc-allow", "127.0.0.1"}, "--osc-allow needs --osc-port"},
            Case{{"--osc-port", "7770", "--osc-allow", "desk"}, "--osc-allow: 'desk'"},
            Case{{"--osc-target", "127.0.0.1:65536"}, "out of range (1 to 65535)"},
-           Case{{"--osc-target", "::1:9000"}, "'::1:9000' is no HOST:PORT"},
+           Case{{"--osc-target", "::1:9000"}, "'::1:9000' is not HOST:PORT"},
        }) {
     SCOPED_TRACE(c.told);
     std::vector<std::string> all = {"--headless", "--play"};
@@ -146,9 +147,26 @@ TEST_F(OSC, APortThatIsTakenAndATargetThatNobodyKnowsAreToldAndTheRestGoesOn) {
   EXPECT_TRUE(waitFor(10, [&velor] {
     const std::string told = velor.errors();
     return told.find("Address already in use") != std::string::npos &&
-           told.find("'desk.invalid' is no host") != std::string::npos;
+           told.find("cannot resolve host 'desk.invalid'") != std::string::npos;
   })) << velor.errors();
   EXPECT_EQ(velor.end(SIGTERM), 0);
+}
+
+TEST_F(OSC, WithoutAHomeFolderAFileOfTheWorkingDirectoryIsNotTakenForSettings) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path().string();
+  const std::string foreign = "not the settings of anybody";
+  std::ofstream(path + "/settings.json") << foreign;
+  // A user whom the password database does not know.
+  Process velor(
+      {"sh", "-c", "cd \"$0\" && exec env -u HOME unshare --user --map-user=4242 \"$1\" --headless",
+       path, VELOR_PROGRAM},
+      environment(), path + "/out");
+  ASSERT_TRUE(waitFor(10, [&] {
+    return fileContents(path + "/out").find("MIDI stays") != std::string::npos;
+  })) << fileContents(path + "/out");
+  velor.end(SIGTERM);
+  EXPECT_EQ(fileContents(path + "/settings.json"), foreign);
 }
 
 TEST_F(OSC, TheStatusLineTellsThePort) {
