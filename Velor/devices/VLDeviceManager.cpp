@@ -54,6 +54,11 @@ void takeRemainders(VLTimecodeDestinationDevice& present,
   }
 }
 
+std::optional<midi::MIDIUniqueID> idOf(const VLDevice& device) {
+  const auto endpoint = device.midiEndpoint();
+  return endpoint != nullptr ? idOf(*endpoint) : std::nullopt;
+}
+
 bool contains(const KVMIDICore::Endpoints& endpoints, const KVMIDIEndpoint& wanted) {
   return std::any_of(endpoints.begin(), endpoints.end(),
                      [&wanted](const auto& endpoint) { return endpoint->isEqual(wanted); });
@@ -164,7 +169,11 @@ void VLDeviceManager::addAppeared(const KVMIDICore::Endpoints& present) {
     VELOR_LOG_INFO("added device with MIDI Endpoint %s", displayName(*endpoint).c_str());
     const auto id = idOf(*endpoint);
     if (id && mEnabledWhenBack.erase(*id) > 0) {
-      destination->setEnable(true);
+      if (mTemporarySwitches.contains(*id)) {
+        enableTemporarily(*destination);
+      } else {
+        destination->setEnable(true);
+      }
     }
     if (id == kMediaPlaybackUniqueID && !_inStateRestauration) {
       host::current().mainQueue().async([weak = std::weak_ptr(destination)] {
@@ -192,6 +201,9 @@ void VLDeviceManager::deviceDidEnableTransmit(VLTimecodeDestinationDevice& devic
     return;
   }
   const auto id = idOf(*endpoint);
+  if (id) {
+    mTemporarySwitches.erase(*id);
+  }
   if (!enable && id) {
     mEnabledWhenBack.erase(*id);
   }
@@ -212,9 +224,37 @@ void VLDeviceManager::deviceDidEnableTransmit(VLTimecodeDestinationDevice& devic
 
 // --- the user's devices ---
 
+// Restored devices keep their names, and two of one name could not be told apart.
+std::string VLDeviceManager::nextName(const std::string& kind, unsigned& count) const {
+  std::string name;
+  do {
+    name = kind + std::to_string(++count);
+  } while (std::any_of(mDevices.begin(), mDevices.end(),
+                       [&name](const auto& device) { return device->name() == name; }));
+  return name;
+}
+
+void VLDeviceManager::makeTemporary(const VLDevice& device) {
+  const std::lock_guard lock(mLock);
+  if (const auto id = idOf(device)) {
+    mTemporaryDevices.insert(*id);
+  }
+}
+
+void VLDeviceManager::enableTemporarily(VLTimecodeDestinationDevice& destination) {
+  const std::lock_guard lock(mLock);
+  if (destination.enable()) {
+    return;
+  }
+  destination.setEnable(true);
+  if (const auto id = idOf(destination)) {
+    mTemporarySwitches.insert(*id);
+  }
+}
+
 std::shared_ptr<VLLTCGeneratorDevice> VLDeviceManager::createGenerator() {
   const std::lock_guard lock(mLock);
-  const std::string name = "LTC Generator " + std::to_string(++mGenerators);
+  const std::string name = nextName("LTC Generator ", mGenerators);
   VELOR_LOG_INFO("creating LTC Generator...");
   auto device = VLLTCGeneratorDevice::initWithMIDIClient(mCore.defaultClient(), name);
   device->setDelegate(mSelf);
@@ -225,7 +265,7 @@ std::shared_ptr<VLLTCGeneratorDevice> VLDeviceManager::createGenerator() {
 
 std::shared_ptr<VLLTCReaderDevice> VLDeviceManager::createrReader() {
   const std::lock_guard lock(mLock);
-  const std::string name = "LTC Reader " + std::to_string(++mReaders);
+  const std::string name = nextName("LTC Reader ", mReaders);
   const auto endpoint = std::make_shared<KVMIDIEndpoint>(
       mCore.createSource(mCore.defaultClient(), name, static_cast<midi::MIDIUniqueID>(KVRandom())));
   auto device = VLLTCReaderDevice::initWithEndpoint(endpoint);
@@ -276,8 +316,24 @@ void VLDeviceManager::removeMakersOfEndpoints() {
 
 void VLDeviceManager::encodeState(store::KeyedArchiver& coder) const {
   const std::lock_guard lock(mLock);
-  coder.encodeArray(mDevices, kDevicesKey);
-  coder.encodeArray(mDestinations, kDestinationsKey);
+  const auto isIn = [](const std::set<midi::MIDIUniqueID>& ids, const VLDevice& device) {
+    const auto id = ids.empty() ? std::nullopt : idOf(device);
+    return id && ids.contains(*id);
+  };
+  const auto isOfTemporaryDevice = [&](const auto& each) { return isIn(mTemporaryDevices, *each); };
+  Devices devices = mDevices;
+  std::erase_if(devices, isOfTemporaryDevice);
+  Destinations destinations = mDestinations;
+  std::erase_if(destinations, isOfTemporaryDevice);
+  for (auto& destination : destinations) {
+    if (isIn(mTemporarySwitches, *destination)) {
+      const auto off = VLTimecodeDestinationDevice::deviceWithDevice(destination->device(), {});
+      off->takeRemainder(*destination);
+      destination = off;
+    }
+  }
+  coder.encodeArray(devices, kDevicesKey);
+  coder.encodeArray(destinations, kDestinationsKey);
 }
 
 void VLDeviceManager::decodeState(store::KeyedUnarchiver& coder) {

@@ -53,9 +53,9 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   Destinations destinations() const;
   Devices devices() const;
 
-  /// A new generator of LTC on the default output, "LTC Generator 1" and so on. Its
-  /// input becomes one of the destinations with the next change that the MIDI service
-  /// tells. Queue: main. Raises KVException "err" where a service fails.
+  /// A new generator of LTC on the default output, "LTC Generator 1" and so on, with the
+  /// next number that no device has. Its input becomes one of the destinations with the next change
+  /// that the MIDI service tells. Queue: main. Raises KVException "err" where a service fails.
   std::shared_ptr<VLLTCGeneratorDevice> createGenerator();
 
   /// A new reader of LTC on the default input, "LTC Reader 1" and so on, with a virtual
@@ -65,6 +65,12 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   /// Removes devices by their places in `devices`, with what they have made in the
   /// system and what they are as destinations. Raises for a place that is none.
   void removeDevicesAtIndexes(const std::set<std::size_t>& indexes);
+
+  /// The device belongs to this run: encodeState leaves it out.
+  void makeTemporary(const VLDevice& device);
+  /// Switches the destination on for this run: encodeState writes it as switched off,
+  /// until somebody else switches it. One that is on already stays as it is.
+  void enableTemporarily(VLTimecodeDestinationDevice& destination);
 
   /// Brings the destinations in step with the system's. Runs on the main queue
   /// after each change of the MIDI setup.
@@ -98,6 +104,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   void restoreDevices(store::KeyedUnarchiver& coder);
   void restoreDestinations(store::KeyedUnarchiver& coder);
   bool isListed(const VLTimecodeDestinationDevice& device) const;
+  std::string nextName(const std::string& kind, unsigned& count) const;
 
   KVMIDICore& mCore;
   VLClock& mClock;
@@ -109,6 +116,8 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   unsigned mGenerators = 0;  // made so far
   unsigned mReaders = 0;     // made so far
   std::set<midi::MIDIUniqueID> mEnabledWhenBack;
+  std::set<midi::MIDIUniqueID> mTemporaryDevices;   // by their endpoints
+  std::set<midi::MIDIUniqueID> mTemporarySwitches;  // of destinations that are on
   bool _inStateRestauration = false;
   std::string mDecodeError;
 
