@@ -95,8 +95,8 @@ bool VLAppDelegate::applicationOpenFile(const std::filesystem::path& path) {
   return mDidLoadFileAtStartup;
 }
 
-void VLAppDelegate::applicationDidFinishLaunching(
-    const std::optional<std::filesystem::path>& file) {
+void VLAppDelegate::applicationDidFinishLaunching(const std::optional<std::filesystem::path>& file,
+                                                  bool isFresh) {
   setUpMenus();
   bindClock();
   setupApplicationDefaultState();
@@ -123,7 +123,7 @@ void VLAppDelegate::applicationDidFinishLaunching(
   if (file) {
     applicationOpenFile(*file);
   }
-  if (const auto last = lastStateFile(); last && !mDidLoadFileAtStartup) {
+  if (const auto last = lastStateFile(); last && !mDidLoadFileAtStartup && !isFresh) {
     openLastState(*last);
   }
   followEdits();

@@ -66,8 +66,10 @@ class VLAppDelegate final : public KVObservable,
   /// Whether the document was loaded.
   bool applicationOpenFile(const std::filesystem::path& path);
   /// Opens the document, if one is given, once everything stands that it changes;
-  /// without one, or when it cannot be loaded, what the last run left.
-  void applicationDidFinishLaunching(const std::optional<std::filesystem::path>& file = {});
+  /// without one, or when it cannot be loaded, what the last run left, unless the start
+  /// is to be fresh.
+  void applicationDidFinishLaunching(const std::optional<std::filesystem::path>& file = {},
+                                     bool isFresh = false);
   /// Asks the user while something runs; the window gets the reply then.
   TerminateReply applicationShouldTerminate();
   /// Saves the state and the settings. What could not be saved, and why; empty when all

@@ -104,7 +104,7 @@ int secondsOption(const std::string& text, const char* option) {
   int seconds = 0;
   const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), seconds);
   refuseIf(failure != std::errc() || end != text.data() + text.size(),
-           std::string(option) + ": '" + text + "' is no whole number of seconds");
+           std::string(option) + ": '" + text + "' is not a whole number of seconds");
   refuseIf(seconds < -1 || seconds > kMaxFreewheel,
            std::string(option) + ": out of range (-1 to " + std::to_string(kMaxFreewheel) + ")");
   return seconds;
@@ -122,8 +122,6 @@ std::optional<std::uint64_t> playModeOf(const std::string* mode, bool hasStop, b
   const std::uint64_t value = valueNamed(kModes, *mode, "--mode");
   refuseIf(hasStop && value != VLPlayModeStop, "--stop-at contradicts --mode " + *mode);
   refuseIf(hasLoop && value != VLPlayModeLoop, "--loop contradicts --mode " + *mode);
-  refuseIf(!hasLoop && value == VLPlayModeLoop, "--mode loop needs --loop START END");
-  refuseIf(!hasStop && value == VLPlayModeStop, "--mode stop needs --stop-at TIME");
   refuseIf(hasStart && value == VLPlayModeTimeOfDay, "--start contradicts --mode time-of-day");
   refuseIf(hasPreroll && value == VLPlayModeTimeOfDay, "--preroll contradicts --mode time-of-day");
   return value;
@@ -267,11 +265,18 @@ VLOSCOptions oscOptions(const CLI::App& app, const OSCWords& words) {
 
 // Beside a command, which has options of its own, or beside the one option that goes with
 // no other.
-void refuseOthers(const CLI::App& app, const std::string& one) {
+void refuseOthers(const CLI::App& app, const std::string& one, const std::string& other = "") {
   for (const CLI::Option* option : app.get_options()) {
-    refuseIf(option->count() > 0 && option->get_name() != one,
+    refuseIf(option->count() > 0 && option->get_name() != one && option->get_name() != other,
              option->get_name() + " does not go with '" + one + "'");
   }
+}
+
+// A channel that is missing may appear, a word without a channel names none.
+void refuseWithoutChannel(const std::string& text, const char* option) {
+  const std::size_t colon = text.rfind(':');
+  refuseIf(colon == std::string::npos || colon == 0 || colon + 1 == text.size(),
+           std::string(option) + ": '" + text + "' is not a DEVICE:CHANNEL");
 }
 
 VLCommandLine refusal(const std::string& error) {
@@ -415,6 +420,11 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
       ->type_name("FILE");
   app.add_flag("--recover", options.recover,
                "Open what a run that was cut off has left of its state");
+  app.add_flag("--fresh", options.fresh, "Start without the state of the last run");
+  app.add_flag("--keep", options.keep,
+               "Save the devices, destinations, OSC port, hosts and targets that options add");
+  app.add_flag("--wait", options.wait,
+               "Start without a named port or device that is missing; use it when it appears");
   app.add_option("--format", format,
                  "23.98, 24, 25, 29.97, 29.97df, 30 or 30df; else that of the document, or 25");
   app.add_option("--start", options.times.start, "The time to start from, HH:MM:SS:FF");
@@ -453,7 +463,7 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
       ->type_name("DEVICE:CHANNEL");
   auto* freewheelOption =
       app.add_option("--freewheel", freewheel,
-                     "How long that MTC goes on when the LTC ends, in seconds; -1 without end")
+                     "Whole seconds of freewheel after LTC drops out; -1 = forever")
           ->type_name("SECONDS")
           ->default_str("5");
   app.add_option("--loop", loop, "Go from END back to START")->expected(2)->type_name("START END");
@@ -489,6 +499,9 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
       result.inspect = inspected;
       return result;
     }
+    if (options.list) {
+      refuseOthers(app, "--list", "--headless");
+    }
     refuseEmptyNumbers(app, {"--rate-percent", "--preroll"});
     if (app.count("--format") > 0) {
       options.format = valueNamed(kFormats, format, "--format");
@@ -512,6 +525,12 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
     options.playMode = playModeOf(app.count("--mode") > 0 ? &mode : nullptr,
                                   options.times.stopAt.has_value(), options.times.loop.has_value(),
                                   options.times.start.has_value(), options.preroll.has_value());
+    for (const std::string& output : options.ltcOut) {
+      refuseWithoutChannel(output, "--ltc-out");
+    }
+    if (options.ltcIn) {
+      refuseWithoutChannel(*options.ltcIn, "--ltc-in");
+    }
     for (const char* option : {"--ltc-level", "--ltc-user-bits"}) {
       refuseIf(app.count(option) > 0 && options.ltcOut.empty(),
                std::string(option) + " needs --ltc-out");
@@ -532,9 +551,11 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
     }
     refuseEmptyNumbers(app, {"--osc-port"});
     options.osc = oscOptions(app, oscWords);
+    options.osc.keep = options.keep;
     refuseIf(options.arm && options.play,
              "--arm and --play contradict each other: an armed clock is started by MTC");
     refuseIf(options.file && options.recover, "FILE and --recover contradict each other");
+    refuseIf(options.fresh && options.recover, "--fresh and --recover contradict each other");
     refuseIf(!options.headless && !options.list,
              "there is no window yet: use --headless or --list (--help tells more)");
     result.options = options;

@@ -46,6 +46,9 @@ struct VLOptions {
   bool headless = false;
   std::optional<std::string> file;
   bool recover = false;
+  bool fresh = false;  // without the last state
+  bool keep = false;   // save the devices, switches, hosts and targets that options make
+  bool wait = false;   // for ports and devices that are missing
   bool autoFormat = false;
   bool ignoreLoops = false;
   bool list = false;

@@ -37,6 +37,7 @@ constexpr std::uint64_t kRunOut = 300'000'000;
 // Of several ports that are chosen at once, or return, the first begins a check for loops,
 // when the ways of the others are not open. It is over by then.
 constexpr std::uint64_t kLoopCheckDelay = 250'000'000;
+constexpr std::uint64_t kLookInterval = 500'000'000;
 
 // The signals end the main loop, as a quit does.
 class StopSignals {
@@ -82,6 +83,20 @@ void checkLoopsSoon(const std::shared_ptr<VLAppDelegate>& app) {
   host::current().mainQueue().after(kLoopCheckDelay, [weak = std::weak_ptr(app)] {
     if (const auto strong = weak.lock()) {
       strong->clock().doLoopDetection();
+    }
+  });
+}
+
+// Audio channels that appear announce nothing.
+void lookForMissing(const VLWantedDevices& devices, std::weak_ptr<VLAppDelegate> app,
+                    const std::function<void()>& follow) {
+  if (devices.missing().empty()) {
+    return;
+  }
+  host::current().mainQueue().after(kLookInterval, [&devices, app, &follow] {
+    if (app.lock() != nullptr) {
+      follow();
+      lookForMissing(devices, app, follow);
     }
   });
 }
@@ -190,11 +205,26 @@ int VLHeadlessRun(const VLOptions& options) {
   const auto app = std::make_shared<VLAppDelegate>(window, view, store::ApplicationFolders());
   const KVObserverToken before = KVNotificationCenter::defaultCenter().addObserver(
       KVMIDINotification, [&](const KVNotification&) { devices->willFollowSetup(*app); });
-  app->applicationDidFinishLaunching(options.file);
-  const auto followSetup = [&] {
-    if (devices->didFollowSetup(*app)) {
+  app->applicationDidFinishLaunching(options.file, options.fresh);
+  // Until the options are applied there is nothing to follow.
+  bool isApplied = false;
+  KVObserverToken input;
+  std::shared_ptr<VLLTCReaderDevice> reader;
+  const auto showReader = [&] {
+    if (const auto named = devices->reader(); named != nullptr && named != reader) {
+      reader = named;
+      reader->setDelegate(view);
+      input = reader->addObserver("audioObjectId", [&](const auto&) { devices->keepChannel(); });
+    }
+  };
+  const std::function<void()> followSetup = [&] {
+    if (!isApplied) {
+      return;
+    }
+    if (devices->follow(*app)) {
       checkLoopsSoon(app);
     }
+    showReader();
   };
   const KVObserverToken behind = KVNotificationCenter::defaultCenter().addObserver(
       KVMIDINotification, [&](const KVNotification&) { followSetup(); });
@@ -233,21 +263,22 @@ int VLHeadlessRun(const VLOptions& options) {
     std::fputs("velor: no MIDI server is running; MIDI stays in process until one appears\n",
                stderr);
   }
-  if (!devices->apply(*app, options, error)) {
+  if (!devices->apply(*app, error)) {
     return fail(kUsageStatus, error);
   }
-  KVObserverToken input;
-  if (const auto reader = devices->reader()) {
-    reader->setDelegate(view);
-    input = reader->addObserver("audioObjectId", [&](const auto&) { devices->keepChannel(); });
+  isApplied = true;
+  showReader();
+  for (const std::string& problem : devices->missing()) {
+    window->presentError(problem + "; waiting for it");
   }
+  lookForMissing(*devices, app, followSetup);
   view->begin();
   // Else the first block might find its way not open yet.
   midi::service().waitUntilSettled();
   if (app->syncSource() != nullptr) {
     checkLoopsSoon(app);
   }
-  if (options.arm) {
+  if (options.arm && app->syncSource() != nullptr) {
     app->clock().arm();
   }
   if (options.play) {

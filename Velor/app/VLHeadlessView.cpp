@@ -54,7 +54,7 @@ void VLHeadlessView::needsDisplay() {
   if (status.ltcIn) {
     status.ltcIn->time = mRead;
     const auto reader = mDevices.reader();
-    if (reader->freewheeling()) {
+    if (reader != nullptr && reader->freewheeling()) {
       reader->getLatestTime(status.ltcIn->time);
     }
   }

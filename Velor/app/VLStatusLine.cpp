@@ -38,7 +38,7 @@ std::string statusText(const VLStatus& status) {
 }
 
 std::string portText(const VLNamedPort& port) {
-  return VLPrintable(port.name) + (port.present ? "" : " (away)");
+  return VLPrintable(port.name) + (port.present ? "" : " (missing)");
 }
 
 std::size_t terminalColumns() {

@@ -44,162 +44,254 @@ bool playsAt(const KVLTCGenerator& generator, audio::AudioObjectID deviceID,
 
 }  // namespace
 
-VLWantedDevices::Port VLWantedDevices::port(const KVMIDIEndpoint& endpoint) {
-  return {endpoint.uniqueID(), VLPortName(endpoint)};
-}
-
-std::optional<VLWantedDevices> VLWantedDevices::find(const VLOptions& options, std::string& error) {
-  const KVMIDICore& core = KVMIDICore::sharedCore();
-  VLWantedDevices wanted;
-  const auto fails = [&error](const char* option) {
-    error = std::string(option) + ": " + error;
-    return std::nullopt;
-  };
-  const auto channelOf = [](const VLAudioChannel& channel) {
-    return Channel{channel.name, channel.device->objectID(), channel.channel - 1, channel.channels};
-  };
-  for (const std::string& name : options.mtcOut) {
-    const auto endpoint = VLEndpointNamed(name, core.destinations(), "destination", error);
-    if (endpoint == nullptr) {
-      return fails("--mtc-out");
-    }
-    wanted.mDestinations.push_back(port(*endpoint));
+VLWantedDevices::VLWantedDevices(const VLOptions& options) : mOptions(options) {
+  for (const std::string& text : options.mtcOut) {
+    mDestinations.push_back({text, {}, {}});
   }
+  for (const std::string& text : options.ltcOut) {
+    mOutputs.push_back({text, {}, {}});
+  }
+  mGenerators.resize(mOutputs.size());
   if (options.syncSource) {
-    const auto endpoint = VLEndpointNamed(*options.syncSource, core.sources(), "source", error);
-    if (endpoint != nullptr) {
-      wanted.mSource = port(*endpoint);
-    } else if (!options.ltcIn) {
-      return fails("--sync-source");
-    }  // else the reader's own, which `apply` makes
-  }
-  KAHALAudioSystem& audio = KAHALAudioSystem::defaultSystem();
-  for (const std::string& name : options.ltcOut) {
-    const auto found =
-        VLAudioChannelNamed(name, audio::kAudioObjectPropertyScopeOutput, audio, error);
-    if (found.device == nullptr) {
-      return fails("--ltc-out");
-    }
-    const Channel channel = channelOf(found);
-    for (const Channel& other : wanted.mOutputs) {
-      if (other.deviceID == channel.deviceID && other.channel == channel.channel) {
-        error = "'" + channel.name + "' is named twice";
-        return fails("--ltc-out");
-      }
-    }
-    wanted.mOutputs.push_back(channel);
+    mSource = {*options.syncSource, {}, {}};
   }
   if (options.ltcIn) {
-    const auto found =
-        VLAudioChannelNamed(*options.ltcIn, audio::kAudioObjectPropertyScopeInput, audio, error);
-    if (found.device == nullptr) {
-      return fails("--ltc-in");
-    }
-    wanted.mInput = channelOf(found);
+    mInput = {*options.ltcIn, {}, {}};
+  }
+}
+
+// --- finding ---
+
+std::optional<VLWantedDevices> VLWantedDevices::find(const VLOptions& options, std::string& error) {
+  VLWantedDevices wanted(options);
+  wanted.findMissing();
+  if (wanted.mSource && options.ltcIn) {
+    wanted.mSource->problem.clear();  // `apply` may make it, as the reader's port
+  }
+  if (const auto missing = wanted.missing(); !missing.empty() && !options.wait) {
+    error = missing.front();
+    return std::nullopt;
   }
   return wanted;
 }
 
-bool VLWantedDevices::apply(VLAppDelegate& app, const VLOptions& options, std::string& error) {
-  VLDeviceManager& manager = VLDeviceManager::sharedManager();
-  for (const Channel& output : mOutputs) {
-    const std::vector<std::int32_t> map = mapTo(output.channel, output.channels);
-    std::shared_ptr<VLLTCGeneratorDevice> device;
-    for (const auto& each : manager.devices()) {
-      const auto generator = std::dynamic_pointer_cast<VLLTCGeneratorDevice>(each);
-      if (generator != nullptr && playsAt(*generator->generator(), output.deviceID, map)) {
-        device = generator;
-      }
-    }
-    const bool isNew = device == nullptr;
-    if (isNew) {
-      device = manager.createGenerator();
-      device->generator()->setAudioObjectId(output.deviceID);
-      device->generator()->setChannelMap(map);
-      // The news of its input would come later, and the clock may be about to start.
-      KVMIDICore::sharedCore().resyncDeviceList();
-      manager.destinationsChanged();
-    }
-    if (isNew || options.ltcLevel) {
-      device->generator()->setLevel(options.ltcLevel.value_or(VLOptions::kLTCLevel));
-    }
-    if (isNew || options.ltcUserBits) {
-      device->generator()->setUserbits(options.ltcUserBits.value_or(0));
-    }
-    if (const auto destination = manager.destinationWithEndpoint(device->midiEndpoint())) {
-      destination->setEnable(true);
-    }
-    mGenerators.push_back(device->generator());
-  }
-  if (mInput) {
-    for (const auto& each : manager.devices()) {
-      const auto reader = std::dynamic_pointer_cast<VLLTCReaderDevice>(each);
-      // One whose own device is away leaves for that when it returns.
-      if (reader != nullptr && reader->isOnChosenDevice() &&
-          reader->audioObjectId() == mInput->deviceID && reader->channel() == mInput->channel) {
-        mReader = reader;
-      }
-    }
-    const bool isNew = mReader == nullptr;
-    if (isNew) {
-      mReader = manager.createrReader();
-      mReader->setAudioObjectId(mInput->deviceID);
-      mReader->setChannel(mInput->channel);
-    }
-    if (isNew || options.freewheel) {
-      mReader->setFreewheelTime(options.freewheel.value_or(VLOptions::kFreewheel));
-    }
-  }
-  for (const Port& port : mDestinations) {
-    for (const auto& destination : manager.destinations()) {
-      const auto endpoint = destination->midiEndpoint();
-      if (endpoint != nullptr && endpoint->uniqueID() == port.uniqueID) {
-        destination->setEnable(true);
-      }
-    }
-  }
-  if (options.syncSource && !mSource) {
-    KVMIDICore::sharedCore().resyncDeviceList();
-    const auto own =
-        VLEndpointNamed(*options.syncSource, KVMIDICore::sharedCore().sources(), "source", error);
-    if (own == nullptr) {
-      error = "--sync-source: " + error;
-      return false;
-    }
-    mSource = port(*own);
+void VLWantedDevices::findMissing() {
+  for (auto& destination : mDestinations) {
+    findPort(destination, false);
   }
   if (mSource) {
-    app.setSyncSource(KVMIDICore::sharedCore().sourceWithUniqueId(mSource->uniqueID));
+    findPort(*mSource, true);
   }
+  for (auto& output : mOutputs) {
+    findChannel(output, audio::kAudioObjectPropertyScopeOutput);
+  }
+  if (mInput) {
+    findChannel(*mInput, audio::kAudioObjectPropertyScopeInput);
+  }
+}
+
+void VLWantedDevices::findPort(Wanted<Port>& wanted, bool isSource) {
+  if (wanted.found) {
+    return;
+  }
+  const KVMIDICore& core = KVMIDICore::sharedCore();
+  const auto endpoint =
+      VLEndpointNamed(wanted.text, isSource ? core.sources() : core.destinations(),
+                      isSource ? "source" : "destination", wanted.problem);
+  if (endpoint == nullptr) {
+    wanted.problem = (isSource ? "--sync-source: " : "--mtc-out: ") + wanted.problem;
+    return;
+  }
+  wanted.found = {endpoint->uniqueID(), VLPortName(*endpoint)};
+}
+
+void VLWantedDevices::findChannel(Wanted<Channel>& wanted, audio::AudioObjectPropertyScope scope) {
+  if (wanted.found) {
+    return;
+  }
+  const char* option =
+      scope == audio::kAudioObjectPropertyScopeInput ? "--ltc-in: " : "--ltc-out: ";
+  const auto named =
+      VLAudioChannelNamed(wanted.text, scope, KAHALAudioSystem::defaultSystem(), wanted.problem);
+  if (named.device == nullptr) {
+    wanted.problem = option + wanted.problem;
+    return;
+  }
+  const Channel channel{named.name, named.device->objectID(), named.channel - 1, named.channels};
+  const bool isTwice =
+      &wanted != &*mInput && std::any_of(mOutputs.begin(), mOutputs.end(), [&](const auto& other) {
+        return other.found && other.found->deviceID == channel.deviceID &&
+               other.found->channel == channel.channel;
+      });
+  if (isTwice) {
+    wanted.problem = option + ("'" + channel.name + "' is named twice");
+    return;
+  }
+  wanted.found = channel;
+}
+
+std::vector<std::string> VLWantedDevices::missing() const {
+  std::vector<std::string> problems;
+  const auto add = [&problems](const auto& wanted) {
+    if (!wanted.found && !wanted.problem.empty()) {
+      problems.push_back(wanted.problem);
+    }
+  };
+  std::for_each(mDestinations.begin(), mDestinations.end(), add);
+  if (mSource) {
+    add(*mSource);
+  }
+  std::for_each(mOutputs.begin(), mOutputs.end(), add);
+  if (mInput) {
+    add(*mInput);
+  }
+  return problems;
+}
+
+// --- taking what was found ---
+
+bool VLWantedDevices::apply(VLAppDelegate& app, std::string& error) {
+  takeFound();
+  if (!mSource) {
+    return true;
+  }
+  if (!mSource->found) {
+    KVMIDICore::sharedCore().resyncDeviceList();
+    findPort(*mSource, true);
+  }
+  if (!mSource->found && !mOptions.wait) {
+    error = mSource->problem;
+    return false;
+  }
+  // While the named one is missing the clock follows no other.
+  app.setSyncSource(mSource->found
+                        ? KVMIDICore::sharedCore().sourceWithUniqueId(mSource->found->uniqueID)
+                        : nullptr);
+  mArmsOnReturn = mOptions.arm && app.syncSource() == nullptr;
   return true;
 }
 
-void VLWantedDevices::willFollowSetup(const VLAppDelegate& app) {
-  const auto source = app.syncSource();
-  if (mSource && source != nullptr && source->uniqueID() == mSource->uniqueID &&
-      !isPresent(mSource->uniqueID, KVMIDICore::sharedCore().sources())) {
-    mRearms = app.clock().armed();
+void VLWantedDevices::takeFound() {
+  for (std::size_t i = 0; i < mOutputs.size(); ++i) {
+    if (mOutputs[i].isReady()) {
+      mGenerators[i] = takeOutput(*mOutputs[i].found);
+      mOutputs[i].isInUse = true;
+    }
+  }
+  if (mInput && mInput->isReady()) {
+    takeInput(*mInput->found);
+    mInput->isInUse = true;
+  }
+  for (auto& destination : mDestinations) {
+    if (destination.isReady()) {
+      switchOn(destination.found->uniqueID);
+      destination.isInUse = true;
+    }
   }
 }
 
-bool VLWantedDevices::didFollowSetup(VLAppDelegate& app) {
+std::shared_ptr<KVLTCGenerator> VLWantedDevices::takeOutput(const Channel& output) {
+  VLDeviceManager& manager = VLDeviceManager::sharedManager();
+  const std::vector<std::int32_t> map = mapTo(output.channel, output.channels);
+  std::shared_ptr<VLLTCGeneratorDevice> device;
+  for (const auto& each : manager.devices()) {
+    const auto generator = std::dynamic_pointer_cast<VLLTCGeneratorDevice>(each);
+    if (generator != nullptr && playsAt(*generator->generator(), output.deviceID, map)) {
+      device = generator;
+    }
+  }
+  const bool isNew = device == nullptr;
+  if (isNew) {
+    device = manager.createGenerator();
+    device->generator()->setAudioObjectId(output.deviceID);
+    device->generator()->setChannelMap(map);
+    if (!mOptions.keep) {
+      manager.makeTemporary(*device);
+    }
+    // The notification of its input would come later, and the clock may be about to start.
+    KVMIDICore::sharedCore().resyncDeviceList();
+    manager.destinationsChanged();
+  }
+  if (isNew || mOptions.ltcLevel) {
+    device->generator()->setLevel(mOptions.ltcLevel.value_or(VLOptions::kLTCLevel));
+  }
+  if (isNew || mOptions.ltcUserBits) {
+    device->generator()->setUserbits(mOptions.ltcUserBits.value_or(0));
+  }
+  switchOn(device->midiEndpoint()->uniqueID());
+  return device->generator();
+}
+
+void VLWantedDevices::takeInput(const Channel& input) {
+  VLDeviceManager& manager = VLDeviceManager::sharedManager();
+  for (const auto& each : manager.devices()) {
+    const auto reader = std::dynamic_pointer_cast<VLLTCReaderDevice>(each);
+    // One whose own device is missing leaves for that when it returns.
+    if (reader != nullptr && reader->isOnChosenDevice() &&
+        reader->audioObjectId() == input.deviceID && reader->channel() == input.channel) {
+      mReader = reader;
+    }
+  }
+  const bool isNew = mReader == nullptr;
+  if (isNew) {
+    mReader = manager.createrReader();
+    mReader->setAudioObjectId(input.deviceID);
+    mReader->setChannel(input.channel);
+    if (!mOptions.keep) {
+      manager.makeTemporary(*mReader);
+    }
+  }
+  if (isNew || mOptions.freewheel) {
+    mReader->setFreewheelTime(mOptions.freewheel.value_or(VLOptions::kFreewheel));
+  }
+}
+
+void VLWantedDevices::switchOn(midi::MIDIUniqueID uniqueID) {
+  VLDeviceManager& manager = VLDeviceManager::sharedManager();
+  for (const auto& destination : manager.destinations()) {
+    const auto endpoint = destination->midiEndpoint();
+    if (endpoint == nullptr || endpoint->uniqueID() != uniqueID) {
+      continue;
+    }
+    if (mOptions.keep) {
+      destination->setEnable(true);
+    } else {
+      manager.enableTemporarily(*destination);
+    }
+  }
+}
+
+// --- following ---
+
+void VLWantedDevices::willFollowSetup(const VLAppDelegate& app) {
+  const auto source = app.syncSource();
+  if (mSource && mSource->found && source != nullptr &&
+      source->uniqueID() == mSource->found->uniqueID &&
+      !isPresent(mSource->found->uniqueID, KVMIDICore::sharedCore().sources())) {
+    mArmsOnReturn = app.clock().armed();
+  }
+}
+
+bool VLWantedDevices::follow(VLAppDelegate& app) {
+  findMissing();
+  takeFound();
   // A play has put its source aside, and its stop brings it back.
-  if (!mSource || app.syncSource() != nullptr || app.clock().running()) {
+  if (!mSource || !mSource->found || app.syncSource() != nullptr || app.clock().running()) {
     return false;
   }
-  const auto source = KVMIDICore::sharedCore().sourceWithUniqueId(mSource->uniqueID);
+  const auto source = KVMIDICore::sharedCore().sourceWithUniqueId(mSource->found->uniqueID);
   if (source == nullptr) {
     return false;
   }
   app.setSyncSource(source);
-  if (std::exchange(mRearms, false)) {
+  if (std::exchange(mArmsOnReturn, false)) {
     app.clock().arm();
   }
   return true;
 }
 
 std::shared_ptr<VLLTCReaderDevice> VLWantedDevices::reader() const {
-  if (mReader != nullptr) {
+  if (mInput) {
     return mReader;
   }
   for (const auto& device : VLDeviceManager::sharedManager().devices()) {
@@ -212,24 +304,52 @@ std::shared_ptr<VLLTCReaderDevice> VLWantedDevices::reader() const {
 
 void VLWantedDevices::keepChannel() {
   // A change of the device's rate sets it back.
-  if (mReader != nullptr && mReader->audioObjectId() == mInput->deviceID) {
-    mReader->setChannel(mInput->channel);
+  if (mReader != nullptr && mReader->audioObjectId() == mInput->found->deviceID) {
+    mReader->setChannel(mInput->found->channel);
   }
 }
 
+// --- the status line ---
+
 void VLWantedDevices::describe(VLStatus& status) const {
-  const KVMIDICore& core = KVMIDICore::sharedCore();
-  const VLDeviceManager& manager = VLDeviceManager::sharedManager();
   const auto source = VLClock::sharedClock().MIDISyncSource();
-  if (mSource && !isPresent(mSource->uniqueID, core.sources())) {
-    status.source = {mSource->name, false};
+  const auto sources = KVMIDICore::sharedCore().sources();
+  if (mSource && !(mSource->found && isPresent(mSource->found->uniqueID, sources))) {
+    status.source = {mSource->name(), false};
   } else if (source != nullptr) {
     status.source = {VLPortName(*source), true};
   }
-  for (const Port& port : mDestinations) {
-    const bool present = isPresent(port.uniqueID, core.destinations());
-    if (!present || isSwitchedOn(port.uniqueID, manager)) {
-      status.destinations.push_back({port.name, present});
+  describeDestinations(status);
+  for (const auto& device : VLDeviceManager::sharedManager().devices()) {
+    if (const auto generator = std::dynamic_pointer_cast<VLLTCGeneratorDevice>(device)) {
+      status.ltc.push_back(describe(*generator));
+    }
+  }
+  for (const auto& output : mOutputs) {
+    if (!output.found) {
+      status.ltc.push_back({{output.text, false}, "-- fps"});
+    }
+  }
+  if (const auto reader = this->reader()) {
+    status.ltcIn = {
+        mInput ? VLNamedPort{mInput->name(), reader->audioObjectId() == mInput->found->deviceID}
+               : VLNamedPort{reader->name().value_or("?"), reader->audioObjectId() != 0},
+        {},
+        reader->getLatestSpeed(),
+        reader->userbits(),
+        reader->deviceStatus()};
+  } else if (mInput) {
+    status.ltcIn = {{mInput->name(), false}};
+  }
+}
+
+void VLWantedDevices::describeDestinations(VLStatus& status) const {
+  const VLDeviceManager& manager = VLDeviceManager::sharedManager();
+  const auto present = KVMIDICore::sharedCore().destinations();
+  for (const auto& port : mDestinations) {
+    const bool isThere = port.found && isPresent(port.found->uniqueID, present);
+    if (!isThere || isSwitchedOn(port.found->uniqueID, manager)) {
+      status.destinations.push_back({port.name(), isThere});
     }
   }
   const VLDeviceManager::Devices devices = manager.devices();
@@ -239,40 +359,28 @@ void VLWantedDevices::describe(VLStatus& status) const {
       return own != nullptr && own->isEqual(endpoint);
     });
   };
+  const auto isNamed = [this](const KVMIDIEndpoint& endpoint) {
+    return std::any_of(mDestinations.begin(), mDestinations.end(), [&endpoint](const auto& port) {
+      return port.found && port.found->uniqueID == endpoint.uniqueID();
+    });
+  };
   for (const auto& destination : manager.destinations()) {
     const auto endpoint = destination->midiEndpoint();
-    const bool isNamed =
-        endpoint != nullptr &&
-        std::any_of(mDestinations.begin(), mDestinations.end(), [&endpoint](const Port& port) {
-          return port.uniqueID == endpoint->uniqueID();
-        });
-    if (destination->enable() && endpoint != nullptr && !isNamed && !isOwn(*endpoint)) {
+    if (destination->enable() && endpoint != nullptr && !isNamed(*endpoint) && !isOwn(*endpoint)) {
       status.destinations.push_back({VLPortName(*endpoint), true});
     }
   }
-  for (const auto& device : devices) {
-    const auto generatorDevice = std::dynamic_pointer_cast<VLLTCGeneratorDevice>(device);
-    if (generatorDevice == nullptr) {
-      continue;
-    }
-    const auto& generator = generatorDevice->generator();
-    const auto named = std::find(mGenerators.begin(), mGenerators.end(), generator);
-    VLNamedPort port{generatorDevice->name().value_or("?"), generator->audioObjectId() != 0};
-    if (named != mGenerators.end()) {
-      const Channel& output = mOutputs[static_cast<std::size_t>(named - mGenerators.begin())];
-      port = {output.name, generator->audioObjectId() == output.deviceID};
-    }
-    status.ltc.push_back({std::move(port), generator->frameRateString()});
+}
+
+VLLTCOutput VLWantedDevices::describe(const VLLTCGeneratorDevice& device) const {
+  const auto& generator = device.generator();
+  const auto named = std::find(mGenerators.begin(), mGenerators.end(), generator);
+  VLNamedPort port{device.name().value_or("?"), generator->audioObjectId() != 0};
+  if (named != mGenerators.end()) {
+    const Channel& output = *mOutputs[static_cast<std::size_t>(named - mGenerators.begin())].found;
+    port = {output.name, generator->audioObjectId() == output.deviceID};
   }
-  if (const auto reader = this->reader()) {
-    status.ltcIn = {mReader != nullptr
-                        ? VLNamedPort{mInput->name, reader->audioObjectId() == mInput->deviceID}
-                        : VLNamedPort{reader->name().value_or("?"), reader->audioObjectId() != 0},
-                    {},
-                    reader->getLatestSpeed(),
-                    reader->userbits(),
-                    reader->deviceStatus()};
-  }
+  return {std::move(port), generator->frameRateString()};
 }
 
 }  // namespace velor
