@@ -15,7 +15,6 @@
 #include <string>
 #include <vector>
 
-#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
 #include "Kv-Appkit/KVShared.h"
 #include "Velor/app/VLAppDelegate.h"
 #include "bench/TickErrors.h"
@@ -23,10 +22,11 @@
 #include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/AudioObjectTable.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
-#include "platform/discovery/builtin/BuiltinDiscovery.h"
 #include "platform/host/Log.h"
 #include "platform/midi/MIDIService.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
+#include "sim/BuiltinDiscovery.h"
+#include "sim/SimulatedUDPNetwork.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace velor {

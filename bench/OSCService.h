@@ -5,9 +5,9 @@
 
 #include "CocoaAsyncSocket/SystemUDPNetwork.h"
 #include "Kv-Appkit/KVShared.h"
-#include "platform/discovery/builtin/BuiltinDiscovery.h"
 #include "platform/host/Host.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
+#include "sim/BuiltinDiscovery.h"
 
 namespace velor {
 

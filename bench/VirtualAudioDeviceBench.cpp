@@ -10,7 +10,7 @@
 
 #include "platform/audio/builtin/AudioObjectTable.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 
 namespace velor::audio {
 namespace {

@@ -141,6 +141,15 @@ void MainQueue::stop() noexcept {
   wakeUp();
 }
 
+bool MainQueue::drainUntil(std::uint64_t deadline) {
+  if (!wake().waitUntil(deadline)) {
+    return false;
+  }
+  acknowledgeWake();
+  drain();
+  return true;
+}
+
 void MainQueue::drainPending() {
   while (wake().waitUntil(0)) {
   }

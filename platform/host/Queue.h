@@ -156,8 +156,11 @@ class MainQueue final : public Queue {
   /// Runs what is posted and returns. The main thread alone.
   void drainPending();
 
+  /// Waits until the host time `deadline` for jobs and runs those that come; false when
+  /// none did. The main thread alone.
+  bool drainUntil(std::uint64_t deadline);
+
  private:
-  friend class SimulatedHost;
   std::atomic<bool> mStop{false};
 };
 

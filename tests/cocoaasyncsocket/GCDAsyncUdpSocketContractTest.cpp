@@ -15,10 +15,10 @@
 #include <vector>
 
 #include "CocoaAsyncSocket/GCDAsyncUdpSocket.h"
-#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
 #include "CocoaAsyncSocket/SystemUDPNetwork.h"
-#include "platform/host/SimulatedHost.h"
 #include "platform/host/SystemHost.h"
+#include "sim/SimulatedHost.h"
+#include "sim/SimulatedUDPNetwork.h"
 #include "tests/cocoaasyncsocket/UDPListener.h"
 #include "tests/support/LogRecord.h"
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
+#include "sim/SimulatedUDPNetwork.h"
 #include "tests/cocoaasyncsocket/UDPListener.h"
 
 namespace velor {

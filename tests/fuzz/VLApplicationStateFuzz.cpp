@@ -8,18 +8,18 @@
 #include <string_view>
 #include <vector>
 
-#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
 #include "Velor/app/VLAppDelegate.h"
 #include "Velor/app/VLInspect.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/builtin/AudioObjectTable.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
-#include "platform/discovery/builtin/BuiltinDiscovery.h"
 #include "platform/host/Log.h"
-#include "platform/host/SimulatedHost.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
 #include "platform/store/KeyedUnarchiver.h"
+#include "sim/BuiltinDiscovery.h"
+#include "sim/SimulatedHost.h"
+#include "sim/SimulatedUDPNetwork.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/support/TemporaryFolder.h"
 

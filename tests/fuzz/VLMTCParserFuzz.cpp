@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "Velor/mtc/VLMTCParser.h"
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/velor/mtc/MTCPackets.h"
 

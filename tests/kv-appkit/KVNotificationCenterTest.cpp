@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Kv-Appkit/KVShared.h"
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 
 namespace velor {
 namespace {

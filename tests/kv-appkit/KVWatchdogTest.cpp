@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "Kv-Appkit/kv_watchdog.h"
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 
 namespace velor {
 namespace {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 
 namespace velor {
 namespace {

@@ -17,7 +17,8 @@
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/builtin/AudioObjectTable.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
+#include "sim/VirtualCable.h"
 
 namespace velor {
 
@@ -60,7 +61,7 @@ class LTCLoop {
     outsides.push_back(std::move(builtin));
     mService = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
     audio::setService(mService.get());
-    played->plugInto(*heard, audio::VirtualCable::Interpolation::linear, kCableDelay);
+    played->plugInto(*heard, std::make_unique<audio::VirtualCable>(*played, kCableDelay));
     generator = KVLTCGenerator::initWithAudioObjectID(played->id());
     generator->setLevel(1);
     reader = VLLTCReader::initWithAudioObjectId(heard->id());

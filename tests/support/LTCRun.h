@@ -17,7 +17,7 @@
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/builtin/AudioObjectTable.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 #include "tests/support/AudioRecorder.h"
 #include "tests/support/LTCSignalReader.h"
 #include "tests/support/PublishedLTC.h"

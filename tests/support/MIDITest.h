@@ -7,8 +7,8 @@
 #include <memory>
 
 #include "Kv-Appkit/KVShared.h"
-#include "platform/host/SimulatedHost.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
+#include "sim/SimulatedHost.h"
 #include "tests/support/FakeOutside.h"
 
 namespace velor {

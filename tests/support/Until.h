@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/host/SimulatedHost.h"
 #include "platform/host/SystemHost.h"
+#include "sim/SimulatedHost.h"
 #include "tests/support/Servers.h"
 
 namespace velor::test {

@@ -154,14 +154,11 @@ void VirtualAudioDevice::setPeriod(std::uint32_t frames) {
   announce();
 }
 
-void VirtualAudioDevice::plugInto(VirtualAudioDevice& to, VirtualCable::Interpolation interpolation,
-                                  std::uint64_t delay) {
+void VirtualAudioDevice::plugInto(VirtualAudioDevice& to, std::unique_ptr<Cable> cable) {
   const std::lock_guard lock(mControl);
-  mCables.push_back(
-      std::make_unique<VirtualCable>(mTimeline, mParameters.outputs, interpolation, delay));
-  VirtualCable* cable = mCables.back().get();
-  mCableOut.store(cable, std::memory_order_release);
-  to.mCableIn.store(cable, std::memory_order_release);
+  mCableOut.store(cable.get(), std::memory_order_release);
+  to.mCableIn.store(cable.get(), std::memory_order_release);
+  mCables.push_back(std::move(cable));
 }
 
 // --- streams ---
@@ -265,7 +262,7 @@ void VirtualAudioDevice::cycle(std::int64_t position, std::uint32_t frames) noex
   playOutput(realtime, {sample, timeline.hostAt(sample), kAudioTimeStampSampleHostTimeValid},
              frames);
   keep(position, frames);
-  if (VirtualCable* cable = mCableOut.load(std::memory_order_acquire); cable != nullptr) {
+  if (Cable* cable = mCableOut.load(std::memory_order_acquire); cable != nullptr) {
     cable->write(position + mParameters.outputLatency, frames, rt.mix.channels);
   }
   mCycleMark.fetch_add(1);
@@ -273,7 +270,7 @@ void VirtualAudioDevice::cycle(std::int64_t position, std::uint32_t frames) noex
 
 void VirtualAudioDevice::gatherInput(std::int64_t position, std::uint64_t hostTime,
                                      std::uint32_t frames) noexcept {
-  if (const VirtualCable* cable = mCableIn.load(std::memory_order_acquire); cable != nullptr) {
+  if (const Cable* cable = mCableIn.load(std::memory_order_acquire); cable != nullptr) {
     cable->read(hostTime, mTimeline.load().rate, frames, rt.input.channels);
     return;
   }

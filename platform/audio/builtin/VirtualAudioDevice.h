@@ -11,7 +11,6 @@
 
 #include "platform/audio/AudioOutside.h"
 #include "platform/audio/builtin/DeviceTimeline.h"
-#include "platform/audio/builtin/VirtualCable.h"
 #include "platform/host/Host.h"
 #include "platform/host/RecursiveMutex.h"
 #include "platform/host/Seqlock.h"
@@ -48,6 +47,20 @@ class VirtualAudioDevice {
     bool isDefault = true;
   };
 
+  /// Carries what one device plays to the inputs of another. Its calls come from the
+  /// cycles of the devices, so they must be realtime-safe.
+  class Cable {
+   public:
+    virtual ~Cable() = default;
+    /// The frames from `position` on, on the count of the writing device, with its
+    /// latency included.
+    virtual void write(std::int64_t position, std::uint32_t frames,
+                       std::span<float* const> channels) noexcept = 0;
+    /// What comes in from the host time `hostTime` on, a sample every 1/`rate` s.
+    virtual void read(std::uint64_t hostTime, double rate, std::uint32_t frames,
+                      std::span<float* const> channels) const noexcept = 0;
+  };
+
   /// Fewest frames of a cycle.
   static constexpr std::uint32_t kMinPeriod = 16;
   /// Streams that can be open at once.
@@ -76,8 +89,9 @@ class VirtualAudioDevice {
   /// Cut to what it can have. In force from the next cycle on.
   void setPeriod(std::uint32_t frames);
   /// What this one plays comes in at `to`, instead of what did; the cable stays.
-  void plugInto(VirtualAudioDevice& to, VirtualCable::Interpolation interpolation,
-                std::uint64_t delay = 1'000'000);
+  void plugInto(VirtualAudioDevice& to, std::unique_ptr<Cable> cable);
+  const Parameters& parameters() const noexcept { return mParameters; }
+  const host::Seqlocked<DeviceTimeline>& timeline() const noexcept { return mTimeline; }
 
  private:
   class Stream;
@@ -110,8 +124,8 @@ class VirtualAudioDevice {
   std::atomic<bool> mPresent;
   std::atomic<std::uint32_t> mPeriod;
   std::array<std::atomic<Stream*>, kStreams> mStreams{};
-  std::atomic<VirtualCable*> mCableIn{nullptr};
-  std::atomic<VirtualCable*> mCableOut{nullptr};
+  std::atomic<Cable*> mCableIn{nullptr};
+  std::atomic<Cable*> mCableOut{nullptr};
   // Odd while a cycle is under way.
   std::atomic<std::uint64_t> mCycleMark{0};
 
@@ -120,7 +134,7 @@ class VirtualAudioDevice {
   AudioInside* mInside = nullptr;
   AudioOutside* mOutside = nullptr;
   double mNominalRate;
-  std::vector<std::unique_ptr<VirtualCable>> mCables;  // those that begin here
+  std::vector<std::unique_ptr<Cable>> mCables;  // those that begin here
   std::size_t mOpenStreams = 0;
   std::atomic<bool> mEnding{false};
   const std::unique_ptr<host::Semaphore> mWake;

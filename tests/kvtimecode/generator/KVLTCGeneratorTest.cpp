@@ -18,9 +18,9 @@
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/builtin/AudioObjectTable.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
-#include "platform/host/SimulatedHost.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
+#include "sim/SimulatedHost.h"
 #include "tests/support/AudioRecorder.h"
 #include "tests/support/LogRecord.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/audio/builtin/BuiltinAudio.h"
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 #include "tests/support/AudioLoop.h"
 
 namespace velor::audio {

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "platform/discovery/avahi/AvahiDiscovery.h"
-#include "platform/discovery/builtin/BuiltinDiscovery.h"
-#include "platform/host/SimulatedHost.h"
 #include "platform/host/SystemHost.h"
+#include "sim/BuiltinDiscovery.h"
+#include "sim/SimulatedHost.h"
 #include "tests/platform/discovery/DiscoveryWitness.h"
 #include "tests/support/Until.h"
 

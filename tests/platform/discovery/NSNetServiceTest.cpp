@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/discovery/builtin/BuiltinDiscovery.h"
-#include "platform/host/SimulatedHost.h"
+#include "sim/BuiltinDiscovery.h"
+#include "sim/SimulatedHost.h"
 #include "tests/platform/discovery/DiscoveryWitness.h"
 
 namespace velor::discovery {

@@ -12,8 +12,8 @@
 
 #include "platform/host/Host.h"
 #include "platform/host/RecursiveMutex.h"
-#include "platform/host/SimulatedHost.h"
 #include "platform/host/SystemHost.h"
+#include "sim/SimulatedHost.h"
 
 namespace velor::host {
 namespace {

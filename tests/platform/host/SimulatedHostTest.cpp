@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 
 #include <gtest/gtest.h>
 

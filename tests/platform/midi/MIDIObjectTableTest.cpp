@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 #include "tests/support/FakeOutside.h"
 #include "tests/support/PacketList.h"
 

@@ -9,10 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/SimulatedHost.h"
 #include "platform/host/SystemHost.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
 #include "platform/midi/jack/JackMIDI.h"
+#include "sim/SimulatedHost.h"
 #include "tests/support/PacketList.h"
 #include "tests/support/Until.h"
 

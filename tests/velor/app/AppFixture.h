@@ -10,11 +10,11 @@
 #include <utility>
 #include <vector>
 
-#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
 #include "Velor/app/VLAppDelegate.h"
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
-#include "platform/discovery/builtin/BuiltinDiscovery.h"
+#include "sim/BuiltinDiscovery.h"
+#include "sim/SimulatedUDPNetwork.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/velor/devices/LoopbackFixture.h"
 #include "tests/velor/mtc/MTCOnWire.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 #include "tests/support/FakeOutside.h"
 #include "tests/velor/mtc/MTCPackets.h"
 

@@ -12,7 +12,7 @@
 
 #include "kvtimecode/SMPTEString.h"
 #include "platform/host/Realtime.h"
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 #include "tests/velor/mtc/MTCPackets.h"
 
 namespace velor {

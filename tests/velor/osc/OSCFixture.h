@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
 #include "Velor/clock/VLClock.h"
-#include "platform/discovery/builtin/BuiltinDiscovery.h"
+#include "sim/BuiltinDiscovery.h"
+#include "sim/SimulatedUDPNetwork.h"
 #include "tests/support/MIDITest.h"
 
 namespace velor {

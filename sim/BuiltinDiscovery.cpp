@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/discovery/builtin/BuiltinDiscovery.h"
+#include "sim/BuiltinDiscovery.h"
 
 #include <algorithm>
 #include <utility>

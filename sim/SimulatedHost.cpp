@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/host/SimulatedHost.h"
+#include "sim/SimulatedHost.h"
 
 #include <cxxabi.h>
 #include <sys/mman.h>
@@ -331,8 +331,6 @@ class SimulatedHost::SimulatedSemaphore final : public Semaphore {
     return taken;
   }
 
-  bool isSignalled() const noexcept { return mCount > 0; }
-
  private:
   Scheduler& mScheduler;
   std::uint64_t mCount = 0;
@@ -377,13 +375,10 @@ void SimulatedHost::advance(std::uint64_t duration) {
   MainQueue& queue = mainQueue();
   const std::uint64_t target = scheduler.now + duration;
   queue.drainPending();
-  while (queue.wake().waitUntil(target)) {
-    queue.acknowledgeWake();
-    queue.drain();
+  while (queue.drainUntil(target)) {
   }
   // What is due now, and what follows from it.
-  while (scheduler.anythingDue() || static_cast<SimulatedSemaphore&>(queue.wake()).isSignalled()) {
-    queue.drainPending();
+  while (queue.drainUntil(scheduler.now) || scheduler.anythingDue()) {
     if (scheduler.anythingDue()) {
       scheduler.block(scheduler.now);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "CocoaAsyncSocket/SimulatedUDPNetwork.h"
+#include "sim/SimulatedUDPNetwork.h"
 
 #include <netdb.h>
 

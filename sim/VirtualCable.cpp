@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/audio/builtin/VirtualCable.h"
+#include "sim/VirtualCable.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,13 +13,11 @@ std::size_t slot(std::int64_t position) noexcept {
 
 }  // namespace
 
-VirtualCable::VirtualCable(const host::Seqlocked<DeviceTimeline>& source, std::uint32_t channels,
-                           Interpolation interpolation, std::uint64_t delay)
+VirtualCable::VirtualCable(const VirtualAudioDevice& source, std::uint64_t delay)
     : mSource(source),
-      mChannels(channels),
-      mInterpolation(interpolation),
+      mChannels(source.parameters().outputs),
       mDelay(delay),
-      mSamples(std::make_unique<std::atomic<float>[]>(channels * kFrames)) {}
+      mSamples(std::make_unique<std::atomic<float>[]>(mChannels * kFrames)) {}
 
 void VirtualCable::write(std::int64_t position, std::uint32_t frames,
                          std::span<float* const> channels) noexcept {
@@ -47,7 +45,7 @@ float VirtualCable::at(std::uint32_t channel, std::int64_t position) const noexc
 
 void VirtualCable::read(std::uint64_t hostTime, double rate, std::uint32_t frames,
                         std::span<float* const> channels) const noexcept {
-  const DeviceTimeline source = mSource.load();
+  const DeviceTimeline source = mSource.timeline().load();
   const double first = source.sampleAt(hostTime - mDelay);
   const double step = source.rate / rate;
   for (std::uint32_t channel = 0; channel < channels.size(); ++channel) {
@@ -56,8 +54,6 @@ void VirtualCable::read(std::uint64_t hostTime, double rate, std::uint32_t frame
       const double position = first + i * step;
       if (channel >= mChannels) {
         out = 0.0F;
-      } else if (mInterpolation == Interpolation::nearest) {
-        out = at(channel, std::llround(position));
       } else {
         const double before = std::floor(position);
         const auto index = static_cast<std::int64_t>(before);
