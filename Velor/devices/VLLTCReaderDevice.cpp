@@ -162,7 +162,8 @@ double VLLTCReaderDevice::getLatestSpeed() const noexcept {
 void VLLTCReaderDevice::frameCallback(const host::RealtimeContext& realtime, const SMPTETime& time,
                                       const std::uint8_t* userBits, void* refCon,
                                       std::uint64_t hostTime, double fps) {
-  if (time.mCounter % kFramesPerTime != 0) {
+  // The first frame behind a broken one has no host time; the next one follows.
+  if (time.mCounter % kFramesPerTime != 0 || hostTime == 0) {
     return;
   }
   auto& con = *static_cast<Con*>(refCon);

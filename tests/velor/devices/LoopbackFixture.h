@@ -16,7 +16,9 @@ namespace velor {
 class LoopbackFixture : public DeviceFixture {
  protected:
   LoopbackFixture() {
-    auto builtin = std::make_unique<audio::BuiltinAudio>();
+    auto parameters = audio::BuiltinAudio::loopback();
+    parameters.maxPeriod = 8192;
+    auto builtin = std::make_unique<audio::BuiltinAudio>(std::vector{parameters});
     mLoopback = &builtin->device();
     std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
     outsides.push_back(std::move(builtin));

@@ -3,14 +3,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
+#include "tests/support/LTCSignal.h"
 #include "tests/velor/devices/LoopbackFixture.h"
 #include "tests/velor/mtc/MTCOnWire.h"
 
@@ -38,6 +41,19 @@ struct Delegate final : LTCReaderDeviceDelegate {
   std::vector<std::uint32_t> userbits;
   std::vector<double> speeds;
   std::string states;
+};
+
+struct SignalPlayer {
+  static void play(const host::RealtimeContext& /*realtime*/, void* refCon,
+                   const audio::AudioTimeStamp& /*time*/, std::uint32_t frames,
+                   std::span<float* const> channels) noexcept {
+    auto& self = *static_cast<SignalPlayer*>(refCon);
+    for (std::uint32_t i = 0; i < frames && self.place < self.samples.size(); ++i) {
+      channels[0][i] = self.samples[self.place++];
+    }
+  }
+  const std::vector<float>& samples;
+  std::size_t place = 0;
 };
 
 // A clock at 25, its generator, and a reader that hears it.
@@ -162,6 +178,33 @@ TEST_F(VLLTCReaderDeviceTest, TheDelegateHearsEverySecondFrameAndOnlyWhatChanges
   mHost.advance(4 * kSecond);
   EXPECT_EQ(mDelegate->speeds.size(), steady);
   EXPECT_NEAR(mReader->getLatestSpeed(), 25, 0.005);
+}
+
+// At 30 frames per second and long periods a frame without a host time comes after a
+// broken one: the 50 ms of a stall are not over at the end of a period.
+TEST_F(VLLTCReaderDeviceTest, AFrameAfterABrokenOneIsNotSentAtHostTimeZero) {
+  const std::uint64_t begin = mHost.AudioGetCurrentHostTime();
+  const auto reader = manager().createrReader();
+  LTCSignalMaker maker;
+  maker.type = kSMPTETimeType30;
+  maker.frames = 300;
+  LTCSignal signal = maker.make();
+  for (std::size_t i = 20; i < maker.frames; i += 21) {
+    const auto end = signal.samples.begin() + static_cast<std::ptrdiff_t>(signal.frames[i].end);
+    std::fill(end - 60, end, 0.5F);
+  }
+  for (const std::uint32_t period : {4096U, 8192U}) {
+    mLoopback->setPeriod(period);
+    SignalPlayer player{signal.samples};
+    const auto stream =
+        mLoopback->open(audio::AudioDirection::output, &SignalPlayer::play, &player);
+    mHost.advance(20 * kSecond);
+    const auto blocks = takeBlocks(*reader);
+    EXPECT_GT(blocks.size(), 60U);
+    for (const Block& block : blocks) {
+      EXPECT_GE(block.time, begin);
+    }
+  }
 }
 
 TEST_F(VLLTCReaderDeviceTest, RemovedItLeavesTheSystemAndAnArchiveBringsItBack) {
