@@ -55,6 +55,11 @@ std::uint32_t AudioGeneratorGraph::latency() const {
                                        audio::kAudioUnitScope_Output, 0);
 }
 
+std::uint32_t AudioGeneratorGraph::period() const {
+  return mOutputUnit.getPropertyUInt32(audio::kAudioDevicePropertyBufferFrameSize,
+                                       audio::kAudioUnitScope_Global, 0);
+}
+
 double AudioGeneratorGraph::sampleRate() const {
   return mConverterUnit.getPropertyFloat64(audio::kAudioUnitProperty_SampleRate,
                                            audio::kAudioUnitScope_Input, 0);

@@ -28,6 +28,7 @@ class AudioGeneratorGraph {
 
   /// Of the device, in samples.
   std::uint32_t latency() const;
+  std::uint32_t period() const;
   /// Hz; that of the device when the graph was made.
   double sampleRate() const;
   /// Ports get it when the output starts.

@@ -45,6 +45,9 @@ constexpr double kFPSSteps = 500;  // a frame a second has
 constexpr double kSmoothing = 0.9;
 // A stream is over when it has been silent for so many frames.
 constexpr double kSilentFrames = 4;
+// A call writes frames for as long as this beyond the next call, so that the device can
+// read so far ahead.
+constexpr double kLatencyFrames = LTCPhaseLock::kFramesPerBatch - LTCPhaseLock::kFramesPerCall;
 constexpr double kCubeRoot = 0.3333333333333333;
 
 std::array<std::uint8_t, kLTCUserBytes> bytesOf(std::uint32_t userbits) noexcept {
@@ -167,6 +170,7 @@ void KVLTCGenerator::setupGraph(const Device& device) {
     graph->listen(&KVLTCGenerator::auPropertyListener, this);
     graph->start();
     mGraph = std::move(graph);
+    mHasWarned = false;
     mChannels = lengthOfChannelMap();
     mAudioObjectId.store(deviceID);
   } catch (const KVException&) {
@@ -496,12 +500,16 @@ void KVLTCGenerator::startWatchdog() {
 void KVLTCGenerator::stopped() {
   VELOR_LOG_INFO("Generator stopped to receive MTC");
   std::shared_ptr<KVWatchdog> watchdog;  // goes without the lock
+  bool wasPlayed = true;
   {
     const std::lock_guard lock(mAudioGeneratorRefCon.lock);
     ++mEpoch;
     mHasRxedBefore = false;
     mAudioGeneratorRefCon.writeEnd = 0;
-    mPhase = {};
+    wasPlayed = !std::exchange(mPhase, {}).isGivenUp();
+  }
+  if (!wasPlayed) {
+    warnOfLatency();
   }
   restartOutput();
   {
@@ -513,6 +521,22 @@ void KVLTCGenerator::stopped() {
     watchdog.swap(mWatchdog);
   }
   setTCString(invalidSMPTEString());
+}
+
+void KVLTCGenerator::warnOfLatency() {
+  if (mHasWarned || mGraph == nullptr) {
+    return;
+  }
+  try {
+    const double seconds = (mGraph->latency() + mGraph->period()) / mGraph->sampleRate();
+    if (seconds * mFPS.load() > kLatencyFrames) {
+      mHasWarned = true;
+      VELOR_LOG_WARNING("latency of %.0f ms is too long for LTC; set a shorter period",
+                        1000 * seconds);
+    }
+  } catch (const KVException& exception) {
+    VELOR_LOG_WARNING("%s", exception.what());
+  }
 }
 
 void KVLTCGenerator::restartOutput() {

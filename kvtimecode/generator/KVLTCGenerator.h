@@ -158,6 +158,7 @@ class KVLTCGenerator final : public KVObservable,
   void followLatency(Buffers& buffers);
   void startWatchdog();
   void stopped();
+  void warnOfLatency();
   void restartOutput();
   void setTCString(std::string tcstring);
 
@@ -169,6 +170,7 @@ class KVLTCGenerator final : public KVObservable,
   KADeviceChoice mChoice{audio::kAudioObjectPropertyScopeOutput, "plays on"};
   std::vector<std::int32_t> mChosenMap;  // empty for the device's own
   std::uint32_t mChannels = 0;           // of the device, when the graph was made
+  bool mHasWarned = false;               // of the graph's latency
   std::string mTCString;
   std::vector<std::shared_ptr<Buffers>> mRetired;  // that `copyTime` may still hold
   KVObserverToken mDeviceToken;

@@ -20,7 +20,7 @@ double nominalSamples(const LTCPhaseLock::Call& call) noexcept {
 }  // namespace
 
 std::optional<LTCPhaseLock::Batch> LTCPhaseLock::advance(const Call& call) noexcept {
-  if (numWithoutRead > kMaxWithoutRead) {
+  if (isGivenUp()) {
     return std::nullopt;
   }
   const double distance = call.target - lastTimestamp;

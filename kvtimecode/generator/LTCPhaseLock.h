@@ -48,6 +48,9 @@ struct LTCPhaseLock {
   /// No time has come in since the stream stopped.
   bool isIdle() const noexcept { return lastTimestamp == 0; }
 
+  /// Nothing is written any more, because nobody plays it.
+  bool isGivenUp() const noexcept { return numWithoutRead > kMaxWithoutRead; }
+
   double lastTimestamp = 0;      ///< samples; the target of the previous call
   double nextGeneratorTime = 0;  ///< samples; where the next call's first frame should start
   double weightedFrameLen = 0;   ///< samples; smoothed length of two frames

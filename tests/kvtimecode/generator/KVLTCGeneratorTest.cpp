@@ -138,6 +138,7 @@ TEST_F(KVLTCGeneratorTest, WhatNobodyCanPlayInTimeIsGivenUpAndTriedAgain) {
   // 16 calls find nothing read, the watchdog takes two more: 18 calls a try.
   play(*generator, 60);
   EXPECT_EQ(mLog.count("Generator stopped to receive MTC"), 4);
+  EXPECT_EQ(mLog.count("latency of 505 ms is too long for LTC; set a shorter period"), 1);
 }
 
 TEST_F(KVLTCGeneratorTest, LevelsAndUserBitsAreCutAndShownAsPeopleMeanThem) {
