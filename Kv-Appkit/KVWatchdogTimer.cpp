@@ -26,11 +26,11 @@ KVWatchdogTimer::KVWatchdogTimer(std::function<void()> action)
 
 void KVWatchdogTimer::setTimeInterval(double seconds) noexcept {
   mInterval.store(KVNanosecondsFromSeconds(seconds));
-  setDeadline(mHost.AudioGetCurrentHostTime());
+  mTimer->setDeadline(mHost.AudioGetCurrentHostTime());
 }
 
 void KVWatchdogTimer::validate() noexcept {
-  setDeadline(mHost.AudioGetCurrentHostTime() + mInterval.load());
+  mTimer->setDeadline(mHost.AudioGetCurrentHostTime() + mInterval.load());
 }
 
 void KVWatchdogTimer::cancel() {
@@ -45,22 +45,7 @@ void KVWatchdogTimer::resumeAfter(double seconds) {
   });
 }
 
-void KVWatchdogTimer::setDeadline(std::uint64_t deadline) noexcept {
-  mDeadline.store(deadline);
-  mTimer->setDeadline(deadline);
-}
-
 void KVWatchdogTimer::fire() {
-  std::uint64_t deadline = mDeadline.load();
-  if (deadline > mHost.AudioGetCurrentHostTime()) {
-    // All was well again before this had its turn on the queue.
-    do {
-      deadline = mDeadline.load();
-      mTimer->setDeadline(deadline);
-    } while (deadline != mDeadline.load());  // a thread that set another has been overtaken
-    mTimer->resume();
-    return;
-  }
   mTimer->cancel();
   mAction();
 }

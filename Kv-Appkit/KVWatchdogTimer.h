@@ -11,10 +11,9 @@
 
 namespace velor {
 
-/// What KVWatchdog and kv_watchdog both stand on: a deadline that fires once
-/// unless it is pushed ahead in time. It has no mutex. What threads share is two
-/// words, each written whole: the worst that a race of `setTimeInterval` and
-/// `validate` can do is one deadline measured with the former interval.
+/// The deadline of KVWatchdog and kv_watchdog: it fires once unless it is pushed ahead
+/// in time. It has no mutex: the worst that a race of `setTimeInterval` and `validate`
+/// can do is one deadline measured with the former interval.
 class KVWatchdogTimer : public std::enable_shared_from_this<KVWatchdogTimer> {
  public:
   /// Suspended, with the deadline now. The action runs on the queue, once at
@@ -34,13 +33,11 @@ class KVWatchdogTimer : public std::enable_shared_from_this<KVWatchdogTimer> {
 
  private:
   explicit KVWatchdogTimer(std::function<void()> action);
-  void setDeadline(std::uint64_t deadline) noexcept;
   void fire();
 
   host::Host& mHost;
   const std::function<void()> mAction;
   std::atomic<std::uint64_t> mInterval{0};  // ns
-  std::atomic<std::uint64_t> mDeadline{0};  // host time, ns
   std::optional<host::Timer> mTimer;        // set by `make` for good
 };
 

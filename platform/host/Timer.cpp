@@ -128,10 +128,15 @@ std::uint64_t TimerService::fireDue() {
                                        [now](const auto& state) { return state->due > now; });
   for (auto it = mTimers.begin(); it != firstLater; ++it) {
     (*it)->lookAt.store(kNever);
-    (*it)->queue.async([state = *it] {
-      if (!state->cancelled.load()) {
-        state->handler();
+    (*it)->queue.async([this, state = *it] {
+      if (state->cancelled.load()) {
+        return;
       }
+      if (state->deadline.load() > mHost.AudioGetCurrentHostTime()) {
+        add(state);  // the deadline was pushed forward before this had its turn
+        return;
+      }
+      state->handler();
     });
   }
   mTimers.erase(mTimers.begin(), firstLater);

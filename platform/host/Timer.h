@@ -19,8 +19,8 @@ class Thread;
 
 /// A one-shot deadline that runs a handler on a queue. It is made suspended;
 /// nothing fires before `resume`. A deadline that has passed by then fires at
-/// once. Pushing the deadline forward is one atomic store. After a firing it is
-/// suspended again.
+/// once. Pushing the deadline forward is one atomic store, and puts off a firing that
+/// still waits for its turn on the queue. After a firing it is suspended again.
 class Timer {
  public:
   /// `handler` runs on `queue`, at most once for each `resume`.
