@@ -13,7 +13,6 @@
 #include "Kv-Appkit/KVNanosecondsFromSeconds.h"
 #include "Kv-Appkit/kv_watchdog.h"
 #include "Velor/mtc/MTC_Tx.h"
-#include "Velor/mtc/VLMTCTransitions.h"
 #include "Velor/mtc/mtc_wire.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Host.h"
@@ -34,20 +33,16 @@ constexpr double kWatchdogFrames = 4.0;
 // silence is known before the block that goes out then.
 constexpr std::uint64_t kLeewayDivisor = 20;
 
-// Who may send: the gate between the reader's path and the timer's.
-using Tag = std::uint32_t;
-constexpr Tag kNobody = 0;
-constexpr Tag kReader = KVFourCC("ltc ");
-constexpr Tag kFreewheel = KVFourCC("wcdg");
-
 // Each end of a freewheel that is scheduled has its own, so that one which comes
 // late is known from that of a later freewheel.
 std::atomic<std::uint32_t> gLastFreewheelId{1};
 constexpr std::uint32_t kNoFreewheelId = 0;
 
+enum class Mode : std::uint8_t { idle, reading, freewheeling };
+
 struct Snapshot {
   SMPTETime time;
-  VLMTCMode mode = VLMTCMode::idle;
+  Mode mode = Mode::idle;
 };
 
 struct Listener {
@@ -65,8 +60,12 @@ struct Arrival {
 }  // namespace
 
 struct VLMTC : std::enable_shared_from_this<VLMTC> {
-  void take(const Arrival& arrival) KV_RUNS_ON(queue);
-  void happen(VLMTCEvent event, const Arrival* arrival = nullptr) KV_RUNS_ON(queue);
+  // All that changes the mode. Each reports to the owner when the change is published.
+  void readTime(const Arrival& arrival) KV_RUNS_ON(queue);
+  void fallSilent() KV_RUNS_ON(queue);
+  void endFreewheel() KV_RUNS_ON(queue);
+  std::int32_t stopFreewheel() KV_RUNS_ON(queue);
+
   void dispose();
 
   std::atomic<midi::MIDIEndpointRef> source{0};
@@ -78,25 +77,21 @@ struct VLMTC : std::enable_shared_from_this<VLMTC> {
   std::shared_ptr<VLMTC> self;          // the owner's reference
   host::Host& host = host::current();
 
-  VLMTCMode mode KV_ON_QUEUE(queue) = VLMTCMode::idle;
-
-  // Last, so that it ends before what its jobs use.
+  // After all that its jobs use, so that it ends first.
   host::Queue queue{"mtc.watchdog", host::ThreadRole::timing};
 
  private:
-  std::int32_t send(const SMPTETime& read, std::uint64_t timestamp, Tag path) KV_RUNS_ON(queue);
-  void publish() KV_RUNS_ON(queue) { snapshot.store({mTime, mode}); }
-  void endFreewheel() KV_RUNS_ON(queue);
+  std::int32_t send(SMPTETime time, std::uint64_t timestamp) KV_RUNS_ON(queue);
+  void publish() KV_RUNS_ON(queue) { snapshot.store({mTime, mMode}); }
   void putTimerOff(std::uint64_t now) KV_RUNS_ON(queue);
   void timerFired() KV_RUNS_ON(queue);
+  void takeBackTimer() KV_RUNS_ON(queue);
   void startWatchdog() KV_RUNS_ON(queue);
   void dropWatchdog() KV_RUNS_ON(queue);
-  void scheduleEnd() KV_RUNS_ON(queue);
-  void tell(std::uint32_t actions) KV_RUNS_ON(queue);
-  template <class StateByThen>
-  void tellState(StateByThen stateByThen);
+  void scheduleEnd(double seconds) KV_RUNS_ON(queue);
+  void report(VLMTCState state);
 
-  Tag mTag KV_ON_QUEUE(queue) = kNobody;
+  Mode mMode KV_ON_QUEUE(queue) = Mode::idle;
   SMPTETime mTime KV_ON_QUEUE(queue);                    // last sent
   std::uint64_t mNextTimestamp KV_ON_QUEUE(queue) = 0;   // host time of mTime, ns
   kv_watchdog* mWatchdog KV_ON_QUEUE(queue) = nullptr;   // while reading
@@ -106,70 +101,81 @@ struct VLMTC : std::enable_shared_from_this<VLMTC> {
   std::uint32_t mFreewheelId KV_ON_QUEUE(queue) = kNoFreewheelId;
 };
 
-void VLMTC::take(const Arrival& arrival) {
+void VLMTC::readTime(const Arrival& arrival) {
+  const Mode former = mMode;
   const std::uint32_t formerType = mTime.mType;
-  happen(VLMTCEvent::timeRead, &arrival);
+  // 1. The timer sends nothing more, and the end of a freewheel does not come any more.
+  if (former == Mode::freewheeling) {
+    takeBackTimer();
+  }
+  mMode = Mode::reading;
+  putTimerOff(arrival.now);
+  // 2. Send the time, unless it is the first one after a freewheel.
+  status.store(former == Mode::freewheeling ? 0 : send(arrival.time, arrival.hostTime));
+  publish();
+  // 3. Watch for silence from here on.
+  if (mWatchdog != nullptr) {
+    kv_watchdog_validate(mWatchdog);
+  } else {
+    startWatchdog();
+  }
+  // 4. Begin to read, where that is new.
+  if (former != Mode::reading) {
+    mTimer->resume();
+    if (former == Mode::freewheeling) {
+      report(kVLMTCDidResume);
+    }
+    report(kVLMTCDidStartReading);
+  }
+  // 5. Report another format than that of the last time sent.
   if (arrival.time.mType != formerType) {
-    happen(VLMTCEvent::typeChanged);
+    report(kVLMTCDidChangeFramerate);
   }
 }
 
-void VLMTC::happen(VLMTCEvent event, const Arrival* arrival) {
-  const VLMTCTransition* row = KVTransitionFor(kVLMTCTransitions, mode, event);
-  if (row == nullptr) {
-    return;
-  }
-  const std::uint32_t actions = row->actions;
-  mode = row->to;
-  if ((actions & kMTCEndsFreewheel) != 0) {
+void VLMTC::fallSilent() {
+  // 1. The timer sends from here on.
+  mMode = Mode::freewheeling;
+  publish();
+  // 2. The watchdog is spent.
+  dropWatchdog();
+  // 3. Schedule the end; a negative time has none.
+  const double seconds = freewheelTime.load();
+  if (seconds > 0) {
+    scheduleEnd(seconds);
+  } else if (seconds == 0) {
     endFreewheel();
   }
-  if ((actions & (kMTCNobodySends | kMTCReaderSends | kMTCTimerSends)) != 0) {
-    mTag = (actions & kMTCReaderSends) != 0  ? kReader
-           : (actions & kMTCTimerSends) != 0 ? kFreewheel
-                                             : kNobody;
-  }
-  if ((actions & kMTCTakesTime) != 0) {
-    putTimerOff(arrival->now);
-    status.store(send(arrival->time, arrival->hostTime, kReader));
-  }
-  publish();
-  if ((actions & kMTCStartsWatchdog) != 0) {
-    startWatchdog();
-    mTimer->resume();
-  }
-  if ((actions & kMTCFeedsWatchdog) != 0) {
-    if (mWatchdog != nullptr) {
-      kv_watchdog_validate(mWatchdog);
-    } else {
-      startWatchdog();
-    }
-  }
-  if ((actions & kMTCDropsWatchdog) != 0) {
-    dropWatchdog();
-  }
-  if ((actions & kMTCSchedulesEnd) != 0) {
-    scheduleEnd();
-  }
-  tell(actions);
+  // 4. Report it. Where it has ended by then, its end is reported once more.
+  report(kVLMTCDidStartFreewheel);
 }
 
-std::int32_t VLMTC::send(const SMPTETime& read, std::uint64_t timestamp, Tag path) {
-  if (mTag != path) {
-    return 0;
+void VLMTC::endFreewheel() {
+  // 1. The timer sends nothing more, and a later end does not come any more.
+  takeBackTimer();
+  // 2. Wait for the next time.
+  mMode = Mode::idle;
+  publish();
+  // 3. Report it.
+  report(kVLMTCDidStopFreewheel);
+}
+
+std::int32_t VLMTC::stopFreewheel() {
+  if (mMode != Mode::freewheeling) {
+    return kVLMTCErr;
   }
+  endFreewheel();
+  return 0;
+}
+
+std::int32_t VLMTC::send(SMPTETime time, std::uint64_t timestamp) {
   const std::uint64_t quarterFrame = interval.load();
-  mTime = read;
+  mTime = time;
   mNextTimestamp = timestamp + kMTCPieces * quarterFrame;
   ltc_add_frames(mTime, kMTCFramesPerBlock);
   midi::MIDIPacketList list;
   mtc_quarter_frames(mTime, mNextTimestamp, quarterFrame, &list);
   return midi::service().MIDIReceived(source.load(), &list);
-}
-
-void VLMTC::endFreewheel() {
-  mFreewheelId = kNoFreewheelId;
-  mTimer.reset();
 }
 
 void VLMTC::putTimerOff(std::uint64_t now) {
@@ -186,16 +192,18 @@ void VLMTC::putTimerOff(std::uint64_t now) {
 }
 
 void VLMTC::timerFired() {
-  // It may have been put off before it had its turn on the queue.
-  if (mTimerDeadline <= host.AudioGetCurrentHostTime()) {
-    mTimerDeadline += mTimerPeriod;
-    if (mTag == kFreewheel) {
-      status.store(send(SMPTETime(mTime), mNextTimestamp, kFreewheel));
-      publish();
-    }
-  }
+  mTimerDeadline += mTimerPeriod;
   mTimer->setDeadline(mTimerDeadline);
   mTimer->resume();
+  if (mMode == Mode::freewheeling) {
+    status.store(send(mTime, mNextTimestamp));
+    publish();
+  }
+}
+
+void VLMTC::takeBackTimer() {
+  mFreewheelId = kNoFreewheelId;
+  mTimer.reset();
 }
 
 // Without a rate there is no time for it; then the next time that is read tries again.
@@ -206,7 +214,7 @@ void VLMTC::startWatchdog() {
   const auto silence = [](kv_watchdog*, void* record) {
     auto& mtc = *static_cast<VLMTC*>(record);
     mtc.queue.assertCurrent();
-    mtc.happen(VLMTCEvent::silence);
+    mtc.fallSilent();
   };
   if (kv_watchdog_create(&mWatchdog, silence, &queue, this, seconds) == 0) {
     kv_watchdog_resume_after(mWatchdog, seconds);
@@ -217,15 +225,7 @@ void VLMTC::dropWatchdog() {
   kv_watchdog_dispose(std::exchange(mWatchdog, nullptr));
 }
 
-void VLMTC::scheduleEnd() {
-  const double seconds = freewheelTime.load();
-  if (seconds < 0) {
-    return;
-  }
-  if (seconds == 0) {
-    happen(VLMTCEvent::noFreewheelTime);
-    return;
-  }
+void VLMTC::scheduleEnd(double seconds) {
   const std::uint32_t id = ++gLastFreewheelId;
   mFreewheelId = id;
   host.mainQueue().after(KVNanosecondsFromSeconds(seconds), [id, weak = weak_from_this()] {
@@ -233,43 +233,26 @@ void VLMTC::scheduleEnd() {
       strong->queue.async([id, mtc = strong.get()] {
         mtc->queue.assertCurrent();
         if (id == mtc->mFreewheelId) {
-          mtc->happen(VLMTCEvent::timeRanOut);
+          mtc->endFreewheel();
         }
       });
     }
   });
 }
 
-void VLMTC::tell(std::uint32_t actions) {
+void VLMTC::report(VLMTCState state) {
   if (listener.load().callback == nullptr) {
     return;
   }
-  const auto tellOf = [this, actions](std::uint32_t action, VLMTCState state) {
-    if ((actions & action) != 0) {
-      tellState([state](const VLMTC&) { return state; });
+  host.mainQueue().async([state, weak = weak_from_this()] {
+    const auto strong = weak.lock();
+    const Listener present = strong != nullptr ? strong->listener.load() : Listener();
+    if (present.callback == nullptr) {
+      return;
     }
-  };
-  tellOf(kMTCTellsResume, kVLMTCDidResume);
-  tellOf(kMTCTellsStart, kVLMTCDidStartReading);
-  tellOf(kMTCTellsType, kVLMTCDidChangeFramerate);
-  tellOf(kMTCTellsStop, kVLMTCDidStopFreewheel);
-  if ((actions & kMTCTellsFreewheel) != 0) {
-    tellState([](const VLMTC& mtc) {
-      return mtc.snapshot.load().mode == VLMTCMode::freewheeling ? kVLMTCDidStartFreewheel
-                                                                 : kVLMTCDidStopFreewheel;
-    });
-  }
-}
-
-template <class StateByThen>
-void VLMTC::tellState(StateByThen stateByThen) {
-  host.mainQueue().async([stateByThen, weak = weak_from_this()] {
-    if (const auto strong = weak.lock()) {
-      const Listener present = strong->listener.load();
-      if (present.callback != nullptr) {
-        present.callback(strong.get(), stateByThen(*strong), present.refCon);
-      }
-    }
+    const bool isOver =
+        state == kVLMTCDidStartFreewheel && strong->snapshot.load().mode != Mode::freewheeling;
+    present.callback(strong.get(), isOver ? kVLMTCDidStopFreewheel : state, present.refCon);
   });
 }
 
@@ -278,9 +261,7 @@ void VLMTC::dispose() {
   queue.sync([this] {
     queue.assertCurrent();
     dropWatchdog();
-    endFreewheel();
-    mode = VLMTCMode::idle;
-    mTag = kNobody;
+    takeBackTimer();
   });
   // A report or an end that is under way on the main thread may hold the record a
   // little longer; it finds nothing to do.
@@ -368,7 +349,7 @@ std::int32_t VLMTCSendTime(const host::RealtimeContext& realtime, VLMTC* mtc, co
   const Arrival arrival{*time, hostTime, mtc->host.AudioGetCurrentHostTime()};
   const bool taken = mtc->queue.async(realtime, [mtc, arrival] {
     mtc->queue.assertCurrent();
-    mtc->take(arrival);
+    mtc->readTime(arrival);
   });
   return taken ? mtc->status.load() : midi::kMIDIMessageSendErr;
 }
@@ -383,10 +364,10 @@ std::int32_t VLMTCGetTime(const VLMTC* mtc, SMPTETime* time, bool* reading,
     *time = snapshot.time;
   }
   if (reading != nullptr) {
-    *reading = snapshot.mode != VLMTCMode::idle;
+    *reading = snapshot.mode != Mode::idle;
   }
   if (freewheeling != nullptr) {
-    *freewheeling = snapshot.mode == VLMTCMode::freewheeling;
+    *freewheeling = snapshot.mode == Mode::freewheeling;
   }
   return 0;
 }
@@ -402,11 +383,7 @@ std::int32_t VLMTCStopFreewheeling(VLMTC* mtc) {
   }
   return mtc->queue.sync([mtc] {
     mtc->queue.assertCurrent();
-    if (mtc->mode != VLMTCMode::freewheeling) {
-      return kVLMTCErr;
-    }
-    mtc->happen(VLMTCEvent::stopRequested);
-    return 0;
+    return mtc->stopFreewheel();
   });
 }
 
