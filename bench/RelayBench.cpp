@@ -48,6 +48,7 @@ class Destinations final : public midi::MIDIOutside {
   void removeVirtual(midi::MIDIEndpointRef) override {}
   void connect(Named, Named, midi::ReceiverRef, void*) override {}
   void disconnect(midi::MIDIPortRef, midi::MIDIEndpointRef) override {}
+  void endSending(midi::MIDIPortRef, midi::MIDIEndpointRef) override {}
   void removePort(midi::MIDIPortRef) override {}
   void waitUntilSettled() override {}
   void whenSettled(host::Queue& queue, host::Task task) override { queue.async(std::move(task)); }

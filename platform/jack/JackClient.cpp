@@ -87,6 +87,11 @@ void JackClient::attach(JackParticipant& participant) {
 void JackClient::detach(JackParticipant& participant) {
   mQueue.assertCurrent();
   if (mParticipants.size() == 1 && mParticipants[0] == &participant) {
+    // jackd writes a notification to the closing client, which reads no more, for the
+    // names of each port that it still has; after some 250 it hangs, for all its clients.
+    if (mClient != nullptr) {
+      forgetNames();
+    }
     closeClient();  // ends the process callback
   }
   for (auto& entry : mActive) {

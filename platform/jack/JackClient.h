@@ -99,8 +99,8 @@ class JackClient {
   bool connect(const JackPort& port, const std::string& other);
   void portRegistered(jack_port_id_t id);
   void report(std::uint32_t session);
-  /// Those of ports that went with their server. A jackd that was killed has left them
-  /// behind, and its successor gives their uuids to whatever ports come, of any client.
+  /// Removes the names of our ports from the server's store. A jackd that was killed leaves
+  /// them there, and its successor gives their uuids to whatever ports come, of any client.
   void forgetNames();
   void tellConnected();
   void tell(bool connected, std::string description);

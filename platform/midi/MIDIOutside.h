@@ -70,6 +70,8 @@ class MIDIOutside {
   virtual OSStatus send(Named port, Named destination, const MIDIPacketList& packets) = 0;
   /// From a virtual source to whoever listens outside.
   virtual OSStatus received(MIDIEndpointRef source, const MIDIPacketList& packets) = 0;
+  /// What serves the pair goes after the last packet that was sent.
+  virtual void endSending(MIDIPortRef port, MIDIEndpointRef destination) = 0;
   /// An output port is gone, and with it what served it.
   virtual void removePort(MIDIPortRef port) = 0;
 

@@ -78,20 +78,27 @@ class MIDIService {
   /// Schedules the packets of the list on the destination, each at its time;
   /// those whose time is past or 0 go at once. The spacing of the packets of one
   /// list is kept exactly. kMIDIUnknownEndpoint when the destination is not
-  /// there, kMIDIMessageSendErr when no room is left for its packets.
+  /// there, kMIDIMessageSendErr when no room is left for its packets. The first list
+  /// that is sent from a port to a destination of the outside, even an empty one, opens
+  /// a connection for the pair; see `whenSettled`.
   virtual OSStatus MIDISend(MIDIPortRef port, MIDIEndpointRef destination,
                             const MIDIPacketList* packets) = 0;
+
+  /// Nothing more is to be sent from the port to the destination for the time being: a
+  /// connection that serves the pair is closed after the last packet. The next MIDISend
+  /// opens it again. A destination that is not there keeps it for its return.
+  virtual void endSending(MIDIPortRef port, MIDIEndpointRef destination) = 0;
 
   /// Sends from a virtual source to all that are connected to it.
   virtual OSStatus MIDIReceived(MIDIEndpointRef source, const MIDIPacketList* packets) = 0;
 
-  /// Waits until the ways to the outside that were asked for so far, by sending or
-  /// connecting, are open, or can not be opened; that takes some cycles of the
-  /// server for each.
+  /// Waits until the connections to the outside that were asked for so far, by sending or
+  /// connecting, are open, or cannot be opened; that takes some cycles of the server,
+  /// however many they are.
   virtual void waitUntilSettled() = 0;
 
-  /// Posts the task to the queue when those ways are open, without waiting. The queue
-  /// must last until then; a `waitUntilSettled` behind this has seen to that.
+  /// Posts the task to the queue when those connections are open, without waiting. The
+  /// queue must last until then; a later `waitUntilSettled` makes sure of that.
   virtual void whenSettled(host::Queue& queue, host::Task task) = 0;
 
   /// Whether a server carries the MIDI of the outside now.

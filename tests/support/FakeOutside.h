@@ -97,6 +97,9 @@ class FakeOutside final : public MIDIOutside {
     keep(0, {}, source, packets);
     return 0;
   }
+  void endSending(MIDIPortRef, MIDIEndpointRef destination) override {
+    ended.push_back(destination);
+  }
   void removePort(MIDIPortRef port) override { removedPorts.push_back(port); }
   void waitUntilSettled() override {}
   void whenSettled(host::Queue& queue, host::Task task) override { queue.async(std::move(task)); }
@@ -106,6 +109,7 @@ class FakeOutside final : public MIDIOutside {
   std::vector<Sent> sent;
   std::vector<Virtual> virtuals;
   std::vector<Connection> connections;
+  std::vector<MIDIEndpointRef> ended;
   std::vector<MIDIPortRef> removedPorts;
 
  private:

@@ -43,6 +43,7 @@ class MockMIDIService : public MIDIService {
               (MIDIObjectRef, MIDIProperty, const std::string&), (override));
   MOCK_METHOD(OSStatus, MIDISend, (MIDIPortRef, MIDIEndpointRef, const MIDIPacketList*),
               (override));
+  MOCK_METHOD(void, endSending, (MIDIPortRef, MIDIEndpointRef), (override));
   MOCK_METHOD(OSStatus, MIDIReceived, (MIDIEndpointRef, const MIDIPacketList*), (override));
   MOCK_METHOD(void, waitUntilSettled, (), (override));
   MOCK_METHOD(void, whenSettled, (host::Queue&, host::Task), (override));

@@ -438,6 +438,14 @@ OSStatus MIDIObjectTable::MIDISend(MIDIPortRef port, MIDIEndpointRef destination
   return status;
 }
 
+void MIDIObjectTable::endSending(MIDIPortRef port, MIDIEndpointRef destination) {
+  const std::lock_guard lock(mMutex);
+  const Object* to = find(destination, Type::destination);
+  if (to != nullptr && to->outside && to->present) {
+    mOutside->endSending(port, destination);
+  }
+}
+
 OSStatus MIDIObjectTable::MIDIReceived(MIDIEndpointRef source, const MIDIPacketList* packets) {
   const std::lock_guard lock(mMutex);
   const Object* from = find(source, Type::source);

@@ -58,6 +58,7 @@ class MIDIObjectTable final : public MIDIService, private MIDIInside {
                                        const std::string& value) override;
   OSStatus MIDISend(MIDIPortRef port, MIDIEndpointRef destination,
                     const MIDIPacketList* packets) override;
+  void endSending(MIDIPortRef port, MIDIEndpointRef destination) override;
   OSStatus MIDIReceived(MIDIEndpointRef source, const MIDIPacketList* packets) override;
   void waitUntilSettled() override;
   void whenSettled(host::Queue& queue, host::Task task) override;

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <iterator>
+#include <mutex>
 #include <utility>
 
 #include "platform/host/Log.h"
@@ -12,11 +14,16 @@ namespace velor::midi {
 namespace {
 
 constexpr const char* kNoServer = "in process, no server";
+// Until a port that is to go is looked at again; packets may wait in it.
+constexpr std::uint64_t kClosingInterval = 50'000'000;  // ns
 
 }  // namespace
 
 JackMIDI::JackMIDI(std::shared_ptr<jack::JackClient> client)
-    : mHost(host::current()), mJack(std::move(client)), mQueue(mJack->queue()) {}
+    : mHost(host::current()),
+      mJack(std::move(client)),
+      mQueue(mJack->queue()),
+      mSelf(std::make_shared<JackMIDI*>(this)) {}
 
 JackMIDI::~JackMIDI() {
   stop();
@@ -38,6 +45,7 @@ void JackMIDI::stop() {
       mJack->unregisterPort(*port);
     }
     mKnown.clear();
+    mSelf.reset();
   });
   mInside = nullptr;
 }
@@ -60,136 +68,191 @@ JackMIDI::PortPtr JackMIDI::addPort(Key key, const std::string& name, bool isOut
   port->receiver = receiver;
   port->sourceRefCon = sourceRefCon;
   mPorts[key] = port;
-  mQueue.async([this, port] {
-    mKnown.push_back(port);
-    registerPort(port);
-  });
+  mDue.push_back(port);
+  // One job for each, so that whoever waits for the queue after this call waits for
+  // the port; the first of them opens all that are due by then.
+  mQueue.async([this] { openDue(); });
   return port;
 }
 
-void JackMIDI::dropPorts(bool (*matches)(const Key&, Key), Key wanted) {
-  for (auto it = mPorts.begin(); it != mPorts.end();) {
-    if (!matches(it->first, wanted)) {
-      ++it;
-      continue;
+template <class Matches>
+void JackMIDI::dropPorts(const Matches& matches) {
+  const std::lock_guard lock(mPortsMutex);
+  std::erase_if(mPorts, [this, &matches](const auto& entry) {
+    if (!matches(entry.first)) {
+      return false;
     }
-    mQueue.async([this, port = it->second] {
-      unregisterPort(port);
-      std::erase(mKnown, port);
-    });
-    it = mPorts.erase(it);
-  }
+    mQueue.async([this, port = entry.second] { close(port); });
+    return true;
+  });
 }
 
 void JackMIDI::addVirtualSource(MIDIEndpointRef source, const std::string& name) {
+  const std::lock_guard lock(mPortsMutex);
   addPort({source, 0}, name, true, "", {}, nullptr);
 }
 
 void JackMIDI::addVirtualDestination(MIDIEndpointRef destination, const std::string& name,
                                      ReceiverRef receiver) {
+  const std::lock_guard lock(mPortsMutex);
   addPort({destination, 0}, name, false, "", receiver, nullptr);
 }
 
 void JackMIDI::removeVirtual(MIDIEndpointRef endpoint) {
-  dropPorts([](const Key& key, Key wanted) { return key == wanted; }, {endpoint, 0});
+  dropPorts([endpoint](const Key& key) { return key == Key{endpoint, 0}; });
 }
 
 void JackMIDI::removePort(MIDIPortRef port) {
-  dropPorts([](const Key& key, Key wanted) { return key.first == wanted.first; }, {port, 0});
+  dropPorts([port](const Key& key) { return key.first == port; });
 }
 
 void JackMIDI::connect(Named port, Named source, ReceiverRef receiver, void* sourceRefCon) {
-  const Key key{port.ref, source.ref};
   disconnect(port.ref, source.ref);
-  addPort(key, port.name + " < " + source.name, false, source.name, receiver, sourceRefCon);
+  const std::lock_guard lock(mPortsMutex);
+  addPort({port.ref, source.ref}, port.name + " < " + source.name, false, source.name, receiver,
+          sourceRefCon);
 }
 
 void JackMIDI::disconnect(MIDIPortRef port, MIDIEndpointRef source) {
-  dropPorts([](const Key& key, Key wanted) { return key == wanted; }, {port, source});
+  dropPorts([port, source](const Key& key) { return key == Key{port, source}; });
 }
 
 OSStatus JackMIDI::send(Named port, Named destination, const MIDIPacketList& packets) {
+  const std::lock_guard lock(mPortsMutex);
   const Key key{port.ref, destination.ref};
   const auto it = mPorts.find(key);
   const PortPtr& to = it != mPorts.end() ? it->second
                                          : addPort(key, port.name + " > " + destination.name, true,
                                                    destination.name, {}, nullptr);
+  to->isEnding = false;
   return to->lane.send(packets, mHost.AudioGetCurrentHostTime());
 }
 
 OSStatus JackMIDI::received(MIDIEndpointRef source, const MIDIPacketList& packets) {
+  const std::lock_guard lock(mPortsMutex);
   const auto it = mPorts.find({source, 0});
   return it == mPorts.end() ? kMIDIUnknownEndpoint
                             : it->second->lane.send(packets, mHost.AudioGetCurrentHostTime());
 }
 
-// --- the server, on mQueue ---
-
-void JackMIDI::opened() {
-  for (const PortPtr& port : mKnown) {
-    registerPort(port);
+void JackMIDI::endSending(MIDIPortRef port, MIDIEndpointRef destination) {
+  const std::lock_guard lock(mPortsMutex);
+  const auto it = mPorts.find({port, destination});
+  if (it != mPorts.end() && !std::exchange(it->second->isEnding, true)) {
+    mQueue.async([this, key = it->first] { closeWhenSent(key); });
   }
 }
 
+// --- the server, on mQueue ---
+
+void JackMIDI::opened() {
+  open(mKnown);
+}
+
 void JackMIDI::closed() {
-  for (auto& entry : mActive) {
-    entry.store(nullptr);
-  }
   for (const PortPtr& port : mKnown) {
-    port->inService = false;
+    port->isConnected = false;
   }
+  publish();
   for (const auto& [name, endpoint] : mEndpoints) {
     mInside->endpointVanished(endpoint.first);
   }
   mEndpoints.clear();
 }
 
-void JackMIDI::registerPort(const PortPtr& port) {
-  const auto order = std::find(mKnown.begin(), mKnown.end(), port) - mKnown.begin();
-  mJack->registerPort(*port, static_cast<int>(order));
-  if (port->port == nullptr) {
+void JackMIDI::openDue() {
+  PortList due;
+  {
+    const std::lock_guard lock(mPortsMutex);
+    due.swap(mDue);
+  }
+  mKnown.insert(mKnown.end(), due.begin(), due.end());
+  open(due);
+}
+
+void JackMIDI::open(const PortList& ports) {
+  if (ports.empty()) {
     return;
   }
-  if (!port->peer.empty()) {
-    connectPeer(*port);
+  auto order = static_cast<int>(mKnown.size() - ports.size());
+  for (const PortPtr& port : ports) {
+    mJack->registerPort(*port, order++);
   }
-  putInService(port);
+  publish();  // inputs take in what comes from the moment that they are connected
+  connectPeers(ports);
 }
 
-// The first packets after it are not to be lost.
-void JackMIDI::connectPeer(Port& port) {
-  if (mJack->connectPeer(port)) {
-    mJack->awaitCycles(2);
+// The first packets after it must not be lost.
+void JackMIDI::connectPeers(const PortList& ports) {
+  PortList connected;
+  std::copy_if(ports.begin(), ports.end(), std::back_inserter(connected), [this](const auto& port) {
+    return !port->peer.empty() && mJack->connectPeer(*port);
+  });
+  if (connected.empty()) {
+    return;
+  }
+  awaitCycles(2);
+  for (const PortPtr& port : connected) {
+    port->isConnected = true;
+  }
+  publish();
+}
+
+void JackMIDI::publish() {
+  auto list = std::make_unique<PortList>();
+  std::copy_if(mKnown.begin(), mKnown.end(), std::back_inserter(*list), [](const auto& port) {
+    const bool waits = port->isOutput && !port->peer.empty() && !port->isConnected;
+    return port->port != nullptr && !waits;
+  });
+  mActive.store(list.get());
+  mLists.push_back(std::move(list));
+}
+
+void JackMIDI::awaitCycles(std::uint32_t count) {
+  const auto former = static_cast<std::ptrdiff_t>(mLists.size()) - 1;
+  mJack->awaitCycles(count);
+  if (former > 0) {
+    mLists.erase(mLists.begin(), mLists.begin() + former);
   }
 }
 
-void JackMIDI::unregisterPort(const PortPtr& port) {
-  takeOutOfService(*port);
+void JackMIDI::close(const PortPtr& port) {
+  std::erase(mKnown, port);
+  publish();
+  awaitCycles(1);
   mJack->unregisterPort(*port);
 }
 
-void JackMIDI::putInService(const PortPtr& port) {
-  const auto place = std::find_if(mActive.begin(), mActive.end(), [](const auto& entry) {
-    return entry.load(std::memory_order_relaxed) == nullptr;
-  });
-  if (place == mActive.end()) {
-    VELOR_LOG_ERROR("too many MIDI ports, %s stays silent", port->name.c_str());
-    return;
-  }
-  port->inService = true;
-  place->store(port.get());
-}
-
-void JackMIDI::takeOutOfService(Port& port) {
-  if (!std::exchange(port.inService, false)) {
-    return;
-  }
-  for (auto& entry : mActive) {
-    if (entry.load(std::memory_order_relaxed) == &port) {
-      entry.store(nullptr);
+void JackMIDI::closeWhenSent(Key key) {
+  PortPtr port;
+  {
+    const std::lock_guard lock(mPortsMutex);
+    const auto it = mPorts.find(key);
+    if (it == mPorts.end() || !it->second->isEnding) {
+      return;  // it has gone, or is in use again
+    }
+    // Without a connection its packets have nowhere to go.
+    if (!it->second->isConnected || it->second->lane.isEmpty()) {
+      port = it->second;
+      mPorts.erase(it);
     }
   }
-  mJack->awaitCycles(1);
+  if (port == nullptr) {
+    closeLater(key);
+    return;
+  }
+  // The last packets are in the port's buffer: receivers read it in this cycle, and the
+  // driver may do so at the begin of the next, after which it is empty.
+  awaitCycles(2);
+  close(port);
+}
+
+void JackMIDI::closeLater(Key key) {
+  mQueue.after(kClosingInterval, [weak = std::weak_ptr(mSelf), key] {
+    if (const auto self = weak.lock()) {
+      (*self)->closeWhenSent(key);
+    }
+  });
 }
 
 std::string JackMIDI::displayNameOf(jack_port_t* port, const std::string& fullName) const {
@@ -201,33 +264,41 @@ std::string JackMIDI::displayNameOf(jack_port_t* port, const std::string& fullNa
 void JackMIDI::rescan(const std::set<std::string>& renewed) {
   const jack::JackLibrary& library = mJack->library();
   jack_client_t* client = mJack->client();
-  std::map<std::string, std::pair<MIDIEndpointRef, MIDIEndpointKind>> found;
+  Endpoints found;
   const char** names = library.jack_get_ports(client, nullptr, JACK_DEFAULT_MIDI_TYPE, 0);
   for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
     jack_port_t* port = library.jack_port_by_name(client, *name);
     if (port == nullptr || library.jack_port_is_mine(client, port) != 0) {
       continue;
     }
-    // What another client puts out is a source to us.
+    // An output of another client is a source to us.
     const bool isSource = (library.jack_port_flags(port) & JackPortIsOutput) != 0;
-    const auto kind = isSource ? MIDIEndpointKind::source : MIDIEndpointKind::destination;
-    // One that is registered anew has lost its connections, also when it was gone
-    // too briefly to be missed here.
-    const bool isNew = !mEndpoints.contains(*name) || renewed.contains(*name);
-    const MIDIEndpointRef ref = mInside->endpointAppeared(kind, *name, displayNameOf(port, *name));
-    found[*name] = {ref, kind};
-    if (isNew) {
-      for (const PortPtr& own : mKnown) {
-        if (own->peer == *name && own->isOutput != isSource) {
-          connectPeer(*own);
-        }
-      }
-    }
+    found[*name] = {0, isSource ? MIDIEndpointKind::source : MIDIEndpointKind::destination};
   }
   library.jack_free(names);
+
   for (const auto& [name, endpoint] : mEndpoints) {
     if (!found.contains(name)) {
       mInside->endpointVanished(endpoint.first);
+    }
+  }
+  PortList unconnected;
+  for (const PortPtr& own : mKnown) {
+    const auto peer = found.find(own->peer);
+    const auto kind = own->isOutput ? MIDIEndpointKind::destination : MIDIEndpointKind::source;
+    const bool isPresent = peer != found.end() && peer->second.second == kind;
+    // A peer that was registered again has lost its connections, even if it was gone too
+    // briefly to be missed here.
+    own->isConnected = own->isConnected && isPresent && !renewed.contains(own->peer);
+    if (isPresent && !own->isConnected) {
+      unconnected.push_back(own);
+    }
+  }
+  connectPeers(unconnected);
+  // Now, so that the first packets to a new endpoint arrive there.
+  for (auto& [name, endpoint] : found) {
+    if (jack_port_t* port = library.jack_port_by_name(client, name.c_str())) {
+      endpoint.first = mInside->endpointAppeared(endpoint.second, name, displayNameOf(port, name));
     }
   }
   mEndpoints = std::move(found);
@@ -249,11 +320,11 @@ void JackMIDI::report() {
 void JackMIDI::process(const host::RealtimeContext& realtime,
                        const jack::JackCycle& cycle) noexcept {
   const jack::JackLibrary& library = mJack->library();
-  for (const auto& entry : mActive) {
-    Port* port = entry.load();
-    if (port == nullptr) {
-      continue;
-    }
+  const PortList* active = mActive.load();
+  if (active == nullptr) {
+    return;
+  }
+  for (const PortPtr& port : *active) {
     void* buffer = library.jack_port_get_buffer(port->port, cycle.frames);
     if (buffer == nullptr) {
       continue;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "platform/host/Host.h"
+#include "platform/host/PriorityMutex.h"
 #include "platform/jack/JackClient.h"
 #include "platform/midi/MIDIOutside.h"
 #include "platform/midi/jack/JackOutputLane.h"
@@ -21,9 +21,13 @@ namespace velor::midi {
 /// The MIDI of a JACK server, or of PipeWire in its place.
 ///
 /// A virtual endpoint is a JACK port. Sending from an output port to an endpoint
-/// of the outside is a JACK port for that pair, connected to it, since different
+/// of the outside takes a JACK port for that pair, connected to it, since different
 /// destinations may be sent different bytes; the same for an input port and a
 /// source. When a server that died is back, ports and connections are as before.
+///
+/// A connection carries data from the cycle after the next. Ports that are due
+/// together are registered and connected first, and then waited for once. Packets
+/// wait in the lane of their port until then.
 class JackMIDI final : public MIDIOutside, private jack::JackParticipant {
  public:
   /// `client` may be shared with other services.
@@ -41,6 +45,7 @@ class JackMIDI final : public MIDIOutside, private jack::JackParticipant {
   void disconnect(MIDIPortRef port, MIDIEndpointRef source) override;
   OSStatus send(Named port, Named destination, const MIDIPacketList& packets) override;
   OSStatus received(MIDIEndpointRef source, const MIDIPacketList& packets) override;
+  void endSending(MIDIPortRef port, MIDIEndpointRef destination) override;
   void removePort(MIDIPortRef port) override;
   void waitUntilSettled() override {
     mQueue.sync([] {});
@@ -52,35 +57,40 @@ class JackMIDI final : public MIDIOutside, private jack::JackParticipant {
   std::string description() override;
 
  private:
-  static constexpr std::size_t kMaxPorts = 256;
-
   // One JACK port of ours, from its creation in the object table to its removal
   // there, whatever servers come and go.
   struct Port : jack::JackPort {
     JackOutputLane lane;                // output
     ReceiverRef receiver;               // input
     void* sourceRefCon = nullptr;       // input
-    bool inService = false;             // on mQueue
+    bool isConnected = false;           // to its peer; on mQueue
     std::uint64_t droppedReported = 0;  // on mQueue
+    bool isEnding = false;              // under mPortsMutex: goes once its lane is empty
   };
   using PortPtr = std::shared_ptr<Port>;
+  using PortList = std::vector<PortPtr>;
   // An endpoint of ours alone, or one of our ports and its peer.
   using Key = std::pair<MIDIObjectRef, MIDIObjectRef>;
+  using Endpoints = std::map<std::string, std::pair<MIDIEndpointRef, MIDIEndpointKind>>;
 
   PortPtr addPort(Key key, const std::string& name, bool isOutput, const std::string& peer,
                   ReceiverRef receiver, void* sourceRefCon);
-  void dropPorts(bool (*matches)(const Key&, Key), Key wanted);
+  template <class Matches>
+  void dropPorts(const Matches& matches);
 
   // On mQueue.
   void opened() override;
   void closed() override;
   void rescan(const std::set<std::string>& renewed) override;
   void report() override;
-  void registerPort(const PortPtr& port);
-  void connectPeer(Port& port);
-  void unregisterPort(const PortPtr& port);
-  void putInService(const PortPtr& port);
-  void takeOutOfService(Port& port);
+  void openDue();
+  void open(const PortList& ports);
+  void connectPeers(const PortList& ports);
+  void close(const PortPtr& port);
+  void closeWhenSent(Key key);
+  void closeLater(Key key);
+  void publish();
+  void awaitCycles(std::uint32_t count);
   std::string displayNameOf(jack_port_t* port, const std::string& fullName) const;
 
   void process(const host::RealtimeContext& realtime,
@@ -91,14 +101,20 @@ class JackMIDI final : public MIDIOutside, private jack::JackParticipant {
   host::Queue& mQueue;
   MIDIInside* mInside = nullptr;
 
-  // Under the object table's lock, in whose calls alone they are touched.
-  std::map<Key, PortPtr> mPorts;
+  // Taken within the object table's lock, by calls from there, and on mQueue.
+  host::PriorityMutex mPortsMutex;
+  std::map<Key, PortPtr> mPorts;  // under mPortsMutex
+  PortList mDue;                  // under mPortsMutex: those that are to be opened
 
   // On mQueue.
-  std::vector<PortPtr> mKnown;  // all of mPorts that have got here
-  std::map<std::string, std::pair<MIDIEndpointRef, MIDIEndpointKind>> mEndpoints;
+  PortList mKnown;  // all of mPorts but those that are due
+  Endpoints mEndpoints;
+  // The last one is what the process callback reads; it may still read the others.
+  std::vector<std::unique_ptr<const PortList>> mLists;
+  std::atomic<const PortList*> mActive{nullptr};
 
-  std::array<std::atomic<Port*>, kMaxPorts> mActive{};
+  // Timed jobs on mQueue hold it weakly: the client may outlast this.
+  std::shared_ptr<JackMIDI*> mSelf;
 };
 
 }  // namespace velor::midi

@@ -22,7 +22,9 @@ OSStatus JackOutputLane::send(const MIDIPacketList& packets, MIDITimeStamp now) 
     packet.latest = std::max(packet.due, now) + (atOnce ? kLatestAtOnce : kLatest);
     packet.length = source.length;
     std::memcpy(packet.data.data(), source.data, source.length);
+    mUnsent.fetch_add(1);
     if (!mArriving.tryPush(std::move(packet))) {
+      mUnsent.fetch_sub(1);
       status = kMIDIMessageSendErr;
     }
   });
@@ -72,6 +74,7 @@ bool JackOutputLane::isDue(const Packet& packet, const jack::JackCycle& cycle,
 void JackOutputLane::removeFirst(std::uint32_t count) noexcept {
   std::rotate(mOrder.begin(), mOrder.begin() + count, mOrder.begin() + mWaiting);
   mWaiting -= count;
+  mUnsent.fetch_sub(count);
 }
 
 }  // namespace velor::midi

@@ -63,6 +63,9 @@ class JackOutputLane {
     removeFirst(done);
   }
 
+  /// Whether all that was sent has gone out or was too late. Any thread.
+  bool isEmpty() const noexcept { return mUnsent.load() == 0; }
+
   /// How many packets were too late so far.
   std::uint64_t dropped() const noexcept { return mDropped.load(std::memory_order_relaxed); }
 
@@ -81,6 +84,7 @@ class JackOutputLane {
 
   host::Mailbox<Packet> mArriving{kPackets};
   std::atomic<std::uint64_t> mDropped{0};
+  std::atomic<std::uint32_t> mUnsent{0};
   std::uint32_t mNextList = 1;  // the sender's
 
   // The process callback's own: mOrder holds first the places of the waiting

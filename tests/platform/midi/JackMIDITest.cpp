@@ -238,6 +238,97 @@ TEST_F(JackMIDITest, TheServersDeathIsSeenAtOnceHoweverManyPortsThereAre) {
   EXPECT_TRUE(test::waitFor(1, [this] { return !mTable->isConnected(); }));
 }
 
+// A server opens a connection within two cycles, which last 85 ms here.
+TEST(JackMIDIAtALargePeriod, PortsThatAreDueTogetherOpenTogetherAlsoWhenTheServerReturns) {
+  constexpr std::size_t kPorts = 24;
+  test::JackServer server(2048);
+  server.enter();
+  server.start();
+  host::SystemHost host;
+  MIDIObjectTable table(std::make_unique<JackMIDI>());
+  MIDIClientRef client = 0;
+  MIDIPortRef out = 0;
+  table.MIDIClientCreate("Velor", nullptr, nullptr, &client);
+  table.MIDIOutputPortCreate(client, "Velor Clock Out", &out);
+  const auto makeDesk = [&] {
+    auto desk = std::make_unique<test::JackPeer>("Desk");
+    for (std::size_t i = 0; i < kPorts; ++i) {
+      desk->addInput("in " + std::to_string(i));
+    }
+    desk->activate();
+    return desk;
+  };
+  for (const char* when : {"at the start", "after the server's return"}) {
+    auto desk = makeDesk();
+    const auto areThere = [&] { return table.MIDIGetNumberOfDestinations() == kPorts; };
+    std::uint64_t start = host.AudioGetCurrentHostTime();
+    ASSERT_TRUE(test::waitFor(10, areThere));
+    table.waitUntilSettled();
+    if (desk->ports("Velor:.*").empty()) {
+      start = host.AudioGetCurrentHostTime();
+    }
+    for (std::size_t i = 0; i < kPorts; ++i) {
+      EXPECT_EQ(table.MIDISend(out, table.MIDIGetDestination(i), PacketList(0).get()), 0);
+    }
+    table.waitUntilSettled();
+    const double seconds = static_cast<double>(host.AudioGetCurrentHostTime() - start) / 1e9;
+    std::printf("%zu ports opened %s in %.2f s\n", kPorts, when, seconds);
+    EXPECT_LT(seconds, 0.7) << when;
+    EXPECT_TRUE(test::waitFor(1, [&] { return desk->recordedCount() == kPorts; })) << when;
+    server.kill();
+    ASSERT_TRUE(test::waitFor(5, [&] { return !table.isConnected(); }));
+    desk.reset();
+    server.start();
+    ASSERT_TRUE(test::waitFor(5, [&] { return table.isConnected(); }));
+  }
+}
+
+TEST_F(JackMIDITest, APortGoesAfterItsLastPacketWhenSendingEndsAndTheNextSendOpensItAgain) {
+  open();
+  auto desk = makeDesk();
+  const MIDIEndpointRef destination = await(false, "Desk:in");
+  for (std::size_t round = 1; round <= 3; ++round) {
+    send(destination, PacketList(now() + 100 * kMs, 0, 10 * kMs, 8));
+    mTable->waitUntilSettled();
+    EXPECT_EQ(desk->ports("Velor:Velor Clock Out > Desk/in").size(), 1U);
+    mTable->endSending(mOut, destination);
+    EXPECT_TRUE(test::waitFor(3, [&] { return desk->ports("Velor:.*").empty(); }));
+    // All of them, each once: a buffer that is left unattended repeats its packets.
+    EXPECT_EQ(desk->recordedCount(), 8 * round);
+  }
+  // One that is in use again before its last packet has gone stays.
+  send(destination, PacketList(now() + 100 * kMs, 0, 10 * kMs, 8));
+  mTable->endSending(mOut, destination);
+  send(destination, PacketList(now() + 200 * kMs, 0, 10 * kMs, 8));
+  test::waitFor(0.5, [] { return false; });
+  EXPECT_EQ(desk->recordedCount(), 40U);
+  EXPECT_EQ(desk->ports("Velor:.*").size(), 1U);
+}
+
+TEST_F(JackMIDITest, HoweverManyPairsThereAreNoneStaysSilent) {
+  // jackd hangs when a client closes that has some 250 ports.
+  constexpr std::size_t kDesks = 6;
+  constexpr std::size_t kPorts = 50;
+  std::vector<std::unique_ptr<test::JackPeer>> desks;
+  for (std::size_t i = 0; i < kDesks; ++i) {
+    desks.push_back(std::make_unique<test::JackPeer>("Desk " + std::to_string(i), 1000));
+    for (std::size_t port = 0; port < kPorts; ++port) {
+      desks[i]->addInput("in " + std::to_string(port));
+    }
+    desks[i]->activate();
+  }
+  open();
+  ASSERT_TRUE(
+      test::waitFor(5, [&] { return mTable->MIDIGetNumberOfDestinations() == kDesks * kPorts; }));
+  for (std::size_t i = 0; i < kDesks * kPorts; ++i) {
+    send(mTable->MIDIGetDestination(i), PacketList(0));
+  }
+  for (const auto& desk : desks) {
+    EXPECT_TRUE(test::waitFor(5, [&] { return desk->recordedCount() == kPorts; }))
+        << desk->recordedCount();
+  }
+}
+
 template <class Server>
 class JackMIDIOnServer : public testing::Test {};
 using Servers = testing::Types<test::JackServer, test::PipeWireServer>;
