@@ -34,8 +34,8 @@ constexpr int kUsageStatus = 2;
 // Quarter frames are scheduled up to 16 ahead: after a stop the last block runs out
 // to its end before the ports close, so that receivers are not left with half of it.
 constexpr std::uint64_t kRunOut = 300'000'000;
-// Of several ports that are chosen at once, or return, the first begins a check for loops,
-// when the ways of the others are not open. It is over by then.
+// The first of several ports that are chosen, or return, starts a loop check, which takes
+// 100 ms and swallows the requests of the others. It is over by then; check again.
 constexpr std::uint64_t kLoopCheckDelay = 250'000'000;
 constexpr std::uint64_t kLookInterval = 500'000'000;
 
@@ -273,7 +273,7 @@ int VLHeadlessRun(const VLOptions& options) {
   }
   lookForMissing(*devices, app, followSetup);
   view->begin();
-  // Else the first block might find its way not open yet.
+  // The first block must not come before the ports are open.
   midi::service().waitUntilSettled();
   if (app->syncSource() != nullptr) {
     checkLoopsSoon(app);

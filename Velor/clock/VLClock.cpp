@@ -633,6 +633,10 @@ void VLClock::addMTCDestination(std::shared_ptr<KVMIDIEndpoint> destination) {
     mTimerQueue.assertCurrent();
     if (!running()) {
       locate(currentTime(), *destination);
+    } else {
+      midi::MIDIPacketList none;
+      midi::MIDIPacketListInit(&none);  // opens its port, for the token and the next block
+      midi::service().MIDISend(mMIDIOutputPort, destination->endpoint(), &none);
     }
     // Equality is by a hash that is fixed when it is first asked for, so that it
     // is asked for now, while the endpoint is there.
@@ -648,7 +652,13 @@ void VLClock::addMTCDestination(std::shared_ptr<KVMIDIEndpoint> destination) {
 void VLClock::removeMTCDestination(const std::shared_ptr<KVMIDIEndpoint>& destination) {
   mTimerQueue.sync([this, &destination] {
     mTimerQueue.assertCurrent();
-    std::erase_if(mDestinations, [&](const auto& member) { return member->isEqual(*destination); });
+    std::erase_if(mDestinations, [&](const auto& member) {
+      const bool isIt = member->isEqual(*destination);
+      if (isIt) {
+        midi::service().endSending(mMIDIOutputPort, member->endpoint());
+      }
+      return isIt;
+    });
   });
 }
 
@@ -743,7 +753,7 @@ void VLClock::doLoopDetection() {
       !delegate->clockShouldCheckForMTCLoop(*this) || !mLoopCheck.begin()) {
     return;
   }
-  // A token that goes out before the way in is open could not come back.
+  // A token that goes out before all connections are open could not come back.
   midi::service().whenSettled(mTimerQueue, [this] {
     mTimerQueue.assertCurrent();
     mLoopCheck.sendTokens(_mtcSyncSource.load(), mDestinations, mMIDIOutputPort);

@@ -63,7 +63,7 @@ std::unique_ptr<JackPeer> makeConsole() {
 // of their own.
 class Chase : public testing::Test {
  protected:
-  Chase() {
+  explicit Chase(int period = 128) : mServer(period) {
     makeClients();
     mHost = std::make_unique<host::SystemHost>();
     mService = std::make_unique<VLServicesInForce>();
@@ -122,12 +122,12 @@ class Chase : public testing::Test {
     until(seconds, [] { return false; });
   }
 
-  static void enable(const std::string& port) {
+  static void enable(const std::string& port, bool enabled = true) {
     std::string error;
     const auto endpoint =
         VLEndpointNamed(port, KVMIDICore::sharedCore().destinations(), "destination", error);
     ASSERT_NE(endpoint, nullptr) << error;
-    VLDeviceManager::sharedManager().destinationWithEndpoint(endpoint)->setEnable(true);
+    VLDeviceManager::sharedManager().destinationWithEndpoint(endpoint)->setEnable(enabled);
   }
 
   void follow(const WireFormat& format, std::uint32_t code) {
@@ -141,7 +141,7 @@ class Chase : public testing::Test {
 
   std::uint64_t soon() const { return mSender->frameNow() + 4800; }
 
-  JackServer mServer{128};
+  JackServer mServer;
   std::unique_ptr<JackPeer> mRecorder;
   std::unique_ptr<JackPeer> mSender;
   std::unique_ptr<host::SystemHost> mHost;
@@ -274,6 +274,25 @@ TEST_F(Chase, ALoopThroughACableIsFoundInATenthOfASecondAndByTheChoiceOfItsSourc
   run(0.4);
   EXPECT_EQ(mReports->loops, one);
   EXPECT_LT(static_cast<double>(mReports->loopAt - asked) / 1e6, 100.0);
+}
+
+class ChaseAtALargePeriod : public Chase {
+ protected:
+  ChaseAtALargePeriod() : Chase(2048) {}
+};
+
+TEST_F(ChaseAtALargePeriod, ALoopIsFoundWhenItsDestinationIsAddedToARollingClock) {
+  mReports->checksLoops = true;
+  const auto console = makeConsole();
+  clock().setMIDISyncSource(source("Console:out"));
+  clock().start();
+  for (int round = 0; round < 6; ++round) {
+    midi::service().waitUntilSettled();
+    run(0.3);  // the check before has ended
+    enable("Console:in");
+    EXPECT_TRUE(until(1, [this] { return !std::exchange(mReports->loops, {}).empty(); })) << round;
+    enable("Console:in", false);
+  }
 }
 
 TEST(HeadlessChase, ALoopThatReturnsWithItsServerIsFoundAgain) {

@@ -248,6 +248,7 @@ TEST_F(VLClockLoops, WithoutASourceNothingComesBackAndAGoneDestinationCountsForN
   const auto tokens = takeTokens(*destination);
   ASSERT_EQ(tokens.size(), 1U);
   clock().removeMTCDestination(destination);
+  EXPECT_EQ(mOutside->ended, std::vector{destination->endpoint()});  // its port can go
   destination.reset();
   play(tokens[0]);
   EXPECT_TRUE(mLoops->loops.empty());
