@@ -493,6 +493,9 @@ class Inspecting {
 
   void readDevices() {
     const auto devices = objects<Device>(VLDeviceManager::kDevicesKey);
+    if (const auto problem = VLDeviceManager::tooManyDevices(devices.size()); !problem.empty()) {
+      mFindings.add(std::string(VLDeviceManager::kDevicesKey), problem);
+    }
     tell("Devices", std::to_string(devices.size()));
     for (const auto& device : devices) {
       mText += "    " + device->text() + "\n";

@@ -46,7 +46,12 @@ class VLDevice : public store::KeyedCoding {
   /// One of the four above.
   virtual std::uint32_t deviceStatus() const = 0;
 
-  /// Its endpoint is one that it has made, and that it makes again from an archive.
+  /// Makes what a device that was read from an archive needs of the system: its endpoint,
+  /// its audio device. Until then it is only what was stored, and nobody hears of it. Once.
+  /// Raises KVException "err" where a service fails.
+  virtual void open() {}
+
+  /// Its endpoint is one that it has made, and that `open` makes again.
   virtual bool makesItsEndpoint() const { return false; }
 
   /// The user has removed the device: what it has made in the system goes.

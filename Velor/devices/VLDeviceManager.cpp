@@ -252,8 +252,21 @@ void VLDeviceManager::enableTemporarily(VLTimecodeDestinationDevice& destination
   }
 }
 
+std::string VLDeviceManager::tooManyDevices(std::size_t count) {
+  return count <= kMostDevices ? ""
+                               : std::to_string(count) + " devices; at most " +
+                                     std::to_string(kMostDevices) + " are possible";
+}
+
+void VLDeviceManager::requireRoomForOne() const {
+  if (const std::string problem = tooManyDevices(mDevices.size() + 1); !problem.empty()) {
+    throw KVException(kServiceExceptionName, problem);
+  }
+}
+
 std::shared_ptr<VLLTCGeneratorDevice> VLDeviceManager::createGenerator() {
   const std::lock_guard lock(mLock);
+  requireRoomForOne();
   const std::string name = nextName("LTC Generator ", mGenerators);
   VELOR_LOG_INFO("creating LTC Generator...");
   auto device = VLLTCGeneratorDevice::initWithMIDIClient(mCore.defaultClient(), name);
@@ -265,6 +278,7 @@ std::shared_ptr<VLLTCGeneratorDevice> VLDeviceManager::createGenerator() {
 
 std::shared_ptr<VLLTCReaderDevice> VLDeviceManager::createrReader() {
   const std::lock_guard lock(mLock);
+  requireRoomForOne();
   const std::string name = nextName("LTC Reader ", mReaders);
   const auto endpoint = std::make_shared<KVMIDIEndpoint>(
       mCore.createSource(mCore.defaultClient(), name, static_cast<midi::MIDIUniqueID>(KVRandom())));
@@ -363,17 +377,24 @@ std::string VLDeviceManager::decodeError() const {
 }
 
 void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
-  if (coder.containsValue(kDevicesKey)) {
-    // First, so that the stored ones get their ids.
+  // Whole, before any device that runs is touched.
+  if (const auto stored = coder.decodeArray<VLDevice>(kDevicesKey)) {
+    if (const auto problem = tooManyDevices(stored->size()); !problem.empty()) {
+      throw store::KeyedArchiveError(coder.pathOf(kDevicesKey), problem);
+    }
+    // Before the stored ones are opened, so that these get their ids.
     removeMakersOfEndpoints();
-  }
-  if (auto stored = coder.decodeArray<VLDevice>(kDevicesKey)) {
-    // One whose endpoint the system does not know any more can do nothing.
-    std::erase_if(*stored, [](const auto& device) {
-      return device == nullptr || device->midiEndpoint() == nullptr;
-    });
     const KVAnnouncement announcement(*this, "devices");
-    mDevices = std::move(*stored);
+    mDevices.clear();
+    for (const auto& device : *stored) {
+      if (device != nullptr) {
+        device->open();
+      }
+      // One whose endpoint the system does not know any more can do nothing.
+      if (device != nullptr && device->midiEndpoint() != nullptr) {
+        mDevices.push_back(device);
+      }
+    }
   }
   destinationsChanged();
   for (const auto& device : mDevices) {

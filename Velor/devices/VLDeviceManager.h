@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -31,8 +32,8 @@ class VLLTCReaderDevice;
 /// it is remembered by its unique id and switched on again when it returns.
 ///
 /// Observable: "destinations" and "devices", told on the thread of the change and
-/// with the lock held. Any thread may call any operation but the clock's queue
-/// and the MIDI read thread, for which a holder of the lock waits.
+/// with the lock held. Any thread may call any
+/// operation but the clock's queue and the MIDI read thread, for which a holder of the lock waits.
 class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationDeviceDelegate {
  public:
   using Destinations = std::vector<std::shared_ptr<VLTimecodeDestinationDevice>>;
@@ -41,6 +42,11 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   /// The unique id of the virtual destination of a media window, which gets MTC
   /// from the beginning.
   static constexpr midi::MIDIUniqueID kMediaPlaybackUniqueID = KVFourCC("mply");
+
+  /// Each has threads and ports of its own.
+  static constexpr std::size_t kMostDevices = 64;
+  /// For people; empty when they are not too many.
+  static std::string tooManyDevices(std::size_t count);
 
   /// In archives; they must never change.
   static constexpr std::string_view kDevicesKey = "devices.manager";
@@ -54,12 +60,13 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   Devices devices() const;
 
   /// A new generator of LTC on the default output, "LTC Generator 1" and so on, with the
-  /// next number that no device has. Its input becomes one of the destinations with the next change
-  /// that the MIDI service tells. Queue: main. Raises KVException "err" where a service fails.
+  /// next number that no device has. Its input becomes one of the destinations with the next
+  /// change that the MIDI service reports. Queue: main. Raises KVException "err" where a
+  /// service fails, and beyond kMostDevices.
   std::shared_ptr<VLLTCGeneratorDevice> createGenerator();
 
   /// A new reader of LTC on the default input, "LTC Reader 1" and so on, with a virtual
-  /// source of that name. Queue: main. Raises KVException "err" where a service fails.
+  /// source of that name. Queue: main. Raises as `createGenerator` does.
   std::shared_ptr<VLLTCReaderDevice> createrReader();
 
   /// Removes devices by their places in `devices`, with what they have made in the
@@ -85,9 +92,10 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   void deviceDidEnableTransmit(VLTimecodeDestinationDevice& device, bool enable) override;
 
   void encodeState(store::KeyedArchiver& coder) const;
-  /// The stored devices replace those that are there; a stored destination that is
-  /// switched on is switched on here. A failure of the MIDI service or a value that
-  /// is not what it should be is logged, and leaves what was done until then.
+  /// The stored devices replace those that are there, which stay when one of the stored
+  /// ones is damaged or there are more than kMostDevices; a stored destination that is
+  /// switched on is switched on here. A failure is logged, and leaves what was done until
+  /// then.
   void decodeState(store::KeyedUnarchiver& coder);
   /// Why the last one was not done to its end, for people; empty when it was.
   std::string decodeError() const;
@@ -100,6 +108,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   std::shared_ptr<VLTimecodeDestinationDevice> wrap(std::shared_ptr<KVMIDIEndpoint> endpoint);
   void removeVanished(const KVMIDICore::Endpoints& present);
   void addAppeared(const KVMIDICore::Endpoints& present);
+  void requireRoomForOne() const;
   void removeMakersOfEndpoints();
   void restoreDevices(store::KeyedUnarchiver& coder);
   void restoreDestinations(store::KeyedUnarchiver& coder);

@@ -62,19 +62,23 @@ void VLLTCGeneratorDevice::createInput(midi::MIDIClientRef client, const std::st
 
 std::shared_ptr<VLLTCGeneratorDevice> VLLTCGeneratorDevice::initWithCoder(
     store::KeyedUnarchiver& coder) {
-  const std::string name = coder.decodeString(kNameKey).value_or("");
   auto generator = coder.decodeObject<KVLTCGenerator>(kGeneratorKey);
-  if (generator != nullptr) {
-    generator->setNickName(name);
-  } else {
-    generator = KVLTCGenerator::initWithAudioObjectID(0, name);
+  if (generator == nullptr) {
+    generator = KVLTCGenerator::initClosed();
   }
   const std::shared_ptr<VLLTCGeneratorDevice> device(
       new VLLTCGeneratorDevice(std::move(generator), coder.decodeInt32(kUniqueIDKey).value_or(0)));
-  // The input that the base class may have stored is of another run.
   device->decodeBase(coder);
-  device->createInput(KVMIDICore::sharedCore().defaultClient(), name);
+  // The stored input is of another run, or of a device that runs now.
+  device->setDevice(nullptr);
+  device->mStoredName = coder.decodeString(kNameKey).value_or("");
   return device;
+}
+
+void VLLTCGeneratorDevice::open() {
+  mGenerator->setNickName(mStoredName);
+  mGenerator->open();
+  createInput(KVMIDICore::sharedCore().defaultClient(), mStoredName);
 }
 
 void VLLTCGeneratorDevice::encodeWithCoder(store::KeyedArchiver& coder) const {

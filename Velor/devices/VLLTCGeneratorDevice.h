@@ -38,6 +38,7 @@ class VLLTCGeneratorDevice final : public VLTimecodeDestinationDevice, public KV
   ~VLLTCGeneratorDevice() override;
 
   static std::shared_ptr<VLLTCGeneratorDevice> initWithCoder(store::KeyedUnarchiver& coder);
+  void open() override;
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(store::KeyedArchiver& coder) const override;
 
@@ -54,6 +55,7 @@ class VLLTCGeneratorDevice final : public VLTimecodeDestinationDevice, public KV
   const std::shared_ptr<KVLTCGenerator> mGenerator;
   const std::shared_ptr<VLMTCParser> mMTCParser;  // the input's
   const midi::MIDIUniqueID mMIDIUniqueId;
+  std::string mStoredName;  // of the input, until `open` makes it
   KVObserverToken mGeneratingToken;
 };
 

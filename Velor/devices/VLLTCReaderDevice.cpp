@@ -82,22 +82,25 @@ void VLLTCReaderDevice::destroy() {
 }
 
 std::shared_ptr<VLLTCReaderDevice> VLLTCReaderDevice::initWithCoder(store::KeyedUnarchiver& coder) {
-  // The source that the base class has stored is of another run.
   auto reader = coder.decodeObject<VLLTCReader>(kReaderKey);
   if (reader == nullptr) {
-    reader = VLLTCReader::initWithAudioObjectId(0);
+    reader = VLLTCReader::initWithUID("", 0);
   }
-  const std::string name = coder.decodeString(kNameKey).value_or("");
-  reader->setNickName(name);
-  const midi::MIDIUniqueID uniqueID = coder.decodeInt32(kUniqueIDKey).value_or(0);
-  const int seconds = coder.decodeInt32(kFreewheelTimeKey).value_or(0);
-  KVMIDICore& core = KVMIDICore::sharedCore();
-  auto device = std::make_shared<VLLTCReaderDevice>(
-      std::make_shared<KVMIDIEndpoint>(core.createSource(core.defaultClient(), name, uniqueID)),
-      std::move(reader));
-  device->install();
-  device->setFreewheelTime(seconds);
+  auto device = std::make_shared<VLLTCReaderDevice>(nullptr, std::move(reader));
+  device->mStored = {coder.decodeString(kNameKey).value_or(""),
+                     coder.decodeInt32(kUniqueIDKey).value_or(0),
+                     coder.decodeInt32(kFreewheelTimeKey).value_or(0)};
   return device;
+}
+
+void VLLTCReaderDevice::open() {
+  mReader->setNickName(mStored.name);
+  mReader->open();
+  KVMIDICore& core = KVMIDICore::sharedCore();
+  setEndpoint(std::make_shared<KVMIDIEndpoint>(
+      core.createSource(core.defaultClient(), mStored.name, mStored.uniqueID)));
+  install();
+  setFreewheelTime(mStored.freewheelTime);
 }
 
 void VLLTCReaderDevice::encodeWithCoder(store::KeyedArchiver& coder) const {

@@ -48,6 +48,7 @@ class VLLTCReaderDevice final : public VLReaderDevice,
   ~VLLTCReaderDevice() override;
 
   static std::shared_ptr<VLLTCReaderDevice> initWithCoder(store::KeyedUnarchiver& coder);
+  void open() override;
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(store::KeyedArchiver& coder) const override;
 
@@ -115,6 +116,13 @@ class VLLTCReaderDevice final : public VLReaderDevice,
     } rt;
   };
 
+  // For `open`.
+  struct Stored {
+    std::string name;
+    midi::MIDIUniqueID uniqueID = 0;
+    int freewheelTime = 0;  // s
+  };
+
   void install();
   static void frameCallback(const host::RealtimeContext& realtime, const SMPTETime& time,
                             const std::uint8_t* userBits, void* refCon, std::uint64_t hostTime,
@@ -125,6 +133,7 @@ class VLLTCReaderDevice final : public VLReaderDevice,
   const std::shared_ptr<VLLTCReader> mReader;
   std::weak_ptr<LTCReaderDeviceDelegate> _delegate;
   Con mCon;
+  Stored mStored;
   KVObserverToken mReaderToken;
 };
 

@@ -40,6 +40,9 @@ class VLMIDIEndpointDevice : public VLDevice {
   std::string description() const override;
 
  protected:
+  void setEndpoint(std::shared_ptr<KVMIDIEndpoint> endpoint) {
+    mEndpoint.store(std::move(endpoint));
+  }
   /// What a class derived from this one reads of its own endpoint.
   static std::shared_ptr<KVMIDIEndpoint> decodedEndpoint(store::KeyedUnarchiver& coder);
 

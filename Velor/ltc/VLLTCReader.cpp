@@ -95,16 +95,24 @@ std::shared_ptr<VLLTCReader> VLLTCReader::initWithCoder(store::KeyedUnarchiver& 
   const auto uid = coder.decodeString(kDeviceKey);
   KV_REQUIRE_PARAMETER(uid.has_value(), "uid");
   const auto channel = static_cast<std::uint32_t>(coder.decodeInt64(kChannelKey).value_or(0));
+  return initWithUID(*uid, channel);
+}
+
+std::shared_ptr<VLLTCReader> VLLTCReader::initWithUID(const std::string& uid,
+                                                      std::uint32_t channel) {
   const std::shared_ptr<VLLTCReader> reader(new VLLTCReader);
-  reader->mChoice.choose(*uid);
-  // Of a device that is away now it waits with it.
+  reader->mChoice.choose(uid);
+  // It waits for a device that is missing now.
   reader->mChosenChannel = channel;
-  reader->settle();
-  if (reader->mChoice.isChosenInUse()) {
-    reader->setInputChannel(channel);
-  }
-  reader->observeDevices();
   return reader;
+}
+
+void VLLTCReader::open() {
+  settle();
+  if (mChoice.isChosenInUse()) {
+    setInputChannel(mChosenChannel);
+  }
+  observeDevices();
 }
 
 VLLTCReader::~VLLTCReader() {

@@ -59,8 +59,12 @@ class VLLTCReader final : public KVObservable,
                                                             std::string nickName = {});
   ~VLLTCReader() override;
 
-  /// Raises KVException where the archive has no device.
+  /// Listens to the device with this UID from `open` on; empty is the default input.
+  static std::shared_ptr<VLLTCReader> initWithUID(const std::string& uid, std::uint32_t channel);
+  /// Listens from `open` on. Raises KVException where the archive has no device.
   static std::shared_ptr<VLLTCReader> initWithCoder(store::KeyedUnarchiver& coder);
+  /// Opens the device, once, after `initWithUID` or `initWithCoder`.
+  void open();
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(store::KeyedArchiver& coder) const override;
 

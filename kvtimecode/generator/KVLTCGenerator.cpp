@@ -95,28 +95,30 @@ void KVLTCGenerator::observeDevices() {
       });
 }
 
+std::shared_ptr<KVLTCGenerator> KVLTCGenerator::initClosed() {
+  return std::shared_ptr<KVLTCGenerator>(new KVLTCGenerator({}));
+}
+
 std::shared_ptr<KVLTCGenerator> KVLTCGenerator::initWithCoder(store::KeyedUnarchiver& coder) {
-  const std::shared_ptr<KVLTCGenerator> generator(new KVLTCGenerator({}));
+  const auto generator = initClosed();
   generator->setLevel(static_cast<float>(coder.decodeDouble(kLevelKey).value_or(0)));
   generator->setUserbits(static_cast<std::uint32_t>(coder.decodeInt32(kUserBitsKey).value_or(0)));
   const auto uid = coder.decodeString(kDeviceKey);
   const auto map = coder.decodeBytes(kChannelMapKey);
-  generator->observeDevices();
-  const auto& system = KAHALAudioSystem::defaultSystem();
-  if (!uid) {
-    generator->choose(system.defaultOutputDevice());
-    return generator;
-  }
-  // Of a device that is away now the map waits with it.
-  generator->mChoice.choose(*uid);
-  if (map) {
+  generator->mChoice.choose(uid.value_or(""));
+  // The map waits for a device that is missing now.
+  if (uid && map) {
     generator->mChosenMap.resize(
         std::min<std::size_t>(map->size() / sizeof(std::int32_t), audio::kMaxChannels));
     std::copy_n(map->data(), generator->mChosenMap.size() * sizeof(std::int32_t),
                 reinterpret_cast<std::uint8_t*>(generator->mChosenMap.data()));
   }
-  generator->rebuild();
   return generator;
+}
+
+void KVLTCGenerator::open() {
+  observeDevices();
+  rebuild();
 }
 
 void KVLTCGenerator::encodeWithCoder(store::KeyedArchiver& coder) const {

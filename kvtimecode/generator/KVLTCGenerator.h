@@ -64,7 +64,13 @@ class KVLTCGenerator final : public KVObservable,
   /// Any thread, but for a real-time callback.
   ~KVLTCGenerator() override;
 
+  /// Plays from `open` on, on the default output.
+  static std::shared_ptr<KVLTCGenerator> initClosed();
+  /// Plays from `open` on, on the stored device, or on the default output where none is
+  /// stored.
   static std::shared_ptr<KVLTCGenerator> initWithCoder(store::KeyedUnarchiver& coder);
+  /// Opens the audio device, once, after `initClosed` or `initWithCoder`.
+  void open();
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(store::KeyedArchiver& coder) const override;
 

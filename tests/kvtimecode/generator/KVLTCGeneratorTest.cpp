@@ -220,8 +220,10 @@ TEST_F(KVLTCGeneratorTest, TheArchiveKeepsWhatWasChosenEvenWhileTheDeviceIsAway)
     return coder.data();
   };
   const auto restored = [&kClasses](const std::string& document) {
-    return store::KeyedUnarchiver::read(document, kClasses)
-        .coder->decodeObject<KVLTCGenerator>("generator");
+    const auto generator = store::KeyedUnarchiver::read(document, kClasses)
+                               .coder->decodeObject<KVLTCGenerator>("generator");
+    generator->open();
+    return generator;
   };
   const std::vector<std::int32_t> fourth = {-1, -1, -1, 0};
   std::string document;

@@ -66,6 +66,34 @@ TEST_F(FullDocument, AnotherRunComesBackWithAllThatWasSet) {
   EXPECT_FALSE(app().undoManager().canUndo());
 }
 
+TEST_F(FullDocument, DevicesThatCannotAllBeTakenOverLeaveTheRunningOnesAsTheyAre) {
+  const auto running = manager().devices();
+  const auto endpoint = running[0]->midiEndpoint();
+  const Json whole = Json::parse(mDocument);
+  Json damaged = whole;
+  damaged["devices.manager"][1]["reader"]["inputChannel"] = "left";
+  Json many = whole;
+  many["devices.manager"].clear();
+  for (std::size_t i = 0; i <= VLDeviceManager::kMostDevices; ++i) {
+    many["devices.manager"].push_back(whole["devices.manager"][i % 2]);
+  }
+  for (const auto& [document, error] :
+       {std::pair(damaged, "devices.manager[1].reader.inputChannel: expected a whole number"),
+        std::pair(many, "devices.manager: 65 devices; at most 64 are possible")}) {
+    EXPECT_TRUE(app().loadApplicationStateFromURL(write("edited.velor", document.dump())));
+    EXPECT_NE(app().state().error().find(error), std::string::npos) << app().state().error();
+    mHost.settle();
+    EXPECT_EQ(manager().devices(), running);
+    EXPECT_EQ(running[0]->midiEndpoint(), endpoint) << error;
+  }
+  many["devices.manager"].erase(0);
+  EXPECT_TRUE(app().loadApplicationStateFromURL(write("edited.velor", many.dump())));
+  EXPECT_EQ(app().state().error(), "");
+  EXPECT_EQ(manager().devices().size(), VLDeviceManager::kMostDevices);
+  EXPECT_THROW(manager().createGenerator(), KVException);
+  EXPECT_THROW(manager().createrReader(), KVException);
+}
+
 TEST_F(VLApplicationStateTest, WithoutASyncSourceTheRateIsRestoredAndZeroMeansNormal) {
   clock().setPlayRate(1.01);
   Json document = saved();

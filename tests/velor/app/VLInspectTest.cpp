@@ -85,6 +85,12 @@ TEST_F(VLInspectTest, EachFaultIsToldByItsPlaceAndTheRestIsStillTold) {
        "devices.manager[0].generator.channelMap: expected entries of 4 bytes, found 3 bytes"},
       {[](Json& d) { d["devices.manager"][1]["reader"]["inputChannel"] = -1; },
        "devices.manager[1].reader.inputChannel: -1 is no channel"},
+      {[](Json& d) {
+         for (std::size_t i = 0; i < VLDeviceManager::kMostDevices; ++i) {
+           d["devices.manager"].push_back(d["devices.manager"][0]);
+         }
+       },
+       "devices.manager: 66 devices; at most 64 are possible"},
       {[](Json& d) { d["destinations.manager"][0]["enabled.device"] = 1; },
        "destinations.manager[0].enabled.device: expected a bool, found the number 1"},
   };

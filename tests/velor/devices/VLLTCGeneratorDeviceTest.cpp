@@ -105,6 +105,7 @@ TEST_F(VLLTCGeneratorDeviceTest, AnArchiveWithoutAGeneratorGivesOneOnTheDefaultO
   ASSERT_TRUE(read) << read.error;
   const auto device = read.coder->decodeObject<VLLTCGeneratorDevice>("device");
   ASSERT_NE(device, nullptr);
+  device->open();
   EXPECT_EQ(device->midiEndpoint()->uniqueID(), 77);
   EXPECT_EQ(device->generator()->audioObjectId(), mLoopback->id());
 }

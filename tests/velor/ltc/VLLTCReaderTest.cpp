@@ -26,7 +26,11 @@ constexpr store::KeyedClass kClasses[] = {store::KeyedClass::of<VLLTCReader>()};
 std::shared_ptr<VLLTCReader> decoded(const std::string& document) {
   const auto read = store::KeyedUnarchiver::read(document, kClasses);
   EXPECT_TRUE(read) << read.error;
-  return read.coder->decodeObject<VLLTCReader>("reader");
+  auto reader = read.coder->decodeObject<VLLTCReader>("reader");
+  if (reader != nullptr) {
+    reader->open();
+  }
+  return reader;
 }
 
 TEST(VLLTCReaderTest, WhatOneClockPlaysAnotherReadsWithDigitsUserBitsRateAndPhase) {
