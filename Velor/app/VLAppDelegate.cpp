@@ -43,8 +43,6 @@ constexpr Image kInactivePlayImage{"playTemplate", Image::Tint::black};
 constexpr Image kActiveStopImage{"stopTemplate", Image::Tint::red};
 constexpr Image kInactiveStopImage{"stopTemplate", Image::Tint::black};
 
-constexpr std::uint64_t kDeviceLookInterval = 500'000'000;  // ns
-
 std::string displayName(const std::shared_ptr<KVMIDIEndpoint>& endpoint) {
   return endpoint != nullptr ? endpoint->displayName().value_or("") : "";
 }
@@ -248,23 +246,7 @@ void VLAppDelegate::followEdits() {
   for (const std::string_view key : {"arrangedObjects", "selectionIndexes"}) {
     _clockObserverTokens.push_back(mMarkers.controller().addObserver(key, note));
   }
-  lookForDeviceEdits();
-}
-
-// Devices do not announce all that is stored of them.
-void VLAppDelegate::lookForDeviceEdits() {
-  store::KeyedArchiver coder;
-  VLDeviceManager::sharedManager().encodeState(coder);
-  std::string seen = coder.data();
-  if (!mDevicesSeen.empty() && seen != mDevicesSeen) {
-    mRecovery.noteEdit();
-  }
-  mDevicesSeen = std::move(seen);
-  host::current().mainQueue().after(kDeviceLookInterval, [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) {
-      self->lookForDeviceEdits();
-    }
-  });
+  _clockObserverTokens.push_back(VLDeviceManager::sharedManager().addObserver("state", note));
 }
 
 // --- what the views show of the clock

@@ -200,7 +200,6 @@ class VLAppDelegate final : public KVObservable,
   void dropVanishedSyncSource();
   void smpteFormatChanged();
   void followEdits();
-  void lookForDeviceEdits();
 
   void saveState();
   void restoreState();
@@ -228,7 +227,6 @@ class VLAppDelegate final : public KVObservable,
   std::string mOpenError;
   std::string mLastStateError;
   std::unique_ptr<host::Queue> mBackground;
-  std::string mDevicesSeen;  // their state, when it was last looked at
   VLRecovery mRecovery;
 };
 

@@ -7,8 +7,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Kv-Appkit/KVFourCC.h"
+#include "Kv-Appkit/KVObservable.h"
 #include "kva/MIDI/KVMIDIEndpoint.h"
 #include "platform/store/KeyedCoding.h"
 
@@ -53,6 +55,12 @@ class VLDevice : public store::KeyedCoding {
 
   /// Its endpoint is one that it has made, and that `open` makes again.
   virtual bool makesItsEndpoint() const { return false; }
+
+  /// Calls `edited` after each change of what is archived, as long as the tokens live, on
+  /// the thread of the change.
+  virtual std::vector<KVObserverToken> observeEdits(const KVObservable::Observer& /*edited*/) {
+    return {};
+  }
 
   /// The user has removed the device: what it has made in the system goes.
   virtual void destroy() {}

@@ -2,6 +2,7 @@
 #include "Velor/devices/VLDeviceManager.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <mutex>
 #include <string>
@@ -24,6 +25,9 @@
 
 namespace velor {
 namespace {
+
+constexpr std::array<KVDependency, 2> kDependencies{
+    {{"state", "destinations"}, {"state", "devices"}}};
 
 std::string displayName(const KVMIDIEndpoint& endpoint) {
   return endpoint.displayName().value_or("(null)");
@@ -71,7 +75,8 @@ VLDeviceManager& VLDeviceManager::sharedManager() {
 }
 
 VLDeviceManager::VLDeviceManager()
-    : mCore(KVMIDICore::sharedCore()),
+    : KVObservable(kDependencies),
+      mCore(KVMIDICore::sharedCore()),
       mClock(VLClock::sharedClock()),
       mSelf(this, [](VLDeviceManager*) {}) {
   for (const auto& endpoint : mCore.destinations()) {
@@ -194,6 +199,7 @@ bool VLDeviceManager::isListed(const VLTimecodeDestinationDevice& device) const 
 void VLDeviceManager::deviceDidEnableTransmit(VLTimecodeDestinationDevice& device, bool enable) {
   VELOR_LOG_INFO("%s did %sable transmit", device.description().c_str(), enable ? "en" : "dis");
   const std::lock_guard lock(mLock);
+  const KVAnnouncement announcement(*this, "state");
   const auto inner = device.device();
   const auto endpoint = inner != nullptr ? inner->midiEndpoint() : nullptr;
   if (endpoint == nullptr) {
@@ -252,6 +258,15 @@ void VLDeviceManager::enableTemporarily(VLTimecodeDestinationDevice& destination
   }
 }
 
+void VLDeviceManager::observeEdits() {
+  mEdits.clear();
+  for (const auto& device : mDevices) {
+    auto tokens = device->observeEdits(
+        [this](const auto&) { const KVAnnouncement announcement(*this, "state"); });
+    std::move(tokens.begin(), tokens.end(), std::back_inserter(mEdits));
+  }
+}
+
 std::string VLDeviceManager::tooManyDevices(std::size_t count) {
   return count <= kMostDevices ? ""
                                : std::to_string(count) + " devices; at most " +
@@ -273,6 +288,7 @@ std::shared_ptr<VLLTCGeneratorDevice> VLDeviceManager::createGenerator() {
   device->setDelegate(mSelf);
   const KVAnnouncement announcement(*this, "devices");
   mDevices.push_back(device);
+  observeEdits();
   return device;
 }
 
@@ -285,6 +301,7 @@ std::shared_ptr<VLLTCReaderDevice> VLDeviceManager::createrReader() {
   auto device = VLLTCReaderDevice::initWithEndpoint(endpoint);
   const KVAnnouncement announcement(*this, "devices");
   mDevices.push_back(device);
+  observeEdits();
   return device;
 }
 
@@ -312,6 +329,7 @@ void VLDeviceManager::removeDevicesAtIndexes(const std::set<std::size_t>& indexe
   for (const auto& device : removed) {
     std::erase(mDevices, device);
   }
+  observeEdits();
 }
 
 void VLDeviceManager::removeMakersOfEndpoints() {
@@ -395,6 +413,7 @@ void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
         mDevices.push_back(device);
       }
     }
+    observeEdits();
   }
   destinationsChanged();
   for (const auto& device : mDevices) {

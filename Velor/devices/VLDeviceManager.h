@@ -32,7 +32,7 @@ class VLLTCReaderDevice;
 /// it is remembered by its unique id and switched on again when it returns.
 ///
 /// Observable: "destinations" and "devices", told on the thread of the change and
-/// with the lock held. Any thread may call any
+/// with the lock held, and "state", which is all that `encodeState` writes. Any thread may call any
 /// operation but the clock's queue and the MIDI read thread, for which a holder of the lock waits.
 class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationDeviceDelegate {
  public:
@@ -109,6 +109,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   void removeVanished(const KVMIDICore::Endpoints& present);
   void addAppeared(const KVMIDICore::Endpoints& present);
   void requireRoomForOne() const;
+  void observeEdits();
   void removeMakersOfEndpoints();
   void restoreDevices(store::KeyedUnarchiver& coder);
   void restoreDestinations(store::KeyedUnarchiver& coder);
@@ -127,6 +128,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   std::set<midi::MIDIUniqueID> mEnabledWhenBack;
   std::set<midi::MIDIUniqueID> mTemporaryDevices;   // by their endpoints
   std::set<midi::MIDIUniqueID> mTemporarySwitches;  // of destinations that are on
+  std::vector<KVObserverToken> mEdits;  // of the devices
   bool _inStateRestauration = false;
   std::string mDecodeError;
 

@@ -81,6 +81,15 @@ void VLLTCGeneratorDevice::open() {
   createInput(KVMIDICore::sharedCore().defaultClient(), mStoredName);
 }
 
+std::vector<KVObserverToken> VLLTCGeneratorDevice::observeEdits(
+    const KVObservable::Observer& edited) {
+  std::vector<KVObserverToken> tokens;
+  for (const char* key : {"audioObjectId", "channelMap", "level", "userbits"}) {
+    tokens.push_back(mGenerator->addObserver(key, edited));
+  }
+  return tokens;
+}
+
 void VLLTCGeneratorDevice::encodeWithCoder(store::KeyedArchiver& coder) const {
   VLTimecodeDestinationDevice::encodeWithCoder(coder);
   coder.encodeString(name().value_or(""), kNameKey);

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Kv-Appkit/KVFourCC.h"
 #include "Kv-Appkit/KVObservable.h"
@@ -44,6 +45,7 @@ class VLLTCGeneratorDevice final : public VLTimecodeDestinationDevice, public KV
 
   const std::shared_ptr<KVLTCGenerator>& generator() const noexcept { return mGenerator; }
 
+  std::vector<KVObserverToken> observeEdits(const KVObservable::Observer& edited) override;
   bool makesItsEndpoint() const override { return true; }
   std::uint32_t type() const override { return kVLDeviceTypeLTCGenerator; }
   std::uint32_t deviceStatus() const override { return mGenerator->deviceStatus(); }

@@ -103,6 +103,13 @@ void VLLTCReaderDevice::open() {
   setFreewheelTime(mStored.freewheelTime);
 }
 
+std::vector<KVObserverToken> VLLTCReaderDevice::observeEdits(const KVObservable::Observer& edited) {
+  std::vector<KVObserverToken> tokens;
+  tokens.push_back(addObserver("channel", edited));  // depends on the audio device
+  tokens.push_back(addObserver("freewheelTime", edited));
+  return tokens;
+}
+
 void VLLTCReaderDevice::encodeWithCoder(store::KeyedArchiver& coder) const {
   VLReaderDevice::encodeWithCoder(coder);
   coder.encodeInt32(freewheelTime(), kFreewheelTimeKey);
@@ -127,6 +134,7 @@ int VLLTCReaderDevice::freewheelTime() const noexcept {
 }
 
 void VLLTCReaderDevice::setFreewheelTime(int seconds) {
+  const KVAnnouncement announcement(*this, "freewheelTime");
   KVCheckStatus("-[VLLTCReaderDevice setFreewheelTime:]", VLMTCSetFreewheelTime(mCon.mtc, seconds));
 }
 

@@ -26,7 +26,8 @@ inline constexpr std::uint32_t kVLDeviceTypeLTCReader = KVFourCC("ltcr");
 /// The source goes with the device, and an archive makes another.
 ///
 /// Observable, on the main queue: "running", "freewheeling" and "deviceStatus"; and
-/// "audioObjectId", "channel" and "channelNames", which follow what becomes of devices.
+/// "audioObjectId", "channel" and "channelNames", which follow what becomes of devices;
+/// and "freewheelTime".
 ///
 /// Main queue, unless told otherwise. Made and ended there.
 class VLLTCReaderDevice final : public VLReaderDevice,
@@ -57,6 +58,7 @@ class VLLTCReaderDevice final : public VLReaderDevice,
     _delegate = std::move(delegate);
   }
 
+  std::vector<KVObserverToken> observeEdits(const KVObservable::Observer& edited) override;
   bool makesItsEndpoint() const override { return true; }
   std::uint32_t type() const override { return kVLDeviceTypeLTCReader; }
   std::uint32_t deviceStatus() const override { return mCon.status.load(); }
