@@ -374,13 +374,19 @@ void VLAppDelegate::restoreState() {
   if (!mStateBeforeStart) {
     return;
   }
-  const StateBeforeStart state = *std::exchange(mStateBeforeStart, std::nullopt);
-  setSyncSource(isInSystem(state.syncSource) ? state.syncSource : nullptr);
-  if (state.armed && syncSource() != nullptr) {
+  setSyncSource(syncSourceAfterStop());
+  if (std::exchange(mStateBeforeStart, std::nullopt)->armed && syncSource() != nullptr) {
     mClock.arm();
   } else {
     mClock.disarm();
   }
+}
+
+std::shared_ptr<KVMIDIEndpoint> VLAppDelegate::syncSourceAfterStop() const {
+  if (!mStateBeforeStart) {
+    return syncSource();
+  }
+  return isInSystem(mStateBeforeStart->syncSource) ? mStateBeforeStart->syncSource : nullptr;
 }
 
 std::shared_ptr<KVSMPTETime> VLAppDelegate::currentTime() const {

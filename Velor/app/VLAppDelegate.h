@@ -112,6 +112,8 @@ class VLAppDelegate final : public KVObservable,
   void setCurrentSMPTETime(const SMPTETime& time);
 
   std::shared_ptr<KVMIDIEndpoint> syncSource() const;
+  /// For a document: the one that the stop puts back, while a play has set it aside.
+  std::shared_ptr<KVMIDIEndpoint> syncSourceAfterStop() const;
   /// None disarms.
   void setSyncSource(const std::shared_ptr<KVMIDIEndpoint>& source);
 

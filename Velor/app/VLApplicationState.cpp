@@ -107,7 +107,7 @@ void VLApplicationState::encode(store::KeyedArchiver& coder) const {
   coder.encodeDouble(mApp.clock().playRate(), Keys::kPlayRate);
   coder.encodeInt64(static_cast<std::int64_t>(mApp.clock().playMode()), Keys::kPlayMode);
   coder.encodeString(VELOR_VERSION, Keys::kVersion);
-  if (const auto source = mApp.syncSource()) {
+  if (const auto source = mApp.syncSourceAfterStop()) {
     coder.encodeInt32(source->uniqueID(), Keys::kSyncSource);
   }
   coder.encodeArray(mApp.markers().controller().arrangedObjects(), Keys::kMarkers);

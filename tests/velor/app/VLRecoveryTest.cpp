@@ -124,6 +124,22 @@ TEST_F(VLRecoveryTest, AnotherProgramThatRunsIsNoneThatWasCutOff) {
   EXPECT_TRUE(isThere());
 }
 
+TEST_F(VLRecoveryTest, ARunThatIsInterruptedInAPlayComesBackOnTheSyncSourceThatThePlaySetAside) {
+  launch();
+  const auto deck = addSource("deck");
+  app().setSyncSource(deck);
+  app().play();
+  mHost.advance(3 * kSecond);
+  const auto show = mFolder.path() / "show.velor";
+  EXPECT_TRUE(app().saveApplicationStateToURL(show));
+  launch();
+  EXPECT_TRUE(app().recover());
+  EXPECT_TRUE(app().syncSource() != nullptr && app().syncSource()->isEqual(*deck));
+  app().setSyncSource(nullptr);
+  EXPECT_TRUE(app().loadApplicationStateFromURL(show));
+  EXPECT_TRUE(app().syncSource() != nullptr && app().syncSource()->isEqual(*deck));
+}
+
 TEST_F(VLRecoveryTest, AStateThatCannotBeSavedIsNoCleanEnd) {
   launch();
   goTo("00:00:42:00");  // a moment ago
