@@ -81,7 +81,9 @@ class UndoManager::Command final : public QUndoCommand {
   std::optional<QString> mInverseName;
 };
 
-UndoManager::UndoManager() : mStack(std::make_unique<QUndoStack>()) {}
+UndoManager::UndoManager() : mStack(std::make_unique<QUndoStack>()) {
+  mStack->setUndoLimit(kMostSteps);
+}
 UndoManager::~UndoManager() = default;
 
 void UndoManager::registerUndo(std::function<void()> step) {

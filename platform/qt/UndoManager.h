@@ -11,7 +11,7 @@ class QUndoStack;
 
 namespace velor::qt {
 
-/// What the user can take back, and do again, without a limit.
+/// What the user can take back, and do again: the last kMostSteps steps.
 ///
 /// Whoever changes something registers how to take that back. While a step is taken
 /// back, what is registered says how to do it again, and so on: an operation and its
@@ -27,6 +27,9 @@ namespace velor::qt {
 /// one. Realtime-safe: no.
 class UndoManager {
  public:
+  /// A controller that locates all night must not fill the memory.
+  static constexpr int kMostSteps = 1000;
+
   UndoManager();
   ~UndoManager();
   UndoManager(const UndoManager&) = delete;

@@ -145,5 +145,16 @@ TEST_F(UndoManagerTest, RemovingAllInsideAnUndoWaitsForItsEnd) {
   EXPECT_EQ(state(), "-/ab/-");
 }
 
+TEST_F(UndoManagerTest, BeyondTheMostStepsTheOldestIsForgotten) {
+  const auto letters = static_cast<std::size_t>(UndoManager::kMostSteps) + 3;
+  for (std::size_t i = 0; i < letters; ++i) {
+    write("a");
+  }
+  while (mUndo.canUndo()) {
+    mUndo.undo();
+  }
+  EXPECT_EQ(mText, "aaa");
+}
+
 }  // namespace
 }  // namespace velor::qt
