@@ -10,7 +10,6 @@
 #include "CocoaAsyncSocket/GCDAsyncUdpSocketError.h"
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLOSCServer.h"
-#include "Velor/osc/VLOSCServerSettings.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
 #include "platform/store/KeyedArchiver.h"
@@ -40,16 +39,21 @@ VLUserSettings::VLUserSettings(store::ApplicationFolders folders)
 void VLUserSettings::load(host::Queue& background,
                           std::function<void(const std::string& error)> tell) {
   Stored stored;
+  std::string damage;
   // Without a folder the name alone would mean a file of the working directory.
-  const bool isRead =
-      !mFolders.config().empty() && mDefaults.read([&stored](store::KeyedUnarchiver& coder) {
-        stored.server = coder.decodeObject<VLOSCServerSettings>(kServerKey);
-        stored.clients = coder.decodeString(kClientsKey);
-        stored.disablesLoopCheck = coder.decodeBool(kLoopCheckKey).value_or(false);
-      });
-  if (!isRead) {
-    stored = {};
+  if (!mFolders.config().empty()) {
+    damage = mDefaults.read([this, &stored](store::KeyedUnarchiver& coder) {
+      stored.server = coder.decodeObject<VLOSCServerSettings>(kServerKey);
+      stored.clients = coder.decodeString(kClientsKey);
+      stored.disablesLoopCheck = coder.decodeBool(kLoopCheckKey).value_or(false);
+      mRemainder = coder.remainder();
+    });
   }
+  if (!damage.empty()) {
+    stored = {};
+    tell(damage);
+  }
+  mServerSettings = stored.server;
   mDisablesMTCLoopCheck.store(stored.disablesLoopCheck);
   // The first call of these is the main thread's.
   VLOSCServer& server = VLOSCServer::sharedServer();
@@ -92,9 +96,14 @@ bool VLUserSettings::save() const {
     return false;
   }
   return mDefaults.write([this](store::KeyedArchiver& coder) {
-    coder.encodeObject(VLOSCServer::sharedServer().settingsDictionary(), kServerKey);
+    const auto server = VLOSCServer::sharedServer().settingsDictionary();
+    if (mServerSettings != nullptr) {
+      server->takeRemainder(*mServerSettings);
+    }
+    coder.encodeObject(server, kServerKey);
     coder.encodeString(VLOSCClientDispatcher::sharedDispatcher().settingsData(), kClientsKey);
     coder.encodeBool(mDisablesMTCLoopCheck.load(), kLoopCheckKey);
+    coder.encodeRemainder(mRemainder);
   });
 }
 

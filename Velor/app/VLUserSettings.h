@@ -4,11 +4,14 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "Velor/osc/VLOSCServerSettings.h"
 #include "platform/host/Queue.h"
 #include "platform/store/ApplicationFolders.h"
+#include "platform/store/KeyedRemainder.h"
 #include "platform/store/UserDefaults.h"
 
 namespace velor {
@@ -19,8 +22,8 @@ class VLUserSettings {
  public:
   explicit VLUserSettings(store::ApplicationFolders folders);
 
-  /// Reads the file, and has OSC take its part over on the queue, where a network that is
-  /// slow holds up nobody; what fails there is told on the main queue. The queue ends first.
+  /// Reads the file, and has OSC take its part over on the queue, where a slow network
+  /// holds up nobody. Reports what fails on the main queue. The queue ends first.
   void load(host::Queue& background, std::function<void(const std::string& error)> tell);
   /// False, with the reason in the log, when it cannot be written.
   bool save() const;
@@ -34,6 +37,9 @@ class VLUserSettings {
  private:
   const store::ApplicationFolders mFolders;
   const store::UserDefaults mDefaults;
+  // Both for the keys of a later version.
+  std::shared_ptr<const VLOSCServerSettings> mServerSettings;
+  store::KeyedRemainder mRemainder;
   std::atomic<bool> mDisablesMTCLoopCheck{false};
   std::atomic<std::uint16_t> mRefusedOSCPort{0};
 };

@@ -332,6 +332,9 @@ bool VLOSCServer::loadSettingsDictionary(const VLOSCServerSettings& settings,
   mHost.mainQueue().async([weak = std::weak_ptr(mSelf), entries = std::move(entries)] {
     if (const auto self = weak.lock()) {
       const KVAnnouncement announcement(*self, "hostFilter");
+      for (const auto& replaced : self->mHostFilter) {
+        replaced->setDelegate({});  // whoever still holds it lets nobody in
+      }
       self->mHostFilter = entries;
       const std::lock_guard lock(self->mHostsMutex);
       self->mKnown = {self->mRefused.begin(), self->mRefused.end()};

@@ -12,35 +12,33 @@
 
 namespace velor::store {
 
-bool UserDefaults::read(const std::function<void(KeyedUnarchiver&)>& decode) const {
+std::string UserDefaults::read(const std::function<void(KeyedUnarchiver&)>& decode) const {
   std::error_code ignored;
   if (!std::filesystem::exists(mFile, ignored)) {
-    return false;
+    return {};
   }
   try {
     const auto result = KeyedUnarchiver::readFile(mFile, mClasses);
     if (result) {
       decode(*result.coder);
-      return true;
+      return {};
     }
-    putAside(result.error);
+    return putAside(result.error);
   } catch (const KeyedArchiveError& error) {
-    putAside(error.what());
+    return putAside(error.what());
   }
-  return false;
 }
 
 std::filesystem::path UserDefaults::damagedName() const {
   return mFile.string() + ".damaged";
 }
 
-void UserDefaults::putAside(const std::string& damage) const {
+std::string UserDefaults::putAside(const std::string& damage) const {
   const std::filesystem::path aside = damagedName();
   std::error_code error;
   std::filesystem::rename(mFile, aside, error);
-  VELOR_LOG_WARNING("settings in %s cannot be read: %s; defaults are in force, and the file %s",
-                    mFile.c_str(), damage.c_str(),
-                    error ? "stays" : ("is kept as " + aside.string()).c_str());
+  return "cannot read the settings in " + mFile.string() + ": " + damage +
+         "; using defaults, the file " + (error ? "stays" : "is kept as " + aside.string());
 }
 
 void UserDefaults::keepDamaged(const std::string& damage) const {

@@ -20,12 +20,12 @@ class UserDefaults {
   UserDefaults(std::filesystem::path file, std::span<const KeyedClass> classes)
       : mFile(std::move(file)), mClasses(classes) {}
 
-  /// Gives the reader of the file to `decode`. False when there is no file, and when
-  /// it is damaged or raises KeyedArchiveError there: then the log warns with the
-  /// place of the damage, and the file stays beside as "NAME.damaged", so that the
-  /// next writing does not take what could be mended. What `decode` has taken over
-  /// until then is for the caller to drop.
-  bool read(const std::function<void(KeyedUnarchiver&)>& decode) const;
+  /// Gives the reader of the file to `decode`, unless there is no file. Empty, or for
+  /// people the place of the damage in a damaged file, or in one for which `decode` raised
+  /// KeyedArchiveError: the file is then renamed to "NAME.damaged", so that the next writing
+  /// does not destroy what could be repaired. The caller drops what `decode` took over until
+  /// then.
+  [[nodiscard]] std::string read(const std::function<void(KeyedUnarchiver&)>& decode) const;
 
   /// For damage in what `read` gave out that is only found later: warns likewise, and
   /// keeps a copy of the file as "NAME.damaged".
@@ -37,7 +37,7 @@ class UserDefaults {
 
  private:
   std::filesystem::path damagedName() const;
-  void putAside(const std::string& damage) const;
+  std::string putAside(const std::string& damage) const;
 
   const std::filesystem::path mFile;
   const std::span<const KeyedClass> mClasses;

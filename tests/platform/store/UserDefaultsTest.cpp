@@ -7,9 +7,9 @@
 #include <fstream>
 #include <string>
 
-#include "platform/host/Log.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
+#include "tests/support/FullDisk.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace velor::store {
@@ -19,38 +19,51 @@ TEST(UserDefaults, DamagedSettingsAreToldWithTheirPlaceAndKeptAsideOverTheNextWr
   const test::TemporaryFolder folder;
   const auto file = folder.path() / "settings.json";
   const auto aside = folder.path() / "settings.json.damaged";
-  std::string log;
-  host::setLogSink([&log](host::LogLevel level, std::string_view line) {
-    log += level == host::kLogWarning ? std::string(line) + "\n" : "";
-  });
   const UserDefaults defaults(file, {});
+  bool value = false;
   const auto read = [&] {
-    bool value = false;
-    return defaults.read([&](KeyedUnarchiver& coder) { value = *coder.decodeBool("on"); }) && value;
+    value = false;
+    return defaults.read([&](KeyedUnarchiver& coder) { value = *coder.decodeBool("on"); });
   };
   const auto write = [&] {
     return defaults.write([](KeyedArchiver& coder) { coder.encodeBool(true, "on"); });
   };
-  EXPECT_FALSE(read());  // a first run
+  EXPECT_EQ(read(), "");  // a first run
+  EXPECT_FALSE(value);
   EXPECT_TRUE(write());
-  EXPECT_TRUE(read());
-  EXPECT_EQ(log, "");
+  EXPECT_EQ(read(), "");
+  EXPECT_TRUE(value);
 
   struct Case {
     const char* contents;
     const char* place;
   };
   for (const Case& each : {Case{"{\n  \"on\": tru\n}", "line 2"}, Case{R"({"on": 3})", "on:"}}) {
-    log.clear();
     std::ofstream(file) << each.contents;
-    EXPECT_FALSE(read());
-    EXPECT_NE(log.find(each.place), std::string::npos) << log;
+    const std::string error = read();
+    for (const char* part : {each.place, file.c_str(), aside.c_str()}) {
+      EXPECT_NE(error.find(part), std::string::npos) << error;
+    }
     EXPECT_FALSE(std::filesystem::exists(file));
     EXPECT_TRUE(write());
     EXPECT_EQ(test::fileContents(aside), each.contents);
-    EXPECT_TRUE(read());
+    EXPECT_EQ(read(), "");
   }
-  host::setLogSink({});
+}
+
+TEST(UserDefaults, AFullDiskDoesNotSpoilTheDamagedFileThatWasKeptBefore) {
+  const test::TemporaryFolder folder;
+  const auto file = folder.path() / "settings.json";
+  const auto aside = folder.path() / "settings.json.damaged";
+  std::ofstream(file) << std::string(1000, 'b');
+  std::ofstream(aside) << std::string(100, 'a');
+  {
+    const test::FullDisk disk(500);
+    UserDefaults(file, {}).keepDamaged("somewhere");
+  }
+  EXPECT_EQ(test::fileContents(aside), std::string(100, 'a'));
+  UserDefaults(file, {}).keepDamaged("somewhere");
+  EXPECT_EQ(test::fileContents(aside), std::string(1000, 'b'));
 }
 
 }  // namespace

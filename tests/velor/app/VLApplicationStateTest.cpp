@@ -290,9 +290,21 @@ TEST_F(VLApplicationStateTest, SettingsOutliveARunAndDamagedOnesDoNotKeepItFromS
   EXPECT_EQ(app().server().port(), 7771);
   EXPECT_TRUE(mWindow->errors.empty());
   end();
-  std::ofstream(folders().config() / "settings.json") << R"({"mtcLoopCheck.disable": "yes"})";
+  const auto file = folders().config() / "settings.json";
+  Json settings = Json::parse(contents(file));
+  settings["later"] = 1;
+  settings["osc.server.settings"]["later"] = 2;
+  std::ofstream(file) << settings;
   launch();
   app().waitForSettings();
+  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_EQ(Json::parse(contents(file)), settings) << "what a later version wrote survives";
+  end();
+  std::ofstream(file) << R"({"mtcLoopCheck.disable": "yes"})";
+  launch();
+  app().waitForSettings();
+  ASSERT_EQ(mWindow->errors.size(), 1U);
+  EXPECT_NE(mWindow->errors[0].find("mtcLoopCheck.disable: expected a bool"), std::string::npos);
   EXPECT_FALSE(app().disableMTCLoopCheck());
   EXPECT_FALSE(app().server().running());
 }

@@ -247,6 +247,11 @@ TEST_F(VLOSCServerTest, TheTickedHostsAndTheRunOutliveARestartAndTheModeDoesNot)
   EXPECT_THAT(listed(), ElementsAre("+10.0.0.5", "-10.0.0.6"));
   EXPECT_EQ(server().filterMode(), VLOSCServer::kFilteringMode);
   EXPECT_NE(server().uuid(), uuid);
+  const auto replaced = server().objectInHostFilterAtIndex(1);
+  ASSERT_TRUE(server().loadSettingsDictionary(*settings));
+  mHost.advance(kSecond);
+  replaced->setEnabled(true);
+  EXPECT_THAT(told(oscMessage("/velor/transport/play", 1), "10.0.0.6"), IsEmpty());
   server().stop();
   EXPECT_FALSE(server().settingsDictionary()->running);
   EXPECT_EQ(server().settingsDictionary()->port, 0);
