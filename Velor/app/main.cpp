@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,8 +30,10 @@ bool hasDisplay() {
 // What runs on the host, with its log.
 int run(int (*body)(const velor::VLOptions& options), const velor::VLOptions& options) {
   try {
-    velor::store::LogFile log(velor::store::ApplicationFolders().logs());
-    log.install();
+    std::optional<velor::store::LogFile> log;
+    if (const auto folder = velor::store::ApplicationFolders().logs(); !folder.empty()) {
+      log.emplace(folder).install();
+    }
     const velor::host::SystemHost host;
     return body(options);
   } catch (const std::exception& error) {
@@ -42,6 +46,8 @@ int run(int (*body)(const velor::VLOptions& options), const velor::VLOptions& op
 }  // namespace
 
 int main(int argc, char** argv) {
+  // A limit of the file size is an error of one write, and not the end of the clock.
+  std::signal(SIGXFSZ, SIG_IGN);
   if (argc == 1 && !hasDisplay()) {
     return run([](const velor::VLOptions&) { return velor::VLDemonstrationRun(); }, {});
   }

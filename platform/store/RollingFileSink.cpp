@@ -31,6 +31,7 @@ using Time = std::chrono::system_clock::time_point;
 constexpr const char* kLinePattern = "%Y/%m/%d %H:%M:%S:%e  %v";
 constexpr mode_t kOwnerAlone = 0600;
 constexpr int kNamesToTry = 10'000;  // files of one process and one second
+constexpr std::chrono::minutes kRetryAfter{1};
 
 std::string fileName(Time time, int number) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
@@ -180,6 +181,9 @@ bool RollingFileSink::fileIsDue(Time time, std::size_t lineBytes) {
   // A line that waited in the queue is older than its file; and a clock that was
   // set back must not keep the file open for as long again.
   mBegin = std::min(mBegin, time);
+  if (mDescriptor < 0) {
+    return time - mBegin >= kRetryAfter;
+  }
   return time - mBegin >= mLimits.fileAge || (mBytes > 0 && mBytes + lineBytes > mLimits.fileBytes);
 }
 
@@ -250,19 +254,20 @@ void RollingFileSink::write(const spdlog::memory_buf_t& line) {
       fail(written == 0 ? EIO : errno);
     }
   }
-  mBytes += line.size();
   if (mDescriptor < 0) {
     ++mUnwritten;
-  } else {
-    mWarned = false;
+    return;
   }
+  mBytes += line.size();
+  mWarned = false;
 }
 
 void RollingFileSink::fail(int error) {
-  mReason = "the log cannot be written in " + mFolder.string() + ": " +
-            std::generic_category().message(error);
+  mBegin = mNow();
+  mReason =
+      "cannot write the log in " + mFolder.string() + ": " + std::generic_category().message(error);
   if (!std::exchange(mWarned, true)) {
-    std::fprintf(stderr, "velor: %s; going on without it\n", mReason.c_str());
+    std::fprintf(stderr, "velor: %s; will try again each minute\n", mReason.c_str());
   }
   if (mDescriptor >= 0) {
     // Whole lines only; and a full disk must not push the good files out by

@@ -28,9 +28,9 @@ namespace velor::store {
 ///   any other name are not touched.
 /// - A file is followed by another when a line would take it past its size, or
 ///   comes at its age or later; one that nothing is written to stays as it is.
-/// - When no file can be made or written, that is said once on stderr, and lines
-///   are counted as if written until the next file is due. That one is tried
-///   again, and starts with the number of lines lost.
+/// - When a file cannot be made or written, one line on stderr says so. The next line
+///   that comes a minute later or more tries a new file, which begins with the number
+///   of lines lost.
 ///
 /// One thread calls it: the logging thread. Nothing here throws but for want of
 /// memory.
@@ -60,8 +60,8 @@ class RollingFileSink final : public spdlog::sinks::base_sink<spdlog::details::n
   int mDescriptor = -1;
   std::string mName;
   bool mStarted = false;                           // a first file was tried
-  std::chrono::system_clock::time_point mBegin{};  // of the file, or of the attempt
-  std::uint64_t mBytes = 0;                        // in it, or that would be
+  std::chrono::system_clock::time_point mBegin{};  // of the file, or of its failure
+  std::uint64_t mBytes = 0;                        // in it
   std::uint64_t mUnwritten = 0;                    // lines
   std::string mReason;                             // why they were not written
   bool mWarned = false;

@@ -164,12 +164,19 @@ TEST_F(Headless, AClockIsArmedByTheSyncSourceThatTheLastRunLeftAndByNoneAtAllNot
   }
 }
 
-TEST_F(Headless, ALogThatCannotBeWrittenIsWarnedOfAndStopsNothing) {
+TEST_F(Headless, ALogThatCannotBeWrittenIsReportedAndStopsNothing) {
   VelorProcess velor({"--headless", "--play"}, environmentWith({"XDG_STATE_HOME=/proc/nowhere"}));
   ASSERT_TRUE(waitFor(5, [&] { return countOf(velor.errors(), "\n") >= 2; })) << velor.errors();
   EXPECT_NE(velor.errors().find("log"), std::string::npos) << velor.errors();
   EXPECT_TRUE(velor.isRunning());
   EXPECT_EQ(velor.end(SIGTERM), 0);
+
+  // Nor does a limit of the file size, which is a signal before it is an error.
+  const TemporaryFolder folder;
+  Process limited({"/bin/sh", "-c", "ulimit -f 0; exec \"$0\" --headless --play", VELOR_PROGRAM},
+                  environmentWith(VelorFolders(folder)), "/dev/null");
+  EXPECT_EQ(limited.waitForEnd(1.5), -1);
+  EXPECT_EQ(limited.end(SIGTERM), 1) << "the state is not saved";
 }
 
 TEST_F(Headless, ATerminalThatTakesNothingHoldsUpNoStop) {

@@ -272,16 +272,16 @@ TEST_F(LogFileTest, AFolderThatCannotBeMadeCostsOneWarningAndNothingElse) {
     }
     const std::string warning = testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::count(warning.begin(), warning.end(), '\n'), 1) << warning;
-    EXPECT_THAT(warning, HasSubstr("cannot be written in " + folder.string()));
+    EXPECT_THAT(warning, HasSubstr("cannot write the log in " + folder.string()));
   }
 }
 
-TEST_F(LogFileTest, AfterAFailedWriteTheNextFileGoesOnWithTheNumberOfLinesLost) {
+TEST_F(LogFileTest, AMinuteAfterAFailedWriteANewFileGoesOnWithTheNumberOfLinesLost) {
   const std::string tail(100 - kStampBytes - 2 - 1, '.');
-  LogFile log(mFolder, {.fileBytes = 2000}, clock());  // 20 lines
+  LogFile log(mFolder, {}, clock());
   const auto lines = [&](int from, int to) {
     for (int i = from; i < to; ++i) {
-      advance(milliseconds(1));
+      advance(seconds(6));
       log.log(kLogError, std::to_string(i) + tail);
     }
   };
@@ -298,7 +298,7 @@ TEST_F(LogFileTest, AfterAFailedWriteTheNextFileGoesOnWithTheNumberOfLinesLost) 
   ASSERT_THAT(found, SizeIs(2));
   EXPECT_EQ(fs::file_size(found[0]), 1000U) << "whole lines only";
   const auto later = messages(found[1]);
-  ASSERT_THAT(later, SizeIs(6));  // lines 30 to 34 behind the count of 20 to 29
+  ASSERT_THAT(later, SizeIs(6));  // lines 30 to 34 after the count of 20 to 29
   EXPECT_THAT(later[0], testing::StartsWith("10 lines were lost: "));
   EXPECT_EQ(later[1].substr(0, 2), "30");
 }
