@@ -208,16 +208,14 @@ VLAppDelegate::TerminateReply VLAppDelegate::applicationShouldTerminate() {
 
 std::string VLAppDelegate::applicationWillTerminate() {
   const auto last = lastStateFile();
-  const bool isStateSaved = last && saveApplicationStateToURL(*last);
-  const bool areSettingsSaved = mSettings.save();
+  const bool isStateSaved = mFolders.data().empty() || (last && saveApplicationStateToURL(*last));
+  const bool areSettingsSaved = mFolders.config().empty() || mSettings.save();
   if (!isStateSaved) {
-    const std::string why =
-        last ? mState.error() : "there is no folder for it, " + mFolders.data().string();
     mRecovery.keep();
-    return "the state is not saved: " + why;
+    return "cannot save the state: " + (last ? mState.error() : mFolders.createData().error);
   }
   mRecovery.end();
-  return areSettingsSaved ? "" : "the settings are not saved in " + mFolders.config().string();
+  return areSettingsSaved ? "" : "cannot save the settings in " + mFolders.config().string();
 }
 
 // --- recovery

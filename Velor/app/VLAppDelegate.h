@@ -72,8 +72,9 @@ class VLAppDelegate final : public KVObservable,
                                      bool isFresh = false);
   /// Asks the user while something runs; the window gets the reply then.
   TerminateReply applicationShouldTerminate();
-  /// Saves the state and the settings. What could not be saved, and why; empty when all
-  /// was. A state that is not saved is kept in the recovery copy.
+  /// Saves the state and the settings, as far as there are folders for them. What could not
+  /// be saved, and why; empty when all was. The recovery copy keeps a state that is not
+  /// saved.
   std::string applicationWillTerminate();
 
   bool didLoadFileAtStartup() const noexcept { return mDidLoadFileAtStartup; }

@@ -102,6 +102,15 @@ void lookForMissing(const VLWantedDevices& devices, std::weak_ptr<VLAppDelegate>
 }
 
 void tellOfLastRun(const VLAppDelegate& app, const VLOptions& options) {
+  if (const std::string missing = store::ApplicationFolders().missing(); !missing.empty()) {
+    std::fprintf(stderr, "velor: %s\n", missing.c_str());
+  }
+  if (app.recovery().isBesideAnother() && !options.recover) {
+    std::fputs(
+        "velor: another velor runs with the same folders; the one that ends last overwrites the "
+        "other's state; set XDG_DATA_HOME, XDG_CONFIG_HOME and XDG_STATE_HOME for one of them\n",
+        stderr);
+  }
   if (app.recovery().wasCutOff() && !options.recover) {
     const std::string copy = app.recovery().leftBehind()->string();
     VELOR_LOG_WARNING("the last run was cut off, its state is in %s", copy.c_str());
@@ -244,6 +253,9 @@ int VLHeadlessRun(const VLOptions& options) {
     window->presentError(app->openError());
   }
   if (options.recover) {
+    if (app->recovery().isBesideAnother()) {
+      return fail(kFailureStatus, "--recover: another velor runs with the same folders; end it");
+    }
     if (!app->recovery().leftBehind()) {
       return fail(kUsageStatus, "--recover: no run was cut off");
     }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 #include <utility>
 
@@ -26,6 +27,7 @@ VLRecovery::VLRecovery(std::filesystem::path folder, Encode encode)
   const std::string name = mFolder / "recovery.lock";
   mLock.descriptor = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (!mLock.isHeld() || flock(mLock.descriptor, LOCK_EX | LOCK_NB) != 0) {
+    mIsBesideAnother = errno == EWOULDBLOCK;
     VELOR_LOG_INFO("no copy for a recovery is kept: %s: %s", name.c_str(),
                    std::generic_category().message(errno).c_str());
     mLock.release();

@@ -38,6 +38,8 @@ class VLRecovery {
   VLRecovery(const VLRecovery&) = delete;
   VLRecovery& operator=(const VLRecovery&) = delete;
 
+  /// Whether another program runs with this folder, and keeps the copy.
+  bool isBesideAnother() const noexcept { return mIsBesideAnother; }
   /// Whether the last run was cut off.
   bool wasCutOff() const noexcept { return mWasCutOff; }
   /// The copy of the latest run that was cut off and is not taken up.
@@ -71,6 +73,7 @@ class VLRecovery {
   const std::filesystem::path mFolder;
   const Encode mEncode;
   Lock mLock;  // held while this program keeps the copy
+  bool mIsBesideAnother = false;
   bool mWasCutOff = false;
   std::optional<std::filesystem::path> mLeftBehind;
   std::optional<std::filesystem::path> mTaken;

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <string_view>
 #include <vector>
 
 namespace velor::store {
@@ -47,7 +48,7 @@ fs::path applicationFolder(const char* base, const fs::path& home, const char* b
 
 FolderResult create(const fs::path& folder) {
   if (folder.empty()) {
-    return {{}, "HOME is not set, and the password database names no home folder"};
+    return {{}, "HOME is not set, and the password database has no home folder"};
   }
   const std::error_code error = createPrivateFolder(folder);
   if (error) {
@@ -86,13 +87,15 @@ std::error_code createPrivateFolder(const fs::path& folder) noexcept {
 }
 
 ApplicationFolders::ApplicationFolders()
-    : ApplicationFolders([](const char* name) { return std::getenv(name); }) {}
+    : ApplicationFolders([home = homeOfPasswordDatabase()](const char* name) {
+        const char* const value = std::getenv(name);
+        const bool isFromDatabase =
+            std::string_view(name) == "HOME" && absoluteOrNone(value).empty();
+        return isFromDatabase ? home.c_str() : value;
+      }) {}
 
 ApplicationFolders::ApplicationFolders(const Variable& variable) {
-  fs::path home = absoluteOrNone(variable("HOME"));
-  if (home.empty()) {
-    home = homeOfPasswordDatabase();
-  }
+  const fs::path home = absoluteOrNone(variable("HOME"));
   mData = applicationFolder(variable("XDG_DATA_HOME"), home, ".local/share");
   mConfig = applicationFolder(variable("XDG_CONFIG_HOME"), home, ".config");
   mState = applicationFolder(variable("XDG_STATE_HOME"), home, ".local/state");
@@ -108,6 +111,25 @@ FolderResult ApplicationFolders::createConfig() const {
 
 FolderResult ApplicationFolders::createState() const {
   return create(mState);
+}
+
+std::string ApplicationFolders::missing() const {
+  struct Row {
+    const fs::path& folder;
+    const char* what;
+    const char* variable;
+  };
+  std::string what;
+  std::string variables;
+  for (const Row& row :
+       {Row{mData, "the state", "XDG_DATA_HOME"}, Row{mConfig, "the settings", "XDG_CONFIG_HOME"},
+        Row{mState, "the log", "XDG_STATE_HOME"}}) {
+    if (row.folder.empty()) {
+      what += (what.empty() ? "" : ", ") + std::string(row.what);
+      variables += (variables.empty() ? ", or " : " and ") + std::string(row.variable);
+    }
+  }
+  return what.empty() ? "" : "cannot save " + what + ": no home folder; set HOME" + variables;
 }
 
 fs::path ApplicationFolders::logs() const {

@@ -23,13 +23,14 @@ struct FolderResult {
 
 /// Where the user's files of the application lie, by the XDG Base Directory
 /// Specification 0.8: a variable that is unset, empty or no absolute path counts
-/// for nothing. Without HOME the home is that of the password database.
+/// for nothing.
 class ApplicationFolders {
  public:
   /// An environment variable's value, or null.
   using Variable = std::function<const char*(const char* name)>;
 
-  /// Reads the environment of the process, now; nothing is created.
+  /// Reads the environment of the process, now; nothing is created. Without HOME the home
+  /// is that of the password database.
   ApplicationFolders();
   explicit ApplicationFolders(const Variable& variable);
 
@@ -46,6 +47,10 @@ class ApplicationFolders {
   const std::filesystem::path& config() const noexcept { return mConfig; }
   const std::filesystem::path& state() const noexcept { return mState; }
   std::filesystem::path logs() const;
+
+  /// What cannot be saved for want of a folder, and the variables that name one, for
+  /// people; empty when all folders are known.
+  std::string missing() const;
 
  private:
   std::filesystem::path mData;

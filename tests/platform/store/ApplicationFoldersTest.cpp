@@ -39,22 +39,34 @@ TEST(ApplicationFolders, OnlyAbsoluteVariablesMoveAFolderFromItsPlaceInTheHome) 
   EXPECT_EQ(moved.state(), plain.state());
 }
 
-TEST(ApplicationFolders, WithoutAUsableHomeThePasswordDatabaseNamesIt) {
+TEST(ApplicationFolders, WithoutAHomeTheFoldersAreUnknownAndTheVariablesToSetAreNamed) {
   for (const Variables& variables :
        {Variables{}, Variables{{"HOME", ""}}, Variables{{"HOME", "here"}}}) {
     const auto folders = foldersOf(variables);
-    if (folders.config().empty()) {  // a user without an entry: an error in words, no folder
-      EXPECT_TRUE(folders.logs().empty());
-      EXPECT_NE(folders.createState().error.find("HOME"), std::string::npos);
-      continue;
-    }
-    const std::string home = folders.config().parent_path().parent_path().string();
-    EXPECT_EQ(folders.config(), home + "/.config/velor");
-    const std::string ofUser = ":" + std::to_string(getuid()) + ":";
-    const std::string entries = test::fileContents("/etc/passwd");
-    const std::size_t user = entries.find(ofUser);
-    EXPECT_EQ(entries.find(":" + home + ":", user), entries.find(":/", user)) << home;
+    EXPECT_TRUE(folders.logs().empty());
+    EXPECT_NE(folders.createState().error.find("HOME"), std::string::npos);
+    EXPECT_EQ(folders.missing(),
+              "cannot save the state, the settings, the log: no home folder; set HOME, or "
+              "XDG_DATA_HOME and XDG_CONFIG_HOME and XDG_STATE_HOME");
   }
+  EXPECT_EQ(foldersOf({{"XDG_DATA_HOME", "/d"}, {"XDG_CONFIG_HOME", "/c"}}).missing(),
+            "cannot save the log: no home folder; set HOME, or XDG_STATE_HOME");
+  EXPECT_EQ(foldersOf({{"HOME", "/home/ann"}}).missing(), "");
+}
+
+TEST(ApplicationFolders, OfTheProcessAreInTheHomeOfThePasswordDatabaseWhereHomeIsNotSet) {
+  const std::string ofUser = ":" + std::to_string(getuid()) + ":";
+  const std::string entries = test::fileContents("/etc/passwd");
+  const std::size_t user = entries.find(ofUser);
+  if (user == std::string::npos || std::getenv("XDG_CONFIG_HOME") != nullptr) {
+    GTEST_SKIP() << "a user without an entry, or folders elsewhere";
+  }
+  const std::string before = std::getenv("HOME") != nullptr ? std::getenv("HOME") : "";
+  unsetenv("HOME");
+  const std::string config = ApplicationFolders().config();
+  setenv("HOME", before.c_str(), 1);
+  const std::size_t home = entries.find(":/", user) + 1;
+  EXPECT_EQ(config, entries.substr(home, entries.find(':', home) - home) + "/.config/velor");
 }
 
 TEST(ApplicationFolders, MissingFoldersAreMadeForTheOwnerAloneAndOthersAreLeftAsTheyAre) {

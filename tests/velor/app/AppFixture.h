@@ -140,7 +140,7 @@ class AppFixture : public LoopbackFixture {
   }
   store::ApplicationFolders folders() const {
     return store::ApplicationFolders([this](const char* name) -> const char* {
-      return std::string(name) == "HOME" ? mFolder.path().c_str() : nullptr;
+      return mHasHome && std::string(name) == "HOME" ? mFolder.path().c_str() : nullptr;
     });
   }
   VLAppDelegate& app() { return *mApp; }
@@ -188,6 +188,7 @@ class AppFixture : public LoopbackFixture {
   }
 
   test::TemporaryFolder mFolder;
+  bool mHasHome = true;
   SimulatedUDPNetwork mNetwork;
   discovery::BuiltinDiscovery mDiscovery;
   std::vector<std::string> mCalls;

@@ -238,6 +238,14 @@ TEST_F(VLApplicationStateTest, WhereNothingCanBeWrittenTheUserIsToldAndTheStateI
   EXPECT_EQ(mWindow->errors.size(), 1U);
 }
 
+TEST_F(VLApplicationStateTest, WithoutAHomeFolderNothingIsToBeSavedAndTheEndIsNoFailure) {
+  mHasHome = false;
+  launch();
+  goTo("00:00:07:00");
+  mHost.advance(20'000'000'000);
+  EXPECT_EQ(app().applicationWillTerminate(), "");
+}
+
 TEST_F(VLApplicationStateTest, AFileAtTheStartIsLoadedInPlaceOfWhatTheLastRunLeft) {
   goTo("00:00:01:00");
   EXPECT_EQ(app().applicationWillTerminate(), "");

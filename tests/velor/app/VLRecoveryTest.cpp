@@ -22,6 +22,7 @@ class VLRecoveryTest : public AppFixture {
 
 TEST_F(VLRecoveryTest, EditsAreInTheCopySoonAndACleanEndRemovesIt) {
   launch();
+  EXPECT_FALSE(app().recovery().isBesideAnother());
   mHost.advance(60 * kSecond);
   EXPECT_FALSE(isThere()) << "nothing was edited";
   goTo("00:00:01:00");
@@ -116,6 +117,7 @@ TEST_F(VLRecoveryTest, AnotherProgramThatRunsIsNoneThatWasCutOff) {
   mHost.advance(3 * kSecond);
   ASSERT_TRUE(isThere());
   VLRecovery beside(folders().state(), [] { return "mine"; });
+  EXPECT_TRUE(beside.isBesideAnother());
   EXPECT_FALSE(beside.leftBehind());
   beside.noteEdit();
   mHost.advance(20 * kSecond);
