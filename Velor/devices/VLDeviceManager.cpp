@@ -384,6 +384,7 @@ void VLDeviceManager::decodeState(store::KeyedUnarchiver& coder) {
     throw;
   }
   _inStateRestauration = false;
+  observeEdits();
   if (!mDecodeError.empty()) {
     VELOR_LOG_ERROR("exception decoding state of device manager: %s", mDecodeError.c_str());
   }
@@ -413,7 +414,6 @@ void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
         mDevices.push_back(device);
       }
     }
-    observeEdits();
   }
   destinationsChanged();
   for (const auto& device : mDevices) {

@@ -128,7 +128,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   std::set<midi::MIDIUniqueID> mEnabledWhenBack;
   std::set<midi::MIDIUniqueID> mTemporaryDevices;   // by their endpoints
   std::set<midi::MIDIUniqueID> mTemporarySwitches;  // of destinations that are on
-  std::vector<KVObserverToken> mEdits;  // of the devices
+  std::vector<KVObserverToken> mEdits;              // of the devices
   bool _inStateRestauration = false;
   std::string mDecodeError;
 
