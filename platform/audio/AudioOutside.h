@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/audio/AudioRouting.h"
 #include "platform/audio/AudioTypes.h"
 
 namespace velor::audio {
@@ -17,12 +18,14 @@ struct AudioDeviceDescription {
   struct Stream {
     std::string name;  ///< empty when it has none of its own
     std::uint32_t channels = 0;
+    bool operator==(const Stream&) const = default;
   };
   struct Side {
     std::vector<Stream> streams;
     std::uint32_t latency = 0;  ///< samples between the program and the connector
     /// Fit to be the default device of its direction.
     bool isDefault = false;
+    bool operator==(const Side&) const = default;
   };
 
   std::string uid;
@@ -37,20 +40,39 @@ struct AudioDeviceDescription {
   }
 };
 
-/// Called in each cycle of a device with the channels of one direction, all of
-/// them, each `frames` long. `time` has both valid: the sample time of the first
-/// frame on the device's count, and its host time; for input, the host time at
-/// which that frame came in at the connector. Outputs hold zeros beforehand.
+/// Called in each cycle of a device with the program's channels of one direction, each
+/// `frames` long, and null where the map gives one no channel of the device. `time` has both
+/// valid: the sample time of the first frame on the device's count, and its host time; for
+/// input, the host time at which that frame came in at the connector. Outputs hold zeros
+/// beforehand.
 using AudioCycleProc = void (*)(const host::RealtimeContext& realtime, void* refCon,
                                 const AudioTimeStamp& time, std::uint32_t frames,
                                 std::span<float* const> channels) noexcept;
 
+/// What a program wants of one direction of a device.
+struct AudioStreamRequest {
+  AudioDirection direction = AudioDirection::output;
+  std::string name;            ///< for people; need not be unique
+  std::uint32_t channels = 0;  ///< of the program, at most kMaxChannels
+  AudioChannelMap map;
+  AudioCycleProc proc = nullptr;
+  void* refCon = nullptr;
+};
+
 /// Cycles that are being called; no more come when its destructor returns, which
-/// waits for the one under way. When the device goes it is still there, silent,
-/// and goes on with the device's return.
+/// waits for the one under way. When the device goes the stream stays, silent, and goes on
+/// with the device's return. While channels of the device come and go, those that stay are
+/// played and recorded without a gap.
 class AudioDeviceStream {
  public:
   virtual ~AudioDeviceStream() = default;
+
+  /// Replaces the map from the next cycle on.
+  virtual void setChannelMap(const AudioChannelMap& map) = 0;
+  /// By the device's channels as they are now: one that stays keeps the program's channel
+  /// whatever its place, one that returns gets it back, and a new one has none. Channels
+  /// that the map counts and the device never had follow.
+  virtual AudioChannelMap channelMap() const = 0;
 };
 
 class AudioOutside;
@@ -79,11 +101,9 @@ class AudioOutside {
   /// Ends; nothing is announced after it. All streams have gone before.
   virtual void stop() = 0;
 
-  /// Opens all channels of one direction; `name` is for people, and need not be
-  /// unique. Null when the device is not there or refuses.
-  virtual std::unique_ptr<AudioDeviceStream> open(AudioObjectID device, AudioDirection direction,
-                                                  const std::string& name, AudioCycleProc proc,
-                                                  void* refCon) = 0;
+  /// Null when the device is not there or refuses.
+  virtual std::unique_ptr<AudioDeviceStream> open(AudioObjectID device,
+                                                  const AudioStreamRequest& request) = 0;
 
   /// As AudioDeviceTranslateTime. Realtime-safe: yes.
   virtual OSStatus translateTime(AudioObjectID device, const AudioTimeStamp& in,

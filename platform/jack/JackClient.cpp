@@ -260,7 +260,8 @@ void JackClient::unregisterPort(JackPort& port) {
 }
 
 bool JackClient::connectPeer(JackPort& port) {
-  if (port.port == nullptr || mLibrary->jack_port_by_name(mClient, port.peer.c_str()) == nullptr) {
+  if (port.port == nullptr || port.peer.empty() ||
+      mLibrary->jack_port_by_name(mClient, port.peer.c_str()) == nullptr) {
     return false;
   }
   const bool isConnected = connect(port, port.peer);
@@ -269,6 +270,17 @@ bool JackClient::connectPeer(JackPort& port) {
   }
   port.peerRefused = !isConnected;
   return isConnected;
+}
+
+void JackClient::disconnectPeer(JackPort& port) {
+  if (port.port != nullptr) {
+    const char* own = mLibrary->jack_port_name(port.port);
+    mLibrary->jack_disconnect(mClient, port.isOutput ? own : port.peer.c_str(),
+                              port.isOutput ? port.peer.c_str() : own);
+    noteGraphChange();
+  }
+  port.peer.clear();
+  port.peerRefused = false;
 }
 
 bool JackClient::connect(const JackPort& port, const std::string& other) {

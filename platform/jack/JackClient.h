@@ -73,6 +73,8 @@ class JackClient {
   /// made in the cycle after the next at the latest; what is written before that is
   /// lost.
   bool connectPeer(JackPort& port);
+  /// Takes the port's peer from it.
+  void disconnectPeer(JackPort& port);
   /// Waits until the process callback has begun and ended so many times, one that runs
   /// now apart, or until it is plain that it does not come any more.
   void awaitCycles(std::uint32_t count);

@@ -39,6 +39,7 @@ class JackLibrary {
   X(jack_client_close)                   \
   X(jack_client_open)                    \
   X(jack_connect)                        \
+  X(jack_disconnect)                     \
   X(jack_free)                           \
   X(jack_get_buffer_size)                \
   X(jack_get_client_name)                \

@@ -73,11 +73,15 @@ void JackPeer::activate() {
   mJack->jack_activate(mClient);
 }
 
-void JackPeer::renew(const std::string& name) {
+void JackPeer::renew(const std::string& name, const char* type) {
+  remove(name);
+  registerPort(name, type, JackPortIsInput);
+}
+
+void JackPeer::remove(const std::string& name) {
   if (jack_port_t* port = mJack->jack_port_by_name(mClient, fullName(name).c_str())) {
     mJack->jack_port_unregister(mClient, port);
   }
-  registerPort(name, JACK_DEFAULT_MIDI_TYPE, JackPortIsInput);
 }
 
 void JackPeer::setPeriod(int frames) {

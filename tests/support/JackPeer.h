@@ -47,7 +47,8 @@ class JackPeer : public JackTestClient {
   void activate();
   /// Registers an input from which nothing is recorded; at once anew when it is
   /// there already, as programs do that open their ports again. Also when active.
-  void renew(const std::string& name);
+  void renew(const std::string& name, const char* type = JACK_DEFAULT_MIDI_TYPE);
+  void remove(const std::string& name);
 
   void setPeriod(int frames);
   /// Samples from this output, of any client, to what plays.

@@ -92,8 +92,8 @@ AudioObjectID AudioDeviceTable::deviceAppeared(AudioOutside& from,
     const AudioDeviceDescription old = std::exchange(known->description, device);
     change.presence = !std::exchange(known->present, true);
     change.sampleRate = old.sampleRate != device.sampleRate;
-    change.channels = channelCount(old.input.streams) != channelCount(device.input.streams) ||
-                      channelCount(old.output.streams) != channelCount(device.output.streams);
+    change.channels =
+        old.input.streams != device.input.streams || old.output.streams != device.output.streams;
     notifyOfChange(before, change.presence);
     if (isNew) {
       return id;
@@ -417,11 +417,9 @@ OSStatus AudioDeviceTable::translateTime(AudioObjectID device, const AudioTimeSt
 }
 
 std::unique_ptr<AudioDeviceStream> AudioDeviceTable::open(AudioObjectID device,
-                                                          AudioDirection direction,
-                                                          const std::string& name,
-                                                          AudioCycleProc proc, void* refCon) {
+                                                          const AudioStreamRequest& request) {
   AudioOutside* outside = outsideOf(device);
-  return outside == nullptr ? nullptr : outside->open(device, direction, name, proc, refCon);
+  return outside == nullptr ? nullptr : outside->open(device, request);
 }
 
 void AudioDeviceTable::requestBufferFrames(AudioObjectID device, std::uint32_t frames) {

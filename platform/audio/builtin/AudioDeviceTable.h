@@ -18,7 +18,7 @@ namespace velor::audio {
 struct AudioDeviceChange {
   bool presence = false;    ///< went, or came back
   bool sampleRate = false;  ///< the nominal rate
-  bool channels = false;    ///< how many, in either direction
+  bool channels = false;    ///< of either direction
 };
 
 /// The devices of all back ends with their streams, properties and listeners. The
@@ -64,9 +64,7 @@ class AudioDeviceTable final : private AudioInside {
                                       AudioObjectPropertyScope scope);
 
   // The back end's, and without the table's lock.
-  std::unique_ptr<AudioDeviceStream> open(AudioObjectID device, AudioDirection direction,
-                                          const std::string& name, AudioCycleProc proc,
-                                          void* refCon);
+  std::unique_ptr<AudioDeviceStream> open(AudioObjectID device, const AudioStreamRequest& request);
   void requestBufferFrames(AudioObjectID device, std::uint32_t frames);
 
   /// Of the first back end that carries something of the outside.

@@ -41,10 +41,9 @@ VirtualAudioDevice* BuiltinAudio::find(AudioObjectID device) const noexcept {
 }
 
 std::unique_ptr<AudioDeviceStream> BuiltinAudio::open(AudioObjectID device,
-                                                      AudioDirection direction, const std::string&,
-                                                      AudioCycleProc proc, void* refCon) {
+                                                      const AudioStreamRequest& request) {
   VirtualAudioDevice* found = find(device);
-  return found == nullptr ? nullptr : found->open(direction, proc, refCon);
+  return found == nullptr ? nullptr : found->open(request);
 }
 
 OSStatus BuiltinAudio::translateTime(AudioObjectID device, const AudioTimeStamp& in,

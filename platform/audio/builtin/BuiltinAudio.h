@@ -24,9 +24,8 @@ class BuiltinAudio final : public AudioOutside {
 
   void start(AudioInside& inside) override;
   void stop() override;
-  std::unique_ptr<AudioDeviceStream> open(AudioObjectID device, AudioDirection direction,
-                                          const std::string& name, AudioCycleProc proc,
-                                          void* refCon) override;
+  std::unique_ptr<AudioDeviceStream> open(AudioObjectID device,
+                                          const AudioStreamRequest& request) override;
   OSStatus translateTime(AudioObjectID device, const AudioTimeStamp& in,
                          AudioTimeStamp& out) noexcept override;
   void requestBufferFrames(AudioObjectID device, std::uint32_t frames) override;

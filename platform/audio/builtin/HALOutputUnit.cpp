@@ -138,8 +138,7 @@ OSStatus HALOutputUnit::setProperty(const UnitPropertyAddress& address, const vo
     case kAudioOutputUnitProperty_CurrentDevice:
       return number ? setDevice(*number) : kAudioUnitErr_InvalidPropertyValue;
     case kAudioOutputUnitProperty_ChannelMap:
-      return address.scope == kAudioUnitScope_Output ? setChannelMap(data, size)
-                                                     : kAudioUnitErr_InvalidScope;
+      return setChannelMap(address, data, size);
     case kAudioOutputUnitProperty_EnableIO:
       return number ? setEnabled(address, *number != 0) : kAudioUnitErr_InvalidPropertyValue;
     case kAudioOutputUnitProperty_StartTimestampsAtZero:
@@ -191,8 +190,7 @@ OSStatus HALOutputUnit::getProperty(const UnitPropertyAddress& address,
       put(std::uint32_t{mRunning}, value);
       return 0;
     case kAudioOutputUnitProperty_ChannelMap:
-      return address.scope == kAudioUnitScope_Output ? getChannelMap(value)
-                                                     : kAudioUnitErr_InvalidScope;
+      return getChannelMap(address, value);
     case kAudioOutputUnitProperty_EnableIO:
       put(std::uint32_t{direction(address.element == kOutputElement ? AudioDirection::output
                                                                     : AudioDirection::input)
@@ -242,20 +240,47 @@ OSStatus HALOutputUnit::setEnabled(const UnitPropertyAddress& address, bool enab
 
 // --- the channel map ---
 
-OSStatus HALOutputUnit::setChannelMap(const void* data, std::uint32_t size) {
-  if (data == nullptr || size % sizeof(std::int32_t) != 0 || size > sizeof mMap) {
+std::optional<AudioDirection> HALOutputUnit::mappedDirection(
+    const UnitPropertyAddress& address) const {
+  if (address.scope == kAudioUnitScope_Output && address.element == kOutputElement) {
+    return AudioDirection::output;
+  }
+  if (address.scope == kAudioUnitScope_Input && address.element == kInputElement) {
+    return AudioDirection::input;
+  }
+  return std::nullopt;
+}
+
+OSStatus HALOutputUnit::setChannelMap(const UnitPropertyAddress& address, const void* data,
+                                      std::uint32_t size) {
+  const auto which = mappedDirection(address);
+  if (!which) {
+    return kAudioUnitErr_InvalidScope;
+  }
+  if (data == nullptr || size % sizeof(std::int32_t) != 0 ||
+      size > kMaxChannels * sizeof(std::int32_t)) {
     return kAudioUnitErr_InvalidPropertyValue;
   }
-  // What it does not name is silent.
-  mMap.fill(-1);
-  std::memcpy(mMap.data(), data, size);
-  mMapInForce.store(mMap);
+  Direction& side = direction(*which);
+  side.map.assign(size / sizeof(std::int32_t), -1);
+  std::memcpy(side.map.data(), data, size);
+  if (side.stream != nullptr) {
+    side.stream->setChannelMap(side.map);
+  }
   return 0;
 }
 
-OSStatus HALOutputUnit::getChannelMap(std::vector<std::byte>& value) {
-  const auto map = std::as_bytes(std::span(mMap).first(channelCount(description().output)));
-  value.assign(map.begin(), map.end());
+OSStatus HALOutputUnit::getChannelMap(const UnitPropertyAddress& address,
+                                      std::vector<std::byte>& value) {
+  const auto which = mappedDirection(address);
+  if (!which) {
+    return kAudioUnitErr_InvalidScope;
+  }
+  const Direction& side = direction(*which);
+  AudioChannelMap map = side.stream != nullptr ? side.stream->channelMap() : side.map;
+  map.resize(channelCount(description().side(*which)), -1);
+  const auto bytes = std::as_bytes(std::span(map));
+  value.assign(bytes.begin(), bytes.end());
   return 0;
 }
 
@@ -263,8 +288,10 @@ OSStatus HALOutputUnit::getChannelMap(std::vector<std::byte>& value) {
 
 void HALOutputUnit::takeOverDevice() {
   mSampleRate.store(description().sampleRate, std::memory_order_relaxed);
-  std::iota(mMap.begin(), mMap.end(), 0);
-  mMapInForce.store(mMap);
+  for (Direction& side : mDirections) {
+    side.map.resize(kMaxChannels);
+    std::iota(side.map.begin(), side.map.end(), 0);
+  }
 }
 
 OSStatus HALOutputUnit::setDevice(AudioObjectID device) {
@@ -287,12 +314,24 @@ void HALOutputUnit::deviceChanged() {
   }
 }
 
+std::uint32_t HALOutputUnit::programChannels(AudioDirection which) {
+  if (which == AudioDirection::output && mSource != nullptr) {
+    return mSource->outputFormat().mChannelsPerFrame;
+  }
+  const bool isOutput = which == AudioDirection::output;
+  return format({kAudioUnitProperty_StreamFormat,
+                 isOutput ? kAudioUnitScope_Input : kAudioUnitScope_Output,
+                 isOutput ? kOutputElement : kInputElement})
+      ->mChannelsPerFrame;
+}
+
 OSStatus HALOutputUnit::openStream(AudioDirection which) {
   Direction& side = direction(which);
   if (!side.enabled || side.stream != nullptr || channelCount(description().side(which)) == 0) {
     return 0;
   }
-  side.stream = mDevices.open(mDevice, which, mName, side.cycle, this);
+  side.stream =
+      mDevices.open(mDevice, {which, mName, programChannels(which), side.map, side.cycle, this});
   return side.stream != nullptr || !mDevices.isPresent(mDevice) ? 0
                                                                 : kAudioHardwareUnspecifiedError;
 }
@@ -307,7 +346,10 @@ OSStatus HALOutputUnit::openStreams() {
 
 void HALOutputUnit::closeStreams() {
   for (Direction& side : mDirections) {
-    side.stream.reset();
+    if (side.stream != nullptr) {
+      side.map = side.stream->channelMap();
+      side.stream.reset();
+    }
   }
   rt.outputCount = {};
   rt.inputCount = {};
@@ -323,15 +365,11 @@ OSStatus HALOutputUnit::start() {
   if (!mDevices.description(mDevice)) {
     return kAudioHardwareBadDeviceError;
   }
-  // As many as the source gives, or the program's format says.
-  const AudioStreamBasicDescription pulled =
-      mSource != nullptr
-          ? mSource->outputFormat()
-          : *format({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, kOutputElement});
   const std::uint32_t channels =
-      direction(AudioDirection::output).enabled ? pulled.mChannelsPerFrame : 0;
+      direction(AudioDirection::output).enabled ? programChannels(AudioDirection::output) : 0;
   rt.samples.assign(std::size_t{channels} * kMaxFramesPerSlice, 0.0F);
   rt.buffers.mNumberBuffers = channels;
+  rt.silence.assign(kMaxFramesPerSlice, 0.0F);
   mRunning = true;
   const OSStatus status = openStreams();
   if (status != 0) {
@@ -387,8 +425,6 @@ void HALOutputUnit::outputCycle(const host::RealtimeContext& realtime, void* ref
                                 const AudioTimeStamp& time, std::uint32_t frames,
                                 std::span<float* const> channels) noexcept {
   auto& self = *static_cast<HALOutputUnit*>(refCon);
-  const ChannelMap& map = self.mMapInForce.load();
-  const std::size_t mapped = std::min<std::size_t>(channels.size(), map.size());
   std::uint32_t piece = 0;
   for (std::uint32_t offset = 0; offset < frames; offset += piece) {
     piece = std::min(frames - offset, kMaxFramesPerSlice);
@@ -396,10 +432,10 @@ void HALOutputUnit::outputCycle(const host::RealtimeContext& realtime, void* ref
     if (!self.pullPiece(realtime, pieceTime, piece)) {
       continue;  // the channels hold silence already
     }
-    for (std::size_t i = 0; i < mapped; ++i) {
-      const auto from = static_cast<std::uint32_t>(map[i]);  // -1 is beyond all
-      if (from < self.rt.buffers.mNumberBuffers) {
-        std::copy_n(self.rt.buffers.mBuffers[from].mData, piece, channels[i] + offset);
+    const auto count = std::min<std::size_t>(channels.size(), self.rt.buffers.mNumberBuffers);
+    for (std::size_t i = 0; i < count; ++i) {
+      if (channels[i] != nullptr) {
+        std::copy_n(self.rt.buffers.mBuffers[i].mData, piece, channels[i] + offset);
       }
     }
   }
@@ -447,7 +483,12 @@ OSStatus HALOutputUnit::render(const host::RealtimeContext&, AudioUnitRenderActi
       std::fill_n(buffer.mData, frames, 0.0F);
       continue;
     }
-    float* arrived = rt.arrived[i] + rt.arrivedOffset;
+    float* arrived = rt.silence.data();
+    if (rt.arrived[i] != nullptr) {
+      arrived = rt.arrived[i] + rt.arrivedOffset;
+    } else {
+      std::fill_n(arrived, frames, 0.0F);  // who was lent it may have written there
+    }
     if (buffer.mData == nullptr) {
       buffer.mData = arrived;
       buffer.mDataByteSize = static_cast<std::uint32_t>(frames * sizeof(float));

@@ -46,11 +46,10 @@ class HALOutputUnit final : public RenderUnit {
   void deviceChanged();
 
  private:
-  // For each channel of the device, that of the signal, or -1.
-  using ChannelMap = std::array<std::int32_t, kMaxChannels>;
   struct Direction {
     AudioCycleProc cycle = nullptr;
     bool enabled = false;
+    AudioChannelMap map;  // while there is no stream, whose own counts else
     std::optional<AudioStreamBasicDescription> clientFormat;  // else the device's
     std::unique_ptr<AudioDeviceStream> stream;
   };
@@ -75,8 +74,10 @@ class HALOutputUnit final : public RenderUnit {
   OSStatus setFormat(const UnitPropertyAddress& address, const AudioStreamBasicDescription& format);
   OSStatus setDevice(AudioObjectID device);
   OSStatus setEnabled(const UnitPropertyAddress& address, bool enabled);
-  OSStatus setChannelMap(const void* data, std::uint32_t size);
-  OSStatus getChannelMap(std::vector<std::byte>& value);
+  OSStatus setChannelMap(const UnitPropertyAddress& address, const void* data, std::uint32_t size);
+  OSStatus getChannelMap(const UnitPropertyAddress& address, std::vector<std::byte>& value);
+  std::optional<AudioDirection> mappedDirection(const UnitPropertyAddress& address) const;
+  std::uint32_t programChannels(AudioDirection which);
   OSStatus getDeviceProperty(const UnitPropertyAddress& address, std::vector<std::byte>& value);
   void takeOverDevice();
   OSStatus openStream(AudioDirection direction);
@@ -91,14 +92,12 @@ class HALOutputUnit final : public RenderUnit {
   AudioObjectID mDevice = kAudioObjectUnknown;
   bool mRunning = false;
   std::string mName = "Velor";
-  ChannelMap mMap{};
   std::array<Direction, 2> mDirections;
   RenderUnit* mSource = nullptr;
 
   // What a change while running is picked up from.
   UnitInput mInputBus;
   host::LatestValue<AURenderCallbackStruct> mInputCallback;
-  host::LatestValue<ChannelMap> mMapInForce;
   std::atomic<double> mSampleRate{0};
   std::atomic<bool> mStartsAtZero{true};
 
@@ -108,6 +107,7 @@ class HALOutputUnit final : public RenderUnit {
     Count inputCount;
     AudioBufferList buffers;
     std::vector<float> samples;
+    std::vector<float> silence;  // of an input channel that nothing comes from
     // The piece that the input callback is told of; none outside of it.
     std::span<float* const> arrived;
     std::uint32_t arrivedOffset = 0;

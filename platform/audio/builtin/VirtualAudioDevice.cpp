@@ -2,12 +2,14 @@
 #include "platform/audio/builtin/VirtualAudioDevice.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <functional>
 #include <mutex>
 #include <utility>
 
+#include "platform/host/LatestValue.h"
 #include "platform/host/Realtime.h"
 
 namespace velor::audio {
@@ -28,16 +30,48 @@ std::uint32_t historyFrames(const VirtualAudioDevice::Parameters& parameters) {
 
 class VirtualAudioDevice::Stream final : public AudioDeviceStream {
  public:
-  Stream(VirtualAudioDevice& device, AudioDirection which, AudioCycleProc cycle, void* reference)
-      : direction(which), proc(cycle), refCon(reference), mDevice(device) {}
+  Stream(VirtualAudioDevice& device, const AudioStreamRequest& request)
+      : direction(request.direction),
+        mDevice(device),
+        mChannels(std::min(request.channels, kMaxChannels)),
+        mProc(request.proc),
+        mRefCon(request.refCon) {
+    setChannelMap(request.map);
+  }
   ~Stream() override { mDevice.close(*this); }
 
+  // The device's channels are always the same.
+  void setChannelMap(const AudioChannelMap& map) override {
+    mMap = map;
+    std::array<std::int32_t, kMaxChannels> places{};
+    places.fill(-1);
+    std::copy_n(map.begin(), std::min(map.size(), places.size()), places.begin());
+    mPlaces.store(places);
+  }
+  AudioChannelMap channelMap() const override { return mMap; }
+
+  void call(const host::RealtimeContext& realtime, const AudioTimeStamp& time, std::uint32_t frames,
+            std::span<float* const> device) noexcept {
+    const auto& places = mPlaces.load();
+    mProc(realtime, mRefCon, time, frames, rt.routing.program(device, places, mChannels));
+    if (direction == AudioDirection::output) {
+      rt.routing.spread(device, places, mChannels, frames);
+    }
+  }
+
   const AudioDirection direction;
-  const AudioCycleProc proc;
-  void* const refCon;
 
  private:
   VirtualAudioDevice& mDevice;
+  const std::uint32_t mChannels;
+  const AudioCycleProc mProc;
+  void* const mRefCon;
+  AudioChannelMap mMap;
+  host::LatestValue<std::array<std::int32_t, kMaxChannels>> mPlaces;
+  // The thread's own.
+  struct {
+    AudioRouting routing;
+  } rt;
 };
 
 VirtualAudioDevice::Buffers::Buffers(std::uint32_t channelCount, std::uint32_t frames)
@@ -163,8 +197,7 @@ void VirtualAudioDevice::plugInto(VirtualAudioDevice& to, std::unique_ptr<Cable>
 
 // --- streams ---
 
-std::unique_ptr<AudioDeviceStream> VirtualAudioDevice::open(AudioDirection direction,
-                                                            AudioCycleProc proc, void* refCon) {
+std::unique_ptr<AudioDeviceStream> VirtualAudioDevice::open(const AudioStreamRequest& request) {
   const std::lock_guard lock(mControl);
   const auto place =
       std::find_if(mStreams.begin(), mStreams.end(),
@@ -172,7 +205,7 @@ std::unique_ptr<AudioDeviceStream> VirtualAudioDevice::open(AudioDirection direc
   if (!mPresent.load() || place == mStreams.end()) {
     return nullptr;
   }
-  auto stream = std::make_unique<Stream>(*this, direction, proc, refCon);
+  auto stream = std::make_unique<Stream>(*this, request);
   place->store(stream.get());
   ++mOpenStreams;
   startThread();
@@ -256,8 +289,8 @@ void VirtualAudioDevice::cycle(std::int64_t position, std::uint32_t frames) noex
       continue;
     }
     gatherInput(position, came, frames);  // afresh for each: they may write into it
-    stream->proc(realtime, stream->refCon, {sample, came, kAudioTimeStampSampleHostTimeValid},
-                 frames, rt.input.channels);
+    stream->call(realtime, {sample, came, kAudioTimeStampSampleHostTimeValid}, frames,
+                 rt.input.channels);
   }
   playOutput(realtime, {sample, timeline.hostAt(sample), kAudioTimeStampSampleHostTimeValid},
              frames);
@@ -305,7 +338,7 @@ void VirtualAudioDevice::playOutput(const host::RealtimeContext& realtime,
     // The first plays into the mix itself, the others are added.
     Buffers& target = std::exchange(isFirst, false) ? rt.mix : rt.output;
     target.clear(frames);
-    stream->proc(realtime, stream->refCon, time, frames, target.channels);
+    stream->call(realtime, time, frames, target.channels);
     if (&target == &rt.mix) {
       continue;
     }

@@ -76,8 +76,7 @@ class VirtualAudioDevice {
   AudioObjectID id() const noexcept { return mId.load(std::memory_order_acquire); }
 
   // As the back end's operations of the same kind.
-  std::unique_ptr<AudioDeviceStream> open(AudioDirection direction, AudioCycleProc proc,
-                                          void* refCon);
+  std::unique_ptr<AudioDeviceStream> open(const AudioStreamRequest& request);
   OSStatus translateTime(const AudioTimeStamp& in, AudioTimeStamp& out) const noexcept;
 
   // What may become of it, on any thread but a real-time one.

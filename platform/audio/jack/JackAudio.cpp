@@ -12,15 +12,9 @@ namespace {
 // Between a stop and the start that follows it at once, on a busy machine.
 constexpr std::uint64_t kRest = 250'000'000;  // ns
 
-bool isSame(const AudioDeviceDescription::Side& a, const AudioDeviceDescription::Side& b) {
-  return a.streams.empty() == b.streams.empty() &&
-         (a.streams.empty() || a.streams[0].channels == b.streams[0].channels) &&
-         a.latency == b.latency && a.isDefault == b.isDefault;
-}
-
 bool isSame(const AudioDeviceDescription& a, const AudioDeviceDescription& b) {
-  return a.sampleRate == b.sampleRate && a.bufferFrames == b.bufferFrames &&
-         isSame(a.input, b.input) && isSame(a.output, b.output);
+  return a.sampleRate == b.sampleRate && a.bufferFrames == b.bufferFrames && a.input == b.input &&
+         a.output == b.output;
 }
 
 }  // namespace
@@ -38,6 +32,12 @@ class JackAudio::Handle final : public AudioDeviceStream {
         audio->remove(stream);
       }
     });
+  }
+  void setChannelMap(const AudioChannelMap& map) override {
+    mAudio.mQueue.sync([&] { mAudio.setChannelMap(*mStream, map); });
+  }
+  AudioChannelMap channelMap() const override {
+    return mAudio.mQueue.sync([this] { return mStream->channelMap(); });
   }
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
@@ -72,21 +72,21 @@ void JackAudio::stop() {
   mInside = nullptr;
 }
 
-std::unique_ptr<AudioDeviceStream> JackAudio::open(AudioObjectID device, AudioDirection direction,
-                                                   const std::string& name, AudioCycleProc proc,
-                                                   void* refCon) {
+std::unique_ptr<AudioDeviceStream> JackAudio::open(AudioObjectID device,
+                                                   const AudioStreamRequest& request) {
   const auto stream = mQueue.sync([&]() -> std::shared_ptr<JackStream> {
     const auto it = std::find_if(mDevices.begin(), mDevices.end(),
                                  [device](const auto& entry) { return entry.second.id == device; });
-    if (it == mDevices.end() || it->second.ports(direction).empty()) {
+    if (it == mDevices.end() || it->second.ports(request.direction).empty()) {
       return nullptr;
     }
-    if (auto rested = takeOverRested(it->first, it->second, direction, name)) {
-      rested->setProc(proc, refCon);
+    if (auto rested = takeOverRested(it->second, request)) {
+      rested->setProc(request);
+      setChannelMap(*rested, request.map);
       rested->setSounding(true);
       return rested;
     }
-    auto made = std::make_shared<JackStream>(it->first, direction, name, proc, refCon);
+    auto made = std::make_shared<JackStream>(it->first, request);
     if (!putInService(*made, it->second)) {
       return nullptr;
     }
@@ -143,8 +143,7 @@ void JackAudio::addPort(Devices& devices, const std::string& fullName, jack_port
   ports.push_back(fullName);
 
   auto& side = isInput ? device.description.input : device.description.output;
-  side.streams.resize(1);
-  side.streams[0].channels = static_cast<std::uint32_t>(ports.size());
+  side.streams.push_back({fullName.substr(colon + 1), 1});
   side.isDefault = side.isDefault || isPhysical;
   jack_latency_range_t range{};
   library.jack_port_get_latency_range(port, isInput ? JackCaptureLatency : JackPlaybackLatency,
@@ -219,7 +218,7 @@ void JackAudio::rescan(const std::set<std::string>& renewed) {
       continue;
     }
     stream->setLatency(device.description.side(stream->direction()).latency);
-    for (const auto& port : stream->ports()) {
+    for (jack::JackPort* port : stream->ports()) {
       // One that is registered anew has lost its connections.
       if (renewed.contains(port->peer)) {
         mJack->connectPeer(*port);
@@ -230,37 +229,51 @@ void JackAudio::rescan(const std::set<std::string>& renewed) {
 
 // --- streams, on mQueue ---
 
+// Follows the device's ports when it is in service already: what stays is not touched.
 bool JackAudio::putInService(JackStream& stream, const Device& device) {
-  // After a server's death the ports are the same, and so have the connections that
-  // they had; for another set of ports of the device they begin anew.
-  if (stream.inService || !stream.isConnectedTo(device.ports(stream.direction()))) {
-    close(stream);
-    stream.setPeers(device.ports(stream.direction()));
-  }
+  stream.setDevicePorts(device.ports(stream.direction()));
+  const JackStream::Ports ports = stream.ports();
   int order = 0;
-  for (const auto& port : stream.ports()) {
+  for (jack::JackPort* port : ports) {
     mJack->registerPort(*port, order++);
   }
-  const auto place = std::find_if(mActive.begin(), mActive.end(), [](const auto& entry) {
-    return entry.load(std::memory_order_relaxed) == nullptr;
+  const bool isWhole = std::all_of(
+      ports.begin(), ports.end(), [](const jack::JackPort* port) { return port->port != nullptr; });
+  const auto place = std::find_if(mActive.begin(), mActive.end(), [&](const auto& entry) {
+    return entry.load(std::memory_order_relaxed) == (stream.inService ? &stream : nullptr);
   });
-  const bool isWhole = std::all_of(stream.ports().begin(), stream.ports().end(),
-                                   [](const auto& port) { return port->port != nullptr; });
   if (place == mActive.end() || !isWhole) {
     VELOR_LOG_ERROR("no room for the audio ports to %s", device.description.name.c_str());
     close(stream);
     return false;
   }
   stream.setLatency(device.description.side(stream.direction()).latency);
-  stream.prepare();
-  stream.inService = true;
+  stream.publish();
   place->store(&stream);
-  for (const auto& port : stream.ports()) {
+  for (jack::JackPort* port : ports) {
     mJack->connectPeer(*port);
   }
-  mJack->awaitCycles(2);  // so that all channels begin at once
+  mJack->awaitCycles(2);  // so that all channels begin at once, and none is used that goes
+  stream.inService = true;
   stream.setSounding(true);
+  for (jack::JackPort* port : stream.allPorts()) {
+    if (std::find(ports.begin(), ports.end(), port) == ports.end()) {
+      mJack->unregisterPort(*port);
+    }
+  }
   return true;
+}
+
+void JackAudio::setChannelMap(JackStream& stream, const AudioChannelMap& map) {
+  for (jack::JackPort* port : stream.setChannelMap(map)) {
+    mJack->disconnectPeer(*port);
+  }
+  stream.publish();
+  if (stream.inService) {
+    for (jack::JackPort* port : stream.ports()) {
+      mJack->connectPeer(*port);
+    }
+  }
 }
 
 // Its ports stay where they are, silent. No call comes any more when this returns.
@@ -270,23 +283,23 @@ void JackAudio::rest(JackStream& stream) {
   mJack->awaitCycles(0);
 }
 
-std::shared_ptr<JackStream> JackAudio::takeOverRested(const std::string& uid, const Device& device,
-                                                      AudioDirection direction,
-                                                      const std::string& name) {
+std::shared_ptr<JackStream> JackAudio::takeOverRested(const Device& device,
+                                                      const AudioStreamRequest& request) {
   const auto found = std::find_if(mStreams.begin(), mStreams.end(), [&](const auto& stream) {
-    return !stream->isHeld && stream->direction() == direction && stream->name() == name;
+    return !stream->isHeld && stream->direction() == request.direction &&
+           stream->name() == request.name;
   });
   if (found == mStreams.end()) {
     return nullptr;
   }
   const auto stream = *found;
-  if (stream->uid() != uid || !stream->inService ||
-      !stream->isConnectedTo(device.ports(direction))) {
+  if (stream->uid() != device.description.uid || !stream->inService ||
+      !stream->isConnectedTo(device.ports(request.direction))) {
     remove(stream);  // so that another one's ports can have its names
     return nullptr;
   }
   stream->isHeld = true;
-  stream->setLatency(device.description.side(direction).latency);
+  stream->setLatency(device.description.side(request.direction).latency);
   return stream;
 }
 
@@ -307,7 +320,7 @@ void JackAudio::takeOutOfService(JackStream& stream) {
 
 void JackAudio::close(JackStream& stream) {
   takeOutOfService(stream);
-  for (const auto& port : stream.ports()) {
+  for (jack::JackPort* port : stream.allPorts()) {
     mJack->unregisterPort(*port);
   }
 }

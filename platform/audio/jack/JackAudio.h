@@ -18,8 +18,9 @@
 namespace velor::audio {
 
 /// The audio of a JACK server, or of PipeWire in its place. A device is what a
-/// client has of audio ports, its name and UID are the client's; we are none. A
-/// stream is one port of ours for each of the device's, connected to it.
+/// client has of audio ports, its name and UID are the client's; we are none. Each port is
+/// a stream of the device, by the port's name. What is opened is one port of ours for each
+/// of the device's; those that the channel map names are connected.
 ///
 /// A stream that ends keeps its ports for a moment, silent, and who opens the same one
 /// takes them over: players that stop and start again lose no cycle by it, and other
@@ -36,9 +37,8 @@ class JackAudio final : public AudioOutside, private jack::JackParticipant {
 
   void start(AudioInside& inside) override;
   void stop() override;
-  std::unique_ptr<AudioDeviceStream> open(AudioObjectID device, AudioDirection direction,
-                                          const std::string& name, AudioCycleProc proc,
-                                          void* refCon) override;
+  std::unique_ptr<AudioDeviceStream> open(AudioObjectID device,
+                                          const AudioStreamRequest& request) override;
   OSStatus translateTime(AudioObjectID device, const AudioTimeStamp& in,
                          AudioTimeStamp& out) noexcept override;
   /// Nothing is granted: all clients of a server share its period, and whoever set it up
@@ -74,8 +74,9 @@ class JackAudio final : public AudioOutside, private jack::JackParticipant {
   void addPort(Devices& devices, const std::string& fullName, jack_port_t* port) const;
   void announce(Devices found);
   void setPresent(AudioObjectID device, bool present);
-  std::shared_ptr<JackStream> takeOverRested(const std::string& uid, const Device& device,
-                                             AudioDirection direction, const std::string& name);
+  std::shared_ptr<JackStream> takeOverRested(const Device& device,
+                                             const AudioStreamRequest& request);
+  void setChannelMap(JackStream& stream, const AudioChannelMap& map);
   bool putInService(JackStream& stream, const Device& device);
   void rest(JackStream& stream);
   void takeOutOfService(JackStream& stream);

@@ -4,40 +4,50 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
-#include <span>
 #include <string>
 #include <vector>
 
 #include "platform/audio/AudioOutside.h"
+#include "platform/host/LatestValue.h"
 #include "platform/jack/JackLibrary.h"
 #include "platform/jack/JackPort.h"
 #include "platform/jack/JackTimeBase.h"
 
 namespace velor::audio {
 
-/// One direction of a device, as long as somebody holds it and a little longer: our
-/// ports, and who is called with their buffers.
+/// One direction of a device, as long as somebody holds it and a little longer: a port of
+/// ours for each of the device's, and who is called with their buffers. The ports that the
+/// map gives a channel of the program have the device's as their peer.
 class JackStream {
  public:
-  JackStream(std::string uid, AudioDirection direction, std::string name, AudioCycleProc proc,
-             void* refCon);
+  using Ports = std::vector<jack::JackPort*>;
+
+  JackStream(std::string uid, AudioStreamRequest request);
 
   // --- on the client's queue ---
 
   const std::string& uid() const noexcept { return mUid; }
-  const std::string& name() const noexcept { return mName; }
-  AudioDirection direction() const noexcept { return mDirection; }
-  std::span<const std::unique_ptr<jack::JackPort>> ports() const noexcept {
-    return {mPorts.data(), mUsed};
-  }
-  bool isConnectedTo(const std::vector<std::string>& peers) const;
+  const std::string& name() const noexcept { return mRequest.name; }
+  AudioDirection direction() const noexcept { return mRequest.direction; }
+  bool isConnectedTo(const std::vector<std::string>& devicePorts) const;
 
-  /// One port for each. Those before are not registered any more; they are taken
-  /// again, as they know what was connected to them.
-  void setPeers(const std::vector<std::string>& peers);
-  /// Takes over the ports as they are registered. Out of service only.
-  void prepare() noexcept;
+  /// In the order of the device's.
+  Ports ports() const;
+  /// All that were made, those that no port of the device needs now included.
+  Ports allPorts() const;
+
+  /// Follows the ports that the device has now, by their full names: what stays keeps its
+  /// port. Registered ports that are not in `ports` afterwards are left over.
+  void setDevicePorts(const std::vector<std::string>& devicePorts);
+  /// Hands `ports` as they are registered to the process callback.
+  void publish() noexcept;
+
+  /// As AudioDeviceStream. Gives the ports that have lost their channel, peer included.
+  Ports setChannelMap(const AudioChannelMap& map);
+  AudioChannelMap channelMap() const;
+
   /// Frames between the connector and the program; while in service, too.
   void setLatency(std::uint32_t frames) noexcept { mLatency.store(frames); }
 
@@ -45,10 +55,7 @@ class JackStream {
   void setSounding(bool sounding) noexcept { mSounding.store(sounding); }
 
   /// Calls somebody else from now on. Not while it sounds.
-  void setProc(AudioCycleProc proc, void* refCon) noexcept {
-    mProc = proc;
-    mRefCon = refCon;
-  }
+  void setProc(const AudioStreamRequest& request) noexcept;
 
   bool inService = false;
   bool isHeld = true;
@@ -59,21 +66,40 @@ class JackStream {
                const jack::JackCycle& cycle) noexcept;
 
  private:
+  // A port of ours, for one of the device's.
+  struct Channel {
+    jack::JackPort port;
+    std::string devicePort;
+    std::int32_t program = -1;  // channel of the program
+
+    bool isMapped(std::uint32_t channels) const noexcept {
+      return static_cast<std::uint32_t>(program) < channels;
+    }
+  };
+  struct Routes {
+    std::uint32_t count = 0;
+    std::uint32_t channels = 0;  // of the program
+    std::array<jack_port_t*, kMaxChannels> ports{};
+    std::array<std::int32_t, kMaxChannels> map{};
+  };
+
+  Channel& spareChannel(const std::vector<Channel*>& taken);
+  void assign(Channel& channel, std::size_t place);
+
   const std::string mUid;
-  const AudioDirection mDirection;
-  const std::string mName;
-  AudioCycleProc mProc;
-  void* mRefCon;
-  std::vector<std::unique_ptr<jack::JackPort>> mPorts;  // the first mUsed, and spare ones
-  std::size_t mUsed = 0;
+  AudioStreamRequest mRequest;
+  std::vector<std::unique_ptr<Channel>> mMade;
+  std::vector<Channel*> mChannels;             // in the order of the device's
+  std::map<std::string, std::int32_t> mKnown;  // by the device's ports, also those that went
+  std::size_t mUnclaimed = 0;  // from this place on the map counts channels that never were
   std::atomic<std::uint32_t> mLatency{0};
   std::atomic<bool> mSounding{false};
+  host::LatestValue<Routes> mRoutes;
 
   // The process callback's own while in service.
   struct {
-    std::array<jack_port_t*, kMaxChannels> ports{};
     std::array<float*, kMaxChannels> buffers{};
-    std::uint32_t count = 0;
+    AudioRouting routing;
   } rt;
 };
 

@@ -72,16 +72,24 @@ class Announced final : public AudioInside {
 };
 
 std::uint32_t channelsOf(const AudioDeviceDescription::Side& side) {
-  return side.streams.empty() ? 0 : side.streams[0].channels;
+  return static_cast<std::uint32_t>(side.streams.size());
+}
+
+// As many channels as any device here has, each to the one of the same place.
+AudioStreamRequest request(AudioDirection direction, const std::string& name, AudioCycleProc proc,
+                           void* refCon) {
+  return {direction, name, 4, {0, 1, 2, 3}, proc, refCon};
 }
 
 // Plays 1 on every channel.
 struct Player {
   std::atomic<std::uint64_t> cycles{0};
-  static void play(const host::RealtimeContext&, void* self, const AudioTimeStamp&, std::uint32_t,
-                   std::span<float* const> channels) noexcept {
+  static void play(const host::RealtimeContext&, void* self, const AudioTimeStamp&,
+                   std::uint32_t frames, std::span<float* const> channels) noexcept {
     for (float* const channel : channels) {
-      *channel = 1;
+      if (channel != nullptr) {
+        std::fill_n(channel, frames, 1.0F);
+      }
     }
     ++static_cast<Player*>(self)->cycles;
   }
@@ -100,7 +108,7 @@ struct Listener {
                    std::uint32_t, std::span<float* const> channels) noexcept {
     auto& listener = *static_cast<Listener*>(self);
     listener.hears = std::all_of(channels.begin(), channels.end(),
-                                 [](const float* channel) { return *channel != 0; });
+                                 [](auto* channel) { return channel == nullptr || *channel != 0; });
     listener.time.store(time);
     ++listener.count;
   }
@@ -128,9 +136,9 @@ class JackAudioOnServer : public testing::Test {
   void openStreams() {
     const AudioObjectID device = mInside.find("Cable").value().id;
     mStreams.push_back(
-        mAudio.open(device, AudioDirection::output, "Generator", &Player::play, &mPlayer));
+        mAudio.open(device, request(AudioDirection::output, "Generator", &Player::play, &mPlayer)));
     mStreams.push_back(
-        mAudio.open(device, AudioDirection::input, "Reader", &Listener::hear, &mListener));
+        mAudio.open(device, request(AudioDirection::input, "Reader", &Listener::hear, &mListener)));
     ASSERT_TRUE(mStreams[0] != nullptr && mStreams[1] != nullptr);
   }
   // Both streams from now on, and with each other.
@@ -191,7 +199,7 @@ TYPED_TEST(JackAudioOnServer, DevicesAreTheClientsWithAudioAsTheySayOfThemselves
   EXPECT_TRUE(test::waitFor(3, [&cable] { return cable->ports("Velor:.*").empty(); }));
   cable.reset();
   ASSERT_TRUE(test::waitFor(5, [this] { return !this->mInside.find("Cable"); }));
-  EXPECT_EQ(this->mAudio.open(device.id, AudioDirection::output, "late", &Player::play, nullptr),
+  EXPECT_EQ(this->mAudio.open(device.id, request(AudioDirection::output, "late", nullptr, nullptr)),
             nullptr);
   AudioTimeStamp out;
   EXPECT_EQ(this->mAudio.translateTime(device.id, {0, 1, kAudioTimeStampHostTimeValid}, out),
@@ -305,15 +313,81 @@ TYPED_TEST(JackAudioOnServer, AStreamThatIsOpenedAgainAtOnceKeepsItsPorts) {
   }
   // On another device it is another stream, by the same names.
   this->mStreams.clear();
-  this->mStreams.push_back(this->mAudio.open(this->mInside.find("Other")->id,
-                                             AudioDirection::output, "Generator", &Player::play,
-                                             &this->mPlayer));
+  this->mStreams.push_back(this->mAudio.open(
+      this->mInside.find("Other")->id,
+      request(AudioDirection::output, "Generator", &Player::play, &this->mPlayer)));
   EXPECT_TRUE(test::waitFor(5, [&watch] {
     return watch.isConnected("Velor:Generator out_1", "Other:in_1") &&
            watch.isConnected("Velor:Generator out_2", "Other:in_2") &&
            watch.ports("Velor:.*").size() == 2;
   }));
   EXPECT_FALSE(watch.isConnected("Velor:Generator out_2", "Cable:in_2"));
+}
+
+// The server's graph and jackd's own clients are busy when ports come and go.
+TYPED_TEST(JackAudioOnServer, WhatAClientGainsAndLosesDoesNotTouchTheChannelThatIsUsed) {
+  // A track that comes before the one with LTC, so that its loss moves that one up.
+  test::JackPeer desk("Desk");
+  desk.renew("track 1", JACK_DEFAULT_AUDIO_TYPE);
+  desk.recordAudio("LTC in", 20);
+  desk.activate();
+  this->mAudio.start(this->mInside);
+  ASSERT_TRUE(test::waitFor(5, [this] {
+    const auto found = this->mInside.find("Desk");
+    return found && found->description.output.streams ==
+                        std::vector<AudioDeviceDescription::Stream>{{"track 1", 1}, {"LTC in", 1}};
+  }));
+  const AudioObjectID device = this->mInside.find("Desk")->id;
+  auto wanted = request(AudioDirection::output, "Generator", &Player::play, &this->mPlayer);
+  wanted.channels = 1;
+  wanted.map = {-1, 0};
+  auto& stream = *this->mStreams.emplace_back(this->mAudio.open(device, wanted));
+  using Tracks = std::vector<std::string>;
+  const auto connected = [&desk] {
+    Tracks found;
+    for (const std::string& ours : desk.ports("Velor:.*", JACK_DEFAULT_AUDIO_TYPE)) {
+      for (const char* theirs : {"LTC in", "track 1", "track 2", "track 3"}) {
+        if (desk.isConnected(ours, desk.fullName(theirs))) {
+          found.emplace_back(theirs);
+        }
+      }
+    }
+    return found;
+  };
+  const auto awaitMap = [&](const AudioChannelMap& map, const Tracks& tracks) {
+    EXPECT_TRUE(
+        test::waitFor(5, [&] { return stream.channelMap() == map && connected() == tracks; }));
+  };
+  awaitMap({-1, 0}, {"LTC in"});
+  ASSERT_TRUE(test::waitFor(5, [&] {
+    const auto heard = desk.recordedAudio();
+    return !heard.empty() && heard.back() != 0;
+  }));
+  const std::size_t begin = desk.recordedAudio().size();
+
+  desk.renew("track 2", JACK_DEFAULT_AUDIO_TYPE);
+  awaitMap({-1, 0, -1}, {"LTC in"});
+  desk.remove("track 1");
+  awaitMap({0, -1}, {"LTC in"});
+  desk.renew("track 3", JACK_DEFAULT_AUDIO_TYPE);
+  ASSERT_TRUE(test::waitFor(5, [&] { return stream.channelMap().size() == 3; }));
+  desk.remove("track 2");
+  ASSERT_TRUE(test::waitFor(5, [&] { return stream.channelMap().size() == 2; }));
+  EXPECT_TRUE(this->mPlayer.awaitCycles());
+  const auto heard = desk.recordedAudio();
+  EXPECT_EQ(std::count(heard.begin() + static_cast<std::ptrdiff_t>(begin), heard.end(), 0.0F), 0);
+
+  // The user moves it; what is not used is let go of.
+  const auto names = this->mInside.find("Desk")->description.output.streams;
+  const bool isFirst = names[0].name == "track 3";
+  stream.setChannelMap(isFirst ? AudioChannelMap{0, -1} : AudioChannelMap{-1, 0});
+  awaitMap(isFirst ? AudioChannelMap{0, -1} : AudioChannelMap{-1, 0}, {"track 3"});
+  // A channel that goes is remembered.
+  desk.remove("track 3");
+  awaitMap({-1}, {});
+  desk.renew("track 3", JACK_DEFAULT_AUDIO_TYPE);
+  ASSERT_TRUE(test::waitFor(5, [&] { return stream.channelMap().size() == 2; }));
+  EXPECT_TRUE(test::waitFor(5, [&] { return connected() == Tracks{"track 3"}; }));
 }
 
 // Its callback may not come any more once the stream has gone.
@@ -335,9 +409,9 @@ TYPED_TEST(JackAudioOnServer, AStreamThatEndedIsNotCalledWhateverElseRuns) {
   Guarded passing;
   for (int round = 0; round < 40; ++round) {
     passing.open = true;
+    const auto direction = round % 2 == 0 ? AudioDirection::output : AudioDirection::input;
     auto stream =
-        this->mAudio.open(device, round % 2 == 0 ? AudioDirection::output : AudioDirection::input,
-                          "passing", &Guarded::cycle, &passing);
+        this->mAudio.open(device, request(direction, "passing", &Guarded::cycle, &passing));
     ASSERT_NE(stream, nullptr);
     const int calls = passing.calls;
     ASSERT_TRUE(test::waitFor(3, [&] { return passing.calls > calls; }));
@@ -366,8 +440,8 @@ TEST(JackAudioBesideMIDI, OneClientCarriesBothAndEitherMayEndFirst) {
     midi->MIDISourceCreate(midiClient, "LTC Reader 1", &source);
     audio->start(inside);
     ASSERT_TRUE(inside.await("Cable"));
-    auto stream = audio->open(inside.find("Cable")->id, AudioDirection::output, "Generator",
-                              &Player::play, &player);
+    auto stream = audio->open(inside.find("Cable")->id,
+                              request(AudioDirection::output, "Generator", &Player::play, &player));
     const auto portsAre = [&cable](const std::vector<std::string>& midiPorts,
                                    std::size_t audioPorts) {
       return test::waitFor(5, [&] {
@@ -420,7 +494,8 @@ TEST(JackAudioChanges, TheRateAndPeriodOfALivePipeWireAreToldWhileItPlays) {
   ASSERT_TRUE(inside.await("velor-null"));
   const AudioObjectID device = inside.find("velor-null")->id;
   Player player;
-  const auto stream = audio.open(device, AudioDirection::output, "player", &Player::play, &player);
+  const auto stream =
+      audio.open(device, request(AudioDirection::output, "player", &Player::play, &player));
   ASSERT_NE(stream, nullptr);
   for (const auto& [rate, period] : {std::pair(44100, 256U), std::pair(96000, 2048U)}) {
     server.force(rate, static_cast<int>(period));

@@ -51,7 +51,9 @@ class Stream {
   };
 
   Stream(VirtualAudioDevice& device, AudioDirection direction, float (*play)(double) = nullptr)
-      : samples(1 << 20), mPlay(play), mStream(device.open(direction, &Stream::cycle, this)) {
+      : samples(1 << 20),
+        mPlay(play),
+        mStream(device.open({direction, "", 2, {0, 1}, &Stream::cycle, this})) {
     cycles.reserve(1 << 20);
     EXPECT_NE(mStream, nullptr);
   }
@@ -173,7 +175,7 @@ TEST_F(VirtualAudioDeviceTest, TheCountGoesOnThroughAChangeOfRateAndThroughAbsen
   const std::size_t cycles = player.cycles.size();
   EXPECT_EQ(inside.vanished, 1);
   EXPECT_EQ(loop.translateTime(stamp, stamp), kAudioHardwareBadDeviceError);
-  EXPECT_EQ(loop.open(AudioDirection::output, nullptr, nullptr), nullptr);
+  EXPECT_EQ(loop.open({}), nullptr);
   mHost.advance(kSecond);
   EXPECT_EQ(player.cycles.size(), cycles);
   loop.appear();

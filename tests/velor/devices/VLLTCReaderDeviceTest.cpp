@@ -196,8 +196,8 @@ TEST_F(VLLTCReaderDeviceTest, AFrameAfterABrokenOneIsNotSentAtHostTimeZero) {
   for (const std::uint32_t period : {4096U, 8192U}) {
     mLoopback->setPeriod(period);
     SignalPlayer player{signal.samples};
-    const auto stream =
-        mLoopback->open(audio::AudioDirection::output, &SignalPlayer::play, &player);
+    const auto stream = mLoopback->open(
+        {audio::AudioDirection::output, "", 2, {0, 1}, &SignalPlayer::play, &player});
     mHost.advance(20 * kSecond);
     const auto blocks = takeBlocks(*reader);
     EXPECT_GT(blocks.size(), 60U);
