@@ -48,15 +48,29 @@ std::uint32_t KAHALAudioDevice::numChannelsInScope(audio::AudioObjectPropertySco
 
 std::vector<std::string> KAHALAudioDevice::channelNamesInScope(
     audio::AudioObjectPropertyScope scope) const {
-  constexpr const char* kMethod = "-[KAHALAudioDevice channelNamesInScope:]";
+  return channelNames("-[KAHALAudioDevice channelNamesInScope:]", scope, true);
+}
+
+std::vector<std::string> KAHALAudioDevice::portNamesInScope(
+    audio::AudioObjectPropertyScope scope) const {
+  return channelNames("-[KAHALAudioDevice portNamesInScope:]", scope, false);
+}
+
+std::vector<std::string> KAHALAudioDevice::channelNames(const char* method,
+                                                        audio::AudioObjectPropertyScope scope,
+                                                        bool numbersSingleChannels) const {
   const auto streams =
-      property<std::vector<std::uint32_t>>(kMethod, audio::kAudioDevicePropertyStreams, scope);
+      property<std::vector<std::uint32_t>>(method, audio::kAudioDevicePropertyStreams, scope);
   const auto channels = property<std::vector<std::uint32_t>>(
-      kMethod, audio::kAudioDevicePropertyStreamConfiguration, scope);
+      method, audio::kAudioDevicePropertyStreamConfiguration, scope);
   std::vector<std::string> names;
   // They are asked for one after the other, and the device may change between.
   for (std::size_t i = 0; i < streams.size() && i < channels.size(); ++i) {
-    auto stream = nameOf(kMethod, streams[i]);
+    auto stream = nameOf(method, streams[i]);
+    if (stream && channels[i] == 1 && !numbersSingleChannels) {
+      names.push_back(std::move(*stream));
+      continue;
+    }
     const std::string base = stream ? std::move(*stream) : name().value_or("");
     for (std::uint32_t channel = 1; channel <= channels[i]; ++channel) {
       names.push_back(base + " " + std::to_string(channel));

@@ -34,6 +34,12 @@ class KAHALAudioDevice final : public KAHALAudioObject {
   /// One for each channel, in the order of the channels: the name of its stream,
   /// or else of the device, and its number in the stream, from 1.
   std::vector<std::string> channelNamesInScope(audio::AudioObjectPropertyScope scope) const;
+  /// The same, but a stream of one channel gives its bare name: what a server calls its port.
+  std::vector<std::string> portNamesInScope(audio::AudioObjectPropertyScope scope) const;
+
+ private:
+  std::vector<std::string> channelNames(const char* method, audio::AudioObjectPropertyScope scope,
+                                        bool numbersSingleChannels) const;
 };
 
 }  // namespace velor

@@ -2,6 +2,7 @@
 #include "Velor/app/VLAudioDevices.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <utility>
 #include <vector>
@@ -50,46 +51,63 @@ Device deviceNamed(const std::string& name, audio::AudioObjectPropertyScope scop
   return nullptr;
 }
 
-void appendChannels(const char* direction, const std::vector<std::string>& names,
-                    std::string& text) {
-  if (names.empty()) {
-    return;
-  }
-  text.append("    ").append(direction);
-  for (std::size_t i = 0; i < names.size(); ++i) {
+// " 1 'LTC in', 2 'audio_in 1'"
+std::string channelList(const std::vector<std::string>& ports) {
+  std::string text;
+  for (std::size_t i = 0; i < ports.size(); ++i) {
     text.append(i == 0 ? " " : ", ").append(std::to_string(i + 1)).append(" ");
-    text.append("'").append(VLPrintable(names[i])).append("'");
+    text.append("'").append(VLPrintable(ports[i])).append("'");
   }
-  text += "\n";
+  return text;
+}
+
+void appendChannels(const char* direction, const std::vector<std::string>& ports,
+                    std::string& text) {
+  if (!ports.empty()) {
+    text.append("    ").append(direction).append(channelList(ports)).append("\n");
+  }
+}
+
+// Its number, from 1; 0 when there is none.
+std::uint32_t channelNamed(const std::string& text, const std::vector<std::string>& ports) {
+  std::uint32_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto result = std::from_chars(text.data(), end, number);
+  if (result.ec == std::errc() && result.ptr == end && number >= 1 && number <= ports.size()) {
+    return number;
+  }
+  const auto port = std::find(ports.begin(), ports.end(), text);
+  return port == ports.end() ? 0 : static_cast<std::uint32_t>(port - ports.begin()) + 1;
 }
 
 }  // namespace
 
 VLAudioChannel VLAudioChannelNamed(const std::string& text, audio::AudioObjectPropertyScope scope,
                                    const KAHALAudioSystem& system, std::string& error) {
-  // Names may hold colons, so that the last one counts.
-  const std::size_t colon = text.rfind(':');
-  const std::string number = colon != std::string::npos ? text.substr(colon + 1) : "";
-  if (colon == 0 || number.empty() || number.size() > 9 ||
-      number.find_first_not_of("0123456789") != std::string::npos) {
-    error = "'" + text + "' is no DEVICE:CHANNEL";
-    return {};
+  error = "'" + text + "' is not a DEVICE:CHANNEL";
+  std::string channelError;
+  // Both names may hold colons.
+  for (std::size_t colon = text.find(':', 1); colon < text.size() - 1;
+       colon = text.find(':', colon + 1)) {
+    auto device = deviceNamed(text.substr(0, colon), scope, system, error);
+    if (device == nullptr) {
+      continue;
+    }
+    const std::string channel = text.substr(colon + 1);
+    const std::vector<std::string> ports = device->portNamesInScope(scope);
+    const std::uint32_t number = channelNamed(channel, ports);
+    if (number != 0) {
+      const std::string name = nameOf(*device) + ":" + channel;
+      return {std::move(device), number, static_cast<std::uint32_t>(ports.size()),
+              ports[number - 1], name};
+    }
+    channelError = "'" + nameOf(*device) + "' has no channel '" + channel +
+                   "'; there are:" + channelList(ports);
   }
-  VLAudioChannel named;
-  auto device = deviceNamed(text.substr(0, colon), scope, system, error);
-  if (device == nullptr) {
-    return {};
+  if (!channelError.empty()) {
+    error = channelError;
   }
-  named.channel = static_cast<std::uint32_t>(std::stoul(number));
-  named.channels = device->numChannelsInScope(scope);
-  named.name = nameOf(*device) + ":" + std::to_string(named.channel);
-  if (named.channel < 1 || named.channel > named.channels) {
-    error = "'" + nameOf(*device) + "' has no channel " + number + " (1 to " +
-            std::to_string(named.channels) + ")";
-    return {};
-  }
-  named.device = std::move(device);
-  return named;
+  return {};
 }
 
 std::string VLAudioDeviceList(const KAHALAudioSystem& system) {
@@ -99,9 +117,9 @@ std::string VLAudioDeviceList(const KAHALAudioSystem& system) {
     std::snprintf(rate, sizeof rate, "%g", device->nominalSampleRate());
     text.append("  ").append(VLPrintable(device->deviceUID())).append("  ");
     text.append(VLPrintable(nameOf(*device))).append("  ").append(rate).append(" Hz\n");
-    appendChannels("outputs:", device->channelNamesInScope(audio::kAudioObjectPropertyScopeOutput),
+    appendChannels("outputs:", device->portNamesInScope(audio::kAudioObjectPropertyScopeOutput),
                    text);
-    appendChannels("inputs: ", device->channelNamesInScope(audio::kAudioObjectPropertyScopeInput),
+    appendChannels("inputs: ", device->portNamesInScope(audio::kAudioObjectPropertyScopeInput),
                    text);
   }
   return text.empty() ? "  none\n" : text;

@@ -14,12 +14,13 @@ struct VLAudioChannel {
   std::shared_ptr<KAHALAudioDevice> device;
   std::uint32_t channel = 0;   ///< from 1
   std::uint32_t channels = 0;  ///< that the device has
-  std::string name;            ///< for people: "Velor Loopback:1"
+  std::string port;            ///< what the server calls it
+  std::string name;            ///< for people, as typed: "Velor Loopback:1", "ardour:LTC in"
 };
 
-/// The input or output, by `scope`, that goes by "DEVICE:CHANNEL", the device by its UID
-/// or by its name. Without a device when there is none; `error` then says what there is,
-/// in one line.
+/// The input or output, by `scope`, that goes by "DEVICE:CHANNEL": the device by its UID or
+/// its name, the channel by its number from 1 or by the name of its port. Without a device
+/// when there is none; `error` then lists what there is, in one line.
 VLAudioChannel VLAudioChannelNamed(const std::string& text, audio::AudioObjectPropertyScope scope,
                                    const KAHALAudioSystem& system, std::string& error);
 
