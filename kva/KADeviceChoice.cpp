@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Kv-Appkit/KVException.h"
+#include "Kv-Appkit/KVNotificationCenter.h"
 #include "kva/KAHALAudioSystem.h"
 #include "platform/host/Log.h"
 
@@ -29,9 +30,14 @@ KADeviceChoice::Device KADeviceChoice::defaultDevice() const {
   }
 }
 
-bool KADeviceChoice::isSettled() const {
-  const Device chosen = find(mChosenUID);
-  return chosen != nullptr ? isChosenInUse() : find(mUsedUID) != nullptr;
+bool KADeviceChoice::needsSettling() {
+  const bool isChosenPresent = find(mChosenUID) != nullptr;
+  const bool needs =
+      isChosenPresent ? !isChosenInUse() : !mWasChosenUsed && find(mUsedUID) == nullptr;
+  if (!needs) {
+    tell();
+  }
+  return needs;
 }
 
 void KADeviceChoice::take(const Device& device, const Use& use) {
@@ -39,6 +45,7 @@ void KADeviceChoice::take(const Device& device, const Use& use) {
   mUsedUID.clear();
   use(device);
   mUsedUID = mChosenUID;
+  mWasChosenUsed = device != nullptr;
 }
 
 bool KADeviceChoice::settle(const Use& use) {
@@ -51,11 +58,12 @@ bool KADeviceChoice::settle(const Use& use) {
   } catch (const KVException&) {
     // Gone since; the next one that appears is the first.
   }
-  // Away from the chosen one it stays where it is, as long as it can.
-  const bool isUsed = tryDevice(find(mChosenUID), use) ||
-                      (before != mChosenUID && tryDevice(find(before), use)) ||
-                      tryDevice(standard, use);
-  tell(before);
+  bool isUsed = tryDevice(find(mChosenUID), use);
+  if (!isUsed && !mWasChosenUsed) {
+    isUsed = (before != mChosenUID && tryDevice(find(before), use)) || tryDevice(standard, use);
+  }
+  mWasChosenUsed = mWasChosenUsed || isChosenInUse();
+  tell();
   return isUsed;
 }
 
@@ -76,25 +84,30 @@ bool KADeviceChoice::tryDevice(const Device& device, const Use& use) {
 
 void KADeviceChoice::choose(std::string uid) {
   mChosenUID = std::move(uid);
-  mIsToldAway = false;
+  mWasChosenUsed = false;
+  mTold.clear();
 }
 
 // Once for each change.
-void KADeviceChoice::tell(const std::string& before) {
-  const char* chosen = mChosenUID.c_str();
-  if (isChosenInUse()) {
-    if (std::exchange(mIsToldAway, false)) {
-      VELOR_LOG_INFO("audio device '%s' is back, LTC %s it again", chosen, mDoing);
-    }
-  } else if (!std::exchange(mIsToldAway, true) || mUsedUID != before) {
-    if (mUsedUID.empty()) {
-      VELOR_LOG_WARNING(
-          "audio device '%s' is away, and there is no other: no LTC until one appears", chosen);
+void KADeviceChoice::tell() {
+  const std::string device = "audio device '" + mChosenUID + "' is ";
+  std::string missing;
+  if (!isChosenInUse() || !isUsedPresent()) {
+    if (mWasChosenUsed) {
+      missing = device + "missing; no LTC until it returns";
+    } else if (mUsedUID.empty()) {
+      missing = device + "missing, and there is no other; no LTC until one appears";
     } else {
-      VELOR_LOG_WARNING("audio device '%s' is away: LTC %s '%s' until it returns", chosen, mDoing,
-                        mUsedUID.c_str());
+      missing = device + "missing; LTC " + mDoing + " '" + mUsedUID + "' until it returns";
     }
   }
+  if (missing == mTold) {
+    return;
+  }
+  const std::string news = missing.empty() ? device + "back; LTC " + mDoing + " it again" : missing;
+  mTold = missing;
+  VELOR_LOG_WARNING("%s", news.c_str());
+  KVNotificationCenter::defaultCenter().postOnMainQueue(KADeviceChoiceNotification, news);
 }
 
 }  // namespace velor

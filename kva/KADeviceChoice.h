@@ -9,9 +9,15 @@
 
 namespace velor {
 
+/// Posted on the main queue when a device that was chosen goes missing, or returns; the
+/// object is a std::string, a sentence for people.
+inline constexpr const char* KADeviceChoiceNotification = "KADeviceChoiceNotification";
+
 /// A device that was chosen, over its absence: it is remembered by its UID. While it is
-/// away another stands in, the one that does already or else the default one, or none
-/// where there is none. Where nothing was chosen, the first default device is.
+/// missing from the start another stands in, the one that does already or else the default
+/// one, or none where there is none. When it goes after it was in use, nothing stands in:
+/// what is meant for one device must not come out of another in the middle of a run. Where
+/// nothing was chosen, the first default device is.
 ///
 /// Main queue. Nothing here raises but what is told to: failures are logged.
 class KADeviceChoice {
@@ -20,8 +26,8 @@ class KADeviceChoice {
   /// Takes the device into use. KVException where that fails, with nothing in use.
   using Use = std::function<void(const Device& device)>;
 
-  /// `scope`: of input or output, in which the device needs channels. `doing`: what the
-  /// log says of it, such as "plays on".
+  /// `scope`: of input or output, in which the device needs channels. `doing`: what people
+  /// are told that LTC does with it, such as "plays on".
   KADeviceChoice(audio::AudioObjectPropertyScope scope, const char* doing) noexcept
       : mScope(scope), mDoing(doing) {}
 
@@ -30,6 +36,7 @@ class KADeviceChoice {
   const std::string& chosenUID() const noexcept { return mChosenUID; }
   /// The device in use; empty while there is none.
   const std::string& usedUID() const noexcept { return mUsedUID; }
+  /// It may be missing now, and is used again when it returns.
   bool isChosenInUse() const noexcept { return !mUsedUID.empty() && mUsedUID == mChosenUID; }
 
   /// Chooses the device and takes it into use; null is none, of which `use` is told, too.
@@ -37,24 +44,27 @@ class KADeviceChoice {
   /// the device is unknown.
   void take(const Device& device, const Use& use);
 
-  /// Whether the device in use is there, and is the one that would be taken now.
-  bool isSettled() const;
+  /// Whether another device, or another than now, is to be used. Notes what has become of
+  /// the chosen one.
+  bool needsSettling();
+  /// Whether the device in use is there.
+  bool isUsedPresent() const { return find(mUsedUID) != nullptr; }
 
-  /// Takes the first into use that is there and can be, and tells the log of a change.
-  /// False when none can.
+  /// Takes the first into use that is there and can be. False when none can.
   bool settle(const Use& use);
 
  private:
   Device find(const std::string& uid) const;
   Device defaultDevice() const;
   bool tryDevice(const Device& device, const Use& use);
-  void tell(const std::string& before);
+  void tell();
 
   const audio::AudioObjectPropertyScope mScope;
   const char* const mDoing;
   std::string mChosenUID;
   std::string mUsedUID;
-  bool mIsToldAway = false;
+  bool mWasChosenUsed = false;
+  std::string mTold;  // the sentence about its absence that was told last
 };
 
 }  // namespace velor

@@ -16,6 +16,7 @@
 #include "Velor/app/VLNetworkInForce.h"
 #include "Velor/app/VLPortNames.h"
 #include "Velor/app/VLServicesInForce.h"
+#include "Velor/app/VLStandardError.h"
 #include "Velor/app/VLStandardOutput.h"
 #include "Velor/app/VLStopSignals.h"
 #include "Velor/app/VLWantedDevices.h"
@@ -212,6 +213,11 @@ int VLHeadlessRun(const VLOptions& options) {
       VLHeadlessWindow::Answers{options.autoFormat, options.ignoreLoops},
       [&view](const std::string& notice) { view->showNotice(notice); });
   const auto app = std::make_shared<VLAppDelegate>(window, view, store::ApplicationFolders());
+  const KVObserverToken missing = KVNotificationCenter::defaultCenter().addObserver(
+      KADeviceChoiceNotification, [&](const KVNotification& notification) {
+        view->showNotice(std::any_cast<std::string>(notification.object));
+        VLStandardError::tell(std::any_cast<std::string>(notification.object));
+      });
   const KVObserverToken before = KVNotificationCenter::defaultCenter().addObserver(
       KVMIDINotification, [&](const KVNotification&) { devices->willFollowSetup(*app); });
   app->applicationDidFinishLaunching(options.file, options.fresh);

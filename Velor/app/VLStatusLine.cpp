@@ -38,7 +38,11 @@ std::string statusText(const VLStatus& status) {
 }
 
 std::string portText(const VLNamedPort& port) {
-  return VLPrintable(port.name) + (port.present ? "" : " (missing)");
+  if (port.present) {
+    return VLPrintable(port.name);
+  }
+  const std::string meanwhile = port.standIn.empty() ? "" : "; on " + VLPrintable(port.standIn);
+  return VLPrintable(port.name) + " (missing" + meanwhile + ")";
 }
 
 std::size_t terminalColumns() {

@@ -10,10 +10,11 @@
 
 namespace velor {
 
-/// A MIDI port by name, which may be away for a while.
+/// A port or an audio channel by name, which may be missing for a while.
 struct VLNamedPort {
   std::string name;
   bool present = true;
+  std::string standIn;  ///< the device in use meanwhile; empty: none
 };
 
 /// A generator of LTC: where it was told to play, and how fast the time comes in.

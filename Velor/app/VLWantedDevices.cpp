@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "Kv-Appkit/KVException.h"
 #include "Velor/app/VLAppDelegate.h"
 #include "Velor/app/VLAudioDevices.h"
 #include "Velor/app/VLPortNames.h"
@@ -40,6 +41,26 @@ bool playsAt(const KVLTCGenerator& generator, audio::AudioObjectID deviceID,
   std::vector<std::int32_t> own(generator.lengthOfChannelMap());
   generator.getChannelMap(own);
   return generator.audioObjectId() == deviceID && own == map;
+}
+
+// Whether the signal goes to a channel that is there.
+bool isMapped(const KVLTCGenerator& generator) {
+  std::vector<std::int32_t> map(generator.lengthOfChannelMap());
+  generator.getChannelMap(map);
+  return std::find(map.begin(), map.end(), 0) != map.end();
+}
+
+// With the device that stands in for a missing one.
+VLNamedPort audioPort(const std::string& name, bool present, audio::AudioObjectID deviceID) {
+  VLNamedPort port{name, present, {}};
+  if (!present && deviceID != audio::kAudioObjectUnknown) {
+    try {
+      port.standIn = KAHALAudioDevice::initWithAudioObjectID(deviceID)->name().value_or("?");
+    } catch (const KVException&) {
+      // That one has gone, too.
+    }
+  }
+  return port;
 }
 
 }  // namespace
@@ -117,7 +138,8 @@ void VLWantedDevices::findChannel(Wanted<Channel>& wanted, audio::AudioObjectPro
     wanted.problem = option + wanted.problem;
     return;
   }
-  const Channel channel{named.name, named.device->objectID(), named.channel - 1, named.channels};
+  const Channel channel{named.name, named.device->objectID(), named.channel - 1, named.channels,
+                        named.port};
   const bool isTwice =
       &wanted != &*mInput && std::any_of(mOutputs.begin(), mOutputs.end(), [&](const auto& other) {
         return other.found && other.found->deviceID == channel.deviceID &&
@@ -303,9 +325,19 @@ std::shared_ptr<VLLTCReaderDevice> VLWantedDevices::reader() const {
 }
 
 void VLWantedDevices::keepChannel() {
-  // A change of the device's rate sets it back.
-  if (mReader != nullptr && mReader->audioObjectId() == mInput->found->deviceID) {
-    mReader->setChannel(mInput->found->channel);
+  if (mReader == nullptr || mReader->audioObjectId() != mInput->found->deviceID) {
+    return;
+  }
+  // A change of the device's rate resets it.
+  try {
+    const auto ports = KAHALAudioDevice::initWithAudioObjectID(mInput->found->deviceID)
+                           ->portNamesInScope(audio::kAudioObjectPropertyScopeInput);
+    const auto port = std::find(ports.begin(), ports.end(), mInput->found->port);
+    if (port != ports.end()) {
+      mReader->setChannel(static_cast<std::uint32_t>(port - ports.begin()));
+    }
+  } catch (const KVException&) {
+    // The device has gone again.
   }
 }
 
@@ -315,9 +347,9 @@ void VLWantedDevices::describe(VLStatus& status) const {
   const auto source = VLClock::sharedClock().MIDISyncSource();
   const auto sources = KVMIDICore::sharedCore().sources();
   if (mSource && !(mSource->found && isPresent(mSource->found->uniqueID, sources))) {
-    status.source = {mSource->name(), false};
+    status.source = {mSource->name(), false, {}};
   } else if (source != nullptr) {
-    status.source = {VLPortName(*source), true};
+    status.source = {VLPortName(*source), true, {}};
   }
   describeDestinations(status);
   for (const auto& device : VLDeviceManager::sharedManager().devices()) {
@@ -327,19 +359,18 @@ void VLWantedDevices::describe(VLStatus& status) const {
   }
   for (const auto& output : mOutputs) {
     if (!output.found) {
-      status.ltc.push_back({{output.text, false}, "-- fps"});
+      status.ltc.push_back({{output.text, false, {}}, "-- fps"});
     }
   }
   if (const auto reader = this->reader()) {
-    status.ltcIn = {
-        mInput ? VLNamedPort{mInput->name(), reader->audioObjectId() == mInput->found->deviceID}
-               : VLNamedPort{reader->name().value_or("?"), reader->audioObjectId() != 0},
-        {},
-        reader->getLatestSpeed(),
-        reader->userbits(),
-        reader->deviceStatus()};
+    status.ltcIn = {audioPort(mInput ? mInput->name() : reader->name().value_or("?"),
+                              reader->isOnChosenDevice(), reader->audioObjectId()),
+                    {},
+                    reader->getLatestSpeed(),
+                    reader->userbits(),
+                    reader->deviceStatus()};
   } else if (mInput) {
-    status.ltcIn = {{mInput->name(), false}};
+    status.ltcIn = {{mInput->name(), false, {}}};
   }
 }
 
@@ -349,7 +380,7 @@ void VLWantedDevices::describeDestinations(VLStatus& status) const {
   for (const auto& port : mDestinations) {
     const bool isThere = port.found && isPresent(port.found->uniqueID, present);
     if (!isThere || isSwitchedOn(port.found->uniqueID, manager)) {
-      status.destinations.push_back({port.name(), isThere});
+      status.destinations.push_back({port.name(), isThere, {}});
     }
   }
   const VLDeviceManager::Devices devices = manager.devices();
@@ -367,7 +398,7 @@ void VLWantedDevices::describeDestinations(VLStatus& status) const {
   for (const auto& destination : manager.destinations()) {
     const auto endpoint = destination->midiEndpoint();
     if (destination->enable() && endpoint != nullptr && !isNamed(*endpoint) && !isOwn(*endpoint)) {
-      status.destinations.push_back({VLPortName(*endpoint), true});
+      status.destinations.push_back({VLPortName(*endpoint), true, {}});
     }
   }
 }
@@ -375,10 +406,11 @@ void VLWantedDevices::describeDestinations(VLStatus& status) const {
 VLLTCOutput VLWantedDevices::describe(const VLLTCGeneratorDevice& device) const {
   const auto& generator = device.generator();
   const auto named = std::find(mGenerators.begin(), mGenerators.end(), generator);
-  VLNamedPort port{device.name().value_or("?"), generator->audioObjectId() != 0};
+  VLNamedPort port = audioPort(device.name().value_or("?"), generator->isOnChosenDevice(),
+                               generator->audioObjectId());
   if (named != mGenerators.end()) {
-    const Channel& output = *mOutputs[static_cast<std::size_t>(named - mGenerators.begin())].found;
-    port = {output.name, generator->audioObjectId() == output.deviceID};
+    port.name = mOutputs[static_cast<std::size_t>(named - mGenerators.begin())].name();
+    port.present = port.present && isMapped(*generator);
   }
   return {std::move(port), generator->frameRateString()};
 }

@@ -49,7 +49,7 @@ class VLWantedDevices {
   /// The reader of --ltc-in, null while its device is missing; without that option the
   /// first one, null without any.
   std::shared_ptr<VLLTCReaderDevice> reader() const;
-  /// Sets the reader's channel again, which a change of the device's rate resets.
+  /// Sets the reader's channel again after a change of the device.
   void keepChannel();
 
  private:
@@ -62,6 +62,7 @@ class VLWantedDevices {
     audio::AudioObjectID deviceID;
     std::uint32_t channel;  // from 0
     std::uint32_t channels;
+    std::string port;  // of the device, which moves when others come and go
   };
   // What an option names: missing until it is found, and then not in use until it is applied.
   template <class Found>

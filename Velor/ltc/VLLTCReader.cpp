@@ -47,20 +47,16 @@ std::string nameOf(const KAHALAudioDevice& device) {
   return device.name().value_or("(null)");
 }
 
-// Samples of each channel apart, as units pass them on.
-audio::AudioStreamBasicDescription clientFormat(
-    const audio::AudioStreamBasicDescription& deviceFormat) {
+// The one channel that is read.
+audio::AudioStreamBasicDescription clientFormat(double sampleRate) {
   audio::AudioStreamBasicDescription format;
-  format.mSampleRate = deviceFormat.mSampleRate;
+  format.mSampleRate = sampleRate;
   format.mFormatID = audio::kAudioFormatLinearPCM;
   format.mFormatFlags = audio::kAudioFormatFlagIsFloat | audio::kAudioFormatFlagIsPacked;
-  if (deviceFormat.mChannelsPerFrame > 1) {
-    format.mFormatFlags |= audio::kAudioFormatFlagIsNonInterleaved;
-  }
   format.mBytesPerPacket = sizeof(float);
   format.mFramesPerPacket = 1;
   format.mBytesPerFrame = sizeof(float);
-  format.mChannelsPerFrame = deviceFormat.mChannelsPerFrame;
+  format.mChannelsPerFrame = 1;
   format.mBitsPerChannel = 8 * sizeof(float);
   return format;
 }
@@ -196,17 +192,18 @@ void VLLTCReader::setupInput(const Device& device) {
   const audio::AURenderCallbackStruct callback{&inputCallback, &mReaderRef};
   unit->setPropertyGlobal(audio::kAudioOutputUnitProperty_SetInputCallback, &callback,
                           sizeof callback);
-  const auto deviceFormat = unit->getStreamDescription(audio::kAudioUnitScope_Input, kInputElement);
-  if (!makeDecoder(deviceFormat.mSampleRate)) {
+  const double sampleRate =
+      unit->getStreamDescription(audio::kAudioUnitScope_Input, kInputElement).mSampleRate;
+  if (!makeDecoder(sampleRate)) {
     VELOR_LOG_ERROR("failed to initialize KVLTCReader");
     return;
   }
   VELOR_LOG_INFO("KVLTCReader is setup");
-  unit->setStreamDescription(clientFormat(deviceFormat), audio::kAudioUnitScope_Output,
+  unit->setStreamDescription(clientFormat(sampleRate), audio::kAudioUnitScope_Output,
                              kInputElement);
+  mapChannel(*unit);
   unit->setPropertyGlobal(audio::kAudioDevicePropertyBufferFrameSize, &kBufferFrames,
                           sizeof kBufferFrames);
-  mReaderRef.channels = std::min(deviceFormat.mChannelsPerFrame, audio::kMaxChannels);
   for (const audio::AudioUnitPropertyID property : kListened) {
     unit->addPropertyListener(property, &auPropertyListener, this);
   }
@@ -215,7 +212,8 @@ void VLLTCReader::setupInput(const Device& device) {
   if (!mIsStopped) {
     unit->start();
   }
-  mDeviceFormat = deviceFormat;
+  mSampleRate = sampleRate;
+  mChannelNames = device->channelNamesInScope(audio::kAudioObjectPropertyScopeInput);
   mAudioDeviceId.store(device->objectID());
   mInputUnit = std::move(unit);
 }
@@ -240,7 +238,7 @@ bool VLLTCReader::makeDecoder(double sampleRate) {
 }
 
 void VLLTCReader::disposeGraph() {
-  setInputChannel(0);
+  mInputChannel.store(0);
   mAudioDeviceId.store(audio::kAudioObjectUnknown);
   if (mInputUnit == nullptr) {
     return;
@@ -270,32 +268,79 @@ void VLLTCReader::auPropertyListener(void* refCon, audio::AudioUnit /*unit*/,
   });
 }
 
-// What fits is left alone: the making of the input itself may be what was told.
+// What fits is left alone: the making of the input itself may be what was told. The input
+// follows a device that goes and returns, and its channels, by itself.
 void VLLTCReader::devicesChanged() {
   if (isInputInForce()) {
+    followDevice();
     return;
   }
   const bool wasChosen = mChoice.isChosenInUse();
-  const std::uint32_t channel = inputChannel();
-  const bool isLost = wasChosen && !mChoice.isSettled();
   if (wasChosen) {
-    mChosenChannel = isLost ? channel : 0;
+    mChosenChannel = audioDeviceId() == audio::kAudioObjectUnknown ? inputChannel() : 0;
   }
   const KVAnnouncement announcement(*this, "audioDeviceId");
   settle();
-  if (!wasChosen && mChoice.isChosenInUse()) {
+  if (mChoice.isChosenInUse()) {
     setInputChannel(mChosenChannel);
   }
 }
 
-bool VLLTCReader::isInputInForce() const {
+bool VLLTCReader::isInputInForce() {
   try {
-    return mInputUnit != nullptr && mChoice.isSettled() &&
-           mInputUnit->getStreamDescription(audio::kAudioUnitScope_Input, kInputElement) ==
-               mDeviceFormat;
+    return !mChoice.needsSettling() && mInputUnit != nullptr &&
+           mInputUnit->getStreamDescription(audio::kAudioUnitScope_Input, kInputElement)
+                   .mSampleRate == mSampleRate;
   } catch (const KVException&) {
     return false;
   }
+}
+
+void VLLTCReader::followDevice() {
+  try {
+    audio::AudioObjectID device = audio::kAudioObjectUnknown;
+    std::vector<std::string> names;
+    std::uint32_t channel = inputChannel();
+    if (mChoice.isUsedPresent()) {
+      device = mInputUnit->deviceID();
+      names = KAHALAudioDevice::initWithAudioObjectID(device)->channelNamesInScope(
+          audio::kAudioObjectPropertyScopeInput);
+      std::vector<std::int32_t> map(names.size(), -1);
+      auto size = static_cast<std::uint32_t>(map.size() * sizeof(std::int32_t));
+      mInputUnit->getProperty(audio::kAudioOutputUnitProperty_ChannelMap,
+                              audio::kAudioUnitScope_Input, kInputElement, map.data(), size);
+      const auto place = std::find(map.begin(), map.end(), 0);
+      channel = place != map.end() ? static_cast<std::uint32_t>(place - map.begin()) : channel;
+    }
+    if (device != audioDeviceId() || names != mChannelNames) {
+      const KVAnnouncement announcement(*this, "audioDeviceId");
+      mAudioDeviceId.store(device);
+      mInputChannel.store(channel);
+      mChannelNames = std::move(names);
+    }
+  } catch (const KVException& exception) {
+    VELOR_LOG_WARNING("%s", exception.what());  // gone meanwhile, which will be told
+  }
+}
+
+void VLLTCReader::setInputChannel(std::uint32_t channel) {
+  mInputChannel.store(channel);
+  if (mInputUnit != nullptr) {
+    mapChannel(*mInputUnit);
+  }
+}
+
+// The one channel of the input comes from that of the device, also where a device that just
+// returns does not have it as yet.
+void VLLTCReader::mapChannel(KAHALDeviceOutputUnit& unit) const {
+  std::vector<std::int32_t> map(1, -1);
+  if (inputChannel() < audio::kMaxChannels) {
+    map.assign(inputChannel() + 1, -1);
+    map.back() = 0;
+  }
+  unit.setProperty(audio::kAudioOutputUnitProperty_ChannelMap, audio::kAudioUnitScope_Input,
+                   kInputElement, map.data(),
+                   static_cast<std::uint32_t>(map.size() * sizeof(std::int32_t)));
 }
 
 // --- listening ---
@@ -330,25 +375,19 @@ audio::OSStatus VLLTCReader::inputCallback(const host::RealtimeContext& realtime
                                            std::uint32_t bus, std::uint32_t frames,
                                            audio::AudioBufferList* /*data*/) {
   auto* ref = static_cast<ReaderRef*>(refCon);
-  if (ref == nullptr || ref->channels == 0 || ref->decoder == nullptr) {
+  if (ref == nullptr || ref->decoder == nullptr) {
     return kNotSetUp;
   }
-  // Without data of their own they are lent the unit's, however long its cycles are.
+  // Without data of its own it is lent the unit's, however long its cycles are.
   audio::AudioBufferList& list = ref->bufferList;
-  list.mNumberBuffers = ref->channels;
-  for (std::uint32_t i = 0; i < ref->channels; ++i) {
-    list.mBuffers[i] = {};
-  }
+  list.mNumberBuffers = 1;
+  list.mBuffers[0] = {};
   const audio::OSStatus status =
       audio::service().AudioUnitRender(realtime, ref->unit, flags, timeStamp, bus, frames, &list);
   if (status != 0) {
     return status;
   }
-  const std::uint32_t channel = ref->inputChannel.load();
-  if (channel >= list.mNumberBuffers) {
-    return kNoSuchChannel;
-  }
-  const audio::AudioBuffer& buffer = list.mBuffers[channel];
+  const audio::AudioBuffer& buffer = list.mBuffers[0];
   ref->realtime = &realtime;
   ltc_decoder_process(*ref->decoder, timeStamp, buffer.mData,
                       buffer.mDataByteSize / static_cast<std::uint32_t>(sizeof(float)));

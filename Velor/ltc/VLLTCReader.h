@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Kv-Appkit/KVObservable.h"
 #include "Velor/ltc/ltc_decoder.h"
@@ -27,10 +28,10 @@ using LTCReaderCallback = void (*)(const host::RealtimeContext& realtime, const 
 
 /// Reads LTC from one channel of an audio input. It listens from its making on.
 ///
-/// The device that was chosen is remembered by its UID. Is it away, the reader listens
-/// to the default input, or to none while there is none, until it returns; then to the
-/// channel that it had there. At a change of the device's rate it begins anew, on the
-/// first channel.
+/// The device that was chosen is remembered by its UID. When it is missing as the reader is
+/// made, the reader listens to the default input until it returns, and then to the channel
+/// that was chosen there; when it goes later, the reader hears nothing until it returns. At
+/// a change of the device's rate it begins anew, on the first channel.
 ///
 /// Observable, on the main queue: "audioDeviceId", and with it the channel.
 ///
@@ -46,9 +47,8 @@ class VLLTCReader final : public KVObservable,
   static constexpr std::string_view kDeviceKey = "deviceUID";
   static constexpr std::string_view kChannelKey = "inputChannel";
 
-  // What a cycle gives beside the statuses of the audio service.
+  /// What a cycle gives beside the statuses of the audio service.
   static constexpr audio::OSStatus kNotSetUp = -7;
-  static constexpr audio::OSStatus kNoSuchChannel = -9;
 
   /// A channel that no device has: nothing is read.
   static constexpr std::uint32_t kNoChannel = 0xFFFFFFFF;
@@ -77,10 +77,10 @@ class VLLTCReader final : public KVObservable,
   /// Whether it listens to the device that was chosen, and not to one that stands in.
   bool isOnChosenDevice() const noexcept { return mChoice.isChosenInUse(); }
 
-  /// From 0; beyond those of the device nothing is read. From the next cycle on. Any
-  /// thread.
-  std::uint32_t inputChannel() const noexcept { return mReaderRef.inputChannel.load(); }
-  void setInputChannel(std::uint32_t channel) noexcept { mReaderRef.inputChannel.store(channel); }
+  /// From 0; beyond those of the device nothing is read. It follows its channel when the
+  /// device gains or loses others. Any thread.
+  std::uint32_t inputChannel() const noexcept { return mInputChannel.load(); }
+  void setInputChannel(std::uint32_t channel);
 
   /// Null removes it; the one before may be called once more then, unless the reader
   /// has been stopped. The rate is measured anew. One thread at a time.
@@ -108,8 +108,6 @@ class VLLTCReader final : public KVObservable,
   struct ReaderRef {
     audio::AudioUnit unit = 0;
     std::unique_ptr<ltc_decoder, DisposeOfDecoder> decoder;
-    std::uint32_t channels = 0;
-    std::atomic<std::uint32_t> inputChannel{0};
     host::LatestValue<Consumer> consumer;
     // The audio thread's.
     audio::AudioBufferList bufferList;
@@ -123,8 +121,10 @@ class VLLTCReader final : public KVObservable,
   void giveNickName(KAHALDeviceOutputUnit& unit) const;
   bool makeDecoder(double sampleRate);
   void disposeGraph();
-  bool isInputInForce() const;
+  bool isInputInForce();
   void devicesChanged();
+  void followDevice();
+  void mapChannel(KAHALDeviceOutputUnit& unit) const;
 
   static void auPropertyListener(void* refCon, audio::AudioUnit unit,
                                  audio::AudioUnitPropertyID property, audio::AudioUnitScope scope,
@@ -142,7 +142,9 @@ class VLLTCReader final : public KVObservable,
   std::uint32_t mChosenChannel = 0;  // of the chosen device, while another stands in
   bool mHasCallback = false;
   bool mIsStopped = false;
-  audio::AudioStreamBasicDescription mDeviceFormat;  // for which the input was made
+  double mSampleRate = 0;  // for which the input was made
+  std::vector<std::string> mChannelNames;
+  std::atomic<std::uint32_t> mInputChannel{0};
   std::atomic<audio::AudioObjectID> mAudioDeviceId{audio::kAudioObjectUnknown};
   ReaderRef mReaderRef;
   std::unique_ptr<KAHALDeviceOutputUnit> mInputUnit;  // null while there is no device

@@ -173,7 +173,6 @@ void KVLTCGenerator::setupGraph(const Device& device) {
     graph->start();
     mGraph = std::move(graph);
     mHasWarned = false;
-    mChannels = lengthOfChannelMap();
     mAudioObjectId.store(deviceID);
   } catch (const KVException&) {
     publish(nullptr, {});
@@ -241,7 +240,8 @@ void KVLTCGenerator::rebuild() {
 }
 
 // Rebuilds what does not fit any more. What does is left alone: the making of the
-// graph itself may be what was told.
+// graph itself may be what was told. The output follows a device that goes and returns, and
+// its channels, by itself.
 void KVLTCGenerator::devicesChanged() {
   bool fits = false;
   try {
@@ -251,13 +251,23 @@ void KVLTCGenerator::devicesChanged() {
   }
   if (!fits) {
     rebuild();
+  } else {
+    notePresence();
   }
 }
 
-bool KVLTCGenerator::isGraphInForce() const {
-  return mGraph != nullptr && mChoice.isSettled() &&
-         mGraph->output().deviceID() == audioObjectId() &&
-         mGraph->output().sampleRate() == mGraph->sampleRate() && lengthOfChannelMap() == mChannels;
+bool KVLTCGenerator::isGraphInForce() {
+  return !mChoice.needsSettling() && mGraph != nullptr &&
+         mGraph->output().sampleRate() == mGraph->sampleRate();
+}
+
+void KVLTCGenerator::notePresence() {
+  const audio::AudioObjectID device =
+      mChoice.isUsedPresent() ? mGraph->output().deviceID() : audio::kAudioObjectUnknown;
+  if (device != audioObjectId()) {
+    const KVAnnouncement announcement(*this, "audioObjectId");
+    mAudioObjectId.store(device);
+  }
 }
 
 void KVLTCGenerator::setNickName(std::string nickName) {

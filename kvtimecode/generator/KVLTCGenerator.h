@@ -34,8 +34,9 @@ class AudioGeneratorGraph;
 /// next overwrites four, so that a call that is late is bridged by frames with the
 /// right numbers.
 ///
-/// The device that was chosen is remembered by its UID. Is it away, LTC plays on the
-/// default output, or nowhere while there is none, until it returns.
+/// The device that was chosen is remembered by its UID. When it is missing as the generator
+/// is made, LTC plays on the default output until it returns; when it goes later, LTC is
+/// silent until it returns.
 ///
 /// Observable, on the main queue: "fps", "tcstring", "isGenerating", "deviation",
 /// "deviceStatus", "frameRateString" and "audioObjectId"; and by their setters "level",
@@ -81,6 +82,8 @@ class KVLTCGenerator final : public KVObservable,
 
   /// The device on which it plays now; 0 while there is none. Any thread.
   audio::AudioObjectID audioObjectId() const noexcept { return mAudioObjectId.load(); }
+  /// Whether that is the one that was chosen, and none that stands in.
+  bool isOnChosenDevice() const { return mChoice.isChosenInUse() && audioObjectId() != 0; }
   /// 0 stands for the default output. The channel map becomes the device's own.
   void setAudioObjectId(audio::AudioObjectID objectID);
 
@@ -155,7 +158,8 @@ class KVLTCGenerator final : public KVObservable,
                                  audio::AudioUnitElement element);
   void rebuild();
   void devicesChanged();
-  bool isGraphInForce() const;
+  bool isGraphInForce();
+  void notePresence();
 
   void render(const LTCPhaseLock::Batch& batch, SMPTETime time, Buffers& buffers);
 
@@ -175,7 +179,6 @@ class KVLTCGenerator final : public KVObservable,
   std::string mNickName;
   KADeviceChoice mChoice{audio::kAudioObjectPropertyScopeOutput, "plays on"};
   std::vector<std::int32_t> mChosenMap;  // empty for the device's own
-  std::uint32_t mChannels = 0;           // of the device, when the graph was made
   bool mHasWarned = false;               // of the graph's latency
   std::string mTCString;
   std::vector<std::shared_ptr<Buffers>> mRetired;  // that `copyTime` may still hold

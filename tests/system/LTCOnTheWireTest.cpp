@@ -205,5 +205,55 @@ TEST(LTCOnPipeWire, IsInSequenceAgainWhenTheServerHasChangedItsRateAndPeriod) {
   });
 }
 
+// Another program, such as a DAW, that takes LTC on one of its inputs.
+std::unique_ptr<JackPeer> makeDesk() {
+  auto desk = std::make_unique<JackPeer>("Desk", 1);
+  desk->renew("track 1", JACK_DEFAULT_AUDIO_TYPE);
+  desk->recordAudio("LTC in", 20);
+  desk->activate();
+  return desk;
+}
+
+TEST(LTCToAnotherProgram, OutlastsItsOtherPortsAndGoesNowhereElseWhenItQuits) {
+  inFairRun([] {
+    const WireFormat& format = wireFormat("25");
+    JackServer server;
+    server.enter();
+    server.start();
+    auto desk = makeDesk();
+    VelorProcess velor({"--headless", "--format", "25", "--play", "--ltc-out", "Desk:LTC in"},
+                       server.environment());
+    const auto labels = [&] {
+      return readByLibltc(desk->recordedAudio(), desk->sampleRate() / format.framesPerSecond);
+    };
+    const auto awaitLabels = [&](std::size_t more) {
+      const std::size_t before = labels().size();
+      return waitFor(10, [&] { return labels().size() >= before + more; });
+    };
+    ASSERT_TRUE(awaitLabels(10)) << velor.errors();
+    for (int round = 2; round < 6; ++round) {
+      desk->renew("track " + std::to_string(round), JACK_DEFAULT_AUDIO_TYPE);
+      ASSERT_TRUE(awaitLabels(10));
+      desk->remove("track " + std::to_string(round - 1));
+      ASSERT_TRUE(awaitLabels(10));
+    }
+    expectInSequence(labels(), format);
+
+    desk.reset();
+    const std::string missing = "velor: audio device 'Desk' is missing; no LTC until it returns";
+    EXPECT_TRUE(waitFor(5, [&] { return velor.errors().find(missing) != std::string::npos; }));
+    JackPeer room("Room", 1);
+    for (const char* output : {"system:playback_1", "system:playback_2"}) {
+      for (const std::string& ours : room.ports("Velor:.*", JACK_DEFAULT_AUDIO_TYPE)) {
+        EXPECT_FALSE(room.isConnected(ours, output)) << ours;
+      }
+    }
+    desk = makeDesk();
+    EXPECT_TRUE(awaitLabels(10));
+    expectInSequence(labels(), format);
+    EXPECT_EQ(velor.end(SIGINT), 0) << velor.errors();
+  });
+}
+
 }  // namespace
 }  // namespace velor::test

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <any>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -13,6 +14,7 @@
 
 #include "Kv-Appkit/KVDecibelTransformer.h"
 #include "Kv-Appkit/KVException.h"
+#include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVShared.h"
 #include "kva/KAHALAudioSystem.h"
 #include "kvtimecode/ltc_utils.h"
@@ -156,7 +158,7 @@ TEST_F(KVLTCGeneratorTest, LevelsAndUserBitsAreCutAndShownAsPeopleMeanThem) {
   }
 }
 
-TEST_F(KVLTCGeneratorTest, TheChosenDeviceIsLeftWhenItGoesAndTakenUpWhenItReturns) {
+TEST_F(KVLTCGeneratorTest, ADeviceThatGoesIsNotReplacedAndPlaysAgainWhenItReturns) {
   const auto generator = KVLTCGenerator::initWithAudioObjectID(mStage->id());
   const std::vector<std::int32_t> third = {-1, -1, 0, -1};
   generator->setChannelMap(third);
@@ -164,31 +166,32 @@ TEST_F(KVLTCGeneratorTest, TheChosenDeviceIsLeftWhenItGoesAndTakenUpWhenItReturn
   EXPECT_FALSE(isHeard(*mStage, 0, *generator));
   int told = 0;
   const auto token = generator->addObserver("audioObjectId", [&told](const auto&) { ++told; });
+  std::vector<std::string> news;
+  const auto newsToken = KVNotificationCenter::defaultCenter().addObserver(
+      KADeviceChoiceNotification, [&news](const KVNotification& notification) {
+        news.push_back(std::any_cast<std::string>(notification.object));
+      });
 
-  mStage->vanish();
-  play(*generator, 4);
-  EXPECT_EQ(generator->audioObjectId(), mDesk->id());
-  EXPECT_THAT(mapOf(*generator), ElementsAre(0, 1));
-  EXPECT_TRUE(isHeard(*mDesk, 0, *generator));
-  mDesk->vanish();
-  play(*generator, 4);
-  EXPECT_EQ(generator->audioObjectId(), 0U);
-  mHost.advance(1000 * kMs);
-  EXPECT_FALSE(generator->isGenerating());
-  mStage->appear();
-  mDesk->appear();
-  EXPECT_TRUE(isHeard(*mStage, 2, *generator));
-  EXPECT_EQ(generator->audioObjectId(), mStage->id());
-  EXPECT_EQ(mapOf(*generator), third);
-  mHost.advance(1000 * kMs);
-
-  EXPECT_EQ(told, 3);
-  EXPECT_THAT(
-      mLog.matching("audio device 'uid.stage'"),
-      ElementsAre("audio device 'uid.stage' is away: LTC plays on 'uid.desk' until it returns",
-                  "audio device 'uid.stage' is away, and there is no other: no LTC until one "
-                  "appears",
-                  "audio device 'uid.stage' is back, LTC plays on it again"));
+  for (const double rate : {48000.0, 44100.0}) {
+    mStage->vanish();
+    play(*generator, 4);
+    EXPECT_EQ(generator->audioObjectId(), 0U);
+    EXPECT_FALSE(generator->isOnChosenDevice());
+    EXPECT_FALSE(isHeard(*mDesk, 0, *generator));
+    mHost.advance(1000 * kMs);
+    EXPECT_FALSE(generator->isGenerating());
+    mStage->setSampleRate(rate);
+    mStage->appear();
+    EXPECT_TRUE(isHeard(*mStage, 2, *generator));
+    EXPECT_EQ(generator->audioObjectId(), mStage->id());
+    EXPECT_EQ(mapOf(*generator), third);
+    mHost.advance(1000 * kMs);
+  }
+  EXPECT_EQ(told, 4);
+  const std::string device = "audio device 'uid.stage' is ";
+  const std::vector<std::string> each = {device + "missing; no LTC until it returns",
+                                         device + "back; LTC plays on it again"};
+  EXPECT_THAT(news, ElementsAre(each[0], each[1], each[0], each[1]));
   EXPECT_EQ(mLog.errors(), 0U);
 
   // Who chooses what is not there is told, and nothing changes.
@@ -249,6 +252,10 @@ TEST_F(KVLTCGeneratorTest, TheArchiveKeepsWhatWasChosenEvenWhileTheDeviceIsAway)
   mHost.settle();
   const auto away = restored(document);
   EXPECT_EQ(away->audioObjectId(), mDesk->id());
+  EXPECT_FALSE(away->isOnChosenDevice());
+  EXPECT_TRUE(isHeard(*mDesk, 0, *away));
+  EXPECT_TRUE(
+      mLog.has("audio device 'uid.stage' is missing; LTC plays on 'uid.desk' until it returns"));
   EXPECT_THAT(mapOf(*away), ElementsAre(0, 1));
   EXPECT_EQ(archived(away), document);
   mStage->appear();

@@ -88,7 +88,7 @@ TEST(VLLTCReaderTest, ItListensToOneChannelAndToNoneBeyondTheLast) {
   EXPECT_TRUE(loop.take().empty());
 }
 
-TEST(VLLTCReaderTest, ItComesBackToItsDeviceAndChannelAndStandsInElsewhereMeanwhile) {
+TEST(VLLTCReaderTest, ADeviceThatGoesIsNotReplacedAndIsHeardAgainOnItsChannelWhenItReturns) {
   const LogRecord log;
   LTCLoop loop({kSMPTETimeType25, 48000, 0, 0, 3});
   const std::array<std::int32_t, 3> map = {0, -1, 0};
@@ -98,27 +98,23 @@ TEST(VLLTCReaderTest, ItComesBackToItsDeviceAndChannelAndStandsInElsewhereMeanwh
   loop.start(90000);
   loop.run(1);
   loop.take();
-  for (const bool isOtherThere : {true, false}) {
-    SCOPED_TRACE(isOtherThere);
+  for (const double rate : {48000.0, 44100.0, 48000.0}) {
+    SCOPED_TRACE(rate);
     loop.heard->vanish();
-    if (!isOtherThere) {
-      loop.played->vanish();
-    }
     loop.run(1);
-    EXPECT_EQ(loop.reader->audioDeviceId(), isOtherThere ? loop.played->id() : 0);
-    EXPECT_EQ(loop.reader->inputChannel(), 0U);
-    EXPECT_EQ(loop.take().size() > 15, isOtherThere);
+    EXPECT_EQ(loop.reader->audioDeviceId(), 0U);
+    EXPECT_TRUE(loop.take().empty());
     store::KeyedArchiver coder;
     coder.encodeObject(loop.reader, "reader");
     EXPECT_NE(coder.data().find(R"("the other")"), std::string::npos);
-    loop.played->appear();
+    loop.heard->setSampleRate(rate);
     loop.heard->appear();
     loop.run(2);
     EXPECT_EQ(loop.reader->audioDeviceId(), loop.heard->id());
     EXPECT_EQ(loop.reader->inputChannel(), 2U);
     EXPECT_GT(loop.take().size(), 20U);
   }
-  EXPECT_TRUE(log.has("audio device 'the other' is back, LTC is read from it again"));
+  EXPECT_TRUE(log.has("audio device 'the other' is back; LTC is read from it again"));
 
   // Another rate is another beginning.
   loop.heard->setSampleRate(44100);
