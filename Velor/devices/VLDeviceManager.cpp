@@ -6,6 +6,7 @@
 #include <iterator>
 #include <mutex>
 #include <string>
+#include <unordered_set>
 #include <utility>
 
 #include "Kv-Appkit/KVAnnouncement.h"
@@ -63,10 +64,8 @@ std::optional<midi::MIDIUniqueID> idOf(const VLDevice& device) {
   return endpoint != nullptr ? idOf(*endpoint) : std::nullopt;
 }
 
-bool contains(const KVMIDICore::Endpoints& endpoints, const KVMIDIEndpoint& wanted) {
-  return std::any_of(endpoints.begin(), endpoints.end(),
-                     [&wanted](const auto& endpoint) { return endpoint->isEqual(wanted); });
-}
+// Two endpoints are equal when their hashes are.
+using Hashes = std::unordered_set<std::uint64_t>;
 
 }  // namespace
 
@@ -133,11 +132,15 @@ void VLDeviceManager::destinationsChanged() {
 }
 
 void VLDeviceManager::removeVanished(const KVMIDICore::Endpoints& present) {
+  Hashes presentOnes;
+  for (const auto& endpoint : present) {
+    presentOnes.insert(endpoint->hash());
+  }
   Destinations vanished;
   for (const auto& destination : mDestinations) {
     const auto endpoint = destination->midiEndpoint();
     if (destination->type() == kVLDeviceTypeMIDI && endpoint != nullptr &&
-        !contains(present, *endpoint)) {
+        !presentOnes.contains(endpoint->hash())) {
       VELOR_LOG_INFO("will remove %s", destination->description().c_str());
       vanished.push_back(destination);
     }
@@ -160,10 +163,16 @@ void VLDeviceManager::removeVanished(const KVMIDICore::Endpoints& present) {
 }
 
 void VLDeviceManager::addAppeared(const KVMIDICore::Endpoints& present) {
+  Hashes known;
+  for (const auto& destination : mDestinations) {
+    const auto endpoint = destination->midiEndpoint();
+    if (destination->type() == kVLDeviceTypeMIDI && endpoint != nullptr) {
+      known.insert(endpoint->hash());
+    }
+  }
   KVMIDICore::Endpoints appeared;
-  std::copy_if(
-      present.begin(), present.end(), std::back_inserter(appeared),
-      [this](const auto& endpoint) { return destinationWithEndpoint(endpoint) == nullptr; });
+  std::copy_if(present.begin(), present.end(), std::back_inserter(appeared),
+               [&known](const auto& endpoint) { return !known.contains(endpoint->hash()); });
   if (appeared.empty()) {
     return;
   }

@@ -22,91 +22,44 @@ MIDIObjectTable::~MIDIObjectTable() {
 
 // --- objects ---
 
-MIDIObjectTable::Object* MIDIObjectTable::find(MIDIObjectRef ref, Type type) {
-  const auto it = mObjects.find(ref);
-  return it != mObjects.end() && it->second.type == type ? &it->second : nullptr;
-}
-
-MIDIObjectRef MIDIObjectTable::add(Type type, const std::string& name) {
-  const MIDIObjectRef ref = mNextRef++;
-  Object& object = mObjects[ref];
-  object.type = type;
-  object.name = name;
-  object.properties[std::string(kMIDIPropertyName)] = name;
-  return ref;
-}
-
-bool MIDIObjectTable::idIsFree(MIDIUniqueID id, MIDIObjectRef except) const {
-  return std::none_of(mObjects.begin(), mObjects.end(), [id, except](const auto& entry) {
-    const auto it = entry.second.properties.find(kMIDIPropertyUniqueID);
-    return entry.first != except && it != entry.second.properties.end() &&
-           std::get<std::int32_t>(it->second) == id;
-  });
-}
-
-MIDIUniqueID MIDIObjectTable::uniqueIDOfPort(const std::string& portName) noexcept {
-  // FNV-1a, 32 bits.
-  std::uint32_t hash = 2166136261U;
-  for (const char c : portName) {
-    hash = (hash ^ static_cast<std::uint8_t>(c)) * 16777619U;
-  }
-  return hash == 0 ? 1 : static_cast<MIDIUniqueID>(hash);
-}
-
-MIDIEndpointRef MIDIObjectTable::addEndpoint(Type type, const std::string& name,
-                                             MIDIUniqueID wantedId) {
-  const MIDIEndpointRef ref = add(type, name);
-  MIDIUniqueID id = wantedId;
-  while (id == 0 || !idIsFree(id, ref)) {
-    id = static_cast<MIDIUniqueID>(static_cast<std::uint32_t>(id) + 1);
-  }
-  auto& properties = mObjects[ref].properties;
-  properties[std::string(kMIDIPropertyUniqueID)] = id;
-  properties[std::string(kMIDIPropertyDisplayName)] = name;
-  properties[std::string(kMIDIPropertyReceivesMTC)] = 0;
-  properties[std::string(kMIDIPropertyTransmitsMTC)] = 0;
-  return ref;
-}
-
-std::size_t MIDIObjectTable::count(Type type) const {
-  return static_cast<std::size_t>(std::count_if(
-      mObjects.begin(), mObjects.end(),
-      [type](const auto& entry) { return entry.second.type == type && entry.second.present; }));
-}
-
-MIDIEndpointRef MIDIObjectTable::at(Type type, std::size_t index) const {
-  for (const auto& [ref, object] : mObjects) {
-    if (object.type == type && object.present && index-- == 0) {
-      return ref;
-    }
-  }
-  return 0;
-}
-
 void MIDIObjectTable::notify(MIDINotificationMessageID message) {
-  host::current().mainQueue().async([weak = std::weak_ptr(mSelf), message] {
-    const auto self = weak.lock();
-    if (self == nullptr) {
-      return;
-    }
-    MIDIObjectTable& table = **self;
-    std::vector<MIDIClientRef> clients;
-    {
-      const std::lock_guard lock(table.mMutex);
-      for (const auto& [ref, object] : table.mObjects) {
-        if (object.type == Type::client && object.notifyProc != nullptr) {
-          clients.push_back(ref);
-        }
-      }
-    }
-    for (const MIDIClientRef client : clients) {
-      // What happened, then that something did; clients may look at either.
-      if (message != kMIDIMsgSetupChanged) {
-        table.tell(client, message);
-      }
-      table.tell(client, kMIDIMsgSetupChanged);
+  if (message == kMIDIMsgObjectRemoved) {
+    mNews.removed = true;
+  } else if (message == kMIDIMsgObjectAdded) {
+    mNews.added = true;
+  }
+  if (std::exchange(mNews.isPosted, true)) {
+    return;
+  }
+  host::current().mainQueue().async([weak = std::weak_ptr(mSelf)] {
+    if (const auto self = weak.lock()) {
+      (*self)->tellNews();
     }
   });
+}
+
+void MIDIObjectTable::tellNews() {
+  News news;
+  std::vector<MIDIClientRef> clients;
+  {
+    const std::lock_guard lock(mMutex);
+    news = std::exchange(mNews, {});
+    for (const auto& [ref, object] : mObjects.all()) {
+      if (object.type == Type::client && object.notifyProc != nullptr) {
+        clients.push_back(ref);
+      }
+    }
+  }
+  for (const MIDIClientRef client : clients) {
+    // What happened, then that something did; clients may look at either.
+    if (news.removed) {
+      tell(client, kMIDIMsgObjectRemoved);
+    }
+    if (news.added) {
+      tell(client, kMIDIMsgObjectAdded);
+    }
+    tell(client, kMIDIMsgSetupChanged);
+  }
 }
 
 void MIDIObjectTable::tell(MIDIClientRef client, MIDINotificationMessageID message) {
@@ -115,7 +68,7 @@ void MIDIObjectTable::tell(MIDIClientRef client, MIDINotificationMessageID messa
   {
     const std::lock_guard lock(mMutex);
     // A notify function may have disposed of a client whose turn is to come.
-    const Object* object = find(client, Type::client);
+    const Object* object = mObjects.find(client, Type::client);
     if (object == nullptr) {
       return;
     }
@@ -129,10 +82,10 @@ void MIDIObjectTable::tell(MIDIClientRef client, MIDINotificationMessageID messa
 OSStatus MIDIObjectTable::MIDIClientCreate(const std::string& name, MIDINotifyProc notifyProc,
                                            void* refCon, MIDIClientRef* client) {
   const std::lock_guard lock(mMutex);
-  *client = add(Type::client, name);
-  Object& object = mObjects[*client];
-  object.notifyProc = notifyProc;
-  object.notifyRefCon = refCon;
+  *client = mObjects.add(Type::client, name);
+  Object* object = mObjects.find(*client);
+  object->notifyProc = notifyProc;
+  object->notifyRefCon = refCon;
   return 0;
 }
 
@@ -141,13 +94,12 @@ OSStatus MIDIObjectTable::MIDIClientDispose(MIDIClientRef client) {
   std::vector<MIDIEndpointRef> endpoints;
   {
     const std::lock_guard lock(mMutex);
-    if (find(client, Type::client) == nullptr) {
+    if (mObjects.find(client, Type::client) == nullptr) {
       return kMIDIInvalidClient;
     }
-    for (const auto& [ref, object] : mObjects) {
+    for (const auto& [ref, object] : mObjects.all()) {
       if (object.client == client) {
-        const bool isEndpoint = object.type == Type::source || object.type == Type::destination;
-        (isEndpoint ? endpoints : ports).push_back(ref);
+        (object.isEndpoint() ? endpoints : ports).push_back(ref);
       }
     }
     mObjects.erase(client);  // from here on nothing can be made for it
@@ -163,11 +115,11 @@ OSStatus MIDIObjectTable::MIDIClientDispose(MIDIClientRef client) {
 
 OSStatus MIDIObjectTable::createPort(MIDIClientRef client, Type type, const std::string& name,
                                      MIDIPortRef* port) {
-  if (find(client, Type::client) == nullptr) {
+  if (mObjects.find(client, Type::client) == nullptr) {
     return kMIDIInvalidClient;
   }
-  *port = add(type, name);
-  mObjects[*port].client = client;
+  *port = mObjects.add(type, name);
+  mObjects.find(*port)->client = client;
   return 0;
 }
 
@@ -182,23 +134,23 @@ OSStatus MIDIObjectTable::MIDIInputPortCreate(MIDIClientRef client, const std::s
                                               MIDIPortRef* port) {
   const std::lock_guard lock(mMutex);
   ReceiverRef receiver;
-  if (find(client, Type::client) == nullptr ||
+  if (mObjects.find(client, Type::client) == nullptr ||
       !mReadThread.addReceiver(readProc, refCon, receiver)) {
     return kMIDIInvalidClient;
   }
   const OSStatus status = createPort(client, Type::inputPort, name, port);
-  mObjects[*port].receiver = receiver;
+  mObjects.find(*port)->receiver = receiver;
   return status;
 }
 
 OSStatus MIDIObjectTable::MIDISourceCreate(MIDIClientRef client, const std::string& name,
                                            MIDIEndpointRef* source) {
   const std::lock_guard lock(mMutex);
-  if (find(client, Type::client) == nullptr) {
+  if (mObjects.find(client, Type::client) == nullptr) {
     return kMIDIInvalidClient;
   }
-  *source = addEndpoint(Type::source, name, uniqueIDOfPort(name));
-  mObjects[*source].client = client;
+  *source = mObjects.addEndpoint(Type::source, name);
+  mObjects.find(*source)->client = client;
   if (mOutside != nullptr) {
     mOutside->addVirtualSource(*source, name);
   }
@@ -211,13 +163,14 @@ OSStatus MIDIObjectTable::MIDIDestinationCreate(MIDIClientRef client, const std:
                                                 MIDIEndpointRef* destination) {
   const std::lock_guard lock(mMutex);
   ReceiverRef receiver;
-  if (find(client, Type::client) == nullptr ||
+  if (mObjects.find(client, Type::client) == nullptr ||
       !mReadThread.addReceiver(readProc, refCon, receiver)) {
     return kMIDIInvalidClient;
   }
-  *destination = addEndpoint(Type::destination, name, uniqueIDOfPort(name));
-  mObjects[*destination].receiver = receiver;
-  mObjects[*destination].client = client;
+  *destination = mObjects.addEndpoint(Type::destination, name);
+  Object* object = mObjects.find(*destination);
+  object->receiver = receiver;
+  object->client = client;
   if (mOutside != nullptr) {
     mOutside->addVirtualDestination(*destination, name, receiver);
   }
@@ -229,16 +182,15 @@ OSStatus MIDIObjectTable::dispose(MIDIObjectRef ref, bool isEndpoint) {
   std::optional<ReceiverRef> receiver;
   {
     const std::lock_guard lock(mMutex);
-    const auto it = mObjects.find(ref);
-    const auto isWanted = [isEndpoint](const Object& object) {
-      return isEndpoint ? !object.outside &&
-                              (object.type == Type::source || object.type == Type::destination)
-                        : object.type == Type::outputPort || object.type == Type::inputPort;
-    };
-    if (it == mObjects.end() || !isWanted(it->second)) {
+    const Object* object = mObjects.find(ref);
+    const bool isWanted =
+        object != nullptr &&
+        (isEndpoint ? object->isEndpoint() && !object->outside
+                    : object->type == Type::outputPort || object->type == Type::inputPort);
+    if (!isWanted) {
       return isEndpoint ? kMIDIUnknownEndpoint : kMIDIInvalidPort;
     }
-    receiver = it->second.receiver;
+    receiver = object->receiver;
     if (receiver) {
       mReadThread.removeReceiver(*receiver);
     }
@@ -257,7 +209,7 @@ OSStatus MIDIObjectTable::dispose(MIDIObjectRef ref, bool isEndpoint) {
     std::erase_if(mConnections, [ref](const Connection& connection) {
       return connection.port == ref || connection.source == ref;
     });
-    mObjects.erase(it);
+    mObjects.erase(ref);
     if (isEndpoint) {
       notify(kMIDIMsgObjectRemoved);
     }
@@ -282,8 +234,8 @@ OSStatus MIDIObjectTable::MIDIEndpointDispose(MIDIEndpointRef endpoint) {
 OSStatus MIDIObjectTable::MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRef source,
                                                 void* sourceRefCon) {
   const std::lock_guard lock(mMutex);
-  const Object* from = find(source, Type::source);
-  const Object* to = find(port, Type::inputPort);
+  const Object* from = mObjects.find(source, Type::source);
+  const Object* to = mObjects.find(port, Type::inputPort);
   if (to == nullptr) {
     return kMIDIInvalidPort;
   }
@@ -312,7 +264,7 @@ OSStatus MIDIObjectTable::MIDIPortDisconnectSource(MIDIPortRef port, MIDIEndpoin
   if (removed == 0) {
     return kMIDINoConnection;
   }
-  const Object* from = find(source, Type::source);
+  const Object* from = mObjects.find(source, Type::source);
   if (from != nullptr && from->outside) {
     mOutside->disconnect(port, source);
   }
@@ -323,93 +275,53 @@ OSStatus MIDIObjectTable::MIDIPortDisconnectSource(MIDIPortRef port, MIDIEndpoin
 
 std::size_t MIDIObjectTable::MIDIGetNumberOfSources() {
   const std::lock_guard lock(mMutex);
-  return count(Type::source);
+  return mObjects.present(Type::source).size();
 }
 MIDIEndpointRef MIDIObjectTable::MIDIGetSource(std::size_t index) {
-  const std::lock_guard lock(mMutex);
-  return at(Type::source, index);
+  return presentAt(Type::source, index);
 }
 std::size_t MIDIObjectTable::MIDIGetNumberOfDestinations() {
   const std::lock_guard lock(mMutex);
-  return count(Type::destination);
+  return mObjects.present(Type::destination).size();
 }
 MIDIEndpointRef MIDIObjectTable::MIDIGetDestination(std::size_t index) {
+  return presentAt(Type::destination, index);
+}
+MIDIEndpointRef MIDIObjectTable::presentAt(MIDIObjects::Type type, std::size_t index) {
   const std::lock_guard lock(mMutex);
-  return at(Type::destination, index);
+  const auto& list = mObjects.present(type);
+  return index < list.size() ? list[index] : 0;
 }
 
 OSStatus MIDIObjectTable::MIDIObjectFindByUniqueID(MIDIUniqueID id, MIDIObjectRef* object) {
   const std::lock_guard lock(mMutex);
-  for (const auto& [ref, candidate] : mObjects) {
-    const auto it = candidate.properties.find(kMIDIPropertyUniqueID);
-    if (candidate.present && it != candidate.properties.end() &&
-        std::get<std::int32_t>(it->second) == id) {
-      *object = ref;
-      return 0;
-    }
-  }
-  return kMIDIObjectNotFound;
-}
-
-template <class Value>
-OSStatus MIDIObjectTable::getProperty(MIDIObjectRef object, MIDIProperty property, Value* value) {
-  const std::lock_guard lock(mMutex);
-  const auto entry = mObjects.find(object);
-  if (entry == mObjects.end()) {
+  const MIDIObjectRef found = mObjects.withUniqueID(id);
+  if (found == 0) {
     return kMIDIObjectNotFound;
   }
-  const auto it = entry->second.properties.find(property);
-  if (it == entry->second.properties.end()) {
-    return kMIDIUnknownProperty;
-  }
-  const auto* found = std::get_if<Value>(&it->second);
-  if (found == nullptr) {
-    return kMIDIWrongPropertyType;
-  }
-  *value = *found;
-  return 0;
-}
-
-template <class Value>
-OSStatus MIDIObjectTable::setProperty(MIDIObjectRef object, MIDIProperty property,
-                                      const Value& value) {
-  const std::lock_guard lock(mMutex);
-  const auto entry = mObjects.find(object);
-  if (entry == mObjects.end()) {
-    return kMIDIObjectNotFound;
-  }
-  const auto it = entry->second.properties.find(property);
-  if (it != entry->second.properties.end() && !std::holds_alternative<Value>(it->second)) {
-    return kMIDIWrongPropertyType;
-  }
-  if constexpr (!std::is_same_v<Value, std::int32_t>) {
-    if (property == kMIDIPropertyUniqueID) {
-      return kMIDIWrongPropertyType;
-    }
-  } else {
-    if (property == kMIDIPropertyUniqueID && (value == 0 || !idIsFree(value, object))) {
-      return kMIDIIDNotUnique;
-    }
-  }
-  entry->second.properties.insert_or_assign(std::string(property), value);
+  *object = found;
   return 0;
 }
 
 OSStatus MIDIObjectTable::MIDIObjectGetIntegerProperty(MIDIObjectRef object, MIDIProperty property,
                                                        std::int32_t* value) {
-  return getProperty(object, property, value);
+  const std::lock_guard lock(mMutex);
+  return mObjects.getProperty(object, property, value);
 }
 OSStatus MIDIObjectTable::MIDIObjectSetIntegerProperty(MIDIObjectRef object, MIDIProperty property,
                                                        std::int32_t value) {
-  return setProperty(object, property, value);
+  const std::lock_guard lock(mMutex);
+  return mObjects.setProperty(object, property, value);
 }
 OSStatus MIDIObjectTable::MIDIObjectGetStringProperty(MIDIObjectRef object, MIDIProperty property,
                                                       std::string* value) {
-  return getProperty(object, property, value);
+  const std::lock_guard lock(mMutex);
+  return mObjects.getProperty(object, property, value);
 }
 OSStatus MIDIObjectTable::MIDIObjectSetStringProperty(MIDIObjectRef object, MIDIProperty property,
                                                       const std::string& value) {
-  return setProperty(object, property, value);
+  const std::lock_guard lock(mMutex);
+  return mObjects.setProperty(object, property, value);
 }
 
 // --- traffic ---
@@ -417,8 +329,8 @@ OSStatus MIDIObjectTable::MIDIObjectSetStringProperty(MIDIObjectRef object, MIDI
 OSStatus MIDIObjectTable::MIDISend(MIDIPortRef port, MIDIEndpointRef destination,
                                    const MIDIPacketList* packets) {
   const std::lock_guard lock(mMutex);
-  const Object* from = find(port, Type::outputPort);
-  const Object* to = find(destination, Type::destination);
+  const Object* from = mObjects.find(port, Type::outputPort);
+  const Object* to = mObjects.find(destination, Type::destination);
   if (from == nullptr) {
     return kMIDIInvalidPort;
   }
@@ -440,7 +352,7 @@ OSStatus MIDIObjectTable::MIDISend(MIDIPortRef port, MIDIEndpointRef destination
 
 void MIDIObjectTable::endSending(MIDIPortRef port, MIDIEndpointRef destination) {
   const std::lock_guard lock(mMutex);
-  const Object* to = find(destination, Type::destination);
+  const Object* to = mObjects.find(destination, Type::destination);
   if (to != nullptr && to->outside && to->present) {
     mOutside->endSending(port, destination);
   }
@@ -448,7 +360,7 @@ void MIDIObjectTable::endSending(MIDIPortRef port, MIDIEndpointRef destination) 
 
 OSStatus MIDIObjectTable::MIDIReceived(MIDIEndpointRef source, const MIDIPacketList* packets) {
   const std::lock_guard lock(mMutex);
-  const Object* from = find(source, Type::source);
+  const Object* from = mObjects.find(source, Type::source);
   if (from == nullptr || from->outside) {
     return kMIDIUnknownEndpoint;
   }
@@ -457,7 +369,7 @@ OSStatus MIDIObjectTable::MIDIReceived(MIDIEndpointRef source, const MIDIPacketL
     if (connection.source != source) {
       continue;
     }
-    const ReceiverRef receiver = *mObjects[connection.port].receiver;
+    const ReceiverRef receiver = *mObjects.find(connection.port)->receiver;
     forEachPacket(*packets, [this, &connection, receiver, &status](const MIDIPacket& packet) {
       if (!mReadThread.deliver(receiver, connection.sourceRefCon, packet.timeStamp, packet.data,
                                packet.length)) {
@@ -500,26 +412,15 @@ MIDIEndpointRef MIDIObjectTable::endpointAppeared(MIDIEndpointKind kind,
                                                   const std::string& portName,
                                                   const std::string& displayName) {
   const std::lock_guard lock(mMutex);
-  const Type type = kind == MIDIEndpointKind::source ? Type::source : Type::destination;
-  const auto known = std::find_if(mObjects.begin(), mObjects.end(), [&](const auto& entry) {
-    return entry.second.outside && entry.second.type == type && entry.second.name == portName;
-  });
-  MIDIEndpointRef ref = 0;
-  bool wasPresent = false;
-  if (known != mObjects.end()) {
-    ref = known->first;
-    wasPresent = std::exchange(known->second.present, true);
-  } else {
-    ref = addEndpoint(type, portName, uniqueIDOfPort(portName));
-    mObjects[ref].outside = true;
-    mObjects[ref].properties[std::string(kMIDIPropertyServerPort)] = portName;
-  }
-  auto& shown = mObjects[ref].properties[std::string(kMIDIPropertyDisplayName)];
-  const bool isRenamed = std::get<std::string>(shown) != displayName;
-  shown = displayName;
+  const MIDIEndpointRef ref = mObjects.endpointOfPort(
+      kind == MIDIEndpointKind::source ? Type::source : Type::destination, portName);
+  Object& object = *mObjects.find(ref);
+  const bool wasPresent = mObjects.setPresent(object, true);
+  std::string shown = displayName;
+  std::swap(std::get<std::string>(object.properties.find(kMIDIPropertyDisplayName)->second), shown);
   if (!wasPresent) {
     notify(kMIDIMsgObjectAdded);
-  } else if (isRenamed) {
+  } else if (shown != displayName) {
     notify(kMIDIMsgSetupChanged);
   }
   return ref;
@@ -527,8 +428,8 @@ MIDIEndpointRef MIDIObjectTable::endpointAppeared(MIDIEndpointKind kind,
 
 void MIDIObjectTable::endpointVanished(MIDIEndpointRef endpoint) {
   const std::lock_guard lock(mMutex);
-  const auto it = mObjects.find(endpoint);
-  if (it != mObjects.end() && it->second.outside && std::exchange(it->second.present, false)) {
+  Object* object = mObjects.find(endpoint);
+  if (object != nullptr && object->outside && mObjects.setPresent(*object, false)) {
     notify(kMIDIMsgObjectRemoved);
   }
 }

@@ -1,22 +1,19 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <map>
 #include <memory>
-#include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "platform/host/PriorityMutex.h"
 #include "platform/midi/MIDIOutside.h"
 #include "platform/midi/MIDIService.h"
+#include "platform/midi/builtin/MIDIObjects.h"
 #include "platform/midi/builtin/MIDIReadThread.h"
 
 namespace velor::midi {
 
-/// The object table of the process: clients, ports, virtual endpoints, the
-/// endpoints of the outside, their properties and ids, and the read thread.
+/// The MIDI service of the process: its objects, its connections and the read thread.
 /// Traffic between virtual endpoints of this process never leaves it and keeps
 /// its exact times. What lies outside is the back end's, a MIDIOutside; without
 /// one, this is the in-process service.
@@ -65,24 +62,10 @@ class MIDIObjectTable final : public MIDIService, private MIDIInside {
   bool isConnected() override;
   std::string serverDescription() override;
 
-  /// The id of an endpoint of the outside by the name of its port: the same in
-  /// every run, and never 0.
-  static MIDIUniqueID uniqueIDOfPort(const std::string& portName) noexcept;
-
  private:
-  enum class Type : std::uint8_t { client, outputPort, inputPort, source, destination };
+  using Type = MIDIObjects::Type;
+  using Object = MIDIObjects::Object;
 
-  struct Object {
-    Type type;
-    std::string name;
-    MIDIClientRef client = 0;  // the owner of ports and virtual endpoints
-    bool outside = false;
-    bool present = true;                  // of the outside: is there now
-    std::optional<ReceiverRef> receiver;  // input ports and virtual destinations
-    MIDINotifyProc notifyProc = nullptr;  // clients
-    void* notifyRefCon = nullptr;         // clients
-    std::map<std::string, std::variant<std::int32_t, std::string>, std::less<>> properties;
-  };
   struct Connection {
     MIDIPortRef port;
     MIDIEndpointRef source;
@@ -95,31 +78,29 @@ class MIDIObjectTable final : public MIDIService, private MIDIInside {
   bool deliver(const host::RealtimeContext& realtime, ReceiverRef receiver, void* sourceRefCon,
                MIDITimeStamp time, const std::uint8_t* data, std::size_t length) noexcept override;
 
-  template <class Value>
-  OSStatus getProperty(MIDIObjectRef object, MIDIProperty property, Value* value);
-  template <class Value>
-  OSStatus setProperty(MIDIObjectRef object, MIDIProperty property, const Value& value);
+  MIDIEndpointRef presentAt(Type type, std::size_t index);
 
-  // All below under mMutex.
-  Object* find(MIDIObjectRef ref, Type type);
-  MIDIObjectRef add(Type type, const std::string& name);
+  // Both under mMutex.
   OSStatus createPort(MIDIClientRef client, Type type, const std::string& name, MIDIPortRef* port);
-  MIDIEndpointRef addEndpoint(Type type, const std::string& name, MIDIUniqueID wantedId);
-  bool idIsFree(MIDIUniqueID id, MIDIObjectRef except) const;
-  std::size_t count(Type type) const;
-  MIDIEndpointRef at(Type type, std::size_t index) const;
+  // Clients are told once of all that happens until the main queue gets to it.
   void notify(MIDINotificationMessageID message);
 
-  // Takes the lock, and calls without it.
+  // On the main queue; these take the lock, and call without it.
+  void tellNews();
   void tell(MIDIClientRef client, MIDINotificationMessageID message);
 
   // Takes an object with a receiver out, in two steps around the wait for quiet.
   OSStatus dispose(MIDIObjectRef ref, bool isEndpoint);
 
   host::PriorityMutex mMutex;
-  MIDIObjectRef mNextRef = 1;
-  // By reference, which is the order of creation, too.
-  std::map<MIDIObjectRef, Object> mObjects;
+  // All under mMutex.
+  struct News {
+    bool isPosted = false;
+    bool added = false;
+    bool removed = false;
+  };
+  News mNews;
+  MIDIObjects mObjects;
   std::vector<Connection> mConnections;
   MIDIReadThread mReadThread;
   const std::unique_ptr<MIDIOutside> mOutside;

@@ -82,7 +82,7 @@ TEST_F(KVMIDICoreTest, ListsFollowThePlatformAndWhoStaysKeepsItsObject) {
   EXPECT_EQ(core().sourceWithUniqueId(idOf(pads)), padsObject);
   mHost.settle();
   EXPECT_EQ(core().sources(), KVMIDICore::Endpoints{padsObject});
-  EXPECT_EQ(core().sourceWithUniqueId(midi::MIDIObjectTable::uniqueIDOfPort("keys")), nullptr);
+  EXPECT_EQ(core().sourceWithUniqueId(midi::MIDIObjects::uniqueIDOfPort("keys")), nullptr);
 
   mOutside->appear(MIDIEndpointKind::source, "keys");
   mHost.settle();

@@ -130,7 +130,7 @@ TEST_F(KVMIDIEndpointTest, AStoredEndpointIsFoundByItsIdWhateverItsNameHasBecome
   store::KeyedArchiver coder;
   const KVMIDIEndpoint endpoint(ref);
   coder.encodeObject(&endpoint, "e");
-  const int id = midi::MIDIObjectTable::uniqueIDOfPort("port");
+  const int id = midi::MIDIObjects::uniqueIDOfPort("port");
   EXPECT_NE(coder.data().find("\"MIDIEndpoint.MIDIUniqueID\": " + std::to_string(id) + ",\n"),
             std::string::npos);
   EXPECT_NE(coder.data().find(R"("MIDIEndpoint.DisplayName": "Desk")"), std::string::npos);

@@ -103,6 +103,21 @@ TEST_F(MIDIObjectTableTest, ClientsAreToldOfANewNameAndNotOfAnotherLookNorWhenDi
   EXPECT_EQ(told.messages, std::vector<int>{kMIDIMsgSetupChanged});
 }
 
+TEST_F(MIDIObjectTableTest, ChangesThatComeTogetherAreToldTogether) {
+  Listener listener;
+  makeClient(listener);
+  const MIDIEndpointRef gone = mOutside->appear(MIDIEndpointKind::source, "gone");
+  mHost.settle();
+  listener.messages.clear();
+  mOutside->vanish(gone);
+  for (int i = 0; i < 400; ++i) {
+    mOutside->appear(MIDIEndpointKind::destination, "port " + std::to_string(i));
+  }
+  mHost.settle();
+  EXPECT_EQ(listener.messages,
+            (std::vector<int>{kMIDIMsgObjectRemoved, kMIDIMsgObjectAdded, kMIDIMsgSetupChanged}));
+}
+
 TEST_F(MIDIObjectTableTest, AClientMayBeDisposedOfByOneThatIsBeingTold) {
   Listener first;
   Listener second;
