@@ -688,6 +688,9 @@ void VLClock::setArmed(bool armed) {
 }
 
 void VLClock::setMIDISyncSource(const std::shared_ptr<KVMIDIEndpoint>& source) {
+  if (source == nullptr && _mtcSyncSource.load() == nullptr) {
+    return;  // asked for at every change of the MIDI setup
+  }
   const Change change(*this, "MIDISyncSource");
   VELOR_LOG_INFO("set MIDI sync source: %s",
                  source != nullptr ? source->description().c_str() : "(none)");

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "Kv-Appkit/KVNotificationCenter.h"
+#include "tests/support/LogRecord.h"
 #include "tests/velor/app/AppFixture.h"
 
 namespace velor {
@@ -78,10 +79,12 @@ TEST_F(VLAppDelegateTest, ASourceThatVanishesDropsAndDisarmsTheClock) {
   EXPECT_EQ(app().syncSource(), nullptr);
   EXPECT_EQ(clock().status(), VLClockStopped);
 
+  const LogRecord log;
   clock().arm();  // with none, which lasts until anything changes in the system
   mOutside->vanish(other->endpoint());
   mHost.settle();
   EXPECT_EQ(clock().status(), VLClockStopped);
+  EXPECT_EQ(log.count("set MIDI sync source: (none)"), 0) << "at every change of the setup";
 }
 
 TEST_F(VLAppDelegateTest,
