@@ -39,17 +39,18 @@ UDPDescriptorPair::Problem UDPDescriptorPair::make() {
   if (isOpen()) {
     return {};
   }
-  Problem problem;
-  if (mIPv4Enabled) {
-    problem = prepare(mSocket4);
+  Problem missing;
+  for (auto& [descriptor, enabled] :
+       {std::pair(&mSocket4, mIPv4Enabled), std::pair(&mSocket6, mIPv6Enabled)}) {
+    Problem problem = enabled ? prepare(*descriptor) : Problem();
+    if (problem && problem->code == EAFNOSUPPORT) {
+      missing = std::move(problem);  // as one that is disabled
+    } else if (problem) {
+      close();
+      return problem;
+    }
   }
-  if (!problem && mIPv6Enabled) {
-    problem = prepare(mSocket6);
-  }
-  if (problem) {
-    close();
-  }
-  return problem;
+  return isOpen() ? Problem() : missing;
 }
 
 UDPDescriptorPair::Problem UDPDescriptorPair::prepare(Descriptor& descriptor) {
@@ -95,6 +96,8 @@ UDPDescriptorPair::Problem UDPDescriptorPair::bind(std::uint16_t port) {
 }
 
 UDPDescriptorPair::Problem UDPDescriptorPair::bindOnce(std::uint16_t port) {
+  // Without SO_REUSEADDR: of two sockets that allow reuse, whenever it is set, Linux lets the
+  // later one take the port, and all datagrams, of the earlier one.
   for (Descriptor* const descriptor : {&mSocket4, &mSocket6}) {
     if (!descriptor->isOpen()) {
       continue;
@@ -103,23 +106,10 @@ UDPDescriptorPair::Problem UDPDescriptorPair::bindOnce(std::uint16_t port) {
     if (const int result = mNetwork.bind(descriptor->number, address); result < 0) {
       return Error::posix(-result, "Error in bind() function");
     }
-    if (Problem problem = allowReuse(*descriptor)) {
-      return problem;
-    }
     SocketAddress bound;
     if (mNetwork.getsockname(descriptor->number, bound) >= 0) {
       port = bound.port();  // which the system may have chosen, for both then
     }
-  }
-  return {};
-}
-
-// Only after the descriptor has its port: two that both allow reuse beforehand
-// share a port here, and one takes all datagrams of the other without a word.
-UDPDescriptorPair::Problem UDPDescriptorPair::allowReuse(const Descriptor& descriptor) {
-  const int result = mNetwork.setsockopt(descriptor.number, SOL_SOCKET, SO_REUSEADDR, 1);
-  if (result < 0) {
-    return Error::posix(-result, "Error enabling address reuse (setsockopt)");
   }
   return {};
 }
@@ -136,9 +126,6 @@ UDPDescriptorPair::Problem UDPDescriptorPair::connect(const SocketAddress& addre
   }
   if (result < 0) {
     return Error::posix(-result, "Error in connect() function");
-  }
-  if (Problem problem = allowReuse(descriptor)) {
-    return problem;
   }
   close(of(address.family() == AF_INET ? AF_INET6 : AF_INET));
   return {};

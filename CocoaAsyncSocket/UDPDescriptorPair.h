@@ -40,7 +40,8 @@ class UDPDescriptorPair {
   /// The problem of a pair that may have no descriptor at all.
   Problem checkEnabled() const;
 
-  /// Makes those that are enabled; nothing when there are some already.
+  /// Makes those that are enabled and that the system supports; nothing when there are
+  /// some already.
   Problem make();
   /// Makes them and binds them to the port on all interfaces; 0 for one of the
   /// system's choice that is free for both.
@@ -54,7 +55,6 @@ class UDPDescriptorPair {
  private:
   Problem prepare(Descriptor& descriptor);
   Problem bindOnce(std::uint16_t port);
-  Problem allowReuse(const Descriptor& descriptor);
   void close(Descriptor& descriptor);
 
   UDPNetwork& mNetwork;

@@ -116,18 +116,15 @@ int SimulatedUDPNetwork::setsockopt(int descriptor, int level, int option, int v
   Socket& socket = mSockets.at(descriptor);
   if (level == SOL_SOCKET && option == SO_BROADCAST) {
     socket.broadcast = value != 0;
-  } else if (level == SOL_SOCKET && option == SO_REUSEADDR) {
-    socket.reuse = value != 0;
   }
   return 0;
 }
 
-bool SimulatedUDPNetwork::portInUse(const SocketAddress& address, bool reuse) const {
-  return std::any_of(mSockets.begin(), mSockets.end(), [&address, reuse](const auto& entry) {
+bool SimulatedUDPNetwork::portInUse(const SocketAddress& address) const {
+  return std::any_of(mSockets.begin(), mSockets.end(), [&address](const auto& entry) {
     const Socket& other = entry.second;
     return other.local.family() == address.family() && other.local.port() == address.port() &&
-           (isWildcard(other.local) || isWildcard(address) || other.local == address) &&
-           !(reuse && other.reuse);
+           (isWildcard(other.local) || isWildcard(address) || other.local == address);
   });
 }
 
@@ -137,7 +134,7 @@ SocketAddress SimulatedUDPNetwork::freePort(SocketAddress address) {
     mLastPort = mLastPort == 65'535 ? kFirstFreePort : static_cast<std::uint16_t>(mLastPort + 1);
     address = isWildcard(address) ? SocketAddress::wildcard(address.family(), mLastPort)
                                   : *SocketAddress::fromText(address.host(), mLastPort);
-  } while (portInUse(address, false));
+  } while (portInUse(address));
   return address;
 }
 
@@ -150,7 +147,7 @@ int SimulatedUDPNetwork::bind(int descriptor, const SocketAddress& address) {
     socket.local = freePort(address);
     return 0;
   }
-  if (portInUse(address, socket.reuse)) {
+  if (portInUse(address)) {
     return -EADDRINUSE;
   }
   socket.local = address;

@@ -69,7 +69,6 @@ class SimulatedUDPNetwork final : public UDPNetwork {
     SocketAddress local;
     SocketAddress peer;  // of no family: none
     bool broadcast = false;
-    bool reuse = false;
     int pendingError = 0;
     std::deque<Datagram> unread;
     std::size_t unreadBytes = 0;
@@ -91,7 +90,7 @@ class SimulatedUDPNetwork final : public UDPNetwork {
   LookUp lookUp(const std::string& host, std::uint16_t port) override;
 
   int faultOf(Call call);
-  bool portInUse(const SocketAddress& address, bool reuse) const;
+  bool portInUse(const SocketAddress& address) const;
   SocketAddress freePort(SocketAddress address);
   void wakeThread();
 

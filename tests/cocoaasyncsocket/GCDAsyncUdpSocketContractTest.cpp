@@ -39,6 +39,9 @@ class World {
   virtual ~World() = default;
   virtual void sendTo(std::uint16_t port, const std::string& data) = 0;
   virtual std::size_t openDescriptors() = 0;
+  /// Whether another program that allows the reuse of addresses gets the port, and with it
+  /// the datagrams of who has it.
+  virtual bool strangerTakes(std::uint16_t port) = 0;
 };
 
 class SimulatedWorld final : public World {
@@ -48,6 +51,7 @@ class SimulatedWorld final : public World {
     mNetwork.arrive(loopback(AF_INET, 40'000), loopback(AF_INET, port), bytesOf(data));
   }
   std::size_t openDescriptors() override { return mNetwork.openDescriptors(); }
+  bool strangerTakes(std::uint16_t) override { return false; }  // that option is not played
 
  private:
   host::SimulatedHost mHost;
@@ -62,6 +66,15 @@ class LoopbackWorld final : public World {
     const SocketAddress to = loopback(AF_INET, port);
     ASSERT_EQ(::sendto(mSender, data.data(), data.size(), 0, to.data(), to.size()),
               static_cast<ssize_t>(data.size()));
+  }
+  bool strangerTakes(std::uint16_t port) override {
+    const int stranger = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    EXPECT_EQ(::setsockopt(stranger, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), 0);
+    const SocketAddress own = loopback(AF_INET, port);
+    const bool taken = ::bind(stranger, own.data(), own.size()) == 0;
+    ::close(stranger);
+    return taken;
   }
   std::size_t openDescriptors() override {
     const std::filesystem::directory_iterator entries("/proc/self/fd");
@@ -143,6 +156,7 @@ TEST_P(GCDAsyncUdpSocketContract, ATakenPortIsRefusedAndFreeAgainAfterAClose) {
   EXPECT_EQ(error.reason, "Error in bind() function");
   EXPECT_EQ(second.socket->localPort(), 0);
   EXPECT_EQ(second.socket->localHost(), std::nullopt);
+  EXPECT_FALSE(mWorld->strangerTakes(port));
 
   first.socket->close();
   EXPECT_EQ(listen(second, port), port);

@@ -42,7 +42,6 @@ TEST_F(GCDAsyncUdpSocketTest, EachCallThatFailsIsNamedAndLeavesNoDescriptor) {
            Case{Call::socket, 1, "Error in socket() function"},
            Case{Call::setNonBlocking, 1, "Error enabling non-blocking IO on socket (fcntl)"},
            Case{Call::setsockopt, 1, "Error in setsockopt() function"},
-           Case{Call::setsockopt, 3, "Error enabling address reuse (setsockopt)"},
            Case{Call::bind, 1, "Error in bind() function"},
        }) {
     SCOPED_TRACE(each.reason);
@@ -58,6 +57,15 @@ TEST_F(GCDAsyncUdpSocketTest, EachCallThatFailsIsNamedAndLeavesNoDescriptor) {
     mNetwork.failNext(Call::setsockopt, EPERM);
     EXPECT_FALSE(end.socket->enableBroadcast(true, &error));
     EXPECT_EQ(error.description(), "Operation not permitted (Error in setsockopt() function)");
+  }
+}
+
+TEST_F(GCDAsyncUdpSocketTest, ASystemWithoutOneProtocolUsesTheOther) {
+  for (const unsigned missing : {0U, 1U}) {
+    UDPEnd end;
+    mNetwork.failNext(Call::socket, EAFNOSUPPORT, missing);
+    EXPECT_TRUE(end.socket->bindToPort(7770));
+    EXPECT_EQ(end.socket->localHost(), missing == 0 ? "::" : "0.0.0.0");
   }
 }
 
