@@ -416,7 +416,7 @@ void GCDAsyncUdpSocket::sendData(std::vector<std::uint8_t> data, double timeout,
   if (added == UDPSendQueue::Added::firstRefused) {
     VELOR_LOG_WARNING("udp socket: too much waits to be sent, new datagrams are not taken");
   }
-  if (added != UDPSendQueue::Added::yes && mTellsOfSends) {
+  if (added != UDPSendQueue::Added::yes) {
     post([tag](GCDAsyncUdpSocket& self) {
       self.tellNotSent(tag, Error::other("Too much data waits to be sent."));
     });
@@ -540,10 +540,9 @@ void GCDAsyncUdpSocket::unblockSend() {
 }
 
 void GCDAsyncUdpSocket::tellNotSent(std::int64_t tag, Error error) {
-  if (mTellsOfSends && mDelegateQueue != nullptr) {
+  if (mDelegateQueue != nullptr) {
     tell([tag, error = std::move(error)](GCDAsyncUdpSocketDelegate& delegate, const auto& self) {
-      dynamic_cast<GCDAsyncUdpSocketSendDelegate&>(delegate).udpSocketDidNotSendDataWithTag(
-          self, tag, error);
+      delegate.udpSocketDidNotSendDataWithTag(self, tag, error);
     });
   }
 }

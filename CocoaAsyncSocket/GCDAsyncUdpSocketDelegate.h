@@ -45,6 +45,13 @@ class GCDAsyncUdpSocketDelegate {
     static_cast<void>(socket), static_cast<void>(error);
   }
 
+  /// The system did not take a datagram.
+  virtual void udpSocketDidNotSendDataWithTag(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
+                                              std::int64_t tag,
+                                              const GCDAsyncUdpSocketError& error) {
+    static_cast<void>(socket), static_cast<void>(tag), static_cast<void>(error);
+  }
+
   /// Null after GCDAsyncUdpSocket::close. May come after its owner has made
   /// another socket.
   virtual void udpSocketDidClose(const std::shared_ptr<GCDAsyncUdpSocket>& socket,

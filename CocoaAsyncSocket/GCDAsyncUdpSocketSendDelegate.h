@@ -19,9 +19,6 @@ class GCDAsyncUdpSocketSendDelegate {
   /// The system has taken the datagram.
   virtual void udpSocketDidSendDataWithTag(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                            std::int64_t tag) = 0;
-  virtual void udpSocketDidNotSendDataWithTag(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
-                                              std::int64_t tag,
-                                              const GCDAsyncUdpSocketError& error) = 0;
 };
 
 }  // namespace velor

@@ -37,7 +37,7 @@ void lookUp(const VLOSCOptions::Target& target, const VLOSCReport& report) {
 }
 
 bool isAt(const VLOSCClient& client, const VLOSCOptions::Target& target) {
-  return client.host() == target.first && client.storedPort() == target.second;
+  return client.storedHost() == target.first && client.storedPort() == target.second;
 }
 
 void forgetHost(const std::string& address, const VLOSCReport& report) {

@@ -2,6 +2,7 @@
 #include "Velor/osc/VLOSCClient.h"
 
 #include <array>
+#include <cerrno>
 #include <limits>
 #include <span>
 #include <utility>
@@ -22,10 +23,34 @@ constexpr std::string_view kPortKey = "osc.client.port";
 constexpr std::string_view kEnabledKey = "osc.client.enabled";
 constexpr std::string_view kServiceNameKey = "osc.client.service_name";
 
+// As they were given, where the connection did not stand: without a network at the start
+// the two above are empty.
+constexpr std::string_view kStoredHostKey = "osc.client.stored_host";
+constexpr std::string_view kStoredPortKey = "osc.client.stored_port";
+
 constexpr double kSendTimeout = 1.0;  // seconds
+// Until the first attempt to reconnect.
+constexpr std::uint64_t kFirstReconnect = 100'000'000;  // ns
 
 constexpr std::array<KVDependency, 2> kDependencies{
     {{"alive", "connected"}, {"statusImage", "alive"}}};
+
+std::uint16_t decodePort(store::KeyedUnarchiver& coder, std::string_view key) {
+  const std::int32_t port = coder.decodeInt32(key).value_or(0);
+  if (port < 0 || port > std::numeric_limits<std::uint16_t>::max()) {
+    throw store::KeyedArchiveError(std::string(key), std::to_string(port) + " is not a port");
+  }
+  return static_cast<std::uint16_t>(port);
+}
+
+// Whether the socket stays without a way to the destination: the network or the address of
+// this machine to which the system has bound it is gone. A destination that does not answer
+// is another matter.
+bool isLasting(const GCDAsyncUdpSocketError& error) {
+  return error.domain == kPOSIXErrorDomain &&
+         (error.code == EINVAL || error.code == EADDRNOTAVAIL || error.code == ENETUNREACH ||
+          error.code == ENETDOWN || error.code == ENODEV);
+}
 
 void encodeOptional(store::KeyedArchiver& coder, const std::optional<std::string>& value,
                     std::string_view key) {
@@ -48,7 +73,7 @@ std::shared_ptr<VLOSCClient> VLOSCClient::initWithUdpHost(const std::optional<st
 void VLOSCClient::initFromUdpHost(const std::optional<std::string>& host, std::uint16_t port) {
   KV_REQUIRE_PARAMETER(host.has_value(), "host");
   KV_REQUIRE_PARAMETER(port != 0, "port");
-  setHostPort(host, port);
+  connectTo(host, port);
   mEnabled.store(true);  // without the state of the clock, which comes with the list
 }
 
@@ -60,19 +85,20 @@ std::shared_ptr<VLOSCClient> VLOSCClient::initWithCoder(store::KeyedUnarchiver& 
 
 void VLOSCClient::initFromCoder(store::KeyedUnarchiver& coder) {
   const auto host = coder.decodeString(kHostKey);
-  const std::int32_t port = coder.decodeInt32(kPortKey).value_or(0);
-  if (port < 0 || port > std::numeric_limits<std::uint16_t>::max()) {
-    throw store::KeyedArchiveError(std::string(kPortKey), std::to_string(port) + " is no port");
-  }
+  const auto storedHost = coder.decodeString(kStoredHostKey);
+  const std::uint16_t port = decodePort(coder, kPortKey);
+  const std::uint16_t storedPort = decodePort(coder, kStoredPortKey);
   setServiceName(coder.decodeString(kServiceNameKey));
   const bool enabled = coder.decodeBool(kEnabledKey).value_or(false);
-  setHostPort(host, static_cast<std::uint16_t>(port));
+  connectTo(host ? host : storedHost, port != 0 ? port : storedPort);
   mEnabled.store(enabled);
 }
 
 void VLOSCClient::encodeWithCoder(store::KeyedArchiver& coder) const {
   encodeOptional(coder, host(), kHostKey);
   coder.encodeInt32(port(), kPortKey);
+  encodeOptional(coder, storedHost(), kStoredHostKey);
+  coder.encodeInt32(storedPort(), kStoredPortKey);
   coder.encodeBool(enabled(), kEnabledKey);
   encodeOptional(coder, serviceName(), kServiceNameKey);
 }
@@ -82,6 +108,11 @@ void VLOSCClient::encodeWithCoder(store::KeyedArchiver& coder) const {
 std::optional<std::string> VLOSCClient::host() const {
   const std::lock_guard lock(mMutex);
   return mHost;
+}
+
+std::optional<std::string> VLOSCClient::storedHost() const {
+  const std::lock_guard lock(mMutex);
+  return mStoredHost;
 }
 
 std::uint16_t VLOSCClient::storedPort() const {
@@ -123,17 +154,37 @@ VLOSCClientStatusImage VLOSCClient::statusImage() const {
 
 bool VLOSCClient::isEqualToNetService(
     const std::shared_ptr<discovery::NSNetService>& service) const {
-  return mNetService == service || (service->hostName().has_value() &&
-                                    service->hostName() == host() && service->port() == port());
+  return mNetService == service ||
+         (service->hostName().has_value() && service->hostName() == storedHost() &&
+          service->port() == storedPort());
 }
 
 // --- the connection ---
 
+std::shared_ptr<host::Queue> VLOSCClient::queueOfAllTargets() {
+  static std::mutex mutex;
+  static std::weak_ptr<host::Queue> shared;
+  const std::lock_guard lock(mutex);
+  auto queue = shared.lock();
+  if (queue == nullptr) {
+    queue.reset(new host::Queue("velor.osc.tx"), VLQueueEnd());
+    shared = queue;
+  }
+  return queue;
+}
+
 void VLOSCClient::setHostPort(const std::optional<std::string>& host, std::uint16_t port) {
+  mInterrupted.store(false);
+  connectTo(host, port);
+}
+
+void VLOSCClient::connectTo(const std::optional<std::string>& host, std::uint16_t port) {
   std::unique_ptr<Connection> former;
   {
     const std::lock_guard lock(mMutex);
     former = std::move(mConnection);
+    mStoredHost = host;
+    mPort = port;
   }
   former.reset();
   auto next = std::make_unique<Connection>();
@@ -150,11 +201,12 @@ void VLOSCClient::setHostPort(const std::optional<std::string>& host, std::uint1
   }
   GCDAsyncUdpSocketError error;
   if (socket->connectToHost(host, port, &error)) {
-    VELOR_LOG_INFO("connecting to %s:%u", host->c_str(), static_cast<unsigned>(port));
+    if (!mInterrupted.load()) {
+      VELOR_LOG_INFO("connecting to %s:%u", host->c_str(), static_cast<unsigned>(port));
+    }
     {
       const std::lock_guard lock(mMutex);
       mHost = host;
-      mPort = port;
     }
     if (!socket->enableBroadcast(true, &error)) {
       VELOR_LOG_WARNING("failed to enable broadcast on socket: %s", error.description().c_str());
@@ -166,42 +218,99 @@ void VLOSCClient::setHostPort(const std::optional<std::string>& host, std::uint1
     mHost.reset();
     former = std::move(mConnection);
   }
-  VELOR_LOG_ERROR("error connecting to host: %s", error.description().c_str());
+  if (!mInterrupted.load()) {
+    VELOR_LOG_ERROR("error connecting to host: %s", error.description().c_str());
+  }
+  if (host) {
+    reconnectLater(error);
+  }
 }
 
-void VLOSCClient::udpSocketDidConnectToAddress(const std::shared_ptr<GCDAsyncUdpSocket>&,
+void VLOSCClient::udpSocketDidConnectToAddress(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                                const SocketAddress& address) {
   std::string host;
   std::uint16_t port = 0;
   GCDAsyncUdpSocket::getHost(host, port, address);
   VELOR_LOG_INFO("%s host: %s, %u", "-[VLOSCClient udpSocket:didConnectToAddress:]", host.c_str(),
                  static_cast<unsigned>(port));
-  setConnectedLater(true);
+  setConnectedLater(socket, true);
 }
 
-void VLOSCClient::udpSocketDidNotConnect(const std::shared_ptr<GCDAsyncUdpSocket>&,
+void VLOSCClient::udpSocketDidNotConnect(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                          const GCDAsyncUdpSocketError& error) {
-  VELOR_LOG_INFO("%s error: %s", "-[VLOSCClient udpSocket:didNotConnect:]",
-                 error.description().c_str());
-  setConnectedLater(false);
+  if (!mInterrupted.load()) {
+    VELOR_LOG_INFO("%s error: %s", "-[VLOSCClient udpSocket:didNotConnect:]",
+                   error.description().c_str());
+  }
+  setConnectedLater(socket, false);
+  if (socket == udpSocket()) {
+    reconnectLater(error);
+  }
+}
+
+void VLOSCClient::udpSocketDidNotSendDataWithTag(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
+                                                 std::int64_t,
+                                                 const GCDAsyncUdpSocketError& error) {
+  if (isLasting(error) && socket == udpSocket()) {
+    setConnectedLater(socket, false);
+    reconnectLater(error);
+  }
 }
 
 void VLOSCClient::udpSocketDidClose(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                     const GCDAsyncUdpSocketError*) {
-  VELOR_LOG_INFO("udpSocket did close");
-  // One that was replaced says nothing of its successor.
-  if (socket == udpSocket()) {
-    setConnectedLater(false);
+  if (!mInterrupted.load()) {
+    VELOR_LOG_INFO("udpSocket did close");
   }
+  setConnectedLater(socket, false);
 }
 
-void VLOSCClient::setConnectedLater(bool connected) {
-  mMainQueue.async([weak = weak_from_this(), connected] {
-    if (const auto self = weak.lock()) {
+// A socket that was replaced says nothing of its successor.
+void VLOSCClient::setConnectedLater(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
+                                    bool connected) {
+  mMainQueue.async([weak = weak_from_this(), socket, connected] {
+    const auto self = weak.lock();
+    if (self == nullptr || socket != self->udpSocket()) {
+      return;
+    }
+    {
       const KVAnnouncement announcement(*self, "connected");
       self->mConnected = connected;
     }
+    if (connected && self->mInterrupted.exchange(false)) {
+      VLOSCClientDispatcher::sharedDispatcher().updateClient(*self);
+    }
   });
+}
+
+void VLOSCClient::reconnectLater(const GCDAsyncUdpSocketError& error) {
+  mMainQueue.async([weak = weak_from_this(), error] {
+    const auto self = weak.lock();
+    if (self == nullptr) {
+      return;
+    }
+    const bool isFirst = !self->mInterrupted.exchange(true);
+    if (isFirst) {
+      VELOR_LOG_WARNING("cannot send to %s:%u: %s; will reconnect",
+                        self->storedHost().value_or("").c_str(), unsigned{self->storedPort()},
+                        error.description().c_str());
+    }
+    if (std::exchange(self->mReconnectPending, true)) {
+      return;
+    }
+    self->mMainQueue.after(isFirst ? kFirstReconnect : kReconnectInterval, [weak] {
+      if (const auto again = weak.lock()) {
+        again->mReconnectPending = false;
+        again->reconnect();
+      }
+    });
+  });
+}
+
+void VLOSCClient::reconnect() {
+  if (mInterrupted.load()) {
+    connectTo(storedHost(), storedPort());
+  }
 }
 
 // --- sending ---

@@ -23,7 +23,9 @@ namespace velor {
 enum class VLOSCClientStatusImage { available, unavailable, none };
 
 /// A target of feedback: a host and port to which messages go by UDP. Nothing that
-/// comes from there is read.
+/// comes from there is read. A connection that cannot stand, or that stops to work since
+/// this machine has another address, is made again every kReconnectInterval until it
+/// stands; the target gets the state of the clock then.
 ///
 /// Observable: "host", "port", "connected", "alive", "statusImage". Main queue,
 /// where nothing else is said.
@@ -33,6 +35,8 @@ class VLOSCClient : public KVObservable,
                     public std::enable_shared_from_this<VLOSCClient> {
  public:
   static constexpr std::string_view kClassName = "VLOSCClient";
+  /// ns.
+  static constexpr std::uint64_t kReconnectInterval = 5'000'000'000;
 
   /// Enabled, and connecting. Raises for no host and for port 0.
   static std::shared_ptr<VLOSCClient> initWithUdpHost(const std::optional<std::string>& host,
@@ -48,7 +52,8 @@ class VLOSCClient : public KVObservable,
   std::optional<std::string> host() const;
   /// That of the connection; 0 before it stands.
   std::uint16_t port() const;
-  /// As it was given, whatever became of the connection.
+  /// As they were given, whatever became of the connection.
+  std::optional<std::string> storedHost() const;
   std::uint16_t storedPort() const;
 
   bool enabled() const noexcept { return mEnabled.load(); }
@@ -63,6 +68,8 @@ class VLOSCClient : public KVObservable,
   virtual bool alive() const { return connected() && mAlive; }
   /// One that is seen again gets the state of the clock at once.
   void setAlive(bool alive);
+  /// Seen on the network, connected or not.
+  bool isPresent() const noexcept { return mAlive; }
   virtual VLOSCClientStatusImage statusImage() const;
 
   bool connected() const noexcept { return mConnected; }
@@ -99,6 +106,9 @@ class VLOSCClient : public KVObservable,
                                     const SocketAddress& address) override;
   void udpSocketDidNotConnect(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                               const GCDAsyncUdpSocketError& error) override;
+  void udpSocketDidNotSendDataWithTag(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
+                                      std::int64_t tag,
+                                      const GCDAsyncUdpSocketError& error) override;
   void udpSocketDidClose(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                          const GCDAsyncUdpSocketError* error) override;
 
@@ -112,21 +122,24 @@ class VLOSCClient : public KVObservable,
  private:
   // The queue first: a socket must be closed before its queue ends.
   struct Connection {
-    Connection() : queue(new host::Queue("velor.osc.tx")) {}
     ~Connection() {
       if (socket != nullptr) {
         socket->close();
       }
     }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
 
-    VLQueueEnd::Owned queue;
+    std::shared_ptr<host::Queue> queue = queueOfAllTargets();
     std::shared_ptr<GCDAsyncUdpSocket> socket;
   };
 
+  // On it the sockets of all targets report; it ends with the last of them.
+  static std::shared_ptr<host::Queue> queueOfAllTargets();
+
   std::shared_ptr<GCDAsyncUdpSocket> udpSocket() const;
-  void setConnectedLater(bool connected);
+  void connectTo(const std::optional<std::string>& host, std::uint16_t port);
+  void setConnectedLater(const std::shared_ptr<GCDAsyncUdpSocket>& socket, bool connected);
+  void reconnectLater(const GCDAsyncUdpSocketError& error);
+  void reconnect();
 
   host::Queue& mMainQueue;
   std::atomic<bool> mEnabled{false};
@@ -134,12 +147,16 @@ class VLOSCClient : public KVObservable,
   bool mForThisRun = false;
   bool mAlive = false;
   bool mConnected = false;
+  // From a failure of the connection until it stands again, or is changed.
+  std::atomic<bool> mInterrupted{false};
+  bool mReconnectPending = false;
   std::optional<std::string> mServiceName;
   std::shared_ptr<discovery::NSNetService> mNetService;
 
   mutable std::mutex mMutex;
   // Under mMutex.
   std::optional<std::string> mHost;
+  std::optional<std::string> mStoredHost;
   std::uint16_t mPort = 0;
   std::unique_ptr<Connection> mConnection;  // null after one that could not begin
 };

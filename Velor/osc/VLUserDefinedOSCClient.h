@@ -31,7 +31,7 @@ class VLUserDefinedOSCClient final : public VLOSCClient {
 
   // Each connects anew.
   void setHost(const std::optional<std::string>& host) { moveTo(host, storedPort()); }
-  void setPort(std::uint16_t port) { moveTo(host(), port); }
+  void setPort(std::uint16_t port) { moveTo(storedHost(), port); }
   /// For a cell that was emptied: "port" becomes kDefaultPort, other keys raise.
   void setNilValueForKey(std::string_view key);
 
