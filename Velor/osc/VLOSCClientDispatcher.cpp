@@ -111,11 +111,69 @@ void VLOSCClientDispatcher::addClientFromNetService(const Service& service) {
     return;
   }
   mUnresolvedClients.push_back(service);
-  service->setDelegate(mSelf);
-  service->resolveWithTimeout(kResolveTimeout);
+  resolveNext();
+}
+
+void VLOSCClientDispatcher::resolveNext() {
+  while (mResolutions < std::min(kMostResolutions, mUnresolvedClients.size())) {
+    const Service service = mUnresolvedClients[mResolutions++];
+    service->setDelegate(mSelf);
+    service->resolveWithTimeout(kResolveTimeout);
+  }
+}
+
+void VLOSCClientDispatcher::resolutionEnded(const Service& service) {
+  const auto place = std::find(mUnresolvedClients.begin(), mUnresolvedClients.end(), service);
+  if (place == mUnresolvedClients.end()) {
+    return;
+  }
+  if (static_cast<std::size_t>(place - mUnresolvedClients.begin()) < mResolutions) {
+    --mResolutions;
+  }
+  mUnresolvedClients.erase(place);
+  resolveNext();
+}
+
+// The names of the services that are present are unique: one that has the name of an absent
+// target is the same service, at another address or port.
+std::shared_ptr<VLOSCClient> VLOSCClientDispatcher::absentClientNamed(
+    const std::string& name) const {
+  const Clients all = clients();
+  const auto found = std::find_if(all.begin(), all.end(), [&name](const auto& client) {
+    return !client->userDefinedHost() && !client->isPresent() && client->serviceName() == name;
+  });
+  return found != all.end() ? *found : nullptr;
+}
+
+void VLOSCClientDispatcher::dropFoundClients(Clients& clients, std::size_t most) {
+  auto found = static_cast<std::size_t>(
+      std::count_if(clients.begin(), clients.end(),
+                    [](const auto& client) { return !client->userDefinedHost(); }));
+  std::erase_if(clients, [&found, most](const auto& client) {
+    const bool goes = found > most && !client->userDefinedHost() && !client->isPresent();
+    found -= goes ? 1 : 0;
+    return goes;
+  });
+}
+
+// False when kMostFoundClients are present.
+bool VLOSCClientDispatcher::makeRoomForFoundClient() {
+  Clients all = clients();
+  const std::size_t before = all.size();
+  dropFoundClients(all, kMostFoundClients - 1);
+  if (all.size() < before) {
+    const KVAnnouncement announcement(*this, "clients");
+    const std::lock_guard lock(mMutex);
+    mClients.swap(all);
+  }
+  const Clients left = clients();
+  return static_cast<std::size_t>(std::count_if(left.begin(), left.end(), [](const auto& client) {
+           return !client->userDefinedHost();
+         })) < kMostFoundClients;
 }
 
 void VLOSCClientDispatcher::removeClientWithNetService(const Service& service) {
+  resolutionEnded(service);
   if (const auto client = clientMatchingToServive(service)) {
     client->setAlive(false);
   }
@@ -201,6 +259,28 @@ void VLOSCClientDispatcher::updateClient(VLOSCClient& client) const {
 
 // --- from the clock ---
 
+void VLOSCClientDispatcher::willTakeSpeed(float speed) {
+  const auto now = static_cast<float>(VLClock::sharedClock().playRatePercent());
+  const std::lock_guard lock(mMutex);
+  if (speed != now) {
+    mState.speed.reset();
+  }
+}
+void VLOSCClientDispatcher::willTakePreroll(bool preroll) {
+  const bool now = VLClock::sharedClock().preroll();
+  const std::lock_guard lock(mMutex);
+  if (preroll != now) {
+    mState.preroll.reset();
+  }
+}
+void VLOSCClientDispatcher::willTakeArm(bool armed) {
+  const bool now = VLClock::sharedClock().armed();
+  const std::lock_guard lock(mMutex);
+  if (armed != now) {
+    mState.arm.reset();
+  }
+}
+
 void VLOSCClientDispatcher::playRatePercentChanged() {
   const auto speed = static_cast<float>(VLClock::sharedClock().playRatePercent());
   if (speed != lastState().speed) {
@@ -250,6 +330,7 @@ bool VLOSCClientDispatcher::loadSettingsFromData(const std::string& data, std::s
   const bool isWhole = loaded.has_value();
   Clients clients = loaded ? std::move(*loaded) : Clients();
   std::erase(clients, nullptr);
+  dropFoundClients(clients, kMostFoundClients);
   const KVAnnouncement announcement(*this, "clients");
   const std::lock_guard lock(mMutex);
   mClients.swap(clients);
@@ -273,7 +354,7 @@ void VLOSCClientDispatcher::netServiceBrowserDidRemoveService(discovery::NSNetSe
 void VLOSCClientDispatcher::netServiceDidResolveAddress(const Service& service) {
   const std::string host = service->hostName().value_or("");
   VELOR_LOG_INFO("%s %s", "-[VLOSCClientDispatcher netServiceDidResolveAddress:]", host.c_str());
-  std::erase(mUnresolvedClients, service);
+  resolutionEnded(service);
   if (isMyOwnService(*service)) {
     return;
   }
@@ -283,6 +364,19 @@ void VLOSCClientDispatcher::netServiceDidResolveAddress(const Service& service) 
     return;
   }
   if (service->port() == 0) {  // a name that was reserved, with nobody behind it
+    return;
+  }
+  if (const auto moved = absentClientNamed(service->name())) {
+    moved->setHostPort(host, service->port());
+    moved->setAlive(true);
+    moved->setNetService(service);
+    return;
+  }
+  if (!makeRoomForFoundClient()) {
+    if (!std::exchange(mToldFull, true)) {
+      VELOR_LOG_WARNING("%zu OSC services are targets already; %s and others get no feedback",
+                        kMostFoundClients, service->name().c_str());
+    }
     return;
   }
   const auto client = VLOSCClient::initWithUdpHost(host, service->port());
@@ -296,7 +390,7 @@ void VLOSCClientDispatcher::netServiceDidNotResolve(const Service& service,
                                                     const discovery::NSNetServicesError& error) {
   VELOR_LOG_INFO("net service did not resolve: %s, %s", service->description().c_str(),
                  error.text.c_str());
-  std::erase(mUnresolvedClients, service);
+  resolutionEnded(service);
 }
 
 void VLOSCClientDispatcher::netServiceDidStop(const Service& service) {

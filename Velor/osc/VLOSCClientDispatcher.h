@@ -31,8 +31,11 @@ namespace velor {
 ///   /velor/time             s  as it is displayed: "01:02:03:04"
 ///
 /// Targets are found on the network, where services of the type "_osc._udp." are,
-/// or added by the user. One that goes stays in the list. A fresh one is told
-/// speed, play, stop and the time, if there is one; the others when they change.
+/// or added by the user. A service that goes leaves its target in the list, and takes it
+/// again when it returns, from another address too. Anyone on the network can announce
+/// services: kMostFoundClients of their targets stay in the list, and those that are not
+/// present go first. A fresh target gets speed, play, stop and the time, if there is one;
+/// the others when they change.
 ///
 /// Observable: "clients", told on the main queue or by whoever loads. Updates run on
 /// the thread of the change that caused them; the rest on the main queue.
@@ -44,6 +47,9 @@ class VLOSCClientDispatcher final : public KVObservable,
   using Service = std::shared_ptr<discovery::NSNetService>;
 
   static constexpr double kResolveTimeout = 10.0;  // seconds
+  static constexpr std::size_t kMostFoundClients = 256;
+  /// At once; the other services wait for their turn.
+  static constexpr std::size_t kMostResolutions = 16;
 
   /// The dispatcher of the process. The first call is the main thread's.
   static VLOSCClientDispatcher& sharedDispatcher();
@@ -82,9 +88,16 @@ class VLOSCClientDispatcher final : public KVObservable,
   /// with the place of the damage in `error`. Any thread.
   bool loadSettingsFromData(const std::string& data, std::string& error);
 
-  // --- from the clock, which also tells of what is set to what it was. Speed, pre-roll and
-  // arm are not passed on then: two programs that command each other, or a target that
-  // sends back what it gets, would make no end of it.
+  // --- around a command that asks for this value. Who sent it shows the value already: when
+  // the command asks for a change, its result is sent, also if nothing changes.
+
+  void willTakeSpeed(float speed);
+  void willTakePreroll(bool preroll);
+  void willTakeArm(bool armed);
+
+  // --- from the clock, which also announces what is set to what it was. Speed, pre-roll and
+  // arm are sent when they differ from what was sent last: two programs that command each
+  // other, or a target that returns what it gets, would go on for ever otherwise.
 
   void playRatePercentChanged();
   void armedChanged();
@@ -126,7 +139,15 @@ class VLOSCClientDispatcher final : public KVObservable,
   Clients mClients;  // under mMutex
   State mState;      // under mMutex
 
-  std::vector<Service> mUnresolvedClients;
+  void resolveNext();
+  void resolutionEnded(const Service& service);
+  std::shared_ptr<VLOSCClient> absentClientNamed(const std::string& name) const;
+  bool makeRoomForFoundClient();
+  static void dropFoundClients(Clients& clients, std::size_t most);
+
+  std::vector<Service> mUnresolvedClients;  // the first are under resolution
+  std::size_t mResolutions = 0;             // so many
+  bool mToldFull = false;
 
   // What others hold weakly; it owns nothing.
   const std::shared_ptr<VLOSCClientDispatcher> mSelf;

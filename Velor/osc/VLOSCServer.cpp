@@ -11,6 +11,7 @@
 #include "Kv-Appkit/KVAssert.h"
 #include "Kv-Appkit/KVUUID.h"
 #include "Velor/clock/VLClock.h"
+#include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLOscRx.h"
 #include "platform/host/Log.h"
 #include "platform/store/KeyedArchiveError.h"
@@ -354,15 +355,18 @@ void VLOSCServer::commandFromAddressChangePlaybackStatus(const SocketAddress&, b
 
 void VLOSCServer::commandFromAddressChangePlaybackSpeed(const SocketAddress&, float speed) {
   if (const auto delegate = mDelegate.lock()) {
+    VLOSCClientDispatcher::sharedDispatcher().willTakeSpeed(speed);
     delegate->setPlayRate(speed);
   }
 }
 
 void VLOSCServer::commandFromAddressChangePrerollStatus(const SocketAddress&, bool preroll) {
+  VLOSCClientDispatcher::sharedDispatcher().willTakePreroll(preroll);
   VLClock::sharedClock().setPreroll(preroll);
 }
 
 void VLOSCServer::commandFromAddressChangeArmed(const SocketAddress&, bool armed) {
+  VLOSCClientDispatcher::sharedDispatcher().willTakeArm(armed);
   VLClock& clock = VLClock::sharedClock();
   armed ? clock.arm() : clock.disarm();
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -15,6 +16,7 @@
 #include "Velor/osc/VLOSCServer.h"
 #include "Velor/osc/VLUserDefinedOSCClient.h"
 #include "kvtimecode/ltc_utils.h"
+#include "tests/support/LogRecord.h"
 #include "tests/velor/osc/OSCFixture.h"
 
 namespace velor {
@@ -66,6 +68,17 @@ class VLOSCClientTest : public OSCFixture {
     }
     return lines;
   }
+  struct Application final : VLOSCServerDelegate {
+    void play(VLOSCServer&) override {}
+    void stop(VLOSCServer&) override {}
+    void gotoPrevMarker() override {}
+    void gotoNextMarker() override {}
+    void addMarker(VLOSCServer&) override {}
+    void setPlayRate(float percent) override {
+      clock().setPlayRatePercent(static_cast<double>(percent));
+    }
+  };
+
   static SMPTETime timeAt(int hours) {
     SMPTETime time{};
     time.mType = kSMPTETimeType25;
@@ -139,6 +152,38 @@ TEST_F(VLOSCClientTest, WhatIsSetToWhatItWasIsNotToldAgain) {
   EXPECT_THAT(toldButStatus(), ElementsAre("/velor/speed 0", "/velor/preroll 0", "/velor/arm 0"));
 }
 
+// A control surface shows what it has commanded until it hears otherwise.
+TEST_F(VLOSCClientTest, ACommandThatIsClampedOrRefusedIsAnsweredWithWhatIsInEffect) {
+  VLOSCServer& server = VLOSCServer::sharedServer();
+  const auto application = std::make_shared<Application>();
+  server.setDelegate(application);
+  add("10.0.0.8");
+  const auto answers = [this](auto command) {
+    sentTo("10.0.0.8");
+    command();
+    Lines lines = sentTo("10.0.0.8");
+    std::erase_if(lines, [](const auto& line) { return line.starts_with("/velor/t"); });
+    return lines;
+  };
+  const auto speed = [&server](float percent) {
+    return [&server, percent] { server.commandFromAddressChangePlaybackSpeed({}, percent); };
+  };
+  const auto arm = [&server](bool on) {
+    return [&server, on] { server.commandFromAddressChangeArmed({}, on); };
+  };
+  EXPECT_THAT(answers(speed(5)), ElementsAre("/velor/speed 2"));
+  EXPECT_THAT(answers(speed(7)), ElementsAre("/velor/speed 2"));
+  EXPECT_THAT(answers(speed(2)), IsEmpty()) << "as it was";
+  EXPECT_THAT(answers(arm(true)), ElementsAre("/velor/arm 1"));
+  EXPECT_THAT(answers(arm(true)), IsEmpty());
+  EXPECT_THAT(answers(arm(false)), ElementsAre("/velor/arm 0"));
+  clock().start();
+  EXPECT_THAT(answers(arm(true)), ElementsAre("/velor/arm 0")) << "a clock that runs refuses";
+  EXPECT_THAT(answers(arm(true)), ElementsAre("/velor/arm 0"));
+  EXPECT_THAT(answers(arm(false)), IsEmpty());
+  clock().stop();
+}
+
 // The clock may have had another rate before anybody listened.
 TEST_F(VLOSCClientTest, TheFirstChangeOfTheSpeedIsToldWhateverItIs) {
   add("10.0.0.8");
@@ -190,6 +235,59 @@ TEST_F(VLOSCClientTest, ATargetFollowsItsHostAndPortAndOutlivesOneThatCannotBe) 
   EXPECT_THAT(mNetwork.takeSent(), IsEmpty());
   EXPECT_THROW(VLOSCClient::initWithUdpHost(std::nullopt, 1), KVException);
   EXPECT_THROW(VLOSCClient::initWithUdpHost("10.0.0.9", 0), KVException);
+}
+
+TEST_F(VLOSCClientTest, ATargetReturnsWithItsStateWhenTheMachineHasAnotherAddress) {
+  using Call = SimulatedUDPNetwork::Call;
+  const auto client = add("10.0.0.9");
+  sentTo("10.0.0.9");
+  for (const int fault : {EINVAL, ENETUNREACH}) {
+    clock().setTime(timeAt(1));
+    sentTo("10.0.0.9");
+    const auto former = mNetwork.openDescriptors();
+    mNetwork.failNext(Call::send, fault);
+    clock().setTime(timeAt(2));
+    mHost.settle();
+    EXPECT_FALSE(client->connected());
+    mHost.advance(kSecond);
+    EXPECT_TRUE(client->connected());
+    EXPECT_EQ(mNetwork.openDescriptors(), former);
+    EXPECT_EQ(sentTo("10.0.0.9").back(), "/velor/time 02:00:00:00");
+  }
+  // What concerns one datagram, or the other side, changes nothing.
+  for (const int fault : {EHOSTUNREACH, EMSGSIZE, ENOBUFS}) {
+    mNetwork.failNext(Call::send, fault);
+    clock().setTime(timeAt(3));
+    mHost.advance(10 * kSecond);
+    EXPECT_THAT(sentTo("10.0.0.9"), IsEmpty()) << fault;
+  }
+}
+
+TEST_F(VLOSCClientTest, ATargetOutlivesStartsWithoutANetworkAndConnectsWhenThereIsOne) {
+  add("desk.local");
+  dispatcher().addClient(VLOSCClient::initWithUdpHost("10.0.0.8", 9000));
+  mNetwork.failNext(SimulatedUDPNetwork::Call::connect, ENETUNREACH);
+  mHost.settle();
+  std::string error;
+  for (int start = 0; start < 2; ++start) {
+    const std::string data = dispatcher().settingsData();
+    KVSharedInstances::clear();
+    mHost.settle();
+    mNetwork.failNext(SimulatedUDPNetwork::Call::connect, ENETUNREACH);
+    ASSERT_TRUE(dispatcher().loadSettingsFromData(data, error)) << error;
+    mHost.settle();
+    EXPECT_THAT(ports(), ElementsAre(0, 0));
+  }
+  mNetwork.takeSent();
+  const LogRecord log;
+  mHost.advance(60 * kSecond);
+  EXPECT_THAT(ports(), ElementsAre(0, 9000));
+  EXPECT_EQ(sentTo("10.0.0.8").size(), 3U) << "its state";
+  EXPECT_LT(log.matching("").size(), 5U) << "of a dozen attempts at the other";
+  mNetwork.addHost("desk.local", {*SocketAddress::fromText("10.0.0.9", 0)});
+  mHost.advance(VLOSCClient::kReconnectInterval);
+  EXPECT_THAT(ports(), ElementsAre(9000, 9000));
+  EXPECT_EQ(sentTo("10.0.0.9").size(), 3U);
 }
 
 TEST_F(VLOSCClientTest, TargetsOutliveARestartWithTheirKindAndSwitch) {
@@ -251,11 +349,48 @@ TEST_F(VLOSCClientTest, OurOwnServiceNeverBecomesATargetAndAnothersDoesAndReturn
   EXPECT_TRUE(client->alive());
   EXPECT_EQ(client->statusImage(), VLOSCClientStatusImage::available);
 
+  // From another port, or host, it is still the same service.
+  other.reset();
+  mHost.settle();
+  other = publish("Velor-OSC", 7773, "a fourth");
+  mHost.advance(kSeen);
+  EXPECT_THAT(ports(), ElementsAre(7773, 7770));
+  EXPECT_TRUE(client->alive());
+
   // A restart of the server publishes anew, and that is our own as well.
   VLOSCServer::sharedServer().stop();
   ASSERT_TRUE(VLOSCServer::sharedServer().startUdPServerAtPort(7772));
   mHost.advance(2 * kSeen);
-  EXPECT_THAT(ports(), ElementsAre(7771, 7770));
+  EXPECT_THAT(ports(), ElementsAre(7773, 7770));
+}
+
+TEST_F(VLOSCClientTest, AFloodOfServicesFillsTheListToItsBoundAndPushesOutWhoIsAbsentFirst) {
+  constexpr std::size_t kMost = VLOSCClientDispatcher::kMostFoundClients;
+  dispatcher();
+  std::vector<std::shared_ptr<NSNetService>> services;
+  std::uint16_t port = 20'000;
+  const auto flood = [&](const std::string& name, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+      services.push_back(publish(name + std::to_string(i), ++port, "x"));
+    }
+    mHost.advance(kSeen);
+  };
+  flood("absent", kMost - 1);
+  services.clear();
+  mHost.settle();
+  const auto console = publish("console", 9000, "c");
+  mHost.advance(kSeen);
+  add("10.0.0.8");
+  const std::size_t descriptors = mNetwork.openDescriptors();
+  flood("present", 1200);
+  EXPECT_EQ(dispatcher().clients().size(), kMost + 1);
+  EXPECT_EQ(mNetwork.openDescriptors(), descriptors);
+  const auto clients = dispatcher().clients();
+  EXPECT_EQ(clients[0]->serviceName(), "console");
+  EXPECT_TRUE(clients[1]->userDefinedHost());
+  for (std::size_t i = 2; i < clients.size(); ++i) {
+    EXPECT_TRUE(clients[i]->isPresent());
+  }
 }
 
 }  // namespace
