@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "platform/jack/JackClient.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <utility>
 
@@ -31,7 +35,21 @@ constexpr std::size_t kLongestPortName = 200;
 constexpr std::uint64_t kRenewalTime = 10'000 * kNsPerMs;
 constexpr const char* kOrderKey = "http://jackaudio.org/metadata/order";
 
+// What jack_client_open takes while it looks for a server, and as many for other threads.
+// The library ends the program when it finds none left in some places.
+constexpr std::size_t kDescriptorsToOpen = 32;
+
 void ignoreMessage(const char*) {}
+
+bool areDescriptorsLeft() {
+  std::array<int, kDescriptorsToOpen> taken;
+  const auto end = std::find_if(taken.begin(), taken.end(), [](int& descriptor) {
+    descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    return descriptor < 0;
+  });
+  std::for_each(taken.begin(), end, [](int descriptor) { close(descriptor); });
+  return end == taken.end();
+}
 
 }  // namespace
 
@@ -111,6 +129,15 @@ void JackClient::tryOpen() {
   if (mParticipants.empty() || mClient != nullptr) {
     return;
   }
+  if (!areDescriptorsLeft()) {
+    if (!std::exchange(mToldShort, true)) {
+      VELOR_LOG_WARNING(
+          "too few file descriptors are left to connect to a JACK server; will retry");
+    }
+    retryLater();
+    return;
+  }
+  mToldShort = false;
   for (const std::string& path : JackLibrary::paths()) {
     if (auto library = JackLibrary::load(path)) {
       openWith(std::move(library));

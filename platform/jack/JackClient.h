@@ -145,6 +145,7 @@ class JackClient {
   std::set<std::string> mRenewed;             // ports registered since the last look
   bool mForgetting = false;                   // a port went, and no cycle was awaited since
   bool mToldMissing = false;
+  bool mToldShort = false;  // of descriptors
   bool mRetryPending = false;
 
   // For the process callback. Library and client change only while no client is

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -177,6 +178,24 @@ TEST_F(Headless, ALogThatCannotBeWrittenIsReportedAndStopsNothing) {
                   environmentWith(VelorFolders(folder)), "/dev/null");
   EXPECT_EQ(limited.waitForEnd(1.5), -1);
   EXPECT_EQ(limited.end(SIGTERM), 1) << "the state is not saved";
+}
+
+// libjack may end the program when it finds no descriptor left.
+TEST_F(Headless, WhileFewDescriptorsAreLeftNoServerIsLookedFor) {
+  VelorProcess velor({"--headless"}, mServer.environment());
+  ASSERT_TRUE(waitFor(5, [&] { return !velor.errors().empty(); }));
+  rlimit limit{};
+  ASSERT_EQ(prlimit(velor.id(), RLIMIT_NOFILE, nullptr, &limit), 0);
+  const rlimit few{36, limit.rlim_max};
+  ASSERT_EQ(prlimit(velor.id(), RLIMIT_NOFILE, &few, nullptr), 0);
+  mServer.start();
+  const auto logged = [&velor](const char* text) {
+    return waitFor(5, [&] { return countOf(velor.log(), text) == 1; });
+  };
+  EXPECT_TRUE(logged("too few file descriptors")) << velor.log();
+  ASSERT_EQ(prlimit(velor.id(), RLIMIT_NOFILE, &limit, nullptr), 0);
+  EXPECT_TRUE(logged("connected to the JACK server")) << velor.log();
+  EXPECT_EQ(velor.end(SIGTERM), 0);
 }
 
 TEST_F(Headless, ATerminalThatTakesNothingHoldsUpNoStop) {

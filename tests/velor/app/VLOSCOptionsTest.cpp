@@ -61,7 +61,8 @@ class VLOSCOptionsTest : public AppFixture {
   static Lines targets() {
     Lines rows;
     for (const auto& client : VLOSCClientDispatcher::sharedDispatcher().clients()) {
-      rows.push_back(client->storedHost().value_or("") + ":" + std::to_string(client->storedPort()));
+      rows.push_back(client->storedHost().value_or("") + ":" +
+                     std::to_string(client->storedPort()));
     }
     return rows;
   }
