@@ -8,6 +8,7 @@
 #include "Kv-Appkit/KVAssert.h"
 #include "Kv-Appkit/KVRandom.h"
 #include "Velor/mtc/mtc_wire.h"
+#include "kvtimecode/ltc_two_frames.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/midi/MIDIService.h"
 
@@ -56,7 +57,7 @@ void sendTime(const KVMIDIEndpoint& endpoint, const SMPTETime& time, std::uint64
               midi::MIDIPortRef port) {
   const std::uint64_t quarterFrameInterval = mtc_quarter_frame_interval(time.mType);
   SMPTETime sent = time;
-  ltc_add_frames(sent, kMTCFramesPerBlock);
+  ltc_add_two_frames(sent);
   midi::MIDIPacketList list;
   mtc_quarter_frames(sent, timestamp + kMTCPieces * quarterFrameInterval, quarterFrameInterval,
                      &list);

@@ -14,6 +14,7 @@
 #include "Kv-Appkit/kv_watchdog.h"
 #include "Velor/mtc/MTC_Tx.h"
 #include "Velor/mtc/mtc_wire.h"
+#include "kvtimecode/ltc_two_frames.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Host.h"
 #include "platform/host/Seqlock.h"
@@ -172,7 +173,7 @@ std::int32_t VLMTC::send(SMPTETime time, std::uint64_t timestamp) {
   const std::uint64_t quarterFrame = interval.load();
   mTime = time;
   mNextTimestamp = timestamp + kMTCPieces * quarterFrame;
-  ltc_add_frames(mTime, kMTCFramesPerBlock);
+  ltc_add_two_frames(mTime);
   midi::MIDIPacketList list;
   mtc_quarter_frames(mTime, mNextTimestamp, quarterFrame, &list);
   return midi::service().MIDIReceived(source.load(), &list);

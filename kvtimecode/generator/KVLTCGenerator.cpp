@@ -14,6 +14,7 @@
 #include "kva/KAHALAudioSystem.h"
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/generator/AudioGeneratorGraph.h"
+#include "kvtimecode/ltc_two_frames.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/AudioService.h"
 #include "platform/host/Log.h"
@@ -382,7 +383,7 @@ void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
   }
   const double frameDuration = ltc_seconds_per_frame(time.mType);
   SMPTETime t = time;
-  ltc_add_frames(t, kFramesAhead);
+  ltc_add_two_frames(t);
   const SMPTETime currentTime = t;
   LTCPhaseLock::Call call{};
   call.target = deviceTime.mSampleTime + kFramesAhead * frameDuration * buffers->sampleRate -

@@ -12,6 +12,7 @@
 #include <tuple>
 #include <vector>
 
+#include "tests/support/ExactDrop.h"
 #include "tests/support/LTCRun.h"
 
 namespace velor {
@@ -211,8 +212,8 @@ TEST_P(KVLTCGeneratorFormats, EveryFrameIsThePublishedOneAndAnotherReaderReadsTh
   LTCScenario scenario;
   std::tie(scenario.type, scenario.sampleRate) = GetParam();
   scenario.userbits = 0x2468ACE1;
-  // Over a minute, so that drop formats drop.
-  scenario.firstFrame = ltc_frames_per_second(scenario.type) * 3598;
+  // Over the first minute, at which drop formats leave out two numbers.
+  scenario.firstFrame = ltc_frames_per_second(scenario.type) * 58;
   LTCRun run(scenario);
   run.generator->setLevel(0.5F);  // libltc has no room for the filter's overshoot
   LibltcReader reader(scenario.sampleRate * run.frameSeconds());
@@ -242,6 +243,41 @@ TEST_P(KVLTCGeneratorFormats, EveryFrameIsThePublishedOneAndAnotherReaderReadsTh
     number += number == run.first && bits != expected(number) ? 1 : 0;
     ASSERT_EQ(publishedText(bits), publishedText(expected(number))) << "frame " << number;
     ++number;
+  }
+}
+
+// The incoming times are those of every second frame.
+TEST(KVLTCGeneratorPhase, ADroppedMinuteRepeatsANumberFromAnOddFrameOnUnlessDropIsExact) {
+  constexpr const char* kWhole = "59;28 59;29 00;02 00;03 00;04 00;05 ";
+  constexpr const char* kRepeated = "59;28 59;29 00;02 00;02 00;03 00;05 ";
+  struct Case {
+    std::int32_t firstFrame;
+    bool isExact;
+    const char* labels;
+  };
+  for (const Case& each : {Case{58 * 30, false, kWhole}, Case{58 * 30, true, kWhole},
+                           Case{58 * 30 + 1, false, kRepeated}, Case{58 * 30 + 1, true, kWhole}}) {
+    const ExactDrop exact(each.isExact);
+    LTCScenario scenario;
+    scenario.type = kSMPTETimeType2997Drop;
+    scenario.firstFrame = each.firstFrame;
+    LTCRun run(scenario);
+    run.generator->setLevel(0.5F);
+    LibltcReader reader(scenario.sampleRate * run.frameSeconds());
+    std::string labels;
+    run.onSamples = [&](std::vector<float>& samples) {
+      for (LTCFrame frame : reader.read(samples)) {
+        SMPTETimecode time;
+        ::ltc_frame_to_time(&time, &frame, 0);
+        char text[8];
+        std::snprintf(text, sizeof text, "%02u;%02u ", time.secs % 60U, time.frame % 30U);
+        labels += text;
+      }
+    };
+    run.start();
+    run.run(3);
+    EXPECT_EQ(labels.substr(labels.find("59;28"), 36), each.labels)
+        << each.firstFrame << ' ' << each.isExact;
   }
 }
 

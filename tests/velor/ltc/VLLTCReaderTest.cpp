@@ -8,11 +8,13 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Kv-Appkit/KVException.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
+#include "tests/support/ExactDrop.h"
 #include "tests/support/LTCLoop.h"
 #include "tests/support/LogRecord.h"
 
@@ -35,15 +37,20 @@ std::shared_ptr<VLLTCReader> decoded(const std::string& document) {
 
 TEST(VLLTCReaderTest, WhatOneClockPlaysAnotherReadsWithDigitsUserBitsRateAndPhase) {
   using Case = LTCLoop::Parameters;
-  for (const Case& each :
-       {Case{kSMPTETimeType25, 48000, 0, 0}, Case{kSMPTETimeType24, 48000, 100, -100},
-        Case{kSMPTETimeType2398, 44100, -100, 100}, Case{kSMPTETimeType2997Drop, 96000, 50, -100},
-        Case{kSMPTETimeType30, 44100, -100, -100}}) {
+  constexpr std::int32_t kDropped = 58 * 30;  // two seconds before a dropped minute
+  const ExactDrop exact;
+  for (const auto& [each, begin] :
+       {std::pair(Case{kSMPTETimeType25, 48000, 0, 0}, 2160000 - 1000),
+        std::pair(Case{kSMPTETimeType24, 48000, 100, -100}, 2073600 - 1000),
+        std::pair(Case{kSMPTETimeType2398, 44100, -100, 100}, 2073600 - 1000),
+        std::pair(Case{kSMPTETimeType2997Drop, 96000, 50, -100}, kDropped),
+        std::pair(Case{kSMPTETimeType2997Drop, 96000, 50, -100}, kDropped + 1),
+        std::pair(Case{kSMPTETimeType30, 44100, -100, -100}, 2592000 - 1000)}) {
     LTCLoop loop(each);
     SCOPED_TRACE(testing::Message() << each.type << " at " << each.sampleRate);
     loop.generator->setUserbits(0x89ABCDEF);
     loop.listen();
-    loop.start(loop.day() - 1000);  // over midnight
+    loop.start(begin);  // over midnight, or over a dropped minute
     loop.run(60);
     const std::vector<Told> told = loop.take();
     ASSERT_GT(static_cast<double>(told.size()), 59 / loop.seconds());

@@ -11,6 +11,7 @@
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Realtime.h"
 #include "platform/midi/MIDIService.h"
+#include "tests/support/ExactDrop.h"
 #include "tests/support/MIDITest.h"
 
 namespace velor {
@@ -73,6 +74,12 @@ TEST_F(MTC_TxTest, ABlockIsTheTimeTwoFramesLaterInEightPieces) {
     mOutside->sent.clear();
     sendTime(mSynth, vector.time, 1, mPort);
     EXPECT_EQ(secondBytes(), vector.pieces);
+  }
+  for (const std::uint8_t frames : Bytes{0x02, 0x03}) {
+    const ExactDrop exact(frames == 0x03);
+    mOutside->sent.clear();
+    sendTime(mSynth, makeTime(kSMPTETimeType2997Drop, 0, 0, 59, 29), 1, mPort);
+    EXPECT_EQ(secondBytes(), Bytes({frames, 0x10, 0x20, 0x30, 0x41, 0x50, 0x60, 0x74}));
   }
 }
 

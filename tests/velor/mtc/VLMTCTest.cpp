@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kvtimecode/ltc_utils.h"
+#include "tests/support/ExactDrop.h"
 #include "tests/support/MIDITest.h"
 #include "tests/velor/mtc/MTCPackets.h"
 
@@ -154,6 +155,24 @@ TEST_F(VLMTCTest, AFreewheelGoesOnWithoutASeamForItsTime) {
   // Each 80 ms from the silence on, and 5000 ms later is behind the 63rd.
   expectBlocks(start + kBlock, 89992, 10 + 63);
   EXPECT_EQ(told(), "");
+}
+
+TEST_F(VLMTCTest, ExactDropNumbersAreTwoFramesApartInFreewheelToo) {
+  const ExactDrop exact;
+  constexpr std::int32_t kMinute = 1800;  // number of 00:01:00;02
+  for (const std::int32_t begin : {kMinute - 12, kMinute - 11}) {
+    make();
+    EXPECT_EQ(VLMTCSetFramerate(mMtc, 29.97), 0);
+    readFrom(begin, 2, 66'733'400, kSMPTETimeType2997Drop);
+    std::int32_t first = 0;
+    EXPECT_EQ(state(&first), "reading");
+    EXPECT_EQ(first, begin + 4);
+    mHost.advance(10 * 66'733'400);
+    std::int32_t last = 0;
+    EXPECT_EQ(state(&last), "reading freewheeling");
+    EXPECT_GT(last, kMinute + 2);
+    EXPECT_EQ((last - first) % 2, 0);
+  }
 }
 
 TEST_F(VLMTCTest, WhenLTCReturnsAllButItsFirstTimeGoesOutAndNothingGoesBack) {
