@@ -12,6 +12,7 @@
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "kvtimecode/SMPTEString.h"
+#include "kvtimecode/ltc_two_frames.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
@@ -534,6 +535,7 @@ bool VLAppDelegate::loadApplicationStateFromURL(const std::filesystem::path& pat
 
 void VLAppDelegate::setupApplicationDefaultState() {
   mClock.setSmpteFormat(kSMPTETimeType25);
+  ltc_set_exact_drop(false);
 }
 
 void VLAppDelegate::saveDocument() {

@@ -12,6 +12,7 @@
 #include "Velor/devices/VLLTCGeneratorDevice.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
 #include "kva/MIDI/KVMIDICore.h"
+#include "kvtimecode/ltc_two_frames.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Log.h"
 #include "platform/store/AtomicFile.h"
@@ -113,6 +114,9 @@ void VLApplicationState::encode(store::KeyedArchiver& coder) const {
   coder.encodeArray(mApp.markers().controller().arrangedObjects(), Keys::kMarkers);
   coder.encodeString(IndexSetString::fromIndexes(mApp.markers().controller().selectionIndexes()),
                      Keys::kSelection);
+  if (ltc_exact_drop()) {
+    coder.encodeBool(true, Keys::kExactDrop);
+  }
   VLDeviceManager::sharedManager().encodeState(coder);
   coder.encodeRemainder(mRemainder);
 }
@@ -172,6 +176,7 @@ void VLApplicationState::decodeClock(store::KeyedUnarchiver& coder) {
     warn(coder, Keys::kFormat, std::to_string(format) + " is no format");
   }
   clock.setSmpteFormat(format);
+  ltc_set_exact_drop(coder.decodeBool(Keys::kExactDrop).value_or(false));
   clock.setPreroll(coder.decodeBool(Keys::kPreroll).value_or(false));
   take(coder, Keys::kPrerollTime,
        [&] { clock.setPrerollTime(coder.decodeDouble(Keys::kPrerollTime).value_or(0)); });

@@ -402,6 +402,8 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
   std::string mode;
   std::vector<std::string> loop;
   double preroll = 0;
+  bool isExactDrop = false;
+  bool isNoExactDrop = false;
   std::string freewheel;
   std::optional<std::string> ltcLevel;
   std::optional<std::string> ltcUserBits;
@@ -427,6 +429,10 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
                "Start without a named port or device that is missing; use it when it appears");
   app.add_option("--format", format,
                  "23.98, 24, 25, 29.97, 29.97df, 30 or 30df; else that of the document, or 25");
+  auto* exactDropOption =
+      app.add_flag("--exact-drop", isExactDrop, "Send exact drop-frame numbers to MTC and LTC");
+  app.add_flag("--no-exact-drop", isNoExactDrop, "Take back a saved --exact-drop")
+      ->excludes(exactDropOption);
   app.add_option("--start", options.times.start, "The time to start from, HH:MM:SS:FF");
   app.add_flag("--play", options.play, "Start the clock");
   app.add_option("--mtc-out", options.mtcOut,
@@ -505,6 +511,9 @@ VLCommandLine VLParseCommandLine(const std::vector<std::string>& arguments) {
     refuseEmptyNumbers(app, {"--rate-percent", "--preroll"});
     if (app.count("--format") > 0) {
       options.format = valueNamed(kFormats, format, "--format");
+    }
+    if (isExactDrop || isNoExactDrop) {
+      options.exactDrop = isExactDrop;
     }
     if (!loop.empty()) {
       options.times.loop = {loop[0], loop[1]};

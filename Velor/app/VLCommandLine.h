@@ -49,6 +49,7 @@ struct VLOptions {
   bool fresh = false;  // without the last state
   bool keep = false;   // save the devices, switches, hosts and targets that options make
   bool wait = false;   // for ports and devices that are missing
+  std::optional<bool> exactDrop;
   bool autoFormat = false;
   bool ignoreLoops = false;
   bool list = false;

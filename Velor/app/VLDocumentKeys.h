@@ -22,6 +22,7 @@ struct VLDocumentKeys {
   static constexpr std::string_view kSyncSource = "syncSource";
   static constexpr std::string_view kMarkers = "markers";
   static constexpr std::string_view kSelection = "selectedmarkerIndexes";
+  static constexpr std::string_view kExactDrop = "exactDrop";  // written when it is on
 };
 
 }  // namespace velor

@@ -23,6 +23,7 @@
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
 #include "kva/MIDI/KVMIDICore.h"
+#include "kvtimecode/ltc_two_frames.h"
 #include "platform/audio/AudioService.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
@@ -141,6 +142,9 @@ bool setUp(VLAppDelegate& app, const VLOptions& options, std::string& error) {
   }
   if (options.ratePercent) {
     clock.setPlayRatePercent(*options.ratePercent);
+  }
+  if (options.exactDrop) {
+    ltc_set_exact_drop(*options.exactDrop);
   }
   if (options.playMode) {
     clock.setPlaybackMode(*options.playMode);

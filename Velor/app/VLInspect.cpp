@@ -392,6 +392,9 @@ class Inspecting {
       mFindings.add(std::string(Keys::kFormat), std::to_string(mFormat) + " is no format");
     }
     tell("Format", VLFormatName(mFormat));
+    if (value(&KeyedUnarchiver::decodeBool, Keys::kExactDrop, false)) {
+      tell("Drop frames", "exact numbers");
+    }
     tell("Time", textOf(time(Keys::kTime)));
     tell("Offset", textOf(time(Keys::kOffset)));
     tell("Stop time", textOf(time(Keys::kStopTime)));

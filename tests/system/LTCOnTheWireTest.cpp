@@ -63,6 +63,7 @@ struct OnWire {
   const char* format;
   const char* start;  // the labels run over midnight, or over dropped numbers
   const char* output;
+  const char* drop;
 };
 
 class LTCOnTheWire : public testing::TestWithParam<OnWire> {};
@@ -84,10 +85,10 @@ TEST_P(LTCOnTheWire, EveryFrameComesInSequenceAtTheFrameOfTheMTCThatNamesIt) {
         recorder.addInput("in");
         recorder.recordAudio("audio", soakSeconds() + 5);
         recorder.activate();
-        VelorProcess velor(
-            {"--headless", "--format", wire.format, "--start", wire.start, "--play", "--mtc-out",
-             recorder.fullName("in"), "--ltc-out", wire.output, "--ltc-user-bits", "12345678"},
-            server->environment());
+        VelorProcess velor({"--headless", "--format", wire.format, "--start", wire.start, "--play",
+                            "--mtc-out", recorder.fullName("in"), "--ltc-out", wire.output,
+                            "--ltc-user-bits", "12345678", wire.drop},
+                           server->environment());
         const auto connected = [&recorder] {
           return recorder.connect("Velor:LTC Generator 1 out_1", recorder.fullName("audio")) ||
                  recorder.isConnected("Velor:LTC Generator 1 out_1", recorder.fullName("audio"));
@@ -161,11 +162,11 @@ TEST_P(LTCOnTheWire, EveryFrameComesInSequenceAtTheFrameOfTheMTCThatNamesIt) {
 INSTANTIATE_TEST_SUITE_P(
     Servers, LTCOnTheWire,
     testing::Values(OnWire{"jack256", [] { return std::unique_ptr<Server>(new JackServer(256)); },
-                           "25", "23:59:52:00", "system:1"},
+                           "25", "23:59:52:00", "system:1", "--no-exact-drop"},
                     OnWire{"jack128", [] { return std::unique_ptr<Server>(new JackServer(128)); },
-                           "29.97df", "00:00:52:01", "system:1"},
+                           "29.97df", "00:00:52;00", "system:1", "--exact-drop"},
                     OnWire{"pipewire", [] { return std::unique_ptr<Server>(new PipeWireServer); },
-                           "25", "23:59:52:00", "velor-null:1"}),
+                           "25", "23:59:52:00", "velor-null:1", "--no-exact-drop"}),
     [](const auto& wire) { return std::string(wire.param.name); });
 
 TEST(LTCOnPipeWire, IsInSequenceAgainWhenTheServerHasChangedItsRateAndPeriod) {

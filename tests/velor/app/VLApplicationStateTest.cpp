@@ -8,6 +8,7 @@
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLOSCServer.h"
 #include "Velor/osc/VLUserDefinedOSCClient.h"
+#include "tests/support/ExactDrop.h"
 #include "tests/velor/app/FullDocument.h"
 
 namespace velor {
@@ -92,6 +93,17 @@ TEST_F(FullDocument, DevicesThatCannotAllBeTakenOverLeaveTheRunningOnesAsTheyAre
   EXPECT_EQ(manager().devices().size(), VLDeviceManager::kMostDevices);
   EXPECT_THROW(manager().createGenerator(), KVException);
   EXPECT_THROW(manager().createrReader(), KVException);
+}
+
+TEST_F(VLApplicationStateTest, ExactDropIsOfTheDocumentAndOffWithoutItsKey) {
+  const Json document = saved();
+  EXPECT_FALSE(document.contains("exactDrop"));
+  const ExactDrop exact;
+  const Json exactDocument = saved();
+  EXPECT_TRUE(load(document));
+  EXPECT_FALSE(ltc_exact_drop());
+  EXPECT_TRUE(load(exactDocument));
+  EXPECT_TRUE(ltc_exact_drop());
 }
 
 TEST_F(VLApplicationStateTest, WithoutASyncSourceTheRateIsRestoredAndZeroMeansNormal) {
