@@ -123,7 +123,7 @@ TEST(LTC, TheReaderThatIsNamedStaysWhenTheDeviceOfAnEarlierRunReturns) {
     JackPeer stage("Stage");
     stage.playAudio("out", std::vector<float>(48000));
     stage.activate();
-    VelorOnTerminal velor(160, {"--headless", "--ltc-in", "Stage:1"}, environment);
+    VelorOnTerminal velor(160, {"--headless", "--keep", "--ltc-in", "Stage:1"}, environment);
     ASSERT_TRUE(velor.readUntil("from Stage:1  ", 10)) << velor.text();
     EXPECT_EQ(velor.end(SIGINT), 0);
   }
@@ -132,7 +132,7 @@ TEST(LTC, TheReaderThatIsNamedStaysWhenTheDeviceOfAnEarlierRunReturns) {
   JackPeer stage("Stage");
   stage.playAudio("out", std::vector<float>(48000));
   stage.activate();
-  EXPECT_FALSE(velor.readUntil("(away)", 3)) << velor.text();
+  EXPECT_FALSE(velor.readUntil("(missing)", 3)) << velor.text();
   EXPECT_EQ(velor.end(SIGINT), 0);
 }
 
