@@ -10,7 +10,7 @@
 #include <map>
 #include <span>
 
-#include "Velor/app/VLCommandLine.h"
+#include "Velor/app/VLOptionText.h"
 #include "Velor/app/VLPortNames.h"
 #include "Velor/app/VLProgressBar.h"
 #include "Velor/app/VLStandardOutput.h"

@@ -19,6 +19,7 @@
 #include "Velor/app/VLStandardError.h"
 #include "Velor/app/VLStandardOutput.h"
 #include "Velor/app/VLStopSignals.h"
+#include "Velor/app/VLUsageError.h"
 #include "Velor/app/VLWantedDevices.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
@@ -126,19 +127,16 @@ void tellOfLastRun(const VLAppDelegate& app, const VLOptions& options) {
   }
 }
 
-// Over what the document holds. False, and why in `error`, when a time is none of the
+// Changes what the document holds. Raises VLUsageError when a time is not one of the
 // clock's format.
-bool setUp(VLAppDelegate& app, const VLOptions& options, std::string& error) {
+void setUp(VLAppDelegate& app, const VLOptions& options) {
   VLClock& clock = app.clock();
   if (options.format) {
     clock.setSmpteFormat(*options.format);
   }
-  const auto times = VLTimesFromWords(options.times, clock.smpteFormat(), error);
-  if (!times) {
-    return false;
-  }
-  if (times->offset) {
-    clock.setSmpteOffset(*times->offset);
+  const VLTimes times = VLTimesFromWords(options.times, clock.smpteFormat());
+  if (times.offset) {
+    clock.setSmpteOffset(*times.offset);
   }
   if (options.ratePercent) {
     clock.setPlayRatePercent(*options.ratePercent);
@@ -149,22 +147,21 @@ bool setUp(VLAppDelegate& app, const VLOptions& options, std::string& error) {
   if (options.playMode) {
     clock.setPlaybackMode(*options.playMode);
   }
-  if (times->stopAt) {
-    clock.setStopTime(*times->stopAt);
+  if (times.stopAt) {
+    clock.setStopTime(*times.stopAt);
   }
-  if (times->loop) {
-    clock.setLoopStartTime(times->loop->first);
-    clock.setLoopEndTime(times->loop->second);
+  if (times.loop) {
+    clock.setLoopStartTime(times.loop->first);
+    clock.setLoopEndTime(times.loop->second);
   }
   if (options.preroll) {
     clock.setPrerollTime(*options.preroll);
     clock.setPreroll(true);
   }
-  if (times->start) {
-    app.setCurrentTime(KVSMPTETime::smpteTimeWithTime(*times->start));
+  if (times.start) {
+    app.setCurrentTime(KVSMPTETime::smpteTimeWithTime(*times.start));
     app.undoManager().removeAllActions();
   }
-  return true;
 }
 
 // Ends what runs, so that receivers are left with whole blocks. What could not be saved;
@@ -275,8 +272,10 @@ int VLHeadlessRun(const VLOptions& options) {
   }
   app->waitForSettings();
   VLOSCApply(options.osc, [window](const std::string& problem) { window->presentError(problem); });
-  if (!setUp(*app, options, error)) {
-    return fail(kUsageStatus, error);
+  try {
+    setUp(*app, options);
+  } catch (const VLUsageError& wrong) {
+    return fail(kUsageStatus, wrong.what());
   }
   if (options.arm && !options.syncSource && app->syncSource() == nullptr) {
     return fail(kUsageStatus, "--arm: no sync source is there; --sync-source names one");

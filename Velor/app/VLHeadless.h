@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Velor/app/VLCommandLine.h"
+#include "Velor/app/VLOptions.h"
 
 namespace velor {
 

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "Velor/app/VLCommandLine.h"
+#include "Velor/app/VLOptionText.h"
 #include "Velor/app/VLPortNames.h"
 #include "Velor/clock/VLClockStatus.h"
 #include "Velor/devices/VLDevice.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Velor/app/VLCommandLine.h"
+#include "Velor/app/VLOptions.h"
 #include "Velor/app/VLStatusLine.h"
 #include "kva/MIDI/KVMIDIEndpoint.h"
 #include "platform/audio/AudioTypes.h"

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Velor/app/VLCommandLine.h"
+#include "Velor/app/VLOptionText.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/file/SoundFileReader.h"
 #include "tests/support/LTCReading.h"
@@ -121,8 +122,7 @@ TEST_F(VLEncodeTest, TheLevelIsReachedOnBothSidesAndNeverPassed) {
   for (const int rate : {11025, 44100, 48000, 192000}) {
     for (const Case& c : cases) {
       auto wanted = options("a.wav", "29.97", "00:00:00:00", 1, rate);
-      std::string error;
-      wanted.level = VLLevelFromText(c.level, error).value();
+      wanted.level = VLOptionText::level(c.level);
       ASSERT_EQ(VLEncodeFile(wanted, goOn), "");
       const std::vector<float> samples = samplesOf(wanted.file);
       const auto [least, most] = std::minmax_element(samples.begin(), samples.end());

@@ -123,6 +123,29 @@ TEST_F(VLWantedDevicesTest, ASwitchOfThisRunStaysSoOverItsDestinationsReturn) {
   EXPECT_EQ(listed(), Listed{"+desk"});
 }
 
+TEST_F(VLWantedDevicesTest, AWrongNameIsRefusedWithWhatThereIs) {
+  appear("desk");
+  struct Case {
+    std::vector<std::string> arguments;
+    std::vector<std::string> reasons;
+  };
+  const Case cases[] = {
+      {{"--mtc-out", "desk", "--mtc-out", "12345"}, {"--mtc-out", "'12345'", "'desk'"}},
+      {{"--sync-source", "Nowhere"}, {"--sync-source", "'Nowhere'", "there are none"}},
+      {{"--ltc-out", "Nowhere:1"}, {"--ltc-out", "'Nowhere'", "'Velor Loopback'"}},
+      {{"--ltc-out", "Velor Loopback:3"}, {"--ltc-out", "no channel '3'", "2 'Velor Loopback 2'"}},
+      {{"--ltc-out", "velor.loopback:0"}, {"--ltc-out", "no channel '0'"}},
+      {{"--ltc-out", "velor.loopback:1", "--ltc-out", "Velor Loopback:1"}, {"twice"}},
+      {{"--ltc-in", "Nowhere:1"}, {"--ltc-in", "with inputs", "'Nowhere'", "'Velor Loopback'"}},
+  };
+  for (const Case& each : cases) {
+    const std::string refusal = start(each.arguments);
+    for (const std::string& reason : each.reasons) {
+      EXPECT_NE(refusal.find(reason), std::string::npos) << refusal;
+    }
+  }
+}
+
 TEST_F(VLWantedDevicesTest, AMissingPortOrDeviceEndsTheStartUnlessItIsWaitedFor) {
   mLoopback->vanish();
   mHost.settle();
