@@ -11,8 +11,8 @@
 #include <filesystem>
 #include <string>
 
-#include "Velor/app/VLDecode.h"
-#include "Velor/app/VLEncode.h"
+#include "Velor/program/VLDecode.h"
+#include "Velor/program/VLEncode.h"
 #include "kvtimecode/ltc_utils.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "Velor/app/VLAppDelegate.h"
-#include "Velor/app/VLInspect.h"
 #include "Velor/devices/VLDeviceManager.h"
+#include "Velor/program/VLInspect.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/builtin/AudioObjectTable.h"
 #include "platform/audio/builtin/BuiltinAudio.h"

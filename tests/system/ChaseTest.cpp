@@ -16,10 +16,10 @@
 #include <vector>
 
 #include "Kv-Appkit/KVShared.h"
-#include "Velor/app/VLPortNames.h"
-#include "Velor/app/VLServicesInForce.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
+#include "Velor/program/VLPortNames.h"
+#include "Velor/program/VLServicesInForce.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/SystemHost.h"

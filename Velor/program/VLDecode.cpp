@@ -1,0 +1,331 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/program/VLDecode.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <span>
+
+#include "Velor/ltc/ltc_decoder.h"
+#include "Velor/program/VLOptionText.h"
+#include "Velor/program/VLPortNames.h"
+#include "Velor/program/VLProgressBar.h"
+#include "Velor/program/VLStandardOutput.h"
+#include "kvtimecode/ltc_utils.h"
+#include "platform/audio/AudioTypes.h"
+
+namespace velor {
+namespace {
+
+constexpr int kUsageStatus = 2;
+constexpr std::size_t kSamplesPerBlock = 1 << 16;  // of all channels
+constexpr double kStartRate = 25.0;
+// The host time of a sample is its number and one more, since 0 stands for none.
+constexpr std::uint64_t kFirstHostTime = 1;
+// Frames and their crossings of zero: at most two a bit.
+constexpr std::size_t kCrossingsKept = 8 * 2 * kLTCFrameBits;
+
+// Gives the decoder the samples from one crossing of zero to the next, so that it is
+// known at which one a frame has ended when it is told.
+class Reading {
+ public:
+  Reading(double sampleRate, const std::function<void(const VLDecodedFrame&)>& consumer)
+      : mSampleRate(sampleRate), mConsumer(consumer) {
+    // With a tick of host time a sample, times of the decoder are places in the file.
+    mIsThere = ltc_decoder_create(mDecoder) == 0 &&
+               ltc_decoder_init(mDecoder, static_cast<std::uint64_t>(sampleRate), sampleRate,
+                                kStartRate) == 0 &&
+               ltc_decoder_set_callback(*mDecoder, &Reading::told, this) == 0;
+  }
+  ~Reading() { ltc_decoder_dispose(mDecoder); }
+  Reading(const Reading&) = delete;
+  Reading& operator=(const Reading&) = delete;
+
+  bool isThere() const { return mIsThere; }
+
+  void take(std::span<const float> samples) {
+    for (const float sample : samples) {
+      if (mHasLast) {
+        settle(sample);
+      }
+      mLast = sample;
+      mHasLast = true;
+    }
+    flush();
+  }
+
+  // The signal changes behind its last sample, as the begin of another frame would.
+  void finish() {
+    if (!mHasLast) {
+      return;
+    }
+    settle(0);
+    append(mBefore < 0 ? 1.0F : -1.0F);
+    flush();
+    if (mSteps != 0) {
+      mSummary.meanRate =
+          static_cast<double>(mSteps) * mSampleRate / static_cast<double>(mStepSamples);
+    }
+    if (!mFormats.empty()) {
+      mSummary.format =
+          std::max_element(mFormats.begin(), mFormats.end(), [](const auto& a, const auto& b) {
+            return a.second < b.second;
+          })->first;
+    }
+  }
+
+  VLDecodeSummary& summary() { return mSummary; }
+
+ private:
+  // Takes the sample before `next`. A single zero inside a signal is no side of it: an
+  // encoder puts it where a change falls on it, or into the middle of a bit, where the
+  // decoder, which has but two sides, would take it for two changes.
+  void settle(float next) { append(mLast == 0 && next != 0 ? mBefore : mLast); }
+
+  void append(float sample) {
+    if (std::signbit(sample) != std::signbit(mBefore) && mNumber != 0) {
+      flush();
+      mCrossings[mCrossingCount++ % kCrossingsKept] = mNumber;
+    }
+    mRun.push_back(sample);
+    mBefore = sample;
+    ++mNumber;
+  }
+
+  void flush() {
+    audio::AudioTimeStamp stamp;
+    const std::uint64_t first = mNumber - mRun.size();
+    stamp.mSampleTime = static_cast<double>(first);
+    stamp.mHostTime = first + kFirstHostTime;
+    stamp.mFlags = audio::kAudioTimeStampSampleHostTimeValid;
+    ltc_decoder_process(*mDecoder, stamp, mRun.data(), static_cast<std::uint32_t>(mRun.size()));
+    mRun.clear();
+  }
+
+  static void told(const SMPTETime& time, const std::uint8_t* userBits, void* refCon,
+                   std::uint64_t hostTime, double fps) {
+    static_cast<Reading*>(refCon)->take(time, userBits, hostTime, fps);
+  }
+
+  std::uint64_t crossing(std::uint64_t back) const {
+    return mCrossings[(mCrossingCount - 1 - back) % kCrossingsKept];
+  }
+
+  // Where the frame began whose last bit ended with the last crossing.
+  std::uint64_t beginOf(std::uint64_t hostTime, double fps) const {
+    const std::uint64_t kept = std::min<std::uint64_t>(mCrossingCount, kCrossingsKept);
+    // The time is that of the crossing in the middle of the bit before it.
+    for (std::uint64_t back = 1; hostTime != 0 && back < kept; ++back) {
+      if (crossing(back) + kFirstHostTime == hostTime) {
+        return crossing(back - 1);
+      }
+    }
+    // Not known: the crossing that is nearest to a frame before the end.
+    const double wanted = static_cast<double>(crossing(0)) - mSampleRate / fps;
+    std::uint64_t best = 0;
+    for (std::uint64_t back = 1; back < kept; ++back) {
+      const auto away = [&](std::uint64_t each) {
+        return std::fabs(static_cast<double>(crossing(each)) - wanted);
+      };
+      best = away(back) < away(best) ? back : best;
+    }
+    return crossing(best);
+  }
+
+  void take(const SMPTETime& time, const std::uint8_t* userBits, std::uint64_t hostTime,
+            double fps) {
+    VLDecodedFrame frame;
+    frame.sample = beginOf(hostTime, fps);
+    frame.time = time;
+    std::copy_n(userBits, frame.userBits.size(), frame.userBits.begin());
+    frame.fps = fps;
+    if (mSummary.frames++ != 0) {
+      const bool follows = frame.sample == mPreviousEnd;
+      if (follows) {
+        ++mSteps;
+        mStepSamples += crossing(0) - mPreviousEnd;
+      }
+      if (!follows || !(isNext(time, mPrevious.time.mType) || isNext(time, time.mType))) {
+        ++mSummary.gapCount;
+        if (mSummary.gaps.size() < VLDecodeSummary::kGapsListed) {
+          mSummary.gaps.push_back({mPrevious, frame});
+        }
+      }
+    }
+    ++mFormats[time.mType];
+    mPrevious = frame;
+    mPreviousEnd = crossing(0);
+    mConsumer(frame);
+  }
+
+  // In a format that was detected for one of both: at a rate between two nominal ones
+  // it is now the one, now the other, by the number of the frame.
+  bool isNext(const SMPTETime& time, std::uint32_t type) const {
+    SMPTETime next = mPrevious.time;
+    next.mType = type;
+    ltc_add_frames(next, 1);
+    return next.mHours == time.mHours && next.mMinutes == time.mMinutes &&
+           next.mSeconds == time.mSeconds && next.mFrames == time.mFrames;
+  }
+
+  const double mSampleRate;
+  const std::function<void(const VLDecodedFrame&)>& mConsumer;
+  ltc_decoder* mDecoder = nullptr;
+  bool mIsThere = false;
+
+  bool mHasLast = false;
+  float mLast = 0;    // came in, but is not settled
+  float mBefore = 0;  // the one before it, as it was settled
+  std::uint64_t mNumber = 0;
+  std::vector<float> mRun;  // not given to the decoder yet
+  std::array<std::uint64_t, kCrossingsKept> mCrossings{};
+  std::uint64_t mCrossingCount = 0;
+
+  VLDecodeSummary mSummary;
+  std::map<std::uint32_t, std::uint64_t> mFormats;
+  VLDecodedFrame mPrevious;
+  std::uint64_t mPreviousEnd = 0;
+  std::uint64_t mSteps = 0;
+  std::uint64_t mStepSamples = 0;
+};
+
+std::string textOf(const SMPTETime& time) {
+  std::array<char, kLTCStringSize> text{};
+  ltc_format_string(time, text.data());
+  return text.data();
+}
+
+void print(const VLDecodedFrame& frame, double sampleRate, VLDecodeOptions::Form form) {
+  const double seconds = static_cast<double>(frame.sample) / sampleRate;
+  std::array<char, 2 * kLTCUserBytes + 1> userBits{};
+  std::snprintf(userBits.data(), userBits.size(), "%02x%02x%02x%02x", frame.userBits[3],
+                frame.userBits[2], frame.userBits[1], frame.userBits[0]);
+  const std::string time = textOf(frame.time);
+  const bool drop = ltc_is_drop(frame.time);
+  const char* format = VLFormatName(frame.time.mType);
+  switch (form) {
+    case VLDecodeOptions::Form::csv:
+      std::printf("%" PRIu64 ",%.6f,%s,%d,%s,%.3f,%s\n", frame.sample, seconds, time.c_str(),
+                  drop ? 1 : 0, userBits.data(), frame.fps, format);
+      break;
+    case VLDecodeOptions::Form::json:
+      std::printf("{\"sample\":%" PRIu64
+                  ",\"seconds\":%.6f,\"time\":\"%s\",\"drop\":%s,\"userBits\":\"%s\","
+                  "\"rate\":%.3f,\"format\":\"%s\"}\n",
+                  frame.sample, seconds, time.c_str(), drop ? "true" : "false", userBits.data(),
+                  frame.fps, format);
+      break;
+    default:
+      std::printf("%10" PRIu64 " %13.6f  %s  %-4s  %s  %6.3f  %s\n", frame.sample, seconds,
+                  time.c_str(), drop ? "drop" : "-", userBits.data(), frame.fps, format);
+  }
+}
+
+void print(const VLDecodeSummary& summary, double sampleRate) {
+  std::fprintf(stderr, "frames  %" PRIu64 "\n", summary.frames);
+  if (summary.format) {
+    std::fprintf(stderr, "format  %s\n", VLFormatName(*summary.format));
+    if (summary.meanRate > 0) {
+      const double deviation = summary.meanRate * ltc_seconds_per_frame(*summary.format) - 1;
+      std::fprintf(stderr, "rate    %.6f frames a second, %+.1f ppm of nominal\n", summary.meanRate,
+                   1e6 * deviation);
+    }
+  }
+  std::fprintf(stderr, "gaps    %" PRIu64 "\n", summary.gapCount);
+  for (const auto& [before, behind] : summary.gaps) {
+    std::fprintf(stderr, "        at %.6f s: %s, and %.6f s later %s\n",
+                 static_cast<double>(before.sample) / sampleRate, textOf(before.time).c_str(),
+                 static_cast<double>(behind.sample - before.sample) / sampleRate,
+                 textOf(behind.time).c_str());
+  }
+  if (summary.gapCount > summary.gaps.size()) {
+    std::fprintf(stderr, "        and %" PRIu64 " more\n", summary.gapCount - summary.gaps.size());
+  }
+}
+
+int fail(const std::string& error, int status) {
+  std::fprintf(stderr, "velor: decode: %s\n", VLPrintable(error).c_str());
+  return status;
+}
+
+}  // namespace
+
+VLDecodeSummary VLDecodeFile(audio::SoundFileReader& reader, int channel,
+                             const std::function<void(const VLDecodedFrame&)>& frame,
+                             const std::function<void(double part)>& progress, std::string& error) {
+  Reading reading(reader.sampleRate(), frame);
+  if (!reading.isThere()) {
+    error = "there is no memory left";
+    return {};
+  }
+  const auto channels = static_cast<std::size_t>(reader.channels());
+  std::vector<float> room(kSamplesPerBlock / channels * channels);
+  std::vector<float> samples;
+  std::int64_t done = 0;
+  for (;;) {
+    const auto part = reader.read(room);
+    samples.resize(part.frames);
+    for (std::size_t i = 0; i < part.frames; ++i) {
+      samples[i] = room[i * channels + static_cast<std::size_t>(channel - 1)];
+    }
+    reading.take(samples);
+    error = part.error;
+    if (part.frames == 0 || !error.empty()) {
+      break;
+    }
+    done += static_cast<std::int64_t>(part.frames);
+    if (reader.frames()) {
+      progress(static_cast<double>(done) / static_cast<double>(*reader.frames()));
+    }
+  }
+  reading.finish();
+  return std::move(reading.summary());
+}
+
+int VLDecodeRun(const VLDecodeOptions& options) {
+  audio::SoundFileReader reader(options.file);
+  if (!reader.error().empty()) {
+    return fail(reader.error(), 1);
+  }
+  if (options.channel > reader.channels()) {
+    return fail("--channel: " + options.file + " has no channel " +
+                    std::to_string(options.channel) + " (1 to " +
+                    std::to_string(reader.channels()) + ")",
+                kUsageStatus);
+  }
+  const double sampleRate = reader.sampleRate();
+  if (options.form == VLDecodeOptions::Form::csv) {
+    std::puts("sample,seconds,time,drop,user_bits,rate,format");
+  }
+  std::string error;
+  VLDecodeSummary summary;
+  {
+    VLProgressBar bar("decode");
+    const bool isHidden = isatty(STDOUT_FILENO) == 1;  // the frames are there to be seen
+    summary = VLDecodeFile(
+        reader, options.channel,
+        [&](const VLDecodedFrame& frame) { print(frame, sampleRate, options.form); },
+        [&](double part) {
+          if (!isHidden) {
+            bar.show(part);
+          }
+        },
+        error);
+  }
+  if (!VLStandardOutput::hasTaken()) {
+    return fail(VLStandardOutput::kRefusal, 1);
+  }
+  print(summary, sampleRate);
+  if (!error.empty()) {
+    return fail(error, 1);
+  }
+  return summary.frames != 0
+             ? 0
+             : fail("there is no LTC on channel " + std::to_string(options.channel), 1);
+}
+
+}  // namespace velor

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/program/VLServicesInForce.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+#include <vector>
+
+#include "Kv-Appkit/KVShared.h"
+#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/builtin/BuiltinAudio.h"
+#include "platform/audio/jack/JackAudio.h"
+#include "platform/host/Host.h"
+#include "platform/jack/JackClient.h"
+#include "platform/midi/builtin/MIDIObjectTable.h"
+#include "platform/midi/jack/JackMIDI.h"
+
+namespace velor {
+namespace {
+
+using Services = VLServicesInForce::Services;
+
+struct BackEnd {
+  // Whether it can be made here; what it serves may come later.
+  bool (*available)();
+  Services (*make)();
+};
+
+// `server` may be null. The devices within the process are there in any case.
+std::unique_ptr<audio::AudioService> makeAudio(std::unique_ptr<audio::AudioOutside> server) {
+  std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
+  if (server != nullptr) {
+    outsides.push_back(std::move(server));
+  }
+  outsides.push_back(std::make_unique<audio::BuiltinAudio>());
+  return std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+}
+
+// All services of a server share one client of it.
+Services makeJack() {
+  const auto client = std::make_shared<jack::JackClient>();
+  return {std::make_unique<midi::MIDIObjectTable>(std::make_unique<midi::JackMIDI>(client)),
+          makeAudio(std::make_unique<audio::JackAudio>(client))};
+}
+
+Services makeBuiltin() {
+  return {std::make_unique<midi::MIDIObjectTable>(nullptr), makeAudio(nullptr)};
+}
+
+// In the order of preference; the last is always available.
+constexpr std::array<BackEnd, 2> kBackEnds = {{
+    {&jack::JackClient::available, &makeJack},
+    {[] { return true; }, &makeBuiltin},
+}};
+
+}  // namespace
+
+VLServicesInForce::VLServicesInForce(Outside outside)
+    : mServices(outside == Outside::none
+                    ? makeBuiltin()
+                    : std::find_if(kBackEnds.begin(), kBackEnds.end(), [](const BackEnd& each) {
+                        return each.available();
+                      })->make()) {
+  midi::setService(mServices.midi.get());
+  audio::setService(mServices.audio.get());
+}
+
+VLServicesInForce::~VLServicesInForce() {
+  KVSharedInstances::clear();
+  host::current().mainQueue().drainPending();  // what waits there may hold a socket
+  audio::setService(nullptr);
+  midi::setService(nullptr);
+}
+
+}  // namespace velor

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Velor/program/VLCommandLine.h"
+#include "Velor/program/VLDemonstration.h"
+#include "Velor/program/VLHeadless.h"
+#include "Velor/program/VLInspect.h"
+#include "Velor/program/VLStandardOutput.h"
+#include "platform/host/Log.h"
+#include "platform/host/SystemHost.h"
+#include "platform/store/ApplicationFolders.h"
+#include "platform/store/LogFile.h"
+
+namespace {
+
+bool hasDisplay() {
+  const auto isSet = [](const char* name) {
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != 0;
+  };
+  return isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
+}
+
+// What runs on the host, with its log.
+int run(int (*body)(const velor::VLOptions& options), const velor::VLOptions& options) {
+  try {
+    std::optional<velor::store::LogFile> log;
+    if (const auto folder = velor::store::ApplicationFolders().logs(); !folder.empty()) {
+      log.emplace(folder).install();
+    }
+    const velor::host::SystemHost host;
+    return body(options);
+  } catch (const std::exception& error) {
+    VELOR_LOG_ERROR("ended by an exception: %s", error.what());
+    std::fprintf(stderr, "velor: %s\n", error.what());
+    return 1;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A limit of the file size is an error of one write, and not the end of the clock.
+  std::signal(SIGXFSZ, SIG_IGN);
+  if (argc == 1 && !hasDisplay()) {
+    return run([](const velor::VLOptions&) { return velor::VLDemonstrationRun(); }, {});
+  }
+  const velor::VLCommandLine commandLine =
+      velor::VLParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
+  if (commandLine.encode) {
+    return velor::VLEncodeRun(*commandLine.encode);
+  }
+  if (commandLine.decode) {
+    return velor::VLDecodeRun(*commandLine.decode);
+  }
+  if (commandLine.inspect) {
+    return velor::VLInspectRun(*commandLine.inspect);
+  }
+  if (!commandLine.options) {
+    if (commandLine.exitStatus != 0) {
+      std::fputs(commandLine.output.c_str(), stderr);
+      return commandLine.exitStatus;
+    }
+    std::fputs(commandLine.output.c_str(), stdout);
+    return velor::VLStandardOutput::end(0);
+  }
+  return run(&velor::VLHeadlessRun, *commandLine.options);
+}

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/program/VLCommandLine.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Velor/clock/VLClockStatus.h"
+#include "Velor/program/VLHelpFormatter.h"
+
+namespace velor {
+namespace {
+
+using Words = std::vector<std::string>;
+
+Words withHeadless(Words words) {
+  words.insert(words.begin(), "--headless");
+  return words;
+}
+
+TEST(VLCommandLine, AWrongWordIsOneLineThatNamesItWithTheStatus2) {
+  struct Case {
+    Words words;
+    const char* line;
+  };
+  const Case runs[] = {
+      {{"--start", "1:2"}, "--start: '1:2' is not a time; expected HH:MM:SS:FF"},
+      {{"--start", "01:00:00:00 "}, "--start: '01:00:00:00 ' is not a time; expected HH:MM:SS:FF"},
+      {{"--start", "01:00\n:00:00"}, "--start: '01:00?:00:00' is not a time; expected HH:MM:SS:FF"},
+      {{"--stop-at", ""}, "--stop-at: '' is not a time; expected HH:MM:SS:FF"},
+      {{"--offset", "-nonsense"}, "--offset: 'nonsense' is not a time; expected HH:MM:SS:FF"},
+      {{"--format", "25", "--start", "24:00:00:00"},
+       "--start: '24:00:00:00' is out of range (up to 23:59:59:24 at 25)"},
+      {{"--format", "29.97df", "--start", "00:01:00;01"},
+       "--start: '00:01:00;01' does not exist at 29.97df: drop-frame counting leaves it out"},
+      {{"--format", "26"},
+       "--format: '26' is not a format; expected one of 23.98, 24, 25, 29.97, 29.97df, 30, 30df"},
+      {{"--mode", "sideways"},
+       "--mode: 'sideways' is not a play mode; expected one of normal, stop, loop, time-of-day"},
+      {{"--play", "--arm"}, "--arm contradicts --play: an armed clock is started by MTC"},
+      {{"--mode", "loop", "--stop-at", "00:00:01:00"}, "--stop-at contradicts --mode loop"},
+      {{"--stop-at", "00:00:01:00", "--loop", "00:00:00:00", "00:00:02:00"},
+       "--stop-at contradicts --loop"},
+      {{"--format", "25", "--loop", "00:00:02:00", "00:00:01:00"},
+       "--loop: the end must come after the start"},
+      {{"--loop", "00:00:02:00"}, "--loop needs START END"},
+      {{"--loop", "00:00:02:00", "--play"}, "--loop needs START END"},
+      {{"--mode", "time-of-day", "--start", "01:00:00:00"},
+       "--start contradicts --mode time-of-day"},
+      {{"--rate-percent", "2.5"}, "--rate-percent: '2.5' is out of range (-2 to 2)"},
+      {{"--rate-percent", "nan"}, "--rate-percent: 'nan' is not a number"},
+      {{"--rate-percent", ""}, "--rate-percent: '' is not a number"},
+      {{"--preroll", "61"}, "--preroll: '61' is out of range (0 to 60)"},
+      {{"--preroll", "5s"}, "--preroll: '5s' is not a number of seconds"},
+      {{"--ltc-out", "Desk"}, "--ltc-out: 'Desk' is not a DEVICE:CHANNEL"},
+      {{"--ltc-in", ":1"}, "--ltc-in: ':1' is not a DEVICE:CHANNEL"},
+      {{"--ltc-out", "Desk:1", "--ltc-level", "nandB"},
+       "--ltc-level: 'nandB' is not a level; expected for example -12dB"},
+      {{"--ltc-out", "Desk:1", "--ltc-level", "1dB"},
+       "--ltc-level: '1dB' is above full scale, 0dB"},
+      {{"--ltc-out", "Desk:1", "--ltc-user-bits", "1234567"},
+       "--ltc-user-bits: '1234567' is not a set of user bits; expected eight hexadecimal digits"},
+      {{"--ltc-level", "-20dB"}, "--ltc-level needs --ltc-out"},
+      {{"--ltc-in", "Desk:1", "--freewheel", "0.5"},
+       "--freewheel: '0.5' is not a whole number of seconds"},
+      {{"--ltc-in", "Desk:1", "--freewheel", "-2"},
+       "--freewheel: '-2' is out of range (-1 to 86400)"},
+      {{"--freewheel", "1"}, "--freewheel needs --ltc-in"},
+      {{"--osc-port", "0"}, "--osc-port: '0' is out of range (1 to 65535)"},
+      {{"--osc-port", "99999999999"}, "--osc-port: '99999999999' is out of range (1 to 65535)"},
+      {{"--osc-allow", "127.0.0.1"}, "--osc-allow needs --osc-port"},
+      {{"--osc-target", "::1:9000"}, "--osc-target: '::1:9000' is not HOST:PORT"},
+      {{"--no-such-option", "1"}, "unknown option --no-such-option (--help lists all options)"},
+      {{"one", "two"}, "unexpected argument 'two'"},
+      {{"one", "--recover"}, "FILE contradicts --recover"},
+      {{"--fresh", "--recover"}, "--fresh contradicts --recover"},
+      {{"--start"}, "--start needs TIME"},
+      {{"--start="}, "--start needs TIME"},
+      {{"--start", "00:00:00:00", "--start", "00:00:00:01"}, "--start is given more than once"},
+      {{"--list", "one"}, "FILE cannot be used with --list"},
+      {{"--list", "--play"}, "--play cannot be used with --list"},
+      {{"encode", "a.wav"}, "encode needs --duration SECONDS"},
+      {{"decode", "a.wav"}, "--headless cannot be used with decode"},
+  };
+  const Case commands[] = {
+      {{"--play"}, "there is no window yet; use --headless or --list (--help lists all options)"},
+      {{"--play", "--inspect", "a.velor"}, "--play cannot be used with --inspect"},
+      {{"encode", "--fps", "25", "a.wav"}, "unknown option --fps (--help lists all options)"},
+      {{"encode", "--duration", "1"}, "encode needs FILE"},
+      {{"encode", "--duration", "00:00:10:00", "a.wav"},
+       "--duration: '00:00:10:00' is not a number of seconds"},
+      {{"encode", "--duration", "0", "a.wav"}, "--duration: '0' is shorter than half a sample"},
+      {{"encode", "--duration", "1", "--rate", "44.1k", "a.wav"},
+       "--rate: '44.1k' is not a whole number of samples a second"},
+      {{"encode", "--duration", "1", "--bits", "32", "a.wav"},
+       "--bits: '32' is not a sample size; expected one of 16, 24, float"},
+      {{"encode", "--duration"}, "--duration needs SECONDS"},
+      {{"encode", "--duration", "1e-9", "a.wav"},
+       "--duration: '1e-9' is shorter than half a sample"},
+      {{"encode", "--duration", "1", "--level=-infdB", "a.wav"},
+       "--level: '-infdB' is not a level; expected for example -12dB"},
+      {{"encode", "--duration", "1", "--level", "-97dB", "a.wav"},
+       "--level: '-97dB' is silence at --bits 16"},
+      {{"encode", "--duration", "1", "--rate", "9999999", "a.wav"},
+       "--rate: '9999999' is out of range (11025 to 768000)"},
+      {{"encode", "--duration", "1", "--format", "30df", "--start", "00:01:00;00", "a.wav"},
+       "--start: '00:01:00;00' does not exist at 30df: drop-frame counting leaves it out"},
+      {{"decode"}, "decode needs FILE"},
+      {{"decode", "--csv", "--json", "a.wav"}, "--csv contradicts --json"},
+      {{"decode", "--channel", "0", "a.wav"}, "--channel: '0' is out of range (1 to 2147483647)"},
+  };
+  // What a sound file cannot hold.
+  for (const Words& words : {Words{"--duration", "1", "out.mp3"},
+                             Words{"--duration", "1", "--bits", "float", "out.flac"},
+                             Words{"--duration", "100000", "out.wav"}}) {
+    Words all = {"encode"};
+    all.insert(all.end(), words.begin(), words.end());
+    EXPECT_EQ(VLParseCommandLine(all).exitStatus, 2) << testing::PrintToString(words);
+  }
+  const auto expectRefused = [](const Words& words, const char* line) {
+    const VLCommandLine result = VLParseCommandLine(words);
+    EXPECT_EQ(result.output, "velor: " + std::string(line) + "\n");
+    EXPECT_EQ(result.exitStatus, 2) << line;
+    EXPECT_FALSE(result.options || result.encode || result.decode || result.inspect) << line;
+  };
+  for (const Case& each : runs) {
+    expectRefused(withHeadless(each.words), each.line);
+  }
+  for (const Case& each : commands) {
+    expectRefused(each.words, each.line);
+  }
+}
+
+TEST(VLCommandLine, PointsImplyTheirModeAndAModeGoesWithoutPoints) {
+  struct Case {
+    Words words;
+    std::optional<std::uint64_t> mode;
+  };
+  const Case cases[] = {
+      {{}, std::nullopt},
+      {{"--stop-at", "00:00:01:00"}, VLPlayModeStop},
+      {{"--loop", "00:00:00:00", "00:00:02:00"}, VLPlayModeLoop},
+      {{"--mode", "stop"}, VLPlayModeStop},
+      {{"--mode", "loop"}, VLPlayModeLoop},
+      {{"--mode", "loop", "--loop", "00:00:00:00", "00:00:02:00"}, VLPlayModeLoop},
+  };
+  for (const Case& each : cases) {
+    const VLCommandLine line = VLParseCommandLine(withHeadless(each.words));
+    ASSERT_TRUE(line.options) << line.output;
+    EXPECT_EQ(line.options->playMode, each.mode);
+  }
+}
+
+TEST(VLCommandLine, WhatIsTypedReachesTheOptions) {
+  const VLCommandLine run =
+      VLParseCommandLine({"--headless",   "show.velor",  "--offset",        "-00:00:10:00",
+                          "--mtc-out",    "a",           "--mtc-out",       "b",
+                          "--ltc-out",    "Desk:LTC in", "--ltc-user-bits", "12345678",
+                          "--ltc-level",  "-20dB",       "--rate-percent",  "+1.5",
+                          "--freewheel",  "-1",          "--ltc-in",        "Desk:1",
+                          "--osc-port",   "7770",        "--osc-allow",     "::1",
+                          "--osc-target", "[::1]:9000",  "--keep"});
+  ASSERT_TRUE(run.options) << run.output;
+  const VLOptions& options = *run.options;
+  EXPECT_EQ(options.file, "show.velor");
+  EXPECT_EQ(options.mtcOut, (Words{"a", "b"}));
+  EXPECT_EQ(options.ltcUserBits, 0x12345678U);
+  EXPECT_FLOAT_EQ(options.ltcLevel.value_or(0), 0.1F);
+  EXPECT_EQ(options.ratePercent, 1.5);
+  EXPECT_EQ(options.freewheel, -1);
+  EXPECT_EQ(options.osc.port, 7770);
+  EXPECT_EQ(options.osc.allow, Words{"::1"});
+  EXPECT_EQ(options.osc.targets, (std::vector<VLOSCOptions::Target>{{"::1", 9000}}));
+  EXPECT_TRUE(options.osc.keep);
+  EXPECT_EQ(VLTimesFromWords(options.times, kSMPTETimeType25).offset->mMinutes, 59)
+      << "it wraps around the day";
+
+  const VLCommandLine encode = VLParseCommandLine({"encode", "a.wav", "--duration", "1.5"});
+  ASSERT_TRUE(encode.encode) << encode.output;
+  EXPECT_EQ(encode.encode->duration, 1.5);
+  EXPECT_EQ(encode.encode->sound.sampleRate, 48000);
+}
+
+TEST(VLCommandLine, TheHelpIsGroupedNamesItsValuesAndFitsItsColumns) {
+  for (const Words& words : {Words{"--help"}, Words{"encode", "--help"}, Words{"decode", "-h"}}) {
+    const VLCommandLine line = VLParseCommandLine(words);
+    EXPECT_EQ(line.exitStatus, 0);
+    std::istringstream help(line.output);
+    for (std::string text; std::getline(help, text);) {
+      EXPECT_LE(text.size(), VLHelpFormatter::kColumns) << text;
+      EXPECT_EQ(text.find("TEXT"), std::string::npos) << text;
+    }
+  }
+  const std::string help = VLParseCommandLine({"--help"}).output;
+  std::size_t last = 0;
+  for (const char* group : {"Clock", "MTC", "LTC", "OSC", "Document", "Run", "Commands"}) {
+    const std::size_t at = help.find("\n\n" + std::string(group));
+    ASSERT_NE(at, std::string::npos) << group;
+    EXPECT_GT(at, last) << group;
+    last = at;
+  }
+  EXPECT_NE(help.find("\n  --ltc-out DEVICE:CHANNEL  "), std::string::npos) << help;
+  EXPECT_NE(help.find("\n  --loop START END  "), std::string::npos) << help;
+}
+
+}  // namespace
+}  // namespace velor

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/program/VLDecode.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Velor/program/VLEncode.h"
+#include "kvtimecode/ltc_utils.h"
+#include "platform/audio/file/SoundFileWriter.h"
+#include "tests/support/LTCSignal.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace velor {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint32_t kTypes[] = {kSMPTETimeType24,  kSMPTETimeType25,   kSMPTETimeType30Drop,
+                                    kSMPTETimeType30,  kSMPTETimeType2997, kSMPTETimeType2997Drop,
+                                    kSMPTETimeType2398};
+
+struct Decoded {
+  std::vector<VLDecodedFrame> frames;
+  VLDecodeSummary summary;
+  std::string error;
+};
+
+class VLDecodeTest : public testing::Test {
+ protected:
+  Decoded decode(int channel = 1) const {
+    audio::SoundFileReader reader(mFile);
+    Decoded decoded{{}, {}, reader.error()};
+    EXPECT_EQ(decoded.error, "");
+    decoded.summary = VLDecodeFile(
+        reader, channel, [&](const VLDecodedFrame& frame) { decoded.frames.push_back(frame); },
+        [](double) {}, decoded.error);
+    EXPECT_EQ(decoded.summary.frames, decoded.frames.size());
+    return decoded;
+  }
+  void write(const std::vector<float>& samples, int rate, int channels,
+             audio::SampleEncoding encoding) const {
+    audio::SoundFileWriter writer(mFile, {rate, channels, encoding},
+                                  static_cast<std::int64_t>(samples.size()));
+    ASSERT_EQ(writer.write(samples), "");
+    ASSERT_EQ(writer.finish(), "");
+  }
+  VLEncodeOptions encode(std::uint32_t type, int rate, double duration, float level) const {
+    VLEncodeOptions options;
+    options.file = mFile.string();
+    options.start = ltc_smptetime_from_frame_number(107'880, type);  // about an hour
+    options.duration = duration;
+    options.level = level;
+    options.userBits = {0x78, 0x56, 0x34, 0x12};
+    options.sound.sampleRate = rate;
+    EXPECT_EQ(VLEncodeFile(options, [](double) { return true; }), "");
+    return options;
+  }
+
+  const test::TemporaryFolder mFolder;
+  const fs::path mFile = mFolder.path() / "a.wav";
+};
+
+TEST_F(VLDecodeTest, WhatWasEncodedComesBackFromTheThirdFrameToTheLastAtItsSample) {
+  for (const int rate : {11025, 44100, 48000, 192000}) {
+    for (const std::uint32_t type : kTypes) {
+      // Down to where a sample is 1, -1 or 0, and a change is a sample early or late.
+      for (const float level : {0.25F, 0.00003F}) {
+        SCOPED_TRACE(std::to_string(rate) + " Hz, format " + std::to_string(type));
+        const auto options = encode(type, rate, 10.0, level);
+        const Decoded decoded = decode();
+        EXPECT_EQ(decoded.error, "");
+        const double length = ltc_seconds_per_frame(type) * rate;
+        const auto whole = static_cast<std::size_t>(10.0 * rate / length + 0.001);
+        ASSERT_EQ(decoded.frames.size(), whole - 2);
+        SMPTETime time = options.start;
+        ltc_add_frames(time, 1);
+        for (std::size_t i = 0; i < decoded.frames.size(); ++i) {
+          const VLDecodedFrame& frame = decoded.frames[i];
+          ltc_add_frames(time, 1);
+          ASSERT_TRUE(frame.time.mMinutes == time.mMinutes &&
+                      frame.time.mSeconds == time.mSeconds && frame.time.mFrames == time.mFrames)
+              << i;
+          ASSERT_NEAR(static_cast<double>(frame.sample), static_cast<double>(i + 2) * length,
+                      level > 0.1F ? 0.501 : 1.501);
+          ASSERT_EQ(frame.userBits, options.userBits);
+        }
+        EXPECT_EQ(decoded.summary.gapCount, 0U);
+        EXPECT_EQ(decoded.summary.format, type);
+        EXPECT_NEAR(decoded.summary.meanRate * length / rate, 1, 3 / (9.5 * rate));
+      }
+    }
+  }
+}
+
+// Tapes with pieces cut out, behind which the reader falls into step again.
+TEST_F(VLDecodeTest, GapsAreToldBetweenTheFramesThatStandThereWithTheirExactPlaces) {
+  for (const std::uint32_t type : kTypes) {
+    for (const bool inverted : {false, true}) {
+      LTCSignalMaker maker;
+      maker.type = type;
+      maker.frames = 200;
+      maker.inverted = inverted;
+      maker.bits = 16;
+      maker.seed = type + 1;
+      maker.splice = 0.02;
+      const LTCSignal signal = maker.make();
+      // On the second channel of two.
+      std::vector<float> samples;
+      for (const float sample : signal.samples) {
+        samples.insert(samples.end(), {-0.5F, sample});
+      }
+      write(samples, 48000, 2, audio::SampleEncoding::int16);
+      EXPECT_EQ(decode(1).frames.size(), 0U);
+      const Decoded decoded = decode(2);
+      std::size_t index = 0;
+      std::vector<std::uint64_t> gaps;
+      for (const VLDecodedFrame& frame : decoded.frames) {
+        const std::size_t before = index;
+        while (index < signal.frames.size() &&
+               std::fabs(signal.frames[index].begin - static_cast<double>(frame.sample)) > 1.5) {
+          ++index;
+        }
+        ASSERT_LT(index, signal.frames.size()) << "a frame across a cut";
+        EXPECT_EQ(frame.time.mFrames, signal.frames[index].time.mFrames);
+        EXPECT_EQ(frame.userBits, signal.frames[index].userBytes);
+        if (index != before + 1 && before != 0) {
+          gaps.push_back(frame.sample);
+        }
+      }
+      EXPECT_GE(gaps.size(), 3U);
+      std::vector<std::uint64_t> told;
+      for (const auto& gap : decoded.summary.gaps) {
+        told.push_back(gap.behind.sample);
+      }
+      EXPECT_THAT(told, testing::ContainerEq(gaps)) << type;
+      EXPECT_GT(decoded.frames.size(), 100U);
+    }
+  }
+}
+
+// At such a rate a frame is of this format or of that one by its number alone.
+TEST_F(VLDecodeTest, ATapeThatRunsBetweenTwoFormatsHasNoGaps) {
+  for (const auto& [type, rate] :
+       {std::pair(kSMPTETimeType25, 24.4), std::pair(kSMPTETimeType30, 24.9),
+        std::pair(kSMPTETimeType30, 27.0), std::pair(kSMPTETimeType2997Drop, 29.985)}) {
+    LTCSignalMaker maker;
+    maker.type = type;
+    maker.frames = 200;
+    maker.speed = [rate = rate](double) { return rate; };
+    write(maker.make().samples, 48000, 1, audio::SampleEncoding::int16);
+    const Decoded decoded = decode();
+    EXPECT_GE(decoded.frames.size(), 198U) << rate;
+    EXPECT_EQ(decoded.summary.gapCount, 0U) << rate;
+  }
+}
+
+TEST_F(VLDecodeTest, AFileThatIsCutOffGivesItsFramesAndThenWhatIsWrong) {
+  encode(kSMPTETimeType25, 48000, 10, 0.5F);
+  fs::resize_file(mFile, 44 + 2 * 48000 * 4);
+  const Decoded decoded = decode();
+  EXPECT_EQ(decoded.frames.size(), 98U);
+  EXPECT_THAT(decoded.error, testing::HasSubstr("cut off at sample 192000"));
+
+  write(std::vector<float>(48000, 0.0F), 48000, 1, audio::SampleEncoding::int16);
+  const Decoded silence = decode();
+  EXPECT_EQ(silence.summary.frames, 0U);
+  EXPECT_FALSE(silence.summary.format);
+  EXPECT_EQ(silence.error, "");
+}
+
+}  // namespace
+}  // namespace velor
