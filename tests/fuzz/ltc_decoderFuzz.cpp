@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Any samples, in any buffers, with any leaps of the sample time, into the decoder of
-// LTC. It must tell what the definition sample by sample tells, and only what ends
-// with a sync word.
+// Any samples, in any buffers, with any leaps of the sample time, into the decoders of
+// LTC. ltc_decoder must tell what the definition sample by sample tells, and only what
+// ends with a sync word. The conditioned decoders must give times that exist, and frames
+// in their order.
 //
 // The first byte chooses the sample rate. Then a row of steps, each begun by one byte:
 //   0xxxxxxx  the sign changes and stays for x + 1 samples
@@ -11,8 +12,11 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <memory>
 #include <vector>
 
+#include "Velor/ltc/VLConditionedLTCDecoder.h"
+#include "Velor/ltc/VLLTCVarispeedDecoder.h"
 #include "Velor/ltc/ltc_decoder.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/support/LTCBySample.h"
@@ -23,7 +27,16 @@ using velor::LTCCall;
 
 class Both {
  public:
-  explicit Both(double sampleRate) : mSampleRate(sampleRate), mReference(sampleRate) {
+  explicit Both(double sampleRate)
+      : mSampleRate(sampleRate),
+        mReference(sampleRate),
+        mConditioned(std::make_unique<velor::VLConditionedLTCDecoder>(1'000'000'000, sampleRate,
+                                                                      conditionedTold, nullptr)),
+        mVarispeed(sampleRate, [this](const velor::VLLTCBits& bits) {
+          require(bits.end > bits.begin && bits.begin > mLastBegin, "frames in their order");
+          requireTime(velor::VLLTCTimeOf(bits, velor::kSMPTETimeType30));
+          mLastBegin = bits.begin;
+        }) {
     require(velor::ltc_decoder_create(mDecoder) == 0, "there is memory");
     require(velor::ltc_decoder_init(mDecoder, 1'000'000'000, sampleRate, 25.0) == 0, "init");
     velor::ltc_decoder_set_callback(*mDecoder, told, &mCalls);
@@ -57,13 +70,27 @@ class Both {
     time.mHostTime = mPosition * 20'000;
     velor::ltc_decoder_process(*mDecoder, time, buffer.data(),
                                static_cast<std::uint32_t>(buffer.size()));
+    mConditioned->process(time, buffer.data(), static_cast<std::uint32_t>(buffer.size()));
+    mVarispeed.process(buffer);
     mReference.process(time.mSampleTime, time.mHostTime, buffer.data(), buffer.size());
     mPosition += buffer.size() + skipped;
     mBuffer.clear();
     require(mCalls == mReference.calls(), "as sample by sample");
   }
 
+  void finish() { mVarispeed.finish(); }
+
  private:
+  static void requireTime(const velor::SMPTETime& time) {
+    require(time.mFlags == 3 && time.mSubframes == 0 && time.mSubframeDivisor == 80, "running");
+    require(time.mHours < 24 && time.mMinutes < 60 && time.mSeconds < 60 && time.mFrames < 30,
+            "a time of the day");
+  }
+  static void conditionedTold(const velor::SMPTETime& time, const std::uint8_t*, void*,
+                              std::uint64_t, double fps) {
+    requireTime(time);
+    require(fps >= 23 && fps <= 31, "a rate that is read");
+  }
   static void told(const velor::SMPTETime& time, const std::uint8_t* userBits, void* refCon,
                    std::uint64_t hostTime, double fps) {
     require(time.mFlags == 3 && time.mSubframes == 0 && time.mSubframeDivisor == 80, "running");
@@ -77,6 +104,9 @@ class Both {
   const double mSampleRate;
   velor::ltc_decoder* mDecoder = nullptr;
   velor::LTCBySample mReference;
+  std::unique_ptr<velor::VLConditionedLTCDecoder> mConditioned;
+  velor::VLLTCVarispeedDecoder mVarispeed;
+  double mLastBegin = -1e9;
   std::vector<LTCCall> mCalls;
   std::vector<float> mBuffer;
   std::uint64_t mPosition = 1000;
@@ -89,7 +119,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size == 0) {
     return 0;
   }
-  constexpr std::array<double, 5> kSampleRates = {44100, 48000, 88200, 96000, 192000};
+  constexpr std::array<double, 7> kSampleRates = {44100, 48000, 88200, 96000, 192000, 8000, 768000};
   Both both(kSampleRates[*data % kSampleRates.size()]);
   const std::uint8_t* const end = data + size;
   for (++data; data != end;) {
@@ -111,5 +141,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
   }
   both.endBuffer(0);
+  both.finish();
   return 0;
 }

@@ -7,8 +7,11 @@
 #include <cmath>
 #include <cstdlib>
 #include <functional>
+#include <iterator>
 #include <memory>
 
+#include "Velor/ltc/VLConditionedLTCDecoder.h"
+#include "Velor/ltc/VLLTCVarispeedDecoder.h"
 #include "Velor/ltc/ltc_decoder.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Realtime.h"
@@ -38,6 +41,25 @@ void inBuffers(const LTCSignal& signal, std::size_t bufferLength,
   }
 }
 
+void append(const SMPTETime& time, const std::uint8_t* userBits, void* refCon,
+            std::uint64_t hostTime, double fps) {
+  LTCTold frame;
+  frame.time = time;
+  std::copy_n(userBits, frame.userBytes.size(), frame.userBytes.begin());
+  frame.hostTime = hostTime;
+  frame.fps = fps;
+  static_cast<std::vector<LTCTold>*>(refCon)->push_back(frame);
+}
+
+audio::AudioTimeStamp stampOf(const LTCSignal& signal, double place) {
+  audio::AudioTimeStamp timeStamp;
+  timeStamp.mSampleTime = place - kLTCHostTimeZero;
+  timeStamp.mHostTime = static_cast<std::uint64_t>(
+      std::llround((place - kLTCHostTimeZero) * kNanoseconds / signal.sampleRate));
+  timeStamp.mFlags = audio::kAudioTimeStampSampleHostTimeValid;
+  return timeStamp;
+}
+
 }  // namespace
 
 std::vector<LTCTold> readByVelor(const LTCSignal& signal, std::size_t bufferLength) {
@@ -49,28 +71,13 @@ std::vector<LTCTold> readByVelor(const LTCSignal& signal, std::size_t bufferLeng
                        25.0) != 0) {
     std::abort();
   }
-  ltc_decoder_set_callback(
-      *decoder,
-      [](const SMPTETime& time, const std::uint8_t* userBits, void* refCon, std::uint64_t hostTime,
-         double fps) {
-        LTCTold frame;
-        frame.time = time;
-        std::copy_n(userBits, frame.userBytes.size(), frame.userBytes.begin());
-        frame.hostTime = hostTime;
-        frame.fps = fps;
-        static_cast<std::vector<LTCTold>*>(refCon)->push_back(frame);
-      },
-      &told);
+  ltc_decoder_set_callback(*decoder, append, &told);
   inBuffers(signal, bufferLength, [&](const float* samples, std::size_t count, double place) {
-    audio::AudioTimeStamp timeStamp;
-    timeStamp.mSampleTime = place - kLTCHostTimeZero;
-    timeStamp.mHostTime = static_cast<std::uint64_t>(
-        std::llround((place - kLTCHostTimeZero) * kNanoseconds / signal.sampleRate));
-    timeStamp.mFlags = audio::kAudioTimeStampSampleHostTimeValid;
     const std::size_t before = told.size();
     {
       const host::RealtimeContext realtime;
-      ltc_decoder_process(*decoder, timeStamp, samples, static_cast<std::uint32_t>(count));
+      ltc_decoder_process(*decoder, stampOf(signal, place), samples,
+                          static_cast<std::uint32_t>(count));
     }
     for (std::size_t i = before; i < told.size(); ++i) {
       told[i].begin = place;
@@ -78,6 +85,42 @@ std::vector<LTCTold> readByVelor(const LTCSignal& signal, std::size_t bufferLeng
     }
   });
   ltc_decoder_dispose(decoder);
+  return told;
+}
+
+std::vector<LTCTold> readConditioned(const LTCSignal& signal, std::size_t bufferLength) {
+  std::vector<LTCTold> told;
+  told.reserve(signal.frames.size() * 4);
+  const auto decoder = std::make_unique<VLConditionedLTCDecoder>(
+      static_cast<std::uint64_t>(kNanoseconds), signal.sampleRate, append, &told);
+  inBuffers(signal, bufferLength, [&](const float* samples, std::size_t count, double place) {
+    const host::RealtimeContext realtime;
+    decoder->process(stampOf(signal, place), samples, static_cast<std::uint32_t>(count));
+  });
+  for (LTCTold& frame : told) {
+    const double length = signal.sampleRate / frame.fps;
+    const double mark =
+        static_cast<double>(frame.hostTime) * signal.sampleRate / kNanoseconds + kLTCHostTimeZero;
+    frame.place = mark + length / 160;
+    frame.begin = frame.end = frame.place + length;
+  }
+  return told;
+}
+
+std::vector<LTCTold> readVarispeed(const LTCSignal& signal) {
+  std::vector<LTCTold> told;
+  VLLTCVarispeedDecoder decoder(signal.sampleRate, [&](const VLLTCBits& bits) {
+    LTCTold frame;
+    frame.time =
+        VLLTCTimeOf(bits, bits.field(kLTCDropFlag) != 0 ? kSMPTETimeType30Drop : kSMPTETimeType30);
+    frame.userBytes = bits.userBits();
+    frame.place = bits.begin;
+    frame.begin = frame.end = bits.end;
+    frame.isReverse = bits.isReverse;
+    told.push_back(frame);
+  });
+  decoder.process(signal.samples);
+  decoder.finish();
   return told;
 }
 
@@ -112,12 +155,18 @@ std::vector<LTCTold> readByLibltc(const LTCSignal& signal, std::size_t bufferLen
 }
 
 std::size_t frameOf(const LTCSignal& signal, const LTCTold& told) {
-  const auto distance = [&told](const LTCSignal::Frame& frame) {
-    return std::max({told.begin - frame.end, frame.end - told.end, 0.0});
+  // The first of those that end at one place, which a cut has made of frames.
+  const auto endingFrom = [&signal](double place) {
+    return std::lower_bound(signal.frames.begin(), signal.frames.end(), place,
+                            [](const auto& frame, double end) { return frame.end < end; });
   };
-  const auto nearest =
-      std::min_element(signal.frames.begin(), signal.frames.end(),
-                       [&](const auto& a, const auto& b) { return distance(a) < distance(b); });
+  auto nearest = endingFrom(told.begin);
+  if (nearest != signal.frames.begin()) {
+    const double before = std::prev(nearest)->end;
+    if (nearest == signal.frames.end() || told.begin - before <= nearest->end - told.end) {
+      nearest = endingFrom(before);
+    }
+  }
   return static_cast<std::size_t>(nearest - signal.frames.begin());
 }
 

@@ -14,8 +14,10 @@ namespace velor {
 struct LTCTold {
   SMPTETime time;
   std::array<std::uint8_t, 4> userBytes{};
-  std::uint64_t hostTime = 0;  ///< ns; ltc_decoder alone tells it, and the rate
+  std::uint64_t hostTime = 0;  ///< ns; libltc tells neither it nor the rate
   double fps = 0;
+  bool isReverse = false;
+  double place = 0;  ///< where it began, by readConditioned and readVarispeed
   // The buffer in which the frame was told, in places of the signal.
   double begin = 0;
   double end = 0;
@@ -25,6 +27,11 @@ struct LTCTold {
 inline constexpr double kLTCHostTimeZero = -100000;
 
 std::vector<LTCTold> readByVelor(const LTCSignal& signal, std::size_t bufferLength);
+/// By VLConditionedLTCDecoder. It tells where a frame stands, so that the frame's end counts
+/// in place of the buffer.
+std::vector<LTCTold> readConditioned(const LTCSignal& signal, std::size_t bufferLength);
+/// By VLLTCVarispeedDecoder, of a signal that lost no samples; as readConditioned.
+std::vector<LTCTold> readVarispeed(const LTCSignal& signal);
 std::vector<LTCTold> readByLibltc(const LTCSignal& signal, std::size_t bufferLength);
 
 struct LTCScore {

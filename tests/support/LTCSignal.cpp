@@ -8,6 +8,7 @@
 #include <memory>
 #include <numbers>
 #include <random>
+#include <utility>
 
 #include "kvtimecode/ltc_frame.h"
 #include "kvtimecode/ltc_utils.h"
@@ -213,8 +214,11 @@ LTCSignal LTCSignalMaker::make() const {
   std::normal_distribution<double> noise(0.0, std::pow(10.0, -signalToNoise / 20));
   const double steps = std::exp2(static_cast<int>(bits) - 1);
   for (double value : wave) {
-    value += offset + (signalToNoise > 0 ? noise(random) : 0.0);
+    const double time = static_cast<double>(signal.samples.size()) / sampleRate;
+    value += offset + hum * std::sin(2 * std::numbers::pi * 50 * time) +
+             (signalToNoise > 0 ? noise(random) : 0.0);
     value *= inverted ? -level : level;
+    value = clip > 0 ? std::clamp(value, -clip, clip) : value;
     value = bits > 0 ? std::round(value * steps) / steps : value;
     signal.samples.push_back(static_cast<float>(value));
   }
@@ -226,6 +230,16 @@ LTCSignal LTCSignalMaker::make() const {
   damage(signal.frames, xruns);
   cutOut(signal, splices, false);
   cutOut(signal, xruns, true);
+  return signal;
+}
+
+LTCSignal reversed(LTCSignal signal) {
+  const double last = static_cast<double>(signal.samples.size()) - 1;
+  std::reverse(signal.samples.begin(), signal.samples.end());
+  std::reverse(signal.frames.begin(), signal.frames.end());
+  for (LTCSignal::Frame& frame : signal.frames) {
+    frame.begin = last - std::exchange(frame.end, last - frame.begin);
+  }
   return signal;
 }
 

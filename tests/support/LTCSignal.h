@@ -51,6 +51,8 @@ struct LTCSignalMaker {
   double lowPass = 0;        ///< Hz, two poles; 0 for none
   double highPass = 0;       ///< Hz, one pole
   double offset = 0;         ///< DC, as a part of the level
+  double hum = 0;            ///< 50 Hz, as a part of the level
+  double clip = 0;           ///< of full scale; 0 for none
   double signalToNoise = 0;  ///< dB over the whole band, white; 0 for no noise
   unsigned bits = 0;         ///< of quantisation; 0 for none
   double silence = 0;        ///< before the first frame, s
@@ -62,6 +64,9 @@ struct LTCSignalMaker {
 
   LTCSignal make() const;
 };
+
+/// Played from its end, without losses.
+LTCSignal reversed(LTCSignal signal);
 
 /// As libltc's encoder makes it, 8 bits wide.
 LTCSignal signalByLibltc(double sampleRate, std::uint32_t type, std::size_t frames, bool inverted);

@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+// Recovers the clock of an LTC signal and the level of each half bit.
+//
+// The signal loses its DC and runs at 8 to 16 samples for each half bit. Two moving
+// averages smooth it, and each crossing of zero that goes on beyond a part of the envelope
+// is an edge. While the clock is not locked, it looks for the grid of half bits on which
+// the last edges lie. A second-order loop then keeps the grid on the edges. The level of a
+// half bit is the mean of the signal over its whole length, which is the best filter for a
+// square pulse in white noise; edges alone decide where half bits begin.
+namespace velor {
+
+/// Half a bit of a biphase mark signal.
+struct VLLTCHalfBit {
+  float level = 0;   ///< mean of the signal, without its DC
+  float error = 0;   ///< of the edge that ended it or a later one, in half bits
+  double begin = 0;  ///< place in the input: sample n stands at n
+  double end = 0;
+  bool isFirst = false;  ///< the clock has just locked: nothing before belongs to it
+};
+
+/// One thread. Realtime-safe: yes, but for the constructor.
+class VLLTCHalfBitClock {
+ public:
+  /// Finds signals of `slowest` to `fastest` frames per second, at most an octave, and
+  /// follows them half an octave beyond.
+  VLLTCHalfBitClock(double sampleRate, double slowest, double fastest);
+
+  /// Reads samples on, and calls `take` with each half bit, a few bits later.
+  template <class Take>
+  void process(std::span<const float> samples, Take&& take) {
+    for (const float sample : samples) {
+      push(sample);
+      if (mHalfBitCount != 0) {
+        drain(take);
+      }
+    }
+  }
+
+  /// The input ends: gives the half bits up to there.
+  template <class Take>
+  void finish(Take&& take) {
+    flush();
+    drain(take);
+  }
+
+  /// What comes next begins at this place of the input and has no part in what came before.
+  void restart(double place);
+
+  bool isLocked() const { return mIsLocked; }
+
+ private:
+  static constexpr std::size_t kTaps = 8;
+  static constexpr std::size_t kRawKept = 1024;
+  static constexpr std::size_t kSumsKept = 4096;
+  static constexpr std::size_t kEdges = 24;
+  static constexpr std::size_t kHalfBitsKept = 512;
+
+  void push(float sample);
+  void interpolate();
+  void removeMean(float sample);
+  void step(float sample);
+  void takeEdge(double place);
+  void forgetEdges(std::size_t count);
+  bool follow(double edge);
+  void acquire();
+  double coherence(double length) const;
+  bool fit(double length);
+  void emit(double end, float error);
+  double sumTo(double place) const;
+  void flush();
+  void unlock();
+
+  template <class Take>
+  void drain(Take&& take) {
+    for (std::size_t i = 0; i < mHalfBitCount; ++i) {
+      take(mHalfBits[i]);
+    }
+    mHalfBitCount = 0;
+  }
+
+  // Constant. Lengths are in steps, which are samples of the signal that is looked at.
+  std::size_t mDivide = 1;
+  std::size_t mMultiply = 1;
+  double mShortest = 0;  // half bits
+  double mLongest = 0;
+  std::size_t mFirstWidth = 0;
+  std::size_t mSecondWidth = 0;
+  double mDelay = 0;
+  std::size_t mMeanWidth = 0;
+  float mEnvelopePart = 0;
+  std::vector<float> mFilter;  // kTaps for each part of a sample
+
+  // From input to steps.
+  double mOrigin = 0;
+  float mDivided = 0;
+  std::size_t mDividedCount = 0;
+  std::array<float, kTaps> mTaps{};
+
+  // The filtered signal.
+  std::uint64_t mRawStep = 0;
+  std::array<float, kRawKept> mRaw{};
+  std::array<double, kRawKept> mRawSums{};
+  double mRawSum = 0;
+  float mMean = 0;
+  std::uint64_t mStep = 0;
+  std::array<double, kSumsKept> mSums{};
+  std::array<double, kSumsKept> mSmoothSums{};
+  double mSum = 0;
+  double mSmoothSum = 0;
+  float mLast = 0;
+  float mEnvelope = 0;
+  double mCrossing = 0;
+  bool mIsHigh = false;
+
+  std::array<double, kEdges> mEdges{};
+  std::size_t mEdgeCount = 0;
+
+  std::size_t mFailures = 0;  // to find a grid
+
+  bool mIsLocked = false;
+  bool mIsFirst = false;
+  bool mMayJoin = false;  // the first edge that is kept stands at the last boundary
+  double mLength = 0;     // of a half bit
+  double mBoundary = 0;   // up to which half bits were given
+  float mErrors = 0;      // mean of the squares
+  float mJitter = 0;      // mean of the squares, but for leaps
+  std::size_t mUnseen = 0;
+
+  std::array<VLLTCHalfBit, kHalfBitsKept> mHalfBits{};
+  std::size_t mHalfBitCount = 0;
+};
+
+}  // namespace velor

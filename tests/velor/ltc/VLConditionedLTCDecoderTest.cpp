@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/ltc/VLConditionedLTCDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <numbers>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Velor/ltc/VLLTCVarispeedDecoder.h"
+#include "kvtimecode/ltc_utils.h"
+#include "tests/support/LTCReading.h"
+#include "tests/support/LTCSignal.h"
+
+namespace velor {
+namespace {
+
+constexpr std::size_t kBuffer = 512;
+
+double playedAt(double time, double flutter) {
+  return 25 * (1 + flutter * std::sin(2 * std::numbers::pi * 9 * time));
+}
+
+LTCSignal made(const std::function<void(LTCSignalMaker&)>& change, std::size_t frames = 300) {
+  LTCSignalMaker maker;
+  maker.frames = frames;
+  change(maker);
+  return maker.make();
+}
+
+struct Line {
+  const char* name;
+  double share;  // of the whole frames
+  std::function<void(LTCSignalMaker&)> change;
+};
+
+// The last frame of a live signal ends with an edge that does not come.
+void expectRead(const Line& line, const LTCSignal& signal, const std::vector<LTCTold>& told) {
+  const LTCScore score = scoreOf(signal, told);
+  EXPECT_EQ(score.wrong, 0U) << line.name;
+  std::size_t whole = 0;
+  std::size_t right = 0;
+  for (std::size_t i = 0; i + 1 < signal.frames.size(); ++i) {
+    whole += signal.frames[i].whole ? 1 : 0;
+    right += signal.frames[i].whole && score.read[i] ? 1 : 0;
+  }
+  EXPECT_GE(static_cast<double>(right), line.share * static_cast<double>(whole)) << line.name;
+}
+
+TEST(VLConditionedLTCDecoder, AllThatCanBeReadOfABadLineIsReadAndNothingElse) {
+  const Line lines[] = {
+      {"clean", 1, [](auto&) {}},
+      {"29.97 drop, inverted", 1,
+       [](auto& maker) {
+         maker.type = kSMPTETimeType2997Drop;
+         maker.inverted = true;
+       }},
+      {"noise 9 dB below", 0.99, [](auto& maker) { maker.signalToNoise = 9; }},
+      {"noise 5 dB below", 0.9, [](auto& maker) { maker.signalToNoise = 5; }},
+      {"3 kHz, noise 12 dB below", 0.99,
+       [](auto& maker) {
+         maker.lowPass = 3000;
+         maker.signalToNoise = 12;
+       }},
+      {"192 kHz, noise 18 dB below", 0.99,
+       [](auto& maker) {
+         maker.sampleRate = 192000;
+         maker.signalToNoise = 18;
+       }},
+      {"8 kHz", 1, [](auto& maker) { maker.sampleRate = 8000; }},
+      {"-60 dBFS in 16 bits", 1,
+       [](auto& maker) {
+         maker.level = 0.001;
+         maker.bits = 16;
+       }},
+      {"DC of three times the level, hum as loud as the level, clipped", 1,
+       [](auto& maker) {
+         maker.offset = 3;
+         maker.hum = 1;
+         maker.clip = 2.1;
+       }},
+      {"drop-outs of 20 ms", 1, [](auto& maker) { maker.dropOut = 0.02; }},
+      {"drop-outs of 20 ms, noise 20 dB below", 1,
+       [](auto& maker) {
+         maker.dropOut = 0.02;
+         maker.signalToNoise = 20;
+       }},
+      {"xruns", 0.98, [](auto& maker) { maker.xrun = 0.0107; }},
+      {"flutter of 10 %", 1,
+       [](auto& maker) { maker.speed = [](double time) { return playedAt(time, 0.1); }; }},
+      {"steps between 24 and 30", 1,
+       [](auto& maker) {
+         maker.speed = [](double time) { return static_cast<int>(time / 2) % 2 == 0 ? 24 : 30; };
+       }},
+  };
+  for (const Line& line : lines) {
+    const LTCSignal signal = made(line.change);
+    expectRead(line, signal, readConditioned(signal, kBuffer));
+    if (signal.losses.empty()) {
+      expectRead(line, signal, readVarispeed(signal));
+    }
+  }
+}
+
+// The frames on both sides of a cut are true; what stands across it is not, also where the
+// bits are as many as those of a frame.
+TEST(VLConditionedLTCDecoder, NoFrameIsMadeOfTheTwoSidesOfACut) {
+  const LTCSignal signal = made([](auto& maker) { maker.splice = 0.333; }, 3000);
+  const LTCScore score = scoreOf(signal, readConditioned(signal, kBuffer));
+  EXPECT_EQ(score.wrong, 0U);
+  EXPECT_GT(score.right, 1800U);
+}
+
+TEST(VLConditionedLTCDecoder, FramesHaveTheirPlaceAndRateWhateverTheBuffers) {
+  for (const double noise : {0.0, 12.0}) {
+    const LTCSignal signal = made([noise](auto& maker) {
+      maker.type = kSMPTETimeType2997;  // falls between the samples
+      maker.signalToNoise = noise;
+    });
+    const auto told = readConditioned(signal, kBuffer);
+    double squares = 0;
+    std::uint32_t counter = 0;
+    for (const LTCTold& frame : told) {
+      const std::size_t index = frameOf(signal, frame);
+      // No bit stands before the first frame.
+      const double error = index > 0 ? hostTimeErrorOf(signal, index, frame) * 48e-6 : 0;
+      squares += error * error / static_cast<double>(told.size());
+      EXPECT_EQ(frame.time.mType, kSMPTETimeType2997);
+      EXPECT_EQ(frame.time.mCounter, ++counter);
+      EXPECT_NEAR(frame.fps, 29.97, 0.02);
+    }
+    EXPECT_LT(std::sqrt(squares), 0.5) << "samples";
+    const auto again = readConditioned(signal, 37);
+    ASSERT_EQ(again.size(), told.size());
+    for (std::size_t i = 0; i < told.size(); ++i) {
+      EXPECT_NEAR(again[i].place, told[i].place, 0.001);
+    }
+  }
+}
+
+TEST(VLConditionedLTCDecoder, AMachineThatStandsStillIsRead) {
+  LTCSignal signal = made([](auto&) {}, 20);
+  const std::size_t length = 1920;  // of a frame, at whose end the level is that of its begin
+  std::vector<float> samples;
+  for (std::size_t i = 0; i < 20 * length; ++i) {
+    samples.push_back(signal.samples[i % length]);
+  }
+  signal.samples = samples;
+  const auto told = readConditioned(signal, kBuffer);
+  ASSERT_GE(told.size(), 17U);
+  EXPECT_TRUE(std::all_of(told.begin(), told.end(), [&](const LTCTold& frame) {
+    return frame.time.mFrames == 13 && frame.time.mHours == 17;
+  }));
+}
+
+TEST(VLLTCVarispeedDecoder, AllFramesAreReadInBothDirectionsFromATenthToEightTimesTheSpeed) {
+  for (const double speed : {0.1, 0.14, 0.5, 0.9, 2.0, 4.0, 8.0}) {
+    const LTCSignal signal = made(
+        [speed](auto& maker) {
+          maker.speed = [speed](double) { return 25 * speed; };
+          maker.riseTime = 40e-6 / speed;
+        },
+        60);
+    for (const bool isReverse : {false, true}) {
+      const LTCSignal played = isReverse ? reversed(signal) : signal;
+      const auto told = readVarispeed(played);
+      const LTCScore score = scoreOf(played, told);
+      EXPECT_EQ(score.right, played.frames.size()) << speed << " times, reverse " << isReverse;
+      EXPECT_EQ(score.wrong, 0U);
+      for (const LTCTold& frame : told) {
+        EXPECT_EQ(frame.isReverse, isReverse);
+        EXPECT_NEAR(frame.place, played.frames[frameOf(played, frame)].begin, 1 / speed + 1);
+      }
+    }
+  }
+}
+
+TEST(VLLTCVarispeedDecoder, ARampIsReadThroughAllOctaves) {
+  const LTCSignal signal = made(
+      [](auto& maker) {
+        maker.riseTime = 10e-6;
+        maker.speed = [](double time) { return 2.5 * std::exp2(std::min(time, 12.0) / 2); };
+      },
+      1000);
+  const LTCScore score = scoreOf(signal, readVarispeed(signal));
+  EXPECT_GE(score.right, 999U);
+  EXPECT_EQ(score.wrong, 0U);
+}
+
+TEST(VLLTCVarispeedDecoder, WhatIsNotLTCHasNoFrames) {
+  std::mt19937 random(1);
+  std::normal_distribution<float> noise(0, 0.3F);
+  float level = 0.4F;
+  std::size_t left = 0;
+  const float odd[] = {std::numeric_limits<float>::quiet_NaN(),
+                       std::numeric_limits<float>::infinity(),
+                       3e38F,
+                       -3e38F,
+                       1e-42F,
+                       0};
+  const std::function<float()> kinds[] = {[] { return 0.0F; }, [&] { return noise(random); },
+                                          // Halves and wholes of a bit, at random.
+                                          [&] {
+                                            if (left-- == 0) {
+                                              left = random() % 2 == 0 ? 11 : 23;
+                                              level = -level;
+                                            }
+                                            return level;
+                                          },
+                                          [&] { return odd[random() % std::size(odd)]; }};
+  for (const double sampleRate : {8000.0, 48000.0, 768000.0}) {
+    for (const auto& kind : kinds) {
+      LTCSignal signal;
+      signal.sampleRate = sampleRate;
+      std::generate_n(std::back_inserter(signal.samples), 100000, kind);
+      EXPECT_TRUE(readVarispeed(signal).empty());
+      EXPECT_TRUE(readConditioned(signal, kBuffer).empty());
+    }
+  }
+}
+
+// Samples that are not numbers spoil what they touch, and nothing behind it.
+TEST(VLConditionedLTCDecoder, WhatIsNoSampleCostsItsFrameAlone) {
+  LTCSignal signal = made([](auto&) {}, 50);
+  for (std::size_t i = 0; i < 600; ++i) {
+    signal.samples[20000 + i] = i % 2 == 0 ? std::numeric_limits<float>::quiet_NaN()
+                                           : -std::numeric_limits<float>::infinity();
+  }
+  const LTCScore score = scoreOf(signal, readConditioned(signal, kBuffer));
+  EXPECT_GE(score.right, 48U);
+  EXPECT_EQ(score.wrong, 0U);
+}
+
+}  // namespace
+}  // namespace velor
