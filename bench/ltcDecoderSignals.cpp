@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
-// What ltc_decoder and libltc's decoder read of the same samples, as tables in Markdown:
-// the measurements of docs/ltc-decoder.md.
+// What ltc_decoder, the conditioned decoders and libltc's read of the same samples, as tables in
+// Markdown: the measurements of docs/ltc-decoder.md.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <numbers>
 #include <string>
@@ -20,23 +22,104 @@ namespace {
 constexpr std::size_t kBuffer = 512;
 constexpr std::size_t kFrames = 1500;  // a minute of 25 frames per second
 
+// Signals of a row, each by another seed.
+std::size_t signalsOfARow = 1;
+
+struct Sum {
+  std::size_t right = 0;
+  std::size_t wrong = 0;
+
+  void add(const LTCSignal& signal, const std::vector<LTCTold>& told) {
+    const LTCScore score = scoreOf(signal, told);
+    right += score.right;
+    wrong += score.wrong;
+  }
+};
+
+class Row {
+ public:
+  void add(const LTCSignal& signal) {
+    mFrames += signal.frames.size();
+    mWhole += static_cast<std::size_t>(
+        std::count_if(signal.frames.begin(), signal.frames.end(),
+                      [](const LTCSignal::Frame& frame) { return frame.whole; }));
+    mPlain.add(signal, readByVelor(signal, kBuffer));
+    const auto conditioned = readConditioned(signal, kBuffer);
+    mConditioned.add(signal, conditioned);
+    // Where samples are lost a file has what is left.
+    const auto varispeed = readVarispeed(signal);
+    if (signal.losses.empty()) {
+      mVarispeed.add(signal, varispeed);
+      addStarts(signal, varispeed);
+    } else {
+      mHasLosses = true;
+      addStarts(signal, conditioned);
+    }
+    mLibltc.add(signal, readByLibltc(signal, kBuffer));
+  }
+
+  void print(const std::string& name) const {
+    const double mean = mStarts == 0 ? 0 : mSum / static_cast<double>(mStarts);
+    const double deviation =
+        mStarts == 0
+            ? 0
+            : std::sqrt(std::max(0.0, mSquares / static_cast<double>(mStarts) - mean * mean));
+    std::printf("| %s | %zu | %.1f | %s | %s | %s | %.2f | %s |\n", name.c_str(), mFrames,
+                share(mWhole), text(mPlain).c_str(), text(mConditioned).c_str(),
+                mHasLosses ? "- | -" : text(mVarispeed).c_str(), deviation, text(mLibltc).c_str());
+    std::fflush(stdout);
+  }
+
+ private:
+  void addStarts(const LTCSignal& signal, const std::vector<LTCTold>& told) {
+    for (const LTCTold& frame : told) {
+      const LTCSignal::Frame& is = signal.frames[frameOf(signal, frame)];
+      if (is.whole) {
+        const double error = frame.place - is.begin;
+        mSum += error;
+        mSquares += error * error;
+        ++mStarts;
+      }
+    }
+  }
+
+  double share(std::size_t count) const {
+    return 100.0 * static_cast<double>(count) / static_cast<double>(mFrames);
+  }
+  // Shares are rounded down, so that 100.0 is all.
+  std::string text(const Sum& sum) const {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.2f | %zu", std::floor(share(sum.right) * 100) / 100,
+                  sum.wrong);
+    return text.data();
+  }
+
+  std::size_t mFrames = 0;
+  std::size_t mWhole = 0;
+  Sum mPlain, mConditioned, mVarispeed, mLibltc;
+  bool mHasLosses = false;
+  std::size_t mStarts = 0;
+  double mSum = 0;
+  double mSquares = 0;
+};
+
 void printRow(const std::string& name, const LTCSignal& signal) {
-  const LTCScore own = scoreOf(signal, readByVelor(signal, kBuffer));
-  const LTCScore libltc = scoreOf(signal, readByLibltc(signal, kBuffer));
-  const auto whole = std::count_if(signal.frames.begin(), signal.frames.end(),
-                                   [](const LTCSignal::Frame& frame) { return frame.whole; });
-  const double percent = 100.0 / static_cast<double>(signal.frames.size());
-  const auto share = [percent](std::size_t count) { return static_cast<double>(count) * percent; };
-  std::printf("| %s | %zu | %.1f | %.1f | %zu | %.1f | %zu |\n", name.c_str(), signal.frames.size(),
-              share(static_cast<std::size_t>(whole)), share(own.right), own.wrong,
-              share(libltc.right), libltc.wrong);
+  Row row;
+  row.add(signal);
+  row.print(name);
 }
 
-void printRow(const std::string& name, const std::function<void(LTCSignalMaker&)>& change) {
-  LTCSignalMaker maker;
-  maker.frames = kFrames;
-  change(maker);
-  printRow(name, maker.make());
+void printRow(const std::string& name, const std::function<void(LTCSignalMaker&)>& change,
+              bool isReverse = false) {
+  Row row;
+  for (std::size_t i = 0; i < signalsOfARow; ++i) {
+    LTCSignalMaker maker;
+    maker.frames = kFrames;
+    maker.seed = static_cast<std::uint32_t>(1 + 10 * i);
+    change(maker);
+    row.add(isReverse ? reversed(maker.make()) : maker.make());
+  }
+  row.print(name);
 }
 
 std::string number(double value) {
@@ -96,6 +179,15 @@ void printShapeRows() {
                maker.offset = offset;
              });
   }
+  printRow("8 bits, -30 dBFS", [](LTCSignalMaker& maker) {
+    maker.level = 0.03;
+    maker.bits = 8;
+  });
+  printRow("clipped at a third, band of 100 Hz to 5000 Hz", [](LTCSignalMaker& maker) {
+    maker.lowPass = 5000;
+    maker.highPass = 100;
+    maker.clip = 0.17;
+  });
   for (const double level : {-20.0, -40.0, -60.0}) {
     printRow(number(level) + " dBFS, 16 bits", [&](LTCSignalMaker& maker) {
       maker.level = std::pow(10, level / 20);
@@ -105,11 +197,25 @@ void printShapeRows() {
 }
 
 void printNoiseRows() {
-  for (const double ratio : {30.0, 24.0, 18.0, 15.0, 12.0, 9.0, 6.0}) {
+  for (const double ratio : {30.0, 24.0, 18.0, 15.0, 12.0, 9.0, 7.0, 5.0, 3.0}) {
     printRow("noise, " + number(ratio) + " dB below",
              [&](LTCSignalMaker& maker) { maker.signalToNoise = ratio; });
   }
-  for (const double ratio : {30.0, 18.0}) {
+  for (const double ratio : {9.0, 5.0}) {
+    printRow("noise, " + number(ratio) + " dB below, 30 fps", [&](LTCSignalMaker& maker) {
+      maker.signalToNoise = ratio;
+      maker.type = kSMPTETimeType30;
+    });
+  }
+  printRow("low-pass of 3000 Hz, then noise, 12 dB below", [](LTCSignalMaker& maker) {
+    maker.lowPass = 3000;
+    maker.signalToNoise = 12;
+  });
+  printRow("hum of 50 Hz as loud as the signal, noise, 12 dB below", [](LTCSignalMaker& maker) {
+    maker.hum = 1;
+    maker.signalToNoise = 12;
+  });
+  for (const double ratio : {30.0, 18.0, 9.0}) {
     printRow("noise, " + number(ratio) + " dB below, 192000 Hz", [&](LTCSignalMaker& maker) {
       maker.signalToNoise = ratio;
       maker.sampleRate = 192000;
@@ -137,6 +243,40 @@ void printSpeedRows() {
   printRow("wow of 4 %, flutter of 3 %", [](LTCSignalMaker& maker) {
     maker.speed = [](double time) { return wowAndFlutter(time, 0.04, 0.03); };
   });
+}
+
+void printVarispeedRows() {
+  for (const double flutter : {0.02, 0.1}) {
+    printRow("flutter of " + number(100 * flutter) + " % at 9 Hz", [=](LTCSignalMaker& maker) {
+      maker.speed = [flutter](double time) { return wowAndFlutter(time, 0, flutter); };
+    });
+  }
+  for (const bool isReverse : {false, true}) {
+    for (const double speed : {0.1, 0.25, 0.5, 0.9, 1.0, 2.0, 4.0, 8.0}) {
+      printRow(
+          number(speed) + " times the speed" + (isReverse ? ", reverse" : ""),
+          [=](LTCSignalMaker& maker) {
+            maker.riseTime = 40e-6 / speed;
+            maker.speed = [speed](double) { return 25 * speed; };
+            maker.frames = speed < 0.5 ? kFrames / 5 : kFrames;
+          },
+          isReverse);
+    }
+  }
+  printRow("ramps between half and twice the speed", [](LTCSignalMaker& maker) {
+    maker.riseTime = 20e-6;
+    maker.speed = [](double time) { return 25 * std::exp2(std::sin(0.7 * time)); };
+  });
+  printRow("a ramp from a tenth to ten times the speed", [](LTCSignalMaker& maker) {
+    maker.riseTime = 4e-6;
+    maker.sampleRate = 96000;
+    maker.speed = [](double time) { return 2.5 * std::exp2(std::min(time, 20.0) / 20 * 6.64); };
+  });
+  for (const double noise : {9.0, 5.0}) {
+    printRow(
+        "reverse, noise, " + number(noise) + " dB below",
+        [=](LTCSignalMaker& maker) { maker.signalToNoise = noise; }, true);
+  }
 }
 
 void printDamageRows() {
@@ -190,15 +330,25 @@ void printHostTimeRow(double sampleRate, std::size_t bufferLength) {
 }  // namespace
 }  // namespace velor
 
-int main() {
+// With `--long`, twenty thousand frames a row.
+int main(int count, char** arguments) {
+  constexpr std::size_t kLong = 14;
+  if (count > 1 && std::strcmp(arguments[1], "--long") == 0) {
+    velor::signalsOfARow = kLong;
+  }
   std::puts(
-      "| signal | frames | whole, % | velor: right, % | wrong | libltc: right, % | wrong |\n"
-      "|---|---:|---:|---:|---:|---:|---:|");
+      "| signal | frames | whole, % | plain: right, % | wrong | conditioned: right, % | wrong | "
+      "decode: right, % | wrong | starts, samples | libltc: right, % | wrong |\n"
+      "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|");
   velor::printCleanRows();
   velor::printShapeRows();
   velor::printNoiseRows();
   velor::printSpeedRows();
+  velor::printVarispeedRows();
   velor::printDamageRows();
+  if (velor::signalsOfARow > 1) {
+    return 0;
+  }
   std::puts(
       "\n| samples a second | buffer | lag by whole ticks, up to, ns | host time, ns late | in "
       "samples |\n|---:|---:|---:|---:|---:|");
