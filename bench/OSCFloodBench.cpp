@@ -162,18 +162,7 @@ int run(double seconds) {
     }
   });
   const OSCService service;
-  VLClockTimeSources sources = VLClockTimeSources::system();
-  bool isFirst = true;  // of the two reads in a tick
-  std::atomic<TickErrors*> current{nullptr};
-  sources.hostTime = [&] {
-    const std::uint64_t time = host.AudioGetCurrentHostTime();
-    if (TickErrors* const into = current.load(); isFirst && into != nullptr) {
-      into->add(time - lastDeadline);
-    }
-    isFirst = !isFirst;
-    return time;
-  };
-  VLClock clock(std::move(sources));
+  VLClock clock;
   clock.setPlayRate(kClockRate);
   const auto desk = std::make_shared<Desk>(clock);
   desk->taken.reserve(static_cast<std::size_t>(seconds * 3 * kCommandRate));
@@ -194,9 +183,9 @@ int run(double seconds) {
   TickErrors flooded(ticks);
   clock.start();
   unsigned number = command(0, 1);
-  current.store(&quiet);
+  host.watch(&quiet);
   number = command(number, seconds);
-  current.store(nullptr);
+  host.watch(nullptr);
 
   int report[2];
   if (pipe(report) != 0) {
@@ -209,9 +198,9 @@ int run(double seconds) {
   }
   number = command(number, 2);  // the list fills, and everybody's buffers
   const std::uint64_t before = residentBytes();
-  current.store(&flooded);
+  host.watch(&flooded);
   number = command(number, seconds);
-  current.store(nullptr);
+  host.watch(nullptr);
   const std::uint64_t after = residentBytes();
   std::uint64_t sent = 0;
   const bool reported = read(report[0], &sent, sizeof sent) == static_cast<ssize_t>(sizeof sent);

@@ -13,8 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/Host.h"
 #include "platform/host/SystemHost.h"
+#include "sim/ForwardingHost.h"
 
 namespace velor {
 
@@ -49,28 +49,22 @@ class TickErrors {
   std::vector<std::uint64_t> mErrors;
 };
 
-inline thread_local std::uint64_t lastDeadline = 0;
 inline thread_local bool isTimer = false;
 
-/// The system's host, which keeps each thread's last deadline, and how late the timer's
-/// thread wakes.
-class WatchedHost final : public host::Host {
+struct SystemHostBehind {
+  host::SystemHost system;
+};
+
+/// The system's host, and how late the timer's thread wakes.
+class WatchedHost final : private SystemHostBehind, public host::ForwardingHost {
  public:
+  WatchedHost() : ForwardingHost(system) {}
+
   /// Of one timer; null: no more. Must outlive it.
   void watch(TickErrors* errors) { mErrors.store(errors); }
 
-  WatchedHost() { makeServices(); }
-  ~WatchedHost() override { endServices(); }
-
-  std::uint64_t AudioGetCurrentHostTime() const noexcept override {
-    return mSystem.AudioGetCurrentHostTime();
-  }
-  int mach_timebase_info(host::MachTimebaseInfo& info) const noexcept override {
-    return mSystem.mach_timebase_info(info);
-  }
   void mach_wait_until(std::uint64_t deadline) noexcept override {
-    lastDeadline = deadline;
-    mSystem.mach_wait_until(deadline);
+    ForwardingHost::mach_wait_until(deadline);
     const std::uint64_t woken = now();
     TickErrors* const errors = isTimer ? mErrors.load() : nullptr;
     if (errors != nullptr && woken >= deadline) {
@@ -80,19 +74,11 @@ class WatchedHost final : public host::Host {
   int thread_policy_set(const host::ThreadTimeConstraintPolicy& policy,
                         host::ThreadRole role) noexcept override {
     isTimer = role == host::ThreadRole::timer;
-    return mSystem.thread_policy_set(policy, role);
+    return ForwardingHost::thread_policy_set(policy, role);
   }
-  std::unique_ptr<host::Thread> startThread(std::string name, std::function<void()> body) override {
-    return mSystem.startThread(std::move(name), std::move(body));
-  }
-  std::unique_ptr<host::Semaphore> makeSemaphore(Pollable pollable) override {
-    return mSystem.makeSemaphore(pollable);
-  }
-  host::Semaphore& threadSemaphore() override { return mSystem.threadSemaphore(); }
 
  private:
   std::atomic<TickErrors*> mErrors{nullptr};
-  host::SystemHost mSystem;
 };
 
 }  // namespace velor

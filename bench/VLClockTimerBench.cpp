@@ -53,18 +53,9 @@ void runBare(host::Host& host, std::uint64_t duration, TickErrors& errors) {
   thread->join();
 }
 
-void runClock(host::Host& host, std::uint64_t duration, TickErrors& errors) {
-  VLClockTimeSources sources = VLClockTimeSources::system();
-  bool isFirst = true;  // of the two reads in a tick
-  sources.hostTime = [&host, &errors, &isFirst] {
-    const std::uint64_t time = host.AudioGetCurrentHostTime();
-    if (isFirst) {
-      errors.add(time - lastDeadline);
-    }
-    isFirst = !isFirst;
-    return time;
-  };
-  VLClock clock(std::move(sources));
+void runClock(WatchedHost& host, std::uint64_t duration, TickErrors& errors) {
+  VLClock clock;
+  host.watch(&errors);
   clock.setPlayRate(kRate);
   clock.start();
   for (const std::uint64_t end = now() + duration; now() < end;) {
@@ -72,6 +63,7 @@ void runClock(host::Host& host, std::uint64_t duration, TickErrors& errors) {
     host.mainQueue().drainPending();
   }
   clock.stop();
+  host.watch(nullptr);
 }
 
 void printRow(const char* name, TickErrors& bare, TickErrors& clock) {
@@ -85,7 +77,7 @@ void printRow(const char* name, TickErrors& bare, TickErrors& clock) {
   std::fflush(stdout);
 }
 
-void measure(host::Host& host, const char* load, std::uint64_t duration) {
+void measure(WatchedHost& host, const char* load, std::uint64_t duration) {
   const std::size_t count = duration / kPeriod + 10;
   {
     TickErrors bare(count);

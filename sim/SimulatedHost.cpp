@@ -40,6 +40,7 @@ namespace {
 
 constexpr std::uint64_t kStartTime = 1'000'000'000'000;  // any time but 0
 constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
 constexpr std::size_t kStackBytes = 512 * 1024;
 constexpr std::size_t kGuardBytes = 4096;
 
@@ -281,7 +282,12 @@ struct SimulatedHost::Scheduler {
     return {base};
   }
 
+  std::int64_t microseconds() const {
+    return static_cast<std::int64_t>(now / 1000);
+  }
+
   std::uint64_t now = kStartTime;
+  std::int64_t wallOffset = -microseconds();  // us
   Fiber mainFiber;
   Fiber* running = &mainFiber;
   Fiber* previous = &mainFiber;
@@ -387,6 +393,17 @@ void SimulatedHost::advance(std::uint64_t duration) {
 
 std::uint64_t SimulatedHost::AudioGetCurrentHostTime() const noexcept {
   return mScheduler->now;
+}
+
+void SimulatedHost::setWallClock(timeval now) {
+  mScheduler->wallOffset = static_cast<std::int64_t>(now.tv_sec) * kMicrosecondsPerSecond +
+                           now.tv_usec - mScheduler->microseconds();
+}
+
+timeval SimulatedHost::gettimeofday() const noexcept {
+  const std::int64_t wall = mScheduler->microseconds() + mScheduler->wallOffset;
+  return {static_cast<time_t>(wall / kMicrosecondsPerSecond),
+          static_cast<suseconds_t>(wall % kMicrosecondsPerSecond)};
 }
 
 int SimulatedHost::mach_timebase_info(MachTimebaseInfo& info) const noexcept {

@@ -32,7 +32,12 @@ class SimulatedHost final : public Host {
   /// Lets everything run that can without time going by.
   void settle() { advance(0); }
 
+  /// What the wall clock shows now; it goes on with simulated time. UTC, 00:00:00 on the
+  /// first day of 1970 when the host is made.
+  void setWallClock(timeval now);
+
   std::uint64_t AudioGetCurrentHostTime() const noexcept override;
+  timeval gettimeofday() const noexcept override;
   int mach_timebase_info(MachTimebaseInfo& info) const noexcept override;
   void mach_wait_until(std::uint64_t deadline) noexcept override;
   int thread_policy_set(const ThreadTimeConstraintPolicy& policy,

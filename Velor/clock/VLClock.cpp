@@ -80,17 +80,6 @@ midi::MIDIClientRef defaultClient() {
 
 }  // namespace
 
-VLClockTimeSources VLClockTimeSources::system() {
-  VLClockTimeSources sources;
-  sources.hostTime = [&host = host::current()] { return host.AudioGetCurrentHostTime(); };
-  sources.wallClock = [] {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    return now;
-  };
-  return sources;
-}
-
 VLClock::Change::Change(VLClock& clock, std::string_view key) : mClock(clock), mKey(key) {
   mClock.willChangeValueForKey(mKey);
 }
@@ -103,13 +92,8 @@ VLClock& VLClock::sharedClock() {
   return KVShared<VLClock>::instance();
 }
 
-VLClock::VLClock() : VLClock(VLClockTimeSources::system()) {}
-
-VLClock::VLClock(VLClockTimeSources sources)
-    : KVObservable(kDependencies),
-      mHost(host::current()),
-      mSources(std::move(sources)),
-      mSelf(this, [](VLClock*) {}) {
+VLClock::VLClock()
+    : KVObservable(kDependencies), mHost(host::current()), mSelf(this, [](VLClock*) {}) {
   const SMPTETime zero = timeOfFormat(kSMPTETimeType25);
   SMPTETime stopTime = zero;
   ltc_set_time(stopTime, 1, 0, 0, 0);
@@ -265,8 +249,8 @@ const VLClockTransition* VLClock::enter(VLClockEvent event) {
 void VLClock::timerFired(const host::RealtimeContext& realtime) noexcept {
   // Back to back: what is smoothed is how long this thread is held up, not how
   // far the ticks lie apart.
-  const std::uint64_t t1 = mSources.hostTime();
-  const std::uint64_t t2 = mSources.hostTime();
+  const std::uint64_t t1 = mHost.AudioGetCurrentHostTime();
+  const std::uint64_t t2 = mHost.AudioGetCurrentHostTime();
   rt.mWeightedDelta = (1.0 - kDeltaWeight) * rt.mWeightedDelta +
                       static_cast<double>(static_cast<std::int64_t>(t2 - t1)) * kDeltaWeight;
   if (std::abs(static_cast<std::int64_t>(rt.mWeightedDelta)) >= kStallLimit) {
@@ -391,7 +375,7 @@ bool VLClock::beginRun() {
 }
 
 void VLClock::setToWallClock() {
-  const timeval wall = mSources.wallClock();
+  const timeval wall = mHost.gettimeofday();
   tm local{};
   localtime_r(&wall.tv_sec, &local);
   mTimerQueue.sync([this, &wall, &local] {

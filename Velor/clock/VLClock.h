@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <sys/time.h>
-
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -28,17 +26,6 @@
 #include "platform/midi/MIDITypes.h"
 
 namespace velor {
-
-/// Where the clock reads time; a test may give its own.
-struct VLClockTimeSources {
-  /// Host time, ns; read on the timer's thread, so it must be realtime-safe.
-  std::function<std::uint64_t()> hostTime;
-  /// The wall clock, UTC.
-  std::function<timeval()> wallClock;
-
-  /// The host in force, and the system's wall clock.
-  static VLClockTimeSources system();
-};
 
 /// The master clock: counts timecode frame by frame on a timer and hands every
 /// second frame to all MTC destinations. Whatever leaves the application as
@@ -66,7 +53,6 @@ class VLClock final : public KVObservable, public VLMTCParserDelegate {
   /// For the shared clock and for tests. MIDI ports that cannot be made are
   /// logged and done without. Main thread.
   VLClock();
-  explicit VLClock(VLClockTimeSources sources);
   /// Stops without reports, and lets go of MIDI. Main thread; waits for the tick
   /// under way.
   ~VLClock() override;
@@ -248,7 +234,6 @@ class VLClock final : public KVObservable, public VLMTCParserDelegate {
                      const SMPTETime& time);
 
   host::Host& mHost;
-  const VLClockTimeSources mSources;
 
   // Written on mTimerQueue, read anywhere. The tick count stands by itself, since
   // the timer's thread clears it: `_time.mCounter` is not looked at.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <sys/time.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -56,6 +58,9 @@ class Host {
 
   /// The host time, ns. Any thread. Realtime-safe: yes.
   virtual std::uint64_t AudioGetCurrentHostTime() const noexcept = 0;
+
+  /// The wall clock, UTC. Any thread.
+  virtual timeval gettimeofday() const noexcept = 0;
 
   /// The timebase, 1/1 on both hosts. 0, or a status other than 0.
   virtual int mach_timebase_info(MachTimebaseInfo& info) const noexcept = 0;

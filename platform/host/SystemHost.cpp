@@ -168,6 +168,12 @@ std::uint64_t SystemHost::AudioGetCurrentHostTime() const noexcept {
   return monotonicNow();
 }
 
+timeval SystemHost::gettimeofday() const noexcept {
+  timeval now{};
+  ::gettimeofday(&now, nullptr);
+  return now;
+}
+
 int SystemHost::mach_timebase_info(MachTimebaseInfo& info) const noexcept {
   info = {1, 1};
   return 0;

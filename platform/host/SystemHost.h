@@ -15,6 +15,7 @@ class SystemHost final : public Host {
   ~SystemHost() override;
 
   std::uint64_t AudioGetCurrentHostTime() const noexcept override;
+  timeval gettimeofday() const noexcept override;
   int mach_timebase_info(MachTimebaseInfo& info) const noexcept override;
   void mach_wait_until(std::uint64_t deadline) noexcept override;
   int thread_policy_set(const ThreadTimeConstraintPolicy& policy,

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "sim/ForwardingHost.h"
 #include "sim/SimulatedHost.h"
 
 namespace velor {
@@ -175,20 +176,9 @@ TEST_F(HighResolutionTimer, BadArgumentsHaveTheirCodes) {
 }
 
 // A host that refuses what a host may refuse, and notes the classes asked for.
-class GrudgingHost final : public host::Host {
+class GrudgingHost final : public host::ForwardingHost {
  public:
-  GrudgingHost() { makeServices(); }
-  ~GrudgingHost() override { endServices(); }
-
-  std::uint64_t AudioGetCurrentHostTime() const noexcept override {
-    return mInner.AudioGetCurrentHostTime();
-  }
-  int mach_timebase_info(host::MachTimebaseInfo& info) const noexcept override {
-    return mInner.mach_timebase_info(info);
-  }
-  void mach_wait_until(std::uint64_t deadline) noexcept override {
-    mInner.mach_wait_until(deadline);
-  }
+  using ForwardingHost::ForwardingHost;
   int thread_policy_set(const host::ThreadTimeConstraintPolicy& asked,
                         host::ThreadRole askedRole) noexcept override {
     policy = asked;
@@ -196,23 +186,17 @@ class GrudgingHost final : public host::Host {
     return -1;
   }
   std::unique_ptr<host::Thread> startThread(std::string name, std::function<void()> body) override {
-    return refuseThreads ? nullptr : mInner.startThread(std::move(name), std::move(body));
+    return refuseThreads ? nullptr : ForwardingHost::startThread(std::move(name), std::move(body));
   }
-  std::unique_ptr<host::Semaphore> makeSemaphore(Pollable pollable) override {
-    return mInner.makeSemaphore(pollable);
-  }
-  host::Semaphore& threadSemaphore() override { return mInner.threadSemaphore(); }
 
   bool refuseThreads = false;
   host::ThreadTimeConstraintPolicy policy{1, 1, 1, 1};
   host::ThreadRole role = host::ThreadRole::ordinary;
-
- private:
-  host::SimulatedHost mInner;
 };
 
 TEST(HighResolutionTimerThread, AsksForItsShareGoesOnWhenRefusedAndTellsWhenItIsNotStarted) {
-  GrudgingHost host;
+  host::SimulatedHost inner;
+  GrudgingHost host(inner);
   int calls = 0;
   kv_hptimer_s* timer = nullptr;
   kv_hptimer_create(&timer, 40 * kMs);

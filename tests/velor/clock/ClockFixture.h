@@ -55,13 +55,11 @@ class RecordingDelegate : public VLClockDelegate {
 /// A clock on simulated time, with MIDI in this process and a delegate.
 class ClockFixture : public MIDITest {
  protected:
-  explicit ClockFixture(std::uint64_t seed = 0) : MIDITest(seed) {
-    makeClock(VLClockTimeSources::system());
-  }
+  explicit ClockFixture(std::uint64_t seed = 0) : MIDITest(seed) { makeClock(); }
 
-  void makeClock(VLClockTimeSources sources) {
+  void makeClock() {
     mClock.reset();
-    mClock = std::make_unique<VLClock>(std::move(sources));
+    mClock = std::make_unique<VLClock>();
     mClock->setDelegate(mDelegate);
   }
 

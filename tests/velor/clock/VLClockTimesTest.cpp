@@ -240,7 +240,7 @@ TEST_F(VLClockTimes, AClockWithoutMIDIRunsAllTheSame) {
   // The client is there; ports cannot be made on a service that has lost it.
   mClock.reset();
   mTable.MIDIClientDispose(KVMIDICore::sharedCore().defaultClient());
-  makeClock(VLClockTimeSources::system());
+  makeClock();
   const auto destination = addDestination("desk");
   clock().start();
   advanceFrames(25);

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "Kv-Appkit/KVException.h"
+#include "sim/ForwardingHost.h"
 #include "tests/velor/clock/ClockFixture.h"
 
 namespace velor {
@@ -95,7 +96,7 @@ TEST_F(VLClockTransport, ALoopHoldsEachFrameFromStartToEndForOneTick) {
   EXPECT_EQ(now(), "00:00:01:02");
 
   // One frame alone: it stands there, and still runs.
-  makeClock(VLClockTimeSources::system());
+  makeClock();
   clock().setPlayMode(VLPlayModeLoop);
   clock().start();
   advanceFrames(500);
@@ -167,10 +168,7 @@ TEST_F(VLClockTransport, APrerollWrapsOverMidnightAndAbidesByItsLimits) {
 TEST_F(VLClockTransport, TimeOfDayStartsOnTheWallClockWithoutPreroll) {
   setenv("TZ", "UTC0", 1);
   tzset();
-  VLClockTimeSources sources = VLClockTimeSources::system();
-  timeval wall{13 * 3600 + 14 * 60 + 15, 519'999};
-  sources.wallClock = [&wall] { return wall; };
-  makeClock(sources);
+  mHost.setWallClock({13 * 3600 + 14 * 60 + 15, 519'999});
   clock().setPlayMode(VLPlayModeTimeOfDay);
   clock().setPreroll(true);
   clock().setPrerollTime(5);
@@ -178,7 +176,7 @@ TEST_F(VLClockTransport, TimeOfDayStartsOnTheWallClockWithoutPreroll) {
   clock().start();
   EXPECT_EQ(now(), "13:14:15:12");  // 12.99 frames
   EXPECT_TRUE(clock().running());
-  wall.tv_sec += 3600;  // is not looked at again
+  mHost.setWallClock({0, 0});  // it is not read again
   advanceFrames(25);
   EXPECT_EQ(now(), "13:14:16:12");
   clock().stop();
@@ -236,6 +234,27 @@ TEST_F(VLClockTransport, RatesThatAreNoNumbersAreRefusedOrPassedOver) {
   EXPECT_EQ(now(), "00:00:00:10");
 }
 
+// Holds a real-time thread up between its reads of the time, two and two.
+class HeldUpHost final : public host::ForwardingHost {
+ public:
+  HeldUpHost(Host& inner, const std::vector<std::uint64_t>& delays)
+      : ForwardingHost(inner), mDelays(delays) {}
+  std::uint64_t AudioGetCurrentHostTime() const noexcept override {
+    if (host::realtimeDepth() == 0) {
+      return ForwardingHost::AudioGetCurrentHostTime();
+    }
+    const bool isSecond = mReads % 2 == 1;
+    mTime += isSecond && mReads / 2 < mDelays.size() ? mDelays[mReads / 2] * kMs : 1;
+    ++mReads;
+    return mTime;
+  }
+
+ private:
+  const std::vector<std::uint64_t>& mDelays;  // ms
+  mutable std::size_t mReads = 0;
+  mutable std::uint64_t mTime = 0;
+};
+
 TEST_F(VLClockTransport, AThreadHeldUpForLongCountsItsTicksAnew) {
   const struct {
     std::vector<std::uint64_t> delays;  // ms between the two reads of each tick
@@ -246,20 +265,15 @@ TEST_F(VLClockTransport, AThreadHeldUpForLongCountsItsTicksAnew) {
                {{0, 0, static_cast<std::uint64_t>(-201)}, 1}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.delays.back());
-    VLClockTimeSources sources = VLClockTimeSources::system();
-    std::size_t reads = 0;
-    std::uint64_t reading = 0;
-    sources.hostTime = [&] {
-      reading += reads % 2 == 1 && reads / 2 < c.delays.size() ? c.delays[reads / 2] * kMs : 1;
-      ++reads;
-      return reading;
-    };
-    makeClock(sources);
+    mClock.reset();
+    const HeldUpHost heldUp(mHost, c.delays);
+    makeClock();
     clock().start();
     advanceFrames(c.delays.size());
     EXPECT_EQ(clock().time().mCounter, c.count);
     EXPECT_EQ(clock().time().mFrames, static_cast<std::int16_t>(c.delays.size()));
     clock().stop();
+    mClock.reset();
   }
 }
 
