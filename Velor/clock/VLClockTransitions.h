@@ -22,50 +22,29 @@ enum class VLClockEvent : std::uint8_t {
   formatSet,
 };
 
-// What goes with a transition, as flags.
-inline constexpr std::uint32_t kTimeRuns = 1U << 0;     ///< marks the time as running
-inline constexpr std::uint32_t kTimeStands = 1U << 1;   ///< marks it as standing
-inline constexpr std::uint32_t kTellsHere = 1U << 2;    ///< observers of "status", on the queue
-inline constexpr std::uint32_t kTellsOnMain = 1U << 3;  ///< those observers, on the main queue
-// Reports to the delegate on the main queue, behind the observers. A transition
-// without one leaves the report to who asked for it.
-inline constexpr std::uint32_t kReportsStart = 1U << 4;
-inline constexpr std::uint32_t kReportsStop = 1U << 5;
-inline constexpr std::uint32_t kReportsWrongFormat = 1U << 6;
-
-inline constexpr std::uint32_t kOnMainQueue =
-    kTellsOnMain | kReportsStart | kReportsStop | kReportsWrongFormat;
-
 struct VLClockTransition {
   VLClockStatus from;
   VLClockEvent event;
   VLClockStatus to;
-  std::uint32_t actions;
 };
 
 /// The clock's life. A pair that is not here changes nothing.
 inline constexpr std::array<VLClockTransition, 14> kVLClockTransitions{{
-    {VLClockStopped, VLClockEvent::runRequested, VLClockRolling, kTimeRuns},
-    {VLClockRolling, VLClockEvent::stopRequested, VLClockStopped, kTimeStands},
-    {VLClockRolling, VLClockEvent::stopTimeReached, VLClockStopped,
-     kTimeStands | kTellsOnMain | kReportsStop},
+    {VLClockStopped, VLClockEvent::runRequested, VLClockRolling},
+    {VLClockRolling, VLClockEvent::stopRequested, VLClockStopped},
+    {VLClockRolling, VLClockEvent::stopTimeReached, VLClockStopped},
     // The last tick of a run that was stopped on the very frame of the stop time.
-    {VLClockStopped, VLClockEvent::stopTimeReached, VLClockStopped,
-     kTimeStands | kTellsOnMain | kReportsStop},
-    {VLClockStopped, VLClockEvent::armRequested, VLClockArmed, 0},
-    {VLClockArmed, VLClockEvent::disarmRequested, VLClockStopped, 0},
-    {VLClockArmedWrongFormat, VLClockEvent::disarmRequested, VLClockStopped, 0},
-    {VLClockChasing, VLClockEvent::disarmRequested, VLClockStopped,
-     kTimeStands | kTellsHere | kReportsStop},
-    {VLClockArmed, VLClockEvent::mtcOfFormat, VLClockChasing, kTellsOnMain | kReportsStart},
-    {VLClockArmedWrongFormat, VLClockEvent::mtcOfFormat, VLClockChasing,
-     kTellsOnMain | kReportsStart},
-    {VLClockArmed, VLClockEvent::mtcOfOtherFormat, VLClockArmedWrongFormat,
-     kTellsOnMain | kReportsWrongFormat},
-    {VLClockChasing, VLClockEvent::mtcOfOtherFormat, VLClockArmedWrongFormat,
-     kTellsOnMain | kReportsWrongFormat},
-    {VLClockChasing, VLClockEvent::mtcEnded, VLClockArmed, kTimeStands},
-    {VLClockArmedWrongFormat, VLClockEvent::formatSet, VLClockArmed, 0},
+    {VLClockStopped, VLClockEvent::stopTimeReached, VLClockStopped},
+    {VLClockStopped, VLClockEvent::armRequested, VLClockArmed},
+    {VLClockArmed, VLClockEvent::disarmRequested, VLClockStopped},
+    {VLClockArmedWrongFormat, VLClockEvent::disarmRequested, VLClockStopped},
+    {VLClockChasing, VLClockEvent::disarmRequested, VLClockStopped},
+    {VLClockArmed, VLClockEvent::mtcOfFormat, VLClockChasing},
+    {VLClockArmedWrongFormat, VLClockEvent::mtcOfFormat, VLClockChasing},
+    {VLClockArmed, VLClockEvent::mtcOfOtherFormat, VLClockArmedWrongFormat},
+    {VLClockChasing, VLClockEvent::mtcOfOtherFormat, VLClockArmedWrongFormat},
+    {VLClockChasing, VLClockEvent::mtcEnded, VLClockArmed},
+    {VLClockArmedWrongFormat, VLClockEvent::formatSet, VLClockArmed},
 }};
 
 static_assert(KVNoPairRepeats(kVLClockTransitions), "one status and one event lead to one place");
