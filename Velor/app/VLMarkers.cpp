@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/app/VLMarkers.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 #include <utility>
-
-#include "Kv-Appkit/KVBinarySearch.h"
 
 namespace velor {
 namespace {
@@ -124,20 +124,23 @@ VLMarkers::Markers VLMarkers::findableMarkers(const KVSMPTETime& time) const {
 
 std::shared_ptr<VLMarker> VLMarkers::lastMarkerWithTimeLeq(const KVSMPTETime& time) const {
   const auto markers = findableMarkers(time);
-  return findLastItemMatchingBlock(
+  const auto end = std::ranges::partition_point(
       markers, [&time](const auto& marker) { return marker->time()->compare(time) == -1; });
+  return end != markers.begin() ? *std::prev(end) : nullptr;
 }
 
 std::shared_ptr<VLMarker> VLMarkers::firstMarkerWithTimeGeq(const KVSMPTETime& time) const {
   const auto markers = findableMarkers(time);
-  return findFirstItemMatchingBlock(
-      markers, [&time](const auto& marker) { return marker->time()->compare(time) == 1; });
+  const auto first = std::ranges::partition_point(
+      markers, [&time](const auto& marker) { return marker->time()->compare(time) != 1; });
+  return first != markers.end() ? *first : nullptr;
 }
 
 std::shared_ptr<VLMarker> VLMarkers::markerWithTime(const KVSMPTETime& time) const {
   const auto markers = findableMarkers(time);
-  return findWithBinaryComparator(
-      markers, [&time](const auto& marker) { return time.compare(*marker->time()); });
+  const auto first = std::ranges::partition_point(
+      markers, [&time](const auto& marker) { return marker->time()->compare(time) == -1; });
+  return first != markers.end() && (*first)->time()->compare(time) == 0 ? *first : nullptr;
 }
 
 }  // namespace velor
