@@ -55,12 +55,6 @@ TEST_F(VLClockTimes, AFormatKeepsRealTimeCarriesAllTimesAlongAndIsTakenByAStandi
   EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType2997) << "while it runs";
 }
 
-TEST_F(VLClockTimes, ArmedShowsBlueWhateverElseAndRunningGreen) {
-  EXPECT_EQ(VLClock::colorForClockState(VLClockChasing), (VLColor{0.15, 0.15, 0.95, 1.0}));
-  EXPECT_EQ(VLClock::colorForClockState(VLClockRolling), (VLColor{0.15, 0.95, 0.0, 1.0}));
-  EXPECT_EQ(VLClock::colorForClockState(VLClockStopped), (VLColor{0.95, 0.15, 0.0, 1.0}));
-}
-
 TEST_F(VLClockTimes, AnOffsetMustBeATimeOfTheFormat) {
   SMPTETime invalid = at(0, 0, 1, 0);
   invalid.mFlags = 0;

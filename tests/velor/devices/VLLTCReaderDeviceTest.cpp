@@ -121,13 +121,12 @@ TEST_F(VLLTCReaderDeviceTest, WhatTheClockPlaysIsReadAndLeavesAsMTCInStepWithThe
   EXPECT_NEAR(mReader->frameRate() / mReader->getLatestSpeed(), 1, 0.0101);
 }
 
-TEST_F(VLLTCReaderDeviceTest, ItFreewheelsForItsTimeAndReturnsWithoutAStepBack) {
+TEST_F(VLLTCReaderDeviceTest, EachStepOfAFreewheelIsReportedOnceAndShownAsItsStatus) {
   make();
   mReader->setFreewheelTime(2);
   clock().start();
   mHost.advance(3 * kSecond);
   mDelegate->states.clear();
-  takeBlocks(*mReader);
   int announced = 0;
   const auto token = mReader->addObserver("deviceStatus", [&](const auto&) { ++announced; });
   inputOf(*mGenerator)->setEnable(false);
@@ -138,16 +137,6 @@ TEST_F(VLLTCReaderDeviceTest, ItFreewheelsForItsTimeAndReturnsWithoutAStepBack) 
   EXPECT_EQ(mReader->deviceStatus(), kVLDeviceStatusRunning);
   EXPECT_EQ(mDelegate->states, "fwst resm rdst");
   EXPECT_EQ(announced, 3) << "once for each";
-  const auto blocks = takeBlocks(*mReader);
-  ASSERT_GT(blocks.size(), 33U);
-  int gaps = 0;
-  for (std::size_t i = 1; i < blocks.size(); ++i) {
-    const std::int32_t step = blocks[i].frame - blocks[i - 1].frame;
-    ASSERT_TRUE(step >= 2 && step <= 5) << "the time that is not sent, and the frame in between";
-    gaps += step > 2 ? 1 : 0;
-  }
-  EXPECT_LE(gaps, 1);
-
   clock().stop();
   mHost.advance(kSecond);
   EXPECT_TRUE(mReader->freewheeling());
