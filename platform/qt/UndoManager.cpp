@@ -4,81 +4,46 @@
 #include <QString>
 #include <QUndoCommand>
 #include <QUndoStack>
-#include <optional>
+#include <utility>
 #include <vector>
 
 namespace velor::qt {
 
-// One entry of the stack. What it does next is the same whether that is an undo or a
-// redo; the stack knows which.
+// One entry of the stack, which knows whether its steps undo or redo.
 class UndoManager::Command final : public QUndoCommand {
  public:
   Command(UndoManager& manager, std::function<void()> step) : mManager(manager) {
-    mNext.push_back(std::move(step));
+    mSteps.push_back(std::move(step));
   }
 
-  void undo() override { move(false); }
-  void redo() override { move(true); }
-
-  // The stack moves over the command next without doing anything.
-  void passNextTime() { mPass = true; }
-
-  void registerInverse(std::function<void()> step) { mInverse.push_back(std::move(step)); }
-
-  // Of the inverse, while that is being registered.
-  void setName(const std::string& name) {
-    QString text = QString::fromStdString(name);
-    text.replace('\n', ' ');  // it would begin another text, for other places
-    if (mManager.mRunning == this) {
-      mInverseName = text;
-    } else {
-      setText(text);
+  void undo() override { run(); }
+  void redo() override {
+    if (!std::exchange(mIsNew, false)) {  // the stack redoes what it takes over
+      run();
     }
   }
+  void add(std::function<void()> step) { mSteps.push_back(std::move(step)); }
 
  private:
-  void move(bool isRedo) {
-    if (std::exchange(mPass, false)) {
-      return;
-    }
+  void run() {
+    const auto steps = std::exchange(mSteps, {});
     mManager.mRunning = this;
-    runSteps();
+    // The stack's code is not made for exceptions.
+    try {
+      for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
+        (*step)();
+      }
+    } catch (...) {
+      mManager.mFailure = std::current_exception();
+      mManager.mRemoveAll = true;
+    }
     mManager.mRunning = nullptr;
-    // What is half done belongs where it is undone from: on the other side the next
-    // change would drop it.
-    const bool isHalfDone = !mInverse.empty();
-    if (!mNext.empty() && !(isRedo && isHalfDone)) {
-      mManager.mUnfinished = this;
-    } else {
-      std::swap(mNext, mInverse);
-      if (mInverseName) {
-        setText(*std::exchange(mInverseName, std::nullopt));
-      }
-      setObsolete(mNext.empty());
-    }
-  }
-
-  void runSteps() {
-    while (!mNext.empty() && mManager.mFailure == nullptr) {
-      const std::size_t registered = mInverse.size();
-      // The stack's code is not made for exceptions, and so they are kept from it.
-      try {
-        mNext.back()();
-      } catch (...) {
-        mManager.mFailure = std::current_exception();
-        if (mInverse.size() == registered) {
-          return;
-        }
-      }
-      mNext.pop_back();
-    }
+    setObsolete(mSteps.empty());
   }
 
   UndoManager& mManager;
-  bool mPass = true;  // the stack redoes what it takes over, which is done by then
-  std::vector<std::function<void()>> mNext;  // from the back
-  std::vector<std::function<void()>> mInverse;
-  std::optional<QString> mInverseName;
+  bool mIsNew = true;
+  std::vector<std::function<void()>> mSteps;  // from the back
 };
 
 UndoManager::UndoManager() : mStack(std::make_unique<QUndoStack>()) {
@@ -88,23 +53,21 @@ UndoManager::~UndoManager() = default;
 
 void UndoManager::registerUndo(std::function<void()> step) {
   if (mRunning != nullptr) {
-    mRunning->registerInverse(std::move(step));
-    mRegistered = mRunning;
+    mRunning->add(std::move(step));
+    mNamed = mRunning;
     return;
   }
   auto command = std::make_unique<Command>(*this, std::move(step));
-  mRegistered = command.get();
+  mNamed = command.get();
   mStack->push(command.release());
-  tellChanged();
+  announce();
 }
 
 void UndoManager::setActionName(const std::string& name) {
-  if (mRegistered == nullptr) {
-    return;
-  }
-  mRegistered->setName(name);
-  if (mRunning == nullptr) {
-    tellChanged();
+  if (mNamed != nullptr) {
+    // A line feed would begin a second text, for other places.
+    mNamed->setText(QString::fromStdString(name).replace('\n', ' '));
+    announce();
   }
 }
 
@@ -125,49 +88,39 @@ std::string UndoManager::redoActionName() const {
 }
 
 void UndoManager::undo() {
-  if (canUndo()) {
-    run(&QUndoStack::undo, &QUndoStack::redo);
-  }
+  run(&QUndoStack::undo);
 }
 
 void UndoManager::redo() {
-  if (canRedo()) {
-    run(&QUndoStack::redo, &QUndoStack::undo);
-  }
+  run(&QUndoStack::redo);
 }
 
 void UndoManager::removeAllActions() {
   mRemoveAll = mRunning != nullptr;
   if (!mRemoveAll) {
-    mRegistered = nullptr;
+    mNamed = nullptr;
     mStack->clear();
-    tellChanged();
+    announce();
   }
 }
 
-void UndoManager::run(Direction there, Direction back) {
+void UndoManager::run(void (QUndoStack::*move)()) {
   if (mRunning != nullptr) {
     return;
   }
-  mRegistered = nullptr;
-  ((*mStack).*there)();
-  mRegistered = nullptr;
-  const std::exception_ptr failure = std::exchange(mFailure, nullptr);
-  if (Command* const command = std::exchange(mUnfinished, nullptr)) {
-    command->passNextTime();  // the stack has moved it to the other side
-    ((*mStack).*back)();
-  }
+  (mStack.get()->*move)();
+  mNamed = nullptr;
   if (std::exchange(mRemoveAll, false)) {
     mStack->clear();
   }
-  tellChanged();
-  if (failure != nullptr) {
+  announce();
+  if (const auto failure = std::exchange(mFailure, nullptr)) {
     std::rethrow_exception(failure);
   }
 }
 
-void UndoManager::tellChanged() const {
-  if (mChanged) {
+void UndoManager::announce() const {
+  if (mChanged && mRunning == nullptr) {
     mChanged();
   }
 }
