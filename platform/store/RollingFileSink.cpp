@@ -3,18 +3,17 @@
 
 #include <fcntl.h>
 #include <spdlog/pattern_formatter.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <memory>
 #include <optional>
-#include <string_view>
+#include <regex>
+#include <set>
 #include <system_error>
 #include <tuple>
 #include <utility>
@@ -46,111 +45,35 @@ std::string fileName(Time time, int number) {
   return name + ".log";
 }
 
-struct NameParts {
-  std::string stamp;
-  int number = 1;
+// A log file of this application, of whichever process.
+struct FoundFile {
+  fs::path path;
+  pid_t process = 0;
+  std::uint64_t bytes = 0;
+  // The file system's time is coarse: files of one tick stand in the order of their names.
+  std::tuple<fs::file_time_type, std::string, int> order;
 };
 
-// What fileName made, or none: a file of any other name is somebody else's.
-std::optional<NameParts> partsOfName(std::string_view name) {
-  constexpr std::string_view kPrefix = "velor ";
-  constexpr std::string_view kStampForm = "0000-00-00 00-00-00";
-  constexpr std::string_view kSuffix = ".log";
-  if (!name.starts_with(kPrefix) || !name.ends_with(kSuffix) ||
-      name.size() < kPrefix.size() + kStampForm.size() + kSuffix.size()) {
+// None for a file that does not have one of our names: it is somebody else's.
+std::optional<FoundFile> found(const fs::directory_entry& entry) {
+  static const std::regex kName(
+      R"(velor (\d{4}-\d\d-\d\d \d\d-\d\d-\d\d) (\d{1,9})( \d{1,9})?\.log)");
+  const std::string name = entry.path().filename();
+  std::smatch parts;
+  std::error_code error;
+  if (!std::regex_match(name, parts, kName) || entry.is_symlink(error) ||
+      !entry.is_regular_file(error)) {
     return std::nullopt;
   }
-  name.remove_prefix(kPrefix.size());
-  name.remove_suffix(kSuffix.size());
-  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-  for (std::size_t i = 0; i < kStampForm.size(); ++i) {
-    if (kStampForm[i] == '0' ? !isDigit(name[i]) : name[i] != kStampForm[i]) {
-      return std::nullopt;
-    }
-  }
-  NameParts parts{std::string(name.substr(0, kStampForm.size())), 1};
-  name.remove_prefix(kStampForm.size());
-  // The process, and perhaps a number.
-  int numbers = 0;
-  while (!name.empty()) {
-    int value = 0;
-    const auto [end, error] = std::from_chars(name.data() + 1, name.data() + name.size(), value);
-    if (name.front() != ' ' || error != std::errc() || value < 0 || ++numbers > 2) {
-      return std::nullopt;
-    }
-    name.remove_prefix(static_cast<std::size_t>(end - name.data()));
-    parts.number = numbers == 2 ? value : 1;
-  }
-  return numbers > 0 ? std::optional(parts) : std::nullopt;
+  FoundFile file{entry.path(), std::stoi(parts[2]), entry.file_size(error), {}};
+  const int number = parts[3].matched ? std::stoi(parts[3]) : 1;
+  file.order = {entry.last_write_time(error), parts[1], number};
+  return error ? std::nullopt : std::optional(file);
 }
 
-// A log file of this application, of whichever process.
-class FoundFile {
- public:
-  // None where the name is not one of ours, or no regular file has it.
-  static std::optional<FoundFile> of(const fs::directory_entry& entry) {
-    std::optional<NameParts> parts = partsOfName(entry.path().filename().native());
-    if (!parts) {
-      return std::nullopt;
-    }
-    // Where the file cannot be opened or asked, it counts as living.
-    const int descriptor =
-        open(entry.path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-    struct stat status {};
-    if (descriptor >= 0 ? fstat(descriptor, &status) != 0
-                        : lstat(entry.path().c_str(), &status) != 0) {
-      status.st_mode = 0;
-    }
-    const bool left = descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) == 0;
-    FoundFile file(entry.path(), descriptor, left);
-    if (!S_ISREG(status.st_mode)) {
-      return std::nullopt;
-    }
-    file.mBytes = static_cast<std::uint64_t>(status.st_size);
-    // The file system's time is coarse: files of one tick stand in the order of
-    // their names.
-    file.mOrder = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec, std::move(parts->stamp),
-                   parts->number};
-    return file;
-  }
-
-  FoundFile(FoundFile&& other) noexcept
-      : mPath(std::move(other.mPath)),
-        mDescriptor(std::exchange(other.mDescriptor, -1)),
-        mLeft(other.mLeft),
-        mBytes(other.mBytes),
-        mOrder(std::move(other.mOrder)) {}
-  FoundFile& operator=(FoundFile&& other) noexcept {
-    std::swap(mPath, other.mPath);
-    std::swap(mDescriptor, other.mDescriptor);
-    std::swap(mLeft, other.mLeft);
-    std::swap(mBytes, other.mBytes);
-    std::swap(mOrder, other.mOrder);
-    return *this;
-  }
-  ~FoundFile() {
-    if (mDescriptor >= 0) {
-      close(mDescriptor);  // and with it our lock
-    }
-  }
-
-  bool isLeft() const noexcept { return mLeft; }
-  std::uint64_t bytes() const noexcept { return mBytes; }
-  bool isNewerThan(const FoundFile& other) const { return mOrder > other.mOrder; }
-  // While we hold the lock, so that a file which another process has just made
-  // is either locked by then or seen by its maker as deleted.
-  void remove() const noexcept { unlink(mPath.c_str()); }
-
- private:
-  FoundFile(fs::path path, int descriptor, bool left)
-      : mPath(std::move(path)), mDescriptor(descriptor), mLeft(left) {}
-
-  fs::path mPath;
-  int mDescriptor;
-  bool mLeft;
-  std::uint64_t mBytes = 0;
-  std::tuple<std::time_t, long, std::string, int> mOrder;
-};
+bool lives(pid_t process) noexcept {
+  return kill(process, 0) == 0 || errno == EPERM;
+}
 
 }  // namespace
 
@@ -210,23 +133,10 @@ int RollingFileSink::openFile(Time time) {
     mName = fileName(time, number);
     const int descriptor = open((mFolder / mName).c_str(),
                                 O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerAlone);
-    if (descriptor < 0) {
-      if (errno == EEXIST) {
-        continue;
-      }
-      return -1;
-    }
-    // It waits for no longer than another process looks the folder over. Where
-    // the file system has no locks, nothing is deleted there either.
-    while (flock(descriptor, LOCK_EX) != 0 && errno == EINTR) {
-    }
-    struct stat status {};
-    if (fstat(descriptor, &status) == 0 && status.st_nlink > 0) {
+    if (descriptor >= 0 || errno != EEXIST) {
       return descriptor;
     }
-    close(descriptor);  // deleted before it was locked
   }
-  errno = EEXIST;
   return -1;
 }
 
@@ -287,31 +197,33 @@ void RollingFileSink::closeFile() noexcept {
   }
 }
 
+// The newest file of a process that lives may be written to: it counts at its full size.
 void RollingFileSink::deleteOldFiles() const {
-  std::size_t files = 0;
-  std::uint64_t bytes = 0;
-  std::vector<FoundFile> left;
+  std::vector<FoundFile> all;
   std::error_code error;
   for (fs::directory_iterator entry(mFolder, error), end; !error && entry != end;
        entry.increment(error)) {
-    std::optional<FoundFile> file = FoundFile::of(*entry);
-    if (!file) {
-      continue;
-    }
-    if (file->isLeft()) {
-      left.push_back(std::move(*file));
-    } else {
-      ++files;
-      bytes += std::max(file->bytes(), mLimits.fileBytes);
+    if (auto file = found(*entry)) {
+      all.push_back(std::move(*file));
     }
   }
-  std::sort(left.begin(), left.end(),
-            [](const FoundFile& a, const FoundFile& b) { return a.isNewerThan(b); });
-  for (const FoundFile& file : left) {
-    ++files;
-    bytes += file.bytes();
-    if (files > mLimits.files || bytes > mLimits.quotaBytes) {
-      file.remove();
+  std::sort(all.begin(), all.end(),
+            [](const FoundFile& a, const FoundFile& b) { return a.order > b.order; });
+  std::size_t files = 0;
+  std::uint64_t bytes = 0;
+  std::set<pid_t> seen;
+  std::erase_if(all, [&](const FoundFile& file) {
+    const bool isWritten = file.process == getpid()
+                               ? file.path.filename() == mName
+                               : seen.insert(file.process).second && lives(file.process);
+    files += isWritten ? 1 : 0;
+    bytes += isWritten ? std::max(file.bytes, mLimits.fileBytes) : 0;
+    return isWritten;
+  });
+  for (const FoundFile& file : all) {
+    bytes += file.bytes;
+    if (++files > mLimits.files || bytes > mLimits.quotaBytes) {
+      fs::remove(file.path, error);
     }
   }
 }

@@ -14,18 +14,16 @@
 
 namespace velor::store {
 
-/// Writes lines to files of one folder that several processes share, and keeps
-/// the folder within its limits.
+/// Writes lines to files of a folder that several processes use, and keeps the folder
+/// within its limits.
 ///
 /// - A file is named after the local time of its start and the process:
 ///   "velor 2026-11-21 08-30-00 1234.log", and where that exists, with a
 ///   number: "velor 2026-11-21 08-30-00 1234 2.log". Mode 0600.
-/// - Each writer holds an exclusive flock on its file for as long as it writes.
-///   That lock, which the system drops with the process, is what tells a living
-///   file from a left one: whoever starts a file deletes the oldest of the left
-///   ones until number and size are within the limits, counts each living one at
-///   its full size, and deletes no living one, even past the limits. Files of
-///   any other name are not touched.
+/// - A process writes to files of its own. Whoever starts a file deletes the oldest ones
+///   until number and size are within the limits, but no file that a living process may
+///   write to, even beyond the limits: that is the newest one with its process id. It
+///   counts at its full size. Files of any other name are not touched.
 /// - A file is followed by another when a line would take it past its size, or
 ///   comes at its age or later; one that nothing is written to stays as it is.
 /// - When a file cannot be made or written, one line on stderr says so. The next line
