@@ -3,15 +3,10 @@
 
 #include <cstddef>
 #include <string>
-#include <string_view>
 #include <variant>
 #include <vector>
 
 namespace velor::store {
-
-/// Text of a document for a message: at most `maxBytes` of it, whole characters,
-/// with what is no printable character shown as '?'. Valid UTF-8 stays so.
-std::string printable(std::string_view text, std::size_t maxBytes);
 
 /// Where in a document something stands.
 class KeyedPath {

@@ -3,9 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <type_traits>
 #include <utility>
-#include <variant>
 
 #include "platform/store/AtomicFile.h"
 #include "platform/store/Base64.h"
@@ -13,7 +11,7 @@
 #include "platform/store/KeyedArchiveLimits.h"
 #include "platform/store/KeyedDocument.h"
 #include "platform/store/KeyedPath.h"
-#include "platform/store/KeyedTree.h"
+#include "platform/store/Printable.h"
 
 namespace velor::store {
 namespace {
@@ -22,61 +20,34 @@ using Json = KeyedDocument::Json;
 
 constexpr std::size_t kTextBytesShown = 120;
 
-using Value = KeyedTree::Value;
-using Array = KeyedTree::Array;
-using Object = KeyedTree::Object;
-
-Json toJson(const Value& value) {
-  return std::visit(
-      [](const auto& held) {
-        using Held = std::decay_t<decltype(held)>;
-        if constexpr (std::is_same_v<Held, Object>) {
-          Json object = Json::object();
-          for (const auto& [key, inner] : held) {
-            object.get_ref<Json::object_t&>().emplace_back(std::string(key), toJson(inner));
-          }
-          return object;
-        } else if constexpr (std::is_same_v<Held, Array>) {
-          Json array = Json::array();
-          for (const auto& element : held) {
-            array.push_back(toJson(element.value));
-          }
-          return array;
-        } else {
-          return Json(held);
-        }
-      },
-      value);
-}
-
 // The text under the key of an object; null where there is none.
-const std::string_view* findText(const Value& object, std::string_view key) {
-  const auto* const members = std::get_if<Object>(&object);
-  const Value* const found = members != nullptr ? KeyedTree::find(*members, key) : nullptr;
-  return found != nullptr ? std::get_if<std::string_view>(found) : nullptr;
+const std::string* findText(const Json& object, std::string_view key) {
+  if (!object.is_object()) {
+    return nullptr;
+  }
+  const auto found = object.find(key);
+  return found != object.end() ? found->get_ptr<const std::string*>() : nullptr;
 }
 
-std::string described(const Value& value) {
-  if (std::holds_alternative<std::nullptr_t>(value)) {
-    return "null";
+std::string described(const Json& value) {
+  switch (value.type()) {
+    case Json::value_t::null:
+      return "null";
+    case Json::value_t::boolean:
+      return "a bool";
+    case Json::value_t::string:
+      return "a string";
+    case Json::value_t::array:
+      return "an array";
+    case Json::value_t::object:
+      break;
+    default:
+      return "the number " + value.dump();
   }
-  if (std::holds_alternative<bool>(value)) {
-    return "a bool";
-  }
-  if (std::holds_alternative<std::string_view>(value)) {
-    return "a string";
-  }
-  if (std::holds_alternative<Array>(value)) {
-    return "an array";
-  }
-  const auto* const object = std::get_if<Object>(&value);
-  if (object == nullptr) {
-    return "the number " + toJson(value).dump();
-  }
-  if (KeyedTree::find(*object, KeyedDocument::kBytesKey) != nullptr) {
+  if (value.contains(KeyedDocument::kBytesKey)) {
     return "a byte block";
   }
-  const std::string_view* const name = findText(value, KeyedDocument::kClassKey);
+  const std::string* const name = findText(value, KeyedDocument::kClassKey);
   return name != nullptr ? "an object of class " + printable(*name, kTextBytesShown)
                          : "an object without a class";
 }
@@ -87,9 +58,9 @@ struct KeyedUnarchiver::State {
   // Asks for the keys of an object, for the length of a scope.
   class Inside {
    public:
-    Inside(State& state, const Object& object)
+    Inside(State& state, const Json& object)
         : mState(state),
-          mObject(std::exchange(state.object, object)),
+          mObject(std::exchange(state.object, &object)),
           mFirstAsked(std::exchange(state.firstAsked, state.asked.size())) {
       state.asked.resize(state.asked.size() + object.size());
     }
@@ -103,14 +74,14 @@ struct KeyedUnarchiver::State {
 
    private:
     State& mState;
-    const Object mObject;
+    const Json* const mObject;
     const std::size_t mFirstAsked;
   };
 
   // The value under the key, null where there is none. It is asked for from now on.
-  const Value* ask(std::string_view key) {
+  const Json* ask(std::string_view key) {
     std::size_t place = firstAsked;
-    for (const auto& [name, found] : object) {
+    for (const auto& [name, found] : object->get_ref<const Json::object_t&>()) {
       if (name == key) {
         asked[place] = true;
         return &found;
@@ -121,24 +92,24 @@ struct KeyedUnarchiver::State {
   }
 
   // As `ask`, unless the value is null.
-  const Value* value(std::string_view key) {
-    const Value* found = ask(key);
-    return found != nullptr && !std::holds_alternative<std::nullptr_t>(*found) ? found : nullptr;
+  const Json* value(std::string_view key) {
+    const Json* found = ask(key);
+    return found != nullptr && !found->is_null() ? found : nullptr;
   }
 
-  [[noreturn]] void refuse(const std::string& wanted, const Value& found) const {
+  [[noreturn]] void refuse(const std::string& wanted, const Json& found) const {
     throw KeyedArchiveError(path.text(), "expected " + wanted + ", found " + described(found));
   }
 
   // The value under the key, which is to be a Held.
-  template <class Held, class Result = Held>
-  std::optional<Result> held(std::string_view key, const char* wanted) {
-    const Value* found = value(key);
+  template <class Held>
+  std::optional<Held> held(std::string_view key, const char* wanted) {
+    const Json* found = value(key);
     if (found == nullptr) {
       return std::nullopt;
     }
-    if (const auto* right = std::get_if<Held>(found)) {
-      return Result(*right);
+    if (const auto* right = found->get_ptr<const Held*>()) {
+      return *right;
     }
     const KeyedPath::Scope step(path, std::string(key));
     refuse(wanted, *found);
@@ -146,15 +117,15 @@ struct KeyedUnarchiver::State {
 
   template <class Integer>
   std::optional<Integer> integer(std::string_view key, const char* wanted) {
-    const Value* found = value(key);
+    const Json* found = value(key);
     if (found == nullptr) {
       return std::nullopt;
     }
-    if (const auto* number = std::get_if<std::uint64_t>(found)) {
+    if (const auto* number = found->get_ptr<const std::uint64_t*>()) {
       if (std::in_range<Integer>(*number)) {
         return static_cast<Integer>(*number);
       }
-    } else if (const auto* negative = std::get_if<std::int64_t>(found)) {
+    } else if (const auto* negative = found->get_ptr<const std::int64_t*>()) {
       if (std::in_range<Integer>(*negative)) {
         return static_cast<Integer>(*negative);
       }
@@ -164,15 +135,15 @@ struct KeyedUnarchiver::State {
   }
 
   // At the object's path.
-  std::shared_ptr<KeyedCoding> make(const Value& found, const Wanted& wanted,
+  std::shared_ptr<KeyedCoding> make(const Json& found, const Wanted& wanted,
                                     KeyedUnarchiver& coder) {
-    if (std::holds_alternative<std::nullptr_t>(found)) {
+    if (found.is_null()) {
       return nullptr;
     }
     const auto expected = [&wanted] {
       return "an object of class " + std::string(wanted.className);
     };
-    const std::string_view* const name = findText(found, KeyedDocument::kClassKey);
+    const std::string* const name = findText(found, KeyedDocument::kClassKey);
     if (name == nullptr) {
       refuse(expected(), found);
     }
@@ -183,7 +154,7 @@ struct KeyedUnarchiver::State {
     }
     std::shared_ptr<KeyedCoding> made;
     {
-      const Inside inside(*this, std::get<Object>(found));
+      const Inside inside(*this, found);
       ask(KeyedDocument::kClassKey);
       made = row->initWithCoder(coder);
       if (made != nullptr) {
@@ -196,17 +167,14 @@ struct KeyedUnarchiver::State {
     return made;
   }
 
-  State(std::unique_ptr<const KeyedTree> document, std::span<const KeyedClass> known)
-      : tree(std::move(document)),
-        classes(known),
-        object(std::get<Object>(tree->root())),
-        asked(object.size()) {}
+  State(Json read, std::span<const KeyedClass> known)
+      : document(std::move(read)), classes(known), object(&document), asked(document.size()) {}
 
-  const std::unique_ptr<const KeyedTree> tree;
+  const Json document;
   const std::span<const KeyedClass> classes;
   // The object whose keys are asked for, and which of them were, by their places, behind
   // those of the objects around it.
-  Object object;
+  const Json* object;
   std::vector<bool> asked;
   std::size_t firstAsked = 0;
   KeyedPath path;
@@ -217,14 +185,14 @@ KeyedUnarchiver::~KeyedUnarchiver() = default;
 
 KeyedUnarchiver::Result KeyedUnarchiver::read(std::string_view document,
                                               std::span<const KeyedClass> classes) {
-  auto [tree, error] = KeyedTree::read(document);
-  if (tree == nullptr) {
+  auto [json, error] = KeyedDocument::read(document);
+  if (!error.empty()) {
     return {nullptr, std::move(error)};
   }
-  if (!std::holds_alternative<Object>(tree->root())) {
-    return {nullptr, "the document: expected an object, found " + described(tree->root())};
+  if (!json.is_object()) {
+    return {nullptr, "the document: expected an object, found " + described(json)};
   }
-  auto state = std::make_unique<State>(std::move(tree), classes);
+  auto state = std::make_unique<State>(std::move(json), classes);
   return {std::unique_ptr<KeyedUnarchiver>(new KeyedUnarchiver(std::move(state))), {}};
 }
 
@@ -256,9 +224,9 @@ KeyedRemainder KeyedUnarchiver::remainder() const {
     return {};  // as nearly always
   }
   Json left = Json::object();
-  for (const auto& [key, value] : mState->object) {
+  for (const auto& [key, value] : mState->object->get_ref<const Json::object_t&>()) {
     if (!*isAsked++) {
-      left.get_ref<Json::object_t&>().emplace_back(std::string(key), toJson(value));
+      left.get_ref<Json::object_t&>().emplace_back(key, value);
     }
   }
   return KeyedRemainder(
@@ -278,37 +246,35 @@ std::optional<std::int64_t> KeyedUnarchiver::decodeInt64(std::string_view key) {
 }
 
 std::optional<double> KeyedUnarchiver::decodeDouble(std::string_view key) {
-  const Value* found = mState->value(key);
+  const Json* found = mState->value(key);
   if (found == nullptr) {
     return std::nullopt;
   }
-  if (const auto* whole = std::get_if<std::uint64_t>(found)) {
+  if (const auto* whole = found->get_ptr<const std::uint64_t*>()) {
     return static_cast<double>(*whole);
   }
-  if (const auto* negative = std::get_if<std::int64_t>(found)) {
+  if (const auto* negative = found->get_ptr<const std::int64_t*>()) {
     return static_cast<double>(*negative);
   }
   return mState->held<double>(key, "a number");
 }
 
 std::optional<std::string> KeyedUnarchiver::decodeString(std::string_view key) {
-  return mState->held<std::string_view, std::string>(key, "a string");
+  return mState->held<std::string>(key, "a string");
 }
 
 std::optional<std::vector<std::uint8_t>> KeyedUnarchiver::decodeBytes(std::string_view key) {
-  const Value* found = mState->value(key);
+  const Json* found = mState->value(key);
   if (found == nullptr) {
     return std::nullopt;
   }
   const KeyedPath::Scope scope(mState->path, std::string(key));
-  const auto* const object = std::get_if<Object>(found);
-  const Value* const block =
-      object != nullptr ? KeyedTree::find(*object, KeyedDocument::kBytesKey) : nullptr;
-  if (block == nullptr) {
+  const auto block = found->find(KeyedDocument::kBytesKey);
+  if (!found->is_object() || block == found->end()) {
     mState->refuse("a byte block", *found);
   }
   const KeyedPath::Scope inner(mState->path, std::string(KeyedDocument::kBytesKey));
-  const auto* const text = std::get_if<std::string_view>(block);
+  const auto* const text = block->get_ptr<const std::string*>();
   if (text == nullptr) {
     mState->refuse("base64", *block);
   }
@@ -321,7 +287,7 @@ std::optional<std::vector<std::uint8_t>> KeyedUnarchiver::decodeBytes(std::strin
 
 std::shared_ptr<KeyedCoding> KeyedUnarchiver::decodeObjectOf(std::string_view key,
                                                              const Wanted& wanted) {
-  const Value* found = mState->value(key);
+  const Json* found = mState->value(key);
   if (found == nullptr) {
     return nullptr;
   }
@@ -331,20 +297,19 @@ std::shared_ptr<KeyedCoding> KeyedUnarchiver::decodeObjectOf(std::string_view ke
 
 std::optional<std::vector<std::shared_ptr<KeyedCoding>>> KeyedUnarchiver::decodeArrayOf(
     std::string_view key, const Wanted& wanted) {
-  const Value* found = mState->value(key);
+  const Json* found = mState->value(key);
   if (found == nullptr) {
     return std::nullopt;
   }
   const KeyedPath::Scope scope(mState->path, std::string(key));
-  const auto* const array = std::get_if<Array>(found);
-  if (array == nullptr) {
+  if (!found->is_array()) {
     mState->refuse("an array", *found);
   }
   std::vector<std::shared_ptr<KeyedCoding>> elements;
-  elements.reserve(array->size());
-  for (const auto& element : *array) {
+  elements.reserve(found->size());
+  for (const Json& element : *found) {
     const KeyedPath::Scope inner(mState->path, elements.size());
-    elements.push_back(mState->make(element.value, wanted, *this));
+    elements.push_back(mState->make(element, wanted, *this));
   }
   return elements;
 }

@@ -7,11 +7,11 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <cstdio>
 #include <mutex>
 #include <string>
 #include <utility>
 
+#include "platform/store/Printable.h"
 #include "platform/store/RollingFileSink.h"
 
 namespace velor::store {
@@ -21,41 +21,6 @@ namespace {
 // and for the line that tells of a gap before one.
 constexpr std::size_t kRoomForErrors = 64;
 constexpr std::size_t kSlotsOfALine = 2;
-
-bool isControl(std::string_view text, std::size_t at) {
-  const auto byte = static_cast<unsigned char>(text[at]);
-  return byte < 0x20 || byte == 0x7F;
-}
-
-// U+0080 to U+009F, two bytes: terminals take some of them for commands.
-bool isLongControl(std::string_view text, std::size_t at) {
-  return static_cast<unsigned char>(text[at]) == 0xC2 && at + 1 < text.size() &&
-         static_cast<unsigned char>(text[at + 1]) >= 0x80 &&
-         static_cast<unsigned char>(text[at + 1]) < 0xA0;
-}
-
-std::string escaped(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool isLong = isLongControl(text, i);
-    if (!isLong && !isControl(text, i)) {
-      result += text[i];
-    } else if (text[i] == '\n') {
-      result += "\\n";
-    } else if (text[i] == '\r') {
-      result += "\\r";
-    } else if (text[i] == '\t') {
-      result += "\\t";
-    } else {
-      i += isLong ? 1 : 0;
-      char code[8];
-      std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(text[i]));
-      result += code;
-    }
-  }
-  return result;
-}
 
 }  // namespace
 
