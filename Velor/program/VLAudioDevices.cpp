@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "Velor/program/VLPortNames.h"
+#include "platform/store/Printable.h"
 
 namespace velor {
 namespace {
@@ -56,7 +56,7 @@ std::string channelList(const std::vector<std::string>& ports) {
   std::string text;
   for (std::size_t i = 0; i < ports.size(); ++i) {
     text.append(i == 0 ? " " : ", ").append(std::to_string(i + 1)).append(" ");
-    text.append("'").append(VLPrintable(ports[i])).append("'");
+    text.append("'").append(store::printable(ports[i])).append("'");
   }
   return text;
 }
@@ -115,8 +115,8 @@ std::string VLAudioDeviceList(const KAHALAudioSystem& system) {
   for (const Device& device : system.audioDevices()) {
     char rate[32];
     std::snprintf(rate, sizeof rate, "%g", device->nominalSampleRate());
-    text.append("  ").append(VLPrintable(device->deviceUID())).append("  ");
-    text.append(VLPrintable(nameOf(*device))).append("  ").append(rate).append(" Hz\n");
+    text.append("  ").append(store::printable(device->deviceUID())).append("  ");
+    text.append(store::printable(nameOf(*device))).append("  ").append(rate).append(" Hz\n");
     appendChannels("outputs:", device->portNamesInScope(audio::kAudioObjectPropertyScopeOutput),
                    text);
     appendChannels("inputs: ", device->portNamesInScope(audio::kAudioObjectPropertyScopeInput),

@@ -9,9 +9,9 @@
 #include "Velor/program/VLDecodeArguments.h"
 #include "Velor/program/VLEncodeArguments.h"
 #include "Velor/program/VLHelpFormatter.h"
-#include "Velor/program/VLPortNames.h"
 #include "Velor/program/VLRunArguments.h"
 #include "Velor/program/VLUsageError.h"
+#include "platform/store/Printable.h"
 
 namespace velor {
 namespace {
@@ -80,7 +80,7 @@ std::string reasonOf(CLI::App& app, const Arguments& arguments) {
 VLCommandLine refusal(const std::string& error) {
   VLCommandLine result;
   result.exitStatus = kUsageStatus;
-  result.output = "velor: " + VLPrintable(error) + "\n";
+  result.output = "velor: " + store::printable(error) + "\n";
   return result;
 }
 

@@ -12,11 +12,11 @@
 
 #include "Velor/ltc/ltc_decoder.h"
 #include "Velor/program/VLOptionText.h"
-#include "Velor/program/VLPortNames.h"
 #include "Velor/program/VLProgressBar.h"
 #include "Velor/program/VLStandardOutput.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/AudioTypes.h"
+#include "platform/store/Printable.h"
 
 namespace velor {
 namespace {
@@ -248,7 +248,7 @@ void print(const VLDecodeSummary& summary, double sampleRate) {
 }
 
 int fail(const std::string& error, int status) {
-  std::fprintf(stderr, "velor: decode: %s\n", VLPrintable(error).c_str());
+  std::fprintf(stderr, "velor: decode: %s\n", store::printable(error).c_str());
   return status;
 }
 

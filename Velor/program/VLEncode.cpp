@@ -10,12 +10,12 @@
 #include <utility>
 #include <vector>
 
-#include "Velor/program/VLPortNames.h"
 #include "Velor/program/VLProgressBar.h"
 #include "Velor/program/VLStopSignals.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/LowPass.h"
 #include "platform/audio/file/SoundFileWriter.h"
+#include "platform/store/Printable.h"
 
 namespace velor {
 namespace {
@@ -164,7 +164,7 @@ int VLEncodeRun(const VLEncodeOptions& options) {
   if (error.empty()) {
     return 0;
   }
-  std::fprintf(stderr, "velor: encode: %s\n", VLPrintable(error).c_str());
+  std::fprintf(stderr, "velor: encode: %s\n", store::printable(error).c_str());
   return 1;
 }
 

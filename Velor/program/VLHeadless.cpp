@@ -28,6 +28,7 @@
 #include "platform/audio/AudioService.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
+#include "platform/store/Printable.h"
 
 namespace velor {
 namespace {
@@ -72,7 +73,7 @@ int list(KVMIDICore& core) {
 }
 
 int fail(int status, const std::string& error) {
-  std::fprintf(stderr, "velor: %s\n", VLPrintable(error).c_str());
+  std::fprintf(stderr, "velor: %s\n", store::printable(error).c_str());
   return status;
 }
 
@@ -119,11 +120,11 @@ void tellOfLastRun(const VLAppDelegate& app, const VLOptions& options) {
     VELOR_LOG_WARNING("the last run was cut off, its state is in %s", copy.c_str());
     std::fprintf(
         stderr, "velor: the last run was cut off; a start with --recover takes up its state (%s)\n",
-        VLPrintable(copy).c_str());
+        store::printable(copy).c_str());
   }
   if (!app.lastStateError().empty()) {
     std::fprintf(stderr, "velor: what the last run left cannot be taken up whole: %s\n",
-                 VLPrintable(app.lastStateError()).c_str());
+                 store::printable(app.lastStateError()).c_str());
   }
 }
 

@@ -24,7 +24,6 @@
 #include "Velor/devices/VLLTCReaderDevice.h"
 #include "Velor/program/VLOptionText.h"
 #include "Velor/program/VLOptions.h"
-#include "Velor/program/VLPortNames.h"
 #include "Velor/program/VLStandardOutput.h"
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
@@ -32,6 +31,7 @@
 #include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiveLimits.h"
 #include "platform/store/KeyedUnarchiver.h"
+#include "platform/store/Printable.h"
 
 namespace velor {
 namespace {
@@ -116,7 +116,7 @@ class StandsFor : public Base {
 };
 
 std::string quoted(const std::string& name) {
-  return "\"" + VLPrintable(name) + "\"";
+  return "\"" + store::printable(name) + "\"";
 }
 
 // Behind the name of a device.
@@ -387,7 +387,7 @@ class Inspecting {
   void readClock() {
     const std::string version =
         value(&KeyedUnarchiver::decodeString, Keys::kVersion, std::string());
-    tell("Written by", version.empty() ? "not known" : "velor " + VLPrintable(version));
+    tell("Written by", version.empty() ? "not known" : "velor " + store::printable(version));
     mFormat = static_cast<std::uint32_t>(value(&KeyedUnarchiver::decodeInt32, Keys::kFormat, 0));
     if (!ltc_is_valid_type(mFormat)) {
       mFindings.add(std::string(Keys::kFormat), std::to_string(mFormat) + " is no format");
@@ -491,7 +491,7 @@ class Inspecting {
         mFindings.add(marker.uuidPath, "the marker is there twice");
       }
       mText += line("%3s ", selected.contains(i) ? "*" : "") + textOf(marker.time) + "  " +
-               VLPrintable(marker.name) + "\n";
+               store::printable(marker.name) + "\n";
     }
   }
 
@@ -515,7 +515,7 @@ class Inspecting {
   void readRest() {
     mFindings.addUnknown(mCoder);
     for (const std::string& path : mFindings.unknown()) {
-      tell("Not known", VLPrintable(path) + " (is kept)");
+      tell("Not known", store::printable(path) + " (is kept)");
     }
   }
 
@@ -534,7 +534,7 @@ VLInspection VLInspectDocument(std::string_view document) {
 
 int VLInspectRun(const std::string& file) {
   const auto fail = [](const std::string& error) {
-    std::fprintf(stderr, "velor: --inspect: %s\n", VLPrintable(error).c_str());
+    std::fprintf(stderr, "velor: --inspect: %s\n", store::printable(error).c_str());
     return 1;
   };
   const auto contents = store::AtomicFile::read(file, store::KeyedArchiveLimits::kBytes);
@@ -548,7 +548,7 @@ int VLInspectRun(const std::string& file) {
   std::fputs(found.text.c_str(), stdout);
   std::printf("%-14s%zu\n", "Problems", found.problems.size());
   for (const std::string& problem : found.problems) {
-    std::printf("    %s\n", VLPrintable(problem).c_str());
+    std::printf("    %s\n", store::printable(problem).c_str());
   }
   if (!VLStandardOutput::hasTaken()) {
     return fail(VLStandardOutput::kRefusal);

@@ -2,6 +2,7 @@
 #include "Velor/program/VLPortNames.h"
 
 #include "platform/midi/MIDIService.h"
+#include "platform/store/Printable.h"
 
 namespace velor {
 namespace {
@@ -15,19 +16,6 @@ std::string serverPortOf(const KVMIDIEndpoint& endpoint) {
 }
 
 }  // namespace
-
-std::string VLPrintable(std::string text) {
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    // U+0080 to U+009F, two bytes of UTF-8, are control characters, too.
-    const bool isLong = byte == 0xC2 && i + 1 < text.size() &&
-                        (static_cast<unsigned char>(text[i + 1]) & 0xE0U) == 0x80U;
-    if (byte < 0x20 || byte == 0x7F || isLong) {
-      text.replace(i, isLong ? 2 : 1, "?");
-    }
-  }
-  return text;
-}
 
 std::string VLPortName(const KVMIDIEndpoint& endpoint) {
   return endpoint.displayName().value_or(std::to_string(endpoint.uniqueID()));
@@ -86,9 +74,9 @@ std::string VLEndpointList(const KVMIDICore::Endpoints& endpoints) {
     id.resize(std::max<std::size_t>(id.size(), 11), ' ');
     const std::string name = VLPortName(*endpoint);
     const std::string port = serverPortOf(*endpoint);
-    text.append("  ").append(id).append("  ").append(VLPrintable(name));
+    text.append("  ").append(id).append("  ").append(store::printable(name));
     if (!port.empty() && port != name) {
-      text.append("  (").append(VLPrintable(port)).append(")");
+      text.append("  (").append(store::printable(port)).append(")");
     }
     text += "\n";
   }

@@ -20,10 +20,6 @@ std::shared_ptr<KVMIDIEndpoint> VLEndpointNamed(const std::string& name,
 /// another.
 std::string VLEndpointList(const KVMIDICore::Endpoints& endpoints);
 
-/// The text with every control character as "?". Names are given by other programs,
-/// and a terminal obeys some of what could stand in them.
-std::string VLPrintable(std::string text);
-
 /// The display name, or the id where there is none.
 std::string VLPortName(const KVMIDIEndpoint& endpoint);
 

@@ -4,7 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "Velor/program/VLPortNames.h"
+#include "platform/store/Printable.h"
 
 namespace velor {
 
@@ -13,7 +13,7 @@ void VLStandardError::tell(const std::string& text) {
   static const int own = isatty(STDERR_FILENO) == 1
                              ? open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)
                              : -1;
-  const std::string line = "velor: " + VLPrintable(text) + "\n";
+  const std::string line = "velor: " + store::printable(text) + "\n";
   // Who reads it may have gone, which is no reason to stop the clock.
   static_cast<void>(!write(own >= 0 ? own : STDERR_FILENO, line.data(), line.size()));
 }

@@ -11,9 +11,9 @@
 #include "Velor/clock/VLClockStatus.h"
 #include "Velor/devices/VLDevice.h"
 #include "Velor/program/VLOptionText.h"
-#include "Velor/program/VLPortNames.h"
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
+#include "platform/store/Printable.h"
 
 namespace velor {
 namespace {
@@ -39,10 +39,11 @@ std::string statusText(const VLStatus& status) {
 
 std::string portText(const VLNamedPort& port) {
   if (port.present) {
-    return VLPrintable(port.name);
+    return store::printable(port.name);
   }
-  const std::string meanwhile = port.standIn.empty() ? "" : "; on " + VLPrintable(port.standIn);
-  return VLPrintable(port.name) + " (missing" + meanwhile + ")";
+  const std::string meanwhile =
+      port.standIn.empty() ? "" : "; on " + store::printable(port.standIn);
+  return store::printable(port.name) + " (missing" + meanwhile + ")";
 }
 
 std::size_t terminalColumns() {
@@ -66,7 +67,7 @@ std::string timeText(const SMPTETime& time) {
 std::string clockText(const VLStatus& status) {
   std::string text = timeText(status.time) + "  " + statusText(status);
   if (!status.notice.empty()) {
-    text.append("  ").append(VLPrintable(status.notice));
+    text.append("  ").append(store::printable(status.notice));
   }
   if (status.source) {
     text.append("  from ").append(portText(*status.source));
