@@ -6,7 +6,6 @@
 #include <bitset>
 #include <climits>
 #include <cstdint>
-#include <memory>
 
 #include "oscpkt/src/OscAssert.h"
 
@@ -82,14 +81,13 @@ class CharacterSet {
 
 // Follows all the ways that a pattern leaves open at once. Each element of a pattern is
 // one piece of it, whatever it meets in the path; so all ways stand at one place of the
-// pattern, and are told apart by their places in the path alone: a set, of which the
-// path's end is a member like the others. What ends further on in the pattern ends
-// later, so the last result is the furthest.
+// pattern and differ by their places in the path alone: a set, of which the path's end is
+// a member like the others. A way that ends further on in the pattern ends later, so the
+// last result is the furthest.
 //
 // An element that must take a character moves every place, and there are no more of
 // these than the path has characters before no way is left. The others, stars and
 // lists, take a few operations on sets a character.
-template <std::size_t kPlaces>
 class Ways {
  public:
   Ways(std::string_view pattern, std::string_view path) : mPattern(pattern), mPath(path) {}
@@ -127,7 +125,7 @@ class Ways {
   }
 
  private:
-  using Places = std::bitset<kPlaces>;
+  using Places = std::bitset<kLongestOscPath + 1>;
 
   // Moves the ways on whose character fits; the others end here.
   template <class Fits>
@@ -247,11 +245,8 @@ Result matchOscPattern(std::string_view pattern, std::size_t wildcard, std::stri
   if (plain < wildcard || wildcard == pattern.size()) {
     return plain == path.size() ? Result(plain) : Result();
   }
-  if (path.size() < 64) {
-    return Ways<64>(pattern, path).follow(plain, plain);
-  }
   OscAssert(path.size() <= kLongestOscPath, "path.size() <= kLongestOscPath", __func__);
-  return std::make_unique<Ways<kLongestOscPath + 1>>(pattern, path)->follow(plain, plain);
+  return Ways(pattern, path).follow(plain, plain);
 }
 
 }  // namespace velor::oscpkt

@@ -87,8 +87,8 @@ TEST(OscPattern, FollowingAllWaysAtOnceLeadsAsFarAsFollowingEachOnItsOwn) {
   int partly = 0;
   int nothing = 0;
   for (int i = 0; i < 400'000; ++i) {
-    // Now and then a path of more places than a machine word has.
-    const std::string front = i % 16 == 0 ? "/" + repeated("ab/", 62) : "";
+    // Now and then the longest path.
+    const std::string front = i % 16 == 0 ? repeated("/ab", kLongestOscPath - 9) : "";
     const std::string path = front + draw("/aab\xE9", 9);
     const std::string pattern =
         (i % 32 == 0 ? front : "") + draw(i % 2 == 0 ? "*/a?b[]!-{},\xE9" : "*//ab{,}[a]", 14);
