@@ -29,7 +29,7 @@ struct DiscoveryRecord {
 
 /// What a service resolves to.
 struct DiscoveryAnswer {
-  std::string hostName;  ///< a name or an address that a socket can connect to
+  std::string hostName;  ///< an address, or a name that a socket can connect to
   std::uint16_t port = 0;
   DiscoveryTXTData txt;
 };

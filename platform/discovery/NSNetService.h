@@ -52,8 +52,7 @@ class NSNetService final : public std::enable_shared_from_this<NSNetService> {
   /// Without one: "local".
   const std::string& domain() const noexcept { return mDomain; }
   std::uint16_t port() const;
-  /// Where a socket can connect to: the host's name where the system's resolver
-  /// takes that to the host, else its address. None until it is resolved.
+  /// Where a socket can connect to: the host's address in text. None until it is resolved.
   std::optional<std::string> hostName() const;
   /// Empty for none.
   DiscoveryTXTData TXTRecordData() const;

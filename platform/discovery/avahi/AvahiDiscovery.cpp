@@ -10,7 +10,6 @@
 #include <array>
 #include <system_error>
 
-#include "platform/discovery/avahi/HostNameCheck.h"
 #include "platform/host/Log.h"
 
 namespace velor::discovery {
@@ -19,12 +18,6 @@ namespace {
 constexpr std::uint64_t kMs = 1'000'000;
 // Between attempts at what has failed.
 constexpr std::uint64_t kRetry = 1000 * kMs;
-// What a resolver without a module for ".local" may take of a resolution's time.
-constexpr std::uint64_t kLongestNameCheck = 2000 * kMs;
-// The daemon tells one address of a host, and which one changes. Peers tend to listen for
-// IPv4, and must not become another target by another address; so that one is asked for,
-// of which a host that is there tells at once.
-constexpr std::uint64_t kLongestWaitForIPv4 = 1000 * kMs;
 // What has said goodbye is kept by peers for a second more (RFC 6762, section 10.1) and
 // is found there meanwhile: also our own last run, by one that is started at once.
 constexpr std::uint64_t kFarewell = 1500 * kMs;
@@ -54,16 +47,22 @@ DiscoveryTXTData dataOf(AvahiStringList* list) {
   return data;
 }
 
-std::string textOf(const AvahiAddress& address) {
-  std::array<char, AVAHI_ADDRESS_STR_MAX> text{};
-  avahi_address_snprint(text.data(), text.size(), &address);
-  return text.data();
-}
-
-// An address that is of its link alone needs the interface.
+// An address of one link alone needs the interface.
 bool needsScope(const AvahiAddress& address) {
   const std::uint8_t* const bytes = address.data.ipv6.address;
   return address.proto == AVAHI_PROTO_INET6 && bytes[0] == 0xFE && (bytes[1] & 0xC0) == 0x80;
+}
+
+// As a socket takes it.
+std::string textOf(const AvahiAddress& address, AvahiIfIndex interface) {
+  std::array<char, AVAHI_ADDRESS_STR_MAX> text{};
+  avahi_address_snprint(text.data(), text.size(), &address);
+  std::array<char, IF_NAMESIZE> link{};
+  if (!needsScope(address) ||
+      if_indextoname(static_cast<unsigned>(interface), link.data()) == nullptr) {
+    return text.data();
+  }
+  return std::string(text.data()) + "%" + link.data();
 }
 
 // Errors that no later attempt would mend.
@@ -187,9 +186,6 @@ void AvahiDiscovery::lookAgainIn(std::uint64_t ns) {
 }
 
 void AvahiDiscovery::lookAgain() {
-  for (Resolution& each : mResolutions) {
-    checkName(each);
-  }
   if (mClient == nullptr) {
     const bool idle = mPublications.empty() && mSearches.empty() && mResolutions.empty();
     if (idle || !openClient()) {
@@ -265,7 +261,7 @@ void AvahiDiscovery::closeClient() {
   }
   for (Resolution& each : mResolutions) {
     each.resolver = nullptr;
-    each.failed = each.asksForIPv4 = false;
+    each.failed = false;
   }
 }
 
@@ -462,38 +458,17 @@ void AvahiDiscovery::resolve(Resolution& resolution) {
   if (resolution.failed && resolution.resolver != nullptr) {
     avahi_service_resolver_free(std::exchange(resolution.resolver, nullptr));
     resolution.failed = false;
+    // A host without IPv4 has an address of the other protocol.
+    resolution.protocol = AVAHI_PROTO_UNSPEC;
   }
-  if (resolution.held) {
-    askForIPv4(resolution);
-  } else if (resolution.resolver == nullptr && !resolution.answer) {
-    ask(resolution, AVAHI_PROTO_UNSPEC);
-  }
-}
-
-void AvahiDiscovery::askForIPv4(Resolution& resolution) {
-  const std::uint64_t now = mHost.AudioGetCurrentHostTime();
-  if (now >= resolution.heldUntil) {
-    resolution.held = false;
-    startNameCheck(resolution);
-    lookAgainSoon();
+  if (resolution.resolver != nullptr || resolution.isTold) {
     return;
   }
-  if (resolution.resolver != nullptr && !resolution.asksForIPv4) {
-    avahi_service_resolver_free(std::exchange(resolution.resolver, nullptr));
-  }
-  if (resolution.resolver == nullptr) {
-    resolution.asksForIPv4 = true;
-    ask(resolution, AVAHI_PROTO_INET);
-  }
-  lookAgainIn(resolution.heldUntil - now);
-}
-
-void AvahiDiscovery::ask(Resolution& resolution, AvahiProtocol address) {
   const DiscoveryKey& key = resolution.order->key;
   resolution.resolver = avahi_service_resolver_new(
       mClient, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, key.name.c_str(), key.type.c_str(),
-      key.domain.c_str(), address, static_cast<AvahiLookupFlags>(0), &AvahiDiscovery::onResolver,
-      &resolution);
+      key.domain.c_str(), resolution.protocol, static_cast<AvahiLookupFlags>(0),
+      &AvahiDiscovery::onResolver, &resolution);
   if (resolution.resolver == nullptr && mState != AVAHI_CLIENT_FAILURE) {
     lookAgainIn(kRetry);
   }
@@ -501,67 +476,16 @@ void AvahiDiscovery::ask(Resolution& resolution, AvahiProtocol address) {
 
 void AvahiDiscovery::onResolver(AvahiServiceResolver*, AvahiIfIndex interface, AvahiProtocol,
                                 AvahiResolverEvent event, const char*, const char*, const char*,
-                                const char* hostName, const AvahiAddress* address,
-                                std::uint16_t port, AvahiStringList* txt, AvahiLookupResultFlags,
-                                void* self) {
+                                const char*, const AvahiAddress* address, std::uint16_t port,
+                                AvahiStringList* txt, AvahiLookupResultFlags, void* self) {
   auto& resolution = *static_cast<Resolution*>(self);
-  if (event == AVAHI_RESOLVER_FAILURE || hostName == nullptr || address == nullptr) {
+  if (event == AVAHI_RESOLVER_FAILURE || address == nullptr) {
     // Not there (yet), the daemon says after 5 s.
     resolution.failed = true;
-    resolution.owner->lookAgainIn(kRetry);
-    return;
+    resolution.owner->lookAgainIn(resolution.protocol == AVAHI_PROTO_INET ? 0 : kRetry);
+  } else if (!std::exchange(resolution.isTold, true)) {  // the first counts
+    resolution.owner->tell(resolution.order, {textOf(*address, interface), port, dataOf(txt)});
   }
-  const bool isIPv4 = address->proto == AVAHI_PROTO_INET;
-  if (resolution.answer && !(resolution.held && isIPv4)) {
-    return;  // the first counts, and is on its way
-  }
-  resolution.answer = DiscoveryAnswer{hostName, port, dataOf(txt)};
-  resolution.address = textOf(*address);
-  std::array<char, IF_NAMESIZE> link{};
-  if (needsScope(*address) &&
-      if_indextoname(static_cast<unsigned>(interface), link.data()) != nullptr) {
-    resolution.address += std::string("%") + link.data();
-  }
-  resolution.held = !isIPv4;
-  if (isIPv4) {
-    resolution.owner->startNameCheck(resolution);
-  } else {
-    resolution.heldUntil = resolution.owner->mHost.AudioGetCurrentHostTime() + kLongestWaitForIPv4;
-  }
-  resolution.owner->lookAgainSoon();
-}
-
-void AvahiDiscovery::startNameCheck(Resolution& resolution) {
-  const auto check = std::make_shared<NameCheck>();
-  // The resolver of names does not tell the interface.
-  const std::string address = resolution.address.substr(0, resolution.address.find('%'));
-  mLongJobs.add({[check, name = resolution.answer->hostName, address] {
-                   check->leads = HostNameCheck::nameLeadsToAddress(name, address);
-                 },
-                 {},
-                 [this, check] {
-                   check->isDone = true;
-                   lookAgainSoon();
-                 }});
-  resolution.check = check;
-  resolution.checkedUntil = mHost.AudioGetCurrentHostTime() + kLongestNameCheck;
-}
-
-void AvahiDiscovery::checkName(Resolution& resolution) {
-  if (!resolution.answer || resolution.held || resolution.told) {
-    return;
-  }
-  const std::uint64_t now = mHost.AudioGetCurrentHostTime();
-  if (!resolution.check->isDone && now < resolution.checkedUntil) {
-    lookAgainIn(resolution.checkedUntil - now);
-    return;
-  }
-  if (!resolution.check->isDone || !resolution.check->leads) {
-    resolution.answer->hostName = resolution.address;
-  }
-  resolution.check = nullptr;
-  resolution.told = true;
-  tell(resolution.order, *resolution.answer);
 }
 
 }  // namespace velor::discovery

@@ -9,7 +9,6 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -17,7 +16,6 @@
 
 #include "platform/discovery/DiscoveryBackEnd.h"
 #include "platform/discovery/avahi/AvahiLoop.h"
-#include "platform/host/LongJobs.h"
 
 namespace velor::discovery {
 
@@ -58,25 +56,14 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
     // Those that have not been there for kFarewell yet, and when they will: host time.
     std::map<std::string, std::uint64_t> fresh;
   };
-  // Whether the name of the answer's host is one that the system knows.
-  struct NameCheck {
-    bool leads = false;  // the look-up's, until it is done
-    bool isDone = false;
-  };
   struct Resolution {
     AvahiDiscovery* owner;
     ResolveOrderRef order;
     AvahiServiceResolver* resolver = nullptr;
+    // Of the address. The daemon gives one of a host, and peers tend to listen for IPv4.
+    AvahiProtocol protocol = AVAHI_PROTO_INET;
     bool failed = false;
-    bool told = false;
-    std::string address;  // of the answer, in text, as a socket takes it
-    std::optional<DiscoveryAnswer> answer;
-    // The answer is of IPv6, and waits for one of IPv4.
-    bool held = false;
-    bool asksForIPv4 = false;
-    std::uint64_t heldUntil = 0;  // host time
-    std::shared_ptr<NameCheck> check;
-    std::uint64_t checkedUntil = 0;  // host time
+    bool isTold = false;
   };
 
   static constexpr std::uint64_t kNoLook = UINT64_MAX;
@@ -99,10 +86,6 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
   bool nameIsTaken(Publication& publication);
   void search(Search& search);
   void resolve(Resolution& resolution);
-  void askForIPv4(Resolution& resolution);
-  void ask(Resolution& resolution, AvahiProtocol address);
-  void startNameCheck(Resolution& resolution);
-  void checkName(Resolution& resolution);
   void withdraw(Publication& publication);
   static void noteGone(Search& search, const std::string& name);
   static void tellAllGone(Search& search);
@@ -131,7 +114,6 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
   std::list<Search> mSearches;
   std::list<Resolution> mResolutions;
   AvahiLoop mLoop;  // behind the others: its thread uses them
-  host::LongJobs mLongJobs{mLoop};
 };
 
 }  // namespace velor::discovery
