@@ -41,8 +41,8 @@ struct DatagramDelivery::Reading {
   const DatagramBatch batch;
   const std::shared_ptr<InFlight> inFlight;
   const std::uint64_t age;  // of mForgotten
-  // Of each datagram, where filter and delegate are on two queues.
-  std::vector<std::any> contexts;
+  // Of each datagram, whether it passed a filter on a queue of its own; else empty.
+  std::vector<bool> passed;
 };
 
 DatagramDelivery::DatagramDelivery(UDPNetwork& network, std::uint32_t client,
@@ -61,98 +61,63 @@ void DatagramDelivery::exchangeFilter(std::shared_ptr<const Filter>& filter) {
 
 bool DatagramDelivery::mayRead() {
   mNetwork.queue().assertCurrent();
-  const bool oneByOne =
-      mFilter != nullptr && !mFilter->asynchronous && mFilter->queue != mDelegateQueue;
-  const int limit = oneByOne ? 1 : kMostReadings;
-  if (mInFlight->count.load() < limit) {
+  if (mInFlight->count.load() < kMostReadings) {
     return true;
   }
   mInFlight->paused.store(true);
-  return mInFlight->count.load() < limit;  // one that ended before it saw the word
-}
-
-// Runs the body on the network's queue if the socket, of which this is a part, is
-// still there.
-template <class Body>
-void DatagramDelivery::post(Body body) {
-  mNetwork.queue().async([&network = mNetwork, id = mClient, body = std::move(body)] {
-    if (network.client(id) != nullptr) {
-      body();
-    }
-  });
+  return mInFlight->count.load() < kMostReadings;  // one that ended before it saw the word
 }
 
 void DatagramDelivery::deliver(DatagramBatch&& batch) {
   mNetwork.queue().assertCurrent();
   const auto reading = std::make_shared<Reading>(std::move(batch), mInFlight, mForgotten.load());
-  if (mFilter == nullptr || mFilter->queue == mDelegateQueue) {
-    // Filter and delegate share a queue, which would take turns between them.
-    if (auto socket = mSocket.lock()) {
-      mDelegateQueue->async([this, socket = std::move(socket), reading, filter = mFilter] {
-        tellDelegate(socket, *reading, 0, reading->batch.count(), filter.get());
-      });
-    }
+  auto socket = mSocket.lock();
+  if (socket == nullptr) {
     return;
   }
-  reading->contexts.resize(reading->batch.count());
-  const std::size_t atOnce = mFilter->asynchronous ? reading->batch.count() : 1;
-  for (std::size_t i = 0; i < atOnce; ++i) {
-    filterOne(reading, i);
+  if (mFilter == nullptr || mFilter->queue == mDelegateQueue) {
+    mDelegateQueue->async([this, socket = std::move(socket), reading, filter = mFilter] {
+      tellDelegate(socket, *reading, filter.get());
+    });
+    return;
+  }
+  mFilter->queue->async([this, socket = std::move(socket), reading, filter = mFilter] {
+    const DatagramBatch& all = reading->batch;
+    for (std::size_t i = 0; i < all.count() && reading->age == mForgotten.load(); ++i) {
+      reading->passed.push_back(filter->function(all.data(i), all.from(i)));
+    }
+    // By the network's queue, where a close counts: after it the delegate's queue may be gone.
+    mNetwork.queue().async([this, &network = mNetwork, id = mClient, reading] {
+      if (network.client(id) != nullptr) {
+        deliverFiltered(reading);
+      }
+    });
+  });
+}
+
+void DatagramDelivery::deliverFiltered(const ReadingRef& reading) {
+  auto socket = mSocket.lock();
+  if (socket != nullptr && reading->age == mForgotten.load()) {
+    mDelegateQueue->async(
+        [this, socket = std::move(socket), reading] { tellDelegate(socket, *reading, nullptr); });
   }
 }
 
 // On the delegate's queue. With a filter: filters first.
 void DatagramDelivery::tellDelegate(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
-                                    const Reading& reading, std::size_t first, std::size_t last,
-                                    const Filter* filter) {
+                                    const Reading& reading, const Filter* filter) {
   const auto delegate = mDelegate.lock();
   if (delegate == nullptr) {
     return;
   }
-  for (std::size_t i = first; i < last && reading.age == mForgotten.load(); ++i) {
+  for (std::size_t i = 0; i < reading.batch.count() && reading.age == mForgotten.load(); ++i) {
     const auto data = reading.batch.data(i);
     const SocketAddress& from = reading.batch.from(i);
-    std::any context;
-    if (filter != nullptr) {
-      if (!filter->function(data, from, context) || reading.age != mForgotten.load()) {
-        continue;
-      }
-    } else if (!reading.contexts.empty()) {
-      context = reading.contexts[i];
+    const bool passes = filter != nullptr ? filter->function(data, from)
+                                          : reading.passed.empty() || reading.passed[i];
+    if (passes && reading.age == mForgotten.load()) {
+      delegate->udpSocketDidReceiveData(socket, data, from);
     }
-    delegate->udpSocketDidReceiveData(socket, data, from, context);
-  }
-}
-
-void DatagramDelivery::filterOne(const ReadingRef& reading, std::size_t index) {
-  if (mFilter == nullptr) {  // taken away meanwhile
-    filterEnded(reading, index, true, false);
-  } else if (auto socket = mSocket.lock()) {
-    mFilter->queue->async([this, socket = std::move(socket), reading, index, filter = mFilter] {
-      const bool passed = reading->age == mForgotten.load() &&
-                          filter->function(reading->batch.data(index), reading->batch.from(index),
-                                           reading->contexts[index]);
-      post([this, reading, index, passed, asynchronous = filter->asynchronous] {
-        filterEnded(reading, index, passed, asynchronous);
-      });
-    });
-  }
-}
-
-void DatagramDelivery::filterEnded(const ReadingRef& reading, std::size_t index, bool passed,
-                                   bool asynchronous) {
-  if (reading->age != mForgotten.load()) {
-    return;
-  }
-  if (passed) {
-    if (auto socket = mSocket.lock()) {
-      mDelegateQueue->async([this, socket = std::move(socket), reading, index] {
-        tellDelegate(socket, *reading, index, index + 1, nullptr);
-      });
-    }
-  }
-  if (!asynchronous && index + 1 < reading->batch.count()) {
-    filterOne(reading, index + 1);
   }
 }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <any>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -22,12 +21,11 @@ namespace velor {
 /// socket, on the network's queue where nothing else is said.
 class DatagramDelivery {
  public:
-  using Function = std::function<bool(std::span<const std::uint8_t> data,
-                                      const SocketAddress& address, std::any& context)>;
+  using Function =
+      std::function<bool(std::span<const std::uint8_t> data, const SocketAddress& address)>;
   struct Filter {
     Function function;
     host::Queue* queue;
-    bool asynchronous;
   };
 
   /// `client` is the socket for the network. Any thread.
@@ -60,12 +58,9 @@ class DatagramDelivery {
   struct Reading;
   using ReadingRef = std::shared_ptr<Reading>;
 
-  template <class Body>
-  void post(Body body);
+  void deliverFiltered(const ReadingRef& reading);
   void tellDelegate(const std::shared_ptr<GCDAsyncUdpSocket>& socket, const Reading& reading,
-                    std::size_t first, std::size_t last, const Filter* filter);
-  void filterOne(const ReadingRef& reading, std::size_t index);
-  void filterEnded(const ReadingRef& reading, std::size_t index, bool passed, bool asynchronous);
+                    const Filter* filter);
 
   UDPNetwork& mNetwork;
   const std::uint32_t mClient;

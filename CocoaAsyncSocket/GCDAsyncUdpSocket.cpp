@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <utility>
 
-#include "CocoaAsyncSocket/GCDAsyncUdpSocketSendDelegate.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
 
@@ -47,17 +46,12 @@ bool GCDAsyncUdpSocket::attempt(Error* error, Body&& body) {
 
 // Runs the body on the queue, with this socket if it is still there.
 template <class Body>
-void GCDAsyncUdpSocket::post(Body body, std::uint64_t delay) {
-  auto job = [&network = mNetwork, id = mId, body = std::move(body)] {
+void GCDAsyncUdpSocket::post(Body body) {
+  mQueue.async([&network = mNetwork, id = mId, body = std::move(body)] {
     if (UDPNetwork::Client* const client = network.client(id)) {
       body(static_cast<GCDAsyncUdpSocket&>(*client));
     }
-  };
-  if (delay == 0) {
-    mQueue.async(std::move(job));
-  } else {
-    mQueue.after(delay, std::move(job));
-  }
+  });
 }
 
 // The socket is kept until the call, so that its owner knows it by its address.
@@ -85,8 +79,10 @@ GCDAsyncUdpSocket::GCDAsyncUdpSocket(std::weak_ptr<GCDAsyncUdpSocketDelegate> de
                                      host::Queue* delegateQueue)
     : mDelegate(std::move(delegate)),
       mDelegateQueue(delegateQueue),
-      mTellsOfSends(dynamic_cast<GCDAsyncUdpSocketSendDelegate*>(mDelegate.lock().get()) !=
-                    nullptr),
+      mOffersDidSend([this] {
+        const auto strong = mDelegate.lock();
+        return strong != nullptr && strong->offersDidSend();
+      }()),
       mNetwork(udpNetwork()),
       mHost(host::current()),
       mQueue(mNetwork.queue()),
@@ -237,22 +233,14 @@ void GCDAsyncUdpSocket::setPreferIPv4() {
   });
 }
 
-void GCDAsyncUdpSocket::setIPv4Enabled(bool enabled) {
-  onQueue([this, enabled] {
+void GCDAsyncUdpSocket::setEnabled(int family, bool enabled) {
+  onQueue([this, family, enabled] {
     mQueue.assertCurrent();
-    mDescriptors.setEnabled(AF_INET, enabled);
+    mDescriptors.setEnabled(family, enabled);
   });
 }
 
-void GCDAsyncUdpSocket::setIPv6Enabled(bool enabled) {
-  onQueue([this, enabled] {
-    mQueue.assertCurrent();
-    mDescriptors.setEnabled(AF_INET6, enabled);
-  });
-}
-
-void GCDAsyncUdpSocket::setReceiveFilter(ReceiveFilter filter, host::Queue* queue,
-                                         bool isAsynchronous) {
+void GCDAsyncUdpSocket::setReceiveFilter(ReceiveFilter filter, host::Queue* queue) {
   std::shared_ptr<const DatagramDelivery::Filter> replacement;
   if (filter) {
     if (queue == nullptr) {
@@ -263,30 +251,15 @@ void GCDAsyncUdpSocket::setReceiveFilter(ReceiveFilter filter, host::Queue* queu
       std::abort();
     }
     replacement = std::make_shared<DatagramDelivery::Filter>(
-        DatagramDelivery::Filter{std::move(filter), queue, isAsynchronous});
+        DatagramDelivery::Filter{std::move(filter), queue});
   }
-  // What was in force ends on the caller's thread, not on the one of all sockets.
+  // The former filter ends on the caller's thread, not on the one of all sockets.
   onQueue([this, &replacement] { mDelivery.exchangeFilter(replacement); });
 }
 
-bool GCDAsyncUdpSocket::isConnected() const {
+GCDAsyncUdpSocket::Ends GCDAsyncUdpSocket::ends() const {
   const std::lock_guard lock(mMutex);
-  return mEnds.connected;
-}
-
-std::uint16_t GCDAsyncUdpSocket::connectedPort() const {
-  const std::lock_guard lock(mMutex);
-  return mEnds.connectedPort;
-}
-
-std::uint16_t GCDAsyncUdpSocket::localPort() const {
-  const std::lock_guard lock(mMutex);
-  return mEnds.localPort;
-}
-
-std::optional<std::string> GCDAsyncUdpSocket::localHost() const {
-  const std::lock_guard lock(mMutex);
-  return mEnds.localHost;
+  return mEnds;
 }
 
 void GCDAsyncUdpSocket::close() {
@@ -295,16 +268,6 @@ void GCDAsyncUdpSocket::close() {
     mDelivery.forget();
     closeWithError({});
   });
-}
-
-bool GCDAsyncUdpSocket::getHost(std::string& host, std::uint16_t& port,
-                                const SocketAddress& address) {
-  if (address.family() == AF_UNSPEC) {
-    return false;
-  }
-  host = address.host();
-  port = address.port();
-  return true;
 }
 
 // --- receiving
@@ -373,30 +336,15 @@ void GCDAsyncUdpSocket::noteDropped(Descriptor& descriptor, std::uint32_t droppe
   const std::uint32_t more = dropped - descriptor.dropped;  // both wrap
   descriptor.dropped = dropped;
   mDropped += more;
-  if (more == 0 || mDropReportDue) {
+  const std::uint64_t now = mHost.AudioGetCurrentHostTime();
+  if (mDropped == 0 || now < mNextDropReport) {
     return;
   }
-  const std::uint64_t now = mHost.AudioGetCurrentHostTime();
-  if (now >= mNextDropReport) {
-    reportDropped();
-  } else {
-    mDropReportDue = true;
-    post(
-        [](GCDAsyncUdpSocket& self) {
-          self.mQueue.assertCurrent();
-          self.reportDropped();
-        },
-        mNextDropReport - now);
-  }
-}
-
-void GCDAsyncUdpSocket::reportDropped() {
   VELOR_LOG_WARNING("udp socket at port %u: %" PRIu64
                     " datagrams came faster than they were taken and were dropped",
                     unsigned{localPort()}, mDropped);
   mDropped = 0;
-  mDropReportDue = false;
-  mNextDropReport = mHost.AudioGetCurrentHostTime() + kNsPerSecond;
+  mNextDropReport = now + kNsPerSecond;
 }
 
 // --- connecting and sending
@@ -407,10 +355,7 @@ void GCDAsyncUdpSocket::sendData(std::vector<std::uint8_t> data, double timeout,
   }
   const auto added = mOutgoing.add({std::move(data), timeout, tag});
   if (added == UDPSendQueue::Added::andWake) {
-    post([](GCDAsyncUdpSocket& self) {
-      self.mQueue.assertCurrent();
-      self.sendWaiting();
-    });
+    sendWaitingLater();
     return;
   }
   if (added == UDPSendQueue::Added::firstRefused) {
@@ -421,6 +366,13 @@ void GCDAsyncUdpSocket::sendData(std::vector<std::uint8_t> data, double timeout,
       self.tellNotSent(tag, Error::other("Too much data waits to be sent."));
     });
   }
+}
+
+void GCDAsyncUdpSocket::sendWaitingLater() {
+  post([](GCDAsyncUdpSocket& self) {
+    self.mQueue.assertCurrent();
+    self.sendWaiting();
+  });
 }
 
 void GCDAsyncUdpSocket::sendWaiting() {
@@ -441,10 +393,7 @@ void GCDAsyncUdpSocket::sendWaiting() {
     }
     mCurrent.reset();
   }
-  post([](GCDAsyncUdpSocket& self) {
-    self.mQueue.assertCurrent();
-    self.sendWaiting();
-  });
+  sendWaitingLater();
 }
 
 void GCDAsyncUdpSocket::finishConnect() {
@@ -526,9 +475,9 @@ bool GCDAsyncUdpSocket::sendCurrent() {
   unblockSend();
   if (result < 0) {
     tellNotSent(tag, Error::posix(-result, "Error in send() function."));
-  } else if (mTellsOfSends) {
+  } else if (mOffersDidSend) {
     tell([tag](GCDAsyncUdpSocketDelegate& delegate, const auto& self) {
-      dynamic_cast<GCDAsyncUdpSocketSendDelegate&>(delegate).udpSocketDidSendDataWithTag(self, tag);
+      delegate.udpSocketDidSendDataWithTag(self, tag);
     });
   }
   return true;

@@ -30,30 +30,26 @@ namespace velor {
 /// they wait for the socket's queue, which waits for nobody.
 ///
 /// What comes faster than the delegate takes it waits in the system's buffer and
-/// is dropped there when that is full; the log tells how much, once a second at
-/// most. After `close` or its end has returned, the socket posts nothing more to
+/// is dropped there when that is full; the log tells how much with a later reading, once
+/// a second at most. After `close` or its end has returned, the socket posts nothing more to
 /// the queue of its delegate or its filter.
 class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpSocket>,
                                 private UDPNetwork::Client {
  public:
-  /// Says whether a datagram may pass; what it leaves in `context` goes to the
-  /// delegate with it.
+  /// Says whether a datagram may pass.
   using ReceiveFilter = DatagramDelivery::Function;
 
-  /// No descriptor yet. The delegate is held weakly; one that is a
-  /// GCDAsyncUdpSocketSendDelegate too hears of what is sent. The queue must stand
-  /// until the socket is closed. Without either, every operation fails.
+  /// No descriptor yet. The delegate is held weakly. The queue must stand until the
+  /// socket is closed. Without either, every operation fails.
   static std::shared_ptr<GCDAsyncUdpSocket> initWithDelegate(
       std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate, host::Queue* delegateQueue);
   ~GCDAsyncUdpSocket();
   GCDAsyncUdpSocket(const GCDAsyncUdpSocket&) = delete;
   GCDAsyncUdpSocket& operator=(const GCDAsyncUdpSocket&) = delete;
 
-  /// Runs the filter on `queue` for every datagram before it is delivered. Not
-  /// asynchronous: a datagram is filtered when the one before has been filtered
-  /// and is on its way to the delegate. An empty filter lets all pass. Ends the
-  /// program when there is a filter without a queue.
-  void setReceiveFilter(ReceiveFilter filter, host::Queue* queue, bool isAsynchronous);
+  /// Runs the filter on `queue` for every datagram before it is delivered. An empty
+  /// filter lets all pass. Ends the program when there is a filter without a queue.
+  void setReceiveFilter(ReceiveFilter filter, host::Queue* queue);
 
   /// Binds all interfaces, by both protocols at one port; 0 has the system choose
   /// one. All descriptors are closed when it fails.
@@ -72,8 +68,8 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   /// first address.
   void setPreferIPv4();
   /// Both protocols are enabled at first. Has effect on descriptors made later.
-  void setIPv4Enabled(bool enabled);
-  void setIPv6Enabled(bool enabled);
+  void setIPv4Enabled(bool enabled) { setEnabled(AF_INET, enabled); }
+  void setIPv6Enabled(bool enabled) { setEnabled(AF_INET6, enabled); }
 
   /// Lets IPv4 datagrams go to broadcast addresses, until the socket is closed.
   bool enableBroadcast(bool enabled, GCDAsyncUdpSocketError* error = nullptr);
@@ -84,12 +80,12 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   /// wait already it is refused: the delegate hears so, and the log once.
   void sendData(std::vector<std::uint8_t> data, double timeout, std::int64_t tag);
 
-  bool isConnected() const;
+  bool isConnected() const { return ends().connected; }
   /// The destination's; 0 before it stands.
-  std::uint16_t connectedPort() const;
+  std::uint16_t connectedPort() const { return ends().connectedPort; }
   /// Of the IPv4 descriptor, else of the IPv6 one; 0 and null for a closed socket.
-  std::uint16_t localPort() const;
-  std::optional<std::string> localHost() const;
+  std::uint16_t localPort() const { return ends().localPort; }
+  std::optional<std::string> localHost() const { return ends().localHost; }
 
   /// Nothing is received or sent any more; no datagram whose delivery has not
   /// begun is delivered. The delegate hears udpSocketDidClose if there was a
@@ -99,7 +95,14 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   /// As SocketAddress::host.
   static std::string hostFromAddress(const SocketAddress& address) { return address.host(); }
   /// False for an address of neither protocol, which leaves both alone.
-  static bool getHost(std::string& host, std::uint16_t& port, const SocketAddress& address);
+  static bool getHost(std::string& host, std::uint16_t& port, const SocketAddress& address) {
+    if (address.family() == AF_UNSPEC) {
+      return false;
+    }
+    host = address.host();
+    port = address.port();
+    return true;
+  }
 
  private:
   using Problem = UDPDescriptorPair::Problem;
@@ -119,11 +122,13 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   template <class Body>
   bool attempt(GCDAsyncUdpSocketError* error, Body&& body);
   template <class Body>
-  void post(Body body, std::uint64_t delay = 0);
+  void post(Body body);
   template <class Call>
   void tell(Call call);
 
   Problem checkDelegate() const;
+  Ends ends() const;
+  void setEnabled(int family, bool enabled);
   void noteEnds() KV_RUNS_ON(mQueue);
   void closeWithError(const Problem& error) KV_RUNS_ON(mQueue);
 
@@ -132,11 +137,11 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   void watch(Descriptor& descriptor) KV_RUNS_ON(mQueue);
   void receive(Descriptor& descriptor) KV_RUNS_ON(mQueue);
   void noteDropped(Descriptor& descriptor, std::uint32_t dropped) KV_RUNS_ON(mQueue);
-  void reportDropped() KV_RUNS_ON(mQueue);
 
   void finishConnect() KV_RUNS_ON(mQueue);
   const SocketAddress* chooseAddress(const std::vector<SocketAddress>& addresses)
       KV_RUNS_ON(mQueue);
+  void sendWaitingLater();
   void sendWaiting() KV_RUNS_ON(mQueue);
   bool sendCurrent() KV_RUNS_ON(mQueue);
   void unblockSend() KV_RUNS_ON(mQueue);
@@ -144,7 +149,7 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
 
   const std::weak_ptr<GCDAsyncUdpSocketDelegate> mDelegate;
   host::Queue* const mDelegateQueue;
-  const bool mTellsOfSends;
+  const bool mOffersDidSend;
   UDPNetwork& mNetwork;
   host::Host& mHost;
   host::Queue& mQueue;
@@ -166,8 +171,7 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   bool mSendBlocked KV_ON_QUEUE(mQueue) = false;
   std::unique_ptr<host::Timer> mSendTimer KV_ON_QUEUE(mQueue);
 
-  std::uint64_t mDropped KV_ON_QUEUE(mQueue) = 0;  // not yet reported
-  bool mDropReportDue KV_ON_QUEUE(mQueue) = false;
+  std::uint64_t mDropped KV_ON_QUEUE(mQueue) = 0;         // not yet reported
   std::uint64_t mNextDropReport KV_ON_QUEUE(mQueue) = 0;  // host time, ns
 
   mutable std::mutex mMutex;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <any>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -13,7 +12,7 @@ namespace velor {
 
 class GCDAsyncUdpSocket;
 
-/// Hears of a socket, on its delegate queue.
+/// Gets the events of a socket, on its delegate queue.
 ///
 /// While a call is under way it is kept alive, so the last hold on it may end on
 /// the delegate queue: a delegate that owns its queue must not end that queue
@@ -23,14 +22,11 @@ class GCDAsyncUdpSocketDelegate {
   virtual ~GCDAsyncUdpSocketDelegate() = default;
 
   /// A datagram that passed the filter; never empty, at most
-  /// UDPNetwork::kLargestDatagram bytes, gone after the call. `filterContext` is
-  /// what the filter left there.
+  /// UDPNetwork::kLargestDatagram bytes, gone after the call.
   virtual void udpSocketDidReceiveData(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                        std::span<const std::uint8_t> data,
-                                       const SocketAddress& address,
-                                       const std::any& filterContext) {
-    static_cast<void>(socket), static_cast<void>(data);
-    static_cast<void>(address), static_cast<void>(filterContext);
+                                       const SocketAddress& address) {
+    static_cast<void>(socket), static_cast<void>(data), static_cast<void>(address);
   }
 
   /// The destination stands.
@@ -45,7 +41,15 @@ class GCDAsyncUdpSocketDelegate {
     static_cast<void>(socket), static_cast<void>(error);
   }
 
-  /// The system did not take a datagram.
+  /// Whether to call udpSocketDidSendDataWithTag, which costs a job for each datagram.
+  virtual bool offersDidSend() const { return false; }
+
+  /// The system has taken the datagram.
+  virtual void udpSocketDidSendDataWithTag(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
+                                           std::int64_t tag) {
+    static_cast<void>(socket), static_cast<void>(tag);
+  }
+  /// It has not.
   virtual void udpSocketDidNotSendDataWithTag(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                               std::int64_t tag,
                                               const GCDAsyncUdpSocketError& error) {

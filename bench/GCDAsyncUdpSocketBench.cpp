@@ -83,8 +83,7 @@ Result flood(std::uint16_t port, double seconds) {
 class Delegate final : public GCDAsyncUdpSocketDelegate {
  public:
   void udpSocketDidReceiveData(const std::shared_ptr<GCDAsyncUdpSocket>&,
-                               std::span<const std::uint8_t> data, const SocketAddress&,
-                               const std::any&) override {
+                               std::span<const std::uint8_t> data, const SocketAddress&) override {
     take(data.data(), data.size());
   }
 };
@@ -95,10 +94,10 @@ Result runSocket(double seconds) {
   const auto delegate = std::make_shared<Delegate>();
   const auto socket = GCDAsyncUdpSocket::initWithDelegate(delegate, &queue);
   socket->setReceiveFilter(
-      [](std::span<const std::uint8_t>, const SocketAddress& from, std::any&) {
+      [](std::span<const std::uint8_t>, const SocketAddress& from) {
         return GCDAsyncUdpSocket::hostFromAddress(from) == "127.0.0.1";
       },
-      &queue, false);
+      &queue);
   GCDAsyncUdpSocketError error;
   if (!socket->bindToPort(0, &error) || !socket->beginReceiving(&error)) {
     std::fprintf(stderr, "%s\n", error.description().c_str());

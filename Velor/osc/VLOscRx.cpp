@@ -107,12 +107,11 @@ std::shared_ptr<VLOscRx> VLOscRx::initWithDelegate(
   std::shared_ptr<VLOscRx> rx(new VLOscRx(delegate));
   rx->mSocket = GCDAsyncUdpSocket::initWithDelegate(rx, rx->mWorkQueue.get());
   rx->mSocket->setReceiveFilter(
-      [filter = rx->mDelegate](std::span<const std::uint8_t>, const SocketAddress& from,
-                               std::any&) {
+      [filter = rx->mDelegate](std::span<const std::uint8_t>, const SocketAddress& from) {
         const auto strong = filter.lock();
         return strong != nullptr && strong->allowFromHost(GCDAsyncUdpSocket::hostFromAddress(from));
       },
-      rx->mWorkQueue.get(), false);
+      rx->mWorkQueue.get());
   return rx;
 }
 
@@ -162,7 +161,7 @@ std::optional<std::string> VLOscRx::urlString() const {
 
 void VLOscRx::udpSocketDidReceiveData(const std::shared_ptr<GCDAsyncUdpSocket>&,
                                       std::span<const std::uint8_t> data,
-                                      const SocketAddress& address, const std::any&) {
+                                      const SocketAddress& address) {
   oscpkt::OscPacketReader reader(data.data(), data.size());
   while (const Message* const message = reader.popMessage()) {
     float value = 0;

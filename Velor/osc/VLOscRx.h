@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <any>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -63,8 +62,8 @@ class VLOscRx final : public GCDAsyncUdpSocketDelegate,
   std::optional<std::string> urlString() const;
 
   void udpSocketDidReceiveData(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
-                               std::span<const std::uint8_t> data, const SocketAddress& address,
-                               const std::any& filterContext) override;
+                               std::span<const std::uint8_t> data,
+                               const SocketAddress& address) override;
 
  private:
   explicit VLOscRx(const std::shared_ptr<VLOScRxDelegate>& delegate);

@@ -213,9 +213,8 @@ TEST_F(GCDAsyncUdpSocketTest, ABroadcastReachesEveryoneWhenEnabledAndNobodyElse)
 
 TEST_F(GCDAsyncUdpSocketTest, AFilterNeedsAQueue) {
   UDPEnd end;
-  EXPECT_DEATH(
-      end.socket->setReceiveFilter([](auto, const auto&, auto&) { return true; }, nullptr, false),
-      "Must provide a dispatch_queue in which to run the filter block.");
+  EXPECT_DEATH(end.socket->setReceiveFilter([](auto, const auto&) { return true; }, nullptr),
+               "Must provide a dispatch_queue in which to run the filter block.");
 }
 
 }  // namespace

@@ -12,7 +12,6 @@
 
 #include "CocoaAsyncSocket/GCDAsyncUdpSocket.h"
 #include "CocoaAsyncSocket/GCDAsyncUdpSocketDelegate.h"
-#include "CocoaAsyncSocket/GCDAsyncUdpSocketSendDelegate.h"
 #include "platform/host/Host.h"
 
 namespace velor {
@@ -23,8 +22,10 @@ inline std::vector<std::uint8_t> bytesOf(const std::string& text) {
 
 /// Notes what a socket tells, one line each: "data TEXT", "connected HOST",
 /// "not connected TEXT", "closed", "closed TEXT", "sent TAG", "not sent TAG TEXT".
-class UDPListener final : public GCDAsyncUdpSocketDelegate, public GCDAsyncUdpSocketSendDelegate {
+class UDPListener final : public GCDAsyncUdpSocketDelegate {
  public:
+  bool offersDidSend() const override { return true; }
+
   std::vector<std::string> events() const {
     const std::lock_guard lock(mMutex);
     return mEvents;
@@ -61,11 +62,11 @@ class UDPListener final : public GCDAsyncUdpSocketDelegate, public GCDAsyncUdpSo
   }
 
   /// Called at every datagram, on the delegate's queue.
-  std::function<void(const std::string& data, const std::any& context)> onData;
+  std::function<void(const std::string& data)> onData;
 
   void udpSocketDidReceiveData(const std::shared_ptr<GCDAsyncUdpSocket>&,
-                               std::span<const std::uint8_t> data, const SocketAddress& address,
-                               const std::any& context) override {
+                               std::span<const std::uint8_t> data,
+                               const SocketAddress& address) override {
     const std::string text(data.begin(), data.end());
     {
       const std::lock_guard lock(mMutex);
@@ -73,7 +74,7 @@ class UDPListener final : public GCDAsyncUdpSocketDelegate, public GCDAsyncUdpSo
       mLastSize = data.size();
     }
     if (onData) {
-      onData(text, context);
+      onData(text);
     }
     note("data " + text.substr(0, 40));
   }
