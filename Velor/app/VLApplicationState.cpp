@@ -157,7 +157,7 @@ bool VLApplicationState::decode(store::KeyedUnarchiver& coder) {
     mError = error.what();
   } catch (...) {
     mApp.undoManager().removeAllActions();
-    mError = "it cannot be taken over";
+    mError = "it cannot be loaded";
     return false;
   }
   if (!isWhole) {
@@ -173,7 +173,7 @@ void VLApplicationState::decodeClock(store::KeyedUnarchiver& coder) {
   VLClock& clock = mApp.clock();
   const auto format = static_cast<std::uint32_t>(coder.decodeInt32(Keys::kFormat).value_or(0));
   if (!ltc_is_valid_type(format)) {
-    warn(coder, Keys::kFormat, std::to_string(format) + " is no format");
+    warn(coder, Keys::kFormat, std::to_string(format) + " is not a format");
   }
   clock.setSmpteFormat(format);
   ltc_set_exact_drop(coder.decodeBool(Keys::kExactDrop).value_or(false));
@@ -187,7 +187,7 @@ void VLApplicationState::decodeClock(store::KeyedUnarchiver& coder) {
 
   const auto time = KVSMPTETime::smpteTimeWithTime(decodeTime(coder, Keys::kTime));
   if (!ltc_is_valid_type(time->type())) {
-    throw store::KeyedArchiveError(coder.pathOf(Keys::kTime), "its format is none");
+    throw store::KeyedArchiveError(coder.pathOf(Keys::kTime), "it has no format");
   }
   time->setType(clock.smpteFormat());
   mApp.setCurrentTime(time);
@@ -199,7 +199,7 @@ void VLApplicationState::decodeClock(store::KeyedUnarchiver& coder) {
   } else {
     const double rate = coder.decodeDouble(Keys::kPlayRate).value_or(0);
     if (rate != 0 && !(rate >= kLeastPlayRate && rate <= kMostPlayRate)) {
-      throw store::KeyedArchiveError(coder.pathOf(Keys::kPlayRate), "it is no rate");
+      throw store::KeyedArchiveError(coder.pathOf(Keys::kPlayRate), "it is not a rate");
     }
     clock.setPlayRate(rate != 0 ? rate : 1.0);
   }
@@ -210,7 +210,7 @@ void VLApplicationState::decodePlayMode(store::KeyedUnarchiver& coder) {
   const std::uint64_t playMode = stored != 0 ? stored : VLPlayModeNormal;
   if (std::none_of(kVLPlayModes.begin(), kVLPlayModes.end(),
                    [playMode](const auto& row) { return row.playMode == playMode; })) {
-    warn(coder, Keys::kPlayMode, std::to_string(playMode) + " is no play mode");
+    warn(coder, Keys::kPlayMode, std::to_string(playMode) + " is not a play mode");
   }
   mApp.clock().setPlayMode(playMode);
 }

@@ -38,7 +38,7 @@ Device deviceNamed(const std::string& name, audio::AudioObjectPropertyScope scop
   }
   error = found.empty() ? std::string("no audio device with ") + (isInput ? "inputs" : "outputs") +
                               " is named '" + name + "'; there are:"
-                        : "several audio devices are named '" + name + "', use a UID:";
+                        : "several audio devices are named '" + name + "'; use a UID:";
   const char* separator = " ";
   for (const Device& device : found.empty() ? devices : found) {
     error += separator;

@@ -259,7 +259,7 @@ VLDecodeSummary VLDecodeFile(audio::SoundFileReader& reader, int channel,
                              const std::function<void(double part)>& progress, std::string& error) {
   Reading reading(reader.sampleRate(), frame);
   if (!reading.isThere()) {
-    error = "there is no memory left";
+    error = "out of memory";
     return {};
   }
   const auto channels = static_cast<std::size_t>(reader.channels());

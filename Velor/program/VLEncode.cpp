@@ -128,7 +128,7 @@ std::string VLEncodeFile(const VLEncodeOptions& options,
   const std::int64_t length = VLEncodeLength(options);
   Signal signal(options);
   if (!signal.isThere()) {
-    return "there is no memory left";
+    return "out of memory";
   }
   audio::SoundFileWriter writer(options.file, options.sound, length);
   if (!writer.error().empty()) {

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/program/VLHeadless.h"
 
+#include <any>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Velor/app/VLAppDelegate.h"
@@ -35,13 +38,13 @@ namespace {
 
 constexpr int kFailureStatus = 1;
 constexpr int kUsageStatus = 2;
-// Quarter frames are scheduled up to 16 ahead: after a stop the last block runs out
-// to its end before the ports close, so that receivers are not left with half of it.
+// Quarter frames are scheduled up to 16 ahead. The ports stay open until the last block
+// has gone out, so that no receiver is left with half of it.
 constexpr std::uint64_t kRunOut = 300'000'000;
 // The first of several ports that are chosen, or return, starts a loop check, which takes
 // 100 ms and swallows the requests of the others. It is over by then; check again.
 constexpr std::uint64_t kLoopCheckDelay = 250'000'000;
-constexpr std::uint64_t kLookInterval = 500'000'000;
+constexpr std::uint64_t kLookInterval = 500'000'000;  // for missing ports and channels
 
 // The signals end the main loop, as a quit does.
 class StopSignals {
@@ -53,7 +56,7 @@ class StopSignals {
         target->stop();
       }
     });
-    // A reader of the diagnostics that has gone is no reason to stop the clock.
+    // The clock goes on when the reader of stdout or stderr has gone.
     std::signal(SIGPIPE, SIG_IGN);
   }
   ~StopSignals() { sQueue.store(nullptr); }
@@ -64,14 +67,6 @@ class StopSignals {
   inline static std::atomic<host::MainQueue*> sQueue{nullptr};
 };
 
-int list(KVMIDICore& core) {
-  std::printf("MIDI: %s\nSources\n%sDestinations\n%s", midi::service().serverDescription().c_str(),
-              VLEndpointList(core.sources()).c_str(), VLEndpointList(core.destinations()).c_str());
-  std::printf("Audio: %s\nDevices\n%s", audio::service().serverDescription().c_str(),
-              VLAudioDeviceList(KAHALAudioSystem::defaultSystem()).c_str());
-  return VLStandardOutput::end(0);
-}
-
 int fail(int status, const std::string& error) {
   std::fprintf(stderr, "velor: %s\n", store::printable(error).c_str());
   return status;
@@ -81,51 +76,6 @@ int fail(int status, const std::string& error) {
 bool usesClock(const VLOptions& options) {
   return !options.ltcIn || options.play || options.arm || options.file || !options.mtcOut.empty() ||
          !options.ltcOut.empty() || options.osc.isWanted();
-}
-
-void checkLoopsSoon(const std::shared_ptr<VLAppDelegate>& app) {
-  host::current().mainQueue().after(kLoopCheckDelay, [weak = std::weak_ptr(app)] {
-    if (const auto strong = weak.lock()) {
-      strong->clock().doLoopDetection();
-    }
-  });
-}
-
-// Audio channels that appear announce nothing.
-void lookForMissing(const VLWantedDevices& devices, std::weak_ptr<VLAppDelegate> app,
-                    const std::function<void()>& follow) {
-  if (devices.missing().empty()) {
-    return;
-  }
-  host::current().mainQueue().after(kLookInterval, [&devices, app, &follow] {
-    if (app.lock() != nullptr) {
-      follow();
-      lookForMissing(devices, app, follow);
-    }
-  });
-}
-
-void tellOfLastRun(const VLAppDelegate& app, const VLOptions& options) {
-  if (const std::string missing = store::ApplicationFolders().missing(); !missing.empty()) {
-    std::fprintf(stderr, "velor: %s\n", missing.c_str());
-  }
-  if (app.recovery().isBesideAnother() && !options.recover) {
-    std::fputs(
-        "velor: another velor runs with the same folders; the one that ends last overwrites the "
-        "other's state; set XDG_DATA_HOME, XDG_CONFIG_HOME and XDG_STATE_HOME for one of them\n",
-        stderr);
-  }
-  if (app.recovery().wasCutOff() && !options.recover) {
-    const std::string copy = app.recovery().leftBehind()->string();
-    VELOR_LOG_WARNING("the last run was cut off, its state is in %s", copy.c_str());
-    std::fprintf(
-        stderr, "velor: the last run was cut off; a start with --recover takes up its state (%s)\n",
-        store::printable(copy).c_str());
-  }
-  if (!app.lastStateError().empty()) {
-    std::fprintf(stderr, "velor: what the last run left cannot be taken up whole: %s\n",
-                 store::printable(app.lastStateError()).c_str());
-  }
 }
 
 // Changes what the document holds. Raises VLUsageError when a time is not one of the
@@ -165,150 +115,327 @@ void setUp(VLAppDelegate& app, const VLOptions& options) {
   }
 }
 
-// Ends what runs, so that receivers are left with whole blocks. What could not be saved;
-// empty when all was.
-std::string quit(VLAppDelegate& app, const VLWantedDevices& devices, host::MainQueue& mainQueue) {
-  if (app.applicationShouldTerminate() == VLAppDelegate::TerminateReply::later) {
-    mainQueue.run();  // until the reply
-  }
-  app.clock().stop();
-  app.clock().disarm();
-  std::string unsaved = app.applicationWillTerminate();
-  if (const auto port = app.settings().lostOSCPort()) {
-    std::fprintf(stderr,
-                 "velor: OSC port %u could not be used; later starts receive no OSC unless "
-                 "--osc-port is given\n",
-                 unsigned{*port});
-  }
-  if (const auto reader = devices.reader()) {
-    reader->setFreewheelTime(0);
-    reader->setChannel(VLLTCReader::kNoChannel);
-  }
-  // Also after a stop of its own, which may have come just now.
-  mainQueue.after(kRunOut, [&mainQueue] { mainQueue.stop(); });
-  mainQueue.run();
-  return unsaved;
+void warn(const std::string& text) {
+  VELOR_LOG_WARNING("%s", text.c_str());
+  VLStandardError::tell(text);
 }
 
 }  // namespace
 
-int VLHeadlessRun(const VLOptions& options) {
-  // Before the services, with whose end the sockets go.
-  const VLNetworkInForce network;
-  const VLServicesInForce service;
-  KVMIDICore& core = KVMIDICore::sharedCore();
-  if (options.list) {
-    return list(core);
-  }
+// A run without a window. Destroyed in the reverse order of the fields: the application
+// before the services that it stands on.
+class VLHeadlessSession {
+ public:
+  explicit VLHeadlessSession(const VLOptions& options)
+      : mOptions(options), mMainQueue(host::current().mainQueue()) {}
 
-  // Before anything is told: who reads it may have gone.
-  host::MainQueue& mainQueue = host::current().mainQueue();
-  const StopSignals signals(mainQueue);
-  // All ports first: nothing starts when one of them is not there.
-  std::string error;
-  auto devices = VLWantedDevices::find(options, error);
-  if (!devices) {
-    return fail(kUsageStatus, error);
+  // Each step may end the run with an exit status.
+  using Ended = std::optional<int>;
+  struct Step {
+    const char* name;
+    Ended (VLHeadlessSession::*take)();
+  };
+  static const std::array<Step, 14> kSteps;
+
+ private:
+  Ended list();
+  Ended catchSignals();
+  Ended findDevices();
+  Ended launch();
+  Ended reportLastRun();
+  Ended checkDocument();
+  Ended recover();
+  Ended applyOSC();
+  Ended applyClock();
+  Ended applyDevices();
+  Ended showStatus();
+  Ended waitForPorts();
+  Ended run();
+  Ended end();
+
+  void observe();
+  void follow();
+  void lookForMissing();
+  void showReader();
+  void checkLoopsSoon();
+
+  const VLOptions& mOptions;
+  host::MainQueue& mMainQueue;
+  const VLNetworkInForce mNetwork;  // before the services, with whose end the sockets go
+  const VLServicesInForce mServices;
+  std::optional<StopSignals> mSignals;
+  std::optional<VLWantedDevices> mDevices;
+  std::shared_ptr<VLHeadlessView> mView;
+  std::shared_ptr<VLHeadlessWindow> mWindow;
+  std::shared_ptr<VLAppDelegate> mApp;
+  bool mIsApplied = false;  // before that there is nothing to follow
+  std::shared_ptr<VLLTCReaderDevice> mReader;
+  std::vector<KVObserverToken> mTokens;
+  KVObserverToken mReaderToken;
+};
+
+// The order is the reason of this table: VLHeadlessTest says what must come before what.
+constexpr std::array<VLHeadlessSession::Step, 14> VLHeadlessSession::kSteps = {{
+    {"list", &VLHeadlessSession::list},
+    {"catch signals", &VLHeadlessSession::catchSignals},
+    {"find devices", &VLHeadlessSession::findDevices},
+    {"launch", &VLHeadlessSession::launch},
+    {"report last run", &VLHeadlessSession::reportLastRun},
+    {"check document", &VLHeadlessSession::checkDocument},
+    {"recover", &VLHeadlessSession::recover},
+    {"apply OSC options", &VLHeadlessSession::applyOSC},
+    {"apply clock options", &VLHeadlessSession::applyClock},
+    {"apply devices", &VLHeadlessSession::applyDevices},
+    {"show status", &VLHeadlessSession::showStatus},
+    {"wait for ports", &VLHeadlessSession::waitForPorts},
+    {"run", &VLHeadlessSession::run},
+    {"end", &VLHeadlessSession::end},
+}};
+
+VLHeadlessSession::Ended VLHeadlessSession::list() {
+  if (!mOptions.list) {
+    return std::nullopt;
   }
-  const auto view = std::make_shared<VLHeadlessView>(*devices, usesClock(options));
-  const auto window = std::make_shared<VLHeadlessWindow>(
-      VLHeadlessWindow::Answers{options.autoFormat, options.ignoreLoops},
-      [&view](const std::string& notice) { view->showNotice(notice); });
-  const auto app = std::make_shared<VLAppDelegate>(window, view, store::ApplicationFolders());
-  const KVObserverToken missing = KVNotificationCenter::defaultCenter().addObserver(
-      KADeviceChoiceNotification, [&](const KVNotification& notification) {
-        view->showNotice(std::any_cast<std::string>(notification.object));
-        VLStandardError::tell(std::any_cast<std::string>(notification.object));
-      });
-  const KVObserverToken before = KVNotificationCenter::defaultCenter().addObserver(
-      KVMIDINotification, [&](const KVNotification&) { devices->willFollowSetup(*app); });
-  app->applicationDidFinishLaunching(options.file, options.fresh);
-  // Until the options are applied there is nothing to follow.
-  bool isApplied = false;
-  KVObserverToken input;
-  std::shared_ptr<VLLTCReaderDevice> reader;
-  const auto showReader = [&] {
-    if (const auto named = devices->reader(); named != nullptr && named != reader) {
-      reader = named;
-      reader->setDelegate(view);
-      input = reader->addObserver("audioObjectId", [&](const auto&) { devices->keepChannel(); });
-    }
-  };
-  const std::function<void()> followSetup = [&] {
-    if (!isApplied) {
-      return;
-    }
-    if (devices->follow(*app)) {
-      checkLoopsSoon(app);
-    }
-    showReader();
-  };
-  const KVObserverToken behind = KVNotificationCenter::defaultCenter().addObserver(
-      KVMIDINotification, [&](const KVNotification&) { followSetup(); });
-  const KVObserverToken stops = app->clock().addObserver("status", [&](const auto&) {
-    mainQueue.async([&, weak = std::weak_ptr(app)] {
+  const KVMIDICore& core = KVMIDICore::sharedCore();
+  std::printf("MIDI: %s\nSources\n%sDestinations\n%s", midi::service().serverDescription().c_str(),
+              VLEndpointList(core.sources()).c_str(), VLEndpointList(core.destinations()).c_str());
+  std::printf("Audio: %s\nDevices\n%s", audio::service().serverDescription().c_str(),
+              VLAudioDeviceList(KAHALAudioSystem::defaultSystem()).c_str());
+  return VLStandardOutput::end(0);
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::catchSignals() {
+  mSignals.emplace(mMainQueue);
+  return std::nullopt;
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::findDevices() {
+  std::string error;
+  mDevices = VLWantedDevices::find(mOptions, error);
+  return mDevices ? std::nullopt : Ended(fail(kUsageStatus, error));
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::launch() {
+  mView = std::make_shared<VLHeadlessView>(*mDevices, usesClock(mOptions));
+  mWindow = std::make_shared<VLHeadlessWindow>(
+      VLHeadlessWindow::Answers{mOptions.autoFormat, mOptions.ignoreLoops},
+      [this](const std::string& notice) { mView->showNotice(notice); });
+  mApp = std::make_shared<VLAppDelegate>(mWindow, mView, store::ApplicationFolders());
+  KVNotificationCenter& center = KVNotificationCenter::defaultCenter();
+  mTokens.push_back(
+      center.addObserver(KADeviceChoiceNotification, [this](const KVNotification& notification) {
+        const auto text = std::any_cast<std::string>(notification.object);
+        mView->showNotice(text);
+        VLStandardError::tell(text);
+      }));
+  // The application observes the MIDI setup as well: this comes before it, observe() after.
+  mTokens.push_back(center.addObserver(
+      KVMIDINotification, [this](const KVNotification&) { mDevices->willFollowSetup(*mApp); }));
+  mApp->applicationDidFinishLaunching(mOptions.file, mOptions.fresh);
+  observe();
+  return std::nullopt;
+}
+
+void VLHeadlessSession::observe() {
+  mTokens.push_back(KVNotificationCenter::defaultCenter().addObserver(
+      KVMIDINotification, [this](const KVNotification&) { follow(); }));
+  mTokens.push_back(mApp->clock().addObserver("status", [this](const auto&) {
+    mMainQueue.async([this, weak = std::weak_ptr(mApp)] {
       if (weak.lock() != nullptr) {
-        followSetup();
+        follow();
       }
     });
-  });
-  // Whatever ends this start: no later one tells of it.
-  tellOfLastRun(*app, options);
-  if (options.file && !app->didLoadFileAtStartup()) {
-    return fail(kFailureStatus, app->openError());
+  }));
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::reportLastRun() {
+  if (const std::string missing = store::ApplicationFolders().missing(); !missing.empty()) {
+    VLStandardError::tell(missing);
   }
-  if (!app->openError().empty()) {
-    window->presentError(app->openError());
+  const VLRecovery& recovery = mApp->recovery();
+  if (recovery.isBesideAnother() && !mOptions.recover) {
+    VLStandardError::tell(
+        "another velor runs with the same folders; the one that ends last overwrites the other's "
+        "state; set XDG_DATA_HOME, XDG_CONFIG_HOME and XDG_STATE_HOME for one of them");
   }
-  if (options.recover) {
-    if (app->recovery().isBesideAnother()) {
-      return fail(kFailureStatus, "--recover: another velor runs with the same folders; end it");
-    }
-    if (!app->recovery().leftBehind()) {
-      return fail(kUsageStatus, "--recover: no run was cut off");
-    }
-    if (!app->recover()) {
-      return fail(kFailureStatus, "--recover: " + app->state().error());
-    }
+  if (recovery.wasCutOff() && !mOptions.recover) {
+    warn("the last run was interrupted; --recover restores its state (" +
+         recovery.leftBehind()->string() + ")");
   }
-  app->waitForSettings();
-  VLOSCApply(options.osc, [window](const std::string& problem) { window->presentError(problem); });
+  if (!mApp->lastStateError().empty()) {
+    VLStandardError::tell("the state of the last run cannot be restored completely: " +
+                          mApp->lastStateError());
+  }
+  return std::nullopt;
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::checkDocument() {
+  if (mOptions.file && !mApp->didLoadFileAtStartup()) {
+    return fail(kFailureStatus, mApp->openError());
+  }
+  if (!mApp->openError().empty()) {
+    mWindow->presentError(mApp->openError());
+  }
+  return std::nullopt;
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::recover() {
+  if (!mOptions.recover) {
+    return std::nullopt;
+  }
+  if (mApp->recovery().isBesideAnother()) {
+    return fail(kFailureStatus, "--recover: another velor runs with the same folders; end it");
+  }
+  if (!mApp->recovery().leftBehind()) {
+    return fail(kUsageStatus, "--recover: there is no state of an interrupted run");
+  }
+  return mApp->recover() ? std::nullopt
+                         : Ended(fail(kFailureStatus, "--recover: " + mApp->state().error()));
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::applyOSC() {
+  mApp->waitForSettings();
+  VLOSCApply(mOptions.osc,
+             [window = mWindow](const std::string& problem) { window->presentError(problem); });
+  return std::nullopt;
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::applyClock() {
   try {
-    setUp(*app, options);
+    setUp(*mApp, mOptions);
   } catch (const VLUsageError& wrong) {
     return fail(kUsageStatus, wrong.what());
   }
-  if (options.arm && !options.syncSource && app->syncSource() == nullptr) {
-    return fail(kUsageStatus, "--arm: no sync source is there; --sync-source names one");
+  if (mOptions.arm && !mOptions.syncSource && mApp->syncSource() == nullptr) {
+    return fail(kUsageStatus, "--arm needs a sync source; name one with --sync-source");
   }
+  return std::nullopt;
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::applyDevices() {
   if (!midi::service().isConnected()) {
-    std::fputs("velor: no MIDI server is running; MIDI stays in process until one appears\n",
-               stderr);
+    VLStandardError::tell("no JACK or PipeWire server; MIDI stays internal until one starts");
   }
-  if (!devices->apply(*app, error)) {
+  std::string error;
+  if (!mDevices->apply(*mApp, error)) {
     return fail(kUsageStatus, error);
   }
-  isApplied = true;
+  mIsApplied = true;
   showReader();
-  for (const std::string& problem : devices->missing()) {
-    window->presentError(problem + "; waiting for it");
+  for (const std::string& problem : mDevices->missing()) {
+    mWindow->presentError(problem + "; waiting for it");
   }
-  lookForMissing(*devices, app, followSetup);
-  view->begin();
-  // The first block must not come before the ports are open.
+  lookForMissing();
+  return std::nullopt;
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::showStatus() {
+  mView->begin();
+  return std::nullopt;
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::waitForPorts() {
   midi::service().waitUntilSettled();
-  if (app->syncSource() != nullptr) {
-    checkLoopsSoon(app);
+  if (mApp->syncSource() != nullptr) {
+    checkLoopsSoon();
   }
-  if (options.arm && app->syncSource() != nullptr) {
-    app->clock().arm();
+  return std::nullopt;
+}
+
+VLHeadlessSession::Ended VLHeadlessSession::run() {
+  if (mOptions.arm && mApp->syncSource() != nullptr) {
+    mApp->clock().arm();
   }
-  if (options.play) {
-    app->play();
+  if (mOptions.play) {
+    mApp->play();
   }
-  mainQueue.run();
-  const std::string unsaved = quit(*app, *devices, mainQueue);
+  mMainQueue.run();
+  return std::nullopt;
+}
+
+// Ends what runs, so that receivers are left with whole blocks.
+VLHeadlessSession::Ended VLHeadlessSession::end() {
+  if (mApp->applicationShouldTerminate() == VLAppDelegate::TerminateReply::later) {
+    mMainQueue.run();  // until the reply
+  }
+  mApp->clock().stop();
+  mApp->clock().disarm();
+  const std::string unsaved = mApp->applicationWillTerminate();
+  if (const auto port = mApp->settings().lostOSCPort()) {
+    VLStandardError::tell("OSC port " + std::to_string(*port) +
+                          " could not be used; later starts receive no OSC unless --osc-port is "
+                          "given");
+  }
+  if (const auto reader = mDevices->reader()) {
+    reader->setFreewheelTime(0);
+    reader->setChannel(VLLTCReader::kNoChannel);
+  }
+  // Also after a stop of its own, which may have come just now.
+  mMainQueue.after(kRunOut, [this] { mMainQueue.stop(); });
+  mMainQueue.run();
   return unsaved.empty() ? 0 : fail(kFailureStatus, unsaved);
+}
+
+// --- while it runs ---
+
+void VLHeadlessSession::follow() {
+  if (!mIsApplied) {
+    return;
+  }
+  if (mDevices->follow(*mApp)) {
+    checkLoopsSoon();
+  }
+  showReader();
+}
+
+// Channels that a device gains are not announced.
+void VLHeadlessSession::lookForMissing() {
+  if (mDevices->missing().empty()) {
+    return;
+  }
+  mMainQueue.after(kLookInterval, [this, weak = std::weak_ptr(mApp)] {
+    if (weak.lock() != nullptr) {
+      follow();
+      lookForMissing();
+    }
+  });
+}
+
+void VLHeadlessSession::showReader() {
+  const auto reader = mDevices->reader();
+  if (reader == nullptr || reader == mReader) {
+    return;
+  }
+  mReader = reader;
+  mReader->setDelegate(mView);
+  mReaderToken =
+      mReader->addObserver("audioObjectId", [this](const auto&) { mDevices->keepChannel(); });
+}
+
+void VLHeadlessSession::checkLoopsSoon() {
+  mMainQueue.after(kLoopCheckDelay, [weak = std::weak_ptr(mApp)] {
+    if (const auto app = weak.lock()) {
+      app->clock().doLoopDetection();
+    }
+  });
+}
+
+std::vector<std::string> VLHeadlessSteps() {
+  std::vector<std::string> names;
+  for (const VLHeadlessSession::Step& step : VLHeadlessSession::kSteps) {
+    names.emplace_back(step.name);
+  }
+  return names;
+}
+
+int VLHeadlessRun(const VLOptions& options) {
+  VLHeadlessSession session(options);
+  for (const VLHeadlessSession::Step& step : VLHeadlessSession::kSteps) {
+    if (const auto status = (session.*step.take)()) {
+      return *status;
+    }
+  }
+  return 0;
 }
 
 }  // namespace velor

@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "Velor/program/VLOptions.h"
 
 namespace velor {
 
-/// Runs what the options ask for without a window, until SIGINT, SIGTERM or
-/// SIGHUP. Gives the exit status: 0 done, 1 failed, 2 a port or a host that does not exist.
-/// Main thread; a host must be in force.
+/// Runs without a window until SIGINT, SIGTERM or SIGHUP. Returns the exit status: 0 done,
+/// 1 failed, 2 used wrongly. Main thread; a host must be in force.
 int VLHeadlessRun(const VLOptions& options);
+
+/// The names of its steps, in the order in which it takes them.
+std::vector<std::string> VLHeadlessSteps();
 
 }  // namespace velor

@@ -9,26 +9,31 @@
 
 namespace velor {
 
-bool VLHeadlessWindow::answerTo(VLAlert::Kind kind) const {
-  switch (kind) {
+VLHeadlessWindow::Decision VLHeadlessWindow::decide(const VLAlert& alert) const {
+  switch (alert.kind) {
     case VLAlert::Kind::wrongFormat:
-      return mAnswers.takesFormat;
+      return mAnswers.takesFormat
+                 ? Decision{true, "MTC at " + alert.subject + ": changed the clock's format", ""}
+                 : Decision{false, "MTC at " + alert.subject + ": disarmed the clock",
+                            "; --auto-format changes its format instead"};
     case VLAlert::Kind::mtcLoop:
-      return !mAnswers.ignoresLoops;
+      return mAnswers.ignoresLoops
+                 ? Decision{false, "MTC loop " + alert.subject + ": still sending", ""}
+                 : Decision{true, "MTC loop " + alert.subject + ": switched the destination off",
+                            "; --ignore-loops keeps it on"};
     case VLAlert::Kind::devicesAreRunning:
-      return true;  // who sends a signal to end wants the end
+      break;  // a signal to end is meant
   }
-  return false;
+  return {true, "stopping; timecode was running", ""};
 }
 
 void VLHeadlessWindow::presentAlert(const VLAlert& alert, VLAlert::Answer answer) {
-  const bool isDefault = answerTo(alert.kind);
-  const std::string& button = isDefault ? alert.defaultButton : alert.otherButton;
-  VELOR_LOG_WARNING("%s %s: %s", alert.title.c_str(), alert.message.c_str(), button.c_str());
-  const std::string subject = alert.subject.empty() ? "" : " " + alert.subject;
-  mNotice(alert.title + subject + ": " + button);
-  VLStandardError::tell(alert.message + ": " + button);
-  host::current().mainQueue().async([answer = std::move(answer), isDefault] { answer(isDefault); });
+  const Decision decision = decide(alert);
+  VELOR_LOG_WARNING("%s%s", decision.text.c_str(), decision.advice);
+  mNotice(decision.text);
+  VLStandardError::tell(decision.text + decision.advice);
+  host::current().mainQueue().async(
+      [answer = std::move(answer), isDefault = decision.isDefault] { answer(isDefault); });
 }
 
 void VLHeadlessWindow::presentError(const std::string& text) {

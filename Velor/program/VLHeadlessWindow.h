@@ -9,8 +9,8 @@
 
 namespace velor {
 
-/// Stands for the window where there is nobody to answer: each question gets the
-/// answer by which no cue is lost, and the log and standard error tell of it.
+/// Stands in for the window and answers its questions: as the options say, else so that no
+/// cue is lost. Reports each answer in the status line, on standard error and in the log.
 class VLHeadlessWindow final : public VLMainWindowOutlet {
  public:
   struct Answers {
@@ -26,14 +26,19 @@ class VLHeadlessWindow final : public VLMainWindowOutlet {
   /// The answer comes by the main queue.
   void presentAlert(const VLAlert& alert, VLAlert::Answer answer) override;
   void presentError(const std::string& text) override;
-  // There is nobody to choose a file.
+  // Without a window no file is chosen.
   void beginSavePanel(std::string_view /*fileType*/, FileChosen /*chosen*/) override {}
   void beginOpenPanel(std::string_view /*fileType*/, FileChosen /*chosen*/) override {}
   /// Ends the main loop.
   void replyToApplicationShouldTerminate(bool terminate) override;
 
  private:
-  bool answerTo(VLAlert::Kind kind) const;
+  struct Decision {
+    bool isDefault;      // the answer
+    std::string text;    // what was done
+    const char* advice;  // the option that decides otherwise
+  };
+  Decision decide(const VLAlert& alert) const;
 
   const Answers mAnswers;
   const Notice mNotice;

@@ -218,7 +218,7 @@ struct Generator final : StandsFor<Generator, KVLTCGenerator> {
       const double level = coder.decodeDouble(KVLTCGenerator::kLevelKey).value_or(0);
       if (!(level >= 0 && level <= 1)) {
         findings.add(coder.pathOf(KVLTCGenerator::kLevelKey),
-                     line("%g is no level from 0 to 1", level));
+                     line("%g is not a level from 0 to 1", level));
       }
       details.add("level " + KVDecibelTransformer::transformedValue(level));
     });
@@ -282,7 +282,7 @@ struct Reader final : StandsFor<Reader, VLLTCReader> {
       const auto channel = coder.decodeInt64(VLLTCReader::kChannelKey).value_or(0);
       if (channel < 0 || channel > VLLTCReader::kNoChannel) {
         findings.add(coder.pathOf(VLLTCReader::kChannelKey),
-                     line("%" PRId64 " is no channel", channel));
+                     line("%" PRId64 " is not a channel", channel));
       }
       details.add(channel == VLLTCReader::kNoChannel
                       ? "no channel"
@@ -361,8 +361,8 @@ class Inspecting {
       return;
     }
     if (time.mType != mFormat) {
-      mFindings.add(path, std::string("it is of format ") + VLFormatName(time.mType) +
-                              ", the document is of " + VLFormatName(mFormat));
+      mFindings.add(path, std::string("its format is ") + VLFormatName(time.mType) +
+                              ", that of the document " + VLFormatName(mFormat));
     }
     SMPTETime normal = time;
     ltc_normalize(normal);
@@ -387,10 +387,10 @@ class Inspecting {
   void readClock() {
     const std::string version =
         value(&KeyedUnarchiver::decodeString, Keys::kVersion, std::string());
-    tell("Written by", version.empty() ? "not known" : "velor " + store::printable(version));
+    tell("Written by", version.empty() ? "unknown" : "velor " + store::printable(version));
     mFormat = static_cast<std::uint32_t>(value(&KeyedUnarchiver::decodeInt32, Keys::kFormat, 0));
     if (!ltc_is_valid_type(mFormat)) {
-      mFindings.add(std::string(Keys::kFormat), std::to_string(mFormat) + " is no format");
+      mFindings.add(std::string(Keys::kFormat), std::to_string(mFormat) + " is not a format");
     }
     tell("Format", VLFormatName(mFormat));
     if (value(&KeyedUnarchiver::decodeBool, Keys::kExactDrop, false)) {
@@ -429,14 +429,14 @@ class Inspecting {
           return each.playMode == (mode != 0 ? static_cast<std::uint64_t>(mode) : VLPlayModeNormal);
         });
     if (row == kVLPlayModes.end()) {
-      mFindings.add(std::string(Keys::kPlayMode), std::to_string(mode) + " is no play mode");
+      mFindings.add(std::string(Keys::kPlayMode), std::to_string(mode) + " is not a play mode");
     }
     tell("Play mode", row != kVLPlayModes.end() ? std::string(row->title) : "?");
 
     const double rate = value(&KeyedUnarchiver::decodeDouble, Keys::kPlayRate, 0.0);
     if (!(rate >= VLApplicationState::kLeastPlayRate &&
           rate <= VLApplicationState::kMostPlayRate)) {
-      mFindings.add(std::string(Keys::kPlayRate), line("%g is no rate", rate));
+      mFindings.add(std::string(Keys::kPlayRate), line("%g is not a rate", rate));
     }
     tell("Rate", line("%+.3f %%", (rate - 1) * 100));
 
@@ -515,7 +515,7 @@ class Inspecting {
   void readRest() {
     mFindings.addUnknown(mCoder);
     for (const std::string& path : mFindings.unknown()) {
-      tell("Not known", store::printable(path) + " (is kept)");
+      tell("Unknown", store::printable(path) + " (kept)");
     }
   }
 

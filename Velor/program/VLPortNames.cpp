@@ -45,7 +45,7 @@ std::shared_ptr<KVMIDIEndpoint> VLEndpointNamed(const std::string& name,
       return found.front();
     }
     if (!found.empty()) {
-      error = std::string("several MIDI ") + kind + "s are named '" + name + "', use an id:";
+      error = std::string("several MIDI ") + kind + "s are named '" + name + "'; use an id:";
       for (const auto& endpoint : found) {
         error += " " + std::to_string(endpoint->uniqueID()) + " (" + serverPortOf(*endpoint) + ")";
       }

@@ -10,7 +10,7 @@ struct VLStandardOutput {
   /// Whether it has taken all of that, which is only known at the end: a full disk, a
   /// reader that has gone.
   static bool hasTaken() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
-  static constexpr const char* kRefusal = "standard output did not take the text";
+  static constexpr const char* kRefusal = "cannot write to standard output";
   /// The exit status: the one given, or 1 when it has not, which is told then.
   static int end(int status) {
     if (hasTaken()) {

@@ -79,7 +79,7 @@ std::string clockText(const VLStatus& status) {
     separator = ", ";
   }
   if (status.destinations.empty()) {
-    text.append(status.ltc.empty() ? "nobody" : "LTC alone");
+    text.append(status.ltc.empty() ? "no destination" : "LTC only");
   }
   separator = "  LTC: ";
   for (const VLLTCOutput& output : status.ltc) {

@@ -486,7 +486,7 @@ void JackClient::serverWent() {
     if (mClient == nullptr || session != mSession.load()) {
       return;  // told twice, or closed meanwhile
     }
-    VELOR_LOG_WARNING("the JACK server went away; it is taken up again when it returns");
+    VELOR_LOG_WARNING("lost the JACK server; will reconnect");
     closeClient();
     mToldMissing = true;
     retryLater();

@@ -146,8 +146,8 @@ TEST_F(VLApplicationStateTest, WhatAFileDoesNotSayStaysNoFormatIs24AndOneThatIsN
   EXPECT_TRUE(load(document)) << app().state().error();
   EXPECT_EQ(now(), "00:00:01:00");
   EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType24);
-  EXPECT_TRUE(mLog.has("tc.type: 99 is no format"));
-  EXPECT_TRUE(mLog.has("playbackMode: 1717986918 is no play mode"));
+  EXPECT_TRUE(mLog.has("tc.type: 99 is not a format"));
+  EXPECT_TRUE(mLog.has("playbackMode: 1717986918 is not a play mode"));
 }
 
 TEST_F(VLApplicationStateTest, APointThatIsANumberLeftOutDoesNotKeepADocumentFromOpening) {

@@ -50,7 +50,7 @@ TEST_F(VLInspectTest, AWholeDocumentIsToldWithoutAProblemAndNothingInItIsUnknown
         "    off  MIDI endpoint \"lamp\" ["}) {
     EXPECT_NE(found.text.find(part), std::string::npos) << part << "\n" << found.text;
   }
-  EXPECT_EQ(found.text.find("Not known"), std::string::npos) << found.text;
+  EXPECT_EQ(found.text.find("Unknown"), std::string::npos) << found.text;
 }
 
 TEST_F(VLInspectTest, EachFaultIsToldByItsPlaceAndTheRestIsStillTold) {
@@ -60,14 +60,14 @@ TEST_F(VLInspectTest, EachFaultIsToldByItsPlaceAndTheRestIsStillTold) {
   };
   const Case cases[] = {
       {[](Json& d) { d["offset"] = block(1, 1, 1); },
-       "offset: it is of format 25, the document is of 30"},
+       "offset: its format is 25, that of the document 30"},
       {[](Json& d) { d["time"] = block(3, 0, 1); }, "time: no valid time"},
       {[](Json& d) { d["time"] = block(3, 1, 1, 30); },
        "time: no time of its format, it would be 01:00:01:00"},
       {[](Json& d) { d["stoptime"] = 5; }, "stoptime: expected a byte block, found the number 5"},
       {[](Json& d) { d["loopEnd"] = d["time"]; }, "loopEnd: it is before the start of the loop"},
-      {[](Json& d) { d["playbackMode"] = 7; }, "playbackMode: 7 is no play mode"},
-      {[](Json& d) { d["playbackRate"] = 1e-310; }, "playbackRate: 1e-310 is no rate"},
+      {[](Json& d) { d["playbackMode"] = 7; }, "playbackMode: 7 is not a play mode"},
+      {[](Json& d) { d["playbackRate"] = 1e-310; }, "playbackRate: 1e-310 is not a rate"},
       {[](Json& d) { d["prerollTime"] = -1; }, "prerollTime: -1 is out of range (0 to 60)"},
       {[](Json& d) { d["preroll"] = "on"; }, "preroll: expected a bool, found a string"},
       {[](Json& d) { d["markers"][3]["time"] = nullptr; }, "markers[3].time: no valid time"},
@@ -80,11 +80,11 @@ TEST_F(VLInspectTest, EachFaultIsToldByItsPlaceAndTheRestIsStillTold) {
       {[](Json& d) { d["selectedmarkerIndexes"] = "1 5"; },
        "selectedmarkerIndexes: \"1 5\" are no indexes of these markers"},
       {[](Json& d) { d["devices.manager"][0]["generator"]["level"] = 1.5; },
-       "devices.manager[0].generator.level: 1.5 is no level from 0 to 1"},
+       "devices.manager[0].generator.level: 1.5 is not a level from 0 to 1"},
       {[](Json& d) { d["devices.manager"][0]["generator"]["channelMap"]["$base64"] = "AAAA"; },
        "devices.manager[0].generator.channelMap: expected entries of 4 bytes, found 3 bytes"},
       {[](Json& d) { d["devices.manager"][1]["reader"]["inputChannel"] = -1; },
-       "devices.manager[1].reader.inputChannel: -1 is no channel"},
+       "devices.manager[1].reader.inputChannel: -1 is not a channel"},
       {[](Json& d) {
          for (std::size_t i = 0; i < VLDeviceManager::kMostDevices; ++i) {
            d["devices.manager"].push_back(d["devices.manager"][0]);
@@ -127,8 +127,8 @@ TEST_F(VLInspectTest, WhatIsNotKnownIsToldAsKeptAndANameCannotMoveTheTerminal) {
   document["markers"][1]["name"] = "a\x1b[2Jb";
   const auto found = inspected(document.dump());
   EXPECT_EQ(found.problems, std::vector<std::string>{});
-  EXPECT_NE(found.text.find("Not known     markers[1].colour (is kept)\n"
-                            "Not known     later (is kept)\n"),
+  EXPECT_NE(found.text.find("Unknown       markers[1].colour (kept)\n"
+                            "Unknown       later (kept)\n"),
             std::string::npos)
       << found.text;
   EXPECT_EQ(found.text.find('\x1b'), std::string::npos);
