@@ -20,7 +20,6 @@
 #include "bench/TickErrors.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/AudioService.h"
-#include "platform/audio/builtin/AudioObjectTable.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/host/Log.h"
 #include "platform/midi/MIDIService.h"
@@ -174,7 +173,7 @@ int run(int rounds) {
   midi::setService(&midi);
   std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
   outsides.push_back(std::make_unique<audio::BuiltinAudio>());
-  auto audio = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+  auto audio = std::make_unique<audio::AudioService>(std::move(outsides));
   audio::setService(audio.get());
   SimulatedUDPNetwork network;
   setUDPNetwork(&network);

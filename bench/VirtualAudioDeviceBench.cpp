@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <memory>
+#include <span>
 #include <utility>
 #include <vector>
 
-#include "platform/audio/builtin/AudioObjectTable.h"
+#include "kva/KAHALDeviceOutputUnit.h"
+#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "sim/SimulatedHost.h"
 
@@ -17,16 +19,16 @@ namespace {
 
 constexpr std::uint64_t kSimulatedSecond = 1'000'000'000;
 
-OSStatus play(const host::RealtimeContext&, void*, AudioUnitRenderActionFlags&,
-              const AudioTimeStamp&, std::uint32_t, std::uint32_t frames, AudioBufferList* data) {
-  for (std::uint32_t i = 0; i < data->mNumberBuffers; ++i) {
-    std::fill_n(data->mBuffers[i].mData, frames, 0.5F);
+OSStatus play(const host::RealtimeContext&, void*, const AudioTimeStamp&, std::uint32_t frames,
+              std::span<float* const> channels) noexcept {
+  for (float* const channel : channels) {
+    std::fill_n(channel, frames, 0.5F);
   }
   return 0;
 }
 
-OSStatus record(const host::RealtimeContext&, void* frames, AudioUnitRenderActionFlags&,
-                const AudioTimeStamp&, std::uint32_t, std::uint32_t count, AudioBufferList*) {
+OSStatus record(const host::RealtimeContext&, void* frames, const AudioTimeStamp&,
+                std::uint32_t count, std::span<float* const>) noexcept {
   *static_cast<std::uint64_t*>(frames) += count;
   return 0;
 }
@@ -38,26 +40,20 @@ void BM_SimulatedSecondOfALoop(benchmark::State& state) {
   parameters.maxPeriod = parameters.period;
   std::vector<std::unique_ptr<AudioOutside>> outsides;
   outsides.push_back(std::make_unique<BuiltinAudio>(std::vector{parameters}));
-  AudioObjectTable audio(std::move(outsides));
+  AudioService audio(std::move(outsides));
+  setService(&audio);
 
   std::uint64_t frames = 0;
-  const AURenderCallbackStruct player{&play, nullptr};
-  const AURenderCallbackStruct recorder{&record, &frames};
-  const std::uint32_t on = 1;
-  AudioUnit unit = 0;
-  audio.AudioComponentInstanceNew(kHALOutputComponent, &unit);
-  audio.AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
-                             &player, sizeof player);
-  audio.AudioUnitSetProperty(unit, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1, &on,
-                             sizeof on);
-  audio.AudioUnitSetProperty(unit, kAudioOutputUnitProperty_SetInputCallback,
-                             kAudioUnitScope_Global, 0, &recorder, sizeof recorder);
-  audio.AudioUnitInitialize(unit);
-  audio.AudioOutputUnitStart(unit);
+  KAHALDeviceOutputUnit unit;
+  unit.setInputRenderCallback(&play, nullptr, 0);
+  unit.enableInput(true, true);
+  unit.setPropertyGlobal(KAUnitProperty::inputCallback, AURenderCallbackStruct{&record, &frames});
+  unit.initialize();
+  unit.start();
   for (auto _ : state) {
     host.advance(kSimulatedSecond);
   }
-  audio.AudioOutputUnitStop(unit);
+  unit.stop();
   state.counters["frames/s"] =
       benchmark::Counter(static_cast<double>(frames), benchmark::Counter::kIsRate);
 }

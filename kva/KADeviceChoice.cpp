@@ -23,8 +23,8 @@ KADeviceChoice::Device KADeviceChoice::find(const std::string& uid) const {
 KADeviceChoice::Device KADeviceChoice::defaultDevice() const {
   try {
     const auto& system = KAHALAudioSystem::defaultSystem();
-    return mScope == audio::kAudioObjectPropertyScopeInput ? system.defaultInputDevice()
-                                                           : system.defaultOutputDevice();
+    return mScope == audio::AudioDirection::input ? system.defaultInputDevice()
+                                                  : system.defaultOutputDevice();
   } catch (const KVException&) {
     return nullptr;
   }

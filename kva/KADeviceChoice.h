@@ -28,7 +28,7 @@ class KADeviceChoice {
 
   /// `scope`: of input or output, in which the device needs channels. `doing`: what people
   /// are told that LTC does with it, such as "plays on".
-  KADeviceChoice(audio::AudioObjectPropertyScope scope, const char* doing) noexcept
+  KADeviceChoice(audio::AudioDirection scope, const char* doing) noexcept
       : mScope(scope), mDoing(doing) {}
 
   /// By the UID, of a device that may be away; empty for none.
@@ -59,7 +59,7 @@ class KADeviceChoice {
   bool tryDevice(const Device& device, const Use& use);
   void tell();
 
-  const audio::AudioObjectPropertyScope mScope;
+  const audio::AudioDirection mScope;
   const char* const mDoing;
   std::string mChosenUID;
   std::string mUsedUID;

@@ -1,23 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kva/KAHALAudioDevice.h"
 
-#include <numeric>
-
 namespace velor {
-namespace {
-
-std::optional<std::string> nameOf(const char* method, audio::AudioObjectID object) {
-  std::string name;
-  const audio::OSStatus status = audio::service().AudioObjectGetPropertyData(
-      object, {audio::kAudioObjectPropertyName, audio::kAudioObjectPropertyScopeGlobal}, &name);
-  if (status == audio::kAudioHardwareUnknownPropertyError) {
-    return std::nullopt;
-  }
-  KACheck(method, status);
-  return name;
-}
-
-}  // namespace
 
 std::shared_ptr<KAHALAudioDevice> KAHALAudioDevice::initWithAudioObjectID(
     audio::AudioObjectID objectID) {
@@ -25,54 +9,49 @@ std::shared_ptr<KAHALAudioDevice> KAHALAudioDevice::initWithAudioObjectID(
                                                 : std::make_shared<KAHALAudioDevice>(objectID);
 }
 
+audio::AudioDeviceDescription KAHALAudioDevice::description(const char* method) const {
+  const audio::AudioService& service = audio::service();
+  KACheck(method, service.isPresent(objectID()) ? 0 : audio::kAudioHardwareBadObjectError);
+  return *service.description(objectID());
+}
+
 std::optional<std::string> KAHALAudioDevice::name() const {
-  return nameOf("-[KAHALAudioDevice name]", objectID());
+  auto description = this->description("KAHALAudioDevice::name");
+  return description.name.empty() ? std::nullopt : std::optional(std::move(description.name));
 }
 
 std::string KAHALAudioDevice::deviceUID() const {
-  return property<std::string>("-[KAHALAudioDevice deviceUID]",
-                               audio::kAudioDevicePropertyDeviceUID);
+  return description("KAHALAudioDevice::deviceUID").uid;
 }
 
 double KAHALAudioDevice::nominalSampleRate() const {
-  return property<double>("-[KAHALAudioDevice nominalSampleRate]",
-                          audio::kAudioDevicePropertyNominalSampleRate);
+  return description("KAHALAudioDevice::nominalSampleRate").sampleRate;
 }
 
-std::uint32_t KAHALAudioDevice::numChannelsInScope(audio::AudioObjectPropertyScope scope) const {
-  const auto channels =
-      property<std::vector<std::uint32_t>>("-[KAHALAudioDevice numChannelsInScope:]",
-                                           audio::kAudioDevicePropertyStreamConfiguration, scope);
-  return std::accumulate(channels.begin(), channels.end(), std::uint32_t{0});
+std::uint32_t KAHALAudioDevice::numChannelsInScope(audio::AudioDirection scope) const {
+  return description("KAHALAudioDevice::numChannelsInScope").channels(scope);
 }
 
-std::vector<std::string> KAHALAudioDevice::channelNamesInScope(
-    audio::AudioObjectPropertyScope scope) const {
-  return channelNames("-[KAHALAudioDevice channelNamesInScope:]", scope, true);
+std::vector<std::string> KAHALAudioDevice::channelNamesInScope(audio::AudioDirection scope) const {
+  return channelNames("KAHALAudioDevice::channelNamesInScope", scope, true);
 }
 
-std::vector<std::string> KAHALAudioDevice::portNamesInScope(
-    audio::AudioObjectPropertyScope scope) const {
-  return channelNames("-[KAHALAudioDevice portNamesInScope:]", scope, false);
+std::vector<std::string> KAHALAudioDevice::portNamesInScope(audio::AudioDirection scope) const {
+  return channelNames("KAHALAudioDevice::portNamesInScope", scope, false);
 }
 
 std::vector<std::string> KAHALAudioDevice::channelNames(const char* method,
-                                                        audio::AudioObjectPropertyScope scope,
+                                                        audio::AudioDirection scope,
                                                         bool numbersSingleChannels) const {
-  const auto streams =
-      property<std::vector<std::uint32_t>>(method, audio::kAudioDevicePropertyStreams, scope);
-  const auto channels = property<std::vector<std::uint32_t>>(
-      method, audio::kAudioDevicePropertyStreamConfiguration, scope);
+  const audio::AudioDeviceDescription device = description(method);
   std::vector<std::string> names;
-  // They are asked for one after the other, and the device may change between.
-  for (std::size_t i = 0; i < streams.size() && i < channels.size(); ++i) {
-    auto stream = nameOf(method, streams[i]);
-    if (stream && channels[i] == 1 && !numbersSingleChannels) {
-      names.push_back(std::move(*stream));
+  for (const auto& stream : device.side(scope).streams) {
+    if (!stream.name.empty() && stream.channels == 1 && !numbersSingleChannels) {
+      names.push_back(stream.name);
       continue;
     }
-    const std::string base = stream ? std::move(*stream) : name().value_or("");
-    for (std::uint32_t channel = 1; channel <= channels[i]; ++channel) {
+    const std::string& base = stream.name.empty() ? device.name : stream.name;
+    for (std::uint32_t channel = 1; channel <= stream.channels; ++channel) {
       names.push_back(base + " " + std::to_string(channel));
     }
   }

@@ -27,18 +27,18 @@ class KAHALAudioDevice final : public KAHALAudioObject {
   double nominalSampleRate() const;
 
   std::uint32_t numInputChannels() const {
-    return numChannelsInScope(audio::kAudioObjectPropertyScopeInput);
+    return numChannelsInScope(audio::AudioDirection::input);
   }
-  /// Scopes are those of input and output.
-  std::uint32_t numChannelsInScope(audio::AudioObjectPropertyScope scope) const;
+  std::uint32_t numChannelsInScope(audio::AudioDirection scope) const;
   /// One for each channel, in the order of the channels: the name of its stream,
   /// or else of the device, and its number in the stream, from 1.
-  std::vector<std::string> channelNamesInScope(audio::AudioObjectPropertyScope scope) const;
+  std::vector<std::string> channelNamesInScope(audio::AudioDirection scope) const;
   /// The same, but a stream of one channel gives its bare name: what a server calls its port.
-  std::vector<std::string> portNamesInScope(audio::AudioObjectPropertyScope scope) const;
+  std::vector<std::string> portNamesInScope(audio::AudioDirection scope) const;
 
  private:
-  std::vector<std::string> channelNames(const char* method, audio::AudioObjectPropertyScope scope,
+  audio::AudioDeviceDescription description(const char* method) const;
+  std::vector<std::string> channelNames(const char* method, audio::AudioDirection scope,
                                         bool numbersSingleChannels) const;
 };
 

@@ -1,67 +1,53 @@
 // SPDX-License-Identifier: MIT
 #include "kva/KAHALAudioSystem.h"
 
-#include <algorithm>
-#include <array>
 #include <string_view>
 
+#include "platform/host/Host.h"
+
 namespace velor {
-namespace {
-
-struct Observed {
-  audio::AudioObjectPropertySelector selector;
-  std::string_view key;
-};
-
-constexpr std::array<Observed, 3> kObserved = {{
-    {audio::kAudioHardwarePropertyDevices, "audioDevices"},
-    {audio::kAudioHardwarePropertyDefaultInputDevice, "defaultInputDevice"},
-    {audio::kAudioHardwarePropertyDefaultOutputDevice, "defaultOutputDevice"},
-}};
-
-}  // namespace
 
 KAHALAudioSystem& KAHALAudioSystem::defaultSystem() {
   return KVShared<KAHALAudioSystem>::instance();
 }
 
-KAHALAudioSystem::KAHALAudioSystem() : KAHALAudioObject(audio::kAudioObjectSystemObject) {
-  for (const Observed& row : kObserved) {
-    KACheck("-[KAHALAudioSystem init]", audio::service().AudioObjectAddPropertyListener(
-                                            objectID(), {row.selector}, &propertyChanged, this));
-  }
+KAHALAudioSystem::KAHALAudioSystem() : KAHALAudioObject(audio::kAudioObjectUnknown) {
+  audio::service().addListener(*this);
 }
 
 KAHALAudioSystem::~KAHALAudioSystem() {
-  for (const Observed& row : kObserved) {
-    audio::service().AudioObjectRemovePropertyListener(objectID(), {row.selector}, &propertyChanged,
-                                                       this);
-  }
+  audio::service().removeListener(*this);
 }
 
-void KAHALAudioSystem::propertyChanged(audio::AudioObjectID /*object*/,
-                                       const audio::AudioObjectPropertyAddress& address,
-                                       void* refCon) {
-  auto& system = *static_cast<KAHALAudioSystem*>(refCon);
-  for (const Observed& row : kObserved) {
-    if (row.selector == address.mSelector) {
-      system.willChangeValueForKey(row.key);
-      system.didChangeValueForKey(row.key);
+void KAHALAudioSystem::deviceChanged(const audio::AudioDeviceChange& change) {
+  host::current().mainQueue().async([weak = std::weak_ptr(mSelf), change] {
+    if (const auto self = weak.lock()) {
+      (*self)->announce(change);
     }
-  }
+  });
+}
+
+void KAHALAudioSystem::announce(const audio::AudioDeviceChange& change) {
+  const auto tell = [this](bool hasChanged, std::string_view key) {
+    if (hasChanged) {
+      willChangeValueForKey(key);
+      didChangeValueForKey(key);
+    }
+  };
+  tell(change.presence, "audioDevices");
+  tell(change.defaultInput, "defaultInputDevice");
+  tell(change.defaultOutput, "defaultOutputDevice");
 }
 
 KAHALAudioSystem::Devices KAHALAudioSystem::audioDevices() const {
   Devices devices;
-  for (const audio::AudioObjectID id : property<std::vector<std::uint32_t>>(
-           "-[KAHALAudioSystem audioDevices]", audio::kAudioHardwarePropertyDevices)) {
+  for (const audio::AudioObjectID id : audio::service().devices()) {
     devices.push_back(KAHALAudioDevice::initWithAudioObjectID(id));
   }
   return devices;
 }
 
-KAHALAudioSystem::Devices KAHALAudioSystem::devicesWithChannels(
-    audio::AudioObjectPropertyScope scope) const {
+KAHALAudioSystem::Devices KAHALAudioSystem::devicesWithChannels(audio::AudioDirection scope) const {
   Devices devices = audioDevices();
   std::erase_if(devices, [scope](const auto& device) {
     try {
@@ -74,20 +60,16 @@ KAHALAudioSystem::Devices KAHALAudioSystem::devicesWithChannels(
 }
 
 KAHALAudioSystem::Devices KAHALAudioSystem::devicesWithInputs() const {
-  return devicesWithChannels(audio::kAudioObjectPropertyScopeInput);
+  return devicesWithChannels(audio::AudioDirection::input);
 }
 
 KAHALAudioSystem::Devices KAHALAudioSystem::devicesWithOutputs() const {
-  return devicesWithChannels(audio::kAudioObjectPropertyScopeOutput);
+  return devicesWithChannels(audio::AudioDirection::output);
 }
 
 std::shared_ptr<KAHALAudioDevice> KAHALAudioSystem::audioDeviceForUID(
     const std::string& uid) const {
-  std::uint32_t id = audio::kAudioObjectUnknown;
-  KACheck("-[KAHALAudioSystem audioDeviceForUID:]",
-          audio::service().AudioObjectGetPropertyData(
-              objectID(), {audio::kAudioHardwarePropertyDeviceForUID}, &id, uid));
-  return KAHALAudioDevice::initWithAudioObjectID(id);
+  return KAHALAudioDevice::initWithAudioObjectID(audio::service().deviceForUID(uid));
 }
 
 std::shared_ptr<KAHALAudioDevice> KAHALAudioSystem::audioDeviceWithObjectId(
@@ -101,13 +83,13 @@ std::shared_ptr<KAHALAudioDevice> KAHALAudioSystem::audioDeviceWithObjectId(
 }
 
 std::shared_ptr<KAHALAudioDevice> KAHALAudioSystem::defaultInputDevice() const {
-  return KAHALAudioDevice::initWithAudioObjectID(property<std::uint32_t>(
-      "-[KAHALAudioSystem defaultInputDevice]", audio::kAudioHardwarePropertyDefaultInputDevice));
+  return KAHALAudioDevice::initWithAudioObjectID(
+      audio::service().defaultDevice(audio::AudioDirection::input));
 }
 
 std::shared_ptr<KAHALAudioDevice> KAHALAudioSystem::defaultOutputDevice() const {
-  return KAHALAudioDevice::initWithAudioObjectID(property<std::uint32_t>(
-      "-[KAHALAudioSystem defaultOutputDevice]", audio::kAudioHardwarePropertyDefaultOutputDevice));
+  return KAHALAudioDevice::initWithAudioObjectID(
+      audio::service().defaultDevice(audio::AudioDirection::output));
 }
 
 }  // namespace velor

@@ -17,7 +17,9 @@ namespace velor {
 ///
 /// Observable: "audioDevices", "defaultInputDevice" and "defaultOutputDevice", told
 /// on the main queue after each change.
-class KAHALAudioSystem final : public KAHALAudioObject, public KVObservable {
+class KAHALAudioSystem final : public KAHALAudioObject,
+                               public KVObservable,
+                               private audio::AudioDeviceListener {
  public:
   using Devices = std::vector<std::shared_ptr<KAHALAudioDevice>>;
 
@@ -42,9 +44,12 @@ class KAHALAudioSystem final : public KAHALAudioObject, public KVObservable {
   KAHALAudioSystem();
   ~KAHALAudioSystem() override;
 
-  static void propertyChanged(audio::AudioObjectID object,
-                              const audio::AudioObjectPropertyAddress& address, void* refCon);
-  Devices devicesWithChannels(audio::AudioObjectPropertyScope scope) const;
+  void deviceChanged(const audio::AudioDeviceChange& change) override;
+  void announce(const audio::AudioDeviceChange& change);
+  Devices devicesWithChannels(audio::AudioDirection scope) const;
+
+  // Jobs on the main queue hold it weakly: they may come after the end.
+  const std::shared_ptr<KAHALAudioSystem*> mSelf = std::make_shared<KAHALAudioSystem*>(this);
 };
 
 }  // namespace velor

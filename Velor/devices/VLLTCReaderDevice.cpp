@@ -150,7 +150,7 @@ void VLLTCReaderDevice::setChannel(std::uint32_t channel) {
 std::vector<std::string> VLLTCReaderDevice::channelNames() const {
   try {
     const auto device = KAHALAudioDevice::initWithAudioObjectID(audioObjectId());
-    return device != nullptr ? device->channelNamesInScope(audio::kAudioObjectPropertyScopeInput)
+    return device != nullptr ? device->channelNamesInScope(audio::AudioDirection::input)
                              : std::vector<std::string>();
   } catch (const KVException&) {
     return {};  // gone since

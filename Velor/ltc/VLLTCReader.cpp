@@ -21,14 +21,14 @@ namespace velor {
 namespace {
 
 // Of a unit: the element on which its input arrives.
-constexpr audio::AudioUnitElement kInputElement = 1;
+constexpr KAUnitElement kInputElement = 1;
 
 constexpr std::uint32_t kBufferFrames = 512;
 // From here frames of all rates are found.
 constexpr double kStartRate = 25.0;
 
-constexpr std::array<audio::AudioUnitPropertyID, 2> kListened = {
-    audio::kAudioOutputUnitProperty_CurrentDevice, audio::kAudioDevicePropertyNominalSampleRate};
+constexpr std::array<KAUnitProperty, 2> kListened = {KAUnitProperty::currentDevice,
+                                                     KAUnitProperty::nominalSampleRate};
 
 // Ticks a second, the same for the life of the process.
 std::uint64_t audioHostClockFrequency() {
@@ -47,27 +47,13 @@ std::string nameOf(const KAHALAudioDevice& device) {
   return device.name().value_or("(null)");
 }
 
-// The one channel that is read.
-audio::AudioStreamBasicDescription clientFormat(double sampleRate) {
-  audio::AudioStreamBasicDescription format;
-  format.mSampleRate = sampleRate;
-  format.mFormatID = audio::kAudioFormatLinearPCM;
-  format.mFormatFlags = audio::kAudioFormatFlagIsFloat | audio::kAudioFormatFlagIsPacked;
-  format.mBytesPerPacket = sizeof(float);
-  format.mFramesPerPacket = 1;
-  format.mBytesPerFrame = sizeof(float);
-  format.mChannelsPerFrame = 1;
-  format.mBitsPerChannel = 8 * sizeof(float);
-  return format;
-}
-
 }  // namespace
 
 // --- making and ending ---
 
 VLLTCReader::VLLTCReader()
     : mMainQueue(host::current().mainQueue()),
-      mChoice(audio::kAudioObjectPropertyScopeInput, "is read from") {
+      mChoice(audio::AudioDirection::input, "is read from") {
   audioHostClockFrequency();
 }
 
@@ -174,8 +160,7 @@ void VLLTCReader::setNickName(std::string nickName) {
 
 void VLLTCReader::giveNickName(KAHALDeviceOutputUnit& unit) const {
   if (!mNickName.empty()) {
-    unit.setPropertyGlobal(audio::kAudioUnitProperty_NickName, mNickName.data(),
-                           static_cast<std::uint32_t>(mNickName.size()));
+    unit.setPropertyGlobal(KAUnitProperty::nickName, mNickName);
   }
 }
 
@@ -189,31 +174,27 @@ void VLLTCReader::setupInput(const Device& device) {
   const std::string uid = device->deviceUID();
   VELOR_LOG_INFO("LTC Reader: using %s (%s) for audio input.", name.c_str(), uid.c_str());
   VELOR_LOG_INFO("using device %s (%s)", name.c_str(), uid.c_str());
-  const audio::AURenderCallbackStruct callback{&inputCallback, &mReaderRef};
-  unit->setPropertyGlobal(audio::kAudioOutputUnitProperty_SetInputCallback, &callback,
-                          sizeof callback);
+  unit->setPropertyGlobal(KAUnitProperty::inputCallback,
+                          audio::AURenderCallbackStruct{&inputCallback, &mReaderRef});
   const double sampleRate =
-      unit->getStreamDescription(audio::kAudioUnitScope_Input, kInputElement).mSampleRate;
+      unit->getStreamDescription(KAUnitScope::input, kInputElement).mSampleRate;
   if (!makeDecoder(sampleRate)) {
     VELOR_LOG_ERROR("failed to initialize KVLTCReader");
     return;
   }
   VELOR_LOG_INFO("KVLTCReader is setup");
-  unit->setStreamDescription(clientFormat(sampleRate), audio::kAudioUnitScope_Output,
-                             kInputElement);
+  unit->setStreamDescription(KAStreamFormat(sampleRate, 1), KAUnitScope::output, kInputElement);
   mapChannel(*unit);
-  unit->setPropertyGlobal(audio::kAudioDevicePropertyBufferFrameSize, &kBufferFrames,
-                          sizeof kBufferFrames);
-  for (const audio::AudioUnitPropertyID property : kListened) {
+  unit->setPropertyGlobal(KAUnitProperty::bufferFrameSize, kBufferFrames);
+  for (const KAUnitProperty property : kListened) {
     unit->addPropertyListener(property, &auPropertyListener, this);
   }
-  mReaderRef.unit = unit->au();
   unit->initialize();
   if (!mIsStopped) {
     unit->start();
   }
   mSampleRate = sampleRate;
-  mChannelNames = device->channelNamesInScope(audio::kAudioObjectPropertyScopeInput);
+  mChannelNames = device->channelNamesInScope(audio::AudioDirection::input);
   mAudioDeviceId.store(device->objectID());
   mInputUnit = std::move(unit);
 }
@@ -245,7 +226,7 @@ void VLLTCReader::disposeGraph() {
   }
   try {
     mInputUnit->stop();
-    for (const audio::AudioUnitPropertyID property : kListened) {
+    for (const KAUnitProperty property : kListened) {
       mInputUnit->removePropertyListener(property, &auPropertyListener, this);
     }
   } catch (const KVException& exception) {
@@ -254,15 +235,16 @@ void VLLTCReader::disposeGraph() {
   mInputUnit.reset();
 }
 
-void VLLTCReader::auPropertyListener(void* refCon, audio::AudioUnit /*unit*/,
-                                     audio::AudioUnitPropertyID property,
-                                     audio::AudioUnitScope /*scope*/,
-                                     audio::AudioUnitElement /*element*/) {
+void VLLTCReader::auPropertyListener(void* refCon, KAUnitProperty property) {
   auto& self = *static_cast<VLLTCReader*>(refCon);
   self.mMainQueue.async([weak = self.weak_from_this(), property] {
     if (const auto strong = weak.lock()) {
-      VELOR_LOG_INFO("audio unit property changed for LTC Reader (%s)",
-                     stringFromFourCC(property).c_str());
+      constexpr std::uint32_t kDeviceCode = 2000;
+      VELOR_LOG_INFO(
+          "audio unit property changed for LTC Reader (%s)",
+          stringFromFourCC(property == KAUnitProperty::nominalSampleRate ? KVFourCC("nsrt")
+                                                                         : kDeviceCode)
+              .c_str());
       strong->devicesChanged();
     }
   });
@@ -289,8 +271,8 @@ void VLLTCReader::devicesChanged() {
 bool VLLTCReader::isInputInForce() {
   try {
     return !mChoice.needsSettling() && mInputUnit != nullptr &&
-           mInputUnit->getStreamDescription(audio::kAudioUnitScope_Input, kInputElement)
-                   .mSampleRate == mSampleRate;
+           mInputUnit->getStreamDescription(KAUnitScope::input, kInputElement).mSampleRate ==
+               mSampleRate;
   } catch (const KVException&) {
     return false;
   }
@@ -304,11 +286,9 @@ void VLLTCReader::followDevice() {
     if (mChoice.isUsedPresent()) {
       device = mInputUnit->deviceID();
       names = KAHALAudioDevice::initWithAudioObjectID(device)->channelNamesInScope(
-          audio::kAudioObjectPropertyScopeInput);
-      std::vector<std::int32_t> map(names.size(), -1);
-      auto size = static_cast<std::uint32_t>(map.size() * sizeof(std::int32_t));
-      mInputUnit->getProperty(audio::kAudioOutputUnitProperty_ChannelMap,
-                              audio::kAudioUnitScope_Input, kInputElement, map.data(), size);
+          audio::AudioDirection::input);
+      const auto map = std::get<audio::AudioChannelMap>(
+          mInputUnit->getProperty(KAUnitProperty::channelMap, KAUnitScope::input, kInputElement));
       const auto place = std::find(map.begin(), map.end(), 0);
       channel = place != map.end() ? static_cast<std::uint32_t>(place - map.begin()) : channel;
     }
@@ -333,14 +313,12 @@ void VLLTCReader::setInputChannel(std::uint32_t channel) {
 // The one channel of the input comes from that of the device, also where a device that just
 // returns does not have it as yet.
 void VLLTCReader::mapChannel(KAHALDeviceOutputUnit& unit) const {
-  std::vector<std::int32_t> map(1, -1);
+  audio::AudioChannelMap map(1, -1);
   if (inputChannel() < audio::kMaxChannels) {
     map.assign(inputChannel() + 1, -1);
     map.back() = 0;
   }
-  unit.setProperty(audio::kAudioOutputUnitProperty_ChannelMap, audio::kAudioUnitScope_Input,
-                   kInputElement, map.data(),
-                   static_cast<std::uint32_t>(map.size() * sizeof(std::int32_t)));
+  unit.setProperty(KAUnitProperty::channelMap, KAUnitScope::input, kInputElement, map);
 }
 
 // --- listening ---
@@ -370,27 +348,15 @@ void VLLTCReader::stop() {
 }
 
 audio::OSStatus VLLTCReader::inputCallback(const host::RealtimeContext& realtime, void* refCon,
-                                           audio::AudioUnitRenderActionFlags& flags,
                                            const audio::AudioTimeStamp& timeStamp,
-                                           std::uint32_t bus, std::uint32_t frames,
-                                           audio::AudioBufferList* /*data*/) {
+                                           std::uint32_t frames,
+                                           std::span<float* const> channels) noexcept {
   auto* ref = static_cast<ReaderRef*>(refCon);
-  if (ref == nullptr || ref->decoder == nullptr) {
+  if (ref == nullptr || ref->decoder == nullptr || channels.empty()) {
     return kNotSetUp;
   }
-  // Without data of its own it is lent the unit's, however long its cycles are.
-  audio::AudioBufferList& list = ref->bufferList;
-  list.mNumberBuffers = 1;
-  list.mBuffers[0] = {};
-  const audio::OSStatus status =
-      audio::service().AudioUnitRender(realtime, ref->unit, flags, timeStamp, bus, frames, &list);
-  if (status != 0) {
-    return status;
-  }
-  const audio::AudioBuffer& buffer = list.mBuffers[0];
   ref->realtime = &realtime;
-  ltc_decoder_process(*ref->decoder, timeStamp, buffer.mData,
-                      buffer.mDataByteSize / static_cast<std::uint32_t>(sizeof(float)));
+  ltc_decoder_process(*ref->decoder, timeStamp, channels[0], frames);
   ref->realtime = nullptr;
   return 0;
 }

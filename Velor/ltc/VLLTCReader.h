@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -106,11 +107,9 @@ class VLLTCReader final : public KVObservable,
   // The reference of the input callback. What is neither atomic nor a latest value
   // changes only while there is no unit that calls.
   struct ReaderRef {
-    audio::AudioUnit unit = 0;
     std::unique_ptr<ltc_decoder, DisposeOfDecoder> decoder;
     host::LatestValue<Consumer> consumer;
     // The audio thread's.
-    audio::AudioBufferList bufferList;
     const host::RealtimeContext* realtime = nullptr;  // of the cycle under way
   };
 
@@ -126,13 +125,10 @@ class VLLTCReader final : public KVObservable,
   void followDevice();
   void mapChannel(KAHALDeviceOutputUnit& unit) const;
 
-  static void auPropertyListener(void* refCon, audio::AudioUnit unit,
-                                 audio::AudioUnitPropertyID property, audio::AudioUnitScope scope,
-                                 audio::AudioUnitElement element);
+  static void auPropertyListener(void* refCon, KAUnitProperty property);
   static audio::OSStatus inputCallback(const host::RealtimeContext& realtime, void* refCon,
-                                       audio::AudioUnitRenderActionFlags& flags,
-                                       const audio::AudioTimeStamp& timeStamp, std::uint32_t bus,
-                                       std::uint32_t frames, audio::AudioBufferList* data);
+                                       const audio::AudioTimeStamp& timeStamp, std::uint32_t frames,
+                                       std::span<float* const> channels) noexcept;
   static void frameCallback(const SMPTETime& time, const std::uint8_t* userBits, void* refCon,
                             std::uint64_t hostTime, double fps);
 

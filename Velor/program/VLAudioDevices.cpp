@@ -19,9 +19,9 @@ std::string nameOf(const KAHALAudioDevice& device) {
 }
 
 // Null, and why in `error`.
-Device deviceNamed(const std::string& name, audio::AudioObjectPropertyScope scope,
+Device deviceNamed(const std::string& name, audio::AudioDirection scope,
                    const KAHALAudioSystem& system, std::string& error) {
-  const bool isInput = scope == audio::kAudioObjectPropertyScopeInput;
+  const bool isInput = scope == audio::AudioDirection::input;
   const KAHALAudioSystem::Devices devices =
       isInput ? system.devicesWithInputs() : system.devicesWithOutputs();
   std::vector<Device> found;
@@ -82,7 +82,7 @@ std::uint32_t channelNamed(const std::string& text, const std::vector<std::strin
 
 }  // namespace
 
-VLAudioChannel VLAudioChannelNamed(const std::string& text, audio::AudioObjectPropertyScope scope,
+VLAudioChannel VLAudioChannelNamed(const std::string& text, audio::AudioDirection scope,
                                    const KAHALAudioSystem& system, std::string& error) {
   error = "'" + text + "' is not a DEVICE:CHANNEL";
   std::string channelError;
@@ -117,10 +117,8 @@ std::string VLAudioDeviceList(const KAHALAudioSystem& system) {
     std::snprintf(rate, sizeof rate, "%g", device->nominalSampleRate());
     text.append("  ").append(store::printable(device->deviceUID())).append("  ");
     text.append(store::printable(nameOf(*device))).append("  ").append(rate).append(" Hz\n");
-    appendChannels("outputs:", device->portNamesInScope(audio::kAudioObjectPropertyScopeOutput),
-                   text);
-    appendChannels("inputs: ", device->portNamesInScope(audio::kAudioObjectPropertyScopeInput),
-                   text);
+    appendChannels("outputs:", device->portNamesInScope(audio::AudioDirection::output), text);
+    appendChannels("inputs: ", device->portNamesInScope(audio::AudioDirection::input), text);
   }
   return text.empty() ? "  none\n" : text;
 }

@@ -21,7 +21,7 @@ struct VLAudioChannel {
 /// The input or output, by `scope`, that goes by "DEVICE:CHANNEL": the device by its UID or
 /// its name, the channel by its number from 1 or by the name of its port. Without a device
 /// when there is none; `error` then lists what there is, in one line.
-VLAudioChannel VLAudioChannelNamed(const std::string& text, audio::AudioObjectPropertyScope scope,
+VLAudioChannel VLAudioChannelNamed(const std::string& text, audio::AudioDirection scope,
                                    const KAHALAudioSystem& system, std::string& error);
 
 /// Each device: UID, name, rate, and the channels of each direction with their numbers.

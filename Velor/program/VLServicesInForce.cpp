@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Kv-Appkit/KVShared.h"
-#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/audio/jack/JackAudio.h"
 #include "platform/host/Host.h"
@@ -33,7 +33,7 @@ std::unique_ptr<audio::AudioService> makeAudio(std::unique_ptr<audio::AudioOutsi
     outsides.push_back(std::move(server));
   }
   outsides.push_back(std::make_unique<audio::BuiltinAudio>());
-  return std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+  return std::make_unique<audio::AudioService>(std::move(outsides));
 }
 
 // All services of a server share one client of it.

@@ -104,10 +104,10 @@ void VLWantedDevices::findMissing() {
     findPort(*mSource, true);
   }
   for (auto& output : mOutputs) {
-    findChannel(output, audio::kAudioObjectPropertyScopeOutput);
+    findChannel(output, audio::AudioDirection::output);
   }
   if (mInput) {
-    findChannel(*mInput, audio::kAudioObjectPropertyScopeInput);
+    findChannel(*mInput, audio::AudioDirection::input);
   }
 }
 
@@ -126,12 +126,11 @@ void VLWantedDevices::findPort(Wanted<Port>& wanted, bool isSource) {
   wanted.found = {endpoint->uniqueID(), VLPortName(*endpoint)};
 }
 
-void VLWantedDevices::findChannel(Wanted<Channel>& wanted, audio::AudioObjectPropertyScope scope) {
+void VLWantedDevices::findChannel(Wanted<Channel>& wanted, audio::AudioDirection scope) {
   if (wanted.found) {
     return;
   }
-  const char* option =
-      scope == audio::kAudioObjectPropertyScopeInput ? "--ltc-in: " : "--ltc-out: ";
+  const char* option = scope == audio::AudioDirection::input ? "--ltc-in: " : "--ltc-out: ";
   const auto named =
       VLAudioChannelNamed(wanted.text, scope, KAHALAudioSystem::defaultSystem(), wanted.problem);
   if (named.device == nullptr) {
@@ -331,7 +330,7 @@ void VLWantedDevices::keepChannel() {
   // A change of the device's rate resets it.
   try {
     const auto ports = KAHALAudioDevice::initWithAudioObjectID(mInput->found->deviceID)
-                           ->portNamesInScope(audio::kAudioObjectPropertyScopeInput);
+                           ->portNamesInScope(audio::AudioDirection::input);
     const auto port = std::find(ports.begin(), ports.end(), mInput->found->port);
     if (port != ports.end()) {
       mReader->setChannel(static_cast<std::uint32_t>(port - ports.begin()));

@@ -79,7 +79,7 @@ class VLWantedDevices {
   explicit VLWantedDevices(const VLOptions& options);
   void findMissing();
   void findPort(Wanted<Port>& wanted, bool isSource);
-  void findChannel(Wanted<Channel>& wanted, audio::AudioObjectPropertyScope scope);
+  void findChannel(Wanted<Channel>& wanted, audio::AudioDirection scope);
   void takeFound();
   std::shared_ptr<KVLTCGenerator> takeOutput(const Channel& output);
   void takeInput(const Channel& input);

@@ -8,81 +8,80 @@ namespace {
 constexpr float kCutoff = 14000;  // Hz
 constexpr float kResonance = 0.70710677F;
 
+constexpr KAUnitProperty kListened[] = {KAUnitProperty::currentDevice,
+                                        KAUnitProperty::nominalSampleRate};
+
 }  // namespace
 
 AudioGeneratorGraph::AudioGeneratorGraph(audio::AudioObjectID device, const std::string& nickName,
-                                         AudioGeneratorRefCon& samples)
-    : mOutputNode(mGraph.addNode(KAHALDeviceOutputUnit::componentDescription())),
-      mLPFilterNode(mGraph.addNode(audio::kLowPassComponent)),
-      mConverterNode(mGraph.addNode(audio::kConverterComponent)),
-      mOpen(mGraph),
-      mOutputUnit(mOutputNode, mGraph),
-      mLPFilterUnit(mLPFilterNode, mGraph),
-      mConverterUnit(mConverterNode, mGraph) {
-  mOutputUnit.setDeviceID(device);
+                                         AudioGeneratorRefCon& samples) {
+  const KANode outputNode = mGraph.addNode(KAHALDeviceOutputUnit::componentDescription());
+  const KANode filterNode = mGraph.addNode(KAComponent::lowPass);
+  const KANode converterNode = mGraph.addNode(KAComponent::converter);
+  mGraph.open();
+  mOutputUnit = std::static_pointer_cast<KAHALDeviceOutputUnit>(
+      KAAudioUnit::initWithNode(outputNode, mGraph));
+  mLPFilterUnit = KAAudioUnit::initWithNode(filterNode, mGraph);
+  mConverterUnit = KAAudioUnit::initWithNode(converterNode, mGraph);
+  mOutputUnit->setDeviceID(device);
   if (!nickName.empty()) {
     setNickName(nickName);
   }
-  mConverterUnit.setInputRenderCallback(&AudioGeneratorRefCon::render, &samples, 0);
-  mLPFilterUnit.setParameter(audio::kLowPassParam_CutoffFrequency, audio::kAudioUnitScope_Global, 0,
-                             kCutoff, 0);
-  mLPFilterUnit.setParameter(audio::kLowPassParam_Resonance, audio::kAudioUnitScope_Global, 0,
-                             kResonance, 0);
-  mGraph.connectNode(mConverterNode, 0, mLPFilterNode, 0);
-  mGraph.connectNode(mLPFilterNode, 0, mOutputNode, 0);
+  mConverterUnit->setInputRenderCallback(&AudioGeneratorRefCon::render, &samples, 0);
+  mLPFilterUnit->setParameter(KAUnitParameter::lowPassCutoff, KAUnitScope::global, 0, kCutoff, 0);
+  mLPFilterUnit->setParameter(KAUnitParameter::lowPassResonance, KAUnitScope::global, 0, kResonance,
+                              0);
+  mGraph.connectNode(converterNode, 0, filterNode, 0);
+  mGraph.connectNode(filterNode, 0, outputNode, 0);
   audio::AudioStreamBasicDescription format =
-      mConverterUnit.getStreamDescription(audio::kAudioUnitScope_Input, 0);
-  format.mSampleRate = mOutputUnit.sampleRate();
-  mConverterUnit.setStreamDescription(format, audio::kAudioUnitScope_Input, 0);
-  mConverterUnit.setStreamDescription(format, audio::kAudioUnitScope_Output, 0);
-  mLPFilterUnit.setStreamDescription(format, audio::kAudioUnitScope_Output, 0);
+      mConverterUnit->getStreamDescription(KAUnitScope::input, 0);
+  format.mSampleRate = mOutputUnit->sampleRate();
+  mConverterUnit->setStreamDescription(format, KAUnitScope::input, 0);
+  mConverterUnit->setStreamDescription(format, KAUnitScope::output, 0);
+  mLPFilterUnit->setStreamDescription(format, KAUnitScope::output, 0);
   mGraph.initialize();
   // The ring is addressed by the device's own count.
-  const std::uint32_t zero = 0;
-  mOutputUnit.setPropertyGlobal(audio::kAudioOutputUnitProperty_StartTimestampsAtZero, &zero,
-                                sizeof zero);
+  mOutputUnit->setPropertyGlobal(KAUnitProperty::startTimestampsAtZero, 0U);
 }
 
 AudioGeneratorGraph::~AudioGeneratorGraph() {
-  for (const audio::AudioUnitPropertyID property : mListened) {
-    audio::service().AudioUnitRemovePropertyListenerWithUserData(mOutputUnit.au(), property,
-                                                                 mListener, mUserData);
+  if (mListener != nullptr) {
+    for (const KAUnitProperty property : kListened) {
+      mOutputUnit->removePropertyListener(property, mListener, mUserData);
+    }
   }
 }
 
 std::uint32_t AudioGeneratorGraph::latency() const {
-  return mOutputUnit.getPropertyUInt32(audio::kAudioDevicePropertyLatency,
-                                       audio::kAudioUnitScope_Output, 0);
+  return mOutputUnit->getPropertyUInt32(KAUnitProperty::latency, KAUnitScope::output, 0);
 }
 
 std::uint32_t AudioGeneratorGraph::period() const {
-  return mOutputUnit.getPropertyUInt32(audio::kAudioDevicePropertyBufferFrameSize,
-                                       audio::kAudioUnitScope_Global, 0);
+  return mOutputUnit->getPropertyUInt32(KAUnitProperty::bufferFrameSize, KAUnitScope::global, 0);
 }
 
 double AudioGeneratorGraph::sampleRate() const {
-  return mConverterUnit.getPropertyFloat64(audio::kAudioUnitProperty_SampleRate,
-                                           audio::kAudioUnitScope_Input, 0);
+  return mConverterUnit->getPropertyFloat64(KAUnitProperty::sampleRate, KAUnitScope::input, 0);
 }
 
 void AudioGeneratorGraph::setNickName(const std::string& name) {
-  mOutputUnit.setPropertyGlobal(audio::kAudioUnitProperty_NickName, name.data(),
-                                static_cast<std::uint32_t>(name.size()));
+  mOutputUnit->setPropertyGlobal(KAUnitProperty::nickName, name);
 }
 
-void AudioGeneratorGraph::setChannelMap(std::span<const std::int32_t> map) {
-  mOutputUnit.setProperty(audio::kAudioOutputUnitProperty_ChannelMap, audio::kAudioUnitScope_Output,
-                          0, map.data(), static_cast<std::uint32_t>(map.size_bytes()));
+audio::AudioChannelMap AudioGeneratorGraph::channelMap() const {
+  return std::get<audio::AudioChannelMap>(
+      mOutputUnit->getProperty(KAUnitProperty::channelMap, KAUnitScope::output, 0));
 }
 
-void AudioGeneratorGraph::listen(audio::AudioUnitPropertyListenerProc listener, void* userData) {
+void AudioGeneratorGraph::setChannelMap(const audio::AudioChannelMap& map) {
+  mOutputUnit->setProperty(KAUnitProperty::channelMap, KAUnitScope::output, 0, map);
+}
+
+void AudioGeneratorGraph::listen(KAAudioUnit::PropertyListener listener, void* userData) {
   mListener = listener;
   mUserData = userData;
-  for (const audio::AudioUnitPropertyID property :
-       {audio::kAudioOutputUnitProperty_CurrentDevice,
-        audio::AudioUnitPropertyID{audio::kAudioDevicePropertyNominalSampleRate}}) {
-    mOutputUnit.addPropertyListener(property, listener, userData);
-    mListened.push_back(property);
+  for (const KAUnitProperty property : kListened) {
+    mOutputUnit->addPropertyListener(property, listener, userData);
   }
 }
 

@@ -2,15 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "kva/KAAUGraph.h"
 #include "kva/KAAudioUnit.h"
 #include "kva/KAHALDeviceOutputUnit.h"
 #include "kvtimecode/generator/AudioGeneratorRefCon.h"
-#include "platform/audio/AudioService.h"
 
 namespace velor {
 
@@ -33,31 +31,23 @@ class AudioGeneratorGraph {
   double sampleRate() const;
   /// Ports get it when the output starts.
   void setNickName(const std::string& name);
-  void setChannelMap(std::span<const std::int32_t> map);
+  audio::AudioChannelMap channelMap() const;
+  void setChannelMap(const audio::AudioChannelMap& map);
 
   /// From now on `listener` hears of another device and another rate, on any thread; until
   /// the graph ends.
-  void listen(audio::AudioUnitPropertyListenerProc listener, void* userData);
+  void listen(KAAudioUnit::PropertyListener listener, void* userData);
   void start() { mGraph.start(); }
   void stop() { mGraph.stop(); }
-  KAHALDeviceOutputUnit& output() noexcept { return mOutputUnit; }
+  KAHALDeviceOutputUnit& output() noexcept { return *mOutputUnit; }
 
  private:
-  struct Open {
-    explicit Open(KAAUGraph& graph) { graph.open(); }
-  };
-
   KAAUGraph mGraph;
-  const audio::AUNode mOutputNode;
-  const audio::AUNode mLPFilterNode;
-  const audio::AUNode mConverterNode;
-  const Open mOpen;  // the units are there from here on
-  KAHALDeviceOutputUnit mOutputUnit;
-  KAAudioUnit mLPFilterUnit;
-  KAAudioUnit mConverterUnit;
-  audio::AudioUnitPropertyListenerProc mListener = nullptr;
+  std::shared_ptr<KAHALDeviceOutputUnit> mOutputUnit;
+  std::shared_ptr<KAAudioUnit> mLPFilterUnit;
+  std::shared_ptr<KAAudioUnit> mConverterUnit;
+  KAAudioUnit::PropertyListener mListener = nullptr;
   void* mUserData = nullptr;
-  std::vector<audio::AudioUnitPropertyID> mListened;
 };
 
 }  // namespace velor

@@ -42,11 +42,9 @@ void AudioGeneratorRefCon::read(std::uint64_t start, std::span<float> samples) c
 }
 
 audio::OSStatus AudioGeneratorRefCon::render(const host::RealtimeContext& /*realtime*/,
-                                             void* refCon,
-                                             audio::AudioUnitRenderActionFlags& /*flags*/,
-                                             const audio::AudioTimeStamp& timeStamp,
-                                             std::uint32_t /*bus*/, std::uint32_t frames,
-                                             audio::AudioBufferList* data) {
+                                             void* refCon, const audio::AudioTimeStamp& timeStamp,
+                                             std::uint32_t frames,
+                                             std::span<float* const> channels) noexcept {
   if (refCon == nullptr) {
     return kNoReference;
   }
@@ -59,8 +57,8 @@ audio::OSStatus AudioGeneratorRefCon::render(const host::RealtimeContext& /*real
   const std::uint64_t end = position + frames;
   self.lastReadEnd = 0;
   audio::OSStatus result = kNothingToPlay;
-  for (std::uint32_t i = 0; data != nullptr && i < data->mNumberBuffers; ++i) {
-    float* const out = data->mBuffers[i].mData;
+  for (std::size_t i = 0; i < channels.size(); ++i) {
+    float* const out = channels[i];
     if (i > 0 || end > self.writeEnd) {
       std::fill_n(out, frames, 0.0F);
       continue;

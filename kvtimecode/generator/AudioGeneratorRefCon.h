@@ -26,13 +26,12 @@ struct AudioGeneratorRefCon {
   /// them. Realtime-safe: yes.
   void write(std::uint64_t start, std::span<const float> samples) noexcept;
 
-  /// An AURenderCallback with one of these as its reference. The first buffer gets the
-  /// samples of the cycle's places when all of them were written, else silence; other
-  /// buffers are silent. Places behind those written read what the ring still holds.
+  /// An AURenderCallback with one of these as its reference. The first channel gets
+  /// the samples of the cycle's places when all of them were written, else silence; other
+  /// channels are silent. Places behind those written read what the ring still holds.
   static audio::OSStatus render(const host::RealtimeContext& realtime, void* refCon,
-                                audio::AudioUnitRenderActionFlags& flags,
-                                const audio::AudioTimeStamp& timeStamp, std::uint32_t bus,
-                                std::uint32_t frames, audio::AudioBufferList* data);
+                                const audio::AudioTimeStamp& timeStamp, std::uint32_t frames,
+                                std::span<float* const> channels) noexcept;
 
   host::PriorityMutex lock;
   std::vector<float> ring;

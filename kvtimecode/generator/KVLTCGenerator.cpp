@@ -216,10 +216,7 @@ void KVLTCGenerator::publish(std::shared_ptr<Buffers> buffers, std::vector<float
   std::erase_if(mRetired, [](const auto& retired) { return retired.use_count() == 1; });
 }
 
-void KVLTCGenerator::auPropertyListener(void* refCon, audio::AudioUnit /*unit*/,
-                                        audio::AudioUnitPropertyID /*property*/,
-                                        audio::AudioUnitScope /*scope*/,
-                                        audio::AudioUnitElement /*element*/) {
+void KVLTCGenerator::auPropertyListener(void* refCon, KAUnitProperty /*property*/) {
   auto& self = *static_cast<KVLTCGenerator*>(refCon);
   if (self.mIsRebuildPosted.exchange(true)) {
     return;
@@ -285,21 +282,13 @@ void KVLTCGenerator::setNickName(std::string nickName) {
 }
 
 std::uint32_t KVLTCGenerator::lengthOfChannelMap() const {
-  if (mGraph == nullptr) {
-    return 0;
-  }
-  std::uint32_t size = 0;
-  bool writeable = false;
-  mGraph->output().getPropertyInfo(audio::kAudioOutputUnitProperty_ChannelMap,
-                                   audio::kAudioUnitScope_Output, 0, size, writeable);
-  return static_cast<std::uint32_t>(size / sizeof(std::int32_t));
+  return mGraph == nullptr ? 0 : static_cast<std::uint32_t>(mGraph->channelMap().size());
 }
 
 void KVLTCGenerator::getChannelMap(std::span<std::int32_t> map) const {
-  if (mGraph != nullptr && !map.empty()) {
-    auto size = static_cast<std::uint32_t>(map.size_bytes());
-    mGraph->output().getProperty(audio::kAudioOutputUnitProperty_ChannelMap,
-                                 audio::kAudioUnitScope_Output, 0, map.data(), size);
+  if (mGraph != nullptr) {
+    const audio::AudioChannelMap own = mGraph->channelMap();
+    std::copy_n(own.begin(), std::min(own.size(), map.size()), map.begin());
   }
 }
 
@@ -307,11 +296,11 @@ void KVLTCGenerator::setChannelMap(std::span<const std::int32_t> map) {
   if (mGraph == nullptr || map.empty()) {
     return;
   }
-  const KVAnnouncement announcement(*this, "channelMap");
-  mGraph->setChannelMap(map);
+  const audio::AudioChannelMap wanted(map.begin(), map.end());
+  mGraph->setChannelMap(wanted);
   // One that is set for a stand-in goes with it.
   if (mChoice.isChosenInUse()) {
-    mChosenMap.assign(map.begin(), map.end());
+    mChosenMap = wanted;
   }
 }
 

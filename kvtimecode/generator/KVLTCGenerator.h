@@ -13,6 +13,7 @@
 #include "Kv-Appkit/KVFourCC.h"
 #include "Kv-Appkit/KVObservable.h"
 #include "Kv-Appkit/KVWatchdog.h"
+#include "kva/KAAudioUnit.h"
 #include "kva/KADeviceChoice.h"
 #include "kva/KAHALAudioDevice.h"
 #include "kvtimecode/SMPTETime.h"
@@ -153,9 +154,7 @@ class KVLTCGenerator final : public KVObservable,
   void disposeGraph();
   void resetPingPongBuffers();
   void publish(std::shared_ptr<Buffers> buffers, std::vector<float> ring);
-  static void auPropertyListener(void* refCon, audio::AudioUnit unit,
-                                 audio::AudioUnitPropertyID property, audio::AudioUnitScope scope,
-                                 audio::AudioUnitElement element);
+  static void auPropertyListener(void* refCon, KAUnitProperty property);
   void rebuild();
   void devicesChanged();
   bool isGraphInForce();
@@ -177,7 +176,7 @@ class KVLTCGenerator final : public KVObservable,
   // The main queue's.
   std::unique_ptr<AudioGeneratorGraph> mGraph;
   std::string mNickName;
-  KADeviceChoice mChoice{audio::kAudioObjectPropertyScopeOutput, "plays on"};
+  KADeviceChoice mChoice{audio::AudioDirection::output, "plays on"};
   std::vector<std::int32_t> mChosenMap;  // empty for the device's own
   bool mHasWarned = false;               // of the graph's latency
   std::string mTCString;

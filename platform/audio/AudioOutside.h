@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <algorithm>
 #include <memory>
 #include <span>
 #include <string>
@@ -10,8 +11,6 @@
 #include "platform/audio/AudioTypes.h"
 
 namespace velor::audio {
-
-enum class AudioDirection : std::uint8_t { input, output };
 
 /// What a back end tells of one device.
 struct AudioDeviceDescription {
@@ -27,6 +26,15 @@ struct AudioDeviceDescription {
     bool isDefault = false;
     bool operator==(const Side&) const = default;
   };
+
+  /// Channels of a direction.
+  std::uint32_t channels(AudioDirection direction) const noexcept {
+    std::uint32_t count = 0;
+    for (const Stream& stream : side(direction).streams) {
+      count += stream.channels;
+    }
+    return std::min(count, kMaxChannels);
+  }
 
   std::string uid;
   std::string name;
@@ -77,7 +85,7 @@ class AudioDeviceStream {
 
 class AudioOutside;
 
-/// What the table of objects offers to the back ends behind it.
+/// What the service offers to the back ends behind it.
 class AudioInside {
  public:
   virtual ~AudioInside() = default;
@@ -91,7 +99,7 @@ class AudioInside {
 };
 
 /// A back end: devices, and the way in and out of them. Its operations may wait;
-/// the table calls them without its lock.
+/// the service calls them without its lock.
 class AudioOutside {
  public:
   virtual ~AudioOutside() = default;

@@ -12,7 +12,7 @@
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/program/VLInspect.h"
 #include "kvtimecode/ltc_utils.h"
-#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/host/Log.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
@@ -91,7 +91,7 @@ class Application {
  private:
   host::SimulatedHost mHost;
   midi::MIDIObjectTable mMIDI{nullptr};
-  audio::AudioObjectTable mAudio{loopback()};
+  audio::AudioService mAudio{loopback()};
   SimulatedUDPNetwork mNetwork;
   discovery::BuiltinDiscovery mDiscovery;
   std::shared_ptr<VLAppDelegate> mApp;

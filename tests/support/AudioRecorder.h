@@ -22,12 +22,9 @@ class AudioRecorder {
       : mChannel(channel), mSamples(room) {
     mUnit.enableInput(true, false);
     mUnit.setDeviceID(device);
-    const std::uint32_t zero = 0;
-    mUnit.setPropertyGlobal(audio::kAudioOutputUnitProperty_StartTimestampsAtZero, &zero,
-                            sizeof zero);
-    const audio::AURenderCallbackStruct callback{&AudioRecorder::heard, this};
-    mUnit.setPropertyGlobal(audio::kAudioOutputUnitProperty_SetInputCallback, &callback,
-                            sizeof callback);
+    mUnit.setPropertyGlobal(KAUnitProperty::startTimestampsAtZero, 0U);
+    mUnit.setPropertyGlobal(KAUnitProperty::inputCallback,
+                            audio::AURenderCallbackStruct{&AudioRecorder::heard, this});
     mUnit.initialize();
     mUnit.start();
   }
@@ -45,20 +42,10 @@ class AudioRecorder {
   }
 
  private:
-  static audio::OSStatus heard(const host::RealtimeContext& realtime, void* refCon,
-                               audio::AudioUnitRenderActionFlags& flags,
-                               const audio::AudioTimeStamp& time, std::uint32_t bus,
-                               std::uint32_t frames, audio::AudioBufferList*) {
+  static audio::OSStatus heard(const host::RealtimeContext&, void* refCon,
+                               const audio::AudioTimeStamp& time, std::uint32_t frames,
+                               std::span<float* const> channels) noexcept {
     auto& self = *static_cast<AudioRecorder*>(refCon);
-    self.mBuffers.mNumberBuffers = static_cast<std::uint32_t>(self.mChannel + 1);
-    for (auto& buffer : self.mBuffers.mBuffers) {
-      buffer = {};
-    }
-    const audio::OSStatus status = audio::service().AudioUnitRender(
-        realtime, self.mUnit.au(), flags, time, bus, frames, &self.mBuffers);
-    if (status != 0) {
-      return status;
-    }
     if (self.mBegin < 0) {
       self.mBegin = time.mSampleTime;
     }
@@ -67,7 +54,7 @@ class AudioRecorder {
       self.add(0);
     }
     for (std::uint32_t i = 0; i < frames; ++i) {
-      self.add(self.mBuffers.mBuffers[self.mChannel].mData[i]);
+      self.add(channels[self.mChannel][i]);
     }
     return 0;
   }
@@ -79,7 +66,6 @@ class AudioRecorder {
 
   const std::size_t mChannel;
   KAHALDeviceOutputUnit mUnit;
-  audio::AudioBufferList mBuffers;
   std::vector<float> mSamples;
   std::vector<float> mDrained;
   std::size_t mCount = 0;

@@ -15,7 +15,7 @@
 #include "Velor/ltc/VLLTCReader.h"
 #include "kvtimecode/generator/KVLTCGenerator.h"
 #include "kvtimecode/ltc_utils.h"
-#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "sim/SimulatedHost.h"
 #include "sim/VirtualCable.h"
@@ -59,7 +59,7 @@ class LTCLoop {
     heard = &builtin->device(1);
     std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
     outsides.push_back(std::move(builtin));
-    mService = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+    mService = std::make_unique<audio::AudioService>(std::move(outsides));
     audio::setService(mService.get());
     played->plugInto(*heard, std::make_unique<audio::VirtualCable>(*played, kCableDelay));
     generator = KVLTCGenerator::initWithAudioObjectID(played->id());
@@ -174,7 +174,7 @@ class LTCLoop {
   }
 
   const Parameters mParameters;
-  std::unique_ptr<audio::AudioObjectTable> mService;
+  std::unique_ptr<audio::AudioService> mService;
   std::vector<Told> mTold;
   std::atomic<std::size_t> mCount{0};
   std::unique_ptr<host::Thread> mSource;

@@ -15,7 +15,7 @@
 #include "Kv-Appkit/KVShared.h"
 #include "kvtimecode/generator/KVLTCGenerator.h"
 #include "kvtimecode/ltc_utils.h"
-#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "sim/SimulatedHost.h"
 #include "tests/support/AudioRecorder.h"
@@ -56,7 +56,7 @@ class LTCRun {
     device = &builtin->device();
     std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
     outsides.push_back(std::move(builtin));
-    service = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+    service = std::make_unique<audio::AudioService>(std::move(outsides));
     audio::setService(service.get());
     generator = KVLTCGenerator::initWithAudioObjectID(0);
     generator->setLevel(1);
@@ -165,7 +165,7 @@ class LTCRun {
   void forgetErrors() { worst = settledWorst = worstAtConnector = 0; }
 
   host::SimulatedHost host;
-  std::unique_ptr<audio::AudioObjectTable> service;
+  std::unique_ptr<audio::AudioService> service;
   audio::VirtualAudioDevice* device = nullptr;  // the service's
   std::shared_ptr<KVLTCGenerator> generator;
   std::vector<float> heard;  // in the last second

@@ -21,16 +21,12 @@ struct Cycle {
 
 Cycle rendered(AudioGeneratorRefCon& refCon, double position, std::uint32_t frames) {
   Cycle cycle{0, std::vector<float>(frames, 9), std::vector<float>(frames, 9)};
-  audio::AudioBufferList buffers;
-  buffers.mNumberBuffers = 2;
-  buffers.mBuffers[0].mData = cycle.first.data();
-  buffers.mBuffers[1].mData = cycle.second.data();
+  float* const channels[] = {cycle.first.data(), cycle.second.data()};
   audio::AudioTimeStamp time;
   time.mSampleTime = position;
   time.mFlags = audio::kAudioTimeStampSampleHostTimeValid;
-  audio::AudioUnitRenderActionFlags flags = 0;
   const host::RealtimeContext realtime;  // an allocation ends the program
-  cycle.status = AudioGeneratorRefCon::render(realtime, &refCon, flags, time, 0, frames, &buffers);
+  cycle.status = AudioGeneratorRefCon::render(realtime, &refCon, time, frames, channels);
   return cycle;
 }
 
@@ -72,12 +68,11 @@ TEST(AudioGeneratorRefConTest, ACallWithoutItsThingsIsRefusedByACodeOfItsOwn) {
   AudioGeneratorRefCon refCon;
   audio::AudioTimeStamp time;
   time.mFlags = audio::kAudioTimeStampHostTimeValid;
-  audio::AudioUnitRenderActionFlags flags = 0;
   const host::RealtimeContext realtime;
-  EXPECT_EQ(AudioGeneratorRefCon::render(realtime, nullptr, flags, time, 0, 64, nullptr), -2);
-  EXPECT_EQ(AudioGeneratorRefCon::render(realtime, &refCon, flags, time, 0, 64, nullptr), -10);
+  EXPECT_EQ(AudioGeneratorRefCon::render(realtime, nullptr, time, 64, {}), -2);
+  EXPECT_EQ(AudioGeneratorRefCon::render(realtime, &refCon, time, 64, {}), -10);
   time.mFlags = audio::kAudioTimeStampSampleTimeValid;
-  EXPECT_EQ(AudioGeneratorRefCon::render(realtime, &refCon, flags, time, 0, 64, nullptr), 20480);
+  EXPECT_EQ(AudioGeneratorRefCon::render(realtime, &refCon, time, 64, {}), 20480);
 }
 
 }  // namespace

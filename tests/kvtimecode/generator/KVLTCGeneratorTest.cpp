@@ -18,7 +18,7 @@
 #include "Kv-Appkit/KVShared.h"
 #include "kva/KAHALAudioSystem.h"
 #include "kvtimecode/ltc_utils.h"
-#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
@@ -54,7 +54,7 @@ class KVLTCGeneratorTest : public testing::Test {
     mFar = &builtin->device(2);
     std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
     outsides.push_back(std::move(builtin));
-    mService = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+    mService = std::make_unique<audio::AudioService>(std::move(outsides));
     audio::setService(mService.get());
   }
   ~KVLTCGeneratorTest() override {
@@ -86,7 +86,7 @@ class KVLTCGeneratorTest : public testing::Test {
 
   host::SimulatedHost mHost;
   LogRecord mLog;
-  std::unique_ptr<audio::AudioObjectTable> mService;
+  std::unique_ptr<audio::AudioService> mService;
   audio::VirtualAudioDevice* mDesk = nullptr;   // the service's
   audio::VirtualAudioDevice* mStage = nullptr;  // the service's
   audio::VirtualAudioDevice* mFar = nullptr;    // the service's

@@ -10,7 +10,7 @@
 #include "Kv-Appkit/KVShared.h"
 #include "kvtimecode/generator/KVLTCGenerator.h"
 #include "kvtimecode/ltc_utils.h"
-#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/host/SystemHost.h"
 
@@ -34,7 +34,7 @@ TEST(KVLTCGeneratorThreads, TimeComesInWhileTheGraphIsRebuiltAgainAndAgain) {
   audio::VirtualAudioDevice& other = builtin->device(1);
   std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
   outsides.push_back(std::move(builtin));
-  auto service = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+  auto service = std::make_unique<audio::AudioService>(std::move(outsides));
   audio::setService(service.get());
   auto generator = KVLTCGenerator::initWithAudioObjectID(first.id());
   host::MainQueue& mainQueue = host::current().mainQueue();

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "Velor/devices/VLLTCGeneratorDevice.h"
-#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "tests/velor/devices/DeviceFixture.h"
 
@@ -22,7 +22,7 @@ class LoopbackFixture : public DeviceFixture {
     mLoopback = &builtin->device();
     std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
     outsides.push_back(std::move(builtin));
-    mAudio = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+    mAudio = std::make_unique<audio::AudioService>(std::move(outsides));
     audio::setService(mAudio.get());
   }
   ~LoopbackFixture() override {
@@ -43,7 +43,7 @@ class LoopbackFixture : public DeviceFixture {
   }
 
   audio::VirtualAudioDevice* mLoopback = nullptr;  // the service's
-  std::unique_ptr<audio::AudioObjectTable> mAudio;
+  std::unique_ptr<audio::AudioService> mAudio;
 };
 
 }  // namespace velor

@@ -15,7 +15,7 @@
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/devices/VLLTCGeneratorDevice.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
-#include "platform/audio/builtin/AudioObjectTable.h"
+#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/host/SystemHost.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
@@ -37,7 +37,7 @@ TEST(VLLTCReaderDeviceThreads, WhatIsReadIsNeverHalfAChangeWhileDevicesComeAndGo
   audio::VirtualAudioDevice& loopback = builtin->device();
   std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
   outsides.push_back(std::move(builtin));
-  auto service = std::make_unique<audio::AudioObjectTable>(std::move(outsides));
+  auto service = std::make_unique<audio::AudioService>(std::move(outsides));
   audio::setService(service.get());
   host::MainQueue& mainQueue = host::current().mainQueue();
   {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/audio/builtin/LowPassUnit.h"
+#include "kva/KAEffectUnit.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,13 @@
 #include <cmath>
 #include <complex>
 #include <numbers>
+#include <span>
 #include <vector>
 
-namespace velor::audio {
+#include "sim/SimulatedHost.h"
+#include "tests/support/ErrOf.h"
+
+namespace velor {
 namespace {
 
 constexpr double kPi = std::numbers::pi;
@@ -19,55 +23,59 @@ constexpr float kResonance = 0.70710677F;
 // A filter at a rate, fed with a signal by the number of the sample.
 struct Filter {
   explicit Filter(double rate, double (*signal)(double sample)) : mSignal(signal) {
-    const AURenderCallbackStruct callback{&Filter::feed, this};
-    EXPECT_EQ(unit.setProperty({kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0},
-                               &callback, sizeof callback),
-              0);
-    for (const AudioUnitScope scope : {kAudioUnitScope_Input, kAudioUnitScope_Output}) {
-      EXPECT_EQ(unit.setProperty({kAudioUnitProperty_SampleRate, scope, 0}, &rate, sizeof rate), 0);
+    unit.setInputRenderCallback(&Filter::feed, this, 0);
+    for (const KAUnitScope scope : {KAUnitScope::input, KAUnitScope::output}) {
+      unit.setProperty(KAUnitProperty::sampleRate, scope, 0, rate);
     }
-    EXPECT_EQ(unit.setParameter(kLowPassParam_CutoffFrequency, static_cast<float>(kCutoff)), 0);
-    EXPECT_EQ(unit.setParameter(kLowPassParam_Resonance, kResonance), 0);
-    EXPECT_EQ(unit.initialize(), 0);
+    setParameter(KAUnitParameter::lowPassCutoff, static_cast<float>(kCutoff));
+    setParameter(KAUnitParameter::lowPassResonance, kResonance);
+    unit.initialize();
+  }
+  void setParameter(KAUnitParameter parameter, float value) {
+    static_cast<KAAudioUnit&>(unit).setParameter(parameter, KAUnitScope::global, 0, value, 0);
   }
   // The first channel of so many further samples; none when the source fails.
-  std::vector<float> run(std::uint32_t frames, OSStatus result = 0) {
+  std::vector<float> run(std::uint32_t frames, audio::OSStatus result = 0) {
     mResult = result;
-    AudioBufferList buffers;
-    buffers.mNumberBuffers = 1;
-    AudioUnitRenderActionFlags flags = 0;
-    OSStatus status = 0;
+    std::vector<float> samples(frames);
+    float* const channels[] = {samples.data()};
+    audio::OSStatus status = 0;
     {
       const host::RealtimeContext realtime;
-      status = unit.renderChecked(realtime, flags, {mNext, 0, 1}, 0, frames, &buffers);
+      status = unit.render(realtime, {mNext, 0, 1}, frames, channels);
     }
     EXPECT_EQ(status, result);
-    const std::uint32_t given = status == 0 ? frames : 0;
-    mNext += given;
-    return {buffers.mBuffers[0].mData, buffers.mBuffers[0].mData + given};
+    samples.resize(status == 0 ? frames : 0);
+    mNext += static_cast<double>(samples.size());
+    return samples;
   }
-  LowPassUnit unit;
+  KAEffectUnit unit{KAComponent::lowPass};
 
  private:
-  static OSStatus feed(const host::RealtimeContext&, void* self, AudioUnitRenderActionFlags&,
-                       const AudioTimeStamp& time, std::uint32_t, std::uint32_t frames,
-                       AudioBufferList* data) {
+  static audio::OSStatus feed(const host::RealtimeContext&, void* self,
+                              const audio::AudioTimeStamp& time, std::uint32_t frames,
+                              std::span<float* const> channels) noexcept {
     auto& filter = *static_cast<Filter*>(self);
     for (std::uint32_t i = 0; i < frames; ++i) {
-      data->mBuffers[0].mData[i] = static_cast<float>(filter.mSignal(time.mSampleTime + i));
+      channels[0][i] = static_cast<float>(filter.mSignal(time.mSampleTime + i));
     }
     return filter.mResult;
   }
   double (*mSignal)(double);
   double mNext = 0;
-  OSStatus mResult = 0;
+  audio::OSStatus mResult = 0;
+};
+
+class KAEffectUnitTest : public testing::Test {
+ protected:
+  host::SimulatedHost mHost;
 };
 
 double impulse(double sample) {
   return sample == 0 ? 1 : 0;
 }
 
-TEST(LowPassUnitTest, ItsResponseIsThatOfTheAnalogueFilterWarpedByTheBilinearTransform) {
+TEST_F(KAEffectUnitTest, ItsResponseIsThatOfTheAnalogueFilterWarpedByTheBilinearTransform) {
   for (const double rate : {44100.0, 192000.0}) {
     Filter filter(rate, &impulse);
     const std::vector<float> response = filter.run(4096);
@@ -85,7 +93,7 @@ TEST(LowPassUnitTest, ItsResponseIsThatOfTheAnalogueFilterWarpedByTheBilinearTra
   }
 }
 
-TEST(LowPassUnitTest, ARateThatCannotCarryTheCutoffIsLeftAsItIs) {
+TEST_F(KAEffectUnitTest, ARateThatCannotCarryTheCutoffIsLeftAsItIs) {
   for (const double rate : {22050.0, 28000.0}) {
     Filter filter(rate, [](double sample) { return std::sin(sample); });
     const std::vector<float> out = filter.run(1000);
@@ -95,7 +103,7 @@ TEST(LowPassUnitTest, ARateThatCannotCarryTheCutoffIsLeftAsItIs) {
   }
 }
 
-TEST(LowPassUnitTest, ACycleThatFailsLeavesItWhereItWasAndAResetClearsIt) {
+TEST_F(KAEffectUnitTest, ACycleThatFailsLeavesItWhereItWasAndAResetClearsIt) {
   const auto noise = [](double sample) { return std::sin(sample * sample); };
   Filter whole(48000, noise);
   Filter interrupted(48000, noise);
@@ -114,9 +122,9 @@ TEST(LowPassUnitTest, ACycleThatFailsLeavesItWhereItWasAndAResetClearsIt) {
   EXPECT_FALSE(isSilent(rung.run(10)));
   rung.unit.reset();
   EXPECT_TRUE(isSilent(rung.run(10)));
-  EXPECT_EQ(rung.unit.setParameter(kLowPassParam_Resonance, 0), kAudioUnitErr_InvalidPropertyValue);
-  EXPECT_EQ(rung.unit.setParameter(2, 1), kAudioUnitErr_InvalidParameter);
+  EXPECT_EQ(errOf([&] { rung.setParameter(KAUnitParameter::lowPassResonance, 0); }),
+            "err: Error: KAAudioUnit::setParameter (-10851)");
 }
 
 }  // namespace
-}  // namespace velor::audio
+}  // namespace velor
