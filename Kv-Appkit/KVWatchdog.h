@@ -9,7 +9,7 @@
 
 namespace velor {
 
-/// Acts, once, when it has not been told within its interval that all is well.
+/// Acts once, when `validate` was not called within its interval.
 ///
 /// In this order: make it, call `resumeAfter` once, call `validate` again and
 /// again; the action runs when those calls stop. It is spent then, and the owner

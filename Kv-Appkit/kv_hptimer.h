@@ -10,8 +10,8 @@ namespace velor {
 
 // A periodic timer on a thread of its own, in the host's real-time class, that
 // wakes at absolute deadlines and calls one callback. Each deadline is the former
-// one plus the interval: a late wake-up or a slow callback costs nothing on the
-// long run, and a thread that is behind runs at once until it has caught up. The
+// one plus the interval: a late wake-up or a slow callback costs nothing in the
+// long run, and a late thread runs at once until it has caught up. The
 // first call comes one interval after the thread's start.
 //
 // The test for the end of a run stands before the sleep: after a stop the sleep
@@ -28,8 +28,8 @@ struct kv_hptimer_s;
 /// timer.
 using kv_hptimer_block = std::function<void(const host::RealtimeContext&)>;
 
-/// The results of the operations below, beside 0 and what the system says of a
-/// thread that it does not start: a bad argument, and, where told, a null timer.
+/// The results of the operations below, beside 0 and the system's error for a thread
+/// that it does not start: a bad argument, and, where said so, a null timer.
 inline constexpr std::int32_t kv_hptimer_paramErr = -50;
 inline constexpr std::int32_t kv_hptimer_nullErr = -1;
 
@@ -51,7 +51,7 @@ std::int32_t kv_hptimer_set_interval(kv_hptimer_s* timer, std::uint64_t interval
 /// them wrapped around.
 std::int32_t kv_hptimer_set_computation(kv_hptimer_s* timer, double computation);
 
-/// Writes the interval, ns. The result tells nothing: it is -1 on success too. With
+/// Writes the interval, ns. Ignore the result: it is -1 on success too. With
 /// -50 (an interval of 0) nothing is written.
 std::int32_t kv_hptimer_get_interval(const kv_hptimer_s* timer, std::uint64_t* interval);
 
@@ -59,9 +59,9 @@ std::int32_t kv_hptimer_get_interval(const kv_hptimer_s* timer, std::uint64_t* i
 /// the timer is freed, since the thread may be in it. One caller at a time.
 std::int32_t kv_hptimer_set_block(kv_hptimer_s* timer, kv_hptimer_block block);
 
-/// Starts a run; with a thread there, which may have used up its run, only the count
-/// of wake-ups begins anew. -1 for a null timer, or what the system says when it
-/// does not start a thread.
+/// Starts a run. While there is a thread, even one whose run is over, it only sets the
+/// count of wake-ups again. -1 for a null timer, or the system's error when it does not
+/// start a thread.
 std::int32_t kv_hptimer_start(kv_hptimer_s* timer);
 
 /// Ends the run and waits for the thread, up to one interval and one call. -50 for a

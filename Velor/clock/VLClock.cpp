@@ -400,7 +400,7 @@ void VLClock::setArmed(bool armed) {
 
 void VLClock::endChase() {
   {
-    // 1. Observers of the status are told here, around its change.
+    // 1. Announce the change of the status around it, on this queue.
     const KVAnnouncement change(*this, "status");
     enter(VLClockEvent::disarmRequested);
     // 2. The time stands.

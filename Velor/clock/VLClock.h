@@ -30,8 +30,8 @@
 namespace velor {
 
 /// The master clock: counts timecode frame by frame on a timer and hands every
-/// second frame to all MTC destinations. Whatever leaves the application as
-/// timecode comes from here.
+/// second frame to all MTC destinations. All timecode that leaves the application
+/// comes from here.
 ///
 /// Its time is a count of frames and nothing else: a tick adds exactly one, and
 /// the play rate only changes the length of a tick, so that no frame is ever lost
@@ -40,7 +40,7 @@ namespace velor {
 /// Armed, it gives its timer up and follows the MTC of one source: each block
 /// replaces its time and is passed on at once.
 ///
-/// What belongs together is owned by one serial queue, "velor.gentimer". An
+/// One serial queue, "velor.gentimer", owns the times and all that is sent. An
 /// operation that says "waits for the queue" must not come from that queue.
 /// Values that are read without it are the latest ones written there.
 class VLClock final : public VLClockProperties, public VLMTCParserDelegate {
@@ -52,11 +52,11 @@ class VLClock final : public VLClockProperties, public VLMTCParserDelegate {
   /// The clock of the process. The first call is the main thread's.
   static VLClock& sharedClock();
 
-  /// For the shared clock and for tests. MIDI ports that cannot be made are
-  /// logged and done without. Main thread.
+  /// For the shared clock and for tests. The clock logs MIDI ports that it cannot
+  /// make, and works without them. Main thread.
   VLClock();
-  /// Stops without reports, and lets go of MIDI. Main thread; waits for the tick
-  /// under way.
+  /// Stops without reports, and closes the MIDI ports. Main thread; waits for the
+  /// current tick.
   ~VLClock() override;
 
   // --- delegate and proceed callback ---

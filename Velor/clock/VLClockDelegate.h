@@ -9,7 +9,7 @@ namespace velor {
 class KVMIDIEndpoint;
 class VLClock;
 
-/// Who is told what the clock does; override what is of interest.
+/// Gets the clock's reports; override those of interest.
 class VLClockDelegate {
  public:
   virtual ~VLClockDelegate() = default;

@@ -13,7 +13,7 @@
 namespace velor {
 
 /// The callback after each change of the time. Its calls wait on the main queue; when
-/// that is behind, several changes share one, so that the queue does not grow without
+/// that queue is slow, several changes share one call, so that it does not grow without
 /// bound.
 class VLClockProceed {
  public:

@@ -14,7 +14,7 @@ namespace velor {
 
 /// The times and settings of the clock. All times have the clock's format. They are
 /// written on the clock's queue and read anywhere; play mode and pre-roll are plain
-/// words, written by the thread that sets them. Observers are told of each change.
+/// words, written by the thread that sets them. Observers get each change.
 class VLClockProperties : public KVObservable {
  public:
   /// Where it last started from, or was last set to while it stood.

@@ -14,7 +14,7 @@ constexpr double kNanosecondsPerSecond = 1e9;
 constexpr double kDeltaWeight = 0.1;
 constexpr std::int64_t kStallLimit = 20'000'000;  // ns, smoothed
 
-// What is no length of time gives 0, which the timer refuses.
+// 0, which the timer refuses, for a number that is not a length of time.
 std::uint64_t truncatedNanoseconds(double nanoseconds) {
   constexpr double kLimit = 0x1p64;
   return nanoseconds >= 0 && nanoseconds < kLimit ? static_cast<std::uint64_t>(nanoseconds) : 0;

@@ -7,11 +7,11 @@
 #include "kvtimecode/SMPTETime.h"
 #include "platform/midi/MIDITypes.h"
 
-// Sends MIDI Time Code. Stateless: any thread, and on the timing path: those
-// that carry time allocate nothing. What becomes of a message is not told.
+// Sends MIDI Time Code. Stateless, for any thread. The functions that send time allocate
+// nothing, since they run on the timing path. None reports whether a message arrived.
 namespace velor {
 
-/// A quarter of a frame, ns, truncated; 0 for what is no format.
+/// A quarter of a frame, ns, truncated; 0 for an unknown format.
 std::uint64_t mtc_quarter_frame_interval(std::uint32_t type) noexcept;
 
 /// Makes the list of the eight quarter-frames of `time`: the first for the host time
@@ -20,10 +20,10 @@ void mtc_quarter_frames(const SMPTETime& time, std::uint64_t sendTime, std::uint
                         midi::MIDIPacketList* list) noexcept;
 
 /// Schedules the eight quarter-frames of one block. `time`, of one of the seven
-/// formats, is the time at the host time `timestamp` (ns). What goes out is the
-/// time two frames later, so that its first piece leaves exactly when that frame
+/// formats, is the time at the host time `timestamp` (ns). The time two frames later
+/// goes out, so that its first piece leaves exactly when that frame
 /// begins, and a call every two frames makes a stream without a seam. Up to 16
-/// pieces wait in the service, and cannot be taken back.
+/// pieces wait in the service, and cannot be cancelled.
 void sendTime(const KVMIDIEndpoint& endpoint, const SMPTETime& time, std::uint64_t timestamp,
               midi::MIDIPortRef port);
 

@@ -207,7 +207,7 @@ void VLMTC::takeBackTimer() {
   mTimer.reset();
 }
 
-// Without a rate there is no time for it; then the next time that is read tries again.
+// Without a rate it has no interval, and none is made; the next time read tries again.
 void VLMTC::startWatchdog() {
   double rate = std::numeric_limits<double>::quiet_NaN();
   VLMTCGetFramerate(this, &rate);

@@ -10,7 +10,7 @@
 #include "platform/midi/MIDITypes.h"
 
 // Turns the times that an LTC reader finds into MTC on a virtual source, block
-// behind block at the measured rate. When no time has come for four frames it goes
+// after block at the measured rate. When no time has come for four frames it goes
 // on by itself, which is called freewheeling: from the last time, at the last rate,
 // for its freewheel time. When times come again it follows them.
 //
@@ -20,9 +20,9 @@
 //                            └──────────────────┘
 //                                   a time
 //
-// Blocks stand on the last time read and not on the clock. A reader tells a time
-// when its frame is over, and silence takes four more: so while freewheeling, the
-// pieces of a block have times that may have passed by up to two blocks.
+// The times of blocks count from the last time read. A reader reports a time when
+// its frame is over, and silence takes four more: so while freewheeling, the pieces
+// of a block are late by up to two blocks.
 //
 // The reader's thread only hands times over. All else runs on the queue
 // "mtc.watchdog" of each sender, so that neither a time that comes in the middle of
@@ -32,19 +32,19 @@ namespace velor {
 /// An opaque record of this module, from `VLMTCCreate` to `VLMTCDispose`.
 struct VLMTC;
 
-/// Runs on the main queue, some time after the change that it tells: how things stand
-/// is for `VLMTCGetTime` to say. It may dispose of the record.
+/// Runs on the main queue, some time after the change that it reports; `VLMTCGetTime`
+/// gives the current state. It may dispose of the record.
 using VLMTCStateCallback = void (*)(VLMTC* mtc, VLMTCState state, void* refCon);
 
-/// Results of the operations below, beside 0 and what a MIDI service says.
+/// Results of the operations below, beside 0 and those of a MIDI service.
 inline constexpr std::int32_t kVLMTCErr = -1;
-inline constexpr std::int32_t kVLMTCParamErr = -50;  ///< also for each null that is not told of
+inline constexpr std::int32_t kVLMTCParamErr = -50;  ///< also for a null, unless said otherwise
 
 /// A sender at 25 frames per second with a freewheel time of 5 s and no source.
-/// kVLMTCErr if memory runs out. The host in force must outlive it.
+/// kVLMTCErr if memory runs out. The current host must outlive it.
 std::int32_t VLMTCCreate(VLMTC** mtc);
 
-/// Nothing is sent or told any more once it returns. The reader must not hand times
+/// Once it returns, the record sends and reports nothing more. The reader must not hand times
 /// over any more. Any thread but the sender's queue; on another one than the main
 /// thread, a callback under way is not waited for. A null record ends the program.
 std::int32_t VLMTCDispose(VLMTC* mtc);
@@ -54,8 +54,8 @@ std::int32_t VLMTCDispose(VLMTC* mtc);
 /// Any thread. Realtime-safe: yes.
 std::int32_t VLMTCSetFramerate(VLMTC* mtc, double framesPerSecond) noexcept;
 
-/// What the whole nanoseconds of a quarter-frame make, which is seldom to the digit
-/// what was set. kVLMTCErr if that is beyond the range, as it is of 31.0. Null ends
+/// The rate that the whole nanoseconds of a quarter-frame make, which seldom equals
+/// the one that was set. kVLMTCErr if it is out of the range, as after 31.0. Null ends
 /// the program. Any thread. Realtime-safe: yes.
 std::int32_t VLMTCGetFramerate(const VLMTC* mtc, double* outFrameRate) noexcept;
 

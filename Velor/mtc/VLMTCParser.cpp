@@ -14,7 +14,7 @@
 namespace velor {
 namespace {
 
-// A measured speed that is further off is no speed: a block was lost, or it is
+// A measured speed that is further off is wrong: a block was lost, or it is
 // the first one.
 constexpr double kHighestDeviation = 0.05;
 // The average follows quickly until the counter is here, then slowly.

@@ -16,14 +16,14 @@ namespace velor {
 /// Reads MIDI Time Code from one source, packet by packet.
 ///
 /// While a stream is being received, its watchdog keeps the parser, also when the
-/// owner has let go of it: the delegate is still told of the end, ten frames
-/// later, if it is still there then. So the main queue must run for the parser to
-/// go.
+/// owner has dropped it: the parser still reports the end, ten frames later, to a
+/// delegate that is there then. So the main queue must run before the parser can
+/// end.
 ///
-/// The read thread and the main queue share the state below; a mutex that is
-/// never held during a call of the client's stands between them. A stream that
-/// returns just as its end is being told is thereby read as one of the two orders:
-/// the block in progress counts to the old stream, or to the new one.
+/// The read thread and the main queue share the state below, under a mutex that is
+/// never held while a callback or a delegate is called. When a stream returns just as
+/// its end is reported, the block in progress counts to the old stream or to the new
+/// one.
 class VLMTCParser : public std::enable_shared_from_this<VLMTCParser> {
  public:
   /// Gets each block that is complete: the time, without any correction for the

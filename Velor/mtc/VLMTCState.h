@@ -7,7 +7,7 @@
 
 namespace velor {
 
-/// What the sender of MTC from a reader tells its owner.
+/// The reports of the sender of MTC from a reader to its owner.
 enum VLMTCState : std::uint32_t {
   kVLMTCDidStartReading = KVFourCC("rdst"),
   kVLMTCDidChangeFramerate = KVFourCC("dcfr"),  ///< the format of the time, not the measured rate

@@ -13,7 +13,7 @@ namespace velor::host {
 
 /// Jobs that wait for the system longer than any queue may, such as the look-up of
 /// a host's name, which can need half a minute to find nothing: each on a thread of
-/// its own, and what becomes of it told on a queue.
+/// its own, with a report on a queue.
 class LongJobs {
  public:
   struct Job {
@@ -21,7 +21,7 @@ class LongJobs {
     std::function<void()> run;
     /// Makes `run` return soon; empty where nothing can.
     std::function<void()> cancel;
-    /// On the queue, behind `run`, or without it when the system has no thread left.
+    /// On the queue, after `run`, or without it when the system has no thread left.
     std::function<void()> done;
   };
 
@@ -30,7 +30,7 @@ class LongJobs {
 
   /// All of it runs on the queue.
   explicit LongJobs(Queue& queue);
-  /// Nothing is told any more. A job that cannot be cancelled is left to end by
+  /// Reports nothing more. A job that cannot be cancelled is left to end by
   /// itself, so that the program need not wait for it. Any thread, once the queue
   /// runs nothing.
   ~LongJobs();

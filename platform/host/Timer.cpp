@@ -133,7 +133,7 @@ std::uint64_t TimerService::fireDue() {
         return;
       }
       if (state->deadline.load() > mHost.AudioGetCurrentHostTime()) {
-        add(state);  // the deadline was pushed forward before this had its turn
+        add(state);  // the deadline moved while this waited for the queue
         return;
       }
       state->handler();
