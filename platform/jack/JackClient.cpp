@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <utility>
 
 #include "platform/host/Log.h"
@@ -23,16 +22,8 @@ constexpr std::uint64_t kRescanDelay = 20 * kNsPerMs;
 // Until a connection that was refused is asked for again.
 constexpr std::uint64_t kReconnectDelay = 250 * kNsPerMs;
 constexpr std::uint64_t kReportInterval = 5000 * kNsPerMs;
-// A cycle that does not come within this is taken for a server that stands still.
-constexpr std::uint64_t kLongestCycle = 250 * kNsPerMs;
-// From the end of a cycle until the server has told its clients that the graph
-// has changed with it.
-constexpr std::uint64_t kTellingDelay = 10 * kNsPerMs;
 // Fits the limit of every server, also with a number behind it.
 constexpr std::size_t kLongestPortName = 200;
-// A port that is there again so soon is the same one to others: its unit was made
-// anew, for another device or rate.
-constexpr std::uint64_t kRenewalTime = 10'000 * kNsPerMs;
 constexpr const char* kOrderKey = "http://jackaudio.org/metadata/order";
 
 // What jack_client_open takes while it looks for a server, and as many for other threads.
@@ -59,7 +50,7 @@ bool JackClient::available() {
                      [](const std::string& path) { return JackLibrary::load(path) != nullptr; });
 }
 
-JackClient::JackClient() : mHost(host::current()) {}
+JackClient::JackClient() : mHost(host::current()), mCycles(mHost), mConnections(mHost, mCycles) {}
 
 JackClient::~JackClient() = default;
 
@@ -105,8 +96,8 @@ void JackClient::attach(JackParticipant& participant) {
 void JackClient::detach(JackParticipant& participant) {
   mQueue.assertCurrent();
   if (mParticipants.size() == 1 && mParticipants[0] == &participant) {
-    // jackd writes a notification to the closing client, which reads no more, for the
-    // names of each port that it still has; after some 250 it hangs, for all its clients.
+    // For each port that still has names jackd sends a notification to the closing
+    // client, which reads no more; after some 250 of them jackd hangs, for all its clients.
     if (mClient != nullptr) {
       forgetNames();
     }
@@ -147,7 +138,8 @@ void JackClient::tryOpen() {
     }
   }
   if (!std::exchange(mToldMissing, true)) {
-    VELOR_LOG_WARNING("no JACK server is running; ports of other programs appear when one does");
+    VELOR_LOG_WARNING(
+        "no JACK or PipeWire server; ports of other programs appear when one starts");
   }
   retryLater();
 }
@@ -171,6 +163,7 @@ void JackClient::openWith(std::shared_ptr<const JackLibrary> library) {
   }
   mLibrary = std::move(library);
   mClient = client;
+  mConnections.open(mLibrary, mClient);
   mTimeBase.restart();
   ++mSession;
 
@@ -215,10 +208,10 @@ void JackClient::closeClient() {
   mClient = nullptr;
   for (JackPort* port : mPorts) {
     port->port = nullptr;
-    noteLost(*port);
   }
+  mConnections.close(mPorts);
   mPorts.clear();
-  mForgetting = false;
+  mCycles.noteClosed();
   mRenewed.clear();
   tell(false, "");
   for (JackParticipant* participant : mParticipants) {
@@ -239,7 +232,7 @@ void JackClient::registerPort(JackPort& port, int order) {
   if (mClient == nullptr || port.port != nullptr) {
     return;
   }
-  awaitForgotten();
+  mCycles.awaitForgotten();
   const unsigned long flags = port.isOutput ? JackPortIsOutput : JackPortIsInput;
   // Names must be unique within the client and fit the server's limit.
   std::string name = port.name.substr(0, kLongestPortName);
@@ -254,18 +247,14 @@ void JackClient::registerPort(JackPort& port, int order) {
     return;
   }
   mPorts.push_back(&port);
-  noteGraphChange();
+  mCycles.noteGraphChange();
   // A name for people; that a server cannot keep it is no fault.
   const jack_uuid_t uuid = mLibrary->jack_port_uuid(port.port);
   mLibrary->jack_set_property(mClient, uuid, kPrettyNameKey, port.name.c_str(), "text/plain");
   mNamed[uuid] = port.name;
   mLibrary->jack_set_property(mClient, uuid, kOrderKey, std::to_string(order).c_str(),
                               "http://www.w3.org/2001/XMLSchema#int");
-  const auto parted = mParted.extract(port.name);
-  if (!parted.empty() && mHost.AudioGetCurrentHostTime() - parted.mapped().time < kRenewalTime) {
-    port.lost.merge(parted.mapped().connections);
-  }
-  if (!restoreConnections(port)) {
+  if (!mConnections.portRegistered(port)) {
     reconnectSoon();
   }
 }
@@ -274,133 +263,23 @@ void JackClient::unregisterPort(JackPort& port) {
   if (mClient == nullptr || port.port == nullptr) {
     return;
   }
-  awaitRest();
-  lookAtConnections(port);
-  mParted[port.name] = {port.connections, mHost.AudioGetCurrentHostTime()};
+  mCycles.awaitRest();
+  mConnections.portGoes(port);
   mNamed.erase(mLibrary->jack_port_uuid(port.port));
   mLibrary->jack_port_unregister(mClient, port.port);
-  mForgetting = true;
-  noteGraphChange();
+  mCycles.notePortWent();
+  mCycles.noteGraphChange();
   port.port = nullptr;
-  noteLost(port);
   std::erase(mPorts, &port);
 }
 
-bool JackClient::connectPeer(JackPort& port) {
-  if (port.port == nullptr || port.peer.empty() ||
-      mLibrary->jack_port_by_name(mClient, port.peer.c_str()) == nullptr) {
-    return false;
-  }
-  const bool isConnected = connect(port, port.peer);
-  if (!isConnected && !port.peerRefused) {
-    VELOR_LOG_WARNING("cannot connect %s to %s as yet", port.name.c_str(), port.peer.c_str());
-  }
-  port.peerRefused = !isConnected;
-  return isConnected;
-}
-
-void JackClient::disconnectPeer(JackPort& port) {
-  if (port.port != nullptr) {
-    const char* own = mLibrary->jack_port_name(port.port);
-    mLibrary->jack_disconnect(mClient, port.isOutput ? own : port.peer.c_str(),
-                              port.isOutput ? port.peer.c_str() : own);
-    noteGraphChange();
-  }
-  port.peer.clear();
-  port.peerRefused = false;
-}
-
-bool JackClient::connect(const JackPort& port, const std::string& other) {
-  const char* own = mLibrary->jack_port_name(port.port);
-  const char* from = port.isOutput ? own : other.c_str();
-  const char* to = port.isOutput ? other.c_str() : own;
-  const int status = mLibrary->jack_connect(mClient, from, to);
-  noteGraphChange();
-  return status == 0 || status == EEXIST;
-}
-
-void JackClient::noteLost(JackPort& port) {
-  port.lost.merge(port.connections);
-  port.connections.clear();
-  port.peerRefused = false;
-}
-
-bool JackClient::restoreConnections(JackPort& port) {
-  bool isRefused = false;
-  std::erase_if(port.lost, [this, &port, &isRefused](const std::string& other) {
-    if (mLibrary->jack_port_by_name(mClient, other.c_str()) == nullptr) {
-      return false;  // its registration will be told
-    }
-    const bool isConnected = connect(port, other);
-    isRefused = isRefused || !isConnected;
-    return isConnected;
-  });
-  return !isRefused;
-}
-
-// A server that refuses a connection tells nothing when it would grant it.
+// A server that refuses a connection does not report when it would accept it.
 void JackClient::reconnectSoon() {
   if (!std::exchange(mReconnectPending, true)) {
     mQueue.after(kReconnectDelay, [this] {
       mReconnectPending = false;
       requestRescan();
     });
-  }
-}
-
-void JackClient::lookAtConnections() {
-  for (JackPort* port : mPorts) {
-    lookAtConnections(*port);
-  }
-}
-
-void JackClient::lookAtConnections(JackPort& port) {
-  port.connections.clear();
-  const char** names = mLibrary->jack_port_get_all_connections(mClient, port.port);
-  for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
-    if (*name != port.peer) {  // which is connected in any case
-      port.connections.insert(*name);
-    }
-  }
-  mLibrary->jack_free(names);
-}
-
-void JackClient::awaitCycles(std::uint32_t count) {
-  const std::uint32_t before = mCycles.load();
-  const std::uint32_t enough = 2 * count + (before & 1U);
-  const std::uint64_t start = mHost.AudioGetCurrentHostTime();
-  while (mCycles.load() - before < enough) {
-    const std::uint64_t now = mHost.AudioGetCurrentHostTime();
-    const bool idle = (mCycles.load() & 1U) == 0;
-    if (idle && now - start > count * kLongestCycle) {
-      return;
-    }
-    mHost.mach_wait_until(now + kNsPerMs);
-  }
-}
-
-void JackClient::awaitForgotten() {
-  if (std::exchange(mForgetting, false)) {
-    awaitCycles(2);
-  }
-}
-
-void JackClient::noteGraphChange() {
-  mGraphChanged.store(mHost.AudioGetCurrentHostTime());
-}
-
-void JackClient::awaitRest() {
-  // Others may keep the graph moving without end; the hazard is small by then.
-  for (int attempt = 0; attempt < 10; ++attempt) {
-    const std::uint64_t changed = mGraphChanged.load();
-    if (mHost.AudioGetCurrentHostTime() - changed > kLongestCycle) {
-      return;
-    }
-    awaitCycles(2);  // the change has come into force
-    mHost.mach_wait_until(mHost.AudioGetCurrentHostTime() + kTellingDelay);
-    if (mGraphChanged.load() == changed) {
-      return;
-    }
   }
 }
 
@@ -412,13 +291,12 @@ void JackClient::rescan() {
   tellConnected();
   bool isRefused = false;
   for (JackPort* port : mPorts) {
-    isRefused = !restoreConnections(*port) || isRefused;
-    isRefused = (port->peerRefused && !connectPeer(*port)) || isRefused;
+    isRefused = !mConnections.restore(*port) || isRefused;
+    mConnections.look(*port);
   }
   if (isRefused) {
     reconnectSoon();
   }
-  lookAtConnections();
   const auto renewed = std::exchange(mRenewed, {});
   for (JackParticipant* participant : mParticipants) {
     participant->rescan(renewed);
@@ -465,7 +343,7 @@ void JackClient::onPortConnect(jack_port_id_t, jack_port_id_t, int, void* self) 
 }
 int JackClient::onGraphOrder(void* self) {
   auto* client = static_cast<JackClient*>(self);
-  client->noteGraphChange();
+  client->mCycles.noteGraphChange();
   client->requestRescan();  // latencies follow it
   return 0;
 }
@@ -473,8 +351,8 @@ void JackClient::onPropertyChange(jack_uuid_t, const char*, jack_property_change
   static_cast<JackClient*>(self)->requestRescan();
 }
 
-// The library calls back on threads from which it can't be called, and before
-// what it tells of has come to pass: a port that goes is still listed then.
+// The library calls back on threads from which it can't be called, and before the change
+// that it reports: a port that goes is still listed then.
 void JackClient::requestRescan() {
   if (!mRescanPending.exchange(true)) {
     mQueue.after(kRescanDelay, [this] { rescan(); });
@@ -484,7 +362,7 @@ void JackClient::requestRescan() {
 void JackClient::serverWent() {
   mQueue.async([this, session = mSession.load()] {
     if (mClient == nullptr || session != mSession.load()) {
-      return;  // told twice, or closed meanwhile
+      return;  // reported twice, or closed meanwhile
     }
     VELOR_LOG_WARNING("lost the JACK server; will reconnect");
     closeClient();
@@ -499,7 +377,7 @@ int JackClient::onProcess(jack_nframes_t frames, void* self) {
 }
 
 void JackClient::process(jack_nframes_t frames) noexcept {
-  mCycles.fetch_add(1);
+  mCycles.begin();
   const host::RealtimeContext realtime;
   const JackLibrary& jack = *mLibrary;
 
@@ -525,11 +403,11 @@ void JackClient::process(jack_nframes_t frames) noexcept {
       }
     }
   }
-  mCycles.fetch_add(1);
+  mCycles.end();
 }
 
-// A live server may change its rate and period. What it says of that by callbacks
-// may come before a cycle of the kind, or after.
+// A live server may change its rate and period. Its callbacks for that may come before
+// or after the first such cycle.
 void JackClient::heed(const host::RealtimeContext& realtime, const JackCycle& cycle) noexcept {
   const auto sampleRate = static_cast<std::uint32_t>(cycle.nominalRate);
   if (sampleRate == mSampleRate.load(std::memory_order_relaxed) &&

@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "platform/host/Host.h"
+#include "platform/jack/JackConnections.h"
+#include "platform/jack/JackCycles.h"
 #include "platform/jack/JackLibrary.h"
 #include "platform/jack/JackParticipant.h"
 #include "platform/jack/JackPort.h"
@@ -22,10 +24,6 @@ namespace velor::jack {
 /// The client "Velor" of a JACK server, or of PipeWire in its place, for all
 /// services that have a back end there. The server may be missing at the start
 /// and may die: it is looked for twice a second while anybody participates.
-///
-/// Connections that other programs made to our ports are made again when both ends
-/// are back, after a server's death or our own port's absence; what was taken
-/// apart stays so.
 ///
 /// All calls that the library may be slow with run on the queue "velor.jack".
 class JackClient {
@@ -68,16 +66,13 @@ class JackClient {
   /// or when the server refuses, `port` stays null; the refusal is logged.
   void registerPort(JackPort& port, int order);
   void unregisterPort(JackPort& port);
-  /// Connects the port to its peer, when both are there; true when they are then. When
-  /// the server refuses that, it is tried again with every rescan. The connection is
-  /// made in the cycle after the next at the latest; what is written before that is
-  /// lost.
-  bool connectPeer(JackPort& port);
-  /// Takes the port's peer from it.
-  void disconnectPeer(JackPort& port);
-  /// Waits until the process callback has begun and ended so many times, one that runs
-  /// now apart, or until it is plain that it does not come any more.
-  void awaitCycles(std::uint32_t count);
+  /// As in JackConnections. A refused connection is tried again with every rescan. The
+  /// connection carries data from the cycle after the next; what is written before that
+  /// is lost.
+  bool connectPeer(JackPort& port) { return mConnections.connectPeer(port); }
+  void disconnectPeer(JackPort& port) { mConnections.disconnectPeer(port); }
+  /// As JackCycles::await.
+  void awaitCycles(std::uint32_t count) { mCycles.await(count); }
 
   // --- on the queue while there is a server, and in `process` ---
 
@@ -92,13 +87,7 @@ class JackClient {
   void openWith(std::shared_ptr<const JackLibrary> library);
   void closeClient();
   void rescan();
-  void lookAtConnections();
-  void lookAtConnections(JackPort& port);
-  static void noteLost(JackPort& port);
-  // False when one that could be is refused.
-  bool restoreConnections(JackPort& port);
   void reconnectSoon();
-  bool connect(const JackPort& port, const std::string& other);
   void portRegistered(jack_port_id_t id);
   void report(std::uint32_t session);
   /// Removes the names of our ports from the server's store. A jackd that was killed leaves
@@ -106,16 +95,6 @@ class JackClient {
   void forgetNames();
   void tellConnected();
   void tell(bool connected, std::string description);
-  /// Whenever the graph has changed, jackd's library walks its list of our ports
-  /// on a thread of its own, and nothing keeps a port that is unregistered then
-  /// from being pulled from under it. So a port goes while the graph rests.
-  void awaitRest();
-  void noteGraphChange();
-  /// jackd gives the place of a port that went to the next one at once, while the
-  /// cycles go by the old connections until they switch. An input in the place of an
-  /// output then has the library, of whichever client, run in a circle to the end of
-  /// its stack. So a port comes when those that went have been forgotten.
-  void awaitForgotten();
 
   // In the callbacks of the library.
   static int onProcess(jack_nframes_t frames, void* self);
@@ -132,18 +111,14 @@ class JackClient {
   void serverWent();
 
   host::Host& mHost;
+  JackCycles mCycles;
+  JackConnections mConnections;
 
   // On mQueue.
   std::vector<JackParticipant*> mParticipants;
-  struct Parted {
-    std::set<std::string> connections;
-    std::uint64_t time = 0;
-  };
-  std::map<std::string, Parted> mParted;      // by the names of ports that were unregistered
   std::vector<JackPort*> mPorts;              // those that are registered
   std::map<jack_uuid_t, std::string> mNamed;  // the names for people of our ports
   std::set<std::string> mRenewed;             // ports registered since the last look
-  bool mForgetting = false;                   // a port went, and no cycle was awaited since
   bool mToldMissing = false;
   bool mToldShort = false;  // of descriptors
   bool mRetryPending = false;
@@ -156,10 +131,7 @@ class JackClient {
   JackTimeBase mTimeBase;
   std::atomic<std::uint32_t> mSampleRate{0};
   std::atomic<std::uint32_t> mPeriod{0};
-  // Odd while the callback runs.
-  std::atomic<std::uint32_t> mCycles{0};
 
-  std::atomic<std::uint64_t> mGraphChanged{0};  // host time at which it was told last
   std::atomic<bool> mRescanPending{false};
   bool mReconnectPending = false;          // the queue's
   std::atomic<std::uint32_t> mSession{0};  // counts servers

@@ -21,11 +21,11 @@ class JackParticipant {
   /// The client has gone, and its ports with it; the process callback has ended.
   virtual void closed() = 0;
   /// Ports of other clients, their names for people, latencies, rate or period may
-  /// have changed. `renewed`: full names of ports that were registered since the
-  /// last time, perhaps after they had gone too briefly to be missed.
+  /// have changed. `renewed`: full names of ports that were registered since the last
+  /// rescan, even if they were gone too briefly to be missed.
   virtual void rescan(const std::set<std::string>& renewed) = 0;
-  /// Every few seconds while the client is open: what a process callback counted
-  /// and could not tell of itself.
+  /// Every few seconds while the client is open: logs what the process callback could only
+  /// count.
   virtual void report() {}
 
   /// In the process callback of the library.

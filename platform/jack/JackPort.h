@@ -8,19 +8,19 @@
 
 namespace velor::jack {
 
-/// One port of ours, whatever servers come and go. All of it belongs to the
-/// client's queue; a process callback may read `port` of what is registered.
+/// One port of ours, which outlasts its server. All of it belongs to the client's queue; a
+/// process callback may read `port` while it is registered.
 struct JackPort {
   std::string name;  ///< as wanted, of any length and with any characters
   const char* type = JACK_DEFAULT_AUDIO_TYPE;
   bool isOutput = false;
   std::string peer;             ///< full name of the port to be connected to, or empty
   jack_port_t* port = nullptr;  ///< the client's; null while it is not registered
-  /// The client's note that the peer is there and could not be connected as yet, as
-  /// happens with a port of a client that is not active.
+  /// The peer is there, and the server refused to connect it, as it does for a port of a
+  /// client that is not active. Kept by JackConnections.
   bool peerRefused = false;
-  /// The client's note of what is connected to it, by full names: at the last look,
-  /// and when the port went, as far as it was not made again since.
+  /// Other ports by full name: those that were connected at the last look, and those that
+  /// were when the port went and have not been connected again. Kept by JackConnections.
   std::set<std::string> connections;
   std::set<std::string> lost;
 };
