@@ -35,11 +35,8 @@ void VLMarkers::insertMarkers(const Markers& markers, const std::set<std::size_t
   mMarkers = std::move(all);
   mController.contentChanged();
   didChangeValueForKey("markers");
-  mUndoManager.registerUndo([weak = std::weak_ptr(mSelf), indexes] {
-    if (const auto self = weak.lock()) {
-      self->removeMarkersAtIndexes(indexes);
-    }
-  });
+  mUndoManager.registerUndo(
+      mSelf.job([indexes](VLMarkers& self) { self.removeMarkersAtIndexes(indexes); }));
   if (!markers.empty()) {
     mUndoManager.setActionName(stepName("insert", markers));
   }
@@ -60,11 +57,8 @@ void VLMarkers::removeMarkersAtIndexes(const std::set<std::size_t>& indexes) {
   if (removed.empty()) {
     return;
   }
-  mUndoManager.registerUndo([weak = std::weak_ptr(mSelf), removed, places] {
-    if (const auto self = weak.lock()) {
-      self->insertMarkers(removed, places);
-    }
-  });
+  mUndoManager.registerUndo(
+      mSelf.job([removed, places](VLMarkers& self) { self.insertMarkers(removed, places); }));
   mUndoManager.setActionName(stepName("remove", removed));
   willChangeValueForKey("markers");
   mMarkers = std::move(kept);

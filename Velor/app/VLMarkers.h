@@ -10,6 +10,7 @@
 #include "Velor/app/VLMarkerController.h"
 #include "Velor/app/VLMarkerList.h"
 #include "kvtimecode/KVSMPTETime.h"
+#include "platform/host/WeakSelf.h"
 #include "platform/qt/UndoManager.h"
 
 namespace velor {
@@ -22,7 +23,7 @@ class VLMarkers final : public KVObservable, public VLMarkerList {
  public:
   /// `format` is a format code.
   VLMarkers(qt::UndoManager& undoManager, std::uint32_t format)
-      : mUndoManager(undoManager), mType(format), mSelf(this, [](VLMarkers*) {}) {}
+      : mUndoManager(undoManager), mType(format), mSelf(this) {}
 
   VLMarkerController& controller() noexcept { return mController; }
   const VLMarkerController& controller() const noexcept { return mController; }
@@ -55,8 +56,7 @@ class VLMarkers final : public KVObservable, public VLMarkerList {
   Markers mMarkers;
   VLMarkerController mController{*this};
   std::size_t mNumber = 0;  // of the last one that was named; 0: none yet
-  // What an undo step holds weakly; it owns nothing.
-  const std::shared_ptr<VLMarkers> mSelf;
+  const host::WeakSelf<VLMarkers> mSelf;
 };
 
 }  // namespace velor

@@ -18,7 +18,7 @@
 namespace velor {
 
 VLRecovery::VLRecovery(std::filesystem::path folder, Encode encode)
-    : mFolder(std::move(folder)), mEncode(std::move(encode)), mSelf(this, [](VLRecovery*) {}) {
+    : mFolder(std::move(folder)), mEncode(std::move(encode)), mSelf(this) {
   if (const std::error_code error = store::createPrivateFolder(mFolder)) {
     VELOR_LOG_WARNING("no copy for a recovery is kept: %s: %s", mFolder.c_str(),
                       error.message().c_str());
@@ -85,12 +85,11 @@ void VLRecovery::waitUntilDue() {
     writeCopy(now);
     return;
   }
-  host.mainQueue().after(due - now, [weak = std::weak_ptr(mSelf)] {
-    const auto self = weak.lock();
-    if (self != nullptr && self->mLock.isHeld()) {
-      self->waitUntilDue();
+  host.mainQueue().after(due - now, mSelf.job([](VLRecovery& self) {
+    if (self.mLock.isHeld()) {
+      self.waitUntilDue();
     }
-  });
+  }));
 }
 
 void VLRecovery::writeCopy(std::uint64_t now) {

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/host/Queue.h"
+#include "platform/host/WeakSelf.h"
 
 namespace velor {
 
@@ -82,8 +83,7 @@ class VLRecovery {
   std::optional<std::uint64_t> mFirstEdit;  // that is in no copy
   std::optional<std::uint64_t> mLastCopy;
   host::Queue mQueue{"velor.recovery"};
-  // What waits on the main queue holds this weakly; it owns nothing.
-  const std::shared_ptr<VLRecovery> mSelf;
+  const host::WeakSelf<VLRecovery> mSelf;
 };
 
 }  // namespace velor

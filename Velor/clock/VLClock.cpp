@@ -43,7 +43,7 @@ VLClock::VLClock()
           tick(hostTime);
         });
       }),
-      mSelf(this, [](VLClock*) {}) {
+      mSelf(this) {
   mMIDI.open(
       [this](const SMPTETime& block, std::uint64_t hostTime, double /*deviation*/) {
         mTimerQueue.sync([this, &block, hostTime] {
@@ -86,11 +86,7 @@ void VLClock::postProceed() {
 
 template <class Job>
 void VLClock::onMain(Job job) {
-  mHost.mainQueue().async([weak = std::weak_ptr<VLClock>(mSelf), job = std::move(job)] {
-    if (const auto self = weak.lock()) {
-      job(*self);
-    }
-  });
+  mHost.mainQueue().async(mSelf.job(std::move(job)));
 }
 
 template <class... Arguments>

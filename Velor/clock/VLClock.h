@@ -25,6 +25,7 @@
 #include "platform/host/Host.h"
 #include "platform/host/Queue.h"
 #include "platform/host/Seqlock.h"
+#include "platform/host/WeakSelf.h"
 #include "platform/midi/MIDITypes.h"
 
 namespace velor {
@@ -201,8 +202,7 @@ class VLClock final : public VLClockProperties, public VLMTCParserDelegate {
 
   VLClockTimer mTimer;
 
-  // What waits on the main queue holds the clock by this, weakly.
-  const std::shared_ptr<VLClock> mSelf;
+  const host::WeakSelf<VLClock> mSelf;
 
   // Last, so that it ends before anything that its jobs use.
   mutable host::Queue mTimerQueue{"velor.gentimer", host::ThreadRole::timing};

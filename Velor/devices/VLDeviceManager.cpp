@@ -77,7 +77,7 @@ VLDeviceManager::VLDeviceManager()
     : KVObservable(kDependencies),
       mCore(KVMIDICore::sharedCore()),
       mClock(VLClock::sharedClock()),
-      mSelf(this, [](VLDeviceManager*) {}) {
+      mSelf(this) {
   for (const auto& endpoint : mCore.destinations()) {
     mDestinations.push_back(wrap(endpoint));
     VELOR_LOG_INFO("add destination device %s", displayName(*endpoint).c_str());

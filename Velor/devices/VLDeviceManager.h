@@ -16,6 +16,7 @@
 #include "Velor/devices/VLTimecodeDestinationDeviceDelegate.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "platform/host/RecursiveMutex.h"
+#include "platform/host/WeakSelf.h"
 
 namespace velor {
 
@@ -132,8 +133,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   bool _inStateRestauration = false;
   std::string mDecodeError;
 
-  // What others hold weakly; it owns nothing.
-  const std::shared_ptr<VLDeviceManager> mSelf;
+  const host::WeakSelf<VLDeviceManager> mSelf;
   KVObserverToken mObserver;
 };
 

@@ -56,7 +56,7 @@ VLOSCClientDispatcher& VLOSCClientDispatcher::sharedDispatcher() {
 }
 
 VLOSCClientDispatcher::VLOSCClientDispatcher()
-    : mSelf(this, [](VLOSCClientDispatcher*) {}),
+    : mSelf(this),
       mObserver(KVKeyValueObserver::observeKeyPaths<VLOSCClientDispatcher>(
           kObserved, VLClock::sharedClock(), mSelf)),
       mBonjourBrowser(discovery::NSNetServiceBrowser::init()) {

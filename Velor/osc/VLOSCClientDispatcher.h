@@ -17,6 +17,7 @@
 #include "platform/discovery/NSNetServiceBrowser.h"
 #include "platform/discovery/NSNetServiceBrowserDelegate.h"
 #include "platform/discovery/NSNetServiceDelegate.h"
+#include "platform/host/WeakSelf.h"
 
 namespace velor {
 
@@ -149,8 +150,7 @@ class VLOSCClientDispatcher final : public KVObservable,
   std::size_t mResolutions = 0;             // so many
   bool mToldFull = false;
 
-  // What others hold weakly; it owns nothing.
-  const std::shared_ptr<VLOSCClientDispatcher> mSelf;
+  const host::WeakSelf<VLOSCClientDispatcher> mSelf;
   KVKeyValueObserver mObserver;
   std::shared_ptr<discovery::NSNetServiceBrowser> mBonjourBrowser;
 };

@@ -47,8 +47,7 @@ VLOSCServer& VLOSCServer::sharedServer() {
   return KVShared<VLOSCServer>::instance();
 }
 
-VLOSCServer::VLOSCServer()
-    : KVObservable(kDependencies), mHost(host::current()), mSelf(this, [](VLOSCServer*) {}) {}
+VLOSCServer::VLOSCServer() : KVObservable(kDependencies), mHost(host::current()), mSelf(this) {}
 
 VLOSCServer::~VLOSCServer() {
   if (const auto rx = oscRx()) {
@@ -183,11 +182,7 @@ void VLOSCServer::noteRefused(const std::string& host) {
   if (!std::exchange(mListingPosted, true)) {
     const std::uint64_t now = mHost.AudioGetCurrentHostTime();
     mHost.mainQueue().after(mNextListing > now ? mNextListing - now : 0,
-                            [weak = std::weak_ptr(mSelf)] {
-                              if (const auto self = weak.lock()) {
-                                self->listRefused();
-                              }
-                            });
+                            mSelf.job([](VLOSCServer& self) { self.listRefused(); }));
   }
 }
 
@@ -330,17 +325,15 @@ bool VLOSCServer::loadSettingsDictionary(const VLOSCServerSettings& settings,
     entry->setDelegate(mSelf);
     hostFilterEntryChangedEnabled(*entry, entry->enabled());
   }
-  mHost.mainQueue().async([weak = std::weak_ptr(mSelf), entries = std::move(entries)] {
-    if (const auto self = weak.lock()) {
-      const KVAnnouncement announcement(*self, "hostFilter");
-      for (const auto& replaced : self->mHostFilter) {
-        replaced->setDelegate({});  // whoever still holds it lets nobody in
-      }
-      self->mHostFilter = entries;
-      const std::lock_guard lock(self->mHostsMutex);
-      self->mKnown = {self->mRefused.begin(), self->mRefused.end()};
+  mHost.mainQueue().async(mSelf.job([entries = std::move(entries)](VLOSCServer& self) {
+    const KVAnnouncement announcement(self, "hostFilter");
+    for (const auto& replaced : self.mHostFilter) {
+      replaced->setDelegate({});  // whoever still holds it lets nobody in
     }
-  });
+    self.mHostFilter = entries;
+    const std::lock_guard lock(self.mHostsMutex);
+    self.mKnown = {self.mRefused.begin(), self.mRefused.end()};
+  }));
   // The filter mode is not taken over: letting everybody in is for one session.
   return !settings.running || startUdPServerAtPort(settings.port, error);
 }

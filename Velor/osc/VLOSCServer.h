@@ -25,6 +25,7 @@
 #include "Velor/osc/VLOScRxDelegate.h"
 #include "platform/discovery/NSNetService.h"
 #include "platform/host/Host.h"
+#include "platform/host/WeakSelf.h"
 
 namespace velor {
 
@@ -156,8 +157,7 @@ class VLOSCServer final : public KVObservable,
   bool mListingPosted = false;
   std::uint64_t mNextListing = 0;  // host time, ns
 
-  // What others hold weakly; it owns nothing.
-  const std::shared_ptr<VLOSCServer> mSelf;
+  const host::WeakSelf<VLOSCServer> mSelf;
 };
 
 }  // namespace velor

@@ -8,7 +8,7 @@
 namespace velor::midi {
 
 MIDIObjectTable::MIDIObjectTable(std::unique_ptr<MIDIOutside> outside)
-    : mOutside(std::move(outside)), mSelf(std::make_shared<MIDIObjectTable*>(this)) {
+    : mOutside(std::move(outside)), mSelf(this) {
   if (mOutside != nullptr) {
     mOutside->start(*this);
   }
@@ -31,11 +31,7 @@ void MIDIObjectTable::notify(MIDINotificationMessageID message) {
   if (std::exchange(mNews.isPosted, true)) {
     return;
   }
-  host::current().mainQueue().async([weak = std::weak_ptr(mSelf)] {
-    if (const auto self = weak.lock()) {
-      (*self)->tellNews();
-    }
-  });
+  host::current().mainQueue().async(mSelf.job([](MIDIObjectTable& self) { self.tellNews(); }));
 }
 
 void MIDIObjectTable::tellNews() {

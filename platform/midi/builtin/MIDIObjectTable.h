@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/host/PriorityMutex.h"
+#include "platform/host/WeakSelf.h"
 #include "platform/midi/MIDIOutside.h"
 #include "platform/midi/MIDIService.h"
 #include "platform/midi/builtin/MIDIObjects.h"
@@ -104,8 +105,7 @@ class MIDIObjectTable final : public MIDIService, private MIDIInside {
   std::vector<Connection> mConnections;
   MIDIReadThread mReadThread;
   const std::unique_ptr<MIDIOutside> mOutside;
-  // Jobs on the main queue hold it weakly: they may come after the table's end.
-  std::shared_ptr<MIDIObjectTable*> mSelf;
+  const host::WeakSelf<MIDIObjectTable> mSelf;
 };
 
 }  // namespace velor::midi

@@ -20,10 +20,7 @@ constexpr std::uint64_t kClosingInterval = 50'000'000;  // ns
 }  // namespace
 
 JackMIDI::JackMIDI(std::shared_ptr<jack::JackClient> client)
-    : mHost(host::current()),
-      mJack(std::move(client)),
-      mQueue(mJack->queue()),
-      mSelf(std::make_shared<JackMIDI*>(this)) {}
+    : mHost(host::current()), mJack(std::move(client)), mQueue(mJack->queue()), mSelf(this) {}
 
 JackMIDI::~JackMIDI() {
   stop();
@@ -248,11 +245,7 @@ void JackMIDI::closeWhenSent(Key key) {
 }
 
 void JackMIDI::closeLater(Key key) {
-  mQueue.after(kClosingInterval, [weak = std::weak_ptr(mSelf), key] {
-    if (const auto self = weak.lock()) {
-      (*self)->closeWhenSent(key);
-    }
-  });
+  mQueue.after(kClosingInterval, mSelf->job([key](JackMIDI& self) { self.closeWhenSent(key); }));
 }
 
 std::string JackMIDI::displayNameOf(jack_port_t* port, const std::string& fullName) const {

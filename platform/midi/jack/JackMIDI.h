@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -12,6 +13,7 @@
 
 #include "platform/host/Host.h"
 #include "platform/host/PriorityMutex.h"
+#include "platform/host/WeakSelf.h"
 #include "platform/jack/JackClient.h"
 #include "platform/midi/MIDIOutside.h"
 #include "platform/midi/jack/JackOutputLane.h"
@@ -113,8 +115,8 @@ class JackMIDI final : public MIDIOutside, private jack::JackParticipant {
   std::vector<std::unique_ptr<const PortList>> mLists;
   std::atomic<const PortList*> mActive{nullptr};
 
-  // Timed jobs on mQueue hold it weakly: the client may outlast this.
-  std::shared_ptr<JackMIDI*> mSelf;
+  // For timed jobs on mQueue; the client may outlast this. None after `stop`.
+  std::optional<host::WeakSelf<JackMIDI>> mSelf;
 };
 
 }  // namespace velor::midi
