@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Kv-Appkit/kv_hptimer.h"
+#include "Kv-Appkit/KVTimebase.h"
 
 #include <atomic>
 #include <cerrno>
@@ -32,16 +33,6 @@ struct kv_hptimer_s {
 };
 
 namespace {
-
-const host::MachTimebaseInfo& timebase() {
-  static const host::MachTimebaseInfo timebase = [] {
-    host::MachTimebaseInfo info;
-    const int retval = host::current().mach_timebase_info(info);
-    KV_ASSERT(0 == retval && "mach_timebase_info");
-    return info;
-  }();
-  return timebase;
-}
 
 // Without the class the thread goes on as an ordinary one: the host has said so.
 void applyPolicy(const kv_hptimer_s& timer, host::Host& host) {
@@ -115,7 +106,7 @@ std::int32_t kv_hptimer_set_interval(kv_hptimer_s* timer, std::uint64_t interval
     return kv_hptimer_paramErr;
   }
   timer->computation.store(kComputation);
-  timer->interval.store(interval * timebase().denom / timebase().numer);
+  timer->interval.store(interval * KVTimebase().denom / KVTimebase().numer);
   return 0;
 }
 
@@ -136,7 +127,7 @@ std::int32_t kv_hptimer_get_interval(const kv_hptimer_s* timer, std::uint64_t* i
   if (ticks == 0) {
     return kv_hptimer_paramErr;
   }
-  *interval = ticks * timebase().numer / timebase().denom;
+  *interval = ticks * KVTimebase().numer / KVTimebase().denom;
   return kv_hptimer_nullErr;
 }
 

@@ -5,12 +5,12 @@
 #include <utility>
 
 #include "kvtimecode/ltc_utils.h"
+#include "platform/host/Host.h"
 
 namespace velor {
 namespace {
 
 constexpr std::uint64_t kFirstTimerInterval = 40'000'000;  // ns, a frame at 25
-constexpr double kNanosecondsPerSecond = 1e9;
 constexpr double kDeltaWeight = 0.1;
 constexpr std::int64_t kStallLimit = 20'000'000;  // ns, smoothed
 
@@ -47,7 +47,7 @@ void VLClockTimer::stop() {
 
 void VLClockTimer::setFormat(std::uint32_t smpteFormat) {
   mNominalTimerInterval =
-      truncatedNanoseconds(ltc_seconds_per_frame(smpteFormat) * kNanosecondsPerSecond);
+      truncatedNanoseconds(ltc_seconds_per_frame(smpteFormat) * host::kNsPerSecond);
   applyInterval();
 }
 

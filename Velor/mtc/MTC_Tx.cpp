@@ -10,6 +10,7 @@
 #include "Velor/mtc/mtc_wire.h"
 #include "kvtimecode/ltc_two_frames.h"
 #include "kvtimecode/ltc_utils.h"
+#include "platform/host/Host.h"
 #include "platform/midi/MIDIService.h"
 
 namespace velor {
@@ -38,7 +39,7 @@ std::array<std::uint8_t, kMTCQuarterFrameBytes> quarterFrame(const SMPTETime& ti
 }  // namespace
 
 std::uint64_t mtc_quarter_frame_interval(std::uint32_t type) noexcept {
-  const double interval = 1e9 / ((1.0 / ltc_seconds_per_frame(type)) * 4.0);
+  const double interval = host::kNsPerSecond / ((1.0 / ltc_seconds_per_frame(type)) * 4.0);
   return std::isnan(interval) ? 0 : static_cast<std::uint64_t>(interval);
 }
 

@@ -23,7 +23,6 @@
 namespace velor {
 namespace {
 
-constexpr double kNanosecondsPerSecond = 1e9;
 constexpr double kQuarterFramesPerFrame = 4.0;
 constexpr std::uint64_t kDefaultInterval = 10'000'000;  // ns, 25 frames per second
 constexpr double kDefaultFreewheelTime = 5.0;           // s
@@ -296,8 +295,8 @@ std::int32_t VLMTCSetFramerate(VLMTC* mtc, double framesPerSecond) noexcept {
   if (!ltc_is_valid_frame_rate(framesPerSecond)) {
     return kVLMTCErr;
   }
-  mtc->interval.store(static_cast<std::uint64_t>(kNanosecondsPerSecond /
-                                                 (framesPerSecond * kQuarterFramesPerFrame)));
+  mtc->interval.store(
+      static_cast<std::uint64_t>(host::kNsPerSecond / (framesPerSecond * kQuarterFramesPerFrame)));
   return 0;
 }
 
@@ -305,7 +304,7 @@ std::int32_t VLMTCGetFramerate(const VLMTC* mtc, double* outFrameRate) noexcept 
   KV_ASSERT(mtc != NULL);           // NOLINT(modernize-use-nullptr): the condition is the text
   KV_ASSERT(outFrameRate != NULL);  // NOLINT(modernize-use-nullptr)
   const auto interval = static_cast<double>(mtc->interval.load());
-  const double framesPerSecond = kNanosecondsPerSecond / (interval * kQuarterFramesPerFrame);
+  const double framesPerSecond = host::kNsPerSecond / (interval * kQuarterFramesPerFrame);
   if (!ltc_is_valid_frame_rate(framesPerSecond)) {
     return kVLMTCErr;
   }

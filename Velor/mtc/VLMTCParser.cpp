@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/mtc/VLMTCParser.h"
+#include "Kv-Appkit/KVTimebase.h"
 
 #include <algorithm>
 #include <cmath>
@@ -29,15 +30,6 @@ constexpr std::uint32_t kCountedBlock = 1;
 constexpr std::uint32_t kCountedFrames = 2;
 
 constexpr std::uint8_t kHighestSixtieth = 59;
-
-const host::MachTimebaseInfo& timebase() noexcept {
-  static const host::MachTimebaseInfo timebase = [] {
-    host::MachTimebaseInfo info;
-    host::current().mach_timebase_info(info);
-    return info;
-  }();
-  return timebase;
-}
 
 // Nibbles of blocks that were never completed may have been left standing, any
 // number of them.
@@ -73,7 +65,7 @@ std::shared_ptr<VLMTCParser> VLMTCParser::initWithCompletionBlock(CompletionBloc
 }
 
 VLMTCParser::VLMTCParser(CompletionBlock completion) : mParserBlock(std::move(completion)) {
-  timebase();
+  KVTimebase();
 }
 
 void VLMTCParser::clear() noexcept {
@@ -181,9 +173,9 @@ void VLMTCParser::takeIn(std::uint8_t code, std::uint8_t nibble,
 
 void VLMTCParser::weighDeviation() noexcept {
   const double nominalMs = ltc_seconds_per_frame(mTime.mType) * 1000.0 * kMTCFramesPerBlock;
-  const double deviation =
-      static_cast<double>(timebase().numer * _delta) / (timebase().denom * -1000000.0) / nominalMs +
-      1.0;
+  const double deviation = static_cast<double>(KVTimebase().numer * _delta) /
+                               (KVTimebase().denom * -1000000.0) / nominalMs +
+                           1.0;
   if (std::abs(deviation) < kHighestDeviation) {
     const double weight = mTime.mCounter < kSettledCounter ? kQuickWeight : kSettledWeight;
     _weightedDeviation = weight * deviation + (1.0 - weight) * _weightedDeviation;

@@ -15,7 +15,6 @@ namespace {
 constexpr std::size_t kMostNameBytes = 63;
 constexpr std::size_t kMostStringBytes = 255;
 constexpr std::size_t kMostRecordBytes = 65535;
-constexpr double kNsPerSecond = 1e9;
 constexpr double kLongestTimeout = 1e9;  // seconds; what is more has no end either
 
 bool isTXTKey(std::string_view key) {
@@ -192,7 +191,7 @@ void NSNetService::resolveWithTimeout(double seconds) {
                                                }
                                              });
     mTimeout->setDeadline(host::current().AudioGetCurrentHostTime() +
-                          static_cast<std::uint64_t>(std::llround(seconds * kNsPerSecond)));
+                          static_cast<std::uint64_t>(std::llround(seconds * host::kNsPerSecond)));
     mTimeout->resume();
   }
 }

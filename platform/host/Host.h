@@ -23,6 +23,10 @@ enum class ThreadRole {
   audio,     ///< cycles of an audio device
 };
 
+/// Host time counts nanoseconds.
+inline constexpr std::uint64_t kNsPerSecond = 1'000'000'000;
+inline constexpr std::uint64_t kNsPerMs = 1'000'000;
+
 /// The ratio of the host's clock ticks to nanoseconds.
 struct MachTimebaseInfo {
   std::uint32_t numer = 0;

@@ -18,7 +18,6 @@
 namespace velor::host {
 namespace {
 
-constexpr std::uint64_t kNsPerSecond = 1'000'000'000;
 constexpr std::size_t kThreadNameBytes = 15;
 
 timespec timespecOf(std::uint64_t ns) noexcept {

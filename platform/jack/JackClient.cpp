@@ -16,12 +16,11 @@ namespace velor::jack {
 namespace {
 
 constexpr const char* kClientName = "Velor";
-constexpr std::uint64_t kNsPerMs = 1'000'000;
-constexpr std::uint64_t kRetryInterval = 500 * kNsPerMs;
-constexpr std::uint64_t kRescanDelay = 20 * kNsPerMs;
+constexpr std::uint64_t kRetryInterval = 500 * host::kNsPerMs;
+constexpr std::uint64_t kRescanDelay = 20 * host::kNsPerMs;
 // Until a connection that was refused is asked for again.
-constexpr std::uint64_t kReconnectDelay = 250 * kNsPerMs;
-constexpr std::uint64_t kReportInterval = 5000 * kNsPerMs;
+constexpr std::uint64_t kReconnectDelay = 250 * host::kNsPerMs;
+constexpr std::uint64_t kReportInterval = 5000 * host::kNsPerMs;
 // Fits the limit of every server, also with a number behind it.
 constexpr std::size_t kLongestPortName = 200;
 constexpr const char* kOrderKey = "http://jackaudio.org/metadata/order";
@@ -138,8 +137,7 @@ void JackClient::tryOpen() {
     }
   }
   if (!std::exchange(mToldMissing, true)) {
-    VELOR_LOG_WARNING(
-        "no JACK or PipeWire server; ports of other programs appear when one starts");
+    VELOR_LOG_WARNING("no JACK or PipeWire server; ports of other programs appear when one starts");
   }
   retryLater();
 }

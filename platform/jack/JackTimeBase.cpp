@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "platform/jack/JackTimeBase.h"
+#include "platform/host/Host.h"
 
 #include <cmath>
 
@@ -7,7 +8,6 @@ namespace velor::jack {
 namespace {
 
 constexpr double kNsPerUs = 1000.0;
-constexpr double kNsPerSecond = 1e9;
 // The server cuts its time to whole microseconds: half of one is lost on average.
 constexpr double kServerTimeLossNs = 500.0;
 // A reading that was interrupted for longer than this tells nothing.
@@ -66,8 +66,9 @@ const JackCycle& JackTimeBase::advance(const Reading& reading) noexcept {
   mCycle.startTime =
       static_cast<std::uint64_t>(static_cast<double>(reading.startUs) * kNsPerUs + mDifference);
   const double lengthNs = static_cast<double>(reading.nextUs - reading.startUs) * kNsPerUs;
-  mCycle.framesPerNs = reading.nextUs > reading.startUs ? reading.frames / lengthNs
-                                                        : reading.sampleRate / kNsPerSecond;
+  mCycle.framesPerNs = reading.nextUs > reading.startUs
+                           ? reading.frames / lengthNs
+                           : static_cast<double>(reading.sampleRate) / host::kNsPerSecond;
   return mCycle;
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "platform/midi/jack/JackOutputLane.h"
+#include "platform/host/Host.h"
 
 #include <algorithm>
 #include <cmath>
@@ -53,7 +54,7 @@ bool JackOutputLane::isDue(const Packet& packet, const jack::JackCycle& cycle,
   std::int64_t frame = 0;
   if (anchored) {
     const auto distance = static_cast<double>(static_cast<std::int64_t>(packet.due - mAnchorTime));
-    frame = mAnchorFrame + std::llround(distance * cycle.nominalRate / 1e9);
+    frame = mAnchorFrame + std::llround(distance * cycle.nominalRate / host::kNsPerSecond);
   } else {
     frame = cycle.frameAt(packet.due);
   }
