@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <span>
 
 #include "Velor/ltc/ltc_decoder.h"
@@ -156,6 +157,9 @@ class Reading {
         }
       }
     }
+    if (mSummary.frames == 1) {
+      mSummary.first = frame;
+    }
     ++mFormats[time.mType];
     mPrevious = frame;
     mPreviousEnd = crossing(0);
@@ -227,6 +231,11 @@ void print(const VLDecodedFrame& frame, double sampleRate, VLDecodeOptions::Form
 
 void print(const VLDecodeSummary& summary, double sampleRate) {
   std::fprintf(stderr, "frames  %" PRIu64 "\n", summary.frames);
+  if (summary.frames != 0) {
+    std::fprintf(stderr, "begins  at %.6f s: %s; no frame was read before it\n",
+                 static_cast<double>(summary.first.sample) / sampleRate,
+                 textOf(summary.first.time).c_str());
+  }
   if (summary.format) {
     std::fprintf(stderr, "format  %s\n", VLFormatName(*summary.format));
     if (summary.meanRate > 0) {
@@ -245,6 +254,41 @@ void print(const VLDecodeSummary& summary, double sampleRate) {
   if (summary.gapCount > summary.gaps.size()) {
     std::fprintf(stderr, "        and %" PRIu64 " more\n", summary.gapCount - summary.gaps.size());
   }
+}
+
+// The samples of one channel.
+void deinterleave(std::span<const float> room, std::size_t channels, std::size_t channel,
+                  std::vector<float>& samples) {
+  samples.resize(room.size() / channels);
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = room[i * channels + channel];
+  }
+}
+
+// From 1 on; the one on which a frame is read first.
+std::optional<std::size_t> channelWithLTC(const std::string& file) {
+  audio::SoundFileReader reader(file);
+  const auto channels = static_cast<std::size_t>(reader.channels());
+  const std::function<void(const VLDecodedFrame&)> ignore = [](const VLDecodedFrame&) {};
+  std::vector<std::unique_ptr<Reading>> readings;
+  for (std::size_t i = 0; i < channels; ++i) {
+    readings.push_back(std::make_unique<Reading>(reader.sampleRate(), ignore));
+    if (!readings.back()->isThere()) {
+      return std::nullopt;
+    }
+  }
+  std::vector<float> room(kSamplesPerBlock / channels * channels);
+  std::vector<float> samples;
+  while (const std::size_t frames = reader.read(room).frames) {
+    for (std::size_t i = 0; i < channels; ++i) {
+      deinterleave(std::span(room).first(frames * channels), channels, i, samples);
+      readings[i]->take(samples);
+      if (readings[i]->summary().frames != 0) {
+        return i + 1;
+      }
+    }
+  }
+  return std::nullopt;
 }
 
 int fail(const std::string& error, int status) {
@@ -268,10 +312,8 @@ VLDecodeSummary VLDecodeFile(audio::SoundFileReader& reader, int channel,
   std::int64_t done = 0;
   for (;;) {
     const auto part = reader.read(room);
-    samples.resize(part.frames);
-    for (std::size_t i = 0; i < part.frames; ++i) {
-      samples[i] = room[i * channels + static_cast<std::size_t>(channel - 1)];
-    }
+    deinterleave(std::span(room).first(part.frames * channels), channels,
+                 static_cast<std::size_t>(channel - 1), samples);
     reading.take(samples);
     error = part.error;
     if (part.frames == 0 || !error.empty()) {
@@ -323,9 +365,13 @@ int VLDecodeRun(const VLDecodeOptions& options) {
   if (!error.empty()) {
     return fail(error, 1);
   }
-  return summary.frames != 0
-             ? 0
-             : fail("there is no LTC on channel " + std::to_string(options.channel), 1);
+  if (summary.frames != 0) {
+    return 0;
+  }
+  const auto channel = channelWithLTC(options.file);
+  return fail("there is no LTC on channel " + std::to_string(options.channel) +
+                  (channel ? "; channel " + std::to_string(*channel) + " carries LTC" : ""),
+              1);
 }
 
 }  // namespace velor

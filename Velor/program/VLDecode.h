@@ -43,6 +43,7 @@ struct VLDecodeSummary {
   };
 
   std::uint64_t frames = 0;
+  VLDecodedFrame first;  ///< when there are frames
   std::uint64_t gapCount = 0;
   std::vector<Gap> gaps;  ///< the first ones
   /// That of most frames; none without frames.

@@ -5,8 +5,10 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <span>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -114,6 +116,11 @@ class Signal {
   std::vector<float> mSamples;
 };
 
+int fail(const std::string& error) {
+  std::fprintf(stderr, "velor: encode: %s\n", store::printable(error).c_str());
+  return 1;
+}
+
 // A signal has asked for the end.
 volatile std::sig_atomic_t gIsStopped = 0;
 
@@ -150,6 +157,9 @@ std::string VLEncodeFile(const VLEncodeOptions& options,
 }
 
 int VLEncodeRun(const VLEncodeOptions& options) {
+  if (std::error_code ignored; !options.force && std::filesystem::exists(options.file, ignored)) {
+    return fail(options.file + " exists; --force replaces it");
+  }
   VLStopSignalsInstall([](int) { gIsStopped = 1; });
   // A file that may not grow further is told of as a full disk is.
   std::signal(SIGXFSZ, SIG_IGN);
@@ -161,11 +171,7 @@ int VLEncodeRun(const VLEncodeOptions& options) {
       return gIsStopped == 0;
     });
   }
-  if (error.empty()) {
-    return 0;
-  }
-  std::fprintf(stderr, "velor: encode: %s\n", store::printable(error).c_str());
-  return 1;
+  return error.empty() ? 0 : fail(error);
 }
 
 }  // namespace velor

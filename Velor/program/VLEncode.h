@@ -19,6 +19,7 @@ struct VLEncodeOptions {
   static constexpr int kMinSampleRate = 11025;
 
   std::string file;
+  bool force = false;   // replace a file that exists
   SMPTETime start{};    // valid, with the format
   double duration = 0;  // seconds, above 0
   float level = 0;      // of the square's sides, above 0 and up to 1.0

@@ -26,15 +26,17 @@ VLEncodeArguments::VLEncodeArguments(CLI::App& app)
   add("--format", mFormat, "FORMAT", "23.98, 24, 25, 29.97, 29.97df, 30 or 30df (default: 25)");
   add("--start", mStart, "TIME", "Time of the first frame, HH:MM:SS:FF (default: 00:00:00:00)");
   add("--rate", mRate, "HERTZ", "Samples a second (default: 48000)");
-  add("--level", mLevel, "LEVEL", "Highest sample; 0dB is full scale (default: -12dB)");
+  add("--level", mLevel, "LEVEL", "LTC output level; 0dB is full scale (default: -20dB)");
   add("--user-bits", mUserBits, "DIGITS",
       "Eight hexadecimal digits, the first group last (default: 00000000)");
   add("--bits", mBits, "BITS", "Bits of a sample: 16, 24 or float (default: 16)");
+  mCommand.add_flag("--force", mForce, "Replace a file that exists");
 }
 
 VLEncodeOptions VLEncodeArguments::options() const {
   VLEncodeOptions options;
   options.file = mFile;
+  options.force = mForce;
   const auto format = VLReadOption("--format", [&] { return VLOptionText::format(mFormat); });
   options.start = VLReadOption("--start", [&] { return VLOptionText::time(mStart, format); });
   options.duration = VLReadOption("--duration", [&] {

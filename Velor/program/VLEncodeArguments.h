@@ -29,10 +29,11 @@ class VLEncodeArguments {
   std::string mStart = "00:00:00:00";
   std::string mDuration;
   std::string mRate = "48000";
-  std::string mLevel = "-12dB";
+  std::string mLevel = "-20dB";
   std::string mUserBits = "00000000";
   std::string mBits = "16";
   std::string mFile;
+  bool mForce = false;
 };
 
 }  // namespace velor

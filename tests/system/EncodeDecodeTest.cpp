@@ -55,9 +55,11 @@ TEST_F(EncodeDecode, WhatIsEncodedInSilenceIsPrintedFrameByFrameInEachForm) {
                                               "29.97df\n"));
   EXPECT_THAT(csv.output, HasSubstr(",00:59:59;29,1,"));
   EXPECT_THAT(csv.output, HasSubstr(",01:00:00;00,1,"));
-  EXPECT_THAT(csv.errors, testing::MatchesRegex("frames  297\nformat  29.97df\n"
-                                                "rate    29\\.9[0-9.]+ frames a second, "
-                                                "[+-][0-2]\\.[0-9] ppm of nominal\ngaps    0\n"));
+  EXPECT_THAT(csv.errors,
+              testing::MatchesRegex("frames  297\nbegins  at 0.066729 s: 00:59:58;02; no frame "
+                                    "was read before it\nformat  29.97df\n"
+                                    "rate    29\\.9[0-9.]+ frames a second, "
+                                    "[+-][0-2]\\.[0-9] ppm of nominal\ngaps    0\n"));
   const Result json = run({"decode", "--json", "--channel", "1", file("out.wav")});
   EXPECT_THAT(json.output,
               testing::StartsWith("{\"sample\":3203,\"seconds\":0.066729,\"time\":\"00:59:58;02\","
@@ -104,11 +106,18 @@ TEST_F(EncodeDecode, FilesThatFailAreOneClearLineAndTheStatus1BehindWhatWasRead)
     EXPECT_EQ(result.status, 1) << name;
     // The head, and a second's frames less the first two.
     EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), isCut ? 49 : 0);
-    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), isCut ? 5 : 1);
+    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), isCut ? 6 : 1);
     EXPECT_THAT(result.errors, HasSubstr(file(name)));
   }
   EXPECT_THAT(run({"decode", file("cut.wav")}).errors,
               HasSubstr("cut off at sample 96000, 672000 bytes before its end\n"));
+
+  const Result again = run({"encode", "--duration", "1", file("cut.wav")});
+  EXPECT_EQ(again.status, 1);
+  EXPECT_EQ(again.errors, "velor: encode: " + file("cut.wav") + " exists; --force replaces it\n");
+  EXPECT_EQ(fs::file_size(file("cut.wav")), 44 + 2 * 96000U);
+  EXPECT_EQ(run({"encode", "--duration", "1", "--force", file("cut.wav")}).status, 0);
+  EXPECT_EQ(fs::file_size(file("cut.wav")), 44 + 2 * 48000U);
 
   // The disk behind standard output is full.
   ASSERT_EQ(run({"encode", "--duration", "9", file("whole.wav")}).status, 0);

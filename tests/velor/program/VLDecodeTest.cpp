@@ -68,6 +68,19 @@ class VLDecodeTest : public testing::Test {
   const fs::path mFile = mFolder.path() / "a.wav";
 };
 
+TEST_F(VLDecodeTest, AChannelWithoutLTCIsRefusedWithTheNameOfTheOneThatCarriesIt) {
+  const LTCSignal signal = LTCSignalMaker().make();
+  std::vector<float> samples;
+  for (const float sample : signal.samples) {
+    samples.insert(samples.end(), {0.0F, sample, -0.5F});
+  }
+  write(samples, 48000, 3, audio::SampleEncoding::int16);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(VLDecodeRun({mFile.string(), 3, VLDecodeOptions::Form::text}), 1);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::EndsWith("there is no LTC on channel 3; channel 2 carries LTC\n"));
+}
+
 TEST_F(VLDecodeTest, WhatWasEncodedComesBackFromTheThirdFrameToTheLastAtItsSample) {
   for (const int rate : {11025, 44100, 48000, 192000}) {
     for (const std::uint32_t type : kTypes) {
