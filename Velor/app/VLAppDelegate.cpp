@@ -16,7 +16,6 @@
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
-#include "platform/store/DamagedFile.h"
 
 namespace velor {
 namespace {
@@ -65,8 +64,7 @@ VLAppDelegate::VLAppDelegate(std::shared_ptr<VLMainWindowOutlet> mainWindow,
       mFolders(std::move(folders)),
       mSettings(mFolders),
       mClock(VLClock::sharedClock()),
-      mBackground(std::make_unique<host::Queue>("velor.background")),
-      mRecovery(mFolders.state(), [this] { return mState.data(); }) {
+      mBackground(std::make_unique<host::Queue>("velor.background")) {
   VELOR_LOG_INFO("%s %s (%s) is starting, Build date: %s %s, %sMAS Version [%s]", "Velor",
                  VELOR_VERSION, VELOR_VERSION, __DATE__, __TIME__, "Non-", "PRODUCTION");
   VELOR_LOG_ERROR("Log Error");
@@ -84,14 +82,7 @@ VLAppDelegate::~VLAppDelegate() {
 // --- the life of the application
 
 bool VLAppDelegate::applicationOpenFile(const std::filesystem::path& path) {
-  std::error_code error;
-  if (!std::filesystem::exists(path, error)) {
-    mOpenError = path.string() + ": " + (error ? error.message() : "No such file or directory");
-    return false;
-  }
-  mDidLoadFileAtStartup = loadApplicationStateFromURL(path);
-  mOpenError = mState.error();
-  return mDidLoadFileAtStartup;
+  return mDocuments.openFile(path);
 }
 
 void VLAppDelegate::applicationDidFinishLaunching(const std::optional<std::filesystem::path>& file,
@@ -122,8 +113,8 @@ void VLAppDelegate::applicationDidFinishLaunching(const std::optional<std::files
   if (file) {
     applicationOpenFile(*file);
   }
-  if (const auto last = lastStateFile(); last && !mDidLoadFileAtStartup && !isFresh) {
-    openLastState(*last);
+  if (!isFresh) {
+    mDocuments.openLastState();
   }
   followEdits();
   host::current().mainQueue().async([weak = weak_from_this()] {
@@ -208,25 +199,11 @@ VLAppDelegate::TerminateReply VLAppDelegate::applicationShouldTerminate() {
 }
 
 std::string VLAppDelegate::applicationWillTerminate() {
-  const auto last = lastStateFile();
-  const bool isStateSaved = mFolders.data().empty() || (last && saveApplicationStateToURL(*last));
+  const std::string unsaved = mDocuments.saveLastState();
   const bool areSettingsSaved = mFolders.config().empty() || mSettings.save();
-  if (!isStateSaved) {
-    mRecovery.keep();
-    return "cannot save the state: " + (last ? mState.error() : mFolders.createData().error);
-  }
-  mRecovery.end();
-  return areSettingsSaved ? "" : "cannot save the settings in " + mFolders.config().string();
-}
-
-// --- recovery
-
-bool VLAppDelegate::recover() {
-  if (!mRecovery.leftBehind() || !loadApplicationStateFromURL(*mRecovery.leftBehind())) {
-    return false;
-  }
-  mRecovery.take();
-  return true;
+  return areSettingsSaved || !unsaved.empty()
+             ? unsaved
+             : "cannot save the settings in " + mFolders.config().string();
 }
 
 // From here on what changes the document changes the copy.
@@ -236,7 +213,7 @@ void VLAppDelegate::followEdits() {
       "playMode", "playbackMode", "preroll",     "prerollTime", "playRate",      "MIDISyncSource"};
   const auto note = [weak = weak_from_this()](const auto&) {
     if (const auto self = weak.lock()) {
-      self->onMain([](VLAppDelegate& each) { each.mRecovery.noteEdit(); });
+      self->onMain([](VLAppDelegate& each) { each.mDocuments.recovery().noteEdit(); });
     }
   };
   for (const std::string_view key : kEdited) {
@@ -503,34 +480,12 @@ void VLAppDelegate::gotoPrevMarker() {
 
 // --- documents
 
-std::optional<std::filesystem::path> VLAppDelegate::lastStateFile() const {
-  const store::FolderResult folder = mFolders.createData();
-  if (!folder) {
-    VELOR_LOG_ERROR("failed to create application support directory %s, %s",
-                    mFolders.data().c_str(), folder.error.c_str());
-    return std::nullopt;
-  }
-  return folder.path / "laststate.velor";
-}
-
-// The end writes over it, so that what cannot be read is kept beside it.
-void VLAppDelegate::openLastState(const std::filesystem::path& path) {
-  std::error_code error;
-  const bool isWhole = loadApplicationStateFromURL(path) && mState.error().empty();
-  if (isWhole || !std::filesystem::exists(path, error)) {
-    return;
-  }
-  mLastStateError = mState.error() + "; " +
-                    store::DamagedFile::keep(path, path.parent_path() / kDamagedStateName);
-  VELOR_LOG_WARNING("%s", mLastStateError.c_str());
-}
-
 bool VLAppDelegate::saveApplicationStateToURL(const std::filesystem::path& path) {
-  return mState.saveToURL(path);
+  return mDocuments.state().saveToURL(path);
 }
 
 bool VLAppDelegate::loadApplicationStateFromURL(const std::filesystem::path& path) {
-  return mState.loadFromURL(path);
+  return mDocuments.state().loadFromURL(path);
 }
 
 void VLAppDelegate::setupApplicationDefaultState() {
@@ -542,7 +497,7 @@ void VLAppDelegate::saveDocument() {
   window->beginSavePanel(kFileType, [weak = weak_from_this()](const std::filesystem::path& path) {
     const auto self = weak.lock();
     if (self != nullptr && !path.empty() && !self->saveApplicationStateToURL(path)) {
-      self->window->presentError(self->mState.error());
+      self->window->presentError(self->mDocuments.state().error());
     }
   });
 }
@@ -554,8 +509,8 @@ void VLAppDelegate::openDocument() {
       return;
     }
     self->loadApplicationStateFromURL(path);
-    if (!self->mState.error().empty()) {
-      self->window->presentError(self->mState.error());
+    if (!self->mDocuments.state().error().empty()) {
+      self->window->presentError(self->mDocuments.state().error());
     }
   });
 }

@@ -12,10 +12,9 @@
 
 #include "Kv-Appkit/KVKeyValueObserver.h"
 #include "Kv-Appkit/KVObservable.h"
-#include "Velor/app/VLApplicationState.h"
+#include "Velor/app/VLDocuments.h"
 #include "Velor/app/VLMainWindowOutlet.h"
 #include "Velor/app/VLMarkers.h"
-#include "Velor/app/VLRecovery.h"
 #include "Velor/app/VLTimecodeViewDelegate.h"
 #include "Velor/app/VLTimecodeViewOutlet.h"
 #include "Velor/app/VLUserSettings.h"
@@ -51,9 +50,6 @@ class VLAppDelegate final : public KVObservable,
  public:
   /// The last component of a document's name.
   static constexpr std::string_view kFileType = "velor";
-  /// Beside what the last run left: one that could not be read.
-  static constexpr const char* kDamagedStateName = "laststate.damaged.velor";
-
   enum class TerminateReply { now, later };
 
   /// The services, the network and discovery must be in force. Nothing is done yet.
@@ -77,7 +73,6 @@ class VLAppDelegate final : public KVObservable,
   /// saved.
   std::string applicationWillTerminate();
 
-  bool didLoadFileAtStartup() const noexcept { return mDidLoadFileAtStartup; }
   /// Until the settings of OSC, which are read in the background, have been taken over.
   void waitForSettings();
   const VLUserSettings& settings() const { return mSettings; }
@@ -137,20 +132,9 @@ class VLAppDelegate final : public KVObservable,
   /// which what stood before the damage is taken over; the log tells why.
   bool loadApplicationStateFromURL(const std::filesystem::path& path);
   void setupApplicationDefaultState();
-  /// Why the file that was to be opened was not, or which part of it, for people.
-  const std::string& openError() const noexcept { return mOpenError; }
-  /// Why what the last run left was not taken over, or not whole, and where it is kept
-  /// now; empty when it was, or when there is none.
-  const std::string& lastStateError() const noexcept { return mLastStateError; }
-  const VLApplicationState& state() const noexcept { return mState; }
+  VLDocuments& documents() noexcept { return mDocuments; }
   /// Frees it in the background, where many objects take long.
   void letGo(std::shared_ptr<void> object);
-
-  // --- recovery
-
-  const VLRecovery& recovery() const noexcept { return mRecovery; }
-  /// Takes over what a run that was cut off has left. False when it cannot be loaded.
-  bool recover();
 
   // --- from the clock, any thread
 
@@ -208,9 +192,6 @@ class VLAppDelegate final : public KVObservable,
   void restoreState();
 
   void gotoMarker(const std::shared_ptr<VLMarker>& marker);
-  // None when there can be no folder for it.
-  std::optional<std::filesystem::path> lastStateFile() const;
-  void openLastState(const std::filesystem::path& path);
 
   const std::shared_ptr<VLMainWindowOutlet> window;
   const std::shared_ptr<VLTimecodeViewOutlet> timecodeView;
@@ -222,15 +203,11 @@ class VLAppDelegate final : public KVObservable,
   KVKeyValueObserver mFormatObserver;
   KVObserverToken mMIDIObserver;
   std::optional<StateBeforeStart> mStateBeforeStart;
-  bool mDidLoadFileAtStartup = false;
   std::vector<std::shared_ptr<KVSMPTETime>> mStartTimes;  // the last on top
   qt::UndoManager mUndoManager;
   VLMarkers mMarkers{mUndoManager, mClock.smpteFormat()};
-  VLApplicationState mState{*this};
-  std::string mOpenError;
-  std::string mLastStateError;
+  VLDocuments mDocuments{*this, mFolders};
   std::unique_ptr<host::Queue> mBackground;
-  VLRecovery mRecovery;
 };
 
 }  // namespace velor

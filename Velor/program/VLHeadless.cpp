@@ -252,7 +252,7 @@ VLHeadlessSession::Ended VLHeadlessSession::reportLastRun() {
   if (const std::string missing = store::ApplicationFolders().missing(); !missing.empty()) {
     VLStandardError::tell(missing);
   }
-  const VLRecovery& recovery = mApp->recovery();
+  const VLRecovery& recovery = mApp->documents().recovery();
   if (recovery.isBesideAnother() && !mOptions.recover) {
     VLStandardError::tell(
         "another velor runs with the same folders; the one that ends last overwrites the other's "
@@ -262,19 +262,19 @@ VLHeadlessSession::Ended VLHeadlessSession::reportLastRun() {
     warn("the last run was interrupted; --recover restores its state (" +
          recovery.leftBehind()->string() + ")");
   }
-  if (!mApp->lastStateError().empty()) {
+  if (!mApp->documents().lastStateError().empty()) {
     VLStandardError::tell("the state of the last run cannot be restored completely: " +
-                          mApp->lastStateError());
+                          mApp->documents().lastStateError());
   }
   return std::nullopt;
 }
 
 VLHeadlessSession::Ended VLHeadlessSession::checkDocument() {
-  if (mOptions.file && !mApp->didLoadFileAtStartup()) {
-    return fail(kFailureStatus, mApp->openError());
+  if (mOptions.file && !mApp->documents().didLoadFileAtStartup()) {
+    return fail(kFailureStatus, mApp->documents().openError());
   }
-  if (!mApp->openError().empty()) {
-    mWindow->presentError(mApp->openError());
+  if (!mApp->documents().openError().empty()) {
+    mWindow->presentError(mApp->documents().openError());
   }
   return std::nullopt;
 }
@@ -283,14 +283,15 @@ VLHeadlessSession::Ended VLHeadlessSession::recover() {
   if (!mOptions.recover) {
     return std::nullopt;
   }
-  if (mApp->recovery().isBesideAnother()) {
+  if (mApp->documents().recovery().isBesideAnother()) {
     return fail(kFailureStatus, "--recover: another velor runs with the same folders; end it");
   }
-  if (!mApp->recovery().leftBehind()) {
+  if (!mApp->documents().recovery().leftBehind()) {
     return fail(kUsageStatus, "--recover: there is no state of an interrupted run");
   }
-  return mApp->recover() ? std::nullopt
-                         : Ended(fail(kFailureStatus, "--recover: " + mApp->state().error()));
+  return mApp->documents().recover()
+             ? std::nullopt
+             : Ended(fail(kFailureStatus, "--recover: " + mApp->documents().state().error()));
 }
 
 VLHeadlessSession::Ended VLHeadlessSession::applyOSC() {

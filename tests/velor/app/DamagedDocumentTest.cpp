@@ -224,7 +224,8 @@ TEST_P(DamagedDocumentTest, IsToldByItsPlaceAndTheNextWholeOneOpensAsEver) {
     const bool isLoaded = load(damage.text());
     if (!isLoaded) {
       ++refused;
-      EXPECT_TRUE(namesAPlace(app().state().error())) << app().state().error();
+      EXPECT_TRUE(namesAPlace(app().documents().state().error()))
+          << app().documents().state().error();
     } else if (!deviceError().empty()) {
       ++refused;
       EXPECT_TRUE(namesAPlace(deviceError())) << deviceError();
@@ -234,7 +235,7 @@ TEST_P(DamagedDocumentTest, IsToldByItsPlaceAndTheNextWholeOneOpensAsEver) {
     mHost.settle();
     expectALegalClock();
     app().setPlayRate(1);  // beside a sync source it stays what it is
-    EXPECT_TRUE(load(mDocument)) << app().state().error();
+    EXPECT_TRUE(load(mDocument)) << app().documents().state().error();
     EXPECT_EQ(deviceError(), "");
     mHost.settle();
     EXPECT_EQ(saved(), mDocument);

@@ -82,14 +82,15 @@ TEST_F(FullDocument, DevicesThatCannotAllBeTakenOverLeaveTheRunningOnesAsTheyAre
        {std::pair(damaged, "devices.manager[1].reader.inputChannel: expected a whole number"),
         std::pair(many, "devices.manager: 65 devices; at most 64 are possible")}) {
     EXPECT_TRUE(app().loadApplicationStateFromURL(write("edited.velor", document.dump())));
-    EXPECT_NE(app().state().error().find(error), std::string::npos) << app().state().error();
+    EXPECT_NE(app().documents().state().error().find(error), std::string::npos)
+        << app().documents().state().error();
     mHost.settle();
     EXPECT_EQ(manager().devices(), running);
     EXPECT_EQ(running[0]->midiEndpoint(), endpoint) << error;
   }
   many["devices.manager"].erase(0);
   EXPECT_TRUE(app().loadApplicationStateFromURL(write("edited.velor", many.dump())));
-  EXPECT_EQ(app().state().error(), "");
+  EXPECT_EQ(app().documents().state().error(), "");
   EXPECT_EQ(manager().devices().size(), VLDeviceManager::kMostDevices);
   EXPECT_THROW(manager().createGenerator(), KVException);
   EXPECT_THROW(manager().createrReader(), KVException);
@@ -143,7 +144,7 @@ TEST_F(VLApplicationStateTest, WhatAFileDoesNotSayStaysNoFormatIs24AndOneThatIsN
   document["tc.type"] = 99;
   document["playbackMode"] = 1717986918;
   goTo("00:00:10:00");
-  EXPECT_TRUE(load(document)) << app().state().error();
+  EXPECT_TRUE(load(document)) << app().documents().state().error();
   EXPECT_EQ(now(), "00:00:01:00");
   EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType24);
   EXPECT_TRUE(mLog.has("tc.type: 99 is not a format"));
@@ -156,7 +157,7 @@ TEST_F(VLApplicationStateTest, APointThatIsANumberLeftOutDoesNotKeepADocumentFro
   clock().setLoopEndTime(timeOf("00:02:00;01", kSMPTETimeType2997Drop));
   clock().setSmpteOffset(timeOf("00:03:00;00", kSMPTETimeType2997Drop));
   goTo("00:00:01;00");
-  EXPECT_TRUE(load(saved())) << app().state().error();
+  EXPECT_TRUE(load(saved())) << app().documents().state().error();
   EXPECT_EQ(now(), "00:00:01;00");
   EXPECT_EQ(stringFromSMPTETime(clock().stopTime()), "00:01:00;02");
 }
@@ -166,7 +167,8 @@ TEST_F(VLApplicationStateTest, WhatIsNoDocumentChangesNothingAndIsToldWithItsPla
   const std::string before = saved().dump();
   const auto refuses = [this](const std::filesystem::path& path, const char* reason) {
     EXPECT_FALSE(app().loadApplicationStateFromURL(path));
-    EXPECT_NE(app().state().error().find(reason), std::string::npos) << app().state().error();
+    EXPECT_NE(app().documents().state().error().find(reason), std::string::npos)
+        << app().documents().state().error();
   };
   refuses(mFolder.path() / "missing.velor", "missing.velor");
   refuses(write("empty.velor", ""), "line 1");
@@ -175,7 +177,7 @@ TEST_F(VLApplicationStateTest, WhatIsNoDocumentChangesNothingAndIsToldWithItsPla
   refuses(mFolder.path() / "huge.velor", "huge.velor");
   EXPECT_EQ(saved().dump(), before);
   EXPECT_FALSE(app().applicationOpenFile(mFolder.path() / "missing.velor"));
-  EXPECT_FALSE(app().didLoadFileAtStartup());
+  EXPECT_FALSE(app().documents().didLoadFileAtStartup());
 }
 
 TEST_F(VLApplicationStateTest, ADamagedValueEndsTheReadingAndLeavesTheDefaultFormat) {
@@ -187,7 +189,8 @@ TEST_F(VLApplicationStateTest, ADamagedValueEndsTheReadingAndLeavesTheDefaultFor
     Json damaged = document;
     damaged[key] = std::move(value);
     EXPECT_FALSE(load(damaged)) << key;
-    EXPECT_NE(app().state().error().find(place), std::string::npos) << app().state().error();
+    EXPECT_NE(app().documents().state().error().find(place), std::string::npos)
+        << app().documents().state().error();
     EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType25) << key;
     EXPECT_FALSE(app().undoManager().canUndo());
   };
@@ -265,11 +268,11 @@ TEST_F(VLApplicationStateTest, AFileAtTheStartIsLoadedInPlaceOfWhatTheLastRunLef
   goTo("00:00:02:00");
   const auto file = save();
   launch(file);
-  EXPECT_TRUE(app().didLoadFileAtStartup());
+  EXPECT_TRUE(app().documents().didLoadFileAtStartup());
   EXPECT_EQ(now(), "00:00:02:00");
   EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType24);
   launch(write("damaged.velor", "{"));
-  EXPECT_FALSE(app().didLoadFileAtStartup());
+  EXPECT_FALSE(app().documents().didLoadFileAtStartup());
   EXPECT_EQ(now(), "00:00:01:00");
 }
 
@@ -287,17 +290,18 @@ TEST_F(VLApplicationStateTest, WhatTheLastRunLeftIsKeptWhereItCannotBeRead) {
     std::ofstream(last) << damaged;
     launch();
     for (const char* told : {last.c_str(), aside.c_str()}) {
-      EXPECT_NE(app().lastStateError().find(told), std::string::npos) << app().lastStateError();
+      EXPECT_NE(app().documents().lastStateError().find(told), std::string::npos)
+          << app().documents().lastStateError();
     }
     EXPECT_EQ(app().applicationWillTerminate(), "");
     EXPECT_EQ(contents(aside), damaged);
     launch();
-    EXPECT_EQ(app().lastStateError(), "");
+    EXPECT_EQ(app().documents().lastStateError(), "");
   }
   end();
   std::filesystem::remove(last);
   launch();
-  EXPECT_EQ(app().lastStateError(), "") << "as at the first start";
+  EXPECT_EQ(app().documents().lastStateError(), "") << "as at the first start";
 }
 
 TEST_F(VLApplicationStateTest, SettingsOutliveARunAndDamagedOnesDoNotKeepItFromStarting) {

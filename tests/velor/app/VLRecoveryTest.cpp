@@ -22,7 +22,7 @@ class VLRecoveryTest : public AppFixture {
 
 TEST_F(VLRecoveryTest, EditsAreInTheCopySoonAndACleanEndRemovesIt) {
   launch();
-  EXPECT_FALSE(app().recovery().isBesideAnother());
+  EXPECT_FALSE(app().documents().recovery().isBesideAnother());
   mHost.advance(60 * kSecond);
   EXPECT_FALSE(isThere()) << "nothing was edited";
   goTo("00:00:01:00");
@@ -48,8 +48,8 @@ TEST_F(VLRecoveryTest, EditsAreInTheCopySoonAndACleanEndRemovesIt) {
   EXPECT_EQ(app().applicationWillTerminate(), "");
   EXPECT_FALSE(isThere());
   launch();
-  EXPECT_FALSE(app().recovery().wasCutOff());
-  EXPECT_FALSE(app().recover());
+  EXPECT_FALSE(app().documents().recovery().wasCutOff());
+  EXPECT_FALSE(app().documents().recover());
 }
 
 TEST_F(VLRecoveryTest, EachEditOfADeviceIsInTheCopyAndWithoutOneNothingIsWritten) {
@@ -88,8 +88,8 @@ TEST_F(VLRecoveryTest, TheLastRunThatWasCutOffCanBeTakenUpAtAnyLaterStart) {
   app().addMarker();
   mHost.advance(3 * kSecond);
   launch();  // without an end
-  ASSERT_TRUE(app().recovery().wasCutOff());
-  EXPECT_EQ(app().recovery().leftBehind(), old());
+  ASSERT_TRUE(app().documents().recovery().wasCutOff());
+  EXPECT_EQ(app().documents().recovery().leftBehind(), old());
   EXPECT_EQ(now(), "00:00:00:00");
 
   // Who reads of it ends this run, and starts another.
@@ -99,12 +99,12 @@ TEST_F(VLRecoveryTest, TheLastRunThatWasCutOffCanBeTakenUpAtAnyLaterStart) {
   EXPECT_EQ(app().applicationWillTerminate(), "");
   EXPECT_FALSE(isThere());
   launch();
-  EXPECT_FALSE(app().recovery().wasCutOff());
+  EXPECT_FALSE(app().documents().recovery().wasCutOff());
   EXPECT_EQ(now(), "00:00:13:00");
-  EXPECT_TRUE(app().recover());
+  EXPECT_TRUE(app().documents().recover());
   EXPECT_EQ(now(), "00:00:42:00");
   EXPECT_EQ(app().markers().markers().size(), 1U);
-  EXPECT_FALSE(app().recovery().leftBehind());
+  EXPECT_FALSE(app().documents().recovery().leftBehind());
   EXPECT_TRUE(std::filesystem::exists(old())) << "this run may be cut off, too";
   EXPECT_EQ(app().applicationWillTerminate(), "");
   EXPECT_FALSE(std::filesystem::exists(old()));
@@ -135,7 +135,7 @@ TEST_F(VLRecoveryTest, ARunThatIsInterruptedInAPlayComesBackOnTheSyncSourceThatT
   const auto show = mFolder.path() / "show.velor";
   EXPECT_TRUE(app().saveApplicationStateToURL(show));
   launch();
-  EXPECT_TRUE(app().recover());
+  EXPECT_TRUE(app().documents().recover());
   EXPECT_TRUE(app().syncSource() != nullptr && app().syncSource()->isEqual(*deck));
   app().setSyncSource(nullptr);
   EXPECT_TRUE(app().loadApplicationStateFromURL(show));
@@ -148,8 +148,8 @@ TEST_F(VLRecoveryTest, AStateThatCannotBeSavedIsNoCleanEnd) {
   std::filesystem::create_directories(folders().data() / "laststate.velor");
   EXPECT_NE(app().applicationWillTerminate().find("laststate.velor"), std::string::npos);
   launch();
-  EXPECT_TRUE(app().recovery().wasCutOff());
-  EXPECT_TRUE(app().recover());
+  EXPECT_TRUE(app().documents().recovery().wasCutOff());
+  EXPECT_TRUE(app().documents().recover());
   EXPECT_EQ(now(), "00:00:42:00");
 }
 

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/app/VLDocuments.h"
+
+#include "Velor/app/VLAppDelegate.h"
+#include "platform/host/Log.h"
+#include "platform/store/DamagedFile.h"
+
+namespace velor {
+
+VLDocuments::VLDocuments(VLAppDelegate& app, const store::ApplicationFolders& folders)
+    : mFolders(folders),
+      mState(app),
+      mRecovery(mFolders.state(), [this] { return mState.data(); }) {}
+
+bool VLDocuments::openFile(const std::filesystem::path& path) {
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) {
+    mOpenError = path.string() + ": " + (error ? error.message() : "No such file or directory");
+    return false;
+  }
+  mDidLoadFileAtStartup = mState.loadFromURL(path);
+  mOpenError = mState.error();
+  return mDidLoadFileAtStartup;
+}
+
+std::optional<std::filesystem::path> VLDocuments::lastStateFile() const {
+  const store::FolderResult folder = mFolders.createData();
+  if (!folder) {
+    VELOR_LOG_ERROR("failed to create application support directory %s, %s",
+                    mFolders.data().c_str(), folder.error.c_str());
+    return std::nullopt;
+  }
+  return folder.path / "laststate.velor";
+}
+
+void VLDocuments::openLastState() {
+  const auto last = lastStateFile();
+  if (!last || mDidLoadFileAtStartup) {
+    return;
+  }
+  const std::filesystem::path& path = *last;
+  std::error_code error;
+  const bool isWhole = mState.loadFromURL(path) && mState.error().empty();
+  if (isWhole || !std::filesystem::exists(path, error)) {
+    return;
+  }
+  mLastStateError = mState.error() + "; " +
+                    store::DamagedFile::keep(path, path.parent_path() / kDamagedStateName);
+  VELOR_LOG_WARNING("%s", mLastStateError.c_str());
+}
+
+std::string VLDocuments::saveLastState() {
+  const auto last = lastStateFile();
+  if (!mFolders.data().empty() && !(last && mState.saveToURL(*last))) {
+    mRecovery.keep();
+    return "cannot save the state: " + (last ? mState.error() : mFolders.createData().error);
+  }
+  mRecovery.end();
+  return "";
+}
+
+bool VLDocuments::recover() {
+  if (!mRecovery.leftBehind() || !mState.loadFromURL(*mRecovery.leftBehind())) {
+    return false;
+  }
+  mRecovery.take();
+  return true;
+}
+
+}  // namespace velor

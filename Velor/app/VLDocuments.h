@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "Velor/app/VLApplicationState.h"
+#include "Velor/app/VLRecovery.h"
+#include "platform/store/ApplicationFolders.h"
+
+namespace velor {
+
+class VLAppDelegate;
+
+/// The documents of the application: the one of the start, the state of the last run, and
+/// the recovery copy. Queue: main.
+class VLDocuments {
+ public:
+  /// Beside the state of the last run: one that could not be read.
+  static constexpr const char* kDamagedStateName = "laststate.damaged.velor";
+
+  VLDocuments(VLAppDelegate& app, const store::ApplicationFolders& folders);
+
+  /// Opens the document of the start. False when it is not loaded.
+  bool openFile(const std::filesystem::path& path);
+  bool didLoadFileAtStartup() const noexcept { return mDidLoadFileAtStartup; }
+  /// Why the document of the start, or which part of it, was not opened, for people.
+  const std::string& openError() const noexcept { return mOpenError; }
+
+  /// Restores the state of the last run, unless the document of the start was loaded. A
+  /// damaged one is kept beside it, as the end overwrites it.
+  void openLastState();
+  /// Why the state of the last run was not restored, or not wholly, and where its file is
+  /// kept; empty when it was restored, and when there is none.
+  const std::string& lastStateError() const noexcept { return mLastStateError; }
+  /// Saves the state for the next run, as far as there is a folder for it. Why it cannot, for
+  /// people; empty when it is saved. The recovery copy keeps a state that is not saved.
+  std::string saveLastState();
+
+  VLApplicationState& state() noexcept { return mState; }
+  const VLApplicationState& state() const noexcept { return mState; }
+
+  VLRecovery& recovery() noexcept { return mRecovery; }
+  const VLRecovery& recovery() const noexcept { return mRecovery; }
+  /// Restores the state of an interrupted run. False when it cannot be loaded.
+  bool recover();
+
+ private:
+  // None when there can be no folder for it.
+  std::optional<std::filesystem::path> lastStateFile() const;
+
+  const store::ApplicationFolders& mFolders;
+  VLApplicationState mState;
+  VLRecovery mRecovery;
+  bool mDidLoadFileAtStartup = false;
+  std::string mOpenError;
+  std::string mLastStateError;
+};
+
+}  // namespace velor
