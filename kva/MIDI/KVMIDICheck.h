@@ -6,8 +6,8 @@
 
 namespace velor {
 
-/// Makes the call. When it fails it is made once more, and the status of that one
-/// is what is told. Should it succeed by then, `undo` takes back what it made.
+/// Makes the call. When it fails, makes it once more and raises with the status of the
+/// second call. If that one succeeds, `undo` takes back what it made.
 template <class Call, class Undo>
 void KVMIDICheck(const char* method, const Call& call, const Undo& undo) {
   if (call() != 0) {

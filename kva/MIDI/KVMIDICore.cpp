@@ -19,9 +19,9 @@ midi::MIDIUniqueID randomUniqueID() noexcept {
   return static_cast<midi::MIDIUniqueID>(KVRandom());
 }
 
-// Gives a new endpoint the id, or else a random one. One that gets none would be
-// an endpoint that nobody knows of, calling a read function whose owner has been
-// told that there is none: it goes again.
+// Gives a new endpoint the id, or else a random one. An endpoint that gets none is
+// disposed of: its maker gets an exception, and nobody would know of the endpoint, which
+// still calls the read function.
 void setUniqueID(midi::MIDIEndpointRef endpoint, midi::MIDIUniqueID id, const char* method) {
   midi::OSStatus status = 0;
   for (int attempt = 0; attempt < kUniqueIDAttempts; ++attempt) {
@@ -104,7 +104,7 @@ std::shared_ptr<KVMIDIEndpoint> KVMIDICore::sourceWithUniqueId(midi::MIDIUniqueI
         return source;
       }
     } catch (const KVException& exception) {
-      // It has gone, its notification is under way, and nobody had asked for its id.
+      // It has vanished, its notification is still to come, and its id was never read.
       VELOR_LOG_INFO("%s", exception.what());
     }
   }
@@ -190,7 +190,7 @@ void KVMIDICore::didReceiveMidiNotification(const midi::MIDINotification& notifi
   willChangeValueForKey("sources");
   resyncDeviceList();
   didChangeValueForKey("sources");
-  // Both lists are new by now; who observes this one is told all the same.
+  // Both lists are new by now; observers of this one are told all the same.
   willChangeValueForKey("destinations");
   didChangeValueForKey("destinations");
   KVNotificationCenter::defaultCenter().postOnMainQueue(KVMIDINotification, message);

@@ -19,19 +19,18 @@ namespace velor {
 /// std::int32_t, the midi::MIDINotificationMessageID. One change may give several.
 inline constexpr const char* KVMIDINotification = "KVMIDINotification";
 
-/// The process's one doorway to the MIDI service in force: its clients, and its
-/// sources and destinations as objects. A platform failure raises KVException
-/// "err".
+/// The process's one doorway to the current MIDI service: its clients, and its sources
+/// and destinations as objects. A platform failure raises KVException "err".
 ///
-/// Observable: "sources" and "destinations", told on the main queue, where the
-/// service tells of changes.
+/// Observable: "sources" and "destinations", announced on the main queue, where the
+/// service reports changes.
 class KVMIDICore : public KVObservable {
  public:
   using Endpoints = std::vector<std::shared_ptr<KVMIDIEndpoint>>;
 
-  /// Made at first use, by the main thread, with a service in force. Ends with
-  /// KVSharedInstances::clear, on the main thread and before the service; its
-  /// clients, and what else was made with them, are disposed of then.
+  /// Made at first use, by the main thread, when a service is set. Ends with
+  /// KVSharedInstances::clear, on the main thread and before the service; disposes of its
+  /// clients then, and of all that was made with them.
   static KVMIDICore& sharedCore();
 
   /// The client that bears the application's name.

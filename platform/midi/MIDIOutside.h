@@ -10,8 +10,8 @@
 
 namespace velor::midi {
 
-/// Where packets that come in from the outside are going: a port that is
-/// connected to a source, or a virtual destination.
+/// The receiver of packets from the outside: a port that is connected to a source, or a
+/// virtual destination.
 struct ReceiverRef {
   std::uint32_t slot = 0;
   std::uint32_t generation = 0;
@@ -22,12 +22,12 @@ class MIDIInside {
  public:
   virtual ~MIDIInside() = default;
 
-  /// An endpoint of the outside is there. Known by `portName`, it has the
-  /// reference and the unique id that it had before, if it was there before;
-  /// `displayName` may have changed. Not from a real-time callback.
+  /// An endpoint of the outside is there. An endpoint of a known `portName` keeps its
+  /// reference and unique id; `displayName` may have changed. Not from a real-time
+  /// callback.
   virtual MIDIEndpointRef endpointAppeared(MIDIEndpointKind kind, const std::string& portName,
                                            const std::string& displayName) = 0;
-  /// Gone until it appears again.
+  /// The endpoint is absent until it appears again.
   virtual void endpointVanished(MIDIEndpointRef endpoint) = 0;
 
   /// Hands one packet to a read function; `time` is the host time of the packet.
@@ -37,9 +37,9 @@ class MIDIInside {
                        std::size_t length) noexcept = 0;
 };
 
-/// What a back end adds to the object table: the MIDI of other programs and of
-/// hardware. The table calls it with its lock held, so none of these may wait or
-/// call back in; what takes time goes to a queue of the back end's own.
+/// A back end of the object table: the MIDI of other programs and of hardware. The table
+/// calls it with its lock held, so none of these may wait or call back in; slow work goes
+/// to a queue of the back end's own.
 class MIDIOutside {
  public:
   virtual ~MIDIOutside() = default;
@@ -55,8 +55,8 @@ class MIDIOutside {
                                      ReceiverRef receiver) = 0;
   virtual void removeVirtual(MIDIEndpointRef endpoint) = 0;
 
-  /// An endpoint of the outside is told as its reference and the name with which
-  /// it appeared; our own port by its reference and name.
+  /// An endpoint of the outside by its reference and the name with which it appeared; our
+  /// own port by its reference and name.
   struct Named {
     MIDIObjectRef ref;
     const std::string& name;
@@ -72,7 +72,7 @@ class MIDIOutside {
   virtual OSStatus received(MIDIEndpointRef source, const MIDIPacketList& packets) = 0;
   /// What serves the pair goes after the last packet that was sent.
   virtual void endSending(MIDIPortRef port, MIDIEndpointRef destination) = 0;
-  /// An output port is gone, and with it what served it.
+  /// The output port is disposed of; all that serves it goes.
   virtual void removePort(MIDIPortRef port) = 0;
 
   /// Called without the lock.

@@ -9,8 +9,8 @@
 
 namespace velor::midi {
 
-/// A MIDI service: clients, ports, virtual endpoints, the endpoints of the
-/// outside, and delivery of packets at their time.
+/// A MIDI service: clients, ports, virtual endpoints, the endpoints of other programs and
+/// of hardware (the outside), and delivery of packets at their time.
 ///
 /// Any thread may call any operation, but none from a real-time callback. All
 /// read functions run on one real-time thread, the MIDI read thread, in the
@@ -103,11 +103,11 @@ class MIDIService {
 
   /// Whether a server carries the MIDI of the outside now.
   virtual bool isConnected() = 0;
-  /// In a few words for people, which server carries the MIDI of the outside now.
+  /// The server that carries the MIDI of the outside now, in a few words for people.
   virtual std::string serverDescription() = 0;
 };
 
-/// The service in force; the application chooses it once, a test for each case.
+/// The current service; the application chooses it once, a test for each case.
 MIDIService& service() noexcept;
 void setService(MIDIService* service) noexcept;
 

@@ -47,7 +47,7 @@ void MIDIObjectTable::tellNews() {
     }
   }
   for (const MIDIClientRef client : clients) {
-    // What happened, then that something did; clients may look at either.
+    // The kind of change, then that there was one; clients may look at either.
     if (news.removed) {
       tell(client, kMIDIMsgObjectRemoved);
     }
