@@ -401,9 +401,13 @@ void KADefaultOutputUnit::inputCycle(const host::RealtimeContext& realtime, void
   std::uint32_t piece = 0;
   for (std::uint32_t offset = 0; offset < frames; offset += piece) {
     piece = std::min(frames - offset, audio::kMaxFramesPerSlice);
-    std::fill_n(self.rt.silence.begin(), piece, 0.0F);  // whoever got it may have written there
     for (std::size_t i = 0; i < channels.size(); ++i) {
-      self.rt.arrived[i] = channels[i] != nullptr ? channels[i] + offset : self.rt.silence.data();
+      if (channels[i] != nullptr) {
+        self.rt.arrived[i] = channels[i] + offset;
+      } else {
+        self.rt.arrived[i] = self.rt.silence.data();
+        std::fill_n(self.rt.silence.begin(), piece, 0.0F);  // whoever got it may have written
+      }
     }
     callback.inputProc(realtime, callback.inputProcRefCon,
                        self.stamp(time, offset, self.rt.inputCount), piece,

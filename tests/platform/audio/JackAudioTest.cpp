@@ -390,38 +390,6 @@ TYPED_TEST(JackAudioOnServer, WhatAClientGainsAndLosesDoesNotTouchTheChannelThat
   EXPECT_TRUE(test::waitFor(5, [&] { return connected() == Tracks{"track 3"}; }));
 }
 
-// Its callback may not come any more once the stream has gone.
-struct Guarded {
-  std::atomic<bool> open{true};
-  std::atomic<int> calls{0};
-  std::atomic<int> late{0};
-  static void cycle(const host::RealtimeContext&, void* self, const AudioTimeStamp&, std::uint32_t,
-                    std::span<float* const>) noexcept {
-    auto& guarded = *static_cast<Guarded*>(self);
-    ++guarded.calls;
-    guarded.late += guarded.open ? 0 : 1;
-  }
-};
-
-TYPED_TEST(JackAudioOnServer, AStreamThatEndedIsNotCalledWhateverElseRuns) {
-  this->startWithCable();
-  const AudioObjectID device = this->mInside.find("Cable")->id;
-  Guarded passing;
-  for (int round = 0; round < 40; ++round) {
-    passing.open = true;
-    const auto direction = round % 2 == 0 ? AudioDirection::output : AudioDirection::input;
-    auto stream =
-        this->mAudio.open(device, request(direction, "passing", &Guarded::cycle, &passing));
-    ASSERT_NE(stream, nullptr);
-    const int calls = passing.calls;
-    ASSERT_TRUE(test::waitFor(3, [&] { return passing.calls > calls; }));
-    stream.reset();
-    passing.open = false;
-  }
-  EXPECT_TRUE(this->mPlayer.awaitCycles());
-  EXPECT_EQ(passing.late, 0);
-}
-
 TEST(JackAudioBesideMIDI, OneClientCarriesBothAndEitherMayEndFirst) {
   test::JackServer server;
   server.enter();
