@@ -296,6 +296,7 @@ void KVLTCGenerator::setChannelMap(std::span<const std::int32_t> map) {
   if (mGraph == nullptr || map.empty()) {
     return;
   }
+  const KVAnnouncement announcement(*this, "channelMap");
   const audio::AudioChannelMap wanted(map.begin(), map.end());
   mGraph->setChannelMap(wanted);
   // One that is set for a stand-in goes with it.
