@@ -50,7 +50,7 @@ TEST(Inspect, EndsWith0ForAWholeDocument1ForADamagedOneAnd2WhenUsedWrongly) {
       {{"--inspect", file("cut.velor")}, 1, "", "cut.velor: line "},
       {{"--inspect", file("none.velor")}, 1, "", "No such file"},
       {{"--inspect", folder.path().string()}, 1, "", "velor: --inspect: "},
-      {{"--inspect", whole, "--play"}, 2, "", "--play does not go with '--inspect'"},
+      {{"--inspect", whole, "--play"}, 2, "", "--play cannot be used with --inspect"},
       {{"--inspect"}, 2, "", "--inspect"},
   };
   for (const Case& each : cases) {
