@@ -126,10 +126,10 @@ class VLAppDelegate final : public KVObservable,
 
   // --- documents
 
-  /// Whether it was written; the log tells why not.
+  /// Whether it was written; the log has the reason when it was not.
   bool saveApplicationStateToURL(const std::filesystem::path& path);
-  /// False for what is no document, which changes nothing, and for a damaged one, of
-  /// which what stood before the damage is taken over; the log tells why.
+  /// False for a file that is not a document, which changes nothing, and for a damaged
+  /// document, which is applied up to the damage; the log has the reason.
   bool loadApplicationStateFromURL(const std::filesystem::path& path);
   void setupApplicationDefaultState();
   VLDocuments& documents() noexcept { return mDocuments; }

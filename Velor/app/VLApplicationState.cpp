@@ -35,7 +35,7 @@ constexpr std::array<store::KeyedClass, 10> kDocumentClasses{
     store::KeyedClass::of<KVSMPTETime>(),
     store::KeyedClass::of<VLMarker>()};
 
-// Of what the clock refuses, the place is told.
+// Adds the place to the error of a value that the clock refuses.
 template <class Set>
 void take(const store::KeyedUnarchiver& coder, std::string_view key, Set set) {
   try {
@@ -45,13 +45,13 @@ void take(const store::KeyedUnarchiver& coder, std::string_view key, Set set) {
   }
 }
 
-// Of what is taken as it stands, perhaps from a later version.
+// For a value that is applied all the same: a later version may know it.
 void warn(const store::KeyedUnarchiver& coder, std::string_view key, const std::string& what) {
   VELOR_LOG_WARNING("%s: %s", coder.pathOf(key).c_str(), what.c_str());
 }
 
-// A point may have been typed as a number that its format leaves out, and the clock would
-// count on from digits that are none: what is over is carried.
+// A point may have been typed as a frame number that its drop format skips. The clock would
+// count on from it, so the excess is carried.
 SMPTETime decodeTime(store::KeyedUnarchiver& coder, std::string_view key) {
   const SMPTETime time = decodeSmpteTimeForKey(coder, key);
   SMPTETime normal = time;

@@ -18,11 +18,11 @@ class VLAppDelegate;
 /// and read. Queue: main.
 class VLApplicationState {
  public:
-  /// What a document may name.
+  /// The classes of objects that a document may hold.
   static std::span<const store::KeyedClass> classes();
 
-  // Of a document. Beyond, a tick would not come in the life of a show, or all of them at
-  // once.
+  // Limits for a document: a slower clock would not tick within a show, and a faster one
+  // would send all its ticks at once.
   static constexpr double kLeastPlayRate = 0.1;
   static constexpr double kMostPlayRate = 10;
 
@@ -30,14 +30,14 @@ class VLApplicationState {
 
   /// Whether it was written.
   bool saveToURL(const std::filesystem::path& path);
-  /// False for what is no document, which changes nothing, and for a damaged one, of
-  /// which what stood before the damage is taken over.
+  /// False for a file that is not a document, which changes nothing, and for a damaged
+  /// document, which is applied up to the damage.
   bool loadFromURL(const std::filesystem::path& path);
-  /// Why the last one failed, or which part of a document was left out, for people; the
-  /// log has it too.
+  /// Why the last save or load failed, or which part of a document was not applied, for
+  /// people; the log has it too.
   const std::string& error() const noexcept { return mError; }
 
-  /// The document. None when it would be over the limits.
+  /// The document. None when it exceeds the limits.
   std::optional<std::string> data();
   void encode(store::KeyedArchiver& coder) const;
   bool decode(store::KeyedUnarchiver& coder);

@@ -14,10 +14,9 @@
 
 namespace velor {
 
-/// A copy of the working state beside all documents, which is there again when the
-/// program was cut off. Edits are in it 2 seconds after the last one, or 10 seconds
-/// after the copy before; a clean end removes it. One program at a time keeps a copy;
-/// one that starts beside it does without.
+/// A copy of the working state, from which an interrupted run can be restored. It holds an
+/// edit 2 seconds after the last one, or 10 seconds after the copy before; a clean end
+/// removes it. One program at a time keeps a copy; a second one runs without.
 ///
 /// Queue: main; the disk is written on "velor.recovery".
 class VLRecovery {
@@ -25,14 +24,14 @@ class VLRecovery {
   static constexpr std::uint64_t kDelay = 2'000'000'000;      // ns, from the last edit
   static constexpr std::uint64_t kInterval = 10'000'000'000;  // ns, from copy to copy
   static constexpr const char* kFileName = "recovery.velor";
-  /// The copy of a run that was cut off lies there from the next start on, until it is taken
-  /// up or another run is cut off.
+  /// The next start moves the copy of an interrupted run there, until it is restored or
+  /// another run is interrupted.
   static constexpr const char* kOldFileName = "recovery.old.velor";
 
   /// Gives the document, or none when there can be none.
   using Encode = std::function<std::optional<std::string>()>;
 
-  /// The folder is made when it is not there.
+  /// Makes the folder if it is missing.
   VLRecovery(std::filesystem::path folder, Encode encode);
   /// Not a clean end: the copy stays.
   ~VLRecovery();
@@ -41,18 +40,17 @@ class VLRecovery {
 
   /// Whether another program runs with this folder, and keeps the copy.
   bool isBesideAnother() const noexcept { return mIsBesideAnother; }
-  /// Whether the last run was cut off.
+  /// Whether the last run was interrupted.
   bool wasCutOff() const noexcept { return mWasCutOff; }
-  /// The copy of the latest run that was cut off and is not taken up.
+  /// The copy of the latest interrupted run, unless it was restored.
   const std::optional<std::filesystem::path>& leftBehind() const noexcept { return mLeftBehind; }
-  /// It has been taken over: a clean end removes it.
+  /// The copy has been restored: a clean end removes it.
   void take() noexcept { mTaken = std::exchange(mLeftBehind, {}); }
 
   void noteEdit();
-  /// The clean end. Waits for the disk.
+  /// A clean end. Waits for the disk.
   void end();
-  /// An end that is none, as the state is nowhere else: the copy has it as it is now.
-  /// Waits for the disk.
+  /// The end of a run whose state could not be saved: writes the copy. Waits for the disk.
   void keep();
 
  private:

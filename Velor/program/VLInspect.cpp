@@ -357,7 +357,7 @@ class Inspecting {
 
   void checkTime(const SMPTETime& time, const std::string& path) {
     if (!ltc_is_valid(time) || !ltc_is_valid_type(time.mType)) {
-      mFindings.add(path, "no valid time");
+      mFindings.add(path, "not a valid time");
       return;
     }
     if (time.mType != mFormat) {
@@ -367,7 +367,8 @@ class Inspecting {
     SMPTETime normal = time;
     ltc_normalize(normal);
     if (!ltc_same_time(normal, time)) {
-      mFindings.add(path, "no time of its format, it would be " + stringFromSMPTETime(normal));
+      mFindings.add(path,
+                    "not a time of its format; it would become " + stringFromSMPTETime(normal));
     }
   }
 
@@ -466,7 +467,8 @@ class Inspecting {
       if (objects[i] != nullptr) {
         mFindings.takeOver(objects[i]->findings);
       } else {
-        mFindings.add(std::string(key) + "[" + std::to_string(i) + "]", "nothing, it is left out");
+        mFindings.add(std::string(key) + "[" + std::to_string(i) + "]",
+                      "empty; it will be left out");
       }
     }
     std::erase(objects, nullptr);
@@ -480,7 +482,7 @@ class Inspecting {
     const auto selected = IndexSetString::indexesOf(selection, markers.size());
     if (IndexSetString::fromIndexes(selected) != selection) {
       mFindings.add(std::string(Keys::kSelection),
-                    quoted(selection) + " are no indexes of these markers");
+                    quoted(selection) + " are not indexes of these markers");
     }
     tell("Markers", std::to_string(markers.size()));
     std::set<std::string> uuids;
@@ -488,7 +490,7 @@ class Inspecting {
       const Marker& marker = *markers[i];
       checkTime(marker.time, marker.timePath);
       if (!marker.uuid.empty() && !uuids.insert(marker.uuid).second) {
-        mFindings.add(marker.uuidPath, "the marker is there twice");
+        mFindings.add(marker.uuidPath, "another marker has this id");
       }
       mText += line("%3s ", selected.contains(i) ? "*" : "") + textOf(marker.time) + "  " +
                store::printable(marker.name) + "\n";

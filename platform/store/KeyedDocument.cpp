@@ -154,7 +154,7 @@ class Builder final : public nlohmann::json_sax<Json> {
       return true;
     }
     mPath.last() = std::string(*twice);
-    return refuse("the key stands there twice");
+    return refuse("the key is there twice");
   }
 
   const std::string_view mText;

@@ -280,7 +280,7 @@ std::optional<std::vector<std::uint8_t>> KeyedUnarchiver::decodeBytes(std::strin
   }
   auto bytes = base64Decoded(*text);
   if (!bytes) {
-    throw KeyedArchiveError(mState->path.text(), "the text is no base64");
+    throw KeyedArchiveError(mState->path.text(), "the text is not base64");
   }
   return bytes;
 }

@@ -17,7 +17,7 @@ RegularFile::RegularFile(const std::filesystem::path& path)
   } else if (fstat(mFile, &status) != 0) {
     mError = systemFailure("look at", path);
   } else if (!S_ISREG(status.st_mode)) {
-    mError = "cannot read " + path.string() + ": it is no file with contents";
+    mError = "cannot read " + path.string() + ": it is not a regular file";
   } else {
     mSize = static_cast<std::uint64_t>(status.st_size);
   }

@@ -87,7 +87,7 @@ ReplacementFile::ReplacementFile(const fs::path& path, mode_t mode) {
   }
   struct stat status {};
   if (stat(mTarget.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-    mError = "cannot replace " + mTarget.string() + ": it is no file with contents";
+    mError = "cannot replace " + mTarget.string() + ": it is not a regular file";
     return;
   }
   mFile = openFile(mode);

@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     first = ArchiveNode::initWithCoder(*result.coder);
   } catch (const KeyedArchiveError& error) {
     require(std::string_view(error.what()).find(": expected ") != std::string_view::npos ||
-                std::string_view(error.what()).ends_with(": the text is no base64"),
+                std::string_view(error.what()).ends_with(": the text is not base64"),
             "a wrong value is told with its path");
     return 0;
   }

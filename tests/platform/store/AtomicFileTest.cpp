@@ -58,7 +58,7 @@ TEST_F(AtomicFileTest, AFailureLeavesTheOldFileAndNoOtherAndNamesStepAndPath) {
   const auto folder = mFolder.path() / "folder";
   fs::create_directory(folder);
   EXPECT_EQ(AtomicFile::write(folder, "x"),
-            "cannot replace " + folder.string() + ": it is no file with contents");
+            "cannot replace " + folder.string() + ": it is not a regular file");
   EXPECT_EQ(mFolder.size(), 2U);
 
   std::string error;
@@ -120,7 +120,7 @@ TEST_F(AtomicFileTest, OnlyFilesOfTheSizeAllowedAreRead) {
   EXPECT_EQ(AtomicFile::read(mFile, 3).error,
             "cannot read " + mFile.string() + ": it is longer than 3 bytes");
   EXPECT_EQ(AtomicFile::read("/dev/zero", 100).error,
-            "cannot read /dev/zero: it is no file with contents");
+            "cannot read /dev/zero: it is not a regular file");
   const auto pipe = mFolder.path() / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_FALSE(AtomicFile::read(pipe, 100)) << "nobody writes into it: it must not wait";

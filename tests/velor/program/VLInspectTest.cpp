@@ -61,24 +61,24 @@ TEST_F(VLInspectTest, EachFaultIsToldByItsPlaceAndTheRestIsStillTold) {
   const Case cases[] = {
       {[](Json& d) { d["offset"] = block(1, 1, 1); },
        "offset: its format is 25, that of the document 30"},
-      {[](Json& d) { d["time"] = block(3, 0, 1); }, "time: no valid time"},
+      {[](Json& d) { d["time"] = block(3, 0, 1); }, "time: not a valid time"},
       {[](Json& d) { d["time"] = block(3, 1, 1, 30); },
-       "time: no time of its format, it would be 01:00:01:00"},
+       "time: not a time of its format; it would become 01:00:01:00"},
       {[](Json& d) { d["stoptime"] = 5; }, "stoptime: expected a byte block, found the number 5"},
       {[](Json& d) { d["loopEnd"] = d["time"]; }, "loopEnd: it is before the start of the loop"},
       {[](Json& d) { d["playbackMode"] = 7; }, "playbackMode: 7 is not a play mode"},
       {[](Json& d) { d["playbackRate"] = 1e-310; }, "playbackRate: 1e-310 is not a rate"},
       {[](Json& d) { d["prerollTime"] = -1; }, "prerollTime: -1 is out of range (0 to 60)"},
       {[](Json& d) { d["preroll"] = "on"; }, "preroll: expected a bool, found a string"},
-      {[](Json& d) { d["markers"][3]["time"] = nullptr; }, "markers[3].time: no valid time"},
+      {[](Json& d) { d["markers"][3]["time"] = nullptr; }, "markers[3].time: not a valid time"},
       {[](Json& d) { d["markers"][3]["time"]["timestamp"]["$base64"] = "AAAA"; },
        "markers[3].time.timestamp: expected a time of 24 bytes, found 3"},
       {[](Json& d) { d["markers"][2]["uuid"] = d["markers"][1]["uuid"]; },
-       "markers[2].uuid: the marker is there twice"},
+       "markers[2].uuid: another marker has this id"},
       {[](Json& d) { d["markers"][2]["name"] = 4; },
        "markers[2].name: expected a string, found the number 4"},
       {[](Json& d) { d["selectedmarkerIndexes"] = "1 5"; },
-       "selectedmarkerIndexes: \"1 5\" are no indexes of these markers"},
+       "selectedmarkerIndexes: \"1 5\" are not indexes of these markers"},
       {[](Json& d) { d["devices.manager"][0]["generator"]["level"] = 1.5; },
        "devices.manager[0].generator.level: 1.5 is not a level from 0 to 1"},
       {[](Json& d) { d["devices.manager"][0]["generator"]["channelMap"]["$base64"] = "AAAA"; },
@@ -132,7 +132,7 @@ TEST_F(VLInspectTest, WhatIsNotKnownIsToldAsKeptAndANameCannotMoveTheTerminal) {
             std::string::npos)
       << found.text;
   EXPECT_EQ(found.text.find('\x1b'), std::string::npos);
-  EXPECT_EQ(inspected("{\"a\": 1,\n \"a\": 2}").error, "a: the key stands there twice");
+  EXPECT_EQ(inspected("{\"a\": 1,\n \"a\": 2}").error, "a: the key is there twice");
 }
 
 }  // namespace
