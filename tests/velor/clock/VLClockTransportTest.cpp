@@ -261,7 +261,7 @@ TEST_F(VLClockTransport, AThreadHeldUpForLongCountsItsTicksAnew) {
     std::uint32_t count;                // of ticks after the last of them
   } cases[] = {{{0, 0, 200}, 1},
                {{0, 0, 199}, 3},
-               {{0, 106, 106, 5}, 2},
+               {{0, 106, 106, 30}, 2},
                {{0, 0, static_cast<std::uint64_t>(-201)}, 1}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.delays.back());
