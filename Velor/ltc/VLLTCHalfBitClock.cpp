@@ -208,7 +208,7 @@ void VLLTCHalfBitClock::step(float sample) {
     takeEdge(mCrossing);
   }
   if (mIsLocked && static_cast<double>(mStep) - mDelay > mBoundary + 4.0 * mLength) {
-    emit(mBoundary + mLength, 0);
+    emit(mBoundary + mLength);
     if (++mUnseen > kMostUnseen) {
       unlock();
     }
@@ -259,7 +259,7 @@ bool VLLTCHalfBitClock::follow(double edge) {
   const double move = isOutlier ? 0 : kPhasePart * error * mLength;
   const double each = mLength + move / count;
   for (int i = 0; i < static_cast<int>(count); ++i) {
-    emit(mBoundary + each, part);
+    emit(mBoundary + each);
   }
   if (!isOutlier) {
     mLength = std::clamp(mLength + kLengthPart * error * mLength / count, mShortest / kBeyond,
@@ -387,14 +387,13 @@ double VLLTCHalfBitClock::sumTo(double place) const {
   return low + (at - whole) * (high - low);
 }
 
-void VLLTCHalfBitClock::emit(double end, float error) {
+void VLLTCHalfBitClock::emit(double end) {
   if (mHalfBitCount == kHalfBitsKept) {
     return;
   }
   const double perStep = static_cast<double>(mDivide) / static_cast<double>(mMultiply);
   VLLTCHalfBit& halfBit = mHalfBits[mHalfBitCount++];
   halfBit.level = static_cast<float>((sumTo(end) - sumTo(mBoundary)) / (end - mBoundary));
-  halfBit.error = error;
   halfBit.begin = mOrigin + mBoundary * perStep;
   halfBit.end = mOrigin + end * perStep;
   halfBit.isFirst = mIsFirst;
@@ -411,7 +410,7 @@ void VLLTCHalfBitClock::flush() {
     removeMean(value);
   }
   while (mIsLocked && mBoundary + kLeastPart * mLength < static_cast<double>(mStep)) {
-    emit(mBoundary + mLength, 0);
+    emit(mBoundary + mLength);
   }
 }
 

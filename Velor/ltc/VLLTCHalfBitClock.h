@@ -20,7 +20,6 @@ namespace velor {
 /// Half a bit of a biphase mark signal.
 struct VLLTCHalfBit {
   float level = 0;   ///< mean of the signal, without its DC
-  float error = 0;   ///< of the edge that ended it or a later one, in half bits
   double begin = 0;  ///< place in the input: sample n stands at n
   double end = 0;
   bool isFirst = false;  ///< the clock has just locked: nothing before belongs to it
@@ -73,7 +72,7 @@ class VLLTCHalfBitClock {
   void acquire();
   double coherence(double length) const;
   bool fit(double length);
-  void emit(double end, float error);
+  void emit(double end);
   double sumTo(double place) const;
   void flush();
   void unlock();

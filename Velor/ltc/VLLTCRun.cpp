@@ -73,6 +73,16 @@ bool VLLTCRun::isRepeat(const VLLTCBits& before, const VLLTCBits& bits) {
   return framesBetween(before, bits) == 0 && isLater(before, bits, 0, kSMPTETimeType30);
 }
 
+// A frame whose first bits are those of another one may seem to be the last of a second
+// that is too short. So where the frames begin again from 0, they must do so as in the run.
+VLLTCRun::Countings VLLTCRun::confirmationOf(const VLLTCBits& bits) const {
+  const auto frames = [](const VLLTCBits& each) {
+    return VLLTCTimeOf(each, kSMPTETimeType30).mFrames;
+  };
+  const bool isSameSecond = (frames(bits) > frames(*mHeld)) != bits.isReverse;
+  return countingsOf(*mHeld, bits, isSameSecond || !mLast ? kAnyCounting : mCountings);
+}
+
 VLLTCRun::Countings VLLTCRun::countingsOf(const VLLTCBits& before, const VLLTCBits& bits,
                                           Countings among) {
   const std::optional<std::int32_t> between = framesBetween(before, bits);

@@ -28,9 +28,9 @@ class VLLTCRun {
     mRepeats = before != nullptr && isRepeat(*before, bits) ? mRepeats + 1 : 0;
     if (mRepeats >= kStill) {
       flush(take);
-    } else if (const Countings both = mHeld ? countingsOf(*mHeld, bits, kAnyCounting) : 0; both) {
+    } else if (const Countings both = mHeld ? confirmationOf(bits) : 0; both != 0) {
       flush(take);
-      mCountings = both;
+      mCountings = (mCountings & both) != 0 ? mCountings & both : both;
     } else if (const Countings run = mLast ? countingsOf(*mLast, bits, mCountings) : 0; run) {
       mHeld.reset();
       mCountings = run;
@@ -61,6 +61,7 @@ class VLLTCRun {
   /// Those of `among` by which the one continues the other.
   static Countings countingsOf(const VLLTCBits& before, const VLLTCBits& bits, Countings among);
 
+  Countings confirmationOf(const VLLTCBits& bits) const;
   static bool isRepeat(const VLLTCBits& before, const VLLTCBits& bits);
 
   std::uint32_t mRepeats = 0;

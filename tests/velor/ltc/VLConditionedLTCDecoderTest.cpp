@@ -117,6 +117,30 @@ TEST(VLConditionedLTCDecoder, NoFrameIsMadeOfTheTwoSidesOfACut) {
   EXPECT_GT(score.right, 1800U);
 }
 
+// A cut gave 55:24 the first bits of another frame, so that it seems to be 55:23.
+TEST(VLLTCRun, ASecondThatIsTooShortConfirmsNoFrame) {
+  VLLTCRun run;
+  std::vector<unsigned> told;
+  const auto push = [&](double place, unsigned seconds, unsigned frames) {
+    VLLTCBits bits;
+    bits.begin = place * 1920;
+    bits.end = bits.begin + 1920;
+    bits.word = frames % 10 | frames / 10 << 8U | seconds % 10 << 16U | seconds / 10 << 24U;
+    run.push(bits, [&](const VLLTCBits& each) {
+      told.push_back(static_cast<unsigned>(VLLTCTimeOf(each, kSMPTETimeType25).mFrames));
+    });
+  };
+  for (unsigned i = 0; i < 60; ++i) {
+    push(i, 10 + i / 25, i % 25);
+  }
+  EXPECT_EQ(told.size(), 60U);
+  told.clear();
+  push(61.4, 55, 23);
+  push(62.4, 56, 0);
+  push(63.4, 56, 1);
+  EXPECT_EQ(told, (std::vector<unsigned>{0, 1}));
+}
+
 TEST(VLConditionedLTCDecoder, FramesHaveTheirPlaceAndRateWhateverTheBuffers) {
   for (const double noise : {0.0, 12.0}) {
     const LTCSignal signal = made([noise](auto& maker) {
