@@ -48,6 +48,29 @@ void reportStarts() {
               kStarts, run.wrong, run.worst);
 }
 
+// Jumps of the digits or of the user bits, on devices that read ahead.
+void reportJumps() {
+  std::mt19937 random(5);
+  constexpr int kJumps = 200;
+  std::printf("\n| jumps of digits or user bits | period | wrong | torn |\n|---|---|---|---|\n");
+  for (const std::uint32_t period : {64U, 128U, 256U, 512U, 1024U, 2048U}) {
+    LTCScenario scenario;
+    scenario.period = period;
+    scenario.latency = 2 * period;
+    LTCRun run(scenario);
+    run.start();
+    run.run(kSettling);
+    const int torn = run.torn();
+    for (int i = 0; i < kJumps; ++i) {
+      run.jump(static_cast<std::int32_t>(random() % 2'000'000),
+               i % 2 == 0 ? scenario.userbits : static_cast<std::uint32_t>(random()));
+      run.run(0.3 + 1e-3 * static_cast<double>(random() % 100));
+    }
+    std::printf("| %d | %" PRIu32 " | %" PRId64 " | %d |\n", kJumps, period, run.wrong,
+                run.torn() - torn);
+  }
+}
+
 int runAll(double hours) {
   std::printf(
       "| course | device, ppm | s | frames | wrong | torn | worst in the first 10 s | worst then "
@@ -83,6 +106,7 @@ int runAll(double hours) {
     report("exact", scenario, hours * 3600);
   }
   reportStarts();
+  reportJumps();
   return 0;
 }
 
