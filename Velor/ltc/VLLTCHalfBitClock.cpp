@@ -283,11 +283,12 @@ double VLLTCHalfBitClock::coherence(double length) const {
     }
     return x * x + y * y;
   };
-  constexpr float kLeast = 0.5F * static_cast<float>(kEdges / 2);
-  if (add(0, kEdges / 2) < kLeast * kLeast) {
+  constexpr std::size_t kHalf = kEdges / 2;
+  constexpr float kLeast = 0.5F * static_cast<float>(kHalf);
+  if (add(0, kHalf) < kLeast * kLeast) {
     return 0;
   }
-  return static_cast<double>(std::sqrt(add(kEdges / 2, kEdges))) / static_cast<double>(kEdges);
+  return static_cast<double>(std::sqrt(add(kHalf, kEdges))) / static_cast<double>(kEdges);
 }
 
 void VLLTCHalfBitClock::acquire() {
