@@ -23,10 +23,10 @@ using Arguments = std::vector<std::string>;
 // Beside a command, which has options of its own, or beside an option that goes with no
 // other but `other`.
 void refuseOthers(const CLI::App& app, const std::string& one, const std::string& other = "") {
+  const std::string problem = " cannot be used with " + one;
   for (const CLI::Option* option : app.get_options()) {
     const std::string name = option->get_name();
-    VLRefuseIf(option->count() > 0 && name != one && name != other,
-               name + " cannot be used with " + one);
+    VLRefuseIf(option->count() > 0 && name != one && name != other, name + problem);
   }
 }
 
