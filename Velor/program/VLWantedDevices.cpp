@@ -369,7 +369,7 @@ void VLWantedDevices::describe(VLStatus& status) const {
                     reader->userbits(),
                     reader->deviceStatus()};
   } else if (mInput) {
-    status.ltcIn = {{mInput->name(), false, {}}};
+    status.ltcIn.emplace().port = {mInput->name(), false, {}};
   }
 }
 

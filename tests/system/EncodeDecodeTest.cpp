@@ -125,7 +125,7 @@ TEST_F(EncodeDecode, FilesThatFailAreOneClearLineAndTheStatus1BehindWhatWasRead)
   EXPECT_EQ(full.waitForEnd(30), 1);
   std::ifstream errors(file("errors"));
   EXPECT_THAT(std::string(std::istreambuf_iterator<char>(errors), {}),
-              testing::StartsWith("velor: decode: standard output"));
+              testing::StartsWith("velor: decode: cannot write to standard output"));
 }
 
 TEST_F(EncodeDecode, ALongOneShowsHowFarItIsOnATerminalAndASignalLeavesNoFile) {
