@@ -70,25 +70,28 @@ TEST_F(VLClockTimes, AnOffsetMustBeATimeOfTheFormat) {
 }
 
 TEST_F(VLClockTimes, TheLoopStartStaysBeforeItsEndByMovingTheOtherPoint) {
+  // No pointers to members: the sanitizer takes the base that declares them for a VLClock.
+  const auto setStart = [](VLClock& each, const SMPTETime& t) { each.setLoopStartTime(t); };
+  const auto setEnd = [](VLClock& each, const SMPTETime& t) { each.setLoopEndTime(t); };
   const struct {
-    void (VLClock::*set)(const SMPTETime&);
+    void (*set)(VLClock&, const SMPTETime&);
     SMPTETime point;
     const char* start;
     const char* end;
   } cases[] = {
-      {&VLClock::setLoopStartTime, at(0, 0, 10, 0), "00:00:10:00", "00:01:10:00"},
-      {&VLClock::setLoopEndTime, at(0, 0, 30, 0), "00:00:10:00", "00:00:30:00"},
-      {&VLClock::setLoopStartTime, at(0, 0, 30, 0), "00:00:30:00", "00:01:30:00"},
-      {&VLClock::setLoopEndTime, at(0, 0, 20, 0), "23:59:20:00", "00:00:20:00"},
-      {&VLClock::setLoopStartTime, at(0, 0, 5, 0, kSMPTETimeType30), "23:59:20:00", "00:00:20:00"},
-      {&VLClock::setLoopEndTime, SMPTETime{}, "23:59:20:00", "00:00:20:00"},
+      {setStart, at(0, 0, 10, 0), "00:00:10:00", "00:01:10:00"},
+      {setEnd, at(0, 0, 30, 0), "00:00:10:00", "00:00:30:00"},
+      {setStart, at(0, 0, 30, 0), "00:00:30:00", "00:01:30:00"},
+      {setEnd, at(0, 0, 20, 0), "23:59:20:00", "00:00:20:00"},
+      {setStart, at(0, 0, 5, 0, kSMPTETimeType30), "23:59:20:00", "00:00:20:00"},
+      {setEnd, SMPTETime{}, "23:59:20:00", "00:00:20:00"},
       // Over midnight: the order is looked at when a point is set.
-      {&VLClock::setLoopStartTime, at(23, 59, 30, 0), "23:59:30:00", "00:00:30:00"},
-      {&VLClock::setLoopEndTime, at(0, 0, 40, 0), "23:59:40:00", "00:00:40:00"},
+      {setStart, at(23, 59, 30, 0), "23:59:30:00", "00:00:30:00"},
+      {setEnd, at(0, 0, 40, 0), "23:59:40:00", "00:00:40:00"},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(digits(each.point));
-    (clock().*each.set)(each.point);
+    each.set(clock(), each.point);
     EXPECT_EQ(digits(clock().loopStartTime()), each.start);
     EXPECT_EQ(digits(clock().loopEndTime()), each.end);
   }
