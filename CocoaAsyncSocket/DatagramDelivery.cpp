@@ -41,7 +41,7 @@ struct DatagramDelivery::Reading {
   const DatagramBatch batch;
   const std::shared_ptr<InFlight> inFlight;
   const std::uint64_t age;  // of mForgotten
-  // Of each datagram, whether it passed a filter on a queue of its own; else empty.
+  // One flag per datagram: it passed a filter on a queue of its own. Else empty.
   std::vector<bool> passed;
 };
 

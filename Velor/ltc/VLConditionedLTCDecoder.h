@@ -26,7 +26,7 @@ class VLConditionedLTCDecoder {
   VLConditionedLTCDecoder(std::uint64_t hostFrequency, double sampleRate,
                           LTCDecoderCallback callback, void* refCon);
 
-  /// As ltc_decoder_process. Where the sample time leaps, the signal begins anew.
+  /// As ltc_decoder_process. A jump of the sample time starts again.
   void process(const audio::AudioTimeStamp& timeStamp, const float* samples,
                std::uint32_t count) noexcept;
 

@@ -269,7 +269,7 @@ bool VLLTCHalfBitClock::follow(double edge) {
 }
 
 // How well the edges lie on a grid: 1 for exactly, about 1/sqrt(kEdges) for random ones.
-// What is clearly none after the half of them is 0.
+// Returns 0 early when the first half of the edges does not fit a grid.
 double VLLTCHalfBitClock::coherence(double length) const {
   const auto& table = cosines();
   const double perStep = static_cast<double>(kTurn) / length;

@@ -50,7 +50,7 @@ class VLLTCHalfBitClock {
     drain(take);
   }
 
-  /// What comes next begins at this place of the input and has no part in what came before.
+  /// Forgets the signal so far; the next sample stands at this place of the input.
   void restart(double place);
 
   bool isLocked() const { return mIsLocked; }

@@ -32,7 +32,7 @@ using LTCReaderCallback = void (*)(const host::RealtimeContext& realtime, const 
 /// The device that was chosen is remembered by its UID. When it is missing as the reader is
 /// made, the reader listens to the default input until it returns, and then to the channel
 /// that was chosen there; when it goes later, the reader hears nothing until it returns. At
-/// a change of the device's rate it begins anew, on the first channel.
+/// a change of the device's rate it starts again, on the first channel.
 ///
 /// Observable, on the main queue: "audioDeviceId", and with it the channel.
 ///

@@ -20,7 +20,7 @@ inline constexpr std::uint32_t kMTCRateCodes = 4;
 /// as 24, 30 drop as 29.97 drop, and 29.97 as 30.
 inline constexpr std::array<std::uint8_t, 12> kMTCRateCodeOfType = {0, 1, 2, 3, 3, 2,
                                                                     1, 1, 1, 1, 1, 0};
-/// Of an unknown format.
+/// Stands for an unknown format.
 inline constexpr std::uint8_t kMTCRateCodeOfNoType = 1;
 
 /// The format that a reader takes a rate code for.

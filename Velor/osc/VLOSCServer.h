@@ -123,7 +123,7 @@ class VLOSCServer final : public KVObservable,
   VLOSCServer();
   ~VLOSCServer() override;
 
-  // What the settings say of the next start.
+  // The settings of the next start.
   struct NextStart {
     bool running;
     std::uint16_t port;

@@ -46,7 +46,7 @@ const CLI::Option* lastOptionOf(const CLI::App& app, const Arguments& arguments)
   return nullptr;
 }
 
-// What the parser did not take, in the words of this program.
+// Reports what the parser refused, in the words of this program.
 std::string reasonOf(CLI::App& app, const Arguments& arguments) {
   const CLI::App& used = app.get_subcommands().empty() ? app : *app.get_subcommands().front();
   const Arguments rest = app.remaining(true);
