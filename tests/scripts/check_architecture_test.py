@@ -41,6 +41,9 @@ CLEAN = {
     '#include "platform/host/Realtime.h"\nvoid kv_hptimer_start() { const RealtimeContext realtime; }\n',
     "Kv-Appkit/kvtext.h": SPDX + "#pragma once\nnamespace kv::kvtext {\nclass Reader {};\nclass Writer {};\n}\n",
     "Velor/app/main.cpp": SPDX + '#include "platform/midi/builtin/BuiltinMIDI.h"\nint main() {}\n',
+    "Velor/app/Panel.h": SPDX + "#pragma once\n#include <QWidget>\nclass Panel : public QWidget {};\n",
+    "Velor/app/Panel.cpp": SPDX + '#include "Velor/app/Panel.h"\n#include <ui_Panel.h>\n',
+    "Velor/app/Panel.ui": "<ui/>\n",
 }
 
 # What is put into the clean tree, and the one finding that it must bring.
@@ -64,6 +67,15 @@ VIOLATIONS = {
     "brackets around what is ours": (
         {"Velor/app/App.h": SPDX + "#pragma once\n#include <platform/host/Realtime.h>\nclass App {};\n"},
         "Velor/app/App.h:3: include: <platform/host/Realtime.h> is ours",
+    ),
+    "a form that is not there": (
+        {"Velor/app/main.cpp": SPDX + "#include <ui_App.h>\nint main() {}\n"},
+        "Velor/app/main.cpp:2: include: <ui_App.h> has no form App.ui beside it",
+    ),
+    "a header that needs what the build writes": (
+        {"Velor/app/App.h": SPDX + "#pragma once\n#include <ui_Panel.h>\nclass App {};\n",
+         "Velor/app/App.cpp": SPDX + '#include "Velor/app/App.h"\n'},
+        "Velor/app/App.h:3: include: <ui_Panel.h> belongs into a source",
     ),
     "code in a folder without a row": (
         {"misc/Misc.h": SPDX + "#pragma once\nclass Misc {};\n"},
