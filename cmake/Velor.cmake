@@ -79,12 +79,15 @@ endfunction()
 # allocation or a log call inside a real-time scope ends the run. LABELS:
 # unit (simulated time), contract and system (real time and real servers). With
 # JACK_SERVER its tests start JACK servers: those run one at a time, since clients
-# of one name get into each other's way even on servers of different names.
+# of one name get into each other's way even on servers of different names. QT says
+# that it includes Qt, which compiles differently (-fPIC).
 function(velor_test name)
-  cmake_parse_arguments(ARG "JACK_SERVER" "" "SOURCES;LINKS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "JACK_SERVER;QT" "" "SOURCES;LINKS;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE velor_options ${ARG_LINKS} velor_sim velor_test_support)
-  velor_share_test_headers(${name})
+  if(NOT ARG_QT)
+    velor_share_test_headers(${name})
+  endif()
   set(lock "")
   if(ARG_JACK_SERVER)
     set(lock RESOURCE_LOCK jack_server)

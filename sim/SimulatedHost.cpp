@@ -380,7 +380,6 @@ void SimulatedHost::advance(std::uint64_t duration) {
   }
   MainQueue& queue = mainQueue();
   const std::uint64_t target = scheduler.now + duration;
-  queue.drainPending();
   while (queue.drainUntil(target)) {
   }
   // What is due now, and what follows from it.

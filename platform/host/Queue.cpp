@@ -150,11 +150,14 @@ bool MainQueue::drainUntil(std::uint64_t deadline) {
   return true;
 }
 
-void MainQueue::drainPending() {
+bool MainQueue::drainPending() {
   while (wake().waitUntil(0)) {
   }
   acknowledgeWake();
+  // Read first, so that the jobs posted before the stop have run.
+  const bool isStopped = mStop.exchange(false);
   drain();
+  return !isStopped;
 }
 
 }  // namespace velor::host

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/host/Mailbox.h"
+#include "platform/host/MainLoop.h"
 #include "platform/host/Realtime.h"
 #include "platform/host/Semaphore.h"
 #include "platform/host/Task.h"
@@ -139,25 +140,22 @@ class KV_CAPABILITY("queue") Queue {
 /// reports. It has no thread: whoever owns the main thread drains it, by one of
 /// two loops with the same contract. Headless: `run`. Under another event loop:
 /// watch `descriptor()` for input and call `drainPending()` whenever it is readable.
-class MainQueue final : public Queue {
+class MainQueue final : public Queue, public MainLoop {
  public:
   explicit MainQueue(Host& host);
 
-  /// Drains until `stop` was called; jobs posted before that have run.
-  void run();
-
-  /// Ends `run` after the jobs that are posted already. Any thread;
-  /// async-signal-safe on the real host.
-  void stop() noexcept;
+  void run() override;
+  void stop() noexcept override;
 
   /// Readable while jobs may wait; -1 on the simulated host.
   int descriptor() const noexcept { return wake().descriptor(); }
 
-  /// Runs what is posted and returns. The main thread alone.
-  void drainPending();
+  /// Runs what is posted and returns: false when `stop` was called, which is then over, and
+  /// the loop has to end. The main thread alone.
+  bool drainPending();
 
   /// Waits until the host time `deadline` for jobs and runs those that come; false when
-  /// none did. The main thread alone.
+  /// none did. A stop does not end it and remains for the loop. The main thread alone.
   bool drainUntil(std::uint64_t deadline);
 
  private:

@@ -212,9 +212,43 @@ TEST_P(HostContract, TheMainQueueRunsUnderBothLoops) {
   expectReadable(false);
   mainQueue.async([&ran] { ++ran; });
   expectReadable(true);
-  mainQueue.drainPending();
+  EXPECT_TRUE(mainQueue.drainPending());
   EXPECT_EQ(ran, 51);
   expectReadable(false);
+}
+
+TEST_P(HostContract, AStopEndsOneLoopOnceWhicheverSeesIt) {
+  MainQueue& mainQueue = mHost->mainQueue();
+  bool ran = false;
+  const auto runAgain = [&] {
+    ran = false;
+    mainQueue.after(2 * kMs, [&] {
+      ran = true;
+      mainQueue.stop();
+    });
+    mainQueue.run();
+    return ran;
+  };
+  mainQueue.async([&ran] { ran = true; });
+  mainQueue.stop();
+  mainQueue.run();  // a stop that came before
+  EXPECT_TRUE(ran);
+  EXPECT_TRUE(runAgain());
+
+  // Another loop's way, also when a job of its own stops it.
+  mainQueue.async([&mainQueue] { mainQueue.stop(); });
+  EXPECT_TRUE(mainQueue.drainPending());
+  EXPECT_FALSE(mainQueue.drainPending());
+  EXPECT_TRUE(mainQueue.drainPending());
+  EXPECT_TRUE(runAgain());
+
+  // What waits for a time does not end earlier, and takes no stop from the loop.
+  const std::uint64_t deadline = now() + 5 * kMs;
+  mainQueue.stop();
+  while (mainQueue.drainUntil(deadline)) {
+  }
+  EXPECT_GE(now(), deadline);
+  EXPECT_FALSE(mainQueue.drainPending());
 }
 
 TEST_P(HostContract, ManyPostersLoseNothingAndKeepTheirOwnOrder) {
