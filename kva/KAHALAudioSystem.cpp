@@ -2,6 +2,7 @@
 #include "kva/KAHALAudioSystem.h"
 
 #include <string_view>
+#include <utility>
 
 #include "platform/host/Host.h"
 
@@ -20,23 +21,32 @@ KAHALAudioSystem::~KAHALAudioSystem() {
 }
 
 void KAHALAudioSystem::deviceChanged(const audio::AudioDeviceChange& change) {
-  host::current().mainQueue().async([weak = std::weak_ptr(mSelf), change] {
-    if (const auto self = weak.lock()) {
-      (*self)->announce(change);
-    }
-  });
+  std::vector<std::string_view> keys;
+  if (change.presence) {
+    keys.emplace_back("audioDevices");
+  }
+  if (change.defaultInput) {
+    keys.emplace_back("defaultInputDevice");
+  }
+  if (change.defaultOutput) {
+    keys.emplace_back("defaultOutputDevice");
+  }
+  announce(std::move(keys));
 }
 
-void KAHALAudioSystem::announce(const audio::AudioDeviceChange& change) {
-  const auto tell = [this](bool hasChanged, std::string_view key) {
-    if (hasChanged) {
-      willChangeValueForKey(key);
-      didChangeValueForKey(key);
+void KAHALAudioSystem::serverChanged() {
+  announce({"serverStatus"});
+}
+
+void KAHALAudioSystem::announce(std::vector<std::string_view> keys) {
+  host::current().mainQueue().async([weak = std::weak_ptr(mSelf), keys = std::move(keys)] {
+    for (const std::string_view key : keys) {
+      if (const auto self = weak.lock()) {
+        (*self)->willChangeValueForKey(key);
+        (*self)->didChangeValueForKey(key);
+      }
     }
-  };
-  tell(change.presence, "audioDevices");
-  tell(change.defaultInput, "defaultInputDevice");
-  tell(change.defaultOutput, "defaultOutputDevice");
+  });
 }
 
 KAHALAudioSystem::Devices KAHALAudioSystem::audioDevices() const {

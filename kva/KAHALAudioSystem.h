@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Kv-Appkit/KVObservable.h"
@@ -15,8 +16,8 @@ namespace velor {
 /// The audio service in force as an object: the devices that are there now, the
 /// default ones first.
 ///
-/// Observable: "audioDevices", "defaultInputDevice" and "defaultOutputDevice", told
-/// on the main queue after each change.
+/// Observable: "audioDevices", "defaultInputDevice", "defaultOutputDevice" and
+/// "serverStatus", reported on the main queue after each change.
 class KAHALAudioSystem final : public KAHALAudioObject,
                                public KVObservable,
                                private audio::AudioDeviceListener {
@@ -38,6 +39,8 @@ class KAHALAudioSystem final : public KAHALAudioObject,
   /// Null where there is none.
   std::shared_ptr<KAHALAudioDevice> defaultInputDevice() const;
   std::shared_ptr<KAHALAudioDevice> defaultOutputDevice() const;
+  /// Rate, period and xruns of the server that carries the audio.
+  audio::AudioServerStatus serverStatus() const { return audio::service().serverStatus(); }
 
  private:
   friend class KVShared<KAHALAudioSystem>;
@@ -45,7 +48,8 @@ class KAHALAudioSystem final : public KAHALAudioObject,
   ~KAHALAudioSystem() override;
 
   void deviceChanged(const audio::AudioDeviceChange& change) override;
-  void announce(const audio::AudioDeviceChange& change);
+  void serverChanged() override;
+  void announce(std::vector<std::string_view> keys);
   Devices devicesWithChannels(audio::AudioDirection scope) const;
 
   // Jobs on the main queue hold it weakly: they may come after the end.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -46,6 +47,14 @@ struct AudioDeviceDescription {
   const Side& side(AudioDirection direction) const noexcept {
     return direction == AudioDirection::input ? input : output;
   }
+};
+
+/// How the server of a back end runs, or the back end itself where it needs none.
+struct AudioServerStatus {
+  double sampleRate = 0;     ///< frames a second
+  std::uint32_t period = 0;  ///< frames in a cycle
+  std::uint32_t xruns = 0;   ///< cycles that came too late, since the server was found
+  bool operator==(const AudioServerStatus&) const = default;
 };
 
 /// Called in each cycle of a device with the program's channels of one direction, each
@@ -96,6 +105,8 @@ class AudioInside {
                                        const AudioDeviceDescription& device) = 0;
   /// Gone until it appears again.
   virtual void deviceVanished(AudioObjectID device) = 0;
+  /// A back end's serverStatus() may be another. Not from a real-time callback.
+  virtual void serverChanged() = 0;
 };
 
 /// A back end: devices, and the way in and out of them. Its operations may wait;
@@ -123,6 +134,8 @@ class AudioOutside {
 
   /// In a few words for people; empty while it carries nothing of the outside.
   virtual std::string description() = 0;
+  /// Empty while it looks for its server.
+  virtual std::optional<AudioServerStatus> serverStatus() = 0;
 };
 
 }  // namespace velor::audio

@@ -82,8 +82,17 @@ void AudioService::announce(AudioDeviceChange change, const Defaults& before) {
   const Defaults after = defaults();
   change.defaultInput = after.input != before.input;
   change.defaultOutput = after.output != before.output;
+  callListeners([change](AudioDeviceListener& listener) { listener.deviceChanged(change); });
+}
+
+void AudioService::serverChanged() {
+  const std::lock_guard lock(mMutex);
+  callListeners([](AudioDeviceListener& listener) { listener.serverChanged(); });
+}
+
+void AudioService::callListeners(std::function<void(AudioDeviceListener&)> call) {
   // Who listens from now on looks for itself at what is there.
-  mQueue.async([this, change, listeners = mListeners] {
+  mQueue.async([this, call = std::move(call), listeners = mListeners] {
     for (AudioDeviceListener* listener : listeners) {
       {
         // One before it may have removed it.
@@ -92,7 +101,7 @@ void AudioService::announce(AudioDeviceChange change, const Defaults& before) {
           continue;
         }
       }
-      listener->deviceChanged(change);
+      call(*listener);
     }
   });
 }
@@ -221,6 +230,15 @@ std::string AudioService::serverDescription() const {
     }
   }
   return "in process";
+}
+
+AudioServerStatus AudioService::serverStatus() const {
+  for (const auto& outside : mOutsides) {
+    if (const auto status = outside->serverStatus()) {
+      return *status;
+    }
+  }
+  return {};
 }
 
 AudioService& service() noexcept {

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,6 +29,8 @@ struct AudioDeviceChange {
 class AudioDeviceListener {
  public:
   virtual void deviceChanged(const AudioDeviceChange& change) = 0;
+  /// Read AudioService::serverStatus again.
+  virtual void serverChanged() {}
 
  protected:
   ~AudioDeviceListener() = default;
@@ -85,6 +88,8 @@ class AudioService final : private AudioInside {
 
   /// The server that carries the audio of the outside now, in a few words for people.
   std::string serverDescription() const;
+  /// Of the first back end that has a server. Listeners hear of changes.
+  AudioServerStatus serverStatus() const;
 
  private:
   struct Device {
@@ -99,6 +104,7 @@ class AudioService final : private AudioInside {
 
   AudioObjectID deviceAppeared(AudioOutside& from, const AudioDeviceDescription& device) override;
   void deviceVanished(AudioObjectID device) override;
+  void serverChanged() override;
 
   // Under mMutex.
   const Device* find(AudioObjectID device) const;
@@ -108,6 +114,7 @@ class AudioService final : private AudioInside {
   AudioObjectID defaultOf(AudioDirection direction) const;
   Defaults defaults() const;
   void announce(AudioDeviceChange change, const Defaults& before);
+  void callListeners(std::function<void(AudioDeviceListener&)> call);
 
   AudioOutside* outsideOf(AudioObjectID device) const noexcept;
 

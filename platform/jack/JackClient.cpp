@@ -20,6 +20,8 @@ constexpr std::uint64_t kRetryInterval = 500 * host::kNsPerMs;
 constexpr std::uint64_t kRescanDelay = 20 * host::kNsPerMs;
 // Until a connection that was refused is asked for again.
 constexpr std::uint64_t kReconnectDelay = 250 * host::kNsPerMs;
+// One report for all xruns within it.
+constexpr std::uint64_t kXrunDelay = 100 * host::kNsPerMs;
 constexpr std::uint64_t kReportInterval = 5000 * host::kNsPerMs;
 // Fits the limit of every server, also with a number behind it.
 constexpr std::size_t kLongestPortName = 200;
@@ -177,6 +179,9 @@ void JackClient::openWith(std::shared_ptr<const JackLibrary> library) {
                                           this);
   mLibrary->jack_set_property_change_callback(
       mClient, &JackCallback<&JackClient::onPropertyChange>::call, this);
+  mLibrary->jack_set_xrun_callback(mClient, &JackCallback<&JackClient::onXrun>::call, this);
+  mXruns.store(0);
+  mHeededXruns = 0;
   mSampleRate.store(mLibrary->jack_get_sample_rate(mClient));
   mPeriod.store(mLibrary->jack_get_buffer_size(mClient));
   if (mLibrary->jack_activate(mClient) != 0) {
@@ -320,6 +325,17 @@ void JackClient::report(std::uint32_t session) {
   mQueue.after(kReportInterval, [this, session] { report(session); });
 }
 
+void JackClient::xrunsChangedSoon() {
+  if (!std::exchange(mXrunsPending, true)) {
+    mQueue.after(kXrunDelay, [this] {
+      mXrunsPending = false;
+      for (JackParticipant* participant : mParticipants) {
+        participant->xrunsChanged();
+      }
+    });
+  }
+}
+
 // --- callbacks of the library ---
 
 void JackClient::onShutdown(void* self) {
@@ -343,6 +359,11 @@ int JackClient::onGraphOrder(void* self) {
   auto* client = static_cast<JackClient*>(self);
   client->mCycles.noteGraphChange();
   client->requestRescan();  // latencies follow it
+  return 0;
+}
+// PipeWire calls this on its real-time thread.
+int JackClient::onXrun(void* self) {
+  ++static_cast<JackClient*>(self)->mXruns;
   return 0;
 }
 void JackClient::onPropertyChange(jack_uuid_t, const char*, jack_property_change_t, void* self) {
@@ -407,6 +428,10 @@ void JackClient::process(jack_nframes_t frames) noexcept {
 // A live server may change its rate and period. Its callbacks for that may come before
 // or after the first such cycle.
 void JackClient::heed(const host::RealtimeContext& realtime, const JackCycle& cycle) noexcept {
+  const std::uint32_t xruns = mXruns.load(std::memory_order_relaxed);
+  if (xruns != mHeededXruns && mQueue.async(realtime, [this] { xrunsChangedSoon(); })) {
+    mHeededXruns = xruns;
+  }
   const auto sampleRate = static_cast<std::uint32_t>(cycle.nominalRate);
   if (sampleRate == mSampleRate.load(std::memory_order_relaxed) &&
       cycle.frames == mPeriod.load(std::memory_order_relaxed)) {

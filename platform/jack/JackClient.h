@@ -44,6 +44,12 @@ class JackClient {
   bool isConnected() const noexcept { return mConnected.load(); }
   /// The server in a few words for people; empty without one.
   std::string description() const;
+  /// Frames a second, and frames in a cycle, as the latest cycle had them; a change
+  /// has a rescan follow.
+  std::uint32_t sampleRate() const noexcept { return mSampleRate.load(); }
+  std::uint32_t period() const noexcept { return mPeriod.load(); }
+  /// Cycles that came too late, by the server's reports since it was found.
+  std::uint32_t xruns() const noexcept { return mXruns.load(); }
 
   // --- on the queue ---
 
@@ -53,11 +59,6 @@ class JackClient {
   /// No call comes any more when this returns. The last one to go closes the
   /// client (and is told so); otherwise its ports are its own to unregister.
   void detach(JackParticipant& participant);
-
-  /// Frames a second, and frames in a cycle, as the latest cycle had them; a change
-  /// has a rescan follow.
-  std::uint32_t sampleRate() const noexcept { return mSampleRate.load(); }
-  std::uint32_t period() const noexcept { return mPeriod.load(); }
 
   /// Null while there is no server.
   jack_client_t* client() const noexcept { return mClient; }
@@ -90,6 +91,7 @@ class JackClient {
   void reconnectSoon();
   void portRegistered(jack_port_id_t id);
   void report(std::uint32_t session);
+  void xrunsChangedSoon();
   /// Removes the names of our ports from the server's store. A jackd that was killed leaves
   /// them there, and its successor gives their uuids to whatever ports come, of any client.
   void forgetNames();
@@ -103,6 +105,7 @@ class JackClient {
   static void onPortRegistration(jack_port_id_t port, int registered, void* self);
   static void onPortConnect(jack_port_id_t a, jack_port_id_t b, int connected, void* self);
   static int onGraphOrder(void* self);
+  static int onXrun(void* self);
   static void onPropertyChange(jack_uuid_t subject, const char* key, jack_property_change_t change,
                                void* self);
   void process(jack_nframes_t frames) noexcept;
@@ -122,6 +125,7 @@ class JackClient {
   bool mToldMissing = false;
   bool mToldShort = false;  // of descriptors
   bool mRetryPending = false;
+  bool mXrunsPending = false;
 
   // For the process callback. Library and client change only while no client is
   // active.
@@ -131,6 +135,8 @@ class JackClient {
   JackTimeBase mTimeBase;
   std::atomic<std::uint32_t> mSampleRate{0};
   std::atomic<std::uint32_t> mPeriod{0};
+  std::atomic<std::uint32_t> mXruns{0};
+  std::uint32_t mHeededXruns = 0;
 
   std::atomic<bool> mRescanPending{false};
   bool mReconnectPending = false;          // the queue's

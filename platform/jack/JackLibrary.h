@@ -73,7 +73,8 @@ class JackLibrary {
   X(jack_set_port_registration_callback) \
   X(jack_set_process_callback)           \
   X(jack_set_property)                   \
-  X(jack_set_property_change_callback)
+  X(jack_set_property_change_callback)   \
+  X(jack_set_xrun_callback)
 
 #define VELOR_JACK_MEMBER(name) decltype(&::name) name = nullptr;
   VELOR_JACK_FUNCTIONS(VELOR_JACK_MEMBER)

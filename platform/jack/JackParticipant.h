@@ -24,6 +24,8 @@ class JackParticipant {
   /// have changed. `renewed`: full names of ports that were registered since the last
   /// rescan, even if they were gone too briefly to be missed.
   virtual void rescan(const std::set<std::string>& renewed) = 0;
+  /// The client's xruns() has grown.
+  virtual void xrunsChanged() {}
   /// Every few seconds while the client is open: logs what the process callback could only
   /// count.
   virtual void report() {}

@@ -42,6 +42,7 @@ class StubOutside final : public audio::AudioOutside {
   }
   void requestBufferFrames(audio::AudioObjectID, std::uint32_t) override {}
   std::string description() override { return {}; }
+  std::optional<audio::AudioServerStatus> serverStatus() override { return std::nullopt; }
 
  private:
   audio::AudioInside* mInside = nullptr;

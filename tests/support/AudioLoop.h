@@ -12,6 +12,7 @@
 
 #include "kva/KAAUGraph.h"
 #include "kva/KAHALDeviceOutputUnit.h"
+#include "platform/host/Host.h"
 
 namespace velor::audio {
 
@@ -106,11 +107,16 @@ class AudioRecorder {
   std::vector<Cycle> log;
   std::atomic<std::size_t> cycles{0};
   std::atomic<std::size_t> frames{0};
+  std::atomic<std::uint64_t> stall{0};  // ns for which the next cycle waits
 
  private:
   static OSStatus take(const host::RealtimeContext&, void* self, const AudioTimeStamp& time,
                        std::uint32_t count, std::span<float* const> channels) noexcept {
     auto& recorder = *static_cast<AudioRecorder*>(self);
+    if (const std::uint64_t wait = recorder.stall.exchange(0); wait != 0) {
+      host::Host& host = host::current();
+      host.mach_wait_until(host.AudioGetCurrentHostTime() + wait);
+    }
     const std::size_t at = recorder.frames;
     if (at + count > kRoom || recorder.cycles == recorder.log.size()) {
       return -1;

@@ -58,4 +58,17 @@ void BuiltinAudio::requestBufferFrames(AudioObjectID device, std::uint32_t frame
   }
 }
 
+std::optional<AudioServerStatus> BuiltinAudio::serverStatus() {
+  std::optional<AudioServerStatus> status;
+  for (const auto& device : mDevices) {
+    const AudioServerStatus own = device->status();
+    if (status) {
+      status->xruns += own.xruns;
+    } else {
+      status = own;
+    }
+  }
+  return status;
+}
+
 }  // namespace velor::audio

@@ -30,6 +30,8 @@ class BuiltinAudio final : public AudioOutside {
                          AudioTimeStamp& out) noexcept override;
   void requestBufferFrames(AudioObjectID device, std::uint32_t frames) override;
   std::string description() override { return {}; }
+  /// Rate and period of the first device, xruns of all.
+  std::optional<AudioServerStatus> serverStatus() override;
 
  private:
   VirtualAudioDevice* find(AudioObjectID device) const noexcept;

@@ -127,7 +127,13 @@ AudioDeviceDescription VirtualAudioDevice::description() const {
 void VirtualAudioDevice::announce() {
   if (mInside != nullptr && mPresent.load()) {
     mId.store(mInside->deviceAppeared(*mOutside, description()), std::memory_order_release);
+    mInside->serverChanged();
   }
+}
+
+AudioServerStatus VirtualAudioDevice::status() const {
+  const std::lock_guard lock(mControl);
+  return {mNominalRate, mPeriod.load(), mXruns.load()};
 }
 
 void VirtualAudioDevice::attach(AudioInside* inside, AudioOutside* outside) {
@@ -269,6 +275,10 @@ void VirtualAudioDevice::run() {
     const double late = timeline.sampleAt(now) - static_cast<double>(next);
     if (late > kPatienceSeconds * timeline.rate) {
       next = nextCycleAfter(now);
+      ++mXruns;
+      if (mInside != nullptr) {  // which stays as it is while a stream is open
+        mInside->serverChanged();
+      }
       continue;
     }
     cycle(next, period);

@@ -78,6 +78,7 @@ class VirtualAudioDevice {
   // As the back end's operations of the same kind.
   std::unique_ptr<AudioDeviceStream> open(const AudioStreamRequest& request);
   OSStatus translateTime(const AudioTimeStamp& in, AudioTimeStamp& out) const noexcept;
+  AudioServerStatus status() const;
 
   // What may become of it, on any thread but a real-time one.
 
@@ -122,6 +123,7 @@ class VirtualAudioDevice {
   std::atomic<AudioObjectID> mId{kAudioObjectUnknown};
   std::atomic<bool> mPresent;
   std::atomic<std::uint32_t> mPeriod;
+  std::atomic<std::uint32_t> mXruns{0};
   std::array<std::atomic<Stream*>, kStreams> mStreams{};
   std::atomic<Cable*> mCableIn{nullptr};
   std::atomic<Cable*> mCableOut{nullptr};
@@ -129,7 +131,7 @@ class VirtualAudioDevice {
   std::atomic<std::uint64_t> mCycleMark{0};
 
   // What changes it waits for each other here; its thread never takes it.
-  host::RecursiveMutex mControl;
+  mutable host::RecursiveMutex mControl;
   AudioInside* mInside = nullptr;
   AudioOutside* mOutside = nullptr;
   double mNominalRate;

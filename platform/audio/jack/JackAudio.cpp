@@ -121,6 +121,7 @@ void JackAudio::closed() {
   }
   mClock.stop();
   announce({});
+  announceServer();
 }
 
 void JackAudio::addPort(Devices& devices, const std::string& fullName, jack_port_t* port) const {
@@ -193,6 +194,21 @@ void JackAudio::announce(Devices found) {
   mDevices = std::move(found);
 }
 
+std::optional<AudioServerStatus> JackAudio::serverStatus() {
+  if (!mJack->isConnected()) {
+    return std::nullopt;
+  }
+  return AudioServerStatus{static_cast<double>(mJack->sampleRate()), mJack->period(),
+                           mJack->xruns()};
+}
+
+void JackAudio::announceServer() {
+  const auto status = serverStatus();
+  if (std::exchange(mAnnounced, status) != status) {
+    mInside->serverChanged();
+  }
+}
+
 void JackAudio::setPresent(AudioObjectID device, bool present) {
   const auto place = std::find_if(mPresent.begin(), mPresent.end(), [&](const auto& entry) {
     return entry.load() == (present ? kAudioObjectUnknown : device);
@@ -204,6 +220,7 @@ void JackAudio::setPresent(AudioObjectID device, bool present) {
 
 void JackAudio::rescan(const std::set<std::string>& renewed) {
   announce(lookForDevices());
+  announceServer();
   for (const auto& stream : mStreams) {
     const auto it = mDevices.find(stream->uid());
     if (it == mDevices.end() || it->second.ports(stream->direction()).empty()) {

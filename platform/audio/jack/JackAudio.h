@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -45,6 +46,7 @@ class JackAudio final : public AudioOutside, private jack::JackParticipant {
   /// chose it for all of them.
   void requestBufferFrames(AudioObjectID, std::uint32_t) override {}
   std::string description() override { return mJack->description(); }
+  std::optional<AudioServerStatus> serverStatus() override;
 
  private:
   static constexpr std::size_t kMaxDevices = 256;
@@ -69,10 +71,12 @@ class JackAudio final : public AudioOutside, private jack::JackParticipant {
   void opened() override {}
   void closed() override;
   void rescan(const std::set<std::string>& renewed) override;
+  void xrunsChanged() override { announceServer(); }
   void report() override { rescan({}); }
   Devices lookForDevices() const;
   void addPort(Devices& devices, const std::string& fullName, jack_port_t* port) const;
   void announce(Devices found);
+  void announceServer();
   void setPresent(AudioObjectID device, bool present);
   std::shared_ptr<JackStream> takeOverRested(const Device& device,
                                              const AudioStreamRequest& request);
@@ -93,6 +97,7 @@ class JackAudio final : public AudioOutside, private jack::JackParticipant {
   // On mQueue.
   Devices mDevices;  // those that are there
   std::vector<std::shared_ptr<JackStream>> mStreams;
+  std::optional<AudioServerStatus> mAnnounced;
 
   // For the process callback.
   std::array<std::atomic<JackStream*>, kMaxStreams> mActive{};

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "Kv-Appkit/KVShared.h"
+#include "kva/KAHALAudioSystem.h"
 #include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/audio/jack/JackAudio.h"
@@ -37,6 +39,9 @@ struct Setting {
   virtual void returnDevice() = 0;
   // ns by which a stamp's host time and the translation of its sample time may differ.
   virtual double tolerance() = 0;
+  // ns for which a callback has to hold the device up to make an xrun; 0 where only hardware
+  // reports xruns.
+  virtual std::uint64_t stall() = 0;
 };
 
 std::unique_ptr<AudioService> serviceOver(std::unique_ptr<AudioOutside> outside) {
@@ -61,7 +66,8 @@ struct BuiltinSetting final : Setting {
   std::string uid() override { return "velor.loopback"; }
   void loseDevice() override { mBuiltin->device().vanish(); }
   void returnDevice() override { mBuiltin->device().appear(); }
-  double tolerance() override { return 1; }  // they are rounded to the nanosecond
+  double tolerance() override { return 1; }             // they are rounded to the nanosecond
+  std::uint64_t stall() override { return 600 * kMs; }  // less is made up for
 
   HostType mHost;
   BuiltinAudio* mBuiltin = nullptr;
@@ -89,6 +95,10 @@ struct JackSetting final : Setting {
   void returnDevice() override { mCable = std::make_unique<test::JackCable>("Cable", 2); }
   // A server smooths its time from cycle to cycle.
   double tolerance() override { return static_cast<double>(kMs); }
+  // PipeWire's null sink never reports one.
+  std::uint64_t stall() override {
+    return std::is_same_v<Server, test::JackServer> ? 100 * kMs : 0;
+  }
 
   Server mServer;
   std::unique_ptr<host::SystemHost> mHost;
@@ -107,6 +117,7 @@ class AudioServiceContract : public testing::TestWithParam<ServiceKind> {
     EXPECT_TRUE(until([this] { return findDevice() != 0; }));
     mDevice = findDevice();
   }
+  ~AudioServiceContract() override { KVSharedInstances::clear(); }
 
   AudioService& audio() { return mSetting->audio(); }
   bool until(const std::function<bool()>& condition) { return mSetting->until(condition); }
@@ -371,6 +382,24 @@ TEST_P(AudioServiceContract, AUnitOutlivesTheLossOfItsDeviceAndPlaysAgainAtItsRe
   recorder.stop();
   EXPECT_NE(recorder.left[last], 0);
   audio().removeListener(listed);
+}
+
+TEST_P(AudioServiceContract, TheServersRateAndPeriodCanBeReadAndALateCycleCountsAsAnXrun) {
+  auto& system = KAHALAudioSystem::defaultSystem();
+  int reports = 0;
+  const auto observer = system.addObserver("serverStatus", [&](auto&&...) { ++reports; });
+  AudioRecorder recorder(mDevice);
+  ASSERT_TRUE(awaitMore(recorder.cycles, 20));
+  const AudioServerStatus before = system.serverStatus();
+  EXPECT_EQ(before.sampleRate, rate());
+  EXPECT_EQ(before.period, description().bufferFrames);
+  if (mSetting->stall() == 0) {
+    return;
+  }
+  reports = 0;
+  recorder.stall = mSetting->stall();
+  EXPECT_TRUE(until([&] { return reports > 0 && system.serverStatus().xruns > before.xruns; }));
+  EXPECT_TRUE(awaitMore(recorder.cycles, 20));
 }
 
 template <class Kind>

@@ -51,6 +51,8 @@ class Announced final : public AudioInside {
     }
   }
 
+  void serverChanged() override {}
+
   // Null when it is not there.
   std::optional<Device> find(const std::string& uid) {
     const std::lock_guard lock(mMutex);
@@ -242,6 +244,7 @@ TYPED_TEST(JackAudioOnServer, StreamsThatAreHeldGoOnWhenTheServerIsBack) {
     EXPECT_EQ(this->mAudio.translateTime(id, {0, 1, kAudioTimeStampHostTimeValid}, out),
               kAudioHardwareNotRunningError);
     EXPECT_EQ(this->mAudio.description(), "");
+    EXPECT_FALSE(this->mAudio.serverStatus().has_value());
     this->mCable.reset();
     other.reset();
     this->mServer.start();
@@ -473,6 +476,7 @@ TEST(JackAudioChanges, TheRateAndPeriodOfALivePipeWireAreToldWhileItPlays) {
              found->description.bufferFrames == wantedPeriod;
     })) << rate;
     EXPECT_NE(audio.description().find(std::to_string(rate)), std::string::npos);
+    EXPECT_EQ(audio.serverStatus(), (AudioServerStatus{double(rate), period, 0}));
     // The count runs at the new rate.
     const std::uint64_t now = host.AudioGetCurrentHostTime();
     AudioTimeStamp stamps[2];

@@ -36,6 +36,7 @@ class FakeInside final : public AudioInside {
     return 2;
   }
   void deviceVanished(AudioObjectID) override { ++vanished; }
+  void serverChanged() override {}
   std::vector<AudioDeviceDescription> descriptions;
   int vanished = 0;
 };
