@@ -8,15 +8,16 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "Kv-Appkit/KVKeyValueObserver.h"
 #include "Kv-Appkit/KVObservable.h"
+#include "Velor/app/VLClockDisplay.h"
 #include "Velor/app/VLDocuments.h"
 #include "Velor/app/VLMainWindowOutlet.h"
 #include "Velor/app/VLMarkers.h"
 #include "Velor/app/VLTimecodeViewDelegate.h"
 #include "Velor/app/VLTimecodeViewOutlet.h"
+#include "Velor/app/VLTransport.h"
 #include "Velor/app/VLUserSettings.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/clock/VLClockDelegate.h"
@@ -87,9 +88,9 @@ class VLAppDelegate final : public KVObservable,
 
   // --- actions
 
-  void play();
+  void play() { mTransport.play(); }
   /// On a clock that stands: back to the start before, or to zero with the control key.
-  void stop();
+  void stop() { mTransport.stop(); }
   void togglePlayback();
   void arm();
   void togglePreroll();
@@ -103,13 +104,15 @@ class VLAppDelegate final : public KVObservable,
 
   std::shared_ptr<KVSMPTETime> currentTime() const;
   /// Of a clock that stands it can be undone. An invalid time is ignored.
-  void setCurrentTime(const std::shared_ptr<KVSMPTETime>& time);
+  void setCurrentTime(const std::shared_ptr<KVSMPTETime>& time) { mTransport.setCurrentTime(time); }
   /// Of a time as it is sent, with the offset in it.
   void setCurrentSMPTETime(const SMPTETime& time);
 
   std::shared_ptr<KVMIDIEndpoint> syncSource() const;
   /// For a document: the one that the stop puts back, while a play has set it aside.
-  std::shared_ptr<KVMIDIEndpoint> syncSourceAfterStop() const;
+  std::shared_ptr<KVMIDIEndpoint> syncSourceAfterStop() const {
+    return mTransport.syncSourceAfterStop();
+  }
   /// None disarms.
   void setSyncSource(const std::shared_ptr<KVMIDIEndpoint>& source);
 
@@ -163,33 +166,11 @@ class VLAppDelegate final : public KVObservable,
   void addMarker(VLOSCServer& /*sender*/) override { addMarker(); }
 
  private:
-  // What a play changed, for the stop to put back.
-  struct StateBeforeStart {
-    std::shared_ptr<KVMIDIEndpoint> syncSource;  // null: there was none
-    bool armed;
-  };
-
   // Calls now on the main thread, else by the main queue.
   template <class Call>
   void onMain(Call call);
-  // Calls now and after each change of the clock's property.
-  void bind(std::string_view key, void (VLAppDelegate::*show)());
-  void setUpMenus();
   void bindClock();
-  void showPlayMode();
-  void showLoopStartTime();
-  void showLoopEndTime();
-  void showSmpteOffset();
-  void showStopTime();
-  void showStatus();
-  void showFormat();
-  void proceed(const SMPTETime& time);
-  void dropVanishedSyncSource();
   void smpteFormatChanged();
-  void followEdits();
-
-  void saveState();
-  void restoreState();
 
   void gotoMarker(const std::shared_ptr<VLMarker>& marker);
 
@@ -199,11 +180,10 @@ class VLAppDelegate final : public KVObservable,
   VLUserSettings mSettings;
 
   VLClock& mClock;
-  std::vector<KVObserverToken> _clockObserverTokens;
+  VLClockDisplay mDisplay;
+  VLTransport mTransport;
   KVKeyValueObserver mFormatObserver;
   KVObserverToken mMIDIObserver;
-  std::optional<StateBeforeStart> mStateBeforeStart;
-  std::vector<std::shared_ptr<KVSMPTETime>> mStartTimes;  // the last on top
   qt::UndoManager mUndoManager;
   VLMarkers mMarkers{mUndoManager, mClock.smpteFormat()};
   VLDocuments mDocuments{*this, mFolders};

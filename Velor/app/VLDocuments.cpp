@@ -1,14 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/app/VLDocuments.h"
 
+#include <array>
+#include <string_view>
+
 #include "Velor/app/VLAppDelegate.h"
+#include "Velor/app/VLOnMain.h"
+#include "Velor/devices/VLDeviceManager.h"
 #include "platform/host/Log.h"
 #include "platform/store/DamagedFile.h"
 
 namespace velor {
 
 VLDocuments::VLDocuments(VLAppDelegate& app, const store::ApplicationFolders& folders)
-    : mFolders(folders),
+    : mApp(app),
+      mFolders(folders),
       mState(app),
       mRecovery(mFolders.state(), [this] { return mState.data(); }) {}
 
@@ -65,6 +71,45 @@ bool VLDocuments::recover() {
   }
   mRecovery.take();
   return true;
+}
+
+void VLDocuments::saveWithPanel(VLMainWindowOutlet& window) {
+  window.beginSavePanel(VLAppDelegate::kFileType,
+                        [weak = std::weak_ptr<VLDocuments>(mSelf), &window](const auto& path) {
+                          const auto self = weak.lock();
+                          if (self != nullptr && !path.empty() && !self->mState.saveToURL(path)) {
+                            window.presentError(self->mState.error());
+                          }
+                        });
+}
+
+void VLDocuments::openWithPanel(VLMainWindowOutlet& window) {
+  window.beginOpenPanel(VLAppDelegate::kFileType,
+                        [weak = std::weak_ptr<VLDocuments>(mSelf), &window](const auto& path) {
+                          const auto self = weak.lock();
+                          if (self == nullptr || path.empty()) {
+                            return;
+                          }
+                          self->mState.loadFromURL(path);
+                          if (!self->mState.error().empty()) {
+                            window.presentError(self->mState.error());
+                          }
+                        });
+}
+
+void VLDocuments::followEdits() {
+  static constexpr std::array<std::string_view, 12> kEdited{
+      "time",     "smpteFormat",  "smpteOffset", "stopTime",    "loopStartTime", "loopEndTime",
+      "playMode", "playbackMode", "preroll",     "prerollTime", "playRate",      "MIDISyncSource"};
+  const auto job = mSelf.job([](VLDocuments& self) { self.mRecovery.noteEdit(); });
+  const auto note = [job](const auto&) { VLOnMain(job); };
+  for (const std::string_view key : kEdited) {
+    mEditTokens.push_back(mApp.clock().addObserver(key, note));
+  }
+  for (const std::string_view key : {"arrangedObjects", "selectionIndexes"}) {
+    mEditTokens.push_back(mApp.markers().controller().addObserver(key, note));
+  }
+  mEditTokens.push_back(VLDeviceManager::sharedManager().addObserver("state", note));
 }
 
 }  // namespace velor

@@ -2,16 +2,21 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "Kv-Appkit/KVObservable.h"
 #include "Velor/app/VLApplicationState.h"
 #include "Velor/app/VLRecovery.h"
+#include "platform/host/WeakSelf.h"
 #include "platform/store/ApplicationFolders.h"
 
 namespace velor {
 
 class VLAppDelegate;
+class VLMainWindowOutlet;
 
 /// The documents of the application: the one of the start, the state of the last run, and
 /// the recovery copy. Queue: main.
@@ -38,6 +43,13 @@ class VLDocuments {
   /// people; empty when it is saved. The recovery copy keeps a state that is not saved.
   std::string saveLastState();
 
+  /// Asks for a file, and presents what fails.
+  void saveWithPanel(VLMainWindowOutlet& window);
+  void openWithPanel(VLMainWindowOutlet& window);
+
+  /// From then on each edit of what a document holds is noted for the recovery copy.
+  void followEdits();
+
   VLApplicationState& state() noexcept { return mState; }
   const VLApplicationState& state() const noexcept { return mState; }
 
@@ -50,12 +62,15 @@ class VLDocuments {
   // None when there can be no folder for it.
   std::optional<std::filesystem::path> lastStateFile() const;
 
+  VLAppDelegate& mApp;
   const store::ApplicationFolders& mFolders;
   VLApplicationState mState;
   VLRecovery mRecovery;
   bool mDidLoadFileAtStartup = false;
   std::string mOpenError;
   std::string mLastStateError;
+  std::vector<KVObserverToken> mEditTokens;
+  const host::WeakSelf<VLDocuments> mSelf{this};
 };
 
 }  // namespace velor

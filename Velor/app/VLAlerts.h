@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "Velor/app/VLAlert.h"
+
+namespace velor {
+
+/// The questions of the application, in the words that the user reads.
+struct VLAlerts {
+  /// The source sends another format than that of the clock; both by name.
+  static VLAlert wrongFormat(const std::string& source, const std::string& received,
+                             const std::string& current);
+  /// What is sent to the destination comes back by the source.
+  static VLAlert mtcLoop(const std::string& source, const std::string& destination);
+  static VLAlert devicesAreRunning();
+};
+
+}  // namespace velor
