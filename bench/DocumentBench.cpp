@@ -17,6 +17,7 @@
 
 #include "Kv-Appkit/KVShared.h"
 #include "Velor/app/VLAppDelegate.h"
+#include "Velor/app/VLTimecodeValues.h"
 #include "bench/TickErrors.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/audio/AudioService.h"
@@ -182,7 +183,7 @@ int run(int rounds) {
   const test::TemporaryFolder folder;
   const std::string home = folder.path().string();
   auto app = std::make_shared<VLAppDelegate>(
-      std::make_shared<NoWindow>(), std::make_shared<VLTimecodeViewOutlet>(),
+      std::make_shared<NoWindow>(), std::make_shared<VLTimecodeValues>(),
       store::ApplicationFolders([home](const char* name) -> const char* {
         return std::string_view(name) == "HOME" ? home.c_str() : nullptr;
       }));

@@ -99,6 +99,7 @@ class VLAppDelegate final : public KVObservable,
   void setLoopEndTime();
   void openPlaybackRateSheet();
   void dismissPlayRateSheet();
+  void popOutMainCounter() { mDisplay.popOut(); }
   void saveDocument();
   void openDocument();
 

@@ -102,6 +102,7 @@ void VLClockDisplay::showStopTime() {
 }
 void VLClockDisplay::showStatus() {
   mCounters.setClockStatus(mClock.status());
+  mBigWindow.setClockStatus(mClock.status());
 }
 void VLClockDisplay::showFormat() {
   mWindow.setSelectedFormat(mClock.smpteFormat());
@@ -109,6 +110,7 @@ void VLClockDisplay::showFormat() {
 
 void VLClockDisplay::showFrame(const SMPTETime& time) {
   mCounters.copyTime(time);
+  mBigWindow.setMainTime(time);
   // At every second frame; a clock that follows counts its blocks by threes.
   if (time.mCounter % 2 == 0) {
     VLOSCClientDispatcher::sharedDispatcher().updateTime(time);
@@ -122,6 +124,7 @@ void VLClockDisplay::showTime() {
 void VLClockDisplay::showJump() {
   const SMPTETime time = mClock.time();
   mCounters.setSmpteTime(time);
+  mBigWindow.setMainTime(time);
   VLOSCClientDispatcher::sharedDispatcher().updateTime(time);
 }
 

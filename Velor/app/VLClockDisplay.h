@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Kv-Appkit/KVObservable.h"
+#include "Velor/app/VLBigTimecode.h"
 #include "Velor/app/VLMainWindowOutlet.h"
 #include "Velor/app/VLTimecodeViewOutlet.h"
 #include "Velor/clock/VLClock.h"
@@ -13,7 +14,8 @@
 
 namespace velor {
 
-/// Shows the clock: in the main window, in the counters, and to the OSC targets.
+/// Shows the clock: in the main window, in the counters, in the big window, and to the OSC
+/// targets.
 /// Queue: main, where it also brings the clock's changes on other threads.
 class VLClockDisplay {
  public:
@@ -31,6 +33,8 @@ class VLClockDisplay {
   void bindStatus();
   /// From then on each frame of a running clock is shown.
   void followFrames();
+
+  void popOut() { mBigWindow.popOut(mWindow, mClock); }
 
   // --- on a clock that stands
 
@@ -58,6 +62,7 @@ class VLClockDisplay {
   VLClock& mClock;
   VLMainWindowOutlet& mWindow;
   VLTimecodeViewOutlet& mCounters;
+  VLBigTimecode mBigWindow;
   std::vector<KVObserverToken> mTokens;
   const host::WeakSelf<VLClockDisplay> mSelf{this};
 };

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "Velor/app/VLAlert.h"
+#include "Velor/app/VLBigTimecodeOutlet.h"
 
 namespace velor {
 
@@ -53,6 +54,8 @@ class VLMainWindowOutlet {
   virtual void rearrangeDestinations() {}
   virtual void setNeedsDisplay() {}
   virtual void showWindowForDevice(const std::shared_ptr<VLDevice>& /*device*/) {}
+  /// Null where there are no windows.
+  virtual std::shared_ptr<VLBigTimecodeOutlet> makeBigTimecodeWindow() { return nullptr; }
   virtual void beginPlayRateSheet(double /*percent*/) {}
   virtual void endPlayRateSheet() {}
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "Velor/app/VLTimecodeViewOutlet.h"
+#include "Velor/app/VLTimecodeValues.h"
 #include "Velor/devices/LTCReaderDeviceDelegate.h"
 #include "Velor/program/VLStatusLine.h"
 #include "Velor/program/VLWantedDevices.h"
@@ -12,7 +12,7 @@
 namespace velor {
 
 /// The counters without a window: the status line, where there is a terminal. Queue: main.
-class VLHeadlessView final : public VLTimecodeViewOutlet,
+class VLHeadlessView final : public VLTimecodeValues,
                              public LTCReaderDeviceDelegate,
                              public std::enable_shared_from_this<VLHeadlessView> {
  public:
@@ -31,9 +31,10 @@ class VLHeadlessView final : public VLTimecodeViewOutlet,
   void mtcDidChangeState(VLMTCState state) override;
 
  protected:
-  void needsDisplay() override;
+  void valueDidChange(Value /*which*/) override { needsDisplay(); }
 
  private:
+  void needsDisplay();
   void refresh();
 
   VLWantedDevices& mDevices;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Velor/app/VLAppDelegate.h"
+#include "Velor/app/VLTimecodeValues.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/program/VLInspect.h"
 #include "kvtimecode/ltc_utils.h"
@@ -52,7 +53,7 @@ class Application {
     setUDPNetwork(&mNetwork);
     discovery::setService(&mDiscovery);
     mApp = std::make_shared<VLAppDelegate>(
-        std::make_shared<NoWindow>(), std::make_shared<VLTimecodeViewOutlet>(),
+        std::make_shared<NoWindow>(), std::make_shared<VLTimecodeValues>(),
         store::ApplicationFolders([home](const char* name) -> const char* {
           return std::string_view(name) == "HOME" ? home.c_str() : nullptr;
         }));

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Velor/app/VLAppDelegate.h"
+#include "Velor/app/VLTimecodeValues.h"
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
 #include "sim/BuiltinDiscovery.h"
@@ -26,6 +27,16 @@ inline SMPTETime timeOf(const std::string& text, std::uint32_t format = kSMPTETi
   EXPECT_TRUE(parseSmpteTime(text, time, format)) << text;
   return time;
 }
+
+struct RecordingBigWindow final : VLBigTimecodeOutlet {
+  void setMainTime(const SMPTETime& time) override { times.push_back(stringFromSMPTETime(time)); }
+  void setClockStatus(VLClockStatus status) override { statuses.push_back(status); }
+  void showWindow() override { ++shown; }
+
+  std::vector<std::string> times;
+  std::vector<VLClockStatus> statuses;
+  int shown = 0;
+};
 
 /// Keeps what it is told to show, and the questions until a test answers them.
 class RecordingWindow final : public VLMainWindowOutlet {
@@ -52,6 +63,10 @@ class RecordingWindow final : public VLMainWindowOutlet {
   void setNeedsDisplay() override { mCalls.emplace_back("display"); }
   void showWindowForDevice(const std::shared_ptr<VLDevice>& device) override {
     mCalls.push_back("window of " + device->name().value_or("?"));
+  }
+  std::shared_ptr<VLBigTimecodeOutlet> makeBigTimecodeWindow() override {
+    EXPECT_EQ(bigWindow, nullptr);
+    return bigWindow = std::make_shared<RecordingBigWindow>();
   }
   bool isControlKeyHeld() const override { return controlKey; }
   void presentAlert(const VLAlert& alert, VLAlert::Answer answer) override {
@@ -83,6 +98,7 @@ class RecordingWindow final : public VLMainWindowOutlet {
   std::filesystem::path panelAnswer;
   std::optional<bool> reply;
   bool controlKey = false;
+  std::shared_ptr<RecordingBigWindow> bigWindow;
   Chosen choosePlayMode;
   Chosen chooseFormat;
   std::uint64_t selectedPlayMode = 0;
@@ -193,7 +209,7 @@ class AppFixture : public LoopbackFixture {
   discovery::BuiltinDiscovery mDiscovery;
   std::vector<std::string> mCalls;
   const std::shared_ptr<RecordingWindow> mWindow = std::make_shared<RecordingWindow>(mCalls);
-  const std::shared_ptr<VLTimecodeViewOutlet> mView = std::make_shared<VLTimecodeViewOutlet>();
+  const std::shared_ptr<VLTimecodeValues> mView = std::make_shared<VLTimecodeValues>();
   std::shared_ptr<VLAppDelegate> mApp;
 };
 

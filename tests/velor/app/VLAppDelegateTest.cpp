@@ -250,6 +250,25 @@ TEST_F(VLAppDelegateTest, TheStartTimeReachesTheViewOnTheMainThreadWhoeverChange
   EXPECT_EQ(stringFromSMPTETime(mView->startTime()), "07:00:00:00");
 }
 
+TEST_F(VLAppDelegateTest, TheBigWindowIsMadeOnceAndFollowsTheClockFromThenOn) {
+  goTo("01:00:00:00");
+  mHost.settle();
+  app().popOutMainCounter();
+  mHost.settle();
+  const auto& big = *mWindow->bigWindow;
+  EXPECT_EQ(big.times, (std::vector<std::string>{"01:00:00:00"}));
+  EXPECT_EQ(big.statuses, (std::vector<VLClockStatus>{VLClockStopped}));
+  goTo("02:00:00:00");
+  EXPECT_EQ(big.times.back(), "02:00:00:00");
+  runFor(5);
+  EXPECT_EQ(big.times.back(), now());
+  EXPECT_GE(big.times.size(), 6U);
+  EXPECT_EQ(big.statuses[1], VLClockRolling);
+  EXPECT_EQ(big.statuses.back(), VLClockStopped);
+  app().popOutMainCounter();
+  EXPECT_EQ(big.shown, 2);
+}
+
 TEST_F(VLAppDelegateTest, TheCountersSetAClockThatStandsAndItsPointsAtAnyTime) {
   using View = VLTimecodeViewOutlet;
   using Delegate = VLTimecodeViewDelegate;
