@@ -1,209 +1,114 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/program/VLDemonstration.h"
 
+#include <unistd.h>
+
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
-#include <string>
+#include <cstdlib>
 
-#include "Velor/clock/VLClock.h"
-#include "Velor/devices/VLDeviceManager.h"
-#include "Velor/devices/VLLTCGeneratorDevice.h"
+#include "Velor/app/VLAppDelegate.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
-#include "Velor/mtc/VLMTCParser.h"
-#include "Velor/program/VLServicesInForce.h"
+#include "Velor/program/VLCommandLine.h"
+#include "Velor/program/VLHeadless.h"
 #include "Velor/program/VLStandardOutput.h"
-#include "Velor/program/VLStatusLine.h"
-#include "kva/KAHALAudioDevice.h"
-#include "kva/MIDI/KVMIDICore.h"
 #include "kvtimecode/SMPTEString.h"
-#include "kvtimecode/ltc_frame.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Host.h"
-#include "platform/host/Seqlock.h"
 
 namespace velor {
 namespace {
 
 constexpr std::uint64_t kSecond = 1'000'000'000;  // ns
-constexpr std::uint64_t kDuration = 10 * kSecond;
-constexpr std::uint64_t kTerminalInterval = kSecond / 10;
-constexpr std::uint32_t kFormat = kSMPTETimeType25;
-constexpr double kFrame = 40e6;  // ns
-// What is read is told as of the middle of the bit before its frame.
-constexpr double kHalfBit = kFrame / (2 * kLTCFrameBits);
-// Blocks until generator and reader have met their rates.
-constexpr std::uint32_t kSettling = 12;
+constexpr int kLooks = 10;
+// The reader has met the rate by then.
+constexpr std::uint64_t kSettling = 3 * kSecond / 2;
+constexpr std::uint64_t kInterval = kSecond;
+// Until the devices have seen that the clock stands.
+constexpr std::uint64_t kRunOut = kSecond / 2;
+// The clock's tick and the reader's block are up to two frames apart.
+constexpr int kMostApart = 2;
 constexpr std::uint32_t kUserBits = 0x12345678;
 
-// The times sent and read that belong to one moment, and how it went so far.
-struct Seen {
-  SMPTETime sent{};
-  SMPTETime read{};
-  double difference = 0;  // ns by which what was read was late
-  double worst = 0;       // ns, once settled
-  std::uint32_t numSent = 0;
-  std::uint32_t numRead = 0;
-  std::uint32_t numWrong = 0;
-};
-
-// Puts both streams of MTC side by side, on the MIDI read thread.
-class Comparison {
+// Looks at the clock and the reader once a second.
+class Report {
  public:
-  void takeSent(const SMPTETime& time, std::uint64_t hostTime) {
-    mFrame = ltc_frame_number_from_smptetime(time);
-    mHostTime = static_cast<double>(hostTime);
-    ++mSeen.numSent;
+  void begin(VLAppDelegate& app, VLLTCReaderDevice& reader) {
+    mApp = &app;
+    mReader = &reader;
+    std::printf(
+        "No display, no options: Velor plays LTC for %d seconds and reads it again "
+        "(--help lists all options).\n",
+        kLooks);
+    lookAfter(kSettling);
   }
-  void takeRead(const SMPTETime& time, std::uint64_t hostTime) {
-    if (mSeen.numSent == 0) {
-      return;
+
+  // The last line, and the exit status.
+  int end() const {
+    if (mLooks < kLooks) {
+      return 0;  // by a signal
     }
-    const double passed = static_cast<double>(hostTime) + kHalfBit - mHostTime;
-    const std::int32_t sent = mFrame + static_cast<std::int32_t>(std::lround(passed / kFrame));
-    const std::int32_t read = ltc_frame_number_from_smptetime(time);
-    mSeen.sent = ltc_smptetime_from_frame_number(sent, kFormat);
-    mSeen.read = time;
-    mSeen.difference = passed - (read - mFrame) * kFrame;
-    ++mSeen.numRead;
-    mSeen.numWrong += read == sent && time.mType == kFormat ? 0 : 1;
-    if (mSeen.numRead > kSettling) {
-      mSeen.worst = std::max(mSeen.worst, std::fabs(mSeen.difference));
-    }
-    mShared.store(mSeen);
-  }
-  /// Any thread.
-  Seen seen() const { return mShared.load(); }
-
- private:
-  // What was sent last.
-  std::int32_t mFrame = 0;
-  double mHostTime = 0;  // ns
-  Seen mSeen;
-  host::Seqlocked<Seen> mShared;
-};
-
-std::string lineOf(const Seen& seen, double sampleRate) {
-  if (seen.numRead == 0) {
-    return "sent " + invalidSMPTEString() + "   read " + invalidSMPTEString();
-  }
-  char difference[64];
-  std::snprintf(difference, sizeof difference, "   difference %+.1f samples",
-                seen.difference * 1e-9 * sampleRate);
-  return "sent " + stringFromSMPTETime(seen.sent) + "   read " + stringFromSMPTETime(seen.read) +
-         difference;
-}
-
-// Shows what is seen until the time is over.
-class Display {
- public:
-  Display(const Comparison& comparison, double sampleRate)
-      : mComparison(comparison), mSampleRate(sampleRate) {
-    showLater();
+    const bool isRight = mReadings == kLooks && mWorst <= kMostApart && mUserBits == kUserBits;
+    std::printf(
+        "%s: %d of %d times read, frames apart: at most %d; user bits %08X sent, %08X read.\n",
+        isRight ? "The times read are the times sent" : "The times read are NOT those sent",
+        mReadings, kLooks, mWorst, kUserBits, mUserBits);
+    return isRight ? 0 : 1;
   }
 
  private:
-  void showLater() {
-    host::MainQueue& mainQueue = host::current().mainQueue();
-    if (mLeft == 0) {
-      mainQueue.stop();
+  void lookAfter(std::uint64_t interval) {
+    std::fflush(stdout);
+    host::current().mainQueue().after(interval, [this] { look(); });
+  }
+
+  void look() {
+    const SMPTETime sent = mApp->clock().time();
+    SMPTETime read{};
+    mReader->getLatestTime(read);
+    mUserBits = mReader->userbits();
+    if (ltc_is_valid(read)) {
+      ++mReadings;
+      mWorst = std::max(mWorst, std::abs(ltc_frame_number_from_smptetime(sent) -
+                                         ltc_frame_number_from_smptetime(read)));
+    }
+    // A terminal has the status line.
+    if (isatty(STDOUT_FILENO) == 0) {
+      std::printf("sent %s   read %s\n", stringFromSMPTETime(sent).c_str(),
+                  stringFromSMPTETime(read).c_str());
+    }
+    if (++mLooks < kLooks) {
+      lookAfter(kInterval);
       return;
     }
-    const std::uint64_t interval = mLine.isVisible() ? kTerminalInterval : kSecond;
-    mLeft -= interval;
-    mainQueue.after(interval, [this] {
-      const std::string line = lineOf(mComparison.seen(), mSampleRate);
-      if (mLine.isVisible()) {
-        mLine.show(line);
-      } else {
-        std::printf("%s\n", line.c_str());
-        std::fflush(stdout);
-      }
-      showLater();
-    });
+    mApp->stop();
+    mReader->setFreewheelTime(0);
+    host::current().mainQueue().after(kRunOut, [] { host::current().mainQueue().stop(); });
   }
 
-  const Comparison& mComparison;
-  const double mSampleRate;
-  std::uint64_t mLeft = kDuration;
-  VLStatusLine mLine;
+  VLAppDelegate* mApp = nullptr;
+  VLLTCReaderDevice* mReader = nullptr;
+  int mLooks = 0;
+  int mReadings = 0;
+  int mWorst = 0;  // frames
+  std::uint32_t mUserBits = 0;
 };
-
-// The last line, and the exit status.
-int conclude(const Seen& seen, std::uint32_t userbits, double sampleRate) {
-  if (seen.numRead == 0) {
-    std::printf("Nothing was read of what was sent.\n");
-    return 1;
-  }
-  // The first blocks are gone before the reader has fallen into step.
-  const bool isEnough = seen.numRead + kSettling >= seen.numSent;
-  const bool isRight = seen.numWrong == 0 && userbits == kUserBits && isEnough;
-  char text[256];
-  std::snprintf(text, sizeof text,
-                "%s: of %u times sent %u were read, %u of them wrong, at most %.1f samples of "
-                "%.0f Hz apart; user bits %08X sent, %08X read.",
-                isRight ? "What was read is what was sent" : "What was read is NOT what was sent",
-                seen.numSent, seen.numRead, seen.numWrong, seen.worst * 1e-9 * sampleRate,
-                sampleRate, kUserBits, userbits);
-  std::printf("%s\n", text);
-  return isRight ? 0 : 1;
-}
 
 }  // namespace
 
 int VLDemonstrationRun() {
-  Comparison comparison;
-  // Before the services, whose read thread calls them.
-  const auto sent = VLMTCParser::initWithCompletionBlock(
-      [&comparison](const SMPTETime& time, std::uint64_t hostTime, double) {
-        comparison.takeSent(time, hostTime);
-      });
-  const auto read = VLMTCParser::initWithCompletionBlock(
-      [&comparison](const SMPTETime& time, std::uint64_t hostTime, double) {
-        comparison.takeRead(time, hostTime);
-      });
-  const VLServicesInForce services(VLServicesInForce::Outside::none);
-  KVMIDICore& core = KVMIDICore::sharedCore();
-  VLClock& clock = VLClock::sharedClock();
-  VLDeviceManager& devices = VLDeviceManager::sharedManager();
-
-  const auto generator = devices.createGenerator();
-  const auto reader = devices.createrReader();
-  generator->generator()->setUserbits(kUserBits);
-  const auto device = KAHALAudioDevice::initWithAudioObjectID(reader->audioObjectId());
-  if (device == nullptr) {
-    std::fputs("velor: there is no audio device\n", stderr);
-    return 1;
-  }
-  const double sampleRate = device->nominalSampleRate();
-  std::printf(
-      "No display, no options: a look at Velor for %d seconds (--help tells what it does).\n"
-      "Clock > MTC > %s > LTC on %s, %.0f Hz > %s > MTC\n",
-      static_cast<int>(kDuration / kSecond), generator->name().value_or("?").c_str(),
-      device->name().value_or("?").c_str(), sampleRate, reader->name().value_or("?").c_str());
-  std::fflush(stdout);
-
-  const auto tap = std::make_shared<KVMIDIEndpoint>(core.createDestination(
-      core.defaultClient(), "sent", &VLMTCParser::readPackets, sent.get(), 0));
-  midi::MIDIPortRef port = 0;
-  midi::service().MIDIInputPortCreate(core.defaultClient(), "read", &VLMTCParser::readPackets,
-                                      read.get(), &port);
-  midi::service().MIDIPortConnectSource(port, reader->midiEndpoint()->endpoint(), nullptr);
-  clock.setSmpteFormat(kFormat);
-  clock.setTime(ltc_smptetime_from_frame_number(90000, kFormat));
-  clock.addMTCDestination(generator->midiEndpoint());
-  clock.addMTCDestination(tap);
-  clock.start();
-  {
-    const Display display(comparison, sampleRate);
-    host::current().mainQueue().run();
-  }
-  const Seen seen = comparison.seen();
-  const std::uint32_t userbits = reader->userbits();
-  clock.stop();
-  return VLStandardOutput::end(conclude(seen, userbits, sampleRate));
+  const VLCommandLine line = VLParseCommandLine(
+      {"--headless", "--play", "--format", "25", "--start", "01:00:00:00", "--ltc-user-bits",
+       "12345678", "--ltc-out", "Velor Loopback:1", "--ltc-in", "Velor Loopback:1"});
+  Report report;
+  VLHeadlessWorld world;
+  world.isApart = true;
+  world.running = [&report](VLAppDelegate& app, VLLTCReaderDevice& reader) {
+    report.begin(app, reader);
+  };
+  const int status = VLHeadlessRun(*line.options, world);
+  return status != 0 ? status : VLStandardOutput::end(report.end());
 }
 
 }  // namespace velor

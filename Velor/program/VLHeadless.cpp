@@ -126,8 +126,14 @@ void warn(const std::string& text) {
 // before the services that it stands on.
 class VLHeadlessSession {
  public:
-  explicit VLHeadlessSession(const VLOptions& options)
-      : mOptions(options), mMainQueue(host::current().mainQueue()) {}
+  VLHeadlessSession(const VLOptions& options, const VLHeadlessWorld& world)
+      : mOptions(options),
+        mWorld(world),
+        mMainQueue(host::current().mainQueue()),
+        mFolders(world.isApart ? store::ApplicationFolders([](const char*) { return nullptr; })
+                               : store::ApplicationFolders()),
+        mNetwork(world.isApart ? Reach::loopback : Reach::allInterfaces),
+        mServices(world.isApart ? Outside::none : Outside::ifAvailable) {}
 
   // Each step may end the run with an exit status.
   using Ended = std::optional<int>;
@@ -138,6 +144,9 @@ class VLHeadlessSession {
   static const std::array<Step, 14> kSteps;
 
  private:
+  using Reach = SystemUDPNetwork::Reach;
+  using Outside = VLServicesInForce::Outside;
+
   Ended list();
   Ended catchSignals();
   Ended findDevices();
@@ -160,7 +169,9 @@ class VLHeadlessSession {
   void checkLoopsSoon();
 
   const VLOptions& mOptions;
+  const VLHeadlessWorld& mWorld;
   host::MainQueue& mMainQueue;
+  const store::ApplicationFolders mFolders;
   const VLNetworkInForce mNetwork;  // before the services, with whose end the sockets go
   const VLServicesInForce mServices;
   std::optional<StopSignals> mSignals;
@@ -220,7 +231,7 @@ VLHeadlessSession::Ended VLHeadlessSession::launch() {
   mWindow = std::make_shared<VLHeadlessWindow>(
       VLHeadlessWindow::Answers{mOptions.autoFormat, mOptions.ignoreLoops},
       [this](const std::string& notice) { mView->showNotice(notice); });
-  mApp = std::make_shared<VLAppDelegate>(mWindow, mView, store::ApplicationFolders());
+  mApp = std::make_shared<VLAppDelegate>(mWindow, mView, mFolders);
   KVNotificationCenter& center = KVNotificationCenter::defaultCenter();
   mTokens.push_back(
       center.addObserver(KADeviceChoiceNotification, [this](const KVNotification& notification) {
@@ -249,7 +260,7 @@ void VLHeadlessSession::observe() {
 }
 
 VLHeadlessSession::Ended VLHeadlessSession::reportLastRun() {
-  if (const std::string missing = store::ApplicationFolders().missing(); !missing.empty()) {
+  if (const std::string missing = mFolders.missing(); !missing.empty() && !mWorld.isApart) {
     VLStandardError::tell(missing);
   }
   const VLRecovery& recovery = mApp->documents().recovery();
@@ -314,7 +325,7 @@ VLHeadlessSession::Ended VLHeadlessSession::applyClock() {
 }
 
 VLHeadlessSession::Ended VLHeadlessSession::applyDevices() {
-  if (!midi::service().isConnected()) {
+  if (!midi::service().isConnected() && !mWorld.isApart) {
     VLStandardError::tell("no JACK or PipeWire server; MIDI stays internal until one starts");
   }
   std::string error;
@@ -349,6 +360,9 @@ VLHeadlessSession::Ended VLHeadlessSession::run() {
   }
   if (mOptions.play) {
     mApp->play();
+  }
+  if (mWorld.running) {
+    mWorld.running(*mApp, *mDevices->reader());
   }
   mMainQueue.run();
   return std::nullopt;
@@ -429,8 +443,8 @@ std::vector<std::string> VLHeadlessSteps() {
   return names;
 }
 
-int VLHeadlessRun(const VLOptions& options) {
-  VLHeadlessSession session(options);
+int VLHeadlessRun(const VLOptions& options, const VLHeadlessWorld& world) {
+  VLHeadlessSession session(options, world);
   for (const VLHeadlessSession::Step& step : VLHeadlessSession::kSteps) {
     if (const auto status = (session.*step.take)()) {
       return *status;

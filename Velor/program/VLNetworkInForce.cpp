@@ -3,7 +3,7 @@
 
 namespace velor {
 
-VLNetworkInForce::VLNetworkInForce() {
+VLNetworkInForce::VLNetworkInForce(SystemUDPNetwork::Reach reach) : mNetwork(reach) {
   setUDPNetwork(&mNetwork);
   discovery::setService(&mDiscovery);
 }

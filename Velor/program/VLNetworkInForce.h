@@ -10,7 +10,7 @@ namespace velor {
 /// puts both in force; the owner takes them out of force with it.
 class VLNetworkInForce {
  public:
-  VLNetworkInForce();
+  explicit VLNetworkInForce(SystemUDPNetwork::Reach reach = SystemUDPNetwork::Reach::allInterfaces);
   ~VLNetworkInForce();
   VLNetworkInForce(const VLNetworkInForce&) = delete;
   VLNetworkInForce& operator=(const VLNetworkInForce&) = delete;

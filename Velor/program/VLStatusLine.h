@@ -58,11 +58,11 @@ class VLStatusLine {
 
   bool isVisible() const { return mIsTerminal; }
   void show(const VLStatus& status);
-  void show(const std::string& text);
   /// Leaves the line standing and goes to the next, for what others write.
   void leave();
 
  private:
+  void show(const std::string& text);
   // False when the terminal did not take all of it.
   bool writeOut(const std::string& text) const;
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,14 +29,14 @@ bool hasDisplay() {
 }
 
 // What runs on the host, with its log.
-int run(int (*body)(const velor::VLOptions& options), const velor::VLOptions& options) {
+int run(const std::function<int()>& body) {
   try {
     std::optional<velor::store::LogFile> log;
     if (const auto folder = velor::store::ApplicationFolders().logs(); !folder.empty()) {
       log.emplace(folder).install();
     }
     const velor::host::SystemHost host;
-    return body(options);
+    return body();
   } catch (const std::exception& error) {
     VELOR_LOG_ERROR("ended by an exception: %s", error.what());
     std::fprintf(stderr, "velor: %s\n", error.what());
@@ -49,7 +50,7 @@ int main(int argc, char** argv) {
   // A limit of the file size is an error of one write, and not the end of the clock.
   std::signal(SIGXFSZ, SIG_IGN);
   if (argc == 1 && !hasDisplay()) {
-    return run([](const velor::VLOptions&) { return velor::VLDemonstrationRun(); }, {});
+    return run(&velor::VLDemonstrationRun);
   }
   const velor::VLCommandLine commandLine =
       velor::VLParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
@@ -70,5 +71,5 @@ int main(int argc, char** argv) {
     std::fputs(commandLine.output.c_str(), stdout);
     return velor::VLStandardOutput::end(0);
   }
-  return run(&velor::VLHeadlessRun, *commandLine.options);
+  return run([&commandLine] { return velor::VLHeadlessRun(*commandLine.options); });
 }
