@@ -40,10 +40,18 @@ constexpr std::size_t kMostUnseen = 40;
 
 constexpr double kLockCoherence = 0.75;
 constexpr double kFitError = 0.15;  // half bits, rms
+// Where half bits have so few samples, edges that were put on whole samples scatter more.
+constexpr double kFewSamples = 3;
+constexpr double kFewLockCoherence = 0.6;
+constexpr double kFewFitError = 0.2;
+constexpr double kFewFar = 0.42;
 constexpr double kCandidateStep = 1.014;
 constexpr std::size_t kNewEdges = 6;
+// From here on an attempt is made for all new edges only: what is found late is read from
+// its begin on all the same.
 constexpr std::size_t kMostFailures = 30;
 constexpr int kBefore = 6;
+constexpr double kLongestRun = 8;    // half bits without an edge
 constexpr double kLeastPart = 0.15;  // of the last half bit, to be one
 constexpr double kJoinError = 0.25;  // half bits
 
@@ -85,6 +93,9 @@ std::vector<float> interpolator(std::size_t parts, std::size_t taps) {
 
 VLLTCHalfBitClock::VLLTCHalfBitClock(double sampleRate, double slowest, double fastest) {
   double middle = sampleRate / kHalfBits / std::sqrt(slowest * fastest);
+  mLockCoherence = middle < kFewSamples ? kFewLockCoherence : kLockCoherence;
+  mFar = middle < kFewSamples ? kFewFar : kFar;
+  mFitError = middle < kFewSamples ? kFewFitError : kFitError;
   while (middle < kLeastSteps) {
     middle *= 2;
     mMultiply *= 2;
@@ -131,6 +142,7 @@ void VLLTCHalfBitClock::restart(double place) {
   mIsHigh = false;
   mBoundary = 0;
   mHalfBitCount = 0;
+  mPastCount = 0;
   mFailures = 0;
   unlock();
 }
@@ -220,6 +232,7 @@ void VLLTCHalfBitClock::takeEdge(double place) {
     forgetEdges(1);
   }
   mEdges[mEdgeCount++] = place;
+  mPast[mPastCount++ % kPastKept] = place;
   if (mIsLocked) {
     if (!follow(place)) {
       forgetEdges(mEdgeCount - 2);
@@ -243,7 +256,7 @@ bool VLLTCHalfBitClock::follow(double edge) {
   const double error = count < 1 ? -0.5 : place - count;
   const auto part = static_cast<float>(error);
   mErrors += kErrorPart * (part * part - mErrors);
-  const bool isFar = std::fabs(error) > kFar;
+  const bool isFar = std::fabs(error) > mFar;
   if (mErrors > kLostErrors || (isFar && mJitter < kQuietJitter)) {
     mIsLocked = false;
     mMayJoin = true;
@@ -255,7 +268,7 @@ bool VLLTCHalfBitClock::follow(double edge) {
   if (count < 1) {
     return true;
   }
-  const bool isOutlier = std::fabs(error) > kOutlier;
+  const bool isOutlier = std::fabs(error) > std::max(kOutlier, mFar);
   const double move = isOutlier ? 0 : kPhasePart * error * mLength;
   const double each = mLength + move / count;
   for (int i = 0; i < static_cast<int>(count); ++i) {
@@ -303,9 +316,9 @@ void VLLTCHalfBitClock::acquire() {
     }
   }
   const double end = mBoundary;
-  if (best <= kLockCoherence || !fit(length)) {
+  if (best <= mLockCoherence || !fit(length)) {
     // The next attempt is worth its time when some edges are new.
-    forgetEdges(mFailures < kMostFailures ? kNewEdges : 2 * kNewEdges);
+    forgetEdges(mFailures < kMostFailures ? kNewEdges : kEdges);
     ++mFailures;
     mMayJoin = false;
     return;
@@ -317,6 +330,7 @@ void VLLTCHalfBitClock::acquire() {
     mBoundary = end;
     mIsFirst = false;
   } else {
+    reachBack(end);
     // A signal that begins low, or in noise, has its first edges too weak to be seen.
     for (int i = 0; i < kBefore && mBoundary - mLength > std::max(end, -mLength / 2); ++i) {
       mBoundary -= mLength;
@@ -326,10 +340,43 @@ void VLLTCHalfBitClock::acquire() {
   mErrors = 0;
   mJitter = kQuietJitter;
   mUnseen = 0;
-  for (std::size_t i = 0; i < kEdges; ++i) {
-    if (mEdges[i] > mBoundary + mLength / 2 && !follow(mEdges[i])) {
-      forgetEdges(std::max<std::size_t>(i, 1) - 1);
+  for (std::uint64_t back = std::min<std::uint64_t>(mPastCount, kPastKept); back > 0; --back) {
+    const double edge = mPast[(mPastCount - back) % kPastKept];
+    if (edge > mBoundary + mLength / 2 && !follow(edge)) {
+      forgetEdges(kEdges - std::min<std::size_t>(back + 1, kEdges - 1));
       return;
+    }
+  }
+}
+
+// The edges before those by which the grid was found may lie on it too, up to this place.
+void VLLTCHalfBitClock::reachBack(double end) {
+  const double oldest = static_cast<double>(mStep) - static_cast<double>(kSumsKept) + mLongest;
+  double boundary = mBoundary;
+  double length = mLength;
+  double errors = 0;
+  for (std::uint64_t back = 1; back <= std::min<std::uint64_t>(mPastCount, kPastKept); ++back) {
+    const double edge = mPast[(mPastCount - back) % kPastKept];
+    if (edge > mBoundary - length / 2) {
+      continue;
+    }
+    const double place = (boundary - edge) / length;
+    const double count = std::round(place);
+    const double error = count < 1 ? -0.5 : place - count;
+    errors += static_cast<double>(kErrorPart) * (error * error - errors);
+    if (edge < std::max(end, oldest) || count > kLongestRun ||
+        errors > static_cast<double>(kLostErrors)) {
+      return;
+    }
+    if (count < 1 || std::fabs(error) > kOutlier) {
+      continue;
+    }
+    boundary -= (count + kPhasePart * error) * length;
+    length = std::clamp(length * (1 + kLengthPart * error / count), mShortest / kBeyond,
+                        mLongest * kBeyond);
+    if (std::fabs(error) < kFar) {
+      mBoundary = boundary;
+      mLength = length;
     }
   }
 }
@@ -364,7 +411,7 @@ bool VLLTCHalfBitClock::fit(double length) {
       residue += away * away;
     }
     if (!(slope > mShortest / kBeyond && slope < mLongest * kBeyond) ||
-        std::sqrt(residue / n) > kFitError * slope) {
+        std::sqrt(residue / n) > mFitError * slope) {
       return false;
     }
     length = slope;

@@ -60,6 +60,7 @@ class VLLTCHalfBitClock {
   static constexpr std::size_t kRawKept = 1024;
   static constexpr std::size_t kSumsKept = 4096;
   static constexpr std::size_t kEdges = 24;
+  static constexpr std::size_t kPastKept = 256;  // edges
   static constexpr std::size_t kHalfBitsKept = 512;
 
   void push(float sample);
@@ -70,6 +71,7 @@ class VLLTCHalfBitClock {
   void forgetEdges(std::size_t count);
   bool follow(double edge);
   void acquire();
+  void reachBack(double end);
   double coherence(double length) const;
   bool fit(double length);
   void emit(double end);
@@ -95,6 +97,9 @@ class VLLTCHalfBitClock {
   double mDelay = 0;
   std::size_t mMeanWidth = 0;
   float mEnvelopePart = 0;
+  double mLockCoherence = 0;
+  double mFitError = 0;
+  double mFar = 0;
   std::vector<float> mFilter;  // kTaps for each part of a sample
 
   // From input to steps.
@@ -121,6 +126,8 @@ class VLLTCHalfBitClock {
 
   std::array<double, kEdges> mEdges{};
   std::size_t mEdgeCount = 0;
+  std::array<double, kPastKept> mPast{};
+  std::uint64_t mPastCount = 0;
 
   std::size_t mFailures = 0;  // to find a grid
 

@@ -43,10 +43,11 @@ void VLLTCVarispeedDecoder::process(std::span<const float> samples) {
 }
 
 void VLLTCVarispeedDecoder::processPart(std::span<const float> samples) {
+  const std::uint64_t from = mPlace;
   mPlace += samples.size();
   if (mReading == nullptr) {
     for (const auto& octave : mOctaves) {
-      feed(*octave, samples);
+      listen(*octave, samples, from);
     }
     mKeptFrom = mPlace;
     deliver();
@@ -59,9 +60,9 @@ void VLLTCVarispeedDecoder::processPart(std::span<const float> samples) {
     wakeOthers();
     return;
   }
-  const auto from = std::max(mKeptFrom, static_cast<std::uint64_t>(std::max(0.0, mLastEnd)));
-  mKept.erase(mKept.begin(), mKept.begin() + static_cast<std::ptrdiff_t>(from - mKeptFrom));
-  mKeptFrom = from;
+  const auto next = std::max(mKeptFrom, static_cast<std::uint64_t>(std::max(0.0, mLastEnd)));
+  mKept.erase(mKept.begin(), mKept.begin() + static_cast<std::ptrdiff_t>(next - mKeptFrom));
+  mKeptFrom = next;
 }
 
 void VLLTCVarispeedDecoder::finish() {
@@ -69,6 +70,9 @@ void VLLTCVarispeedDecoder::finish() {
     wakeOthers();
   }
   for (const auto& octave : mOctaves) {
+    if (octave->isResting) {
+      continue;
+    }
     octave->clock.finish([this, &octave](const VLLTCHalfBit& halfBit) {
       found(octave->finder.push(halfBit), *octave);
     });
@@ -80,6 +84,7 @@ void VLLTCVarispeedDecoder::finish() {
 void VLLTCVarispeedDecoder::wakeOthers() {
   for (const auto& octave : mOctaves) {
     if (octave.get() != mReading) {
+      octave->isResting = false;
       octave->clock.restart(static_cast<double>(mKeptFrom));
       feed(*octave, mKept);
     }
@@ -88,6 +93,21 @@ void VLLTCVarispeedDecoder::wakeOthers() {
   mKept.clear();
   mKeptFrom = mPlace;
   deliver();
+}
+
+// In silence a clock that follows nothing rests.
+void VLLTCVarispeedDecoder::listen(Octave& octave, std::span<const float> samples,
+                                   std::uint64_t from) {
+  const bool isSilent = std::all_of(samples.begin(), samples.end(),
+                                    [&](float sample) { return sample == samples.front(); });
+  if (isSilent && !octave.clock.isLocked()) {
+    octave.isResting = true;
+    return;
+  }
+  if (std::exchange(octave.isResting, false)) {
+    octave.clock.restart(static_cast<double>(from));
+  }
+  feed(octave, samples);
 }
 
 void VLLTCVarispeedDecoder::feed(Octave& octave, std::span<const float> samples) {

@@ -38,8 +38,10 @@ class VLLTCVarispeedDecoder {
         : clock(sampleRate, slowest, fastest) {}
     VLLTCHalfBitClock clock;
     VLLTCFrameFinder finder;
+    bool isResting = false;
   };
 
+  void listen(Octave& octave, std::span<const float> samples, std::uint64_t from);
   void feed(Octave& octave, std::span<const float> samples);
   void found(const std::optional<VLLTCBits>& bits, Octave& by);
   void processPart(std::span<const float> samples);

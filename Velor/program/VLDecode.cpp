@@ -10,7 +10,9 @@
 #include <map>
 #include <memory>
 #include <span>
+#include <utility>
 
+#include "Velor/ltc/VLLTCVarispeedDecoder.h"
 #include "Velor/ltc/ltc_decoder.h"
 #include "Velor/program/VLOptionText.h"
 #include "Velor/program/VLProgressBar.h"
@@ -30,21 +32,83 @@ constexpr std::uint64_t kFirstHostTime = 1;
 // Frames and their crossings of zero: at most two a bit.
 constexpr std::size_t kCrossingsKept = 8 * 2 * kLTCFrameBits;
 
+// Counts frames and what is wrong between them.
+class Tally {
+ public:
+  Tally(double sampleRate, const std::function<void(const VLDecodedFrame&)>& consumer)
+      : mSampleRate(sampleRate), mConsumer(consumer) {}
+
+  // The frame stands from `begin` to `end`, and `isAdjacent` where the one before it ends.
+  void take(const VLDecodedFrame& frame, double begin, double end, bool isAdjacent) {
+    if (mSummary.frames++ != 0) {
+      const bool follows = isAdjacent && frame.isReverse == mPrevious.isReverse;
+      if (follows) {
+        ++mSteps;
+        mStepSamples += end - begin;
+      }
+      if (!follows || !(isNext(frame, mPrevious.time.mType) || isNext(frame, frame.time.mType))) {
+        ++mSummary.gapCount;
+        if (mSummary.gaps.size() < VLDecodeSummary::kGapsListed) {
+          mSummary.gaps.push_back({mPrevious, frame});
+        }
+      }
+    }
+    if (mSummary.frames == 1) {
+      mSummary.first = frame;
+    }
+    ++mFormats[frame.time.mType];
+    mPrevious = frame;
+    mConsumer(frame);
+  }
+
+  VLDecodeSummary finish() {
+    if (mSteps != 0) {
+      mSummary.meanRate = static_cast<double>(mSteps) * mSampleRate / mStepSamples;
+    }
+    if (!mFormats.empty()) {
+      mSummary.format =
+          std::max_element(mFormats.begin(), mFormats.end(), [](const auto& a, const auto& b) {
+            return a.second < b.second;
+          })->first;
+    }
+    return std::move(mSummary);
+  }
+
+ private:
+  // In a format that was detected for one of both: at a rate between two nominal ones
+  // it is now the one, now the other, by the number of the frame.
+  bool isNext(const VLDecodedFrame& frame, std::uint32_t type) const {
+    SMPTETime first = frame.isReverse ? frame.time : mPrevious.time;
+    const SMPTETime& second = frame.isReverse ? mPrevious.time : frame.time;
+    first.mType = type;
+    ltc_add_frames(first, 1);
+    return first.mHours == second.mHours && first.mMinutes == second.mMinutes &&
+           first.mSeconds == second.mSeconds && first.mFrames == second.mFrames;
+  }
+
+  const double mSampleRate;
+  const std::function<void(const VLDecodedFrame&)>& mConsumer;
+  VLDecodeSummary mSummary;
+  std::map<std::uint32_t, std::uint64_t> mFormats;
+  VLDecodedFrame mPrevious;
+  std::uint64_t mSteps = 0;
+  double mStepSamples = 0;
+};
+
 // Gives the decoder the samples from one crossing of zero to the next, so that it is
 // known at which one a frame has ended when it is told.
-class Reading {
+class PlainReading {
  public:
-  Reading(double sampleRate, const std::function<void(const VLDecodedFrame&)>& consumer)
-      : mSampleRate(sampleRate), mConsumer(consumer) {
+  PlainReading(double sampleRate, Tally& tally) : mSampleRate(sampleRate), mTally(tally) {
     // With a tick of host time a sample, times of the decoder are places in the file.
     mIsThere = ltc_decoder_create(mDecoder) == 0 &&
                ltc_decoder_init(mDecoder, static_cast<std::uint64_t>(sampleRate), sampleRate,
                                 kStartRate) == 0 &&
-               ltc_decoder_set_callback(*mDecoder, &Reading::told, this) == 0;
+               ltc_decoder_set_callback(*mDecoder, &PlainReading::told, this) == 0;
   }
-  ~Reading() { ltc_decoder_dispose(mDecoder); }
-  Reading(const Reading&) = delete;
-  Reading& operator=(const Reading&) = delete;
+  ~PlainReading() { ltc_decoder_dispose(mDecoder); }
+  PlainReading(const PlainReading&) = delete;
+  PlainReading& operator=(const PlainReading&) = delete;
 
   bool isThere() const { return mIsThere; }
 
@@ -67,19 +131,7 @@ class Reading {
     settle(0);
     append(mBefore < 0 ? 1.0F : -1.0F);
     flush();
-    if (mSteps != 0) {
-      mSummary.meanRate =
-          static_cast<double>(mSteps) * mSampleRate / static_cast<double>(mStepSamples);
-    }
-    if (!mFormats.empty()) {
-      mSummary.format =
-          std::max_element(mFormats.begin(), mFormats.end(), [](const auto& a, const auto& b) {
-            return a.second < b.second;
-          })->first;
-    }
   }
-
-  VLDecodeSummary& summary() { return mSummary; }
 
  private:
   // Takes the sample before `next`. A single zero inside a signal is no side of it: an
@@ -109,7 +161,7 @@ class Reading {
 
   static void told(const SMPTETime& time, const std::uint8_t* userBits, void* refCon,
                    std::uint64_t hostTime, double fps) {
-    static_cast<Reading*>(refCon)->take(time, userBits, hostTime, fps);
+    static_cast<PlainReading*>(refCon)->take(time, userBits, hostTime, fps);
   }
 
   std::uint64_t crossing(std::uint64_t back) const {
@@ -144,40 +196,14 @@ class Reading {
     frame.time = time;
     std::copy_n(userBits, frame.userBits.size(), frame.userBits.begin());
     frame.fps = fps;
-    if (mSummary.frames++ != 0) {
-      const bool follows = frame.sample == mPreviousEnd;
-      if (follows) {
-        ++mSteps;
-        mStepSamples += crossing(0) - mPreviousEnd;
-      }
-      if (!follows || !(isNext(time, mPrevious.time.mType) || isNext(time, time.mType))) {
-        ++mSummary.gapCount;
-        if (mSummary.gaps.size() < VLDecodeSummary::kGapsListed) {
-          mSummary.gaps.push_back({mPrevious, frame});
-        }
-      }
-    }
-    if (mSummary.frames == 1) {
-      mSummary.first = frame;
-    }
-    ++mFormats[time.mType];
-    mPrevious = frame;
-    mPreviousEnd = crossing(0);
-    mConsumer(frame);
-  }
-
-  // In a format that was detected for one of both: at a rate between two nominal ones
-  // it is now the one, now the other, by the number of the frame.
-  bool isNext(const SMPTETime& time, std::uint32_t type) const {
-    SMPTETime next = mPrevious.time;
-    next.mType = type;
-    ltc_add_frames(next, 1);
-    return next.mHours == time.mHours && next.mMinutes == time.mMinutes &&
-           next.mSeconds == time.mSeconds && next.mFrames == time.mFrames;
+    const std::uint64_t end = crossing(0);
+    mTally.take(frame, static_cast<double>(frame.sample), static_cast<double>(end),
+                frame.sample == mPreviousEnd);
+    mPreviousEnd = end;
   }
 
   const double mSampleRate;
-  const std::function<void(const VLDecodedFrame&)>& mConsumer;
+  Tally& mTally;
   ltc_decoder* mDecoder = nullptr;
   bool mIsThere = false;
 
@@ -189,13 +215,90 @@ class Reading {
   std::array<std::uint64_t, kCrossingsKept> mCrossings{};
   std::uint64_t mCrossingCount = 0;
 
-  VLDecodeSummary mSummary;
-  std::map<std::uint32_t, std::uint64_t> mFormats;
-  VLDecodedFrame mPrevious;
   std::uint64_t mPreviousEnd = 0;
-  std::uint64_t mSteps = 0;
-  std::uint64_t mStepSamples = 0;
 };
+
+class ConditionedReading {
+ public:
+  ConditionedReading(double sampleRate, Tally& tally)
+      : mSampleRate(sampleRate),
+        mTally(tally),
+        mDecoder(sampleRate, [this](const VLLTCBits& bits) { take(bits); }) {}
+
+  void take(std::span<const float> samples) { mDecoder.process(samples); }
+  void finish() { mDecoder.finish(); }
+
+ private:
+  void take(const VLLTCBits& bits) {
+    const double length = bits.end - bits.begin;
+    const bool isAdjacent = std::fabs(bits.begin - mPreviousEnd) < kAdjacent * length;
+    mAverageLength =
+        isAdjacent ? mAverageLength + kNewLengthWeight * (length - mAverageLength) : length;
+    mPreviousEnd = bits.end;
+    VLDecodedFrame frame;
+    // The first sample behind the edge.
+    frame.sample = static_cast<std::uint64_t>(std::max(0.0, std::floor(bits.begin) + 1));
+    frame.userBits = bits.userBits();
+    frame.fps = mSampleRate / mAverageLength;
+    frame.isReverse = bits.isReverse;
+    // Away from its speed a frame has the rate of those that were read near theirs.
+    if (ltc_is_valid_frame_rate(frame.fps)) {
+      mNominalRate = frame.fps;
+    }
+    frame.time = VLLTCTimeOf(bits, mType);
+    static_cast<void>(ltc_detect_frame_format(
+        frame.time, static_cast<std::uint8_t>(bits.field(kLTCDropFlag)), mNominalRate));
+    mType = frame.time.mType;
+    mTally.take(frame, bits.begin, bits.end, isAdjacent);
+  }
+
+  static constexpr double kAdjacent = 0.05;  // of a frame
+  static constexpr double kNewLengthWeight = 0.1;
+
+  const double mSampleRate;
+  Tally& mTally;
+  VLLTCVarispeedDecoder mDecoder;
+  double mPreviousEnd = -1e9;
+  double mAverageLength = 0;
+  double mNominalRate = kStartRate;
+  std::uint32_t mType = kSMPTETimeType25;
+};
+
+// The samples of one channel.
+void deinterleave(std::span<const float> room, std::size_t channels, std::size_t channel,
+                  std::vector<float>& samples) {
+  samples.resize(room.size() / channels);
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = room[i * channels + channel];
+  }
+}
+
+// Reads a channel up to the end, or to what is wrong with the file, which it gives.
+template <class Reading>
+std::string readInto(Reading& reading, audio::SoundFileReader& reader, int channel,
+                     const std::function<void(double part)>& progress) {
+  const auto channels = static_cast<std::size_t>(reader.channels());
+  std::vector<float> room(kSamplesPerBlock / channels * channels);
+  std::vector<float> samples;
+  std::int64_t done = 0;
+  std::string error;
+  for (;;) {
+    const auto part = reader.read(room);
+    deinterleave(std::span(room).first(part.frames * channels), channels,
+                 static_cast<std::size_t>(channel - 1), samples);
+    reading.take(samples);
+    error = part.error;
+    if (part.frames == 0 || !error.empty()) {
+      break;
+    }
+    done += static_cast<std::int64_t>(part.frames);
+    if (reader.frames()) {
+      progress(static_cast<double>(done) / static_cast<double>(*reader.frames()));
+    }
+  }
+  reading.finish();
+  return error;
+}
 
 std::string textOf(const SMPTETime& time) {
   std::array<char, kLTCStringSize> text{};
@@ -211,21 +314,22 @@ void print(const VLDecodedFrame& frame, double sampleRate, VLDecodeOptions::Form
   const std::string time = textOf(frame.time);
   const bool drop = ltc_is_drop(frame.time);
   const char* format = VLFormatName(frame.time.mType);
+  const char* direction = frame.isReverse ? "R" : "F";
   switch (form) {
     case VLDecodeOptions::Form::csv:
-      std::printf("%" PRIu64 ",%.6f,%s,%d,%s,%.3f,%s\n", frame.sample, seconds, time.c_str(),
-                  drop ? 1 : 0, userBits.data(), frame.fps, format);
+      std::printf("%" PRIu64 ",%.6f,%s,%d,%s,%.3f,%s,%s\n", frame.sample, seconds, time.c_str(),
+                  drop ? 1 : 0, userBits.data(), frame.fps, format, direction);
       break;
     case VLDecodeOptions::Form::json:
       std::printf("{\"sample\":%" PRIu64
                   ",\"seconds\":%.6f,\"time\":\"%s\",\"drop\":%s,\"userBits\":\"%s\","
-                  "\"rate\":%.3f,\"format\":\"%s\"}\n",
+                  "\"rate\":%.3f,\"format\":\"%s\",\"direction\":\"%s\"}\n",
                   frame.sample, seconds, time.c_str(), drop ? "true" : "false", userBits.data(),
-                  frame.fps, format);
+                  frame.fps, format, direction);
       break;
     default:
-      std::printf("%10" PRIu64 " %13.6f  %s  %-4s  %s  %6.3f  %s\n", frame.sample, seconds,
-                  time.c_str(), drop ? "drop" : "-", userBits.data(), frame.fps, format);
+      std::printf("%10" PRIu64 " %13.6f  %s  %-4s  %s  %6.3f  %-7s %s\n", frame.sample, seconds,
+                  time.c_str(), drop ? "drop" : "-", userBits.data(), frame.fps, format, direction);
   }
 }
 
@@ -256,34 +360,26 @@ void print(const VLDecodeSummary& summary, double sampleRate) {
   }
 }
 
-// The samples of one channel.
-void deinterleave(std::span<const float> room, std::size_t channels, std::size_t channel,
-                  std::vector<float>& samples) {
-  samples.resize(room.size() / channels);
-  for (std::size_t i = 0; i < samples.size(); ++i) {
-    samples[i] = room[i * channels + channel];
-  }
-}
-
-// From 1 on; the one on which a frame is read first.
-std::optional<std::size_t> channelWithLTC(const std::string& file) {
+// From 1 on; the one on which a frame is read first. `channel` holds none.
+std::optional<std::size_t> channelWithLTC(const std::string& file, std::size_t channel) {
   audio::SoundFileReader reader(file);
   const auto channels = static_cast<std::size_t>(reader.channels());
-  const std::function<void(const VLDecodedFrame&)> ignore = [](const VLDecodedFrame&) {};
-  std::vector<std::unique_ptr<Reading>> readings;
+  std::vector<std::unique_ptr<VLLTCVarispeedDecoder>> decoders;
+  bool isFound = false;
   for (std::size_t i = 0; i < channels; ++i) {
-    readings.push_back(std::make_unique<Reading>(reader.sampleRate(), ignore));
-    if (!readings.back()->isThere()) {
-      return std::nullopt;
-    }
+    decoders.push_back(std::make_unique<VLLTCVarispeedDecoder>(
+        reader.sampleRate(), [&isFound](const VLLTCBits&) { isFound = true; }));
   }
   std::vector<float> room(kSamplesPerBlock / channels * channels);
   std::vector<float> samples;
-  while (const std::size_t frames = reader.read(room).frames) {
+  while (const std::size_t frames = channels > 1 ? reader.read(room).frames : 0) {
     for (std::size_t i = 0; i < channels; ++i) {
+      if (i + 1 == channel) {
+        continue;
+      }
       deinterleave(std::span(room).first(frames * channels), channels, i, samples);
-      readings[i]->take(samples);
-      if (readings[i]->summary().frames != 0) {
+      decoders[i]->process(samples);
+      if (isFound) {
         return i + 1;
       }
     }
@@ -298,34 +394,22 @@ int fail(const std::string& error, int status) {
 
 }  // namespace
 
-VLDecodeSummary VLDecodeFile(audio::SoundFileReader& reader, int channel,
+VLDecodeSummary VLDecodeFile(audio::SoundFileReader& reader, int channel, bool isPlain,
                              const std::function<void(const VLDecodedFrame&)>& frame,
                              const std::function<void(double part)>& progress, std::string& error) {
-  Reading reading(reader.sampleRate(), frame);
+  Tally tally(reader.sampleRate(), frame);
+  if (!isPlain) {
+    ConditionedReading reading(reader.sampleRate(), tally);
+    error = readInto(reading, reader, channel, progress);
+    return tally.finish();
+  }
+  PlainReading reading(reader.sampleRate(), tally);
   if (!reading.isThere()) {
     error = "out of memory";
     return {};
   }
-  const auto channels = static_cast<std::size_t>(reader.channels());
-  std::vector<float> room(kSamplesPerBlock / channels * channels);
-  std::vector<float> samples;
-  std::int64_t done = 0;
-  for (;;) {
-    const auto part = reader.read(room);
-    deinterleave(std::span(room).first(part.frames * channels), channels,
-                 static_cast<std::size_t>(channel - 1), samples);
-    reading.take(samples);
-    error = part.error;
-    if (part.frames == 0 || !error.empty()) {
-      break;
-    }
-    done += static_cast<std::int64_t>(part.frames);
-    if (reader.frames()) {
-      progress(static_cast<double>(done) / static_cast<double>(*reader.frames()));
-    }
-  }
-  reading.finish();
-  return std::move(reading.summary());
+  error = readInto(reading, reader, channel, progress);
+  return tally.finish();
 }
 
 int VLDecodeRun(const VLDecodeOptions& options) {
@@ -341,7 +425,7 @@ int VLDecodeRun(const VLDecodeOptions& options) {
   }
   const double sampleRate = reader.sampleRate();
   if (options.form == VLDecodeOptions::Form::csv) {
-    std::puts("sample,seconds,time,drop,user_bits,rate,format");
+    std::puts("sample,seconds,time,drop,user_bits,rate,format,direction");
   }
   std::string error;
   VLDecodeSummary summary;
@@ -349,7 +433,7 @@ int VLDecodeRun(const VLDecodeOptions& options) {
     VLProgressBar bar("decode");
     const bool isHidden = isatty(STDOUT_FILENO) == 1;  // the frames are there to be seen
     summary = VLDecodeFile(
-        reader, options.channel,
+        reader, options.channel, options.isPlain,
         [&](const VLDecodedFrame& frame) { print(frame, sampleRate, options.form); },
         [&](double part) {
           if (!isHidden) {
@@ -368,7 +452,7 @@ int VLDecodeRun(const VLDecodeOptions& options) {
   if (summary.frames != 0) {
     return 0;
   }
-  const auto channel = channelWithLTC(options.file);
+  const auto channel = channelWithLTC(options.file, static_cast<std::size_t>(options.channel));
   return fail("there is no LTC on channel " + std::to_string(options.channel) +
                   (channel ? "; channel " + std::to_string(*channel) + " carries LTC" : ""),
               1);

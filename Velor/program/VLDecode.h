@@ -22,14 +22,16 @@ struct VLDecodeOptions {
   std::string file;
   int channel = 1;  // from 1 on
   Form form = Form::text;
+  bool isPlain = false;  // read with ltc_decoder, as the readers do
 };
 
 /// A frame as it was read.
 struct VLDecodedFrame {
-  std::uint64_t sample = 0;  ///< at which its first bit begins, from 0 on
+  std::uint64_t sample = 0;  ///< at which it begins in the file, from 0 on
   SMPTETime time{};          ///< digits as received, of the format that was detected
   std::array<std::uint8_t, kLTCUserBytes> userBits{};
-  double fps = 0;  ///< measured, smoothed over about ten frames
+  double fps = 0;          ///< measured, smoothed over about ten frames
+  bool isReverse = false;  ///< played backwards: its last bit comes first
 };
 
 /// What can be said of all frames together.
@@ -53,10 +55,10 @@ struct VLDecodeSummary {
 };
 
 /// Reads the LTC on a channel, which must be there, up to the end or to what is wrong
-/// with the file: `error`, for people. The decoder tells no frame before it has seen a
-/// sync word and measured a frame, so the first two of each stretch of signal are missed.
-/// The file's end counts as that of the bit in which it falls.
-VLDecodeSummary VLDecodeFile(audio::SoundFileReader& reader, int channel,
+/// with the file: `error`, for people. Either with VLLTCVarispeedDecoder, or plainly with
+/// ltc_decoder, which misses the first two frames of each stretch of signal, and for which
+/// the file's end counts as that of the bit in which it falls.
+VLDecodeSummary VLDecodeFile(audio::SoundFileReader& reader, int channel, bool isPlain,
                              const std::function<void(const VLDecodedFrame&)>& frame,
                              const std::function<void(double part)>& progress, std::string& error);
 

@@ -19,6 +19,7 @@ VLDecodeArguments::VLDecodeArguments(CLI::App& app)
       ->type_name("CHANNEL");
   mCommand.add_flag("--csv", mCSV, "Print comma-separated values with a header");
   mCommand.add_flag("--json", mJSON, "Print one JSON object per line");
+  mCommand.add_flag("--plain", mIsPlain, "Read as LTC readers do: forwards, without a filter");
 }
 
 VLDecodeOptions VLDecodeArguments::options() const {
@@ -28,6 +29,7 @@ VLDecodeOptions VLDecodeArguments::options() const {
   options.channel = VLReadOption("--channel", [&] {
     return VLOptionText::wholeNumber(mChannel, 1, std::numeric_limits<int>::max());
   });
+  options.isPlain = mIsPlain;
   options.form = mCSV    ? VLDecodeOptions::Form::csv
                  : mJSON ? VLDecodeOptions::Form::json
                          : VLDecodeOptions::Form::text;

@@ -28,6 +28,7 @@ class VLDecodeArguments {
   std::string mChannel = "1";
   bool mCSV = false;
   bool mJSON = false;
+  bool mIsPlain = false;
   std::string mFile;
 };
 

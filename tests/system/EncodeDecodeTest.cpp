@@ -48,11 +48,12 @@ TEST_F(EncodeDecode, WhatIsEncodedInSilenceIsPrintedFrameByFrameInEachForm) {
   EXPECT_EQ(fs::file_size(file("out.wav")), 44U + 2 * 480000);
 
   // The third frame begins 2 * 48000 / 29.97 = 3203.2 samples behind the first.
-  const Result csv = run({"decode", "--csv", file("out.wav")});
+  const Result csv = run({"decode", "--plain", "--csv", file("out.wav")});
   EXPECT_EQ(csv.status, 0);
-  EXPECT_THAT(csv.output, testing::StartsWith("sample,seconds,time,drop,user_bits,rate,format\n"
+  EXPECT_THAT(csv.output, testing::StartsWith("sample,seconds,time,drop,user_bits,rate,format,"
+                                              "direction\n"
                                               "3203,0.066729,00:59:58;02,1,12345678,29.963,"
-                                              "29.97df\n"));
+                                              "29.97df,F\n"));
   EXPECT_THAT(csv.output, HasSubstr(",00:59:59;29,1,"));
   EXPECT_THAT(csv.output, HasSubstr(",01:00:00;00,1,"));
   EXPECT_THAT(csv.errors,
@@ -60,14 +61,16 @@ TEST_F(EncodeDecode, WhatIsEncodedInSilenceIsPrintedFrameByFrameInEachForm) {
                                     "was read before it\nformat  29.97df\n"
                                     "rate    29\\.9[0-9.]+ frames a second, "
                                     "[+-][0-2]\\.[0-9] ppm of nominal\ngaps    0\n"));
-  const Result json = run({"decode", "--json", "--channel", "1", file("out.wav")});
+  const Result json = run({"decode", "--plain", "--json", "--channel", "1", file("out.wav")});
   EXPECT_THAT(json.output,
               testing::StartsWith("{\"sample\":3203,\"seconds\":0.066729,\"time\":\"00:59:58;02\","
                                   "\"drop\":true,\"userBits\":\"12345678\",\"rate\":29.963,"
-                                  "\"format\":\"29.97df\"}\n"));
+                                  "\"format\":\"29.97df\",\"direction\":\"F\"}\n"));
   EXPECT_EQ(std::count(json.output.begin(), json.output.end(), '\n'), 297);
   const Result text = run({"decode", file("out.wav")});
-  EXPECT_THAT(text.output, HasSubstr("0.066729  00:59:58;02  drop  12345678  29.963  29.97df\n"));
+  EXPECT_THAT(text.output, HasSubstr("0.066729  00:59:58;02  drop  12345678  29.9"));
+  EXPECT_THAT(text.output, testing::StartsWith("         0      0.000000  00:59:58;00  drop"));
+  EXPECT_THAT(text.errors, testing::StartsWith("frames  299\nbegins  at 0.000000 s: 00:59:58;00;"));
 }
 
 TEST_F(EncodeDecode, WrongUseIsOneClearLineAndTheStatus2AndLeavesNoFile) {
@@ -104,8 +107,8 @@ TEST_F(EncodeDecode, FilesThatFailAreOneClearLineAndTheStatus1BehindWhatWasRead)
     const Result result = run({"decode", "--csv", file(name)});
     const bool isCut = fs::path(name) == "cut.wav";
     EXPECT_EQ(result.status, 1) << name;
-    // The head, and a second's frames less the first two.
-    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), isCut ? 49 : 0);
+    // The head, and the frames of two seconds.
+    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), isCut ? 51 : 0);
     EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), isCut ? 6 : 1);
     EXPECT_THAT(result.errors, HasSubstr(file(name)));
   }
