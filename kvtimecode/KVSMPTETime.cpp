@@ -10,7 +10,6 @@
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Log.h"
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
 
@@ -38,8 +37,8 @@ std::optional<SMPTETime> storedTime(store::KeyedUnarchiver& coder, std::string_v
   }
   SMPTETime time;
   if (bytes->size() != sizeof time) {
-    throw store::KeyedArchiveError(
-        coder.pathOf(key), "expected a time of 24 bytes, found " + std::to_string(bytes->size()));
+    coder.refuse(key, "expected a time of 24 bytes, found " + std::to_string(bytes->size()));
+    return std::nullopt;
   }
   std::memcpy(&time, bytes->data(), sizeof time);
   return time;

@@ -46,7 +46,7 @@ class KVSMPTETime final : public KVObservable, public store::KeyedCoding {
   KVSMPTETime();
 
   /// Normalised; of a format that is none, the digits without the flags. Unknown where
-  /// nothing is stored. KeyedArchiveError for what is no record.
+  /// nothing is stored. An error of the coder for a block that is not a record.
   static std::shared_ptr<KVSMPTETime> initWithCoder(store::KeyedUnarchiver& coder);
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(store::KeyedArchiver& coder) const override;
@@ -117,7 +117,7 @@ class KVSMPTETime final : public KVObservable, public store::KeyedCoding {
 void encodeSmpteTime(store::KeyedArchiver& coder, const SMPTETime& time, std::string_view key);
 
 /// The record as it is stored, not normalised; the invalid time where there is none.
-/// KeyedArchiveError for a block of another length.
+/// An error of the coder for a block of another length.
 SMPTETime decodeSmpteTimeForKey(store::KeyedUnarchiver& coder, std::string_view key);
 
 }  // namespace velor

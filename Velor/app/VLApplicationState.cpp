@@ -16,7 +16,6 @@
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Log.h"
 #include "platform/store/AtomicFile.h"
-#include "platform/store/KeyedArchiveError.h"
 
 namespace velor {
 namespace {
@@ -35,13 +34,16 @@ constexpr std::array<store::KeyedClass, 10> kDocumentClasses{
     store::KeyedClass::of<KVSMPTETime>(),
     store::KeyedClass::of<VLMarker>()};
 
-// Adds the place to the error of a value that the clock refuses.
-template <class Set>
-void take(const store::KeyedUnarchiver& coder, std::string_view key, Set set) {
+// Applies a value, unless the coder has an error already: from there on the state stays.
+template <class Value, class Apply>
+void apply(store::KeyedUnarchiver& coder, std::string_view key, const Value& value, Apply apply) {
+  if (coder.failed()) {
+    return;
+  }
   try {
-    set();
+    apply(value);
   } catch (const KVException& exception) {
-    throw store::KeyedArchiveError(coder.pathOf(key), exception.what());
+    coder.refuse(key, exception.what());
   }
 }
 
@@ -78,22 +80,22 @@ bool VLApplicationState::saveToURL(const std::filesystem::path& path) {
   if (!document) {
     return failedToSave(path, mError);
   }
-  if (const std::string error = store::AtomicFile::write(path, *document); !error.empty()) {
-    return failedToSave(path, error);
+  if (const auto written = store::AtomicFile::write(path, *document); !written) {
+    return failedToSave(path, written.error().text);
   }
   VELOR_LOG_INFO("saved application state to %s", path.c_str());
   return true;
 }
 
 std::optional<std::string> VLApplicationState::data() {
-  try {
-    store::KeyedArchiver coder;
-    encode(coder);
-    return coder.data();
-  } catch (const store::KeyedArchiveError& error) {
-    mError = error.what();
+  store::KeyedArchiver coder;
+  encode(coder);
+  auto document = coder.data();
+  if (!document) {
+    mError = document.error().text;
     return std::nullopt;
   }
+  return *std::move(document);
 }
 
 void VLApplicationState::encode(store::KeyedArchiver& coder) const {
@@ -126,13 +128,13 @@ void VLApplicationState::encode(store::KeyedArchiver& coder) const {
 bool VLApplicationState::loadFromURL(const std::filesystem::path& path) {
   auto document = store::KeyedUnarchiver::readFile(path, kDocumentClasses);
   if (!document) {
-    mError = document.error;
+    mError = document.error().text;
     VELOR_LOG_WARNING("failed to load application state from %s, error: %s", path.c_str(),
-                      document.error.c_str());
+                      mError.c_str());
     return false;
   }
   VELOR_LOG_INFO("will load application state from %s", path.c_str());
-  if (!decode(*document.coder)) {
+  if (!decode(*document)) {
     mError = path.string() + ": " + mError;
     VELOR_LOG_WARNING("error while restoring application state, set app to default values");
     return false;
@@ -145,83 +147,103 @@ bool VLApplicationState::loadFromURL(const std::filesystem::path& path) {
 
 bool VLApplicationState::decode(store::KeyedUnarchiver& coder) {
   constexpr const char* kFailed = "exception decoding application state: %s";
-  bool isWhole = false;
+  Expected<> values;
   try {
     decodeClock(coder);
-    VLDeviceManager::sharedManager().decodeState(coder);
-    mRemainder = coder.remainder();
-    isWhole = true;
+    if (!coder.failed()) {
+      VLDeviceManager::sharedManager().decodeState(coder);
+      mRemainder = coder.remainder();
+    }
+    values = coder.check();
   } catch (const KVException& exception) {
-    mError = exception.what();
-  } catch (const store::KeyedArchiveError& error) {
-    mError = error.what();
+    values = failure(exception.what());
   } catch (...) {
     mApp.undoManager().removeAllActions();
     mError = "it cannot be loaded";
     return false;
   }
-  if (!isWhole) {
+  if (!values) {
+    mError = values.error().text;
     VELOR_LOG_ERROR(kFailed, mError.c_str());
     mApp.setupApplicationDefaultState();
   }
   mApp.undoManager().removeAllActions();
-  return isWhole;
+  return values.has_value();
 }
 
 // The format first: every later time must fit it.
 void VLApplicationState::decodeClock(store::KeyedUnarchiver& coder) {
   VLClock& clock = mApp.clock();
-  const auto format = static_cast<std::uint32_t>(coder.decodeInt32(Keys::kFormat).value_or(0));
-  if (!ltc_is_valid_type(format)) {
-    warn(coder, Keys::kFormat, std::to_string(format) + " is not a format");
-  }
-  clock.setSmpteFormat(format);
-  ltc_set_exact_drop(coder.decodeBool(Keys::kExactDrop).value_or(false));
-  clock.setPreroll(coder.decodeBool(Keys::kPreroll).value_or(false));
-  take(coder, Keys::kPrerollTime,
-       [&] { clock.setPrerollTime(coder.decodeDouble(Keys::kPrerollTime).value_or(0)); });
+  apply(coder, Keys::kFormat, coder.decodeInt32(Keys::kFormat).value_or(0), [&](auto stored) {
+    const auto format = static_cast<std::uint32_t>(stored);
+    if (!ltc_is_valid_type(format)) {
+      warn(coder, Keys::kFormat, std::to_string(format) + " is not a format");
+    }
+    clock.setSmpteFormat(format);
+  });
+  apply(coder, Keys::kExactDrop, coder.decodeBool(Keys::kExactDrop).value_or(false),
+        [](bool isExact) { ltc_set_exact_drop(isExact); });
+  apply(coder, Keys::kPreroll, coder.decodeBool(Keys::kPreroll).value_or(false),
+        [&](bool preroll) { clock.setPreroll(preroll); });
+  apply(coder, Keys::kPrerollTime, coder.decodeDouble(Keys::kPrerollTime).value_or(0),
+        [&](double seconds) { clock.setPrerollTime(seconds); });
   decodePlayMode(coder);
   decodeMarkers(coder);
-  clock.setLoopStartTime(decodeTime(coder, Keys::kLoopStart));
-  clock.setLoopEndTime(decodeTime(coder, Keys::kLoopEnd));
-
-  const auto time = KVSMPTETime::smpteTimeWithTime(decodeTime(coder, Keys::kTime));
-  if (!ltc_is_valid_type(time->type())) {
-    throw store::KeyedArchiveError(coder.pathOf(Keys::kTime), "it has no format");
-  }
-  time->setType(clock.smpteFormat());
-  mApp.setCurrentTime(time);
-  take(coder, Keys::kOffset, [&] { clock.setSmpteOffset(decodeTime(coder, Keys::kOffset)); });
-  clock.setStopTime(decodeTime(coder, Keys::kStopTime));
-  if (coder.containsValue(Keys::kSyncSource)) {
-    const std::int32_t uniqueID = coder.decodeInt32(Keys::kSyncSource).value_or(0);
-    mApp.setSyncSource(KVMIDICore::sharedCore().sourceWithUniqueId(uniqueID));
-  } else {
-    const double rate = coder.decodeDouble(Keys::kPlayRate).value_or(0);
-    if (rate != 0 && !(rate >= kLeastPlayRate && rate <= kMostPlayRate)) {
-      throw store::KeyedArchiveError(coder.pathOf(Keys::kPlayRate), "it is not a rate");
+  apply(coder, Keys::kLoopStart, decodeTime(coder, Keys::kLoopStart),
+        [&](const SMPTETime& time) { clock.setLoopStartTime(time); });
+  apply(coder, Keys::kLoopEnd, decodeTime(coder, Keys::kLoopEnd),
+        [&](const SMPTETime& time) { clock.setLoopEndTime(time); });
+  apply(coder, Keys::kTime, decodeTime(coder, Keys::kTime), [&](const SMPTETime& stored) {
+    const auto time = KVSMPTETime::smpteTimeWithTime(stored);
+    if (!ltc_is_valid_type(time->type())) {
+      coder.refuse(Keys::kTime, "it has no format");
+      return;
     }
-    clock.setPlayRate(rate != 0 ? rate : 1.0);
+    time->setType(clock.smpteFormat());
+    mApp.setCurrentTime(time);
+  });
+  apply(coder, Keys::kOffset, decodeTime(coder, Keys::kOffset),
+        [&](const SMPTETime& time) { clock.setSmpteOffset(time); });
+  apply(coder, Keys::kStopTime, decodeTime(coder, Keys::kStopTime),
+        [&](const SMPTETime& time) { clock.setStopTime(time); });
+  decodeSource(coder);
+}
+
+void VLApplicationState::decodeSource(store::KeyedUnarchiver& coder) {
+  if (coder.containsValue(Keys::kSyncSource)) {
+    apply(coder, Keys::kSyncSource, coder.decodeInt32(Keys::kSyncSource).value_or(0),
+          [&](std::int32_t uniqueID) {
+            mApp.setSyncSource(KVMIDICore::sharedCore().sourceWithUniqueId(uniqueID));
+          });
+    return;
   }
+  apply(coder, Keys::kPlayRate, coder.decodeDouble(Keys::kPlayRate).value_or(0), [&](double rate) {
+    if (rate != 0 && !(rate >= kLeastPlayRate && rate <= kMostPlayRate)) {
+      coder.refuse(Keys::kPlayRate, "it is not a rate");
+      return;
+    }
+    mApp.clock().setPlayRate(rate != 0 ? rate : 1.0);
+  });
 }
 
 void VLApplicationState::decodePlayMode(store::KeyedUnarchiver& coder) {
   const auto stored = static_cast<std::uint64_t>(coder.decodeInt64(Keys::kPlayMode).value_or(0));
-  const std::uint64_t playMode = stored != 0 ? stored : VLPlayModeNormal;
-  if (std::none_of(kVLPlayModes.begin(), kVLPlayModes.end(),
-                   [playMode](const auto& row) { return row.playMode == playMode; })) {
-    warn(coder, Keys::kPlayMode, std::to_string(playMode) + " is not a play mode");
-  }
-  mApp.clock().setPlayMode(playMode);
+  apply(coder, Keys::kPlayMode, stored != 0 ? stored : VLPlayModeNormal, [&](auto playMode) {
+    if (std::none_of(kVLPlayModes.begin(), kVLPlayModes.end(),
+                     [playMode](const auto& row) { return row.playMode == playMode; })) {
+      warn(coder, Keys::kPlayMode, std::to_string(playMode) + " is not a play mode");
+    }
+    mApp.clock().setPlayMode(playMode);
+  });
 }
 
 void VLApplicationState::decodeMarkers(store::KeyedUnarchiver& coder) {
   auto markers = coder.decodeArray<VLMarker>(Keys::kMarkers);
-  if (!markers) {
+  const auto selection = coder.decodeString(Keys::kSelection).value_or("");
+  if (!markers || coder.failed()) {
     return;
   }
   std::erase(*markers, nullptr);
-  const auto selection = coder.decodeString(Keys::kSelection).value_or("");
   const std::size_t count = markers->size();
   mApp.letGo(std::make_shared<VLMarkerList::Markers>(mApp.markers().markers()));
   mApp.markers().setMarkers(std::move(*markers));

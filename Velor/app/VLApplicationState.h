@@ -45,6 +45,7 @@ class VLApplicationState {
  private:
   void decodeClock(store::KeyedUnarchiver& coder);
   void decodePlayMode(store::KeyedUnarchiver& coder);
+  void decodeSource(store::KeyedUnarchiver& coder);
   void decodeMarkers(store::KeyedUnarchiver& coder);
   bool failedToSave(const std::filesystem::path& path, const std::string& why);
 

@@ -30,13 +30,13 @@ bool VLDocuments::openFile(const std::filesystem::path& path) {
 }
 
 std::optional<std::filesystem::path> VLDocuments::lastStateFile() const {
-  const store::FolderResult folder = mFolders.createData();
+  const auto folder = mFolders.createData();
   if (!folder) {
     VELOR_LOG_ERROR("failed to create application support directory %s, %s",
-                    mFolders.data().c_str(), folder.error.c_str());
+                    mFolders.data().c_str(), folder.error().text.c_str());
     return std::nullopt;
   }
-  return folder.path / "laststate.velor";
+  return *folder / "laststate.velor";
 }
 
 void VLDocuments::openLastState() {
@@ -59,7 +59,7 @@ std::string VLDocuments::saveLastState() {
   const auto last = lastStateFile();
   if (!mFolders.data().empty() && !(last && mState.saveToURL(*last))) {
     mRecovery.keep();
-    return "cannot save the state: " + (last ? mState.error() : mFolders.createData().error);
+    return "cannot save the state: " + (last ? mState.error() : mFolders.createData().error().text);
   }
   mRecovery.end();
   return "";

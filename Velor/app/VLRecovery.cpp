@@ -19,9 +19,8 @@ namespace velor {
 
 VLRecovery::VLRecovery(std::filesystem::path folder, Encode encode)
     : mFolder(std::move(folder)), mEncode(std::move(encode)), mSelf(this) {
-  if (const std::error_code error = store::createPrivateFolder(mFolder)) {
-    VELOR_LOG_WARNING("no copy for a recovery is kept: %s: %s", mFolder.c_str(),
-                      error.message().c_str());
+  if (const auto made = store::createPrivateFolder(mFolder); !made) {
+    VELOR_LOG_WARNING("no copy for a recovery is kept: %s", made.error().text.c_str());
     return;
   }
   const std::string name = mFolder / "recovery.lock";
@@ -97,8 +96,8 @@ void VLRecovery::writeCopy(std::uint64_t now) {
   mLastCopy = now;
   if (auto document = mEncode()) {
     mQueue.async([path = mFolder / kFileName, document = std::move(*document)] {
-      if (const std::string error = store::AtomicFile::write(path, document); !error.empty()) {
-        VELOR_LOG_WARNING("%s", error.c_str());
+      if (const auto written = store::AtomicFile::write(path, document); !written) {
+        VELOR_LOG_WARNING("%s", written.error().text.c_str());
       }
     });
   }

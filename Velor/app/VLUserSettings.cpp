@@ -24,11 +24,12 @@ constexpr std::string_view kLoopCheckKey = "mtcLoopCheck.disable";
 
 constexpr std::array<store::KeyedClass, 1> kClasses{store::KeyedClass::of<VLOSCServerSettings>()};
 
-// What the file holds.
+// The contents of the file.
 struct Stored {
   std::shared_ptr<VLOSCServerSettings> server;
   std::optional<std::string> clients;
   bool disablesLoopCheck = false;
+  store::KeyedRemainder remainder;
 };
 
 }  // namespace
@@ -39,20 +40,21 @@ VLUserSettings::VLUserSettings(store::ApplicationFolders folders)
 void VLUserSettings::load(host::Queue& background,
                           std::function<void(const std::string& error)> tell) {
   Stored stored;
-  std::string damage;
+  Expected<> read;
   // Without a folder the name alone would mean a file of the working directory.
   if (!mFolders.config().empty()) {
-    damage = mDefaults.read([this, &stored](store::KeyedUnarchiver& coder) {
+    read = mDefaults.read([&stored](store::KeyedUnarchiver& coder) {
       stored.server = coder.decodeObject<VLOSCServerSettings>(kServerKey);
       stored.clients = coder.decodeString(kClientsKey);
       stored.disablesLoopCheck = coder.decodeBool(kLoopCheckKey).value_or(false);
-      mRemainder = coder.remainder();
+      stored.remainder = coder.remainder();
     });
   }
-  if (!damage.empty()) {
+  if (!read) {
     stored = {};
-    tell(damage);
+    tell(read.error().text);
   }
+  mRemainder = stored.remainder;
   mServerSettings = stored.server;
   mDisablesMTCLoopCheck.store(stored.disablesLoopCheck);
   // The first call of these is the main thread's.
@@ -74,37 +76,52 @@ void VLUserSettings::load(host::Queue& background,
                    problem.description());
       }
     }
-    std::string error;
-    if (stored.clients && !dispatcher.loadSettingsFromData(*stored.clients, error)) {
-      mDefaults.keepDamaged(error);
-      tellOnMain("cannot read the OSC targets: " + error);
+    const auto loaded =
+        stored.clients ? dispatcher.loadSettingsFromData(*stored.clients) : Expected<>();
+    if (!loaded) {
+      mDefaults.keepDamaged(loaded.error().text);
+      tellOnMain("cannot read the OSC targets: " + loaded.error().text);
     }
   });
 }
 
 std::optional<std::uint16_t> VLUserSettings::lostOSCPort() const {
   const std::uint16_t port = mRefusedOSCPort.load();
-  if (port == 0 || VLOSCServer::sharedServer().settingsDictionary()->running) {
+  const auto server = VLOSCServer::sharedServer().settingsDictionary();
+  if (port == 0 || (server && (*server)->running)) {
     return std::nullopt;
   }
   return port;
 }
 
 bool VLUserSettings::save() const {
-  if (const auto folder = mFolders.createConfig(); !folder) {
-    VELOR_LOG_WARNING("%s", folder.error.c_str());
-    return false;
-  }
-  return mDefaults.write([this](store::KeyedArchiver& coder) {
-    const auto server = VLOSCServer::sharedServer().settingsDictionary();
-    if (mServerSettings != nullptr) {
-      server->takeRemainder(*mServerSettings);
-    }
-    coder.encodeObject(server, kServerKey);
-    coder.encodeString(VLOSCClientDispatcher::sharedDispatcher().settingsData(), kClientsKey);
-    coder.encodeBool(mDisablesMTCLoopCheck.load(), kLoopCheckKey);
-    coder.encodeRemainder(mRemainder);
+  const auto written = mFolders.createConfig().and_then([this](const auto&) {
+    return mDefaults.write([this](store::KeyedArchiver& coder) { encode(coder); });
   });
+  if (!written) {
+    VELOR_LOG_WARNING("cannot save the settings: %s", written.error().text.c_str());
+  }
+  return written.has_value();
+}
+
+void VLUserSettings::encode(store::KeyedArchiver& coder) const {
+  const auto server = VLOSCServer::sharedServer().settingsDictionary();
+  if (!server) {
+    coder.refuse(kServerKey, server.error().text);
+    return;
+  }
+  if (mServerSettings != nullptr) {
+    (*server)->takeRemainder(*mServerSettings);
+  }
+  coder.encodeObject(*server, kServerKey);
+  const auto clients = VLOSCClientDispatcher::sharedDispatcher().settingsData();
+  if (!clients) {
+    coder.refuse(kClientsKey, clients.error().text);
+    return;
+  }
+  coder.encodeString(*clients, kClientsKey);
+  coder.encodeBool(mDisablesMTCLoopCheck.load(), kLoopCheckKey);
+  coder.encodeRemainder(mRemainder);
 }
 
 }  // namespace velor

@@ -35,6 +35,8 @@ class VLUserSettings {
   void setDisablesMTCLoopCheck(bool disables) noexcept { mDisablesMTCLoopCheck.store(disables); }
 
  private:
+  void encode(store::KeyedArchiver& coder) const;
+
   const store::ApplicationFolders mFolders;
   const store::UserDefaults mDefaults;
   // Both for the keys of a later version.

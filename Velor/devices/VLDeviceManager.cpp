@@ -20,7 +20,6 @@
 #include "Velor/devices/VLMIDIEndpointDevice.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
 
@@ -386,11 +385,12 @@ void VLDeviceManager::decodeState(store::KeyedUnarchiver& coder) {
     restoreDestinations(coder);
   } catch (const KVException& exception) {
     mDecodeError = exception.what();
-  } catch (const store::KeyedArchiveError& error) {
-    mDecodeError = error.what();
   } catch (...) {
     _inStateRestauration = false;
     throw;
+  }
+  if (const auto values = coder.check(); !values) {
+    mDecodeError = values.error().text;
   }
   _inStateRestauration = false;
   observeEdits();
@@ -405,11 +405,15 @@ std::string VLDeviceManager::decodeError() const {
 }
 
 void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
-  // Whole, before any device that runs is touched.
-  if (const auto stored = coder.decodeArray<VLDevice>(kDevicesKey)) {
-    if (const auto problem = tooManyDevices(stored->size()); !problem.empty()) {
-      throw store::KeyedArchiveError(coder.pathOf(kDevicesKey), problem);
-    }
+  // All are read before any running device is touched.
+  const auto stored = coder.decodeArray<VLDevice>(kDevicesKey);
+  if (const auto problem = tooManyDevices(stored ? stored->size() : 0); !problem.empty()) {
+    coder.refuse(kDevicesKey, problem);
+  }
+  if (coder.failed()) {
+    return;
+  }
+  if (stored) {
     // Before the stored ones are opened, so that these get their ids.
     removeMakersOfEndpoints();
     const KVAnnouncement announcement(*this, "devices");
@@ -433,6 +437,9 @@ void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
 }
 
 void VLDeviceManager::restoreDestinations(store::KeyedUnarchiver& coder) {
+  if (coder.failed()) {
+    return;
+  }
   const KVAnnouncement announcement(*this, "destinations");
   const auto stored = coder.decodeArray<VLTimecodeDestinationDevice>(kDestinationsKey);
   if (!stored) {

@@ -75,8 +75,11 @@ std::shared_ptr<VLLTCReader> VLLTCReader::initWithAudioObjectId(audio::AudioObje
 std::shared_ptr<VLLTCReader> VLLTCReader::initWithCoder(store::KeyedUnarchiver& coder) {
   VELOR_LOG_INFO("creating LTC Reader from decoder...");
   const auto uid = coder.decodeString(kDeviceKey);
-  KV_REQUIRE_PARAMETER(uid.has_value(), "uid");
   const auto channel = static_cast<std::uint32_t>(coder.decodeInt64(kChannelKey).value_or(0));
+  if (coder.failed()) {
+    return nullptr;
+  }
+  KV_REQUIRE_PARAMETER(uid.has_value(), "uid");
   return initWithUID(*uid, channel);
 }
 

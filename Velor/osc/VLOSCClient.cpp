@@ -11,7 +11,6 @@
 #include "Kv-Appkit/KVAssert.h"
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "platform/host/Log.h"
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
 
@@ -38,7 +37,8 @@ constexpr std::array<KVDependency, 2> kDependencies{
 std::uint16_t decodePort(store::KeyedUnarchiver& coder, std::string_view key) {
   const std::int32_t port = coder.decodeInt32(key).value_or(0);
   if (port < 0 || port > std::numeric_limits<std::uint16_t>::max()) {
-    throw store::KeyedArchiveError(std::string(key), std::to_string(port) + " is not a port");
+    coder.refuse(key, std::to_string(port) + " is not a port");
+    return 0;
   }
   return static_cast<std::uint16_t>(port);
 }
@@ -90,6 +90,9 @@ void VLOSCClient::initFromCoder(store::KeyedUnarchiver& coder) {
   const std::uint16_t storedPort = decodePort(coder, kStoredPortKey);
   setServiceName(coder.decodeString(kServiceNameKey));
   const bool enabled = coder.decodeBool(kEnabledKey).value_or(false);
+  if (coder.failed()) {
+    return;
+  }
   connectTo(host ? host : storedHost, port != 0 ? port : storedPort);
   mEnabled.store(enabled);
 }

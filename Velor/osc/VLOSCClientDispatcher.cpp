@@ -14,7 +14,6 @@
 #include "Velor/osc/VLUserDefinedOSCClient.h"
 #include "kvtimecode/SMPTEString.h"
 #include "platform/host/Log.h"
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
 
@@ -308,7 +307,7 @@ void VLOSCClientDispatcher::timeChanged() {
 
 // --- settings ---
 
-std::string VLOSCClientDispatcher::settingsData() const {
+Expected<std::string> VLOSCClientDispatcher::settingsData() const {
   store::KeyedArchiver archiver;
   Clients lasting = clients();
   std::erase_if(lasting, [](const auto& client) { return client->isForThisRun(); });
@@ -316,25 +315,19 @@ std::string VLOSCClientDispatcher::settingsData() const {
   return archiver.data();
 }
 
-bool VLOSCClientDispatcher::loadSettingsFromData(const std::string& data, std::string& error) {
-  std::optional<Clients> loaded;
-  try {
-    const auto archive = store::KeyedUnarchiver::read(data, kArchivedClasses);
-    error = archive.error;
-    if (archive) {
-      loaded = archive.coder->decodeArray<VLOSCClient>(kClientsKey).value_or(Clients());
-    }
-  } catch (const store::KeyedArchiveError& damage) {
-    error = damage.what();
-  }
-  const bool isWhole = loaded.has_value();
-  Clients clients = loaded ? std::move(*loaded) : Clients();
+Expected<> VLOSCClientDispatcher::loadSettingsFromData(const std::string& data) {
+  Clients clients;
+  const auto read = store::KeyedUnarchiver::read(data, kArchivedClasses)
+                        .and_then([&clients](store::KeyedUnarchiver coder) {
+                          clients = coder.decodeArray<VLOSCClient>(kClientsKey).value_or(Clients());
+                          return coder.check();
+                        });
   std::erase(clients, nullptr);
   dropFoundClients(clients, kMostFoundClients);
   const KVAnnouncement announcement(*this, "clients");
   const std::lock_guard lock(mMutex);
   mClients.swap(clients);
-  return isWhole;
+  return read;
 }
 
 // --- from the network ---

@@ -17,6 +17,7 @@
 #include "platform/discovery/NSNetServiceBrowser.h"
 #include "platform/discovery/NSNetServiceBrowserDelegate.h"
 #include "platform/discovery/NSNetServiceDelegate.h"
+#include "platform/host/Error.h"
 #include "platform/host/WeakSelf.h"
 
 namespace velor {
@@ -84,10 +85,10 @@ class VLOSCClientDispatcher final : public KVObservable,
   // --- settings
 
   /// A keyed archive of the targets that outlive the run.
-  std::string settingsData() const;
-  /// They replace those that are there; none if it cannot be read, which is false,
-  /// with the place of the damage in `error`. Any thread.
-  bool loadSettingsFromData(const std::string& data, std::string& error);
+  Expected<std::string> settingsData() const;
+  /// They replace the present targets. An error has the place of the damage; there are no
+  /// targets then. Any thread.
+  Expected<> loadSettingsFromData(const std::string& data);
 
   // --- around a command that asks for this value. Who sent it shows the value already: when
   // the command asks for a change, its result is sent, also if nothing changes.

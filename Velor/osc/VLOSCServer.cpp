@@ -14,7 +14,6 @@
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLOscRx.h"
 #include "platform/host/Log.h"
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
 
@@ -28,17 +27,17 @@ constexpr std::array<store::KeyedClass, 1> kArchivedClasses{
 // The one key of the archive that holds the list of hosts.
 constexpr std::string_view kHostsKey = "root";
 
-VLOSCServer::Entries unarchiveHosts(const std::vector<std::uint8_t>& data) {
+Expected<VLOSCServer::Entries> unarchiveHosts(const std::vector<std::uint8_t>& data) {
   if (data.empty()) {
     return {};
   }
-  const auto archive = store::KeyedUnarchiver::read(
+  auto archive = store::KeyedUnarchiver::read(
       {reinterpret_cast<const char*>(data.data()), data.size()}, kArchivedClasses);
   if (!archive) {
-    throw store::KeyedArchiveError("hostfilter", archive.error);
+    return failure("hostfilter: " + archive.error().text);
   }
-  auto entries = archive.coder->decodeArray<VLOSCHostFilterEntry>(kHostsKey);
-  return entries ? std::move(*entries) : VLOSCServer::Entries();
+  auto entries = archive->decodeArray<VLOSCHostFilterEntry>(kHostsKey);
+  return archive->check().map([&entries] { return entries.value_or(VLOSCServer::Entries()); });
 }
 
 }  // namespace
@@ -289,43 +288,44 @@ void VLOSCServer::removeHostFilterAtIndexes(const std::set<std::size_t>& indexes
 
 // --- settings ---
 
-std::shared_ptr<VLOSCServerSettings> VLOSCServer::settingsDictionary() const {
+Expected<std::shared_ptr<VLOSCServerSettings>> VLOSCServer::settingsDictionary() const {
   store::KeyedArchiver archiver;
   Entries lasting;
   std::copy_if(mHostFilter.begin(), mHostFilter.end(), std::back_inserter(lasting),
                [](const auto& entry) { return !entry->isForThisRun(); });
   archiver.encodeArray(lasting, kHostsKey);
-  const std::string document = archiver.data();
+  const auto document = archiver.data();
+  if (!document) {
+    return tl::unexpected(document.error());
+  }
   const NextStart next = nextStart();
   auto settings = std::make_shared<VLOSCServerSettings>();
   settings->running = next.running;
   settings->port = next.port;
-  settings->hostFilter.assign(document.begin(), document.end());
+  settings->hostFilter.assign(document->begin(), document->end());
   settings->filterMode = static_cast<std::uint32_t>(filterMode());
   return settings;
 }
 
 bool VLOSCServer::loadSettingsDictionary(const VLOSCServerSettings& settings,
                                          GCDAsyncUdpSocketError* error) {
-  Entries entries;
-  try {
-    entries = unarchiveHosts(settings.hostFilter);
-  } catch (const store::KeyedArchiveError& damage) {
+  auto entries = unarchiveHosts(settings.hostFilter);
+  if (!entries) {
     if (error != nullptr) {
-      *error = GCDAsyncUdpSocketError::other(damage.what());
+      *error = GCDAsyncUdpSocketError::other(entries.error().text);
     }
     return false;
   }
-  std::erase_if(entries, [](const auto& entry) { return entry == nullptr || !entry->enabled(); });
+  std::erase_if(*entries, [](const auto& entry) { return entry == nullptr || !entry->enabled(); });
   {
     const std::lock_guard lock(mHostsMutex);
     mHostFilterHash.clear();
   }
-  for (const auto& entry : entries) {
+  for (const auto& entry : *entries) {
     entry->setDelegate(mSelf);
     hostFilterEntryChangedEnabled(*entry, entry->enabled());
   }
-  mHost.mainQueue().async(mSelf.job([entries = std::move(entries)](VLOSCServer& self) {
+  mHost.mainQueue().async(mSelf.job([entries = *std::move(entries)](VLOSCServer& self) {
     const KVAnnouncement announcement(self, "hostFilter");
     for (const auto& replaced : self.mHostFilter) {
       replaced->setDelegate({});  // whoever still holds it lets nobody in

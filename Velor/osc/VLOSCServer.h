@@ -24,6 +24,7 @@
 #include "Velor/osc/VLOSCServerSettings.h"
 #include "Velor/osc/VLOScRxDelegate.h"
 #include "platform/discovery/NSNetService.h"
+#include "platform/host/Error.h"
 #include "platform/host/Host.h"
 #include "platform/host/WeakSelf.h"
 
@@ -99,7 +100,7 @@ class VLOSCServer final : public KVObservable,
 
   // --- settings
 
-  std::shared_ptr<VLOSCServerSettings> settingsDictionary() const;
+  Expected<std::shared_ptr<VLOSCServerSettings>> settingsDictionary() const;
   /// Takes the ticked hosts over, and starts the server if it ran. False when that
   /// fails or the list of hosts cannot be read, which then stays as it is; the error is
   /// kGCDAsyncUdpSocketOtherError for the latter alone. Any thread but velor.osc; the list

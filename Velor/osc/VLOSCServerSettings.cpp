@@ -3,7 +3,6 @@
 
 #include <string>
 
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
 
@@ -19,7 +18,8 @@ template <class Value>
 Value decodeUnsigned(store::KeyedUnarchiver& coder, std::string_view key) {
   const std::int64_t value = coder.decodeInt64(key).value_or(0);
   if (value < 0 || value > static_cast<std::int64_t>(static_cast<Value>(-1))) {
-    throw store::KeyedArchiveError(std::string(key), std::to_string(value) + " is out of range");
+    coder.refuse(key, std::to_string(value) + " is out of range");
+    return 0;
   }
   return static_cast<Value>(value);
 }

@@ -14,7 +14,7 @@ namespace velor {
 struct VLOSCServerSettings final : store::KeyedCoding {
   static constexpr std::string_view kClassName = "VLOSCServerSettings";
 
-  /// Raises KeyedArchiveError for a value out of its range.
+  /// A value out of its range is an error of the coder.
   static std::shared_ptr<VLOSCServerSettings> initWithCoder(store::KeyedUnarchiver& coder);
 
   std::string_view archiveClassName() const override { return kClassName; }

@@ -28,7 +28,6 @@
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/store/AtomicFile.h"
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiveLimits.h"
 #include "platform/store/KeyedUnarchiver.h"
 #include "platform/store/Printable.h"
@@ -47,15 +46,14 @@ std::string line(const char* form, Arguments... arguments) {
 
 // --- what stands in a document, under the names of the classes that it becomes
 
-// Reads on behind a value that is none.
+// Reads on after a value that cannot be used.
 class Findings {
  public:
   template <class Read>
-  void read(Read read) {
-    try {
-      read();
-    } catch (const store::KeyedArchiveError& error) {
-      mProblems.emplace_back(error.what());
+  void read(KeyedUnarchiver& coder, Read read) {
+    read();
+    if (const auto values = coder.check(); !values) {
+      mProblems.push_back(values.error().text);
     }
   }
   void add(const std::string& path, const std::string& problem) {
@@ -92,7 +90,7 @@ class Passive : public store::KeyedCoding {
   template <class Inner>
   std::shared_ptr<Inner> inner(KeyedUnarchiver& coder, std::string_view key) {
     std::shared_ptr<Inner> object;
-    findings.read([&] { object = coder.decodeObject<Inner>(key); });
+    findings.read(coder, [&] { object = coder.decodeObject<Inner>(key); });
     if (object != nullptr) {
       findings.takeOver(object->findings);
     }
@@ -131,7 +129,7 @@ class Details {
 
 struct Time final : StandsFor<Time, KVSMPTETime> {
   void read(KeyedUnarchiver& coder) {
-    findings.read([&] { time = decodeSmpteTimeForKey(coder, KVSMPTETime::kTimestampKey); });
+    findings.read(coder, [&] { time = decodeSmpteTimeForKey(coder, KVSMPTETime::kTimestampKey); });
   }
   SMPTETime time{};
 };
@@ -140,8 +138,8 @@ struct Marker final : StandsFor<Marker, VLMarker> {
   void read(KeyedUnarchiver& coder) {
     timePath = coder.pathOf(VLMarker::kTimeKey);
     uuidPath = coder.pathOf(VLMarker::kUUIDKey);
-    findings.read([&] { uuid = coder.decodeString(VLMarker::kUUIDKey).value_or(""); });
-    findings.read([&] { name = coder.decodeString(VLMarker::kNameKey).value_or(""); });
+    findings.read(coder, [&] { uuid = coder.decodeString(VLMarker::kUUIDKey).value_or(""); });
+    findings.read(coder, [&] { name = coder.decodeString(VLMarker::kNameKey).value_or(""); });
     if (const auto object = inner<Time>(coder, VLMarker::kTimeKey)) {
       time = object->time;
       // Its flags are set anew when it is read.
@@ -157,15 +155,19 @@ struct Marker final : StandsFor<Marker, VLMarker> {
 
 struct Endpoint final : StandsFor<Endpoint, KVMIDIEndpoint> {
   void read(KeyedUnarchiver& coder) {
-    findings.read([&] {
+    findings.read(coder, [&] {
       const auto id = coder.decodeInt32(KVMIDIEndpoint::kUniqueIDKey);
+      if (coder.failed()) {
+        return;
+      }
       if (!id || *id == 0) {
         findings.add(coder.pathOf(KVMIDIEndpoint::kUniqueIDKey), "no id");
       }
       text = " [" + std::to_string(id.value_or(0)) + "]";
     });
-    findings.read([&] {
-      text = quoted(coder.decodeString(KVMIDIEndpoint::kDisplayNameKey).value_or("")) + text;
+    findings.read(coder, [&] {
+      const auto name = coder.decodeString(KVMIDIEndpoint::kDisplayNameKey);
+      text = coder.failed() ? text : quoted(name.value_or("")) + text;
     });
   }
   std::string text;
@@ -196,8 +198,9 @@ struct ReaderDevice : StandsFor<ReaderDevice, VLReaderDevice, EndpointDevice> {
 
 struct DestinationDevice : StandsFor<DestinationDevice, VLTimecodeDestinationDevice, Device> {
   void read(KeyedUnarchiver& coder) {
-    findings.read(
-        [&] { isOn = coder.decodeBool(VLTimecodeDestinationDevice::kEnableKey).value_or(false); });
+    findings.read(coder, [&] {
+      isOn = coder.decodeBool(VLTimecodeDestinationDevice::kEnableKey).value_or(false);
+    });
     device = inner<Device>(coder, VLTimecodeDestinationDevice::kDeviceKey);
   }
   std::string text() const override {
@@ -209,21 +212,30 @@ struct DestinationDevice : StandsFor<DestinationDevice, VLTimecodeDestinationDev
 
 struct Generator final : StandsFor<Generator, KVLTCGenerator> {
   void read(KeyedUnarchiver& coder) {
-    findings.read([&] {
+    findings.read(coder, [&] {
       const auto uid = coder.decodeString(KVLTCGenerator::kDeviceKey);
+      if (coder.failed()) {
+        return;
+      }
       details.add(uid ? "audio device " + quoted(*uid) : "the default audio device");
     });
-    findings.read([&] { readChannels(coder); });
-    findings.read([&] {
+    findings.read(coder, [&] { readChannels(coder); });
+    findings.read(coder, [&] {
       const double level = coder.decodeDouble(KVLTCGenerator::kLevelKey).value_or(0);
+      if (coder.failed()) {
+        return;
+      }
       if (!(level >= 0 && level <= 1)) {
         findings.add(coder.pathOf(KVLTCGenerator::kLevelKey),
                      line("%g is not a level from 0 to 1", level));
       }
       details.add("level " + KVDecibelTransformer::transformedValue(level));
     });
-    findings.read([&] {
+    findings.read(coder, [&] {
       const auto bits = coder.decodeInt32(KVLTCGenerator::kUserBitsKey).value_or(0);
+      if (coder.failed()) {
+        return;
+      }
       details.add(line("user bits %08" PRIx32, static_cast<std::uint32_t>(bits)));
     });
   }
@@ -255,8 +267,10 @@ struct Generator final : StandsFor<Generator, KVLTCGenerator> {
 struct GeneratorDevice final : StandsFor<GeneratorDevice, VLLTCGeneratorDevice, DestinationDevice> {
   void read(KeyedUnarchiver& coder) {
     DestinationDevice::read(coder);
-    findings.read([&] { name = coder.decodeString(VLLTCGeneratorDevice::kNameKey).value_or(""); });
-    findings.read([&] { id = coder.decodeInt32(VLLTCGeneratorDevice::kUniqueIDKey).value_or(0); });
+    findings.read(coder,
+                  [&] { name = coder.decodeString(VLLTCGeneratorDevice::kNameKey).value_or(""); });
+    findings.read(coder,
+                  [&] { id = coder.decodeInt32(VLLTCGeneratorDevice::kUniqueIDKey).value_or(0); });
     generator = inner<Generator>(coder, VLLTCGeneratorDevice::kGeneratorKey);
   }
   std::string text() const override {
@@ -271,15 +285,21 @@ struct GeneratorDevice final : StandsFor<GeneratorDevice, VLLTCGeneratorDevice, 
 
 struct Reader final : StandsFor<Reader, VLLTCReader> {
   void read(KeyedUnarchiver& coder) {
-    findings.read([&] {
+    findings.read(coder, [&] {
       const auto uid = coder.decodeString(VLLTCReader::kDeviceKey);
+      if (coder.failed()) {
+        return;
+      }
       if (!uid) {
         findings.add(coder.pathOf(VLLTCReader::kDeviceKey), "no audio device");
       }
       details.add("audio device " + quoted(uid.value_or("")));
     });
-    findings.read([&] {
+    findings.read(coder, [&] {
       const auto channel = coder.decodeInt64(VLLTCReader::kChannelKey).value_or(0);
+      if (coder.failed()) {
+        return;
+      }
       if (channel < 0 || channel > VLLTCReader::kNoChannel) {
         findings.add(coder.pathOf(VLLTCReader::kChannelKey),
                      line("%" PRId64 " is not a channel", channel));
@@ -294,11 +314,14 @@ struct Reader final : StandsFor<Reader, VLLTCReader> {
 
 struct LTCReaderDevice final : StandsFor<LTCReaderDevice, VLLTCReaderDevice, ReaderDevice> {
   void read(KeyedUnarchiver& coder) {
-    findings.read([&] { name = coder.decodeString(VLLTCReaderDevice::kNameKey).value_or(""); });
+    findings.read(coder,
+                  [&] { name = coder.decodeString(VLLTCReaderDevice::kNameKey).value_or(""); });
     reader = inner<Reader>(coder, VLLTCReaderDevice::kReaderKey);
-    findings.read(
-        [&] { seconds = coder.decodeInt32(VLLTCReaderDevice::kFreewheelTimeKey).value_or(0); });
-    findings.read([&] { id = coder.decodeInt32(VLLTCReaderDevice::kUniqueIDKey).value_or(0); });
+    findings.read(coder, [&] {
+      seconds = coder.decodeInt32(VLLTCReaderDevice::kFreewheelTimeKey).value_or(0);
+    });
+    findings.read(coder,
+                  [&] { id = coder.decodeInt32(VLLTCReaderDevice::kUniqueIDKey).value_or(0); });
     // Kept of the base class, and of no use.
     ReaderDevice::read(coder);
   }
@@ -345,7 +368,7 @@ class Inspecting {
   template <class Value>
   Value value(std::optional<Value> (KeyedUnarchiver::*decode)(std::string_view),
               std::string_view key, Value other) {
-    mFindings.read([&] { other = (mCoder.*decode)(key).value_or(other); });
+    mFindings.read(mCoder, [&] { other = (mCoder.*decode)(key).value_or(other); });
     return other;
   }
 
@@ -374,14 +397,12 @@ class Inspecting {
 
   SMPTETime time(std::string_view key) {
     SMPTETime time{};
-    bool isRead = false;
-    mFindings.read([&] {
+    mFindings.read(mCoder, [&] {
       time = decodeSmpteTimeForKey(mCoder, key);
-      isRead = true;
+      if (!mCoder.failed()) {
+        checkTime(time, mCoder.pathOf(key));
+      }
     });
-    if (isRead) {
-      checkTime(time, mCoder.pathOf(key));
-    }
     return time;
   }
 
@@ -458,7 +479,7 @@ class Inspecting {
   template <class Object>
   std::vector<std::shared_ptr<Object>> objects(std::string_view key) {
     std::vector<std::shared_ptr<Object>> objects;
-    mFindings.read([&] {
+    mFindings.read(mCoder, [&] {
       if (auto found = mCoder.decodeArray<Object>(key)) {
         objects = *std::move(found);
       }
@@ -530,8 +551,8 @@ class Inspecting {
 }  // namespace
 
 VLInspection VLInspectDocument(std::string_view document) {
-  const auto result = KeyedUnarchiver::read(document, kPassiveClasses);
-  return result ? Inspecting(*result.coder).run() : VLInspection{{}, {}, result.error};
+  auto coder = KeyedUnarchiver::read(document, kPassiveClasses);
+  return coder ? Inspecting(*coder).run() : VLInspection{{}, {}, coder.error().text};
 }
 
 int VLInspectRun(const std::string& file) {
@@ -541,9 +562,9 @@ int VLInspectRun(const std::string& file) {
   };
   const auto contents = store::AtomicFile::read(file, store::KeyedArchiveLimits::kBytes);
   if (!contents) {
-    return fail(contents.error);
+    return fail(contents.error().text);
   }
-  const VLInspection found = VLInspectDocument(contents.bytes);
+  const VLInspection found = VLInspectDocument(*contents);
   if (!found.error.empty()) {
     return fail(file + ": " + found.error);
   }

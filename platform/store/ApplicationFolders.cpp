@@ -8,7 +8,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
+#include <system_error>
 #include <vector>
+
+#include "platform/store/SystemFailure.h"
 
 namespace velor::store {
 namespace {
@@ -17,10 +20,6 @@ namespace fs = std::filesystem;
 
 constexpr mode_t kOwnerAlone = 0700;
 constexpr std::size_t kMaximumEntryBytes = 1 << 20;  // of the password database
-
-std::error_code systemError(int number) noexcept {
-  return {number, std::generic_category()};
-}
 
 fs::path absoluteOrNone(const char* value) {
   fs::path path(value != nullptr ? value : "");
@@ -46,44 +45,30 @@ fs::path applicationFolder(const char* base, const fs::path& home, const char* b
   return home.empty() ? fs::path() : home / belowHome / "velor";
 }
 
-FolderResult create(const fs::path& folder) {
+Expected<fs::path> create(const fs::path& folder) {
   if (folder.empty()) {
-    return {{}, "HOME is not set, and the password database has no home folder"};
+    return failure("HOME is not set, and the password database has no home folder");
   }
-  const std::error_code error = createPrivateFolder(folder);
-  if (error) {
-    return {{}, "the folder " + folder.string() + " cannot be made: " + error.message()};
-  }
-  return {folder, {}};
+  return createPrivateFolder(folder).map([&folder] { return folder; });
 }
 
 }  // namespace
 
-std::error_code createPrivateFolder(const fs::path& folder) noexcept {
-  try {
-    if (mkdir(folder.c_str(), kOwnerAlone) == 0) {
-      return {};
-    }
-    if (errno == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
-      const std::error_code error = createPrivateFolder(folder.parent_path());
-      if (error) {
-        return error;
-      }
-      if (mkdir(folder.c_str(), kOwnerAlone) == 0) {
-        return {};
-      }
-    }
-    if (errno != EEXIST) {
-      return systemError(errno);
-    }
-    struct stat status {};
-    if (stat(folder.c_str(), &status) != 0) {
-      return systemError(errno);
-    }
-    return S_ISDIR(status.st_mode) ? std::error_code() : systemError(ENOTDIR);
-  } catch (...) {  // the path's own allocations
-    return systemError(ENOMEM);
+Expected<> createPrivateFolder(const fs::path& folder) {
+  std::error_code ignored;
+  if (fs::is_directory(folder, ignored)) {
+    return {};
   }
+  if (folder.has_parent_path()) {
+    if (auto above = createPrivateFolder(folder.parent_path()); !above) {
+      return above;
+    }
+  }
+  if (mkdir(folder.c_str(), kOwnerAlone) != 0 &&
+      !(errno == EEXIST && fs::is_directory(folder, ignored))) {
+    return systemFailure("make the folder", folder);
+  }
+  return {};
 }
 
 ApplicationFolders::ApplicationFolders()
@@ -101,15 +86,15 @@ ApplicationFolders::ApplicationFolders(const Variable& variable) {
   mState = applicationFolder(variable("XDG_STATE_HOME"), home, ".local/state");
 }
 
-FolderResult ApplicationFolders::createData() const {
+Expected<fs::path> ApplicationFolders::createData() const {
   return create(mData);
 }
 
-FolderResult ApplicationFolders::createConfig() const {
+Expected<fs::path> ApplicationFolders::createConfig() const {
   return create(mConfig);
 }
 
-FolderResult ApplicationFolders::createState() const {
+Expected<fs::path> ApplicationFolders::createState() const {
   return create(mState);
 }
 

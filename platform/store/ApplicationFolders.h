@@ -4,42 +4,35 @@
 #include <filesystem>
 #include <functional>
 #include <string>
-#include <system_error>
+
+#include "platform/host/Error.h"
 
 namespace velor::store {
 
 /// Makes a folder and those above it that are missing, each readable by its
 /// owner alone (mode 0700). One that exists keeps its mode. Other processes may
 /// do the same at the same time. Any thread. Realtime-safe: no.
-std::error_code createPrivateFolder(const std::filesystem::path& folder) noexcept;
-
-/// A folder that exists, or why it does not.
-struct FolderResult {
-  std::filesystem::path path;
-  std::string error;  ///< for the user, with the path in it; empty: all is well
-
-  explicit operator bool() const noexcept { return error.empty(); }
-};
+Expected<> createPrivateFolder(const std::filesystem::path& folder);
 
 /// Where the user's files of the application lie, by the XDG Base Directory
-/// Specification 0.8: a variable that is unset, empty or no absolute path counts
-/// for nothing.
+/// Specification 0.8: a variable that is unset, empty or not an absolute path
+/// is ignored.
 class ApplicationFolders {
  public:
   /// An environment variable's value, or null.
   using Variable = std::function<const char*(const char* name)>;
 
   /// Reads the environment of the process, now; nothing is created. Without HOME the home
-  /// is that of the password database.
+  /// comes from the password database.
   ApplicationFolders();
   explicit ApplicationFolders(const Variable& variable);
 
   /// Documents' automatic copies: $XDG_DATA_HOME/velor.
-  FolderResult createData() const;
+  Expected<std::filesystem::path> createData() const;
   /// Settings: $XDG_CONFIG_HOME/velor.
-  FolderResult createConfig() const;
-  /// What is kept between runs but is no document: $XDG_STATE_HOME/velor.
-  FolderResult createState() const;
+  Expected<std::filesystem::path> createConfig() const;
+  /// Files kept between runs that are not documents: $XDG_STATE_HOME/velor.
+  Expected<std::filesystem::path> createState() const;
 
   /// The same, and the log's folder in the state folder, by name only: they need
   /// not exist. Empty when there is no home.
@@ -48,8 +41,8 @@ class ApplicationFolders {
   const std::filesystem::path& state() const noexcept { return mState; }
   std::filesystem::path logs() const;
 
-  /// What cannot be saved for want of a folder, and the variables that name one, for
-  /// people; empty when all folders are known.
+  /// A message that lists what cannot be saved for lack of a folder, and the variables to
+  /// set; empty when all folders are known.
   std::string missing() const;
 
  private:

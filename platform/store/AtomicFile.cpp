@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <utility>
 
 #include "platform/store/RegularFile.h"
 #include "platform/store/ReplacementFile.h"
@@ -31,43 +30,43 @@ bool writeAll(int file, std::string_view bytes) noexcept {
 
 }  // namespace
 
-std::string AtomicFile::write(const fs::path& path, std::string_view bytes) {
-  ReplacementFile replacement(path, 0600);
-  if (!replacement.error().empty()) {
-    return replacement.error();
+Expected<> AtomicFile::write(const fs::path& path, std::string_view bytes) {
+  auto replacement = ReplacementFile::create(path, 0600);
+  if (!replacement) {
+    return tl::unexpected(replacement.error());
   }
-  if (!writeAll(replacement.descriptor(), bytes)) {
-    return systemFailure("write", replacement.name());
+  if (!writeAll(replacement->descriptor(), bytes)) {
+    return systemFailure("write", replacement->name());
   }
-  return replacement.takePlace();
+  return replacement->takePlace();
 }
 
-AtomicFile::Contents AtomicFile::read(const fs::path& path, std::size_t maxBytes) {
-  const RegularFile file(path);
-  if (!file.error().empty()) {
-    return {{}, file.error()};
+Expected<std::string> AtomicFile::read(const fs::path& path, std::size_t maxBytes) {
+  const auto file = RegularFile::open(path);
+  if (!file) {
+    return tl::unexpected(file.error());
   }
   const auto tooLarge = [&path, maxBytes] {
-    return "cannot read " + path.string() + ": it is longer than " + std::to_string(maxBytes) +
-           " bytes";
+    return failure("cannot read " + path.string() + ": it is longer than " +
+                   std::to_string(maxBytes) + " bytes");
   };
-  if (file.size() > maxBytes) {
-    return {{}, tooLarge()};
+  if (file->size() > maxBytes) {
+    return tooLarge();
   }
   std::string bytes;
   for (;;) {
     const std::size_t had = bytes.size();
     bytes.resize(had + kReadBytes);
-    const ssize_t got = ::read(file.descriptor(), bytes.data() + had, kReadBytes);
+    const ssize_t got = ::read(file->descriptor(), bytes.data() + had, kReadBytes);
     bytes.resize(had + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
     if (got == 0) {
-      return {std::move(bytes), {}};
+      return bytes;
     }
     if (got < 0 && errno != EINTR) {
-      return {{}, systemFailure("read", path)};
+      return systemFailure("read", path);
     }
     if (bytes.size() > maxBytes) {  // it has grown meanwhile
-      return {{}, tooLarge()};
+      return tooLarge();
     }
   }
 }

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/Error.h"
+
 namespace velor::store {
 
 /// Files that are whole at any time: a crash, a full disk or a loss of power
@@ -15,21 +17,15 @@ namespace velor::store {
 class AtomicFile {
  public:
   /// Replaces the file's contents, or makes it; for its owner alone (mode 0600).
-  /// A link is followed. Empty when all is done; else for people the step that
-  /// failed, its path and why. The old file is as it was then and no other is
-  /// left, unless the one step behind the exchange failed: that of making it last
-  /// over a loss of power.
-  [[nodiscard]] static std::string write(const std::filesystem::path& path, std::string_view bytes);
+  /// A link is followed. An error names the step that failed and its path; the old file is as
+  /// it was then and no other is left, unless the last step failed: the one that makes the
+  /// exchange survive a loss of power.
+  [[nodiscard]] static Expected<> write(const std::filesystem::path& path, std::string_view bytes);
 
-  struct Contents {
-    std::string bytes;
-    std::string error;  ///< for people, with the path; empty: all is well
-
-    explicit operator bool() const noexcept { return error.empty(); }
-  };
   /// The whole of a regular file. One of more than `maxBytes` is refused before
   /// it is read.
-  [[nodiscard]] static Contents read(const std::filesystem::path& path, std::size_t maxBytes);
+  [[nodiscard]] static Expected<std::string> read(const std::filesystem::path& path,
+                                                  std::size_t maxBytes);
 };
 
 }  // namespace velor::store

@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 #include "platform/store/Base64.h"
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiveLimits.h"
 #include "platform/store/KeyedDocument.h"
 #include "platform/store/KeyedPath.h"
@@ -38,8 +38,10 @@ bool isPlain(std::string_view text) {
 }  // namespace
 
 struct KeyedArchiver::State {
-  [[noreturn]] void refuse(const std::string& what) const {
-    throw KeyedArchiveError(path.text(), what);
+  void refuse(const std::string& what) {
+    if (!error) {
+      error = Error{path.text() + ": " + what};
+    }
   }
 
   void countValue() {
@@ -48,7 +50,7 @@ struct KeyedArchiver::State {
     }
   }
 
-  void checkText(std::string_view value) const {
+  void checkText(std::string_view value) {
     if (value.size() > Limits::kStringBytes) {
       refuse(tooMany("bytes of text", Limits::kStringBytes));
     }
@@ -88,9 +90,12 @@ struct KeyedArchiver::State {
            keys.end();
   }
 
-  // Writes the value at its path under the key; nothing is left of one that raises.
+  // Writes the value at its path under the key.
   template <class Write>
   void put(std::string_view key, const Write& write) {
+    if (error) {
+      return;
+    }
     const KeyedPath::Scope scope(path, std::string(key));
     checkText(key);
     if (!key.empty() && key.front() == KeyedDocument::kReservedMark) {
@@ -99,17 +104,9 @@ struct KeyedArchiver::State {
     if (isThere(key)) {
       refuse("the key is there already");
     }
-    const std::size_t end = text.size();
-    const std::size_t keyCount = keys.size();
-    const bool wasFirst = isFirst;
-    try {
-      beginMember(key);
+    beginMember(key);
+    if (!error) {
       write();
-    } catch (const KeyedArchiveError&) {
-      text.resize(end);
-      keys.resize(keyCount);
-      isFirst = wasFirst;
-      throw;
     }
   }
 
@@ -121,12 +118,17 @@ struct KeyedArchiver::State {
     const Container inside(*this, "{}");
     beginMember(KeyedDocument::kClassKey);
     writeText(coding->archiveClassName());
-    coding->encodeWithCoder(coder);
-    coder.encodeRemainder(coding->mRemainder);
+    if (!error) {
+      coding->encodeWithCoder(coder);
+      coder.encodeRemainder(coding->mRemainder);
+    }
   }
 
-  // What is taken over as it is.
+  // Writes the value as it was read.
   void writeJson(const Json& value) {
+    if (error) {
+      return;
+    }
     if (value.is_object()) {
       const Container inside(*this, "{}");
       for (const auto& [key, inner] : value.get_ref<const Json::object_t&>()) {
@@ -188,6 +190,7 @@ struct KeyedArchiver::State {
   std::vector<std::string> keys;  // of the objects that are open
   std::size_t firstKey = 0;       // of the innermost
   KeyedPath path;
+  std::optional<Error> error;
 };
 
 KeyedArchiver::KeyedArchiver() : mState(std::make_unique<State>()) {}
@@ -243,7 +246,7 @@ void KeyedArchiver::encodeElements(std::span<const KeyedCoding* const> elements,
                                    std::string_view key) {
   mState->put(key, [this, elements] {
     const State::Container array(*mState, "[]");
-    for (std::size_t i = 0; i < elements.size(); ++i) {
+    for (std::size_t i = 0; i < elements.size() && !mState->error; ++i) {
       const KeyedPath::Scope scope(mState->path, i);
       mState->countValue();
       mState->beginLine();
@@ -253,7 +256,7 @@ void KeyedArchiver::encodeElements(std::span<const KeyedCoding* const> elements,
 }
 
 void KeyedArchiver::encodeRemainder(const KeyedRemainder& remainder) {
-  if (remainder.empty()) {
+  if (remainder.empty() || mState->error) {
     return;
   }
   for (const auto& [key, value] : remainder.mMembers->object.get_ref<const Json::object_t&>()) {
@@ -265,10 +268,18 @@ void KeyedArchiver::encodeRemainder(const KeyedRemainder& remainder) {
   }
 }
 
-std::string KeyedArchiver::data() const {
+void KeyedArchiver::refuse(std::string_view key, const std::string& why) {
+  const KeyedPath::Scope scope(mState->path, std::string(key));
+  mState->refuse(why);
+}
+
+Expected<std::string> KeyedArchiver::data() const {
   std::string text = mState->text + (mState->isFirst ? "}\n" : "\n}\n");
   if (text.size() > Limits::kBytes) {
     mState->refuse(tooMany("bytes in all", Limits::kBytes));
+  }
+  if (mState->error) {
+    return tl::unexpected(*mState->error);
   }
   return text;
 }

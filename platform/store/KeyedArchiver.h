@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/host/Error.h"
 #include "platform/store/KeyedCoding.h"
 
 namespace velor::store {
@@ -16,11 +17,11 @@ namespace velor::store {
 /// read: keys in the order of the calls, a byte block as {"$base64": ...}, an
 /// object as its keys behind {"$class": ...}.
 ///
-/// What a document cannot hold raises KeyedArchiveError: a key twice in an object
-/// or with a '$' in front, a number that is not finite, anything over the limits.
-/// The archive holds nothing of that key then. Bytes of a text that are no UTF-8 are written
-/// as the replacement character: a name that some other program made badly must
-/// not stand in the way of all the rest.
+/// A document cannot hold a key twice in an object or with a '$' in front, a number that is
+/// not finite, or anything over the limits. The archiver keeps the first such error, with its
+/// place, writes nothing from there on, and `data` reports it. Bytes of a text that are not
+/// UTF-8 are written as the replacement character: a name that some other program made badly
+/// must not stand in the way of all the rest.
 ///
 /// One thread at a time. Realtime-safe: no.
 class KeyedArchiver {
@@ -57,8 +58,11 @@ class KeyedArchiver {
   /// there already are left out, so that this comes last.
   void encodeRemainder(const KeyedRemainder& remainder);
 
-  /// The document so far, in UTF-8.
-  std::string data() const;
+  /// Makes this the error, unless there is one: there is no value for the key.
+  void refuse(std::string_view key, const std::string& why);
+
+  /// The document, in UTF-8.
+  Expected<std::string> data() const;
 
  private:
   struct State;

@@ -75,7 +75,12 @@ class Builder final : public nlohmann::json_sax<Json> {
     return false;
   }
 
-  KeyedDocument::Result result() { return {std::move(mRoot), std::move(mError)}; }
+  Expected<Json> result() {
+    if (!mError.empty()) {
+      return failure(std::move(mError));
+    }
+    return std::move(mRoot);
+  }
 
  private:
   bool refuse(const std::string& what) {
@@ -169,13 +174,13 @@ class Builder final : public nlohmann::json_sax<Json> {
 
 }  // namespace
 
-KeyedDocument::Result KeyedDocument::read(std::string_view text) {
+Expected<Json> KeyedDocument::read(std::string_view text) {
   if (text.size() > Limits::kBytes) {
-    return {{}, "the document: longer than " + std::to_string(Limits::kBytes) + " bytes"};
+    return failure("the document: longer than " + std::to_string(Limits::kBytes) + " bytes");
   }
   // The parser takes it for the end and looks no further.
   if (const std::size_t zero = text.find('\0'); zero != std::string_view::npos) {
-    return {{}, placeOf(text, zero + 1) + ": a zero byte"};
+    return failure(placeOf(text, zero + 1) + ": a zero byte");
   }
   Builder builder(text);
   Json::sax_parse(text, &builder);

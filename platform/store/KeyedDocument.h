@@ -2,9 +2,9 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
-#include <string>
 #include <string_view>
 
+#include "platform/host/Error.h"
 #include "platform/store/KeyedRemainder.h"
 
 namespace velor::store {
@@ -19,14 +19,9 @@ struct KeyedDocument {
   static constexpr std::string_view kBytesKey = "$base64";
   static constexpr char kReservedMark = '$';
 
-  /// The document, or why it is refused, for people and with the place: a line and column,
-  /// or a path.
-  struct Result {
-    Json json;
-    std::string error;
-  };
-  /// Parses JSON within the limits of an archive; nothing beyond a limit is kept.
-  static Result read(std::string_view text);
+  /// Parses JSON within the limits of an archive; nothing beyond a limit is kept. An error
+  /// has the place: a line and column, or a path.
+  static Expected<Json> read(std::string_view text);
 };
 
 struct KeyedRemainder::Members {

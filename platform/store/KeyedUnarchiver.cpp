@@ -7,7 +7,6 @@
 
 #include "platform/store/AtomicFile.h"
 #include "platform/store/Base64.h"
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiveLimits.h"
 #include "platform/store/KeyedDocument.h"
 #include "platform/store/KeyedPath.h"
@@ -91,14 +90,20 @@ struct KeyedUnarchiver::State {
     return nullptr;
   }
 
-  // As `ask`, unless the value is null.
+  // As `ask`, unless the value is null or there is an error.
   const Json* value(std::string_view key) {
-    const Json* found = ask(key);
+    const Json* found = error ? nullptr : ask(key);
     return found != nullptr && !found->is_null() ? found : nullptr;
   }
 
-  [[noreturn]] void refuse(const std::string& wanted, const Json& found) const {
-    throw KeyedArchiveError(path.text(), "expected " + wanted + ", found " + described(found));
+  // Of what stands at the path.
+  void refuse(const std::string& why) {
+    if (!error) {
+      error = Error{path.text() + ": " + why};
+    }
+  }
+  void refuse(const std::string& wanted, const Json& found) {
+    refuse("expected " + wanted + ", found " + described(found));
   }
 
   // The value under the key, which is to be a Held.
@@ -113,6 +118,7 @@ struct KeyedUnarchiver::State {
     }
     const KeyedPath::Scope step(path, std::string(key));
     refuse(wanted, *found);
+    return std::nullopt;
   }
 
   template <class Integer>
@@ -132,6 +138,7 @@ struct KeyedUnarchiver::State {
     }
     const KeyedPath::Scope step(path, std::string(key));
     refuse(wanted, *found);
+    return std::nullopt;
   }
 
   // At the object's path.
@@ -140,20 +147,12 @@ struct KeyedUnarchiver::State {
     if (found.is_null()) {
       return nullptr;
     }
-    const auto expected = [&wanted] {
-      return "an object of class " + std::string(wanted.className);
-    };
     const std::string* const name = findText(found, KeyedDocument::kClassKey);
-    if (name == nullptr) {
-      refuse(expected(), found);
-    }
-    const auto row = std::find_if(classes.begin(), classes.end(),
-                                  [name](const KeyedClass& known) { return known.name == *name; });
-    if (row == classes.end()) {
-      refuse(expected(), found);
-    }
+    const auto row = std::find_if(classes.begin(), classes.end(), [name](const KeyedClass& known) {
+      return name != nullptr && known.name == *name;
+    });
     std::shared_ptr<KeyedCoding> made;
-    {
+    if (row != classes.end()) {
       const Inside inside(*this, found);
       ask(KeyedDocument::kClassKey);
       made = row->initWithCoder(coder);
@@ -161,10 +160,10 @@ struct KeyedUnarchiver::State {
         made->mRemainder = coder.remainder();
       }
     }
-    if (made != nullptr && !wanted.isOne(*made)) {
-      refuse(expected(), found);
+    if (row == classes.end() || (made != nullptr && !wanted.isOne(*made))) {
+      refuse("an object of class " + std::string(wanted.className), found);
     }
-    return made;
+    return error ? nullptr : made;
   }
 
   State(Json read, std::span<const KeyedClass> known)
@@ -178,35 +177,50 @@ struct KeyedUnarchiver::State {
   std::vector<bool> asked;
   std::size_t firstAsked = 0;
   KeyedPath path;
+  std::optional<Error> error;
 };
 
 KeyedUnarchiver::KeyedUnarchiver(std::unique_ptr<State> state) : mState(std::move(state)) {}
 KeyedUnarchiver::~KeyedUnarchiver() = default;
+KeyedUnarchiver::KeyedUnarchiver(KeyedUnarchiver&&) noexcept = default;
 
-KeyedUnarchiver::Result KeyedUnarchiver::read(std::string_view document,
-                                              std::span<const KeyedClass> classes) {
-  auto [json, error] = KeyedDocument::read(document);
-  if (!error.empty()) {
-    return {nullptr, std::move(error)};
+Expected<KeyedUnarchiver> KeyedUnarchiver::read(std::string_view document,
+                                                std::span<const KeyedClass> classes) {
+  auto json = KeyedDocument::read(document);
+  if (!json) {
+    return tl::unexpected(json.error());
   }
-  if (!json.is_object()) {
-    return {nullptr, "the document: expected an object, found " + described(json)};
+  if (!json->is_object()) {
+    return failure("the document: expected an object, found " + described(*json));
   }
-  auto state = std::make_unique<State>(std::move(json), classes);
-  return {std::unique_ptr<KeyedUnarchiver>(new KeyedUnarchiver(std::move(state))), {}};
+  return KeyedUnarchiver(std::make_unique<State>(*std::move(json), classes));
 }
 
-KeyedUnarchiver::Result KeyedUnarchiver::readFile(const std::filesystem::path& path,
-                                                  std::span<const KeyedClass> classes) {
-  const AtomicFile::Contents contents = AtomicFile::read(path, KeyedArchiveLimits::kBytes);
+Expected<KeyedUnarchiver> KeyedUnarchiver::readFile(const std::filesystem::path& path,
+                                                    std::span<const KeyedClass> classes) {
+  const auto contents = AtomicFile::read(path, KeyedArchiveLimits::kBytes);
   if (!contents) {
-    return {nullptr, contents.error};
+    return tl::unexpected(contents.error());
   }
-  Result result = read(contents.bytes, classes);
-  if (!result) {
-    result.error = path.string() + ": " + result.error;
+  return read(*contents, classes).map_error([&path](const Error& error) {
+    return Error{path.string() + ": " + error.text};
+  });
+}
+
+Expected<> KeyedUnarchiver::check() {
+  if (const auto error = std::exchange(mState->error, std::nullopt)) {
+    return tl::unexpected(*error);
   }
-  return result;
+  return {};
+}
+
+bool KeyedUnarchiver::failed() const noexcept {
+  return mState->error.has_value();
+}
+
+void KeyedUnarchiver::refuse(std::string_view key, const std::string& why) {
+  const KeyedPath::Scope step(mState->path, std::string(key));
+  mState->refuse(why);
 }
 
 bool KeyedUnarchiver::containsValue(std::string_view key) const {
@@ -272,15 +286,17 @@ std::optional<std::vector<std::uint8_t>> KeyedUnarchiver::decodeBytes(std::strin
   const auto block = found->find(KeyedDocument::kBytesKey);
   if (!found->is_object() || block == found->end()) {
     mState->refuse("a byte block", *found);
+    return std::nullopt;
   }
   const KeyedPath::Scope inner(mState->path, std::string(KeyedDocument::kBytesKey));
   const auto* const text = block->get_ptr<const std::string*>();
   if (text == nullptr) {
     mState->refuse("base64", *block);
+    return std::nullopt;
   }
   auto bytes = base64Decoded(*text);
   if (!bytes) {
-    throw KeyedArchiveError(mState->path.text(), "the text is not base64");
+    mState->refuse("the text is not base64");
   }
   return bytes;
 }
@@ -304,12 +320,16 @@ std::optional<std::vector<std::shared_ptr<KeyedCoding>>> KeyedUnarchiver::decode
   const KeyedPath::Scope scope(mState->path, std::string(key));
   if (!found->is_array()) {
     mState->refuse("an array", *found);
+    return std::nullopt;
   }
   std::vector<std::shared_ptr<KeyedCoding>> elements;
   elements.reserve(found->size());
   for (const Json& element : *found) {
     const KeyedPath::Scope inner(mState->path, elements.size());
     elements.push_back(mState->make(element, wanted, *this));
+    if (failed()) {
+      return std::nullopt;
+    }
   }
   return elements;
 }

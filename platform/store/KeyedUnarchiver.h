@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/host/Error.h"
 #include "platform/store/KeyedCoding.h"
 
 namespace velor::store {
@@ -20,30 +21,36 @@ namespace velor::store {
 ///
 /// Values are asked for by key, in any order; what nobody asks for is the remainder,
 /// and stays with the object that it belongs to. A key that is missing, or holds null, has no
-/// value. A value that is not what is wanted raises KeyedArchiveError, which says where it stands.
+/// value.
+///
+/// The reader keeps the first error, a value of another kind than the one asked for, with its
+/// place. From there on no key has a value and no object is made, until `check` reports it.
 ///
 /// One thread at a time. Realtime-safe: no.
 class KeyedUnarchiver {
  public:
-  /// A reader that stands at the top of the document, or why there is none, for
-  /// people and with the place: a line and column, or a path.
-  struct Result {
-    std::unique_ptr<KeyedUnarchiver> coder;
-    std::string error;
-
-    explicit operator bool() const noexcept { return coder != nullptr; }
-  };
-
-  /// `classes` must outlive the reader.
-  static Result read(std::string_view document, std::span<const KeyedClass> classes);
+  /// A reader at the top of the document. Errors have the place: a line and column, or a
+  /// path. `classes` must outlive the reader.
+  static Expected<KeyedUnarchiver> read(std::string_view document,
+                                        std::span<const KeyedClass> classes);
   /// The size is checked before anything is read.
-  static Result readFile(const std::filesystem::path& path, std::span<const KeyedClass> classes);
+  static Expected<KeyedUnarchiver> readFile(const std::filesystem::path& path,
+                                            std::span<const KeyedClass> classes);
 
   ~KeyedUnarchiver();
-  KeyedUnarchiver(const KeyedUnarchiver&) = delete;
-  KeyedUnarchiver& operator=(const KeyedUnarchiver&) = delete;
+  KeyedUnarchiver(KeyedUnarchiver&&) noexcept;
+  KeyedUnarchiver& operator=(KeyedUnarchiver&&) = delete;
 
-  /// True for a null, too. Counts as asking.
+  /// The first error since the last check, "markers[3].time: expected ...", which is
+  /// forgotten then.
+  [[nodiscard]] Expected<> check();
+  /// Whether there is an error that `check` has not reported.
+  bool failed() const noexcept;
+  /// Makes this the error, unless there is one: the value under the key has been read and
+  /// cannot be used.
+  void refuse(std::string_view key, const std::string& why);
+
+  /// True for a null, too, and after an error. Counts as asking.
   bool containsValue(std::string_view key) const;
 
   /// Where the value under the key stands, "markers[3].time", for a message about one
@@ -99,7 +106,7 @@ class KeyedUnarchiver {
   std::optional<std::vector<std::shared_ptr<KeyedCoding>>> decodeArrayOf(std::string_view key,
                                                                          const Wanted& wanted);
 
-  const std::unique_ptr<State> mState;
+  std::unique_ptr<State> mState;
 };
 
 }  // namespace velor::store

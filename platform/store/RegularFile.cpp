@@ -9,18 +9,20 @@
 
 namespace velor::store {
 
-RegularFile::RegularFile(const std::filesystem::path& path)
-    : mFile(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
-  struct stat status {};
-  if (mFile < 0) {
-    mError = systemFailure("open", path);
-  } else if (fstat(mFile, &status) != 0) {
-    mError = systemFailure("look at", path);
-  } else if (!S_ISREG(status.st_mode)) {
-    mError = "cannot read " + path.string() + ": it is not a regular file";
-  } else {
-    mSize = static_cast<std::uint64_t>(status.st_size);
+Expected<RegularFile> RegularFile::open(const std::filesystem::path& path) {
+  RegularFile file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (file.mFile < 0) {
+    return systemFailure("open", path);
   }
+  struct stat status {};
+  if (fstat(file.mFile, &status) != 0) {
+    return systemFailure("look at", path);
+  }
+  if (!S_ISREG(status.st_mode)) {
+    return failure("cannot read " + path.string() + ": it is not a regular file");
+  }
+  file.mSize = static_cast<std::uint64_t>(status.st_size);
+  return file;
 }
 
 RegularFile::~RegularFile() {

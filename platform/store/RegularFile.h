@@ -3,7 +3,9 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <string>
+#include <utility>
+
+#include "platform/host/Error.h"
 
 namespace velor::store {
 
@@ -12,20 +14,20 @@ namespace velor::store {
 /// Belongs to one thread; it waits for the disk. Realtime-safe: no.
 class RegularFile {
  public:
-  explicit RegularFile(const std::filesystem::path& path);
+  static Expected<RegularFile> open(const std::filesystem::path& path);
   ~RegularFile();
-  RegularFile(const RegularFile&) = delete;
-  RegularFile& operator=(const RegularFile&) = delete;
+  RegularFile(RegularFile&& other) noexcept
+      : mFile(std::exchange(other.mFile, -1)), mSize(other.mSize) {}
+  RegularFile& operator=(RegularFile&&) = delete;
 
-  /// Why it is not open, for people, with the path; empty: all is well.
-  const std::string& error() const noexcept { return mError; }
   /// Owned by this object.
   int descriptor() const noexcept { return mFile; }
   /// Bytes, when it was opened.
   std::uint64_t size() const noexcept { return mSize; }
 
  private:
-  std::string mError;
+  explicit RegularFile(int file) : mFile(file) {}
+
   int mFile;
   std::uint64_t mSize = 0;
 };

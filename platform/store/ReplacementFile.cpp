@@ -6,12 +6,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <random>
+#include <string>
 #include <string_view>
 #include <system_error>
-#include <utility>
 
 #include "platform/store/SystemFailure.h"
 
@@ -41,9 +40,9 @@ bool isOurName(std::string_view name) {
          name.find_first_not_of(kLetters, kPrefix.size()) == std::string_view::npos;
 }
 
-// What a kill has left. The lock shows that no process of this machine writes there; of
-// one on another machine, whose lock may not be seen here, it is the file's age.
-void removeIfLeftBehind(const fs::path& path) noexcept {
+// Deletes a file that a kill has left. The lock shows that no process of this machine writes
+// there. The lock of another machine may not be seen here; the file's age tells instead.
+void removeIfLeftBehind(const fs::path& path) {
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   if (file < 0) {
     return;
@@ -68,85 +67,65 @@ void removeLeftBehind(const fs::path& folder) {
 }
 
 // Some file systems have no such operation for folders, and need none.
-bool syncFolder(int folder) noexcept {
-  return fsync(folder) == 0 || errno == EINVAL || errno == ENOTSUP;
+Expected<> syncFolder(const fs::path& path) {
+  const int folder = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const bool isDone = folder >= 0 && (fsync(folder) == 0 || errno == EINVAL || errno == ENOTSUP);
+  Expected<> result;
+  if (!isDone) {
+    result = systemFailure("put on the disk", path);
+  }
+  if (folder >= 0) {
+    close(folder);
+  }
+  return result;
 }
 
 }  // namespace
 
-ReplacementFile::ReplacementFile(const fs::path& path, mode_t mode) {
+Expected<ReplacementFile> ReplacementFile::create(const fs::path& path, mode_t mode) {
   std::error_code isNoLink;
   const fs::path linked = fs::canonical(path, isNoLink);
-  mTarget = isNoLink ? path : linked;
-  mFolderPath = mTarget.has_parent_path() ? mTarget.parent_path() : fs::path(".");
-
-  mFolder = open(mFolderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (mFolder < 0) {
-    mError = systemFailure("open the folder", mFolderPath);
-    return;
-  }
+  const fs::path target = fs::absolute(isNoLink ? path : linked);
+  const fs::path folder = target.parent_path();
   struct stat status {};
-  if (stat(mTarget.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-    mError = "cannot replace " + mTarget.string() + ": it is not a regular file";
-    return;
+  if (stat(target.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+    return failure("cannot replace " + target.string() + ": it is not a regular file");
   }
-  mFile = openFile(mode);
-  mIsThere = mFile >= 0;
-  if (!mIsThere) {
-    mError = systemFailure("make a file in", mFolderPath);
-  }
-}
-
-int ReplacementFile::openFile(mode_t mode) {
   for (int i = 0; i < kNamesToTry; ++i) {
-    mName = (mFolderPath / randomName()).string();
-    const int file = open(mName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (file < 0) {
-      if (errno == EEXIST) {
-        continue;
+    const fs::path name = folder / randomName();
+    const int file = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    if (file >= 0) {
+      // Where there are no locks, no file is deleted either.
+      while (flock(file, LOCK_EX) != 0 && errno == EINTR) {
       }
-      return -1;
+      return ReplacementFile(target, name, file);
     }
-    // Where there are no locks, nothing is taken away either.
-    mLock = fcntl(file, F_DUPFD_CLOEXEC, 0);
-    while (flock(file, LOCK_EX) != 0 && errno == EINTR) {
+    if (errno != EEXIST) {
+      break;
     }
-    return file;
   }
-  return -1;
+  return systemFailure("make a file in", folder);
 }
 
 ReplacementFile::~ReplacementFile() {
-  closeFile();
+  if (mFile >= 0) {
+    close(mFile);
+  }
   if (mIsThere) {
     unlink(mName.c_str());
   }
-  for (const int descriptor : {mLock, mFolder}) {
-    if (descriptor >= 0) {
-      close(descriptor);
-    }
-  }
 }
 
-// False when what was written did not arrive, as some file systems tell only here.
-bool ReplacementFile::closeFile() noexcept {
-  const int number = std::exchange(mFile, -1);
-  return number < 0 || close(number) == 0 || errno == EINTR;
-}
-
-std::string ReplacementFile::takePlace() {
+Expected<> ReplacementFile::takePlace() {
   if (fsync(mFile) != 0) {
     return systemFailure("put on the disk", mName);
-  }
-  if (!closeFile()) {
-    return systemFailure("close", mName);
   }
   if (rename(mName.c_str(), mTarget.c_str()) != 0) {
     return systemFailure("replace", mTarget);
   }
   mIsThere = false;
-  removeLeftBehind(mFolderPath);
-  return syncFolder(mFolder) ? std::string() : systemFailure("put on the disk", mFolderPath);
+  removeLeftBehind(mTarget.parent_path());
+  return syncFolder(mTarget.parent_path());
 }
 
 }  // namespace velor::store

@@ -5,14 +5,16 @@
 
 #include <ctime>
 #include <filesystem>
-#include <string>
+#include <utility>
+
+#include "platform/host/Error.h"
 
 namespace velor::store {
 
 /// A new file that takes the place of another, or of none, once it is whole. Until
 /// then it lies beside it under a name of its own; it goes with the object unless
 /// `takePlace` was reached. A crash or a kill can leave it behind, a `.velor-` file; the
-/// next replacement in that folder that reaches its place takes it away when it is over
+/// next replacement in that folder that reaches its place deletes it when it is over
 /// kLeftBehindAge old and nobody has it open.
 ///
 /// Belongs to one thread; it waits for the disk. Realtime-safe: no.
@@ -21,39 +23,34 @@ class ReplacementFile {
   static constexpr std::time_t kLeftBehindAge = 600;  // seconds without a change
 
   /// Makes the new file, with the mode less the process's umask. A link at `path` is
-  /// followed. What can be refused is refused here, before anything changes: see
-  /// `error`.
-  ReplacementFile(const std::filesystem::path& path, mode_t mode);
+  /// followed. Whatever can be refused is refused here, before anything changes.
+  static Expected<ReplacementFile> create(const std::filesystem::path& path, mode_t mode);
   ~ReplacementFile();
-  ReplacementFile(const ReplacementFile&) = delete;
-  ReplacementFile& operator=(const ReplacementFile&) = delete;
-
-  /// Why there is no new file, for people, with the path; empty: all is well.
-  const std::string& error() const noexcept { return mError; }
+  ReplacementFile(ReplacementFile&& other) noexcept
+      : mTarget(std::move(other.mTarget)),
+        mName(std::move(other.mName)),
+        mFile(std::exchange(other.mFile, -1)),
+        mIsThere(std::exchange(other.mIsThere, false)) {}
+  ReplacementFile& operator=(ReplacementFile&&) = delete;
 
   /// Open for reading and writing, from its begin; owned by this object.
   int descriptor() const noexcept { return mFile; }
   /// The path of the new file.
-  const std::string& name() const noexcept { return mName; }
+  const std::filesystem::path& name() const noexcept { return mName; }
 
-  /// Puts the contents on the disk and the new file in the old one's place. Empty when
-  /// all is done; else the step that failed, its path and why. The old file is as it
-  /// was then, unless it was the one step behind the exchange: that of making it last
-  /// over a loss of power. Once, and last.
-  [[nodiscard]] std::string takePlace();
+  /// Puts the contents on the disk and the new file in the old one's place. On an error the
+  /// old file is as it was, unless the last step failed: the one that makes the exchange
+  /// survive a loss of power. Once, and last.
+  [[nodiscard]] Expected<> takePlace();
 
  private:
-  int openFile(mode_t mode);
-  bool closeFile() noexcept;
+  ReplacementFile(std::filesystem::path target, std::filesystem::path name, int file)
+      : mTarget(std::move(target)), mName(std::move(name)), mFile(file), mIsThere(file >= 0) {}
 
   std::filesystem::path mTarget;
-  std::filesystem::path mFolderPath;
-  std::string mName;
-  std::string mError;
-  int mFolder = -1;
-  int mFile = -1;
-  int mLock = -1;  // of the same file; it says that somebody writes there
-  bool mIsThere = false;
+  std::filesystem::path mName;
+  int mFile;  // locked, which says that somebody writes there
+  bool mIsThere;
 };
 
 }  // namespace velor::store

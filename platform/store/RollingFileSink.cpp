@@ -115,11 +115,8 @@ void RollingFileSink::startFile() {
   mStarted = true;
   mBegin = mNow();
   mBytes = 0;
-  if (const std::error_code error = createPrivateFolder(mFolder)) {
-    fail(error.value());
-    return;
-  }
-  mDescriptor = openFile(mBegin);
+  const auto folder = createPrivateFolder(mFolder);
+  mDescriptor = folder ? openFile(mBegin) : -1;
   if (mDescriptor < 0) {
     fail(errno);
     return;

@@ -2,14 +2,15 @@
 #include "platform/store/SystemFailure.h"
 
 #include <cerrno>
+#include <string>
 #include <system_error>
 
 namespace velor::store {
 
-std::string systemFailure(const char* step, const std::filesystem::path& path) {
+tl::unexpected<Error> systemFailure(const char* step, const std::filesystem::path& path) {
   const int number = errno;
-  return std::string("cannot ") + step + " " + path.string() + ": " +
-         std::generic_category().message(number);
+  return failure(std::string("cannot ") + step + " " + path.string() + ": " +
+                 std::generic_category().message(number));
 }
 
 }  // namespace velor::store

@@ -2,12 +2,13 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
+
+#include "platform/host/Error.h"
 
 namespace velor::store {
 
-/// For people, of the call that failed last in this thread: "cannot open /a/b: No such
+/// The system call that failed last in this thread, as an error: "cannot open /a/b: No such
 /// file or directory". Any thread. Realtime-safe: no.
-std::string systemFailure(const char* step, const std::filesystem::path& path);
+tl::unexpected<Error> systemFailure(const char* step, const std::filesystem::path& path);
 
 }  // namespace velor::store

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "platform/host/Error.h"
 #include "platform/store/KeyedCoding.h"
 
 namespace velor::store {
@@ -20,24 +21,22 @@ class UserDefaults {
   UserDefaults(std::filesystem::path file, std::span<const KeyedClass> classes)
       : mFile(std::move(file)), mClasses(classes) {}
 
-  /// Gives the reader of the file to `decode`, unless there is no file. Empty, or for
-  /// people the place of the damage in a damaged file, or in one for which `decode` raised
-  /// KeyedArchiveError: the file is then renamed to "NAME.damaged", so that the next writing
-  /// does not destroy what could be repaired. The caller drops what `decode` took over until
-  /// then.
-  [[nodiscard]] std::string read(const std::function<void(KeyedUnarchiver&)>& decode) const;
+  /// Gives the reader of the file to `decode`, unless there is no file. A damaged file, or one
+  /// with a value that `decode` could not read, is an error with the place of the damage: the
+  /// file is then renamed to "NAME.damaged", so that the next writing does not destroy what
+  /// could be repaired. The caller discards what `decode` has read.
+  [[nodiscard]] Expected<> read(const std::function<void(KeyedUnarchiver&)>& decode) const;
 
   /// For damage in what `read` gave out that is only found later: warns likewise, and
   /// keeps a copy of the file as "NAME.damaged".
   void keepDamaged(const std::string& damage) const;
 
-  /// Replaces the file by what `encode` writes. False, with a warning in the log,
-  /// when it cannot be written.
-  bool write(const std::function<void(KeyedArchiver&)>& encode) const;
+  /// Replaces the file by what `encode` writes.
+  [[nodiscard]] Expected<> write(const std::function<void(KeyedArchiver&)>& encode) const;
 
  private:
   std::filesystem::path damagedName() const;
-  std::string putAside(const std::string& damage) const;
+  tl::unexpected<Error> putAside(const std::string& damage) const;
 
   const std::filesystem::path mFile;
   const std::span<const KeyedClass> mClasses;

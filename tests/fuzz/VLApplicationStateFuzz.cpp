@@ -65,15 +65,15 @@ class Application {
   Application& operator=(const Application&) = delete;
 
   void load(std::string_view document) {
-    const auto result = store::KeyedUnarchiver::read(document, VLApplicationState::classes());
+    auto coder = store::KeyedUnarchiver::read(document, VLApplicationState::classes());
     const VLInspection inspection = VLInspectDocument(document);
-    require(static_cast<bool>(result) == inspection.error.empty(),
+    require(static_cast<bool>(coder) == inspection.error.empty(),
             "what is inspected is what can be opened");
-    if (!result) {
-      require(result.error.find(": ") != std::string::npos, "a refusal says where and why");
+    if (!coder) {
+      require(coder.error().text.find(": ") != std::string::npos, "a refusal says where and why");
       return;
     }
-    if (!mState->decode(*result.coder)) {
+    if (!mState->decode(*coder)) {
       require(mState->error().find(": ") != std::string::npos, "a refusal says where and why");
       require(!inspection.problems.empty(),
               ("what cannot be opened whole has problems: " + mState->error()).c_str());
@@ -84,9 +84,9 @@ class Application {
             "the offset is of the format");
     const auto written = mState->data();
     require(written.has_value(), "the state can be written");
-    const auto again = store::KeyedUnarchiver::read(*written, VLApplicationState::classes());
+    auto again = store::KeyedUnarchiver::read(*written, VLApplicationState::classes());
     require(static_cast<bool>(again), "what is written can be read");
-    require(mState->decode(*again.coder), "what is written can be taken over");
+    require(mState->decode(*again), "what is written can be taken over");
   }
 
  private:

@@ -12,7 +12,6 @@
 
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Log.h"
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
 
@@ -169,15 +168,13 @@ TEST(KVSMPTETime, TheTextIsAnnouncedWithHoursMinutesAndSecondsButNotWithFrames) 
 
 constexpr store::KeyedClass kClasses[] = {store::KeyedClass::of<KVSMPTETime>()};
 
-std::unique_ptr<store::KeyedUnarchiver> reading(const std::string& document) {
-  auto result = store::KeyedUnarchiver::read(document, kClasses);
-  EXPECT_TRUE(result) << result.error;
-  return std::move(result.coder);
+store::KeyedUnarchiver reading(const std::string& document) {
+  return store::KeyedUnarchiver::read(document, kClasses).value();
 }
 
 std::shared_ptr<KVSMPTETime> stored(const std::string& base64) {
   return reading(R"({"t": {"$class": "KVSMPTETime", "timestamp": {"$base64": ")" + base64 + "\"}}}")
-      ->decodeObject<KVSMPTETime>("t");
+      .decodeObject<KVSMPTETime>("t");
 }
 
 TEST(KVSMPTETimeArchive, ATimeIsItsTwentyFourBytesUnderTheKeyTimestamp) {
@@ -187,8 +184,8 @@ TEST(KVSMPTETimeArchive, ATimeIsItsTwentyFourBytesUnderTheKeyTimestamp) {
   coder.encodeObject(time, "t");
   // 0000 5000 01020304 05000000 01000000 0100 0200 0300 0400
   constexpr const char* kBase64 = "AABQAAECAwQFAAAAAQAAAAEAAgADAAQA";
-  EXPECT_THAT(coder.data(), testing::HasSubstr(kBase64));
-  EXPECT_THAT(coder.data(), testing::HasSubstr("\"timestamp\""));
+  EXPECT_THAT(coder.data().value(), testing::HasSubstr(kBase64));
+  EXPECT_THAT(coder.data().value(), testing::HasSubstr("\"timestamp\""));
   const SMPTETime written = time->time();
   const SMPTETime read = stored(kBase64)->time();
   EXPECT_EQ(std::memcmp(&written, &read, sizeof read), 0);
@@ -210,10 +207,10 @@ TEST(KVSMPTETimeArchive, WhatIsReadIsNormalisedAndWithoutAFormatIsUnknown) {
 
   for (const char* nothing : {R"({"t": {"$class": "KVSMPTETime"}})",
                               R"({"t": {"$class": "KVSMPTETime", "timestamp": null}})"}) {
-    EXPECT_FALSE(reading(nothing)->decodeObject<KVSMPTETime>("t")->valid());
+    EXPECT_FALSE(reading(nothing).decodeObject<KVSMPTETime>("t")->valid());
   }
-  EXPECT_THROW(stored("AAAA"), store::KeyedArchiveError);
-  EXPECT_THROW(stored("AABQAAECAwQFAAAAAQAAAAEAAgADAAQAAAAA"), store::KeyedArchiveError);
+  EXPECT_EQ(stored("AAAA"), nullptr);
+  EXPECT_EQ(stored("AABQAAECAwQFAAAAAQAAAAEAAgADAAQAAAAA"), nullptr);
 }
 
 TEST(KVSMPTETimeArchive, ABareRecordComesBackAsItWas) {
@@ -223,10 +220,10 @@ TEST(KVSMPTETimeArchive, ABareRecordComesBackAsItWas) {
   odd.mSubframes = -3;
   store::KeyedArchiver coder;
   encodeSmpteTime(coder, odd, "offset");
-  const auto document = reading(coder.data());
-  const SMPTETime read = decodeSmpteTimeForKey(*document, "offset");
+  auto document = reading(coder.data().value());
+  const SMPTETime read = decodeSmpteTimeForKey(document, "offset");
   EXPECT_EQ(std::memcmp(&read, &odd, sizeof odd), 0);
-  const SMPTETime none = decodeSmpteTimeForKey(*document, "other");
+  const SMPTETime none = decodeSmpteTimeForKey(document, "other");
   const SMPTETime invalid;
   EXPECT_EQ(std::memcmp(&none, &invalid, sizeof none), 0);
 }

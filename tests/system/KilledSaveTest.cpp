@@ -39,7 +39,7 @@ std::string document(char mark, std::size_t bytes) {
   for (std::size_t i = 0; i < bytes / kLine; ++i) {
     coder.encodeString(std::string(kLine, mark), "key " + std::to_string(i));
   }
-  return coder.data();
+  return coder.data().value();
 }
 
 std::string contents(const fs::path& path) {
@@ -63,7 +63,7 @@ pid_t startSaving(const fs::path& path, const std::array<std::string, 2>& docume
   const pid_t id = fork();
   if (id == 0) {
     for (std::size_t i = 0; Clock::now() < end; ++i) {
-      if (!store::AtomicFile::write(path, documents[i % documents.size()]).empty()) {
+      if (!store::AtomicFile::write(path, documents[i % documents.size()])) {
         _exit(1);
       }
     }
@@ -76,7 +76,7 @@ TEST(KilledSave, LeavesOneOfTheTwoDocumentsWholeAtAnyMoment) {
   const TemporaryFolder folder;
   const fs::path path = folder.path() / "show.velor";
   const std::array<std::string, 2> documents = {document('a', 3'000), document('b', 400'000)};
-  ASSERT_EQ(store::AtomicFile::write(path, documents[0]), "");
+  ASSERT_TRUE(store::AtomicFile::write(path, documents[0]));
   std::mt19937 random(1);
   std::uniform_int_distribution<useconds_t> life(0, kLongestLife);
   int changed = 0;
@@ -103,12 +103,12 @@ TEST(KilledSave, LeavesOneOfTheTwoDocumentsWholeAtAnyMoment) {
               files.size());
 
   // The young ones stay, since somebody elsewhere might write there.
-  ASSERT_EQ(store::AtomicFile::write(path, documents[0]), "");
+  ASSERT_TRUE(store::AtomicFile::write(path, documents[0]));
   EXPECT_EQ(leftBehind(folder.path()).size(), files.size());
   for (const fs::path& file : files) {
     fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::hours(1));
   }
-  ASSERT_EQ(store::AtomicFile::write(path, documents[0]), "");
+  ASSERT_TRUE(store::AtomicFile::write(path, documents[0]));
   EXPECT_EQ(leftBehind(folder.path()).size(), 0U);
 }
 
@@ -117,7 +117,7 @@ TEST(KilledSave, OfTwoProcessesThatSaveAtOnceEachDocumentStaysWhole) {
   const fs::path path = folder.path() / "show.velor";
   const std::array<std::string, 4> documents = {document('a', 3'000), document('b', 400'000),
                                                 document('c', 5'000), document('d', 200'000)};
-  ASSERT_EQ(store::AtomicFile::write(path, documents[0]), "");
+  ASSERT_TRUE(store::AtomicFile::write(path, documents[0]));
   const auto end = Clock::now() + std::chrono::seconds(4);
   const std::array<pid_t, 2> ids = {startSaving(path, {documents[0], documents[1]}, end),
                                     startSaving(path, {documents[2], documents[3]}, end)};

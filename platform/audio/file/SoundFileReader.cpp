@@ -87,16 +87,18 @@ bool isReadHere(int format) {
 
 }  // namespace
 
-SoundFileReader::SoundFileReader(const std::filesystem::path& path) : mPath(path), mFile(path) {
-  mError = mFile.error();
-  if (!mError.empty()) {
+SoundFileReader::SoundFileReader(const std::filesystem::path& path) : mPath(path) {
+  auto file = store::RegularFile::open(path);
+  if (!file) {
+    mError = file.error().text;
     return;
   }
-  if (mFile.size() == 0) {
+  mFile.emplace(*std::move(file));
+  if (mFile->size() == 0) {
     mError = failed("it is empty");
     return;
   }
-  mHandle.emplace(mFile.descriptor(), SFM_READ, mInfo);
+  mHandle.emplace(mFile->descriptor(), SFM_READ, mInfo);
   if (mHandle->get() == nullptr) {
     mError = failed("it is no sound file, or a damaged one (" + mHandle->failure() + ")");
   } else if (!isReadHere(mInfo.format)) {
@@ -110,8 +112,8 @@ SoundFileReader::SoundFileReader(const std::filesystem::path& path) : mPath(path
                     std::to_string(SoundFormat::kMinSampleRate) + " to " +
                     std::to_string(SoundFormat::kMaxSampleRate) + " can be read)");
   } else {
-    const std::uint64_t end = declaredEnd(mFile.descriptor(), mFile.size());
-    mBytesMissing = end > mFile.size() ? end - mFile.size() : 0;
+    const std::uint64_t end = declaredEnd(mFile->descriptor(), mFile->size());
+    mBytesMissing = end > mFile->size() ? end - mFile->size() : 0;
   }
 }
 

@@ -42,7 +42,7 @@ class SoundFileReader {
   std::string failed(const std::string& why) const;
 
   const std::filesystem::path mPath;
-  const store::RegularFile mFile;
+  std::optional<store::RegularFile> mFile;
   SF_INFO mInfo{};
   std::optional<SoundFileHandle> mHandle;
   std::string mError;

@@ -139,11 +139,12 @@ SoundFileWriter::SoundFileWriter(const std::filesystem::path& path, const SoundF
   if (!mError.empty()) {
     return;
   }
-  mReplacement.emplace(path, kMode);
-  mError = mReplacement->error();
-  if (!mError.empty()) {
+  auto replacement = store::ReplacementFile::create(path, kMode);
+  if (!replacement) {
+    mError = replacement.error().text;
     return;
   }
+  mReplacement.emplace(*std::move(replacement));
   SF_INFO info{};
   info.samplerate = format.sampleRate;
   info.channels = format.channels;
@@ -191,7 +192,11 @@ std::string SoundFileWriter::write(std::span<const float> samples) {
 std::string SoundFileWriter::finish() {
   mHandle->close();
   const std::string why = mHandle->failure();
-  return why.empty() ? mReplacement->takePlace() : failed(why);
+  if (!why.empty()) {
+    return failed(why);
+  }
+  const auto done = mReplacement->takePlace();
+  return done ? "" : done.error().text;
 }
 
 }  // namespace velor::audio

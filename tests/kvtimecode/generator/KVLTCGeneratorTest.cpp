@@ -220,11 +220,12 @@ TEST_F(KVLTCGeneratorTest, TheArchiveKeepsWhatWasChosenEvenWhileTheDeviceIsAway)
   const auto archived = [](const std::shared_ptr<KVLTCGenerator>& generator) {
     store::KeyedArchiver coder;
     coder.encodeObject(generator, "generator");
-    return coder.data();
+    return coder.data().value();
   };
   const auto restored = [&kClasses](const std::string& document) {
     const auto generator = store::KeyedUnarchiver::read(document, kClasses)
-                               .coder->decodeObject<KVLTCGenerator>("generator");
+                               .value()
+                               .decodeObject<KVLTCGenerator>("generator");
     generator->open();
     return generator;
   };

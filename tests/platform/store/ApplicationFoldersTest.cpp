@@ -44,7 +44,7 @@ TEST(ApplicationFolders, WithoutAHomeTheFoldersAreUnknownAndTheVariablesToSetAre
        {Variables{}, Variables{{"HOME", ""}}, Variables{{"HOME", "here"}}}) {
     const auto folders = foldersOf(variables);
     EXPECT_TRUE(folders.logs().empty());
-    EXPECT_NE(folders.createState().error.find("HOME"), std::string::npos);
+    EXPECT_NE(folders.createState().error().text.find("HOME"), std::string::npos);
     EXPECT_EQ(folders.missing(),
               "cannot save the state, the settings, the log: no home folder; set HOME, or "
               "XDG_DATA_HOME and XDG_CONFIG_HOME and XDG_STATE_HOME");
@@ -75,12 +75,11 @@ TEST(ApplicationFolders, MissingFoldersAreMadeForTheOwnerAloneAndOthersAreLeftAs
   ASSERT_EQ(chmod(home.c_str(), 0755), 0);
   const auto folders = foldersOf({{"HOME", home.string()}});
   const mode_t before = umask(0);
-  const FolderResult data = folders.createData();
-  const FolderResult state = folders.createState();
+  const auto data = folders.createData();
+  const auto state = folders.createState();
   umask(before);
-  ASSERT_TRUE(data) << data.error;
-  ASSERT_TRUE(state) << state.error;
-  EXPECT_EQ(data.path, home / ".local/share/velor");
+  ASSERT_TRUE(state);
+  EXPECT_EQ(data, home / ".local/share/velor");
   for (const char* made : {".local", ".local/share/velor", ".local/state", ".local/state/velor"}) {
     EXPECT_EQ(test::modeOf(home / made), 0700U) << made;
   }
@@ -95,11 +94,12 @@ TEST(ApplicationFolders, WhatCannotBeMadeIsToldWithItsPath) {
   const auto below = (temporary.path() / "velor" / "deep").string();
   const auto folders =
       foldersOf({{"XDG_CONFIG_HOME", below}, {"XDG_DATA_HOME", temporary.path().string()}});
-  const FolderResult config = folders.createConfig();
-  EXPECT_TRUE(!config && config.path.empty());
-  EXPECT_NE(config.error.find(below + "/velor"), std::string::npos) << config.error;
+  const auto config = folders.createConfig();
+  ASSERT_FALSE(config);
+  EXPECT_EQ(config.error().text,
+            "cannot make the folder " + (temporary.path() / "velor").string() + ": File exists");
   EXPECT_FALSE(folders.createData()) << "a file of the folder's name";
-  EXPECT_EQ(createPrivateFolder(""), std::make_error_code(std::errc::no_such_file_or_directory));
+  EXPECT_FALSE(createPrivateFolder(""));
 }
 
 }  // namespace

@@ -63,11 +63,14 @@ struct ArchiveNode final : KeyedCoding {
   }
 
   /// The document whose keys are this object's, and those.
-  std::string document(const KeyedRemainder& unknown = {}) const {
+  Expected<std::string> archived(const KeyedRemainder& unknown = {}) const {
     KeyedArchiver coder;
     encodeWithCoder(coder);
     coder.encodeRemainder(unknown);
     return coder.data();
+  }
+  std::string document(const KeyedRemainder& unknown = {}) const {
+    return archived(unknown).value();
   }
 };
 

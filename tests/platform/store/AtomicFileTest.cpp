@@ -29,12 +29,12 @@ class AtomicFileTest : public testing::Test {
 
 TEST_F(AtomicFileTest, ContentsAreReplacedAsAWholeForTheOwnerAloneAndALinkStays) {
   const mode_t before = umask(0);
-  EXPECT_EQ(AtomicFile::write(mFile, "first, and longer"), "");
+  EXPECT_TRUE(AtomicFile::write(mFile, "first, and longer"));
   EXPECT_EQ(modeOf(mFile), 0600U);
   fs::permissions(mFile, fs::perms(0644));
   fs::create_hard_link(mFile, mFolder.path() / "old");
   fs::create_symlink("state.velor", mFolder.path() / "link");
-  EXPECT_EQ(AtomicFile::write(mFolder.path() / "link", "second"), "");
+  EXPECT_TRUE(AtomicFile::write(mFolder.path() / "link", "second"));
   umask(before);
   EXPECT_TRUE(fs::is_symlink(mFolder.path() / "link"));
   EXPECT_EQ(fileContents(mFile), "second");
@@ -43,28 +43,28 @@ TEST_F(AtomicFileTest, ContentsAreReplacedAsAWholeForTheOwnerAloneAndALinkStays)
   EXPECT_EQ(mFolder.size(), 3U);
 
   const std::string large(3 << 20, 'x');
-  EXPECT_EQ(AtomicFile::write(mFile, large), "");
-  EXPECT_EQ(AtomicFile::read(mFile, large.size()).bytes, large);
-  EXPECT_EQ(AtomicFile::write(mFile, ""), "");
+  EXPECT_TRUE(AtomicFile::write(mFile, large));
+  EXPECT_EQ(AtomicFile::read(mFile, large.size()), large);
+  EXPECT_TRUE(AtomicFile::write(mFile, ""));
   EXPECT_EQ(fileContents(mFile), "");
 }
 
 TEST_F(AtomicFileTest, AFailureLeavesTheOldFileAndNoOtherAndNamesStepAndPath) {
   std::ofstream(mFile) << "old";
   const auto missing = mFolder.path() / "missing";
-  EXPECT_EQ(AtomicFile::write(missing / "file", "x"),
-            "cannot open the folder " + missing.string() + ": No such file or directory");
+  EXPECT_EQ(AtomicFile::write(missing / "file", "x").error().text,
+            "cannot make a file in " + missing.string() + ": No such file or directory");
 
   const auto folder = mFolder.path() / "folder";
   fs::create_directory(folder);
-  EXPECT_EQ(AtomicFile::write(folder, "x"),
+  EXPECT_EQ(AtomicFile::write(folder, "x").error().text,
             "cannot replace " + folder.string() + ": it is not a regular file");
   EXPECT_EQ(mFolder.size(), 2U);
 
   std::string error;
   {
     const test::FullDisk disk(64 * 1024);
-    error = AtomicFile::write(mFile, std::string(1 << 20, 'x'));
+    error = AtomicFile::write(mFile, std::string(1 << 20, 'x')).error().text;
   }
   EXPECT_TRUE(error.starts_with("cannot write " + mFolder.path().string())) << error;
   EXPECT_TRUE(error.ends_with(": File too large")) << error;
@@ -74,7 +74,7 @@ TEST_F(AtomicFileTest, AFailureLeavesTheOldFileAndNoOtherAndNamesStepAndPath) {
 }
 
 TEST_F(AtomicFileTest, OnlyOldFilesOfItsOwnThatNobodyHasOpenAreTakenAway) {
-  ReplacementFile living(mFolder.path() / "slow.wav", 0600);
+  auto living = ReplacementFile::create(mFolder.path() / "slow.wav", 0600).value();
   const fs::path young = mFolder.path() / ".velor-abc123";
   std::ofstream(young) << "young";
   const fs::path left = mFolder.path() / ".velor-abc124";
@@ -88,13 +88,13 @@ TEST_F(AtomicFileTest, OnlyOldFilesOfItsOwnThatNobodyHasOpenAreTakenAway) {
       fs::last_write_time(entry.path(), fs::file_time_type::clock::now() - std::chrono::hours(1));
     }
   }
-  EXPECT_EQ(AtomicFile::write(mFile, "first"), "");
+  EXPECT_TRUE(AtomicFile::write(mFile, "first"));
   EXPECT_FALSE(fs::exists(left));
   EXPECT_TRUE(fs::exists(young));
   for (const fs::path& other : others) {
     EXPECT_TRUE(fs::exists(mFolder.path() / other)) << other;
   }
-  EXPECT_EQ(living.takePlace(), "");
+  EXPECT_TRUE(living.takePlace());
   EXPECT_TRUE(fs::exists(mFolder.path() / "slow.wav"));
 }
 
@@ -106,7 +106,7 @@ TEST_F(AtomicFileTest, AFolderThatMayNotBeWrittenKeepsItsFile) {
   if (user == 0) {
     ASSERT_EQ(seteuid(65534), 0);
   }
-  const std::string error = AtomicFile::write(mFile, "new");
+  const std::string error = AtomicFile::write(mFile, "new").error().text;
   ASSERT_EQ(seteuid(user), 0);
   ASSERT_EQ(chmod(mFolder.path().c_str(), 0755), 0);
   EXPECT_EQ(error, "cannot make a file in " + mFolder.path().string() + ": Permission denied");
@@ -116,18 +116,19 @@ TEST_F(AtomicFileTest, AFolderThatMayNotBeWrittenKeepsItsFile) {
 
 TEST_F(AtomicFileTest, OnlyFilesOfTheSizeAllowedAreRead) {
   std::ofstream(mFile) << "four";
-  EXPECT_EQ(AtomicFile::read(mFile, 4).bytes, "four");
-  EXPECT_EQ(AtomicFile::read(mFile, 3).error,
+  EXPECT_EQ(AtomicFile::read(mFile, 4), "four");
+  EXPECT_EQ(AtomicFile::read(mFile, 3).error().text,
             "cannot read " + mFile.string() + ": it is longer than 3 bytes");
-  EXPECT_EQ(AtomicFile::read("/dev/zero", 100).error,
+  EXPECT_EQ(AtomicFile::read("/dev/zero", 100).error().text,
             "cannot read /dev/zero: it is not a regular file");
   const auto pipe = mFolder.path() / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_FALSE(AtomicFile::read(pipe, 100)) << "nobody writes into it: it must not wait";
-  EXPECT_EQ(AtomicFile::read(mFolder.path() / "none", 100).error,
+  EXPECT_EQ(AtomicFile::read(mFolder.path() / "none", 100).error().text,
             "cannot open " + (mFolder.path() / "none").string() + ": No such file or directory");
   // A size of 0 that is none: what has grown since is seen by reading.
-  EXPECT_NE(AtomicFile::read("/proc/self/maps", 10).error.find("longer than"), std::string::npos);
+  EXPECT_NE(AtomicFile::read("/proc/self/maps", 10).error().text.find("longer than"),
+            std::string::npos);
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "platform/store/Base64.h"
-#include "platform/store/KeyedArchiveError.h"
 #include "platform/store/KeyedArchiveLimits.h"
 #include "tests/platform/store/ArchiveNode.h"
 #include "tests/support/TemporaryFolder.h"
@@ -19,26 +18,21 @@ namespace {
 
 // Why the document is refused, when it is read or when its values are asked for.
 std::string errorOf(std::string_view document) {
-  const auto result = KeyedUnarchiver::read(document, kArchiveClasses);
-  if (!result) {
-    return result.error;
-  }
-  try {
-    ArchiveNode::initWithCoder(*result.coder);
-  } catch (const KeyedArchiveError& error) {
-    return error.what();
-  }
-  return "none";
+  const auto read =
+      KeyedUnarchiver::read(document, kArchiveClasses).and_then([](KeyedUnarchiver coder) {
+        ArchiveNode::initWithCoder(coder);
+        return coder.check();
+      });
+  return read ? "none" : read.error().text;
 }
 
 TEST(KeyedUnarchiver, MissingKeysAndNullsHaveNoValueAndOthersCountForNothing) {
-  const auto result = KeyedUnarchiver::read(
-      R"({"foreign": [1, [2, {"$class": "Unheard"}]], "small": null, "node": null,
+  auto coder = KeyedUnarchiver::read(
+                   R"({"foreign": [1, [2, {"$class": "Unheard"}]], "small": null, "node": null,
           "nodes": [null, {"$class": "Nothing"}, {"$class": "Node", "small": 7}],
           "real": 3, "text": ""})",
-      kArchiveClasses);
-  ASSERT_TRUE(result) << result.error;
-  KeyedUnarchiver& coder = *result.coder;
+                   kArchiveClasses)
+                   .value();
   EXPECT_TRUE(coder.containsValue("small"));
   EXPECT_FALSE(coder.containsValue("large"));
   EXPECT_EQ(coder.decodeInt32("small"), std::nullopt);
@@ -88,13 +82,27 @@ TEST(KeyedUnarchiver, EachWrongValueIsToldWithItsPath) {
   for (const auto& [document, error] : cases) {
     EXPECT_EQ(errorOf(document), error);
   }
-  // The reader goes on where it stood.
-  const auto result = KeyedUnarchiver::read(
-      R"({"node": {"$class": "Node", "node": {"$class": "Node", "small": ""}}, "small": 4})",
-      kArchiveClasses);
-  ASSERT_TRUE(result) << result.error;
-  EXPECT_THROW(result.coder->decodeObject<ArchiveNode>("node"), KeyedArchiveError);
-  EXPECT_EQ(result.coder->decodeInt32("small"), 4);
+}
+
+TEST(KeyedUnarchiver, NothingIsReadAfterTheFirstErrorUntilItIsReported) {
+  auto coder = KeyedUnarchiver::read(R"({
+    "node": {"$class": "Node", "node": {"$class": "Node", "small": ""}},
+    "nodes": [{"$class": "Node", "yes": 1}, {"$class": "Node", "real": true}], "small": 4})",
+                                     kArchiveClasses)
+                   .value();
+  EXPECT_EQ(coder.decodeObject<ArchiveNode>("node"), nullptr);
+  EXPECT_EQ(coder.decodeArray<ArchiveNode>("nodes"), std::nullopt);
+  EXPECT_EQ(coder.decodeInt32("small"), std::nullopt);
+  coder.refuse("small", "it is later");
+  EXPECT_TRUE(coder.failed());
+  EXPECT_EQ(coder.check().error().text,
+            "node.node.small: expected a whole number of 32 bits, found a string");
+  EXPECT_FALSE(coder.failed());
+  EXPECT_EQ(coder.decodeInt32("small"), 4) << "the reader stands where it stood";
+  coder.refuse("small", "it is not used");
+  EXPECT_EQ(coder.check().error().text, "small: it is not used");
+  EXPECT_EQ(coder.decodeArray<ArchiveNode>("nodes"), std::nullopt);
+  EXPECT_EQ(coder.check().error().text, "nodes[0].yes: expected a bool, found the number 1");
 }
 
 TEST(KeyedUnarchiver, DamagedDocumentsAreRefusedWithThePlaceOfTheDamage) {
@@ -146,17 +154,15 @@ TEST(KeyedUnarchiver, AFileIsReadWithinItsLimitsAndErrorsNameIt) {
   const test::TemporaryFolder temporary;
   const auto path = temporary.path() / "state.velor";
   const auto readFile = [&] { return KeyedUnarchiver::readFile(path, kArchiveClasses); };
-  EXPECT_NE(readFile().error.find(path.string()), std::string::npos);
+  EXPECT_NE(readFile().error().text.find(path.string()), std::string::npos);
   std::ofstream(path) << "{\"small\": 5}";
-  const auto result = readFile();
-  ASSERT_TRUE(result) << result.error;
-  EXPECT_EQ(result.coder->decodeInt32("small"), 5);
+  EXPECT_EQ(readFile().value().decodeInt32("small"), 5);
   std::ofstream(path) << "{\"small\": }";
-  EXPECT_TRUE(readFile().error.starts_with(path.string() + ": line 1, column 11: "))
-      << readFile().error;
+  const std::string error = readFile().error().text;
+  EXPECT_TRUE(error.starts_with(path.string() + ": line 1, column 11: ")) << error;
   // As long as a hole makes it: nothing of that may be read into memory.
   std::filesystem::resize_file(path, std::uintmax_t{1} << 40);
-  EXPECT_NE(readFile().error.find("longer than 16777216 bytes"), std::string::npos);
+  EXPECT_NE(readFile().error().text.find("longer than 16777216 bytes"), std::string::npos);
 }
 
 TEST(Base64, MatchesThePublishedVectorsAndRefusesEveryOtherForm) {

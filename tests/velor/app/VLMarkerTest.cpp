@@ -22,9 +22,7 @@ std::shared_ptr<KVSMPTETime> timeAt(std::int32_t hours, std::uint32_t format) {
 }
 
 std::shared_ptr<VLMarker> readFrom(const std::string& document) {
-  const auto result = store::KeyedUnarchiver::read(document, kClasses);
-  EXPECT_TRUE(result) << result.error;
-  return result.coder->decodeObject<VLMarker>("marker");
+  return store::KeyedUnarchiver::read(document, kClasses).value().decodeObject<VLMarker>("marker");
 }
 
 TEST(VLMarker, NeedsATimeAndANameAndHoldsACopyOfTheTime) {

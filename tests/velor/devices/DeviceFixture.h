@@ -91,13 +91,12 @@ class DeviceFixture : public MIDITest {
   static std::string state() {
     store::KeyedArchiver coder;
     manager().encodeState(coder);
-    return coder.data();
+    return coder.data().value();
   }
   static void restore(const std::string& document,
                       std::span<const store::KeyedClass> classes = kDeviceClasses) {
-    const auto result = store::KeyedUnarchiver::read(document, classes);
-    ASSERT_TRUE(result) << result.error;
-    manager().decodeState(*result.coder);
+    auto coder = store::KeyedUnarchiver::read(document, classes).value();
+    manager().decodeState(coder);
   }
   /// Another run of the application, in the same system.
   static void restart() { KVSharedInstances::clear(); }

@@ -93,7 +93,7 @@ TEST_F(VLDeviceManagerStateTest, DevicesAreReplacedByTheStoredOnesThatStillHaveA
           std::make_shared<VLReaderDevice>(std::make_shared<KVMIDIEndpoint>(one)), nullptr,
           std::make_shared<VLMIDIEndpointDevice>(std::make_shared<KVMIDIEndpoint>(two))},
       "devices.manager");
-  const std::string stored = coder.data();
+  const std::string stored = coder.data().value();
   observe();
   restore(stored);
   ASSERT_EQ(manager().devices().size(), 2U);
@@ -119,7 +119,7 @@ TEST_F(VLDeviceManagerStateTest, ADestinationAmongTheDevicesIsSwitchedByTheManag
           VLMIDIEndpointDevice::deviceWithMIDIEndpoint(std::make_shared<KVMIDIEndpoint>(desk)),
           {})},
       "devices.manager");
-  restore(coder.data());
+  restore(coder.data().value());
   ASSERT_EQ(manager().devices().size(), 1U);
   std::dynamic_pointer_cast<VLTimecodeDestinationDevice>(manager().devices()[0])->setEnable(true);
   EXPECT_GE(quarterFramesTo(desk), 24);
@@ -151,7 +151,7 @@ TEST_F(VLDeviceManagerStateTest, ADeviceThatTheServiceDoesNotLetGoStaysListed) {
   coder.encodeArray(std::vector{VLMIDIEndpointDevice::deviceWithMIDIEndpoint(
                         std::make_shared<KVMIDIEndpoint>(appear("desk")))},
                     "devices.manager");
-  restore(coder.data());
+  restore(coder.data().value());
   EXPECT_THROW(manager().removeDevicesAtIndexes({0}), KVException);
   EXPECT_EQ(manager().devices().size(), 1U);
 }

@@ -25,7 +25,7 @@ class VLDeviceManagerTest : public DeviceFixture {
     }
     store::KeyedArchiver coder;
     coder.encodeArray(devices, "devices.manager");
-    restore(coder.data());
+    restore(coder.data().value());
     mHost.settle();
   }
   static Listed deviceNames() {

@@ -58,7 +58,7 @@ TEST(VLDeviceManagerThreads, ListsSwitchesAndStateHoldWhileDestinationsComeAndGo
         manager.devices();
         store::KeyedArchiver coder;
         manager.encodeState(coder);
-        EXPECT_TRUE(store::KeyedUnarchiver::read(coder.data(), kDeviceClasses));
+        EXPECT_TRUE(store::KeyedUnarchiver::read(coder.data().value(), kDeviceClasses));
         ++rounds;
       }
     }));

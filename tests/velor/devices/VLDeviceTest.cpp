@@ -98,12 +98,12 @@ TEST_F(VLDeviceTest, StoredDevicesComeBackAsTheirClassWithWhatIsThereOfThem) {
   wrapper->setEnable(true);
   store::KeyedArchiver coder;
   coder.encodeObject(wrapper, "wrapper");
-  const std::string document = coder.data();
+  const std::string document = coder.data().value();
   EXPECT_LT(document.find("device.destinationdevice"), document.find("enabled.device"));
   const auto read = [](const std::string& text) {
-    const auto result = store::KeyedUnarchiver::read(text, kDeviceClasses);
-    EXPECT_TRUE(result) << result.error;
-    return result.coder->decodeObject<VLTimecodeDestinationDevice>("wrapper");
+    return store::KeyedUnarchiver::read(text, kDeviceClasses)
+        .value()
+        .decodeObject<VLTimecodeDestinationDevice>("wrapper");
   };
   const auto back = read(document);
   ASSERT_NE(back, nullptr);

@@ -99,11 +99,11 @@ TEST_F(VLLTCGeneratorDeviceTest, ItComesBackUnderItsIdAsItWasInAnotherRunAndInTh
 }
 
 TEST_F(VLLTCGeneratorDeviceTest, AnArchiveWithoutAGeneratorGivesOneOnTheDefaultOutput) {
-  const auto read = store::KeyedUnarchiver::read(
+  auto read = store::KeyedUnarchiver::read(
       R"({"device": {"$class": "VLLTCGeneratorDevice", "name": "old", "MIDIUniqueID": 77}})",
       kClasses);
-  ASSERT_TRUE(read) << read.error;
-  const auto device = read.coder->decodeObject<VLLTCGeneratorDevice>("device");
+  ASSERT_TRUE(read);
+  const auto device = read->decodeObject<VLLTCGeneratorDevice>("device");
   ASSERT_NE(device, nullptr);
   device->open();
   EXPECT_EQ(device->midiEndpoint()->uniqueID(), 77);

@@ -26,9 +26,8 @@ using Told = LTCLoop::Told;
 constexpr store::KeyedClass kClasses[] = {store::KeyedClass::of<VLLTCReader>()};
 
 std::shared_ptr<VLLTCReader> decoded(const std::string& document) {
-  const auto read = store::KeyedUnarchiver::read(document, kClasses);
-  EXPECT_TRUE(read) << read.error;
-  auto reader = read.coder->decodeObject<VLLTCReader>("reader");
+  auto reader =
+      store::KeyedUnarchiver::read(document, kClasses).value().decodeObject<VLLTCReader>("reader");
   if (reader != nullptr) {
     reader->open();
   }
@@ -113,7 +112,7 @@ TEST(VLLTCReaderTest, ADeviceThatGoesIsNotReplacedAndIsHeardAgainOnItsChannelWhe
     EXPECT_TRUE(loop.take().empty());
     store::KeyedArchiver coder;
     coder.encodeObject(loop.reader, "reader");
-    EXPECT_NE(coder.data().find(R"("the other")"), std::string::npos);
+    EXPECT_NE(coder.data().value().find(R"("the other")"), std::string::npos);
     loop.heard->setSampleRate(rate);
     loop.heard->appear();
     loop.run(2);
@@ -151,12 +150,12 @@ TEST(VLLTCReaderTest, AnArchiveBringsBackDeviceAndChannelAlsoOfADeviceThatIsAway
   loop.reader->setInputChannel(1);
   store::KeyedArchiver coder;
   coder.encodeObject(loop.reader, "reader");
-  const auto again = decoded(coder.data());
+  const auto again = decoded(coder.data().value());
   EXPECT_EQ(again->audioDeviceId(), loop.heard->id());
   EXPECT_EQ(again->inputChannel(), 1U);
   loop.heard->vanish();
   loop.host.settle();
-  const auto waiting = decoded(coder.data());
+  const auto waiting = decoded(coder.data().value());
   EXPECT_EQ(waiting->audioDeviceId(), loop.played->id());
   EXPECT_EQ(waiting->inputChannel(), 0U);
   loop.heard->appear();

@@ -268,13 +268,12 @@ TEST_F(VLOSCClientTest, ATargetOutlivesStartsWithoutANetworkAndConnectsWhenThere
   dispatcher().addClient(VLOSCClient::initWithUdpHost("10.0.0.8", 9000));
   mNetwork.failNext(SimulatedUDPNetwork::Call::connect, ENETUNREACH);
   mHost.settle();
-  std::string error;
   for (int start = 0; start < 2; ++start) {
-    const std::string data = dispatcher().settingsData();
+    const std::string data = dispatcher().settingsData().value();
     KVSharedInstances::clear();
     mHost.settle();
     mNetwork.failNext(SimulatedUDPNetwork::Call::connect, ENETUNREACH);
-    ASSERT_TRUE(dispatcher().loadSettingsFromData(data, error)) << error;
+    ASSERT_TRUE(dispatcher().loadSettingsFromData(data));
     mHost.settle();
     EXPECT_THAT(ports(), ElementsAre(0, 0));
   }
@@ -297,13 +296,12 @@ TEST_F(VLOSCClientTest, TargetsOutliveARestartWithTheirKindAndSwitch) {
   dispatcher().addClient(found);
   mHost.settle();
   found->setEnabled(false);
-  const std::string data = dispatcher().settingsData();
+  const std::string data = dispatcher().settingsData().value();
   KVSharedInstances::clear();
   mHost.settle();
   mNetwork.takeSent();
 
-  std::string error;
-  ASSERT_TRUE(dispatcher().loadSettingsFromData(data, error));
+  ASSERT_TRUE(dispatcher().loadSettingsFromData(data));
   mHost.settle();
   EXPECT_THAT(ports(), ElementsAre(9000, 9000));
   const auto clients = dispatcher().clients();
@@ -318,8 +316,8 @@ TEST_F(VLOSCClientTest, TargetsOutliveARestartWithTheirKindAndSwitch) {
 
   std::string damaged = data;
   damaged.replace(damaged.find("9000"), 4, "90000");
-  EXPECT_FALSE(dispatcher().loadSettingsFromData(damaged, error));
-  EXPECT_NE(error.find("osc.client.port"), std::string::npos) << error;
+  EXPECT_EQ(dispatcher().loadSettingsFromData(damaged).error().text,
+            "root[0].osc.client.port: 90000 is not a port");
   EXPECT_THAT(dispatcher().clients(), IsEmpty());
 }
 

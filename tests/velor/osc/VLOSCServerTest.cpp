@@ -233,7 +233,7 @@ TEST_F(VLOSCServerTest, TheTickedHostsAndTheRunOutliveARestartAndTheModeDoesNot)
   const std::string uuid = server().uuid();
   told(oscMessage("/velor/speed", 1), "10.0.0.6");
   server().setFilterMode(VLOSCServer::kPromiscuousMode);
-  const auto settings = server().settingsDictionary();
+  const auto settings = server().settingsDictionary().value();
   EXPECT_TRUE(settings->running);
   EXPECT_EQ(settings->port, kPort);
   EXPECT_EQ(settings->filterMode, 0x70726F69U);
@@ -253,8 +253,8 @@ TEST_F(VLOSCServerTest, TheTickedHostsAndTheRunOutliveARestartAndTheModeDoesNot)
   replaced->setEnabled(true);
   EXPECT_THAT(told(oscMessage("/velor/transport/play", 1), "10.0.0.6"), IsEmpty());
   server().stop();
-  EXPECT_FALSE(server().settingsDictionary()->running);
-  EXPECT_EQ(server().settingsDictionary()->port, 0);
+  EXPECT_FALSE(server().settingsDictionary().value()->running);
+  EXPECT_EQ(server().settingsDictionary().value()->port, 0);
 
   VLOSCServerSettings damaged = *settings;
   damaged.hostFilter[0] = '?';

@@ -30,7 +30,7 @@ class VLInspectTest : public FullDocument {
     const std::uint8_t bytes[24] = {0,     0, 80, 0, 0,     0, 0, 0, format, 0, 0,      0,
                                     flags, 0, 0,  0, hours, 0, 0, 0, 0,      0, frames, 0};
     coder.encodeBytes(bytes, "time");
-    return Json::parse(coder.data())["time"];
+    return Json::parse(coder.data().value())["time"];
   }
 };
 
