@@ -62,10 +62,10 @@ double processorSeconds() {
   return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
-// Of a second in which so many readers read LTC at 96 kHz and send MTC.
-double costOf(int count) {
+// Of a second in which so many readers read LTC and send MTC.
+double costOf(int count, double sampleRate, bool conditions) {
   constexpr double kSeconds = 120;
-  LTCLoop loop({kSMPTETimeType30, 96000, 0, 0, 2});
+  LTCLoop loop({kSMPTETimeType30, sampleRate, 0, 0, 2});
   auto table = std::make_unique<midi::MIDIObjectTable>(nullptr);
   midi::setService(table.get());
   double cost = 0;
@@ -77,6 +77,7 @@ double costOf(int count) {
       readers.push_back(VLLTCReaderDevice::initWithEndpoint(
           std::make_shared<KVMIDIEndpoint>(core.createSource(core.defaultClient(), "reader", 0))));
       readers.back()->setAudioObjectId(loop.heard->id());
+      readers.back()->setConditionsInput(conditions);
     }
     loop.start(0);
     loop.run(kSettling);
@@ -114,11 +115,15 @@ int main(int argc, char** argv) {
     velor::report(parameters, seconds);
   }
   constexpr int kReaders = 8;
-  const double none = velor::costOf(0);
-  const double all = velor::costOf(kReaders);
-  std::printf(
-      "\n%d readers at 96 kHz: %.2f %% of a core (with what is simulated around them "
-      "%.2f %%)\n",
-      kReaders, 100 * (all - none), 100 * all);
+  for (const double sampleRate : {48000.0, 96000.0}) {
+    const double none = velor::costOf(0, sampleRate, false);
+    for (const bool conditions : {false, true}) {
+      const double all = velor::costOf(kReaders, sampleRate, conditions);
+      std::printf(
+          "\n%d readers at %.0f Hz%s: %.2f %% of a core (with what is simulated around them "
+          "%.2f %%)\n",
+          kReaders, sampleRate, conditions ? ", conditioned" : "", 100 * (all - none), 100 * all);
+    }
+  }
   return 0;
 }

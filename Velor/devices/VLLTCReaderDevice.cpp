@@ -107,6 +107,7 @@ std::vector<KVObserverToken> VLLTCReaderDevice::observeEdits(const KVObservable:
   std::vector<KVObserverToken> tokens;
   tokens.push_back(addObserver("channel", edited));  // depends on the audio device
   tokens.push_back(addObserver("freewheelTime", edited));
+  tokens.push_back(addObserver("conditionsInput", edited));
   return tokens;
 }
 
@@ -145,6 +146,11 @@ void VLLTCReaderDevice::stopFreewheeling() {
 void VLLTCReaderDevice::setChannel(std::uint32_t channel) {
   const KVAnnouncement announcement(*this, "channel");
   mReader->setInputChannel(channel);
+}
+
+void VLLTCReaderDevice::setConditionsInput(bool conditions) {
+  const KVAnnouncement announcement(*this, "conditionsInput");
+  mReader->setConditionsInput(conditions);
 }
 
 std::vector<std::string> VLLTCReaderDevice::channelNames() const {

@@ -27,7 +27,7 @@ inline constexpr std::uint32_t kVLDeviceTypeLTCReader = KVFourCC("ltcr");
 ///
 /// Observable, on the main queue: "running", "freewheeling" and "deviceStatus"; and
 /// "audioObjectId", "channel" and "channelNames", which follow what becomes of devices;
-/// and "freewheelTime".
+/// "freewheelTime" and "conditionsInput".
 ///
 /// Main queue, unless told otherwise. Made and ended there.
 class VLLTCReaderDevice final : public VLReaderDevice,
@@ -86,6 +86,9 @@ class VLLTCReaderDevice final : public VLReaderDevice,
   /// From 0.
   std::uint32_t channel() const noexcept { return mReader->inputChannel(); }
   void setChannel(std::uint32_t channel);
+  /// For bad lines, at the cost of up to a frame of delay.
+  bool conditionsInput() const noexcept { return mReader->conditionsInput(); }
+  void setConditionsInput(bool conditions);
   /// Of the inputs of the device; none while there is none.
   std::vector<std::string> channelNames() const;
 

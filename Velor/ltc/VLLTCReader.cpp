@@ -76,11 +76,14 @@ std::shared_ptr<VLLTCReader> VLLTCReader::initWithCoder(store::KeyedUnarchiver& 
   VELOR_LOG_INFO("creating LTC Reader from decoder...");
   const auto uid = coder.decodeString(kDeviceKey);
   const auto channel = static_cast<std::uint32_t>(coder.decodeInt64(kChannelKey).value_or(0));
+  const bool conditions = coder.decodeBool(kConditionKey).value_or(false);
   if (coder.failed()) {
     return nullptr;
   }
   KV_REQUIRE_PARAMETER(uid.has_value(), "uid");
-  return initWithUID(*uid, channel);
+  auto reader = initWithUID(*uid, channel);
+  reader->mConditionsInput = conditions;
+  return reader;
 }
 
 std::shared_ptr<VLLTCReader> VLLTCReader::initWithUID(const std::string& uid,
@@ -108,6 +111,9 @@ VLLTCReader::~VLLTCReader() {
 void VLLTCReader::encodeWithCoder(store::KeyedArchiver& coder) const {
   coder.encodeString(mChoice.chosenUID(), kDeviceKey);
   coder.encodeInt64(mChoice.isChosenInUse() ? inputChannel() : mChosenChannel, kChannelKey);
+  if (mConditionsInput) {
+    coder.encodeBool(true, kConditionKey);
+  }
 }
 
 void VLLTCReader::observeDevices() {
@@ -205,6 +211,12 @@ void VLLTCReader::setupInput(const Device& device) {
 // The consumer stays.
 bool VLLTCReader::makeDecoder(double sampleRate) {
   mReaderRef.decoder.reset();
+  mReaderRef.conditioned.reset();
+  if (mConditionsInput) {
+    mReaderRef.conditioned = std::make_unique<VLConditionedLTCDecoder>(
+        audioHostClockFrequency(), sampleRate, &frameCallback, &mReaderRef);
+    return true;
+  }
   ltc_decoder* decoder = nullptr;
   if (ltc_decoder_create(decoder) != 0) {
     return false;
@@ -219,6 +231,28 @@ bool VLLTCReader::makeDecoder(double sampleRate) {
                   ltc_decoder_set_callback(*decoder, &frameCallback, &mReaderRef));
   }
   return true;
+}
+
+void VLLTCReader::setConditionsInput(bool conditions) {
+  if (conditions == mConditionsInput) {
+    return;
+  }
+  const KVAnnouncement announcement(*this, "conditionsInput");
+  mConditionsInput = conditions;
+  if (mInputUnit == nullptr) {
+    return;
+  }
+  try {
+    mInputUnit->stop();
+    if (!makeDecoder(mSampleRate)) {
+      VELOR_LOG_ERROR("failed to initialize KVLTCReader");
+    }
+    if (!mIsStopped) {
+      mInputUnit->start();
+    }
+  } catch (const KVException& exception) {
+    VELOR_LOG_WARNING("%s", exception.what());
+  }
 }
 
 void VLLTCReader::disposeGraph() {
@@ -355,11 +389,16 @@ audio::OSStatus VLLTCReader::inputCallback(const host::RealtimeContext& realtime
                                            std::uint32_t frames,
                                            std::span<float* const> channels) noexcept {
   auto* ref = static_cast<ReaderRef*>(refCon);
-  if (ref == nullptr || ref->decoder == nullptr || channels.empty()) {
+  if (ref == nullptr || (ref->decoder == nullptr && ref->conditioned == nullptr) ||
+      channels.empty()) {
     return kNotSetUp;
   }
   ref->realtime = &realtime;
-  ltc_decoder_process(*ref->decoder, timeStamp, channels[0], frames);
+  if (ref->conditioned != nullptr) {
+    ref->conditioned->process(timeStamp, channels[0], frames);
+  } else {
+    ltc_decoder_process(*ref->decoder, timeStamp, channels[0], frames);
+  }
   ref->realtime = nullptr;
   return 0;
 }

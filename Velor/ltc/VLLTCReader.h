@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Kv-Appkit/KVObservable.h"
+#include "Velor/ltc/VLConditionedLTCDecoder.h"
 #include "Velor/ltc/ltc_decoder.h"
 #include "kva/KADeviceChoice.h"
 #include "kva/KAHALDeviceOutputUnit.h"
@@ -34,7 +35,8 @@ using LTCReaderCallback = void (*)(const host::RealtimeContext& realtime, const 
 /// that was chosen there; when it goes later, the reader hears nothing until it returns. At
 /// a change of the device's rate it starts again, on the first channel.
 ///
-/// Observable, on the main queue: "audioDeviceId", and with it the channel.
+/// Observable, on the main queue: "audioDeviceId", and with it the channel; and
+/// "conditionsInput".
 ///
 /// Main queue, unless told otherwise. Failures of the audio service are logged; the
 /// reader is silent then, and tries again when devices change.
@@ -47,6 +49,7 @@ class VLLTCReader final : public KVObservable,
   /// In archives; they must never change.
   static constexpr std::string_view kDeviceKey = "deviceUID";
   static constexpr std::string_view kChannelKey = "inputChannel";
+  static constexpr std::string_view kConditionKey = "conditionInput";  // written when it is on
 
   /// What a cycle gives beside the statuses of the audio service.
   static constexpr audio::OSStatus kNotSetUp = -7;
@@ -83,6 +86,11 @@ class VLLTCReader final : public KVObservable,
   std::uint32_t inputChannel() const noexcept { return mInputChannel.load(); }
   void setInputChannel(std::uint32_t channel);
 
+  /// Whether it reads with VLConditionedLTCDecoder, for bad lines; off in a new reader. A
+  /// change starts the reading again.
+  bool conditionsInput() const noexcept { return mConditionsInput; }
+  void setConditionsInput(bool conditions);
+
   /// Null removes it; the one before may be called once more then, unless the reader
   /// has been stopped. The rate is measured anew. One thread at a time.
   void setCallback(LTCReaderCallback callback, void* refCon) noexcept;
@@ -107,7 +115,8 @@ class VLLTCReader final : public KVObservable,
   // The reference of the input callback. What is neither atomic nor a latest value
   // changes only while there is no unit that calls.
   struct ReaderRef {
-    std::unique_ptr<ltc_decoder, DisposeOfDecoder> decoder;
+    std::unique_ptr<ltc_decoder, DisposeOfDecoder> decoder;  // one of the two
+    std::unique_ptr<VLConditionedLTCDecoder> conditioned;
     host::LatestValue<Consumer> consumer;
     // The audio thread's.
     const host::RealtimeContext* realtime = nullptr;  // of the cycle under way
@@ -137,6 +146,7 @@ class VLLTCReader final : public KVObservable,
   std::string mNickName;
   std::uint32_t mChosenChannel = 0;  // of the chosen device, while another stands in
   bool mHasCallback = false;
+  bool mConditionsInput = false;
   bool mIsStopped = false;
   double mSampleRate = 0;  // for which the input was made
   std::vector<std::string> mChannelNames;

@@ -308,6 +308,11 @@ struct Reader final : StandsFor<Reader, VLLTCReader> {
                       ? "no channel"
                       : line("channel %" PRIu64, static_cast<std::uint64_t>(channel) + 1));
     });
+    findings.read(coder, [&] {
+      if (coder.decodeBool(VLLTCReader::kConditionKey).value_or(false)) {
+        details.add("input conditioned");
+      }
+    });
   }
   Details details;
 };

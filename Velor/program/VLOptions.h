@@ -63,6 +63,7 @@ struct VLOptions {
   std::optional<std::uint32_t> ltcUserBits;  // the first group lowest
   std::optional<std::string> ltcIn;          // DEVICE:CHANNEL, as typed
   std::optional<int> freewheel;              // seconds; -1 without end
+  std::optional<bool> ltcCondition;
   VLOSCOptions osc;
 };
 

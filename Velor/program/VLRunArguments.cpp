@@ -100,6 +100,9 @@ void VLRunArguments::addLTC(CLI::App& app) {
              "Channel to read LTC from; sends it as MTC from 'LTC Reader 1'");
   ltc.option("--freewheel", mFreewheel, "SECONDS",
              "Whole seconds of freewheel after a drop-out; -1 = forever (default: 5)");
+  ltc.flag("--ltc-condition", mConditions,
+           "Condition the input of --ltc-in: read noisy, dull or damaged LTC");
+  ltc.flag("--no-ltc-condition", mConditionsNot, "Switch a saved --ltc-condition off");
 }
 
 void VLRunArguments::addOSC(CLI::App& app) {
@@ -218,6 +221,12 @@ void VLRunArguments::readLTC(VLOptions& options) const {
   VLRefuseIf(mLTCLevel && options.ltcOut.empty(), "--ltc-level needs --ltc-out");
   VLRefuseIf(mLTCUserBits && options.ltcOut.empty(), "--ltc-user-bits needs --ltc-out");
   VLRefuseIf(mFreewheel && !options.ltcIn, "--freewheel needs --ltc-in");
+  VLRefuseIf(mConditions && mConditionsNot, "--ltc-condition contradicts --no-ltc-condition");
+  if (mConditions || mConditionsNot) {
+    VLRefuseIf(!options.ltcIn, (mConditions ? "--ltc-condition" : "--no-ltc-condition") +
+                                   std::string(" needs --ltc-in"));
+    options.ltcCondition = mConditions;
+  }
   if (mLTCLevel) {
     options.ltcLevel = VLReadOption("--ltc-level", [&] { return VLOptionText::level(*mLTCLevel); });
   }

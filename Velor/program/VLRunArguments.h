@@ -49,6 +49,8 @@ class VLRunArguments {
   Text mLTCLevel;
   Text mLTCUserBits;
   Text mFreewheel;
+  bool mConditions = false;
+  bool mConditionsNot = false;
   Text mOSCPort;
   std::vector<std::string> mOSCAllow;
   std::vector<std::string> mOSCTargets;

@@ -265,6 +265,9 @@ void VLWantedDevices::takeInput(const Channel& input) {
   if (isNew || mOptions.freewheel) {
     mReader->setFreewheelTime(mOptions.freewheel.value_or(VLOptions::kFreewheel));
   }
+  if (mOptions.ltcCondition) {
+    mReader->setConditionsInput(*mOptions.ltcCondition);
+  }
 }
 
 void VLWantedDevices::switchOn(midi::MIDIUniqueID uniqueID) {

@@ -21,7 +21,9 @@ class FullDocument : public AppFixture {
     clock().setSmpteFormat(kFormat);
     destinationOf(desk)->setEnable(true);
     created()->generator()->setUserbits(0x12345678);
-    manager().createrReader()->setFreewheelTime(7);
+    const auto reader = manager().createrReader();
+    reader->setFreewheelTime(7);
+    reader->setConditionsInput(true);
     mHost.settle();
     app().setSyncSource(mDeck);
     const auto at = [](const char* text) { return timeOf(text, kFormat); };

@@ -66,6 +66,7 @@ TEST_F(VLRecoveryTest, EachEditOfADeviceIsInTheCopyAndWithoutOneNothingIsWritten
       },
       [&] { reader->setChannel(1); },
       [&] { reader->setFreewheelTime(9); },
+      [&] { reader->setConditionsInput(true); },
       [&] { desk->setEnable(true); },
       [&] { manager().removeDevicesAtIndexes({1}); }};
   for (const auto& edit : edits) {

@@ -200,6 +200,7 @@ TEST_F(VLLTCReaderDeviceTest, RemovedItLeavesTheSystemAndAnArchiveBringsItBack) 
   make();
   mReader->setChannel(1);
   mReader->setFreewheelTime(-7);
+  mReader->setConditionsInput(true);
   EXPECT_EQ(mReader->freewheelTime(), -1);
   manager().removeDevicesAtIndexes({0});  // the generator
   mGenerator.reset();
@@ -221,6 +222,7 @@ TEST_F(VLLTCReaderDeviceTest, RemovedItLeavesTheSystemAndAnArchiveBringsItBack) 
   EXPECT_EQ(core().sources()[0]->displayName(), "LTC Reader 1");
   EXPECT_EQ(back->channel(), 1U);
   EXPECT_EQ(back->freewheelTime(), -1);
+  EXPECT_TRUE(back->conditionsInput());
   EXPECT_EQ(back->channelNames().size(), 2U);
 
   int announced = 0;

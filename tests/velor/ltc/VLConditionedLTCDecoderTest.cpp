@@ -7,10 +7,12 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <map>
 #include <memory>
 #include <numbers>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Velor/ltc/VLLTCVarispeedDecoder.h"
@@ -164,6 +166,45 @@ TEST(VLConditionedLTCDecoder, FramesHaveTheirPlaceAndRateWhateverTheBuffers) {
     ASSERT_EQ(again.size(), told.size());
     for (std::size_t i = 0; i < told.size(); ++i) {
       EXPECT_NEAR(again[i].place, told[i].place, 0.001);
+    }
+  }
+}
+
+TEST(VLConditionedLTCDecoder, NoFrameComesMoreThanOneFrameLaterThanPlainly) {
+  for (const double rate : {23.0, 25.0, 31.0}) {
+    const LTCSignal signal = made([rate](auto& maker) {
+      maker.speed = [rate](double) { return rate; };
+      maker.dropOut = 0.05;
+    });
+    using Places = std::map<std::pair<int, int>, double>;
+    struct Told {
+      Places places;
+      double place = 0;
+    } plain, conditioned;
+    const LTCDecoderCallback take = [](const SMPTETime& time, const std::uint8_t*, void* told,
+                                       std::uint64_t, double) {
+      auto& all = *static_cast<Told*>(told);
+      all.places[{time.mSeconds, time.mFrames}] = all.place;
+    };
+    ltc_decoder* decoder = nullptr;
+    ASSERT_EQ(ltc_decoder_create(decoder), 0);
+    ltc_decoder_init(decoder, 1'000'000'000, signal.sampleRate, 25);
+    ltc_decoder_set_callback(*decoder, take, &plain);
+    const auto other = std::make_unique<VLConditionedLTCDecoder>(1'000'000'000, signal.sampleRate,
+                                                                 take, &conditioned);
+    constexpr std::uint32_t kShort = 16;
+    for (std::size_t i = 0; i + kShort <= signal.samples.size(); i += kShort) {
+      audio::AudioTimeStamp stamp;
+      stamp.mSampleTime = plain.place = conditioned.place = static_cast<double>(i);
+      stamp.mHostTime = 1 + i * 20833;
+      ltc_decoder_process(*decoder, stamp, &signal.samples[i], kShort);
+      other->process(stamp, &signal.samples[i], kShort);
+    }
+    ltc_decoder_dispose(decoder);
+    ASSERT_GT(plain.places.size(), 150U) << rate;
+    for (const auto& [time, place] : plain.places) {
+      ASSERT_EQ(conditioned.places.count(time), 1U) << time.first << ":" << time.second;
+      EXPECT_LE(conditioned.places[time], place + signal.sampleRate / rate);
     }
   }
 }

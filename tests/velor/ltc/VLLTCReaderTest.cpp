@@ -94,6 +94,31 @@ TEST(VLLTCReaderTest, ItListensToOneChannelAndToNoneBeyondTheLast) {
   EXPECT_TRUE(loop.take().empty());
 }
 
+// Nothing may allocate in its cycles.
+TEST(VLLTCReaderTest, AConditionedInputIsReadAsAPlainOneAndTheSwitchWorksWhileItIsHeard) {
+  LTCLoop loop({kSMPTETimeType2997Drop, 48000, 100, -100});
+  loop.listen();
+  loop.start(58 * 30);
+  loop.run(5);
+  loop.take();
+  loop.reader->setConditionsInput(true);
+  EXPECT_TRUE(loop.reader->conditionsInput());
+  loop.run(20);
+  const std::vector<Told> told = loop.take();
+  ASSERT_GT(told.size(), 590U);
+  for (std::size_t i = 1; i < told.size(); ++i) {
+    ASSERT_EQ(told[i].frame, (told[i - 1].frame + 1) % loop.day()) << i;
+    ASSERT_EQ(told[i].counter, told[i - 1].counter + 1);
+    if (i > 120) {
+      ASSERT_NEAR(told[i].fps, 1 / loop.seconds(), 0.005);
+      ASSERT_LT(std::fabs(loop.phaseErrorOf(told[i])) * 1e-9 * 48000, 3);
+    }
+  }
+  loop.reader->setConditionsInput(false);
+  loop.run(5);
+  EXPECT_GT(loop.take().size(), 140U);
+}
+
 TEST(VLLTCReaderTest, ADeviceThatGoesIsNotReplacedAndIsHeardAgainOnItsChannelWhenItReturns) {
   const LogRecord log;
   LTCLoop loop({kSMPTETimeType25, 48000, 0, 0, 3});

@@ -69,6 +69,7 @@ TEST(VLCommandLine, AWrongWordIsOneLineThatNamesItWithTheStatus2) {
       {{"--ltc-in", "Desk:1", "--freewheel", "-2"},
        "--freewheel: '-2' is out of range (-1 to 86400)"},
       {{"--freewheel", "1"}, "--freewheel needs --ltc-in"},
+      {{"--no-ltc-condition"}, "--no-ltc-condition needs --ltc-in"},
       {{"--osc-port", "0"}, "--osc-port: '0' is out of range (1 to 65535)"},
       {{"--osc-port", "99999999999"}, "--osc-port: '99999999999' is out of range (1 to 65535)"},
       {{"--osc-allow", "127.0.0.1"}, "--osc-allow needs --osc-port"},
@@ -155,14 +156,34 @@ TEST(VLCommandLine, PointsImplyTheirModeAndAModeGoesWithoutPoints) {
 }
 
 TEST(VLCommandLine, WhatIsTypedReachesTheOptions) {
-  const VLCommandLine run =
-      VLParseCommandLine({"--headless",   "show.velor",  "--offset",        "-00:00:10:00",
-                          "--mtc-out",    "a",           "--mtc-out",       "b",
-                          "--ltc-out",    "Desk:LTC in", "--ltc-user-bits", "12345678",
-                          "--ltc-level",  "-20dB",       "--rate-percent",  "+1.5",
-                          "--freewheel",  "-1",          "--ltc-in",        "Desk:1",
-                          "--osc-port",   "7770",        "--osc-allow",     "::1",
-                          "--osc-target", "[::1]:9000",  "--keep"});
+  const VLCommandLine run = VLParseCommandLine({"--headless",
+                                                "show.velor",
+                                                "--offset",
+                                                "-00:00:10:00",
+                                                "--mtc-out",
+                                                "a",
+                                                "--mtc-out",
+                                                "b",
+                                                "--ltc-out",
+                                                "Desk:LTC in",
+                                                "--ltc-user-bits",
+                                                "12345678",
+                                                "--ltc-level",
+                                                "-20dB",
+                                                "--rate-percent",
+                                                "+1.5",
+                                                "--freewheel",
+                                                "-1",
+                                                "--ltc-in",
+                                                "Desk:1",
+                                                "--ltc-condition",
+                                                "--osc-port",
+                                                "7770",
+                                                "--osc-allow",
+                                                "::1",
+                                                "--osc-target",
+                                                "[::1]:9000",
+                                                "--keep"});
   ASSERT_TRUE(run.options) << run.output;
   const VLOptions& options = *run.options;
   EXPECT_EQ(options.file, "show.velor");
@@ -171,6 +192,7 @@ TEST(VLCommandLine, WhatIsTypedReachesTheOptions) {
   EXPECT_FLOAT_EQ(options.ltcLevel.value_or(0), 0.1F);
   EXPECT_EQ(options.ratePercent, 1.5);
   EXPECT_EQ(options.freewheel, -1);
+  EXPECT_EQ(options.ltcCondition, true);
   EXPECT_EQ(options.osc.port, 7770);
   EXPECT_EQ(options.osc.allow, Words{"::1"});
   EXPECT_EQ(options.osc.targets, (std::vector<VLOSCOptions::Target>{{"::1", 9000}}));

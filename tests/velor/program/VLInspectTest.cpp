@@ -46,7 +46,7 @@ TEST_F(VLInspectTest, AWholeDocumentIsToldWithoutAProblemAndNothingInItIsUnknown
         "Markers       5\n    01:00:00:00  Marker 5\n  * 02:00:00:00  Marker 4\n",
         "  * 04:00:00:00  Marker 2\n", "LTC generator \"LTC Generator 1\" [", "level 0.0 dB",
         "user bits 12345678", "LTC reader \"LTC Reader 1\", audio device",
-        "channel 1, freewheels for 7 s", "    on   MIDI endpoint \"desk\" [",
+        "channel 1, input conditioned, freewheels for 7 s", "    on   MIDI endpoint \"desk\" [",
         "    off  MIDI endpoint \"lamp\" ["}) {
     EXPECT_NE(found.text.find(part), std::string::npos) << part << "\n" << found.text;
   }
