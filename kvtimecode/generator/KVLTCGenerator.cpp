@@ -5,18 +5,15 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <mutex>
 #include <utility>
 
 #include "Kv-Appkit/KVAnnouncement.h"
-#include "Kv-Appkit/KVAssert.h"
 #include "Kv-Appkit/KVException.h"
+#include "Kv-Appkit/KVWatchdog.h"
 #include "kva/KAHALAudioSystem.h"
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/generator/AudioGeneratorGraph.h"
-#include "kvtimecode/ltc_two_frames.h"
 #include "kvtimecode/ltc_utils.h"
-#include "platform/audio/AudioService.h"
 #include "platform/host/Log.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
@@ -35,13 +32,6 @@ constexpr std::array<KVDependency, 6> kDependencies = {{
 
 constexpr float kDefaultLevel = 0.1F;
 
-// The ring holds two batches at the lowest frame rate.
-constexpr double kLowestFrameRate = 24;
-constexpr double kRingFrames = 2 * LTCPhaseLock::kFramesPerBatch;
-
-// MTC names a time when its first piece is sent; this is the frame due at its target.
-constexpr std::uint32_t kFramesAhead = 2;
-
 constexpr double kFPSSteps = 500;  // a frame a second has
 constexpr double kSmoothing = 0.9;
 // A stream is over when it has been silent for so many frames.
@@ -51,14 +41,6 @@ constexpr double kSilentFrames = 4;
 constexpr double kLatencyFrames = LTCPhaseLock::kFramesPerBatch - LTCPhaseLock::kFramesPerCall;
 constexpr double kCubeRoot = 0.3333333333333333;
 
-std::array<std::uint8_t, kLTCUserBytes> bytesOf(std::uint32_t userbits) noexcept {
-  std::array<std::uint8_t, kLTCUserBytes> bytes{};
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    bytes[i] = static_cast<std::uint8_t>(userbits >> 8 * i);
-  }
-  return bytes;
-}
-
 }  // namespace
 
 // --- making and ending ---
@@ -67,9 +49,7 @@ KVLTCGenerator::KVLTCGenerator(std::string nickName)
     : KVObservable(kDependencies),
       mMainQueue(host::current().mainQueue()),
       mNickName(std::move(nickName)),
-      mTCString(invalidSMPTEString()),
-      mLTC(ltc_frame_create()) {
-  KV_ASSERT(mLTC != nullptr);
+      mTCString(invalidSMPTEString()) {
   setLevel(kDefaultLevel);
 }
 
@@ -148,7 +128,7 @@ void KVLTCGenerator::choose(const Device& device) {
   mChoice.take(device, [this](const Device& chosen) {
     mChosenMap.clear();
     disposeGraph();
-    publish(nullptr, {});
+    mWriter.close();
     if (chosen != nullptr) {
       setupGraph(chosen);
     }
@@ -159,14 +139,9 @@ void KVLTCGenerator::choose(const Device& device) {
 void KVLTCGenerator::setupGraph(const Device& device) {
   try {
     auto graph =
-        std::make_unique<AudioGeneratorGraph>(device->objectID(), mNickName, mAudioGeneratorRefCon);
-    const std::uint32_t latency = graph->latency();
-    const double sampleRate = graph->sampleRate();
-    const auto length =
-        static_cast<std::uint32_t>(std::ceil(sampleRate / kLowestFrameRate) * kRingFrames);
+        std::make_unique<AudioGeneratorGraph>(device->objectID(), mNickName, mWriter.samples());
     const audio::AudioObjectID deviceID = graph->output().deviceID();
-    auto buffers = std::make_shared<Buffers>(sampleRate, deviceID, latency, length);
-    publish(std::move(buffers), std::vector<float>(length));
+    mWriter.open(deviceID, graph->sampleRate(), graph->latency());
     if (!mChosenMap.empty() && device->deviceUID() == mChoice.chosenUID()) {
       graph->setChannelMap(mChosenMap);
     }
@@ -176,7 +151,7 @@ void KVLTCGenerator::setupGraph(const Device& device) {
     mHasWarned = false;
     mAudioObjectId.store(deviceID);
   } catch (const KVException&) {
-    publish(nullptr, {});
+    mWriter.close();
     throw;
   }
 }
@@ -190,30 +165,9 @@ void KVLTCGenerator::disposeGraph() {
   } catch (const KVException& exception) {
     VELOR_LOG_WARNING("%s", exception.what());  // its device may have gone
   }
-  resetPingPongBuffers();
+  mWriter.silence();
   mGraph.reset();
   mAudioObjectId.store(audio::kAudioObjectUnknown);
-}
-
-void KVLTCGenerator::resetPingPongBuffers() {
-  const std::lock_guard lock(mAudioGeneratorRefCon.lock);
-  mAudioGeneratorRefCon.writeEnd = 0;
-}
-
-// A call of `copyTime` that is under way goes on with what it has got and writes
-// nothing. What it has is freed here, later: it must not be the last to hold it.
-void KVLTCGenerator::publish(std::shared_ptr<Buffers> buffers, std::vector<float> ring) {
-  {
-    const std::lock_guard lock(mAudioGeneratorRefCon.lock);
-    ++mEpoch;
-    mAudioGeneratorRefCon.writeEnd = 0;
-    mAudioGeneratorRefCon.ring.swap(ring);
-    mBuffers.swap(buffers);
-  }
-  if (buffers != nullptr) {
-    mRetired.push_back(std::move(buffers));
-  }
-  std::erase_if(mRetired, [](const auto& retired) { return retired.use_count() == 1; });
 }
 
 void KVLTCGenerator::auPropertyListener(void* refCon, KAUnitProperty /*property*/) {
@@ -233,13 +187,12 @@ void KVLTCGenerator::rebuild() {
   const KVAnnouncement announcement(*this, "audioObjectId");
   disposeGraph();
   if (!mChoice.settle([this](const Device& device) { setupGraph(device); })) {
-    publish(nullptr, {});
+    mWriter.close();
   }
 }
 
-// Rebuilds what does not fit any more. What does is left alone: the making of the
-// graph itself may be what was told. The output follows a device that goes and returns, and
-// its channels, by itself.
+// Keeps a graph that still fits: this report may come from the making of that graph. Its
+// output follows a device that goes and returns, and its channels, by itself.
 void KVLTCGenerator::devicesChanged() {
   bool fits = false;
   try {
@@ -299,7 +252,7 @@ void KVLTCGenerator::setChannelMap(std::span<const std::int32_t> map) {
   const KVAnnouncement announcement(*this, "channelMap");
   const audio::AudioChannelMap wanted(map.begin(), map.end());
   mGraph->setChannelMap(wanted);
-  // One that is set for a stand-in goes with it.
+  // A map that is set for a stand-in is not kept.
   if (mChoice.isChosenInUse()) {
     mChosenMap = wanted;
   }
@@ -309,12 +262,12 @@ void KVLTCGenerator::setChannelMap(std::span<const std::int32_t> map) {
 
 void KVLTCGenerator::setUserbits(std::uint32_t userbits) {
   const KVAnnouncement announcement(*this, "userbits");
-  mUserBits.store(userbits);
+  mWriter.setUserbits(userbits);
 }
 
 void KVLTCGenerator::setLevel(float level) {
   const KVAnnouncement announcement(*this, "level");
-  mLevel.store(level > 1 ? 1 : level > 0 ? level : 0);  // what is no number is 0, too
+  mWriter.setLevel(level > 1 ? 1 : level > 0 ? level : 0);  // 0 also for NaN
 }
 
 float KVLTCGenerator::uiLevel() const noexcept {
@@ -345,78 +298,11 @@ void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
   if ((time.mFlags & kWanted) != kWanted) {
     return;
   }
-  AudioGeneratorRefCon& shared = mAudioGeneratorRefCon;
-  std::shared_ptr<Buffers> buffers;
-  std::uint64_t epoch = 0;
-  bool isFirst = false;
-  {
-    const std::lock_guard lock(shared.lock);
-    buffers = mBuffers;
-    epoch = mEpoch;
-    isFirst = !std::exchange(mHasRxedBefore, true);
-  }
-  if (isFirst) {
-    VELOR_LOG_INFO("Generator starts to receive: %s (%s)", stringFromSMPTETime(time).c_str(),
-                   stringFromSMPTEFormat(time.mType).c_str());
-  }
-  if (buffers == nullptr || !ltc_is_valid_type(time.mType)) {
+  const auto deviation = mWriter.write(time, hostTime);
+  if (!deviation) {
     return;
   }
-
-  audio::AudioTimeStamp stamp;
-  stamp.mHostTime = hostTime;
-  stamp.mFlags = audio::kAudioTimeStampHostTimeValid;
-  audio::AudioTimeStamp deviceTime;
-  deviceTime.mFlags = audio::kAudioTimeStampSampleHostTimeValid;
-  if (audio::service().AudioDeviceTranslateTime(buffers->deviceID, stamp, deviceTime) != 0) {
-    return;
-  }
-  const double frameDuration = ltc_seconds_per_frame(time.mType);
-  SMPTETime t = time;
-  ltc_add_two_frames(t);
-  const SMPTETime currentTime = t;
-  LTCPhaseLock::Call call{};
-  call.target = deviceTime.mSampleTime + kFramesAhead * frameDuration * buffers->sampleRate -
-                buffers->outputLatency.load();
-  call.frameDuration = frameDuration;
-  call.sampleRate = buffers->sampleRate;
-  call.maxFrameSamples = buffers->length / LTCPhaseLock::kFramesPerBatch;
-  if (!(call.target >= 0)) {
-    return;  // due before the device began to count
-  }
-
-  std::optional<LTCPhaseLock> phase;
-  for (std::optional<LTCPhaseLock::Batch> rendered; !phase;) {
-    std::optional<LTCPhaseLock::Batch> batch;
-    {
-      const std::lock_guard lock(shared.lock);
-      if (mEpoch != epoch) {
-        return;  // stopped or rebuilt meanwhile; the next call starts again
-      }
-      LTCPhaseLock next = mPhase;
-      call.readEnd = shared.lastReadEnd;
-      batch = next.advance(call);
-      if (!batch) {
-        mPhase = next;
-        return;
-      }
-      if (batch == rendered) {  // else the device has begun another frame meanwhile
-        shared.write(batch->start,
-                     std::span(buffers->scratch).first(batch->frames() * batch->frameSamples));
-        phase = mPhase = next;
-        mCurrentTime = currentTime;
-        if (mWatchdog != nullptr) {
-          mWatchdog->validate();
-        }
-      }
-    }
-    if (!phase) {
-      render(*batch, t, *buffers);
-      rendered = batch;
-    }
-  }
-  const double relative = 1 - phase->weightedFrameLen * 0.5 / buffers->sampleRate / frameDuration;
-  mDeviation.store(kSmoothing * mDeviation.load() + (1 - kSmoothing) * relative);
+  mDeviation.store(kSmoothing * mDeviation.load() + (1 - kSmoothing) * *deviation);
   if (!mIsUpdatePosted.exchange(true)) {
     mMainQueue.async([weak = weak_from_this()] {
       if (const auto self = weak.lock()) {
@@ -426,59 +312,34 @@ void KVLTCGenerator::copyTime(const SMPTETime& time, std::uint64_t hostTime) {
   }
 }
 
-// `time` is that of the batch's first place, written or not.
-void KVLTCGenerator::render(const LTCPhaseLock::Batch& batch, SMPTETime time, Buffers& buffers) {
-  const float amplitude = mLevel.load();
-  float* place = buffers.scratch.data();
-  for (std::uint32_t frame = 0; frame < LTCPhaseLock::kFramesPerBatch; ++frame) {
-    if (frame >= batch.firstFrame) {
-      ltc_frame_encode(*mLTC, time, bytesOf(mUserBits.load()).data());
-      ltc_frame_render(*mLTC, place, batch.frameSamples, amplitude);
-      place += batch.frameSamples;
-    }
-    ltc_add_frames(time, 1);
-  }
-}
-
 // --- status ---
 
 void KVLTCGenerator::updateStatus() {
   mIsUpdatePosted.store(false);
-  LTCPhaseLock phase;
-  SMPTETime currentTime;
-  std::shared_ptr<Buffers> buffers;
-  bool hasWatchdog = false;
-  {
-    const std::lock_guard lock(mAudioGeneratorRefCon.lock);
-    phase = mPhase;
-    currentTime = mCurrentTime;
-    buffers = mBuffers;
-    hasWatchdog = mWatchdog != nullptr;
-  }
-  if (phase.isIdle() || buffers == nullptr) {
+  const auto stream = mWriter.stream();
+  if (!stream) {
     return;  // stopped since
   }
-  followLatency(*buffers);
-  const double fps =
-      std::round(buffers->sampleRate * kFPSSteps / (phase.weightedFrameLen * 0.5)) / kFPSSteps;
+  followLatency();
+  const double fps = std::round(stream->sampleRate * kFPSSteps / stream->frameSamples) / kFPSSteps;
   if (fps != mFPS.load()) {
     const KVAnnouncement announcement(*this, "fps");
     mFPS.store(fps);
   }
-  setTCString(stringFromSMPTETime(currentTime));
-  if (!hasWatchdog) {
+  setTCString(stringFromSMPTETime(stream->time));
+  if (!stream->isWatched) {
     startWatchdog();
     const KVAnnouncement announcement(*this, "isGenerating");
     mIsGenerating.store(true);
   }
 }
 
-// Servers change it while they run, and tell nobody.
-void KVLTCGenerator::followLatency(Buffers& buffers) {
+// Servers change it while they run and report nothing.
+void KVLTCGenerator::followLatency() {
   try {
-    buffers.outputLatency.store(mGraph->latency());
+    mWriter.setLatency(mGraph->latency());
   } catch (const KVException&) {
-    return;  // the device has gone, which its listener tells
+    return;  // the device has gone, and its listener reports that
   }
 }
 
@@ -497,22 +358,12 @@ void KVLTCGenerator::startWatchdog() {
       },
       mMainQueue);
   watchdog->resumeAfter(interval);
-  const std::lock_guard lock(mAudioGeneratorRefCon.lock);
-  mWatchdog = watchdog;
+  mWriter.setWatchdog(watchdog);
 }
 
 void KVLTCGenerator::stopped() {
   VELOR_LOG_INFO("Generator stopped to receive MTC");
-  std::shared_ptr<KVWatchdog> watchdog;  // goes without the lock
-  bool wasPlayed = true;
-  {
-    const std::lock_guard lock(mAudioGeneratorRefCon.lock);
-    ++mEpoch;
-    mHasRxedBefore = false;
-    mAudioGeneratorRefCon.writeEnd = 0;
-    wasPlayed = !std::exchange(mPhase, {}).isGivenUp();
-  }
-  if (!wasPlayed) {
+  if (!mWriter.stop()) {
     warnOfLatency();
   }
   restartOutput();
@@ -520,10 +371,7 @@ void KVLTCGenerator::stopped() {
     const KVAnnouncement announcement(*this, "isGenerating");
     mIsGenerating.store(false);
   }
-  {
-    const std::lock_guard lock(mAudioGeneratorRefCon.lock);
-    watchdog.swap(mWatchdog);
-  }
+  mWriter.setWatchdog(nullptr);
   setTCString(invalidSMPTEString());
 }
 

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -12,14 +11,11 @@
 
 #include "Kv-Appkit/KVFourCC.h"
 #include "Kv-Appkit/KVObservable.h"
-#include "Kv-Appkit/KVWatchdog.h"
 #include "kva/KAAudioUnit.h"
 #include "kva/KADeviceChoice.h"
 #include "kva/KAHALAudioDevice.h"
 #include "kvtimecode/SMPTETime.h"
-#include "kvtimecode/generator/AudioGeneratorRefCon.h"
-#include "kvtimecode/generator/LTCPhaseLock.h"
-#include "kvtimecode/ltc_frame.h"
+#include "kvtimecode/generator/LTCBatchWriter.h"
 #include "platform/audio/AudioTypes.h"
 #include "platform/host/Host.h"
 #include "platform/store/KeyedCoding.h"
@@ -93,11 +89,11 @@ class KVLTCGenerator final : public KVObservable,
 
   /// The eight digits of the user bits, the first group lowest. Heard from the next
   /// call's frames on. Any thread.
-  std::uint32_t userbits() const noexcept { return mUserBits.load(); }
+  std::uint32_t userbits() const noexcept { return mWriter.userbits(); }
   void setUserbits(std::uint32_t userbits);
 
   /// Amplitude, 0 to 1; what is beyond is cut. Any thread.
-  float level() const noexcept { return mLevel.load(); }
+  float level() const noexcept { return mWriter.level(); }
   void setLevel(float level);
   /// The place of a fader: the cube root of the level.
   float uiLevel() const noexcept;
@@ -125,26 +121,6 @@ class KVLTCGenerator final : public KVObservable,
  private:
   using Device = KADeviceChoice::Device;
 
-  // What `copyTime` needs of a graph; made with it.
-  struct Buffers {
-    Buffers(double rate, audio::AudioObjectID device, std::uint32_t latency, std::uint32_t samples)
-        // Rendering may write one sample behind the last frame.
-        : sampleRate(rate),
-          deviceID(device),
-          length(samples),
-          outputLatency(latency),
-          scratch(samples + 1) {}
-
-    const double sampleRate;
-    const audio::AudioObjectID deviceID;
-    const std::uint32_t length;                // samples of the ring, and of a batch at most
-    std::atomic<std::uint32_t> outputLatency;  // samples
-    std::vector<float> scratch;                // the caller's
-  };
-  struct FreeFrame {
-    void operator()(ltc_frame* frame) const noexcept { ltc_frame_destroy(frame); }
-  };
-
   explicit KVLTCGenerator(std::string nickName);
   void observeDevices();
 
@@ -152,19 +128,15 @@ class KVLTCGenerator final : public KVObservable,
   void choose(const Device& device);
   void setupGraph(const Device& device);
   void disposeGraph();
-  void resetPingPongBuffers();
-  void publish(std::shared_ptr<Buffers> buffers, std::vector<float> ring);
   static void auPropertyListener(void* refCon, KAUnitProperty property);
   void rebuild();
   void devicesChanged();
   bool isGraphInForce();
   void notePresence();
 
-  void render(const LTCPhaseLock::Batch& batch, SMPTETime time, Buffers& buffers);
-
   // Status.
   void updateStatus();
-  void followLatency(Buffers& buffers);
+  void followLatency();
   void startWatchdog();
   void stopped();
   void warnOfLatency();
@@ -180,24 +152,10 @@ class KVLTCGenerator final : public KVObservable,
   std::vector<std::int32_t> mChosenMap;  // empty for the device's own
   bool mHasWarned = false;               // of the graph's latency
   std::string mTCString;
-  std::vector<std::shared_ptr<Buffers>> mRetired;  // that `copyTime` may still hold
   KVObserverToken mDeviceToken;
 
-  // The thread's that calls `copyTime`.
-  const std::unique_ptr<ltc_frame, FreeFrame> mLTC;
-
-  AudioGeneratorRefCon mAudioGeneratorRefCon;
-  // Under its lock, as they are shared by `copyTime` and the main queue.
-  std::shared_ptr<Buffers> mBuffers;  // null while there is no graph
-  LTCPhaseLock mPhase;
-  std::uint64_t mEpoch = 0;  // counts what makes a batch under way void
-  bool mHasRxedBefore = false;
-  SMPTETime mCurrentTime;
-  std::shared_ptr<KVWatchdog> mWatchdog;  // while generating
-
+  LTCBatchWriter mWriter;  // has a watchdog while generating
   std::atomic<audio::AudioObjectID> mAudioObjectId{0};
-  std::atomic<std::uint32_t> mUserBits{0};
-  std::atomic<float> mLevel{0};
   std::atomic<double> mFPS{0};
   std::atomic<double> mDeviation{0};  // a fraction
   std::atomic<bool> mIsGenerating{false};
