@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
 #include "tests/support/ExactDrop.h"
 #include "tests/support/MIDITest.h"
@@ -173,6 +174,17 @@ TEST_F(VLMTCTest, ExactDropNumbersAreTwoFramesApartInFreewheelToo) {
     EXPECT_GT(last, kMinute + 2);
     EXPECT_EQ((last - first) % 2, 0);
   }
+}
+
+// LTC of 24 frames per second can read as 25 while its speed changes.
+TEST_F(VLMTCTest, AFreewheelCountsInTheFormatThatWasReadLast) {
+  readFrom(20, 1, kBlock, kSMPTETimeType24);
+  readFrom(22, 1, kBlock, kSMPTETimeType25);
+  mHost.advance(kBlock + kMs);
+  SMPTETime time;
+  EXPECT_EQ(VLMTCGetTime(mMtc, &time, nullptr, nullptr), 0);
+  EXPECT_EQ(stringFromSMPTETime(time), "00:00:01:01");
+  EXPECT_EQ(time.mType, kSMPTETimeType25);
 }
 
 TEST_F(VLMTCTest, WhenLTCReturnsAllButItsFirstTimeGoesOutAndNothingGoesBack) {
