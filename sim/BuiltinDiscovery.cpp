@@ -50,13 +50,13 @@ void BuiltinDiscovery::announce(std::uint64_t attempt) {
   DiscoveryKey key = order->record.key;
   for (int number = 2; find(key) != nullptr; ++number) {
     if (!order->mayRename) {
-      tell(order, {false, true, key.name});
+      report(order, {false, true, key.name});
       return;
     }
     key.name = order->record.key.name + " #" + std::to_string(number);
   }
   found->name = key.name;
-  tell(order, {true, false, key.name});
+  report(order, {true, false, key.name});
   tellSearches(key, true);
   std::vector<ResolveOrderRef> waiting;
   std::swap(waiting, mResolutions);
@@ -77,7 +77,7 @@ void BuiltinDiscovery::withdraw(Publication& publication) {
 void BuiltinDiscovery::tellSearches(const DiscoveryKey& key, bool isThere) {
   for (const SearchOrderRef& each : mSearches) {
     if (each->type == key.type && each->domain == key.domain) {
-      tell(each, {{key.name, isThere}});
+      report(each, {{key.name, isThere}});
     }
   }
 }
@@ -100,7 +100,7 @@ void BuiltinDiscovery::begin(const SearchOrderRef& order) {
       finds.push_back({each.name, true});
     }
   }
-  tell(order, std::move(finds));
+  report(order, std::move(finds));
 }
 
 void BuiltinDiscovery::begin(const ResolveOrderRef& order) {
@@ -110,7 +110,7 @@ void BuiltinDiscovery::begin(const ResolveOrderRef& order) {
 void BuiltinDiscovery::answer(const ResolveOrderRef& order) {
   if (const Publication* const publication = find(order->key)) {
     const DiscoveryRecord& record = publication->order->record;
-    tell(order, DiscoveryAnswer{mHostName, record.port, record.txt});
+    report(order, DiscoveryAnswer{mHostName, record.port, record.txt});
   } else {
     mResolutions.push_back(order);
   }

@@ -5,13 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/discovery/DiscoveryBackEnd.h"
+#include "platform/discovery/DiscoveryService.h"
 
 namespace velor::discovery {
 
 /// Discovery within the process: who publishes here is found here. It stands in
 /// where no daemon can be reached, and on the simulated host it is the network.
-class BuiltinDiscovery final : public DiscoveryBackEnd {
+class BuiltinDiscovery final : public DiscoveryService {
  public:
   /// From a publication to its being seen, ns: three probes, 250 ms apart, go
   /// before it on a network (RFC 6762, section 8.1).
@@ -37,7 +37,7 @@ class BuiltinDiscovery final : public DiscoveryBackEnd {
   void begin(const SearchOrderRef& order) override;
   void begin(const ResolveOrderRef& order) override;
   void end(const DiscoveryOrder& order) override;
-  void txtChanged(const DiscoveryPublishOrder&) override {}  // it lies in the order
+  void txtChanged(const PublishOrder&) override {}  // it lies in the order
 
   // On mQueue.
   void probe(Publication& publication);

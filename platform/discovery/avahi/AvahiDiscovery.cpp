@@ -142,7 +142,7 @@ void AvahiDiscovery::end(const DiscoveryOrder& order) {
   });
 }
 
-void AvahiDiscovery::txtChanged(const DiscoveryPublishOrder& order) {
+void AvahiDiscovery::txtChanged(const PublishOrder& order) {
   const auto found =
       std::find_if(mPublications.begin(), mPublications.end(),
                    [&order](const Publication& each) { return each.order.get() == &order; });
@@ -284,7 +284,7 @@ void AvahiDiscovery::withdraw(Publication& publication) {
 bool AvahiDiscovery::nameIsTaken(Publication& publication) {
   if (!publication.order->mayRename) {
     publication.refused = true;
-    tell(publication.order, {false, true, publication.name});
+    report(publication.order, {false, true, publication.name});
     return false;
   }
   char* const next = avahi_alternative_service_name(publication.name.c_str());
@@ -331,7 +331,7 @@ void AvahiDiscovery::publish(Publication& publication) {
   withdraw(publication);
   if (isForGood(error)) {
     publication.refused = true;
-    tell(publication.order, {false, false, publication.name});
+    report(publication.order, {false, false, publication.name});
   } else {
     lookAgainIn(kRetry);
   }
@@ -341,7 +341,7 @@ void AvahiDiscovery::onGroup(AvahiEntryGroup*, AvahiEntryGroupState state, void*
   auto& publication = *static_cast<Publication*>(self);
   switch (state) {
     case AVAHI_ENTRY_GROUP_ESTABLISHED:
-      publication.owner->tell(publication.order, {true, false, publication.name});
+      publication.owner->report(publication.order, {true, false, publication.name});
       break;
     case AVAHI_ENTRY_GROUP_COLLISION:
       publication.collided = true;
@@ -447,7 +447,7 @@ void AvahiDiscovery::tellFinds() {
       }
     }
     if (!each.holding && !each.untold.empty()) {
-      tell(each.order, std::exchange(each.untold, {}));
+      report(each.order, std::exchange(each.untold, {}));
     }
   }
 }
@@ -484,7 +484,7 @@ void AvahiDiscovery::onResolver(AvahiServiceResolver*, AvahiIfIndex interface, A
     resolution.failed = true;
     resolution.owner->lookAgainIn(resolution.protocol == AVAHI_PROTO_INET ? 0 : kRetry);
   } else if (!std::exchange(resolution.isTold, true)) {  // the first counts
-    resolution.owner->tell(resolution.order, {textOf(*address, interface), port, dataOf(txt)});
+    resolution.owner->report(resolution.order, {textOf(*address, interface), port, dataOf(txt)});
   }
 }
 

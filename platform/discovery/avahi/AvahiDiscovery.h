@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/discovery/DiscoveryBackEnd.h"
+#include "platform/discovery/DiscoveryService.h"
 #include "platform/discovery/avahi/AvahiLoop.h"
 
 namespace velor::discovery {
@@ -26,7 +26,7 @@ namespace velor::discovery {
 ///
 /// All calls to the library run on the queue "velor.avahi"; some of them wait for
 /// the daemon's answer.
-class AvahiDiscovery final : public DiscoveryBackEnd {
+class AvahiDiscovery final : public DiscoveryService {
  public:
   AvahiDiscovery();
   /// Nothing is under way any more.
@@ -73,7 +73,7 @@ class AvahiDiscovery final : public DiscoveryBackEnd {
   void begin(const SearchOrderRef& order) override;
   void begin(const ResolveOrderRef& order) override;
   void end(const DiscoveryOrder& order) override;
-  void txtChanged(const DiscoveryPublishOrder& order) override;
+  void txtChanged(const PublishOrder& order) override;
 
   // On mLoop. The library's callbacks note what has happened; `lookAgain` does what
   // follows from it, as a job, since objects must not go inside their callbacks.
