@@ -2,131 +2,186 @@
 #include "sim/BuiltinDiscovery.h"
 
 #include <algorithm>
+#include <memory>
 #include <utility>
+
+#include "platform/discovery/DiscoveryTask.h"
 
 namespace velor::discovery {
 
-BuiltinDiscovery::BuiltinDiscovery(std::string hostName) : mHostName(std::move(hostName)) {}
+class BuiltinDiscovery::Search final : public DiscoveryTask {
+ public:
+  Search(BuiltinDiscovery& network, std::string type, std::string domain, SearchReply reply)
+      : DiscoveryTask(network.mQueue),
+        mNetwork(network),
+        mType(std::move(type)),
+        mDomain(std::move(domain)),
+        mReply(std::move(reply)) {}
 
-BuiltinDiscovery::~BuiltinDiscovery() = default;
+  bool covers(const DiscoveryKey& key) const { return key.type == mType && key.domain == mDomain; }
+  void tell(std::vector<DiscoveryFind> finds) { replyFinds(mReply, std::move(finds)); }
+
+ private:
+  void begin() override;
+  void end() override { std::erase(mNetwork.mSearches, this); }
+
+  BuiltinDiscovery& mNetwork;
+  const std::string mType;
+  const std::string mDomain;
+  const SearchReply mReply;
+};
+
+class BuiltinDiscovery::Resolution final : public DiscoveryTask {
+ public:
+  Resolution(BuiltinDiscovery& network, DiscoveryKey key, ResolveReply reply)
+      : DiscoveryTask(network.mQueue),
+        mNetwork(network),
+        mKey(std::move(key)),
+        mReply(std::move(reply)) {}
+
+  /// True once it has replied.
+  bool answer();
+
+ private:
+  void begin() override {
+    if (!answer()) {
+      mNetwork.mResolutions.push_back(this);
+    }
+  }
+  void end() override { std::erase(mNetwork.mResolutions, this); }
+
+  BuiltinDiscovery& mNetwork;
+  const DiscoveryKey mKey;
+  const ResolveReply mReply;
+};
+
+class BuiltinDiscovery::Publication final : public DiscoveryTask {
+ public:
+  Publication(BuiltinDiscovery& network, DiscoveryRecord record, PublishReply reply)
+      : DiscoveryTask(network.mQueue),
+        mNetwork(network),
+        mRecord(std::move(record)),
+        mReply(std::move(reply)) {}
+
+  const DiscoveryRecord& record() const { return mRecord; }
+  bool isAnnounced() const { return mIsAnnounced; }
+  /// With its current name.
+  DiscoveryKey key() const { return {mName, mRecord.key.type, mRecord.key.domain}; }
+
+  void probe() {
+    mNetwork.mQueue.after(kProbing, [weak = weak_from_this(), attempt = ++mAttempt] {
+      const auto self = std::static_pointer_cast<Publication>(weak.lock());
+      if (self != nullptr && self->mAttempt == attempt) {
+        self->announce();
+      }
+    });
+  }
+
+  void withdraw() {
+    ++mAttempt;
+    if (std::exchange(mIsAnnounced, false)) {
+      tellSearches(false);
+    }
+  }
+
+ private:
+  void begin() override {
+    mNetwork.mPublications.push_back(this);
+    if (mNetwork.mRunning) {
+      probe();
+    }
+  }
+  void end() override {
+    withdraw();
+    std::erase(mNetwork.mPublications, this);
+  }
+
+  void announce() {
+    mName = mRecord.key.name;
+    for (int number = 2; mNetwork.find(key()) != nullptr; ++number) {
+      mName = mRecord.key.name + " #" + std::to_string(number);
+    }
+    mIsAnnounced = true;
+    reply([this, name = mName] { mReply(name); });
+    tellSearches(true);
+    std::erase_if(mNetwork.mResolutions, [](Resolution* each) { return each->answer(); });
+  }
+
+  void tellSearches(bool isThere) {
+    for (Search* const each : mNetwork.mSearches) {
+      if (each->covers(mRecord.key)) {
+        each->tell({{mName, isThere}});
+      }
+    }
+  }
+
+  BuiltinDiscovery& mNetwork;
+  const DiscoveryRecord mRecord;
+  const PublishReply mReply;
+  std::string mName;
+  bool mIsAnnounced = false;
+  std::uint64_t mAttempt = 0;  // counts probes and withdrawals
+};
+
+void BuiltinDiscovery::Search::begin() {
+  mNetwork.mSearches.push_back(this);
+  std::vector<DiscoveryFind> finds;
+  for (const Publication* const each : mNetwork.mPublications) {
+    if (each->isAnnounced() && covers(each->key())) {
+      finds.push_back({each->key().name, true});
+    }
+  }
+  tell(std::move(finds));
+}
+
+bool BuiltinDiscovery::Resolution::answer() {
+  const Publication* const publication = mNetwork.find(mKey);
+  if (publication == nullptr) {
+    return false;
+  }
+  const DiscoveryRecord& record = publication->record();
+  reply([this, answer = DiscoveryAnswer{mNetwork.mHostName, record.port, record.txt}] {
+    mReply(answer);
+  });
+  return true;
+}
+
+const BuiltinDiscovery::Publication* BuiltinDiscovery::find(const DiscoveryKey& key) const {
+  const auto found = std::find_if(
+      mPublications.begin(), mPublications.end(),
+      [&key](const Publication* each) { return each->isAnnounced() && each->key() == key; });
+  return found == mPublications.end() ? nullptr : *found;
+}
 
 void BuiltinDiscovery::setRunning(bool running) {
   mQueue.async([this, running] {
-    if (running == mRunning) {
+    if (std::exchange(mRunning, running) == running) {
       return;
     }
-    mRunning = running;
-    for (Publication& publication : mPublications) {
+    for (Publication* const each : mPublications) {
       if (running) {
-        probe(publication);
+        each->probe();
       } else {
-        withdraw(publication);
+        each->withdraw();
       }
     }
   });
 }
 
-void BuiltinDiscovery::begin(const PublishOrderRef& order) {
-  Publication& publication = mPublications.emplace_back();
-  publication.order = order;
-  if (mRunning) {
-    probe(publication);
-  }
+DiscoveryActivity BuiltinDiscovery::publishService(DiscoveryRecord record, PublishReply reply) {
+  return DiscoveryTask::start(
+      std::make_shared<Publication>(*this, std::move(record), std::move(reply)));
 }
 
-void BuiltinDiscovery::probe(Publication& publication) {
-  publication.attempt = ++mLastAttempt;
-  mQueue.after(kProbing, [this, attempt = publication.attempt] { announce(attempt); });
+DiscoveryActivity BuiltinDiscovery::searchForServices(std::string type, std::string domain,
+                                                      SearchReply reply) {
+  return DiscoveryTask::start(
+      std::make_shared<Search>(*this, std::move(type), std::move(domain), std::move(reply)));
 }
 
-void BuiltinDiscovery::announce(std::uint64_t attempt) {
-  const auto found =
-      std::find_if(mPublications.begin(), mPublications.end(),
-                   [attempt](const Publication& each) { return each.attempt == attempt; });
-  if (found == mPublications.end()) {
-    return;  // ended, withdrawn, or tried anew meanwhile
-  }
-  const PublishOrderRef order = found->order;
-  DiscoveryKey key = order->record.key;
-  for (int number = 2; find(key) != nullptr; ++number) {
-    if (!order->mayRename) {
-      report(order, {false, true, key.name});
-      return;
-    }
-    key.name = order->record.key.name + " #" + std::to_string(number);
-  }
-  found->name = key.name;
-  report(order, {true, false, key.name});
-  tellSearches(key, true);
-  std::vector<ResolveOrderRef> waiting;
-  std::swap(waiting, mResolutions);
-  for (const ResolveOrderRef& each : waiting) {
-    answer(each);
-  }
-}
-
-void BuiltinDiscovery::withdraw(Publication& publication) {
-  publication.attempt = 0;
-  if (!publication.name.empty()) {
-    DiscoveryKey key = publication.order->record.key;
-    key.name = std::exchange(publication.name, "");
-    tellSearches(key, false);
-  }
-}
-
-void BuiltinDiscovery::tellSearches(const DiscoveryKey& key, bool isThere) {
-  for (const SearchOrderRef& each : mSearches) {
-    if (each->type == key.type && each->domain == key.domain) {
-      report(each, {{key.name, isThere}});
-    }
-  }
-}
-
-const BuiltinDiscovery::Publication* BuiltinDiscovery::find(const DiscoveryKey& key) const {
-  const auto found =
-      std::find_if(mPublications.begin(), mPublications.end(), [&key](const Publication& each) {
-        const DiscoveryKey& own = each.order->record.key;
-        return each.name == key.name && own.type == key.type && own.domain == key.domain;
-      });
-  return found == mPublications.end() ? nullptr : &*found;
-}
-
-void BuiltinDiscovery::begin(const SearchOrderRef& order) {
-  mSearches.push_back(order);
-  std::vector<DiscoveryFind> finds;
-  for (const Publication& each : mPublications) {
-    const DiscoveryKey& key = each.order->record.key;
-    if (!each.name.empty() && key.type == order->type && key.domain == order->domain) {
-      finds.push_back({each.name, true});
-    }
-  }
-  report(order, std::move(finds));
-}
-
-void BuiltinDiscovery::begin(const ResolveOrderRef& order) {
-  answer(order);
-}
-
-void BuiltinDiscovery::answer(const ResolveOrderRef& order) {
-  if (const Publication* const publication = find(order->key)) {
-    const DiscoveryRecord& record = publication->order->record;
-    report(order, DiscoveryAnswer{mHostName, record.port, record.txt});
-  } else {
-    mResolutions.push_back(order);
-  }
-}
-
-void BuiltinDiscovery::end(const DiscoveryOrder& order) {
-  const auto isIt = [&order](const auto& each) { return each.get() == &order; };
-  std::erase_if(mSearches, isIt);
-  std::erase_if(mResolutions, isIt);
-  const auto publication =
-      std::find_if(mPublications.begin(), mPublications.end(),
-                   [&order](const Publication& each) { return each.order.get() == &order; });
-  if (publication != mPublications.end()) {
-    withdraw(*publication);
-    mPublications.erase(publication);
-  }
+DiscoveryActivity BuiltinDiscovery::resolveService(DiscoveryKey key, ResolveReply reply) {
+  return DiscoveryTask::start(
+      std::make_shared<Resolution>(*this, std::move(key), std::move(reply)));
 }
 
 }  // namespace velor::discovery

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/discovery/DiscoveryTypes.h"
 
-#include <algorithm>
-#include <string_view>
+#include <regex>
 
 namespace velor::discovery {
 
@@ -14,17 +13,7 @@ std::string discoveryTextWithoutDot(std::string text) {
 }
 
 bool isDiscoveryType(const std::string& type) {
-  constexpr std::size_t kProtocolBytes = std::string_view("._udp").size();
-  constexpr std::size_t kMostNameBytes = 15;
-  if (!type.starts_with('_') || (!type.ends_with("._udp") && !type.ends_with("._tcp"))) {
-    return false;
-  }
-  const std::string_view name = std::string_view(type).substr(1, type.size() - 1 - kProtocolBytes);
-  return !name.empty() && name.size() <= kMostNameBytes &&
-         std::all_of(name.begin(), name.end(), [](char c) {
-           return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                  c == '-';
-         });
+  return std::regex_match(type, std::regex("_[A-Za-z0-9-]{1,15}\\._(udp|tcp)"));
 }
 
 }  // namespace velor::discovery

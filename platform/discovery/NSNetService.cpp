@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kMostNameBytes = 63;
 constexpr std::size_t kMostStringBytes = 255;
 constexpr std::size_t kMostRecordBytes = 65535;
-constexpr double kLongestTimeout = 1e9;  // seconds; what is more has no end either
+constexpr double kLongestTimeout = 1e9;  // seconds; anything longer never ends
 
 bool isTXTKey(std::string_view key) {
   return !key.empty() && std::all_of(key.begin(), key.end(),
@@ -100,26 +100,27 @@ bool NSNetService::setTXTRecordData(DiscoveryTXTData data) {
     return false;
   }
   const std::lock_guard lock(mMutex);
-  mTXTRecordData = data;
-  if (mDoing == Doing::publishing) {
-    mActivity->setTXTRecordData(std::move(data));
-  }
+  mTXTRecordData = std::move(data);
   return true;
 }
 
 std::optional<NSNetServicesError> NSNetService::obstacle() const {
-  if (mDoing != Doing::nothing) {
+  if (mActivity != nullptr) {
     return NSNetServicesError{NSNetServicesError::kActivityInProgress,
-                              "it is being published or resolved already"};
+                              "the service is already being published or resolved"};
   }
-  if (mName.empty() || mName.size() > kMostNameBytes || !isDiscoveryType(mType)) {
+  if (mName.empty() || mName.size() > kMostNameBytes) {
     return NSNetServicesError{NSNetServicesError::kBadArgument,
-                              "its name or its type has no valid form"};
+                              "a service name must have 1 to 63 bytes"};
+  }
+  if (!isDiscoveryType(mType)) {
+    return NSNetServicesError{NSNetServicesError::kBadArgument,
+                              "'" + mType + "' is not a service type; expected _name._udp"};
   }
   return std::nullopt;
 }
 
-void NSNetService::publishWithOptions(std::uint32_t options) {
+void NSNetService::publishWithOptions(std::uint32_t) {
   const std::lock_guard lock(mMutex);
   if (auto error = obstacle()) {
     tellDelegateLater(weak_from_this(),
@@ -128,41 +129,35 @@ void NSNetService::publishWithOptions(std::uint32_t options) {
                       });
     return;
   }
-  mDoing = Doing::publishing;
-  mActivity = service().publishService(
-      {{mName, mType, mDomain}, mPort, mTXTRecordData}, (options & kNoAutoRename) == 0,
-      [weak = weak_from_this(), round = ++mRound](const DiscoveryService::Published& news) {
-        if (const auto self = weak.lock()) {
-          self->published(news, round);
-        }
-      });
+  mActivity =
+      service().publishService({{mName, mType, mDomain}, mPort, mTXTRecordData},
+                               [weak = weak_from_this(), round = ++mRound](const auto& name) {
+                                 if (const auto self = weak.lock()) {
+                                   self->published(name, round);
+                                 }
+                               });
 }
 
-void NSNetService::published(const DiscoveryService::Published& news, std::uint64_t round) {
-  std::unique_ptr<DiscoveryActivity> ended;
+void NSNetService::published(const tl::expected<std::string, NSNetServicesError>& name,
+                             std::uint64_t round) {
   std::unique_lock lock(mMutex);
-  if (round != mRound || mDoing != Doing::publishing) {
+  if (round != mRound || mActivity == nullptr) {
     return;
   }
-  const auto hears = mDelegate.lock();
-  if (news.done) {
-    mName = news.name;
+  if (name) {
+    mName = *name;
   } else {
-    mDoing = Doing::nothing;
-    ended = std::move(mActivity);
+    mActivity = nullptr;
   }
+  const auto receiver = mDelegate.lock();
   lock.unlock();
-  if (hears == nullptr) {
+  if (receiver == nullptr) {
     return;
   }
-  if (news.done) {
-    hears->netServiceDidPublish(shared_from_this());
-  } else if (news.taken) {
-    hears->netServiceDidNotPublish(shared_from_this(), {NSNetServicesError::kCollision,
-                                                        "the name " + news.name + " is taken"});
+  if (name) {
+    receiver->netServiceDidPublish(shared_from_this());
   } else {
-    hears->netServiceDidNotPublish(
-        shared_from_this(), {NSNetServicesError::kUnknown, "the network refuses " + description()});
+    receiver->netServiceDidNotPublish(shared_from_this(), name.error());
   }
 }
 
@@ -175,62 +170,48 @@ void NSNetService::resolveWithTimeout(double seconds) {
                       });
     return;
   }
-  mDoing = Doing::resolving;
-  const std::uint64_t round = ++mRound;
-  mActivity = service().resolveService(
-      {mName, mType, mDomain}, [weak = weak_from_this(), round](const DiscoveryAnswer& answer) {
-        if (const auto self = weak.lock()) {
-          self->resolutionEnded(&answer, round);
-        }
-      });
+  const auto end = [weak = weak_from_this(), round = ++mRound](const auto& answer) {
+    if (const auto self = weak.lock()) {
+      self->resolved(answer, round);
+    }
+  };
+  mActivity = service().resolveService({mName, mType, mDomain}, end);
   if (seconds > 0 && seconds < kLongestTimeout) {
-    mTimeout = std::make_unique<host::Timer>(host::current().mainQueue(),
-                                             [weak = weak_from_this(), round] {
-                                               if (const auto self = weak.lock()) {
-                                                 self->resolutionEnded(nullptr, round);
-                                               }
-                                             });
-    mTimeout->setDeadline(host::current().AudioGetCurrentHostTime() +
-                          static_cast<std::uint64_t>(std::llround(seconds * host::kNsPerSecond)));
-    mTimeout->resume();
+    const auto delay = static_cast<std::uint64_t>(std::llround(seconds * host::kNsPerSecond));
+    host::current().mainQueue().after(delay, [end] {
+      end(tl::unexpected(
+          NSNetServicesError{NSNetServicesError::kTimeout, "no answer within the given time"}));
+    });
   }
 }
 
-void NSNetService::resolutionEnded(const DiscoveryAnswer* answer, std::uint64_t round) {
-  std::unique_ptr<DiscoveryActivity> activity;
-  std::unique_ptr<host::Timer> timeout;
+void NSNetService::resolved(const tl::expected<DiscoveryAnswer, NSNetServicesError>& answer,
+                            std::uint64_t round) {
   std::unique_lock lock(mMutex);
-  if (round != mRound || mDoing != Doing::resolving) {
+  if (round != mRound || mActivity == nullptr) {
     return;
   }
-  mDoing = Doing::nothing;
-  activity = std::move(mActivity);
-  timeout = std::move(mTimeout);
-  if (answer != nullptr) {
+  mActivity = nullptr;
+  if (answer) {
     mHostName = answer->hostName;
     mPort = answer->port;
     mTXTRecordData = answer->txt;
   }
-  const auto hears = mDelegate.lock();
+  const auto receiver = mDelegate.lock();
   lock.unlock();
-  if (hears == nullptr) {
+  if (receiver == nullptr) {
     return;
   }
-  if (answer != nullptr) {
-    hears->netServiceDidResolveAddress(shared_from_this());
+  if (answer) {
+    receiver->netServiceDidResolveAddress(shared_from_this());
   } else {
-    hears->netServiceDidNotResolve(
-        shared_from_this(), {NSNetServicesError::kTimeout, "no answer within the given time"});
+    receiver->netServiceDidNotResolve(shared_from_this(), answer.error());
   }
 }
 
 void NSNetService::stop() {
-  std::unique_ptr<DiscoveryActivity> activity;
-  std::unique_ptr<host::Timer> timeout;
   const std::lock_guard lock(mMutex);
-  if (std::exchange(mDoing, Doing::nothing) != Doing::nothing) {
-    activity = std::move(mActivity);
-    timeout = std::move(mTimeout);
+  if (std::exchange(mActivity, nullptr) != nullptr) {
     tellDelegateLater(weak_from_this(),
                       [](auto& delegate, const auto& self) { delegate.netServiceDidStop(self); });
   }

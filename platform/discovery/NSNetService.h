@@ -7,30 +7,27 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <tl/expected.hpp>
 #include <vector>
 
 #include "platform/discovery/DiscoveryService.h"
 #include "platform/discovery/NSNetServiceDelegate.h"
-#include "platform/host/Timer.h"
 
 namespace velor::discovery {
 
-/// A service on the network: one of ours to publish, or one that was found, to
-/// resolve. Two objects of the same service are told apart by their address: a
-/// browser gives out one object for a service from its coming to its going.
+/// A service on the network: one of ours to publish, or one that a browser has found, to
+/// resolve. A browser gives out the same object for a service from its arrival to its
+/// departure, so objects are compared by address.
 ///
-/// Any thread may call any operation; it ends silently, with what is under way.
-/// The discovery service in force must outlive it.
+/// Any thread may call any operation. An object that ends also ends its publication or
+/// resolution, without a report. The current discovery service must outlive it.
 class NSNetService final : public std::enable_shared_from_this<NSNetService> {
  public:
-  /// Keys with their values as they go into a TXT record; a key may have none.
+  /// The keys and values of a TXT record; a key may have no value.
   using TXTRecordDictionary = std::map<std::string, std::optional<std::vector<std::uint8_t>>>;
 
-  /// Publishing fails, rather than take another name than the given one.
-  static constexpr std::uint32_t kNoAutoRename = 1;
-
-  /// `domain`: "local", which an empty one stands for too. `type`: "_osc._udp.".
-  /// A dot at the end of either may be missing. Port 0 until it is resolved.
+  /// `domain`: "local" or empty, which means the same. `type`: "_osc._udp.". The dot at the
+  /// end of either may be missing. `port`: 0 for a service that is to be resolved.
   static std::shared_ptr<NSNetService> initWithDomain(const std::string& domain,
                                                       const std::string& type,
                                                       const std::string& name,
@@ -43,59 +40,54 @@ class NSNetService final : public std::enable_shared_from_this<NSNetService> {
   void setDelegate(std::weak_ptr<NSNetServiceDelegate> delegate);
   std::shared_ptr<NSNetServiceDelegate> delegate() const;
 
-  // --- what it is
-
-  /// When published, the name that it has on the network in the end.
+  /// Once published, the name that it has on the network.
   std::string name() const;
   /// With a dot at the end: "_osc._udp.".
   std::string type() const { return mType + "."; }
-  /// Without one: "local".
+  /// Without a dot at the end: "local".
   const std::string& domain() const noexcept { return mDomain; }
   std::uint16_t port() const;
-  /// Where a socket can connect to: the host's address in text. None until it is resolved.
+  /// The host's address as text, which a socket can connect to. None until it is resolved.
   std::optional<std::string> hostName() const;
   /// Empty for none.
   DiscoveryTXTData TXTRecordData() const;
-  /// "_osc._udp. Velor-OSC in local", for the log.
+  /// For the log: "_osc._udp. Velor-OSC in local".
   std::string description() const;
 
-  // --- what is done with it: one thing at a time, others fail
-
-  /// For now and for later; others see it when it is published. False, and
-  /// without effect, for data that is no TXT record.
+  /// For the next publication. False, and without effect, when the data is not a TXT record.
   bool setTXTRecordData(DiscoveryTXTData data);
 
-  /// Until `stop`, over the death of whatever carries it. Options: kNoAutoRename.
+  /// Publishes until `stop`; a daemon that dies and returns does not end it. A name that is
+  /// taken gets a number. No option is in use: 0. Fails while a publication or resolution is
+  /// under way.
   void publishWithOptions(std::uint32_t options);
 
-  /// Looks for host name, port and TXT record, for so many seconds; without end
-  /// when that is not above 0. Ends with the first answer.
+  /// Looks up host name, port and TXT record until the first answer or the timeout; without
+  /// end when `seconds` is not above 0. Fails while a publication or resolution is under way.
   void resolveWithTimeout(double seconds);
 
   void stop();
 
   // --- TXT records (RFC 6763, section 6)
 
-  /// Leaves out what has no place in a record: a key that is empty, holds "=" or
-  /// anything but printable ASCII, and a pair of more than 255 bytes.
+  /// Leaves out pairs that a record cannot hold: those whose key is empty, contains "=" or
+  /// anything but printable ASCII, and those of more than 255 bytes.
   static DiscoveryTXTData dataFromTXTRecordDictionary(const TXTRecordDictionary& dictionary);
 
-  /// Of keys that differ by case alone the first counts; strings without a key
-  /// are passed over. Damaged data gives what stands before the damage.
+  /// Of keys that differ only in case the first counts; strings without a key are skipped.
+  /// Damaged data gives the pairs before the damage.
   static TXTRecordDictionary dictionaryFromTXTRecordData(const DiscoveryTXTData& data);
 
  private:
-  enum class Doing { nothing, publishing, resolving };
-
   NSNetService(std::string domain, std::string type, std::string name, std::uint16_t port);
 
-  /// The error, where there is any, with which it can't begin. Under mMutex.
+  /// Why it cannot begin. Under mMutex.
   std::optional<NSNetServicesError> obstacle() const;
 
-  // On the main queue. `round` is that of the activity that the news are of.
-  void published(const DiscoveryService::Published& published, std::uint64_t round);
-  /// Null when its time is over.
-  void resolutionEnded(const DiscoveryAnswer* answer, std::uint64_t round);
+  // On the main queue. `round`: the activity that replies.
+  void published(const tl::expected<std::string, NSNetServicesError>& name, std::uint64_t round);
+  void resolved(const tl::expected<DiscoveryAnswer, NSNetServicesError>& answer,
+                std::uint64_t round);
 
   const std::string mDomain;
   const std::string mType;
@@ -107,10 +99,8 @@ class NSNetService final : public std::enable_shared_from_this<NSNetService> {
   std::optional<std::string> mHostName;
   DiscoveryTXTData mTXTRecordData;
   std::weak_ptr<NSNetServiceDelegate> mDelegate;
-  Doing mDoing = Doing::nothing;
-  std::uint64_t mRound = 0;
-  std::unique_ptr<DiscoveryActivity> mActivity;
-  std::unique_ptr<host::Timer> mTimeout;
+  std::uint64_t mRound = 0;  // counts activities
+  DiscoveryActivity mActivity;
 };
 
 }  // namespace velor::discovery

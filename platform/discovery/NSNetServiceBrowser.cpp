@@ -36,7 +36,8 @@ void NSNetServiceBrowser::searchForServicesOfType(const std::string& type,
     NSNetServicesError error =
         mActivity != nullptr
             ? NSNetServicesError{NSNetServicesError::kActivityInProgress, "a search is under way"}
-            : NSNetServicesError{NSNetServicesError::kBadArgument, type + " is no type of service"};
+            : NSNetServicesError{NSNetServicesError::kBadArgument,
+                                 "'" + type + "' is not a service type; expected _name._udp"};
     tellDelegateLater(weak_from_this(),
                       [error = std::move(error)](auto& delegate, const auto& self) {
                         delegate.netServiceBrowserDidNotSearch(*self, error);
@@ -50,47 +51,30 @@ void NSNetServiceBrowser::searchForServicesOfType(const std::string& type,
   mDomain = within;
   mActivity = service().searchForServices(
       std::move(wanted), std::move(within),
-      [weak = weak_from_this(), round = ++mRound](const DiscoveryFind& find, bool moreComing) {
+      [weak = weak_from_this()](const DiscoveryFind& find, bool moreComing) {
         if (const auto self = weak.lock()) {
-          self->found(find, moreComing, round);
+          self->found(find, moreComing);
         }
       });
 }
 
-void NSNetServiceBrowser::found(const DiscoveryFind& find, bool moreComing, std::uint64_t round) {
+void NSNetServiceBrowser::found(const DiscoveryFind& find, bool moreComing) {
   std::unique_lock lock(mMutex);
-  if (round != mRound || mActivity == nullptr) {
-    return;
-  }
-  std::shared_ptr<NSNetService>& place = mServices[find.name];
+  std::shared_ptr<NSNetService> netService;
   if (find.isThere) {
-    place = NSNetService::initWithDomain(mDomain, mType, find.name);
+    netService = mServices[find.name] = NSNetService::initWithDomain(mDomain, mType, find.name);
+  } else if (auto gone = mServices.extract(find.name)) {
+    netService = std::move(gone.mapped());
   }
-  const std::shared_ptr<NSNetService> netService = place;
-  if (!find.isThere) {
-    mServices.erase(find.name);
-  }
-  const auto hears = mDelegate.lock();
+  const auto receiver = mDelegate.lock();
   lock.unlock();
-  if (hears == nullptr || netService == nullptr) {
+  if (receiver == nullptr || netService == nullptr) {
     return;
   }
   if (find.isThere) {
-    hears->netServiceBrowserDidFindService(*this, netService, moreComing);
+    receiver->netServiceBrowserDidFindService(*this, netService, moreComing);
   } else {
-    hears->netServiceBrowserDidRemoveService(*this, netService, moreComing);
-  }
-}
-
-void NSNetServiceBrowser::stop() {
-  std::unique_ptr<DiscoveryActivity> activity;
-  const std::lock_guard lock(mMutex);
-  if (mActivity != nullptr) {
-    activity = std::move(mActivity);
-    mServices.clear();
-    tellDelegateLater(weak_from_this(), [](auto& delegate, const auto& self) {
-      delegate.netServiceBrowserDidStopSearch(*self);
-    });
+    receiver->netServiceBrowserDidRemoveService(*this, netService, moreComing);
   }
 }
 

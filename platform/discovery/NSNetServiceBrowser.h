@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -12,11 +11,10 @@
 
 namespace velor::discovery {
 
-/// Searches the network for services of a type, and goes on telling of those that
-/// come and go until it is stopped or ends.
+/// Searches the network for services of a type, and reports those that come and go until
+/// the browser ends.
 ///
-/// Any thread may call any operation; it ends silently. The discovery service in
-/// force must outlive it.
+/// Any thread may call any operation. The current discovery service must outlive it.
 class NSNetServiceBrowser final : public std::enable_shared_from_this<NSNetServiceBrowser> {
  public:
   static std::shared_ptr<NSNetServiceBrowser> init();
@@ -28,26 +26,22 @@ class NSNetServiceBrowser final : public std::enable_shared_from_this<NSNetServi
   void setDelegate(std::weak_ptr<NSNetServiceBrowserDelegate> delegate);
   std::shared_ptr<NSNetServiceBrowserDelegate> delegate() const;
 
-  /// `type` "_osc._udp.", `domain` "local"; a dot at the end may be missing. Fails
-  /// while another search is under way.
+  /// `type`: "_osc._udp."; `domain`: "local" or empty. The dot at the end of either may be
+  /// missing. Fails while another search is under way.
   void searchForServicesOfType(const std::string& type, const std::string& domain);
-
-  /// What was found is not told gone.
-  void stop();
 
  private:
   NSNetServiceBrowser() = default;
 
   // On the main queue.
-  void found(const DiscoveryFind& find, bool moreComing, std::uint64_t round);
+  void found(const DiscoveryFind& find, bool moreComing);
 
   mutable std::mutex mMutex;
   // Under mMutex.
   std::weak_ptr<NSNetServiceBrowserDelegate> mDelegate;
-  std::uint64_t mRound = 0;  // counts searches
   std::string mType;
   std::string mDomain;
-  std::unique_ptr<DiscoveryActivity> mActivity;
+  DiscoveryActivity mActivity;
   std::map<std::string, std::shared_ptr<NSNetService>> mServices;  // by name
 };
 

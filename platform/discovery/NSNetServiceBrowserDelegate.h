@@ -10,7 +10,7 @@ namespace velor::discovery {
 class NSNetService;
 class NSNetServiceBrowser;
 
-/// Hears what a search finds. Queue: main.
+/// Gets the reports of a search. Queue: main.
 class NSNetServiceBrowserDelegate {
  public:
   virtual ~NSNetServiceBrowserDelegate() = default;
@@ -23,13 +23,9 @@ class NSNetServiceBrowserDelegate {
     static_cast<void>(browser);
     static_cast<void>(error);
   }
-  virtual void netServiceBrowserDidStopSearch(NSNetServiceBrowser& browser) {
-    static_cast<void>(browser);
-  }
 
-  /// `moreComing`: another call follows at once, so that a display may wait for
-  /// the last. A service that goes is the object that came; one that comes back
-  /// is a new one.
+  /// `moreComing`: another call follows at once, so that a display may wait for the last.
+  /// A service that goes is the object that came; one that returns is a new object.
   virtual void netServiceBrowserDidFindService(NSNetServiceBrowser& browser,
                                                const std::shared_ptr<NSNetService>& service,
                                                bool moreComing) = 0;

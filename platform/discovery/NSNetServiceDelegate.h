@@ -9,13 +9,13 @@ namespace velor::discovery {
 
 class NSNetService;
 
-/// Hears what becomes of a service. Queue: main.
+/// Gets the results of publishing and resolving a service. Queue: main.
 class NSNetServiceDelegate {
  public:
   virtual ~NSNetServiceDelegate() = default;
 
-  /// Others can see it, under the name that it has now. Comes again when that was
-  /// interrupted.
+  /// Others can see the service, under the name that it has now. Comes again after each
+  /// interruption.
   virtual void netServiceDidPublish(const std::shared_ptr<NSNetService>& service) {
     static_cast<void>(service);
   }
@@ -35,7 +35,7 @@ class NSNetServiceDelegate {
     static_cast<void>(error);
   }
 
-  /// What was under way has been stopped.
+  /// `stop` ended a publication or a resolution.
   virtual void netServiceDidStop(const std::shared_ptr<NSNetService>& service) {
     static_cast<void>(service);
   }

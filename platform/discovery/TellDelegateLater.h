@@ -8,8 +8,8 @@
 
 namespace velor::discovery {
 
-/// Calls `tell` with the delegate that the sender has, and with the sender, when
-/// the main queue comes to it, if both are there by then. Any thread.
+/// Calls `tell` with the sender's delegate and the sender on the main queue, if both still
+/// exist by then. Any thread.
 template <class Sender, class Tell>
 void tellDelegateLater(std::weak_ptr<Sender> sender, Tell tell) {
   host::current().mainQueue().async([weak = std::move(sender), tell = std::move(tell)] {

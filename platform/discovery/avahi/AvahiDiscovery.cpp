@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/discovery/avahi/AvahiDiscovery.h"
 
+#include <avahi-client/lookup.h>
+#include <avahi-client/publish.h>
 #include <avahi-common/alternative.h>
 #include <avahi-common/error.h>
 #include <avahi-common/malloc.h>
@@ -8,38 +10,45 @@
 
 #include <algorithm>
 #include <array>
-#include <system_error>
+#include <map>
+#include <set>
+#include <utility>
 
+#include "platform/discovery/DiscoveryTask.h"
 #include "platform/host/Log.h"
 
 namespace velor::discovery {
 namespace {
 
 constexpr std::uint64_t kMs = 1'000'000;
-// Between attempts at what has failed.
-constexpr std::uint64_t kRetry = 1000 * kMs;
-// What has said goodbye is kept by peers for a second more (RFC 6762, section 10.1) and
-// is found there meanwhile: also our own last run, by one that is started at once.
+// The library's value for any of them.
+constexpr AvahiIfIndex kAnyInterface = -1;
+constexpr AvahiProtocol kAnyProtocol = -1;
+// Peers keep a service for another second after its goodbye (RFC 6762, section 10.1), also
+// our own last run. A program that starts at once after its end would find itself there.
 constexpr std::uint64_t kFarewell = 1500 * kMs;
-// Names tried before a publication waits for the next attempt.
-constexpr int kMostNames = 100;
+// Services that come within this time are reported together.
+constexpr std::uint64_t kTogether = 100 * kMs;
 
-// A TXT record as the library's list.
-class TXTList {
- public:
-  explicit TXTList(const DiscoveryTXTData& data) {
-    if (!data.empty() && avahi_string_list_parse(data.data(), data.size(), &mList) != 0) {
-      mList = nullptr;  // out of memory: damaged data does not come here
-    }
+template <auto kFree>
+struct Free {
+  template <class Object>
+  void operator()(Object* object) const {
+    kFree(object);
   }
-  ~TXTList() { avahi_string_list_free(mList); }
-  TXTList(const TXTList&) = delete;
-  TXTList& operator=(const TXTList&) = delete;
-  AvahiStringList* get() const noexcept { return mList; }
-
- private:
-  AvahiStringList* mList = nullptr;
 };
+template <class Object, auto kFree>
+using Owned = std::unique_ptr<Object, Free<kFree>>;
+
+using TXTList = Owned<AvahiStringList, avahi_string_list_free>;
+
+TXTList listOf(const DiscoveryTXTData& data) {
+  AvahiStringList* list = nullptr;
+  if (!data.empty()) {
+    avahi_string_list_parse(data.data(), data.size(), &list);
+  }
+  return TXTList(list);
+}
 
 DiscoveryTXTData dataOf(AvahiStringList* list) {
   DiscoveryTXTData data(avahi_string_list_serialize(list, nullptr, 0));
@@ -47,7 +56,7 @@ DiscoveryTXTData dataOf(AvahiStringList* list) {
   return data;
 }
 
-// An address of one link alone needs the interface.
+// A link-local address is only complete with its interface.
 bool needsScope(const AvahiAddress& address) {
   const std::uint8_t* const bytes = address.data.ipv6.address;
   return address.proto == AVAHI_PROTO_INET6 && bytes[0] == 0xFE && (bytes[1] & 0xC0) == 0x80;
@@ -65,426 +74,386 @@ std::string textOf(const AvahiAddress& address, AvahiIfIndex interface) {
   return std::string(text.data()) + "%" + link.data();
 }
 
-// Errors that no later attempt would mend.
-bool isForGood(int error) {
-  switch (error) {
-    case AVAHI_ERR_INVALID_SERVICE_NAME:
-    case AVAHI_ERR_INVALID_SERVICE_TYPE:
-    case AVAHI_ERR_INVALID_DOMAIN_NAME:
-    case AVAHI_ERR_INVALID_PORT:
-    case AVAHI_ERR_INVALID_ARGUMENT:
-    case AVAHI_ERR_INVALID_RECORD:
-    case AVAHI_ERR_NOT_PERMITTED:
-    case AVAHI_ERR_NOT_SUPPORTED:
-      return true;
-    default:
-      return false;
-  }
+// The daemon did not answer: it is going or gone, and the client's failure follows.
+bool isLost(int error) {
+  return error == AVAHI_ERR_DISCONNECTED || error == AVAHI_ERR_NO_DAEMON ||
+         error == AVAHI_ERR_DBUS_ERROR || error == AVAHI_ERR_BAD_STATE;
 }
 
 }  // namespace
 
-AvahiDiscovery::AvahiDiscovery()
-    : mHost(host::current()), mLoop("velor.avahi", [this] { tellFinds(); }) {}
+class AvahiDiscovery::Task : public DiscoveryTask {
+ public:
+  explicit Task(AvahiDiscovery& discovery)
+      : DiscoveryTask(discovery.mLoop), mDiscovery(discovery) {}
+
+  /// A daemon runs. Also called when the task has its object.
+  virtual void resume(AvahiClient* client) = 0;
+  /// The host's name changes; a publication must go until `resume`.
+  virtual void pause() {}
+  /// The client has freed the object, since the daemon has gone.
+  virtual void lose() = 0;
+
+ private:
+  void begin() override { mDiscovery.add(*this); }
+  void end() override {
+    std::erase(mDiscovery.mTasks, this);
+    stop();
+  }
+  /// Frees the object.
+  virtual void stop() = 0;
+
+  AvahiDiscovery& mDiscovery;
+};
+
+/// A task with the object that the library has for it while a daemon runs.
+template <class Object, auto kFree>
+class AvahiDiscovery::TaskWith : public Task {
+ public:
+  using Task::Task;
+  void lose() override { static_cast<void>(mObject.release()); }
+
+ protected:
+  void stop() override { mObject.reset(); }
+
+  Owned<Object, kFree> mObject;
+};
+
+class AvahiDiscovery::Publication final : public TaskWith<AvahiEntryGroup, avahi_entry_group_free> {
+ public:
+  Publication(AvahiDiscovery& discovery, DiscoveryRecord record, PublishReply reply)
+      : TaskWith(discovery), mReply(std::move(reply)), mRecord(std::move(record)) {}
+
+ private:
+  void resume(AvahiClient* client) override {
+    if (mObject != nullptr || mRefused) {
+      return;
+    }
+    mObject.reset(avahi_entry_group_new(client, &Publication::onGroup, this));
+    if (mObject == nullptr) {
+      refuse(avahi_client_errno(client));
+    } else {
+      publish();
+    }
+  }
+
+  void publish() {
+    int error = addService();
+    while (error == AVAHI_ERR_COLLISION) {
+      takeNextName();
+      error = addService();
+    }
+    if (error == 0) {
+      error = avahi_entry_group_commit(mObject.get());
+    }
+    if (error != 0) {
+      refuse(error);
+    }
+  }
+
+  int addService() {
+    const auto& [key, port, txt] = mRecord;
+    return avahi_entry_group_add_service_strlst(
+        mObject.get(), kAnyInterface, kAnyProtocol, static_cast<AvahiPublishFlags>(0),
+        key.name.c_str(), key.type.c_str(), key.domain.c_str(), nullptr, port, listOf(txt).get());
+  }
+
+  void takeNextName() {
+    char* const next = avahi_alternative_service_name(mRecord.key.name.c_str());
+    mRecord.key.name = next;
+    avahi_free(next);
+  }
+
+  void refuse(int error) {
+    if (!isLost(error)) {
+      stop();
+      mRefused = true;
+      reply([this, told = NSNetServicesError{
+                       NSNetServicesError::kUnknown,
+                       std::string("the Avahi daemon refuses it: ") + avahi_strerror(error)}] {
+        mReply(tl::unexpected(told));
+      });
+    }
+  }
+
+  static void onGroup(AvahiEntryGroup* group, AvahiEntryGroupState state, void* publication) {
+    auto& self = *static_cast<Publication*>(publication);
+    switch (state) {
+      case AVAHI_ENTRY_GROUP_ESTABLISHED:
+        self.reply([&self, name = self.mRecord.key.name] { self.mReply(name); });
+        break;
+      case AVAHI_ENTRY_GROUP_COLLISION:
+        self.takeNextName();
+        avahi_entry_group_reset(group);
+        self.publish();
+        break;
+      case AVAHI_ENTRY_GROUP_FAILURE:
+        self.refuse(avahi_client_errno(avahi_entry_group_get_client(group)));
+        break;
+      case AVAHI_ENTRY_GROUP_UNCOMMITED:
+      case AVAHI_ENTRY_GROUP_REGISTERING:
+        break;
+    }
+  }
+
+  void pause() override { stop(); }
+
+  const PublishReply mReply;
+  DiscoveryRecord mRecord;  // with the current name, or the next to try
+  bool mRefused = false;
+};
+
+class AvahiDiscovery::Search final
+    : public TaskWith<AvahiServiceBrowser, avahi_service_browser_free> {
+ public:
+  Search(AvahiDiscovery& discovery, std::string type, std::string domain, SearchReply reply)
+      : TaskWith(discovery),
+        mReply(std::move(reply)),
+        mType(std::move(type)),
+        mDomain(std::move(domain)),
+        mLoop(discovery.mLoop) {}
+
+ private:
+  struct Sighting {
+    std::set<std::pair<int, int>> places;  // interface and protocol
+    std::uint64_t batch = 0;               // as mBatch was when it came
+    bool isTold = false;
+  };
+
+  void resume(AvahiClient* client) override {
+    if (mObject == nullptr) {
+      mObject.reset(avahi_service_browser_new(client, kAnyInterface, kAnyProtocol, mType.c_str(),
+                                              mDomain.c_str(), static_cast<AvahiLookupFlags>(0),
+                                              &Search::onBrowser, this));
+      if (mObject == nullptr) {
+        noteFailure(client);
+      }
+    }
+  }
+
+  static void onBrowser(AvahiServiceBrowser* browser, AvahiIfIndex interface,
+                        AvahiProtocol protocol, AvahiBrowserEvent event, const char* name,
+                        const char*, const char*, AvahiLookupResultFlags, void* search) {
+    auto& self = *static_cast<Search*>(search);
+    switch (event) {
+      case AVAHI_BROWSER_NEW:
+        self.noteThere(name, {interface, protocol});
+        break;
+      case AVAHI_BROWSER_REMOVE:
+        self.noteGone(name, {interface, protocol});
+        break;
+      case AVAHI_BROWSER_FAILURE:
+        self.noteFailure(avahi_service_browser_get_client(browser));
+        break;
+      case AVAHI_BROWSER_CACHE_EXHAUSTED:
+      case AVAHI_BROWSER_ALL_FOR_NOW:
+        break;
+    }
+  }
+
+  void noteThere(const std::string& name, std::pair<int, int> place) {
+    Sighting& sighting = mSeen[name];
+    if (sighting.places.empty()) {
+      const std::uint64_t now = host::current().AudioGetCurrentHostTime();
+      if (now - mBatch > kTogether) {
+        mBatch = now;
+        mLoop.after(kFarewell, [weak = weak_from_this(), now] {
+          if (const auto self = weak.lock()) {
+            static_cast<Search&>(*self).tell(now);
+          }
+        });
+      }
+      sighting.batch = mBatch;
+    }
+    sighting.places.insert(place);
+  }
+
+  void tell(std::uint64_t batch) {
+    std::vector<DiscoveryFind> finds;
+    for (auto& [name, sighting] : mSeen) {
+      if (sighting.batch == batch) {
+        sighting.isTold = true;
+        finds.push_back({name, true});
+      }
+    }
+    replyFinds(mReply, std::move(finds));
+  }
+
+  void noteGone(const std::string& name, std::pair<int, int> place) {
+    const auto found = mSeen.find(name);
+    if (found == mSeen.end()) {
+      return;
+    }
+    found->second.places.erase(place);
+    if (found->second.places.empty()) {
+      if (found->second.isTold) {
+        replyFinds(mReply, {{name, false}});
+      }
+      mSeen.erase(found);
+    }
+  }
+
+  void noteFailure(AvahiClient* client) {
+    if (const int error = avahi_client_errno(client); !isLost(error)) {
+      VELOR_LOG_WARNING("cannot search for %s: %s", mType.c_str(), avahi_strerror(error));
+    }
+  }
+
+  void lose() override {
+    TaskWith::lose();
+    std::vector<DiscoveryFind> gone;
+    for (const auto& [name, sighting] : std::exchange(mSeen, {})) {
+      if (sighting.isTold) {
+        gone.push_back({name, false});
+      }
+    }
+    replyFinds(mReply, std::move(gone));
+  }
+
+  const SearchReply mReply;
+  const std::string mType;
+  const std::string mDomain;
+  host::Queue& mLoop;
+  std::map<std::string, Sighting> mSeen;  // by name
+  std::uint64_t mBatch = 0;               // host time at which the last batch began
+};
+
+class AvahiDiscovery::Resolution final
+    : public TaskWith<AvahiServiceResolver, avahi_service_resolver_free> {
+ public:
+  Resolution(AvahiDiscovery& discovery, DiscoveryKey key, ResolveReply reply)
+      : TaskWith(discovery), mReply(std::move(reply)), mKey(std::move(key)) {}
+
+ private:
+  void resume(AvahiClient* client) override {
+    if (mObject == nullptr && !mIsTold) {
+      mObject.reset(avahi_service_resolver_new(
+          client, kAnyInterface, kAnyProtocol, mKey.name.c_str(), mKey.type.c_str(),
+          mKey.domain.c_str(), mProtocol, static_cast<AvahiLookupFlags>(0), &Resolution::onResolver,
+          this));
+    }
+  }
+
+  static void onResolver(AvahiServiceResolver* resolver, AvahiIfIndex interface, AvahiProtocol,
+                         AvahiResolverEvent event, const char*, const char*, const char*,
+                         const char*, const AvahiAddress* address, std::uint16_t port,
+                         AvahiStringList* txt, AvahiLookupResultFlags, void* resolution) {
+    auto& self = *static_cast<Resolution*>(resolution);
+    AvahiClient* const client = avahi_service_resolver_get_client(resolver);
+    if (event == AVAHI_RESOLVER_FOUND) {
+      if (!std::exchange(self.mIsTold, true)) {  // one interface after another answers
+        self.reply([&self, answer = DiscoveryAnswer{textOf(*address, interface), port,
+                                                    dataOf(txt)}] { self.mReply(answer); });
+      }
+    } else if (avahi_client_errno(client) == AVAHI_ERR_TIMEOUT) {
+      // The daemon gives up after 5 s. The service may still come, or have no IPv4 address.
+      self.stop();
+      self.mProtocol = kAnyProtocol;
+      self.resume(client);
+    }
+  }
+
+  const ResolveReply mReply;
+  const DiscoveryKey mKey;
+  // Of the address. The daemon gives one per host, and peers tend to listen for IPv4.
+  AvahiProtocol mProtocol = AVAHI_PROTO_INET;
+  bool mIsTold = false;
+};
 
 AvahiDiscovery::~AvahiDiscovery() {
-  mLoop.async([this] { closeClient(); });
+  mLoop.async([this] {
+    close();
+    mBusWatch = nullptr;
+  });
   mLoop.endThread();
 }
 
-void AvahiDiscovery::begin(const PublishOrderRef& order) {
-  Publication& publication = mPublications.emplace_back();
-  publication.owner = this;
-  publication.order = order;
-  publication.name = order->record.key.name;
-  lookAgainSoon();
+DiscoveryActivity AvahiDiscovery::publishService(DiscoveryRecord record, PublishReply reply) {
+  return Task::start(std::make_shared<Publication>(*this, std::move(record), std::move(reply)));
 }
 
-void AvahiDiscovery::begin(const SearchOrderRef& order) {
-  Search& search = mSearches.emplace_back();
-  search.owner = this;
-  search.order = order;
-  lookAgainSoon();
+DiscoveryActivity AvahiDiscovery::searchForServices(std::string type, std::string domain,
+                                                    SearchReply reply) {
+  return Task::start(
+      std::make_shared<Search>(*this, std::move(type), std::move(domain), std::move(reply)));
 }
 
-void AvahiDiscovery::begin(const ResolveOrderRef& order) {
-  Resolution& resolution = mResolutions.emplace_back();
-  resolution.owner = this;
-  resolution.order = order;
-  lookAgainSoon();
+DiscoveryActivity AvahiDiscovery::resolveService(DiscoveryKey key, ResolveReply reply) {
+  return Task::start(std::make_shared<Resolution>(*this, std::move(key), std::move(reply)));
 }
 
-void AvahiDiscovery::end(const DiscoveryOrder& order) {
-  mPublications.remove_if([this, &order](Publication& each) {
-    if (each.order.get() != &order) {
-      return false;
-    }
-    withdraw(each);
-    return true;
-  });
-  mSearches.remove_if([&order](Search& each) {
-    if (each.order.get() != &order) {
-      return false;
-    }
-    if (each.browser != nullptr) {
-      avahi_service_browser_free(each.browser);
-    }
-    return true;
-  });
-  mResolutions.remove_if([&order](Resolution& each) {
-    if (each.order.get() != &order) {
-      return false;
-    }
-    if (each.resolver != nullptr) {
-      avahi_service_resolver_free(each.resolver);
-    }
-    return true;
-  });
-}
-
-void AvahiDiscovery::txtChanged(const PublishOrder& order) {
-  const auto found =
-      std::find_if(mPublications.begin(), mPublications.end(),
-                   [&order](const Publication& each) { return each.order.get() == &order; });
-  if (found == mPublications.end() || found->group == nullptr) {
-    return;  // it goes out with the publication
-  }
-  const TXTList txt(order.record.txt);
-  const int error = avahi_entry_group_update_service_txt_strlst(
-      found->group, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, static_cast<AvahiPublishFlags>(0),
-      found->name.c_str(), order.record.key.type.c_str(), order.record.key.domain.c_str(),
-      txt.get());
-  if (error != 0) {
-    withdraw(*found);  // and publish it anew
-    lookAgainSoon();
+void AvahiDiscovery::add(Task& task) {
+  mTasks.push_back(&task);
+  if (mClient == nullptr) {
+    open();
+  } else if (avahi_client_get_state(mClient) == AVAHI_CLIENT_S_RUNNING) {
+    task.resume(mClient);
   }
 }
 
-void AvahiDiscovery::lookAgainSoon() {
-  if (!mLookPending) {
-    mLookPending = true;
-    mLoop.async([this] {
-      mLookPending = false;
-      lookAgain();
+// --- the client: without one there is no bus, as it waits for a daemon by itself
+
+void AvahiDiscovery::open() {
+  if (mBusWatch == nullptr) {
+    mBusWatch = std::make_unique<SystemBusWatch>(mLoop.poll(), [this] {
+      if (mClient == nullptr) {
+        open();
+      }
     });
   }
-}
-
-// One that is due earlier does for those behind it, so that they do not pile up.
-void AvahiDiscovery::lookAgainIn(std::uint64_t ns) {
-  const std::uint64_t due = mHost.AudioGetCurrentHostTime() + ns;
-  if (mLookDue <= due) {
-    return;
-  }
-  mLookDue = due;
-  mLoop.after(ns, [this, due] {
-    if (mLookDue == due) {
-      mLookDue = kNoLook;
-    }
-    lookAgainSoon();
-  });
-}
-
-void AvahiDiscovery::lookAgain() {
-  if (mClient == nullptr) {
-    const bool idle = mPublications.empty() && mSearches.empty() && mResolutions.empty();
-    if (idle || !openClient()) {
-      return;
-    }
-  }
-  switch (mState) {
-    case AVAHI_CLIENT_S_RUNNING:
-      if (std::exchange(mToldMissing, false)) {
-        VELOR_LOG_INFO("the Avahi daemon is there");
-      }
-      for (Publication& each : mPublications) {
-        publish(each);
-      }
-      for (Search& each : mSearches) {
-        search(each);
-      }
-      for (Resolution& each : mResolutions) {
-        resolve(each);
-      }
-      break;
-    case AVAHI_CLIENT_S_REGISTERING:
-    case AVAHI_CLIENT_S_COLLISION:
-      // The host looks for a name of its own, which the publications hold.
-      for (Publication& each : mPublications) {
-        withdraw(each);
-      }
-      break;
-    case AVAHI_CLIENT_CONNECTING:
-      if (!std::exchange(mToldMissing, true)) {
-        VELOR_LOG_INFO("no Avahi daemon runs; services are published and found when one does");
-      }
-      break;
-    case AVAHI_CLIENT_FAILURE:
-      if (!std::exchange(mToldMissing, true)) {
-        VELOR_LOG_INFO("the Avahi daemon has gone: %s",
-                       avahi_strerror(avahi_client_errno(mClient)));
-      }
-      closeClient();
-      lookAgainIn(kRetry / 4);
-      break;
-  }
-}
-
-bool AvahiDiscovery::openClient() {
-  mState = AVAHI_CLIENT_CONNECTING;
   int error = 0;
   mClient =
       avahi_client_new(mLoop.poll(), AVAHI_CLIENT_NO_FAIL, &AvahiDiscovery::onClient, this, &error);
   if (mClient == nullptr) {
-    if (!std::exchange(mToldMissing, true)) {
-      VELOR_LOG_INFO("no way to an Avahi daemon: %s", avahi_strerror(error));
-    }
-    lookAgainIn(kRetry);
+    noteMissing(avahi_strerror(error));
   }
-  return mClient != nullptr;
 }
 
-void AvahiDiscovery::closeClient() {
+void AvahiDiscovery::close() {
   if (mClient == nullptr) {
     return;
   }
-  // The client's objects go with it.
   avahi_client_free(std::exchange(mClient, nullptr));
-  for (Publication& each : mPublications) {
-    each.group = nullptr;
-    each.collided = each.failed = false;
-  }
-  for (Search& each : mSearches) {
-    each.browser = nullptr;
-    each.failed = false;
-    tellAllGone(each);
-  }
-  for (Resolution& each : mResolutions) {
-    each.resolver = nullptr;
-    each.failed = false;
+  for (Task* const each : mTasks) {
+    each->lose();
   }
 }
 
-void AvahiDiscovery::onClient(AvahiClient*, AvahiClientState state, void* self) {
-  auto& discovery = *static_cast<AvahiDiscovery*>(self);
-  discovery.mState = state;
-  discovery.lookAgainSoon();
-}
-
-// --- publications
-
-void AvahiDiscovery::withdraw(Publication& publication) {
-  if (publication.group != nullptr) {
-    avahi_entry_group_free(std::exchange(publication.group, nullptr));
-  }
-  publication.collided = publication.failed = false;
-}
-
-// Takes the next name; false when the publication must not have another.
-bool AvahiDiscovery::nameIsTaken(Publication& publication) {
-  if (!publication.order->mayRename) {
-    publication.refused = true;
-    report(publication.order, {false, true, publication.name});
-    return false;
-  }
-  char* const next = avahi_alternative_service_name(publication.name.c_str());
-  publication.name = next;
-  avahi_free(next);
-  return true;
-}
-
-void AvahiDiscovery::publish(Publication& publication) {
-  const bool collided = publication.collided;
-  if (collided || publication.failed) {
-    withdraw(publication);
-    if (collided && !nameIsTaken(publication)) {
-      return;
-    }
-  }
-  if (publication.group != nullptr || publication.refused) {
-    return;
-  }
-  publication.group = avahi_entry_group_new(mClient, &AvahiDiscovery::onGroup, &publication);
-  int error = publication.group == nullptr ? avahi_client_errno(mClient) : AVAHI_ERR_COLLISION;
-  const DiscoveryRecord& record = publication.order->record;
-  const TXTList txt(record.txt);
-  for (int tries = 0; publication.group != nullptr && tries < kMostNames; ++tries) {
-    error = avahi_entry_group_add_service_strlst(
-        publication.group, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, static_cast<AvahiPublishFlags>(0),
-        publication.name.c_str(), record.key.type.c_str(), record.key.domain.c_str(), nullptr,
-        record.port, txt.get());
-    if (error != AVAHI_ERR_COLLISION) {
-      break;
-    }
-    if (!nameIsTaken(publication)) {
-      withdraw(publication);
-      return;
-    }
-  }
-  if (error == 0) {
-    error = avahi_entry_group_commit(publication.group);
-  }
-  if (error == 0 || mState == AVAHI_CLIENT_FAILURE) {
-    return;  // established, or to be made again with the next client
-  }
-  VELOR_LOG_WARNING("cannot publish %s: %s", publication.name.c_str(), avahi_strerror(error));
-  withdraw(publication);
-  if (isForGood(error)) {
-    publication.refused = true;
-    report(publication.order, {false, false, publication.name});
-  } else {
-    lookAgainIn(kRetry);
+void AvahiDiscovery::noteMissing(const std::string& why) {
+  if (!std::exchange(mToldMissing, true)) {
+    VELOR_LOG_INFO("no Avahi daemon (%s); services are published and found once one runs",
+                   why.c_str());
   }
 }
 
-void AvahiDiscovery::onGroup(AvahiEntryGroup*, AvahiEntryGroupState state, void* self) {
-  auto& publication = *static_cast<Publication*>(self);
+void AvahiDiscovery::onClient(AvahiClient* client, AvahiClientState state, void* discovery) {
+  auto& self = *static_cast<AvahiDiscovery*>(discovery);
   switch (state) {
-    case AVAHI_ENTRY_GROUP_ESTABLISHED:
-      publication.owner->report(publication.order, {true, false, publication.name});
-      break;
-    case AVAHI_ENTRY_GROUP_COLLISION:
-      publication.collided = true;
-      publication.owner->lookAgainSoon();
-      break;
-    case AVAHI_ENTRY_GROUP_FAILURE:
-      publication.failed = true;
-      publication.owner->lookAgainIn(kRetry);
-      break;
-    case AVAHI_ENTRY_GROUP_UNCOMMITED:
-    case AVAHI_ENTRY_GROUP_REGISTERING:
-      break;
-  }
-}
-
-// --- searches
-
-void AvahiDiscovery::search(Search& search) {
-  if (search.failed && search.browser != nullptr) {
-    avahi_service_browser_free(std::exchange(search.browser, nullptr));
-    search.failed = false;
-    tellAllGone(search);
-  }
-  if (search.browser != nullptr) {
-    return;
-  }
-  search.holding = true;
-  search.browser = avahi_service_browser_new(
-      mClient, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, search.order->type.c_str(),
-      search.order->domain.c_str(), static_cast<AvahiLookupFlags>(0), &AvahiDiscovery::onBrowser,
-      &search);
-  if (search.browser == nullptr && mState != AVAHI_CLIENT_FAILURE) {
-    VELOR_LOG_WARNING("cannot search for %s: %s", search.order->type.c_str(),
-                      avahi_strerror(avahi_client_errno(mClient)));
-    lookAgainIn(kRetry);
-  }
-}
-
-void AvahiDiscovery::onBrowser(AvahiServiceBrowser*, AvahiIfIndex interface, AvahiProtocol protocol,
-                               AvahiBrowserEvent event, const char* name, const char*, const char*,
-                               AvahiLookupResultFlags, void* self) {
-  auto& search = *static_cast<Search*>(self);
-  switch (event) {
-    case AVAHI_BROWSER_NEW: {
-      auto& places = search.seen[name];
-      if (places.empty()) {
-        // What is there already is told together.
-        search.fresh[name] = search.holding && !search.fresh.empty()
-                                 ? search.fresh.begin()->second
-                                 : search.owner->mHost.AudioGetCurrentHostTime() + kFarewell;
-        search.owner->lookAgainIn(kFarewell);
+    case AVAHI_CLIENT_S_RUNNING:
+      if (std::exchange(self.mToldMissing, false)) {
+        VELOR_LOG_INFO("the Avahi daemon runs");
       }
-      places.emplace(interface, protocol);
-      break;
-    }
-    case AVAHI_BROWSER_REMOVE: {
-      const auto found = search.seen.find(name);
-      if (found == search.seen.end()) {
-        break;
-      }
-      found->second.erase({interface, protocol});
-      if (found->second.empty()) {
-        search.seen.erase(found);
-        noteGone(search, name);
+      for (Task* const each : self.mTasks) {
+        each->resume(client);
       }
       break;
-    }
-    case AVAHI_BROWSER_CACHE_EXHAUSTED:
-    case AVAHI_BROWSER_ALL_FOR_NOW:
-      search.holding = false;
-      break;
-    case AVAHI_BROWSER_FAILURE:
-      search.failed = true;
-      search.owner->lookAgainIn(kRetry);
-      break;
-  }
-}
-
-void AvahiDiscovery::noteGone(Search& search, const std::string& name) {
-  if (search.fresh.erase(name) == 0) {
-    search.untold.push_back({name, false});
-  }
-}
-
-void AvahiDiscovery::tellAllGone(Search& search) {
-  search.holding = false;
-  for (const auto& [name, places] : search.seen) {
-    noteGone(search, name);
-  }
-  search.seen.clear();
-}
-
-void AvahiDiscovery::tellFinds() {
-  const std::uint64_t now = mHost.AudioGetCurrentHostTime();
-  for (Search& each : mSearches) {
-    for (auto fresh = each.fresh.begin(); fresh != each.fresh.end();) {
-      if (fresh->second <= now) {
-        each.untold.push_back({fresh->first, true});
-        fresh = each.fresh.erase(fresh);
-      } else {
-        lookAgainIn(fresh->second - now);
-        ++fresh;
+    case AVAHI_CLIENT_S_REGISTERING:
+    case AVAHI_CLIENT_S_COLLISION:
+      for (Task* const each : self.mTasks) {
+        each->pause();
       }
-    }
-    if (!each.holding && !each.untold.empty()) {
-      report(each.order, std::exchange(each.untold, {}));
-    }
-  }
-}
-
-// --- resolutions
-
-void AvahiDiscovery::resolve(Resolution& resolution) {
-  if (resolution.failed && resolution.resolver != nullptr) {
-    avahi_service_resolver_free(std::exchange(resolution.resolver, nullptr));
-    resolution.failed = false;
-    // A host without IPv4 has an address of the other protocol.
-    resolution.protocol = AVAHI_PROTO_UNSPEC;
-  }
-  if (resolution.resolver != nullptr || resolution.isTold) {
-    return;
-  }
-  const DiscoveryKey& key = resolution.order->key;
-  resolution.resolver = avahi_service_resolver_new(
-      mClient, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, key.name.c_str(), key.type.c_str(),
-      key.domain.c_str(), resolution.protocol, static_cast<AvahiLookupFlags>(0),
-      &AvahiDiscovery::onResolver, &resolution);
-  if (resolution.resolver == nullptr && mState != AVAHI_CLIENT_FAILURE) {
-    lookAgainIn(kRetry);
-  }
-}
-
-void AvahiDiscovery::onResolver(AvahiServiceResolver*, AvahiIfIndex interface, AvahiProtocol,
-                                AvahiResolverEvent event, const char*, const char*, const char*,
-                                const char*, const AvahiAddress* address, std::uint16_t port,
-                                AvahiStringList* txt, AvahiLookupResultFlags, void* self) {
-  auto& resolution = *static_cast<Resolution*>(self);
-  if (event == AVAHI_RESOLVER_FAILURE || address == nullptr) {
-    // Not there (yet), the daemon says after 5 s.
-    resolution.failed = true;
-    resolution.owner->lookAgainIn(resolution.protocol == AVAHI_PROTO_INET ? 0 : kRetry);
-  } else if (!std::exchange(resolution.isTold, true)) {  // the first counts
-    resolution.owner->report(resolution.order, {textOf(*address, interface), port, dataOf(txt)});
+      break;
+    case AVAHI_CLIENT_CONNECTING:
+      self.noteMissing("not started");
+      break;
+    case AVAHI_CLIENT_FAILURE:
+      self.noteMissing(avahi_strerror(avahi_client_errno(client)));
+      // As a job: a client must not end within its callback.
+      self.mLoop.async([&self] {
+        self.close();
+        self.open();
+      });
+      break;
   }
 }
 

@@ -3,17 +3,15 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 #include "platform/host/ThreadState.h"
 
 namespace velor::discovery {
 
-AvahiLoop::AvahiLoop(const std::string& label, std::function<void()> afterEach)
+AvahiLoop::AvahiLoop(const std::string& label)
     : Queue(host::current(), label, host::current().makeSemaphore(host::Host::Pollable::yes),
             WithoutThread{}),
       mPoll(avahi_simple_poll_new()),
-      mAfterEach(std::move(afterEach)),
       mThread(mPoll != nullptr ? host().startThread(label, [this] { run(); }) : nullptr) {
   if (mThread == nullptr) {
     std::fprintf(stderr, "cannot start the thread of queue %s\n", label.c_str());
@@ -31,7 +29,7 @@ void AvahiLoop::endThread() {
     async([this] { mEnding = true; });
     mThread->join();
     mThread = nullptr;
-    host().timers().forget(*this);  // those of the last jobs
+    host().timers().forget(*this);  // timers that the last jobs set
   }
 }
 
@@ -42,10 +40,9 @@ void AvahiLoop::run() {
       api->watch_new(api, wake().descriptor(), AVAHI_WATCH_IN, &AvahiLoop::onWake, this);
   while (!mEnding) {
     if (avahi_simple_poll_iterate(mPoll.get(), -1) != 0) {
-      std::fprintf(stderr, "the system refuses to wait for queue %s\n", label().c_str());
+      std::fprintf(stderr, "cannot wait for events of queue %s\n", label().c_str());
       std::abort();
     }
-    mAfterEach();
   }
   api->watch_free(watch);
 }
@@ -54,7 +51,7 @@ void AvahiLoop::onWake(AvahiWatch*, int, AvahiWatchEvent, void* self) {
   auto& loop = *static_cast<AvahiLoop*>(self);
   while (loop.wake().waitUntil(0)) {
   }
-  // Cleared before the look: a job that comes during it signals again.
+  // First, so that a job that comes while others run signals again.
   loop.acknowledgeWake();
   loop.drain();
 }

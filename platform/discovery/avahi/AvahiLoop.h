@@ -3,7 +3,6 @@
 
 #include <avahi-common/simple-watch.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -11,19 +10,18 @@
 
 namespace velor::discovery {
 
-/// A queue whose thread waits for Avahi's descriptors and timeouts as well, so that
-/// the library's callbacks and the queue's jobs come one at a time on one thread.
+/// A queue whose thread also waits for Avahi's descriptors and timeouts, so that the
+/// library's callbacks and the queue's jobs run one at a time on one thread.
 class AvahiLoop final : public host::Queue {
  public:
-  /// `afterEach` runs after each round of callbacks and jobs.
-  AvahiLoop(const std::string& label, std::function<void()> afterEach);
-  /// Nothing of the library watches here any more.
+  explicit AvahiLoop(const std::string& label);
+  /// The library has no watch here any more.
   ~AvahiLoop() override;
 
   /// For the library; on the queue.
   const AvahiPoll* poll() const noexcept { return avahi_simple_poll_get(mPoll.get()); }
 
-  /// Runs what has been posted and ends the thread. Not from the queue.
+  /// Runs the posted jobs and ends the thread. Not from the queue.
   void endThread();
 
  private:
@@ -35,7 +33,6 @@ class AvahiLoop final : public host::Queue {
   static void onWake(AvahiWatch* watch, int descriptor, AvahiWatchEvent event, void* self);
 
   const std::unique_ptr<AvahiSimplePoll, FreePoll> mPoll;
-  const std::function<void()> mAfterEach;
   bool mEnding = false;  // the thread's
   std::unique_ptr<host::Thread> mThread;
 };

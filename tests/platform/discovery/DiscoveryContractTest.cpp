@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What code may rely on, whichever discovery service is in force.
+// The contract of a discovery service, on each implementation.
 #include <gtest/gtest.h>
 #include <netdb.h>
 
@@ -18,20 +18,20 @@
 namespace velor::discovery {
 namespace {
 
-// A service with the host that carries its time.
+// A discovery service with its host.
 struct Setting {
   virtual ~Setting() = default;
-  // What carries the service, such as a daemon, goes and comes back.
-  virtual void killCarrier() = 0;
-  virtual void startCarrier() = 0;
-  // Lets the main loop run until the condition holds; false after 15 s.
+  // The daemon, or its counterpart.
+  virtual void killDaemon() = 0;
+  virtual void startDaemon() = 0;
+  // Runs the main loop until the condition holds; false after 15 s.
   virtual bool until(const std::function<bool()>& condition) = 0;
 };
 
 struct BuiltinSetting final : Setting {
   BuiltinSetting() { setService(&mDiscovery); }
-  void killCarrier() override { mDiscovery.setRunning(false); }
-  void startCarrier() override { mDiscovery.setRunning(true); }
+  void killDaemon() override { mDiscovery.setRunning(false); }
+  void startDaemon() override { mDiscovery.setRunning(true); }
   bool until(const std::function<bool()>& condition) override {
     return test::until(mHost, 15, condition);
   }
@@ -46,8 +46,8 @@ struct AvahiSetting final : Setting {
     mDiscovery = std::make_unique<AvahiDiscovery>();
     setService(mDiscovery.get());
   }
-  void killCarrier() override { mServer.kill(); }
-  void startCarrier() override { mServer.start(); }
+  void killDaemon() override { mServer.kill(); }
+  void startDaemon() override { mServer.start(); }
   bool until(const std::function<bool()>& condition) override {
     return test::until(mHost, 15, condition);
   }
@@ -86,7 +86,7 @@ class DiscoveryContract : public testing::TestWithParam<DiscoveryKind> {
   const std::shared_ptr<DiscoveryWitness> mWitness = std::make_shared<DiscoveryWitness>();
 };
 
-TEST_P(DiscoveryContract, WhatIsPublishedIsFoundResolvesToWhatWasGivenAndGoesWithItsEnd) {
+TEST_P(DiscoveryContract, APublicationIsFoundAndResolvedAndGoesWithItsObject) {
   auto ours = make("Velor-OSC", 7770);
   const NSNetService::TXTRecordDictionary given = {
       {"uid", std::vector<std::uint8_t>{'4', '2', 0, 0xFF}}, {"flag", std::nullopt}};
@@ -114,32 +114,28 @@ TEST_P(DiscoveryContract, WhatIsPublishedIsFoundResolvesToWhatWasGivenAndGoesWit
   EXPECT_EQ(mWitness->errors, std::vector<int>());
 }
 
-TEST_P(DiscoveryContract, ATakenNameIsReplacedByOneWithANumberUnlessThatIsNotWanted) {
+TEST_P(DiscoveryContract, ATakenNameGetsANumber) {
   const auto first = publish("Velor-OSC", 7770);
   ASSERT_TRUE(until([&] { return mWitness->published.size() == 1; }));
   const auto second = publish("Velor-OSC", 7771);
   ASSERT_TRUE(until([&] { return mWitness->published.size() == 2; }));
   EXPECT_EQ(second->name(), "Velor-OSC #2");
-  const auto third = make("Velor-OSC", 7772);
-  third->publishWithOptions(NSNetService::kNoAutoRename);
-  ASSERT_TRUE(until([&] { return !mWitness->errors.empty(); }));
-  EXPECT_EQ(mWitness->errors[0], NSNetServicesError::kCollision);
   EXPECT_EQ(first->name(), "Velor-OSC");
 }
 
-TEST_P(DiscoveryContract, WhatGoesWithItsCarrierIsToldGoneAndComesBack) {
-  mSetting->killCarrier();
+TEST_P(DiscoveryContract, ServicesGoWithTheDaemonAndReturnWithIt) {
+  mSetting->killDaemon();
   const auto ours = publish("Velor-OSC", 7770);
   const auto browser = search();
   const auto resolved = make("Velor-OSC");
   resolved->resolveWithTimeout(60);
-  mSetting->startCarrier();
+  mSetting->startDaemon();
   for (std::size_t round = 1; round <= 2; ++round) {
     ASSERT_TRUE(untilThere("Velor-OSC")) << round;
     ASSERT_TRUE(until([&] { return mWitness->published.size() == round; }));
-    mSetting->killCarrier();
+    mSetting->killDaemon();
     ASSERT_TRUE(until([&] { return mWitness->present.empty(); })) << round;
-    mSetting->startCarrier();
+    mSetting->startDaemon();
   }
   ASSERT_TRUE(untilThere("Velor-OSC"));
   EXPECT_EQ(mWitness->removed, std::vector<std::string>(2, "Velor-OSC"));
@@ -147,7 +143,7 @@ TEST_P(DiscoveryContract, WhatGoesWithItsCarrierIsToldGoneAndComesBack) {
   EXPECT_EQ(mWitness->errors, std::vector<int>());
 }
 
-TEST_P(DiscoveryContract, ASearchTellsAllThatIsThereAtOnceAndThatMoreIsComing) {
+TEST_P(DiscoveryContract, ASearchReportsAllPresentServicesTogether) {
   std::vector<std::shared_ptr<NSNetService>> ours;
   for (const char* const name : {"a", "b", "c"}) {
     ours.push_back(publish(name, 7770));
@@ -158,7 +154,7 @@ TEST_P(DiscoveryContract, ASearchTellsAllThatIsThereAtOnceAndThatMoreIsComing) {
   EXPECT_EQ(mWitness->found, (std::vector{true, true, false}));
 }
 
-TEST_P(DiscoveryContract, WhatIsNotThereIsNotResolvedInTimeAndIsWhenItComesInTime) {
+TEST_P(DiscoveryContract, AnAbsentServiceTimesOutUnlessItComesInTime) {
   const auto absent = make("absent");
   absent->resolveWithTimeout(0.5);
   absent->resolveWithTimeout(0.5);
@@ -171,22 +167,21 @@ TEST_P(DiscoveryContract, WhatIsNotThereIsNotResolvedInTimeAndIsWhenItComesInTim
   EXPECT_EQ(absent->port(), 7773);
 }
 
-TEST_P(DiscoveryContract, WhatIsStoppedIsQuietAndWhatHasNoValidFormIsRefused) {
+TEST_P(DiscoveryContract, AnEndedSearchIsQuietAndBadFormsAreRefused) {
   const auto first = publish("first", 7770);
-  const auto browser = search();
-  const auto ended = search();
+  auto browser = search();
+  auto ended = search();
   ASSERT_TRUE(until([&] { return mWitness->found.size() == 2; }));
-  browser->stop();
-  ended->stop();
+  browser = ended = nullptr;
   const auto second = publish("second", 7771);
   ASSERT_TRUE(until([&] { return mWitness->published.size() == 2; }));
   const auto fresh = search();
   ASSERT_TRUE(untilThere("second"));
-  EXPECT_EQ(mWitness->found.size(), 4U);  // the fresh one's two alone
+  EXPECT_EQ(mWitness->found.size(), 4U);  // two of them of the fresh search
   second->stop();
   ASSERT_TRUE(until([&] { return mWitness->removed.size() == 1 && mWitness->stopped == 1; }));
 
-  make(std::string(64, 'x'), 7770)->publishWithOptions(0);  // gone before it could be told
+  make(std::string(64, 'x'), 7770)->publishWithOptions(0);  // gone before its error
   const auto unnamed = make("", 7770);
   unnamed->publishWithOptions(0);
   const auto untyped = make("x", 7770, "osc");

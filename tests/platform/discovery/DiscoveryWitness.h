@@ -13,7 +13,7 @@
 
 namespace velor::discovery {
 
-/// Notes all that services and browsers tell.
+/// Records all reports of services and browsers.
 class DiscoveryWitness final : public NSNetServiceDelegate, public NSNetServiceBrowserDelegate {
  public:
   using ServiceRef = std::shared_ptr<NSNetService>;
@@ -54,7 +54,7 @@ class DiscoveryWitness final : public NSNetServiceDelegate, public NSNetServiceB
     failed(error);
   }
 
-  /// A search that tells the witness.
+  /// A search that reports to the witness.
   static std::shared_ptr<NSNetServiceBrowser> search(
       const std::shared_ptr<DiscoveryWitness>& witness, const std::string& type) {
     auto browser = NSNetServiceBrowser::init();
@@ -63,7 +63,7 @@ class DiscoveryWitness final : public NSNetServiceDelegate, public NSNetServiceB
     return browser;
   }
 
-  /// Null when it is not there.
+  /// Null when there is none.
   ServiceRef presentOfName(const std::string& name) const {
     for (const ServiceRef& each : present) {
       if (each->name() == name) {
@@ -76,7 +76,7 @@ class DiscoveryWitness final : public NSNetServiceDelegate, public NSNetServiceB
   std::vector<std::string> published;
   std::vector<ServiceRef> resolved;
   std::vector<ServiceRef> present;
-  std::vector<bool> found;  // of each, whether more was coming
+  std::vector<bool> found;  // moreComing of each
   std::vector<std::string> removed;
   std::vector<int> errors;
   int stopped = 0;
