@@ -9,6 +9,7 @@
 #include "platform/store/RegularFile.h"
 #include "platform/store/ReplacementFile.h"
 #include "platform/store/SystemFailure.h"
+#include "platform/store/WriteAll.h"
 
 namespace velor::store {
 namespace {
@@ -16,17 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kReadBytes = 64 * 1024;
-
-bool writeAll(int file, std::string_view bytes) noexcept {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(file, bytes.data(), bytes.size());
-    if (written < 0 && errno != EINTR) {
-      return false;
-    }
-    bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
-  }
-  return true;
-}
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "platform/store/LogLimits.h"
@@ -18,23 +19,21 @@ namespace velor::store {
 /// within its limits.
 ///
 /// - A file is named after the local time of its start and the process:
-///   "velor 2026-11-21 08-30-00 1234.log", and where that exists, with a
-///   number: "velor 2026-11-21 08-30-00 1234 2.log". Mode 0600.
-/// - A process writes to files of its own. Whoever starts a file deletes the oldest ones
+///   "velor 2026-11-21 08-30-00 1234.log", or the next second that is free. Mode 0600.
+/// - Each process writes files of its own. When it starts a file it deletes the oldest ones
 ///   until number and size are within the limits, but no file that a living process may
-///   write to, even beyond the limits: that is the newest one with its process id. It
-///   counts at its full size. Files of any other name are not touched.
-/// - A file is followed by another when a line would take it past its size, or
-///   comes at its age or later; one that nothing is written to stays as it is.
+///   write to: the newest one with its process id, which counts at its full size. Files with
+///   other names are not touched.
+/// - A new file is started when a line would exceed the file's size or comes after its age.
 /// - When a file cannot be made or written, one line on stderr says so. The next line
 ///   that comes a minute later or more tries a new file, which begins with the number
 ///   of lines lost.
 ///
-/// One thread calls it: the logging thread. Nothing here throws but for want of
-/// memory.
+/// One thread calls it: the logging thread. Nothing here throws unless memory runs out.
 class RollingFileSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
  public:
-  using Now = std::function<std::chrono::system_clock::time_point()>;
+  using Time = std::chrono::system_clock::time_point;
+  using Now = std::function<Time()>;
 
   RollingFileSink(std::filesystem::path folder, const LogLimits& limits, Now now);
   ~RollingFileSink() override;
@@ -43,12 +42,10 @@ class RollingFileSink final : public spdlog::sinks::base_sink<spdlog::details::n
   void sink_it_(const spdlog::details::log_msg& message) override;
   void flush_() override {}  // no line is held back
 
-  bool fileIsDue(std::chrono::system_clock::time_point time, std::size_t lineBytes);
+  bool isFileDue(Time time, std::size_t lineBytes);
   void startFile();
-  int openFile(std::chrono::system_clock::time_point time);
-  void reportUnwritten();
-  void write(const spdlog::memory_buf_t& line);
-  void fail(int error);
+  bool write(const spdlog::memory_buf_t& line);
+  void fail();
   void closeFile() noexcept;
   void deleteOldFiles() const;
 
@@ -56,13 +53,11 @@ class RollingFileSink final : public spdlog::sinks::base_sink<spdlog::details::n
   const LogLimits mLimits;
   const Now mNow;
   int mDescriptor = -1;
-  std::string mName;
-  bool mStarted = false;                           // a first file was tried
-  std::chrono::system_clock::time_point mBegin{};  // of the file, or of its failure
-  std::uint64_t mBytes = 0;                        // in it
-  std::uint64_t mUnwritten = 0;                    // lines
-  std::string mReason;                             // why they were not written
-  bool mWarned = false;
+  std::filesystem::path mFile;
+  std::optional<Time> mBegin;    // of the file, or of its failure
+  std::uint64_t mBytes = 0;      // in it
+  std::uint64_t mUnwritten = 0;  // lines
+  std::string mReason;           // why they were not written
 };
 
 }  // namespace velor::store
