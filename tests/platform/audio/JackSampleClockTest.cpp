@@ -91,17 +91,5 @@ TEST(JackSampleClock, AJumpOfTheCountOrAnotherRateLeaveNoTrace) {
   }
 }
 
-TEST(JackSampleClock, WithoutAServerNothingIsCounted) {
-  JackSampleClock clock;
-  AudioTimeStamp out;
-  EXPECT_EQ(clock.translate(atHostTime(1), out), kAudioHardwareNotRunningError);
-  Device device(0);
-  clock.advance(device.next());
-  EXPECT_EQ(clock.translate(atHostTime(1), out), 0);
-  EXPECT_NE(clock.translate(AudioTimeStamp{}, out), 0);
-  clock.stop();
-  EXPECT_EQ(clock.translate(atHostTime(1), out), kAudioHardwareNotRunningError);
-}
-
 }  // namespace
 }  // namespace velor::audio

@@ -46,11 +46,5 @@ TEST(JackCallback, AThreadThatIsCancelledWithinEndsAsSoonAsTheCallbackHas) {
   EXPECT_FALSE(callback.cameBack);
 }
 
-TEST(JackCallback, WhatTheFunctionReturnsIsTold) {
-  Callback callback;
-  callback.mayEnd = true;
-  EXPECT_EQ(JackCallback<&Callback::run>::call(7, &callback), 7);
-}
-
 }  // namespace
 }  // namespace velor::jack
