@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -55,12 +54,6 @@ class JackMIDITest : public testing::Test {
     return find(source, portName);
   }
 
-  MIDIUniqueID idOf(MIDIEndpointRef endpoint) {
-    std::int32_t id = 0;
-    mTable->MIDIObjectGetIntegerProperty(endpoint, kMIDIPropertyUniqueID, &id);
-    return id;
-  }
-
   void send(MIDIEndpointRef destination, const PacketList& list) {
     EXPECT_EQ(mTable->MIDISend(mOut, destination, list.get()), 0);
   }
@@ -80,97 +73,6 @@ class JackMIDITest : public testing::Test {
   MIDIClientRef mClient = 0;
   MIDIPortRef mOut = 0;
 };
-
-struct Incoming {
-  std::atomic<std::size_t> count{0};
-  std::vector<MIDITimeStamp> stamps = std::vector<MIDITimeStamp>(64);
-  static void read(const MIDIPacketList* packets, void* self, void*) {
-    auto& incoming = *static_cast<Incoming*>(self);
-    incoming.stamps[incoming.count] = packets->packet[0].timeStamp;
-    ++incoming.count;
-  }
-};
-
-TEST_F(JackMIDITest, EventsComeInWithTheHostTimesOfTheirFrames) {
-  test::JackPeer peer("Recorder");
-  peer.addOutput("out");
-  peer.activate();
-  open();
-  Incoming incoming;
-  MIDIPortRef in = 0;
-  mTable->MIDIInputPortCreate(mClient, "Velor Sync In", &Incoming::read, &incoming, &in);
-  ASSERT_EQ(mTable->MIDIPortConnectSource(in, await(true, "Recorder:out"), nullptr), 0);
-  ASSERT_TRUE(test::waitFor(3, [&] {
-    const auto own = peer.ports("Velor:.*Recorder.*");
-    return !own.empty() && peer.isConnected("Recorder:out", own[0]);
-  }));
-  test::waitFor(0.1, [] { return false; });  // the connection takes effect
-
-  const std::uint64_t frame = peer.frameNow() + 9600;
-  for (std::uint64_t i = 0; i < 16; ++i) {
-    peer.sendAt(frame + i * 500, 0, {0xF1, 0x00});
-  }
-  ASSERT_TRUE(test::waitFor(5, [&] { return incoming.count == 16; }));
-  const auto first = static_cast<double>(incoming.stamps[0]);
-  EXPECT_NEAR(first - static_cast<double>(peer.hostTimeAt(frame)), 0.0, 128 * 1e9 / 48000);
-  for (std::size_t i = 1; i < 16; ++i) {
-    // The server's idea of time wanders while cycles come late; a cycle is 5 ms.
-    EXPECT_NEAR(static_cast<double>(incoming.stamps[i]) - first,
-                static_cast<double>(i) * 500 * 1e9 / 48000, 1e6);
-  }
-}
-
-TEST_F(JackMIDITest, EndpointsOfOtherClientsAppearAndVanishAndKeepTheirIds) {
-  open();
-  MIDIUniqueID id = 0;
-  for (int round = 0; round < 2; ++round) {
-    auto desk = makeDesk();
-    const MIDIEndpointRef destination = await(false, "Desk:in");
-    ASSERT_NE(destination, 0U);
-    EXPECT_TRUE(round == 0 || idOf(destination) == id);
-    id = idOf(destination);
-    desk.reset();
-    ASSERT_TRUE(test::waitFor(3, [this] { return find(false, "Desk:in") == 0; }));
-    MIDIObjectRef found = 0;
-    EXPECT_EQ(mTable->MIDIObjectFindByUniqueID(id, &found), kMIDIObjectNotFound);
-    EXPECT_EQ(mTable->MIDISend(mOut, destination, PacketList(0).get()), kMIDIUnknownEndpoint);
-  }
-}
-
-TEST_F(JackMIDITest, PortsAndConnectionsAreBackAfterTheServersDeathAndListsArriveOnTheGrid) {
-  auto desk = makeDesk();
-  open();
-  MIDIEndpointRef source = 0;
-  mTable->MIDISourceCreate(mClient, "LTC Reader 1", &source);
-  send(await(false, "Desk:in"), PacketList(0));  // the connection is made for it
-  ASSERT_TRUE(test::waitFor(3, [&desk] { return desk->recordedCount() == 1; }));
-  for (int round = 0; round < 2; ++round) {
-    mServer.kill();
-    ASSERT_TRUE(test::waitFor(5, [this] { return find(false, "Desk:in") == 0; }));
-    desk.reset();
-    EXPECT_NE(mTable->serverDescription().find("no server"), std::string::npos);
-    mServer.start();
-    desk = makeDesk();
-    const MIDIEndpointRef destination = await(false, "Desk:in");
-    // The same port of ours, connected again without a word from above.
-    ASSERT_TRUE(test::waitFor(2, [&desk] {
-      const auto own = desk->ports("Velor:Velor Clock Out.*");
-      return own.size() == 1 && desk->isConnected(own[0], "Desk:in");
-    }));
-    EXPECT_EQ(desk->ports("Velor:LTC Reader 1").size(), 1U);
-    const std::uint64_t first = now() + 150 * kMs;
-    send(destination, PacketList(first, 0, 10 * kMs, 8));
-    ASSERT_TRUE(test::waitFor(3, [&desk] { return desk->recordedCount() == 8; }));
-    const auto events = desk->recorded();
-    // The peer's idea of host time is off by its own wake-up, a fraction of a period.
-    EXPECT_NEAR(static_cast<double>(desk->hostTimeAt(events[0].frame)) - static_cast<double>(first),
-                0.0, test::JackServer::kPeriod * 1e9 / 48000);
-    for (std::size_t i = 0; i < 8; ++i) {
-      EXPECT_EQ(events[i].bytes, (std::vector<std::uint8_t>{0xF1, static_cast<std::uint8_t>(i)}));
-      EXPECT_EQ(events[i].frame - events[0].frame, i * 480);
-    }
-  }
-}
 
 // A jackd that is killed leaves our names for people to the ports that get our numbers.
 TEST_F(JackMIDITest, NamesThatTheServersDeathLeftBehindAreNobodyElses) {
@@ -223,21 +125,6 @@ TEST_F(JackMIDITest, APortThatIsOpenedAgainAtOnceIsConnectedAgain) {
   EXPECT_FALSE(isConnected());
 }
 
-TEST_F(JackMIDITest, TheServersDeathIsSeenAtOnceHoweverManyPortsThereAre) {
-  test::JackPeer peer("Desk");
-  for (int i = 0; i < 16; ++i) {
-    peer.addInput("in " + std::to_string(i));
-  }
-  peer.activate();
-  open();
-  for (int i = 0; i < 16; ++i) {
-    send(find(false, "Desk:in " + std::to_string(i)), PacketList(0));
-  }
-  ASSERT_TRUE(test::waitFor(5, [&peer] { return peer.recordedCount() == 16; }));
-  mServer.kill();
-  EXPECT_TRUE(test::waitFor(1, [this] { return !mTable->isConnected(); }));
-}
-
 // A server opens a connection within two cycles, which last 85 ms here.
 TEST(JackMIDIAtALargePeriod, PortsThatAreDueTogetherOpenTogetherAlsoWhenTheServerReturns) {
   constexpr std::size_t kPorts = 24;
@@ -276,7 +163,7 @@ TEST(JackMIDIAtALargePeriod, PortsThatAreDueTogetherOpenTogetherAlsoWhenTheServe
     EXPECT_LT(seconds, 0.7) << when;
     EXPECT_TRUE(test::waitFor(1, [&] { return desk->recordedCount() == kPorts; })) << when;
     server.kill();
-    ASSERT_TRUE(test::waitFor(5, [&] { return !table.isConnected(); }));
+    ASSERT_TRUE(test::waitFor(1, [&] { return !table.isConnected(); }));
     desk.reset();
     server.start();
     ASSERT_TRUE(test::waitFor(5, [&] { return table.isConnected(); }));
@@ -395,17 +282,6 @@ TYPED_TEST(JackMIDIOnServer, ConnectionsOfOthersToOurPortsOutlastTheServerAndNot
   settle();
   EXPECT_FALSE(desk->isConnected(reader, "Desk:kept"));
   EXPECT_FALSE(desk->isConnected("Desk:out", generator));
-}
-
-TEST(JackMIDIWithoutAServer, StartsSaysSoAndTakesOneUpWhenItAppears) {
-  test::JackServer server;
-  server.enter();
-  host::SystemHost host;
-  MIDIObjectTable table(std::make_unique<JackMIDI>());
-  EXPECT_NE(table.serverDescription().find("no server"), std::string::npos);
-  server.start();
-  EXPECT_TRUE(test::waitFor(3, [&table] { return table.isConnected(); }));
-  EXPECT_NE(table.serverDescription().find("JACK"), std::string::npos);
 }
 
 }  // namespace
