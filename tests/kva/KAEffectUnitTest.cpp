@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <numbers>
@@ -93,35 +92,24 @@ TEST_F(KAEffectUnitTest, ItsResponseIsThatOfTheAnalogueFilterWarpedByTheBilinear
   }
 }
 
-TEST_F(KAEffectUnitTest, ARateThatCannotCarryTheCutoffIsLeftAsItIs) {
-  for (const double rate : {22050.0, 28000.0}) {
-    Filter filter(rate, [](double sample) { return std::sin(sample); });
-    const std::vector<float> out = filter.run(1000);
-    for (std::size_t i = 0; i < out.size(); ++i) {
-      ASSERT_EQ(out[i], static_cast<float>(std::sin(static_cast<double>(i))));
-    }
-  }
-}
-
-TEST_F(KAEffectUnitTest, ACycleThatFailsLeavesItWhereItWasAndAResetClearsIt) {
+TEST_F(KAEffectUnitTest, ARateThatCannotCarryTheCutoffAndACycleThatFailsLeaveNoTrace) {
   const auto noise = [](double sample) { return std::sin(sample * sample); };
-  Filter whole(48000, noise);
-  Filter interrupted(48000, noise);
-  const std::vector<float> wanted = whole.run(200);
-  std::vector<float> found = interrupted.run(100);
-  EXPECT_TRUE(interrupted.run(100, 0x5000).empty());
-  const std::vector<float> rest = interrupted.run(100);
-  found.insert(found.end(), rest.begin(), rest.end());
-  EXPECT_EQ(found, wanted);
-
+  for (const double rate : {22050.0, 28000.0, 48000.0}) {
+    Filter whole(rate, noise);
+    Filter interrupted(rate, noise);
+    const std::vector<float> wanted = whole.run(200);
+    const bool isFiltered = wanted[1] != static_cast<float>(noise(1));
+    EXPECT_EQ(isFiltered, rate > 2 * kCutoff);
+    std::vector<float> found = interrupted.run(100);
+    EXPECT_TRUE(interrupted.run(100, 0x5000).empty());
+    const std::vector<float> rest = interrupted.run(100);
+    found.insert(found.end(), rest.begin(), rest.end());
+    EXPECT_EQ(found, wanted);
+  }
   Filter rung(48000, &impulse);
   rung.run(1);
-  const auto isSilent = [](const std::vector<float>& samples) {
-    return std::all_of(samples.begin(), samples.end(), [](float sample) { return sample == 0; });
-  };
-  EXPECT_FALSE(isSilent(rung.run(10)));
   rung.unit.reset();
-  EXPECT_TRUE(isSilent(rung.run(10)));
+  EXPECT_EQ(rung.run(10), std::vector<float>(10));
   EXPECT_EQ(errOf([&] { rung.setParameter(KAUnitParameter::lowPassResonance, 0); }),
             "err: Error: KAAudioUnit::setParameter (-10851)");
 }

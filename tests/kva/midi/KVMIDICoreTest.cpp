@@ -134,32 +134,25 @@ TEST_F(KVMIDICoreTest, EachEventTellsObserversWithNewListsThenPostsItsNumber) {
   EXPECT_EQ(seen, "");
 }
 
-TEST_F(KVMIDICoreTest, ADestinationHasItsIdAndAnotherOneARandomId) {
-  const ScriptedRandom random({77, 4000});
+TEST_F(KVMIDICoreTest, ADestinationHasItsIdASourceTheIdOneAndWhereThatIsTakenARandomOne) {
   const auto client = core().defaultClient();
-  const auto first = core().createDestination(client, "first", ignorePackets, nullptr, 77);
-  EXPECT_EQ(idOf(first), 77);
+  const auto destination = [client](const char* name) {
+    return core().createDestination(client, name, ignorePackets, nullptr, 77);
+  };
+  const ScriptedRandom random({77, 4000, 900, 5, 0, 901});
+  EXPECT_EQ(idOf(destination("first")), 77);
+  const auto first = core().createSource(client, "first", 4711);
+  EXPECT_EQ(idOf(first), 1);
   EXPECT_EQ(random.drawn(), 0U);
-  const auto second = core().createDestination(client, "second", ignorePackets, nullptr, 77);
+  const auto second = destination("second");
   EXPECT_EQ(idOf(second), 4000) << "77 was drawn, too, and is taken";
   EXPECT_EQ(core().endpointWithUniqueId(4000), second);
   EXPECT_EQ(core().endpointWithUniqueId(4001), 0U);
-}
-
-TEST_F(KVMIDICoreTest, ASourceHasTheIdOneWhateverIdIsGiven) {
-  const auto client = core().defaultClient();
-  const auto first = core().createSource(client, "first", 4711);
-  EXPECT_EQ(idOf(first), 1);
-  {
-    const ScriptedRandom random({900});
-    EXPECT_EQ(idOf(core().createSource(client, "second", 4711)), 900) << "1 is taken";
-  }
+  EXPECT_EQ(idOf(core().createSource(client, "second", 4711)), 900);
   mTable.MIDIEndpointDispose(first);
-  const ScriptedRandom random({5, 0, 901});
   EXPECT_EQ(idOf(core().createSource(client, "third", 0)), 1);
-  EXPECT_EQ(random.drawn(), 1U);
+  EXPECT_EQ(random.drawn(), 4U);
   EXPECT_EQ(idOf(core().createSource(client, "fourth", 0)), 901) << "0 is no id";
-  EXPECT_EQ(random.drawn(), 3U);
 }
 
 TEST_F(KVMIDICoreTest, TenTakenIdsAndAWrongClientRaiseAndLeaveNoEndpointBehind) {
