@@ -139,8 +139,7 @@ void applyNow(const VLOSCOptions& options, const VLOSCReport& report) {
 
 }  // namespace
 
-std::optional<VLOSCOptions::Target> VLOSCTargetFromText(const std::string& text,
-                                                        std::string& error) {
+Expected<VLOSCOptions::Target> VLOSCTargetFromText(const std::string& text) {
   const std::size_t colon = text.rfind(':');
   std::string host = text.substr(0, colon == std::string::npos ? 0 : colon);
   const std::string digits = colon == std::string::npos ? "" : text.substr(colon + 1);
@@ -151,38 +150,32 @@ std::optional<VLOSCOptions::Target> VLOSCTargetFromText(const std::string& text,
   }
   if (host.empty() || digits.empty() ||
       digits.find_first_not_of("0123456789") != std::string::npos) {
-    error = "'" + text + "' is not HOST:PORT";
-    return std::nullopt;
+    return failure("'" + text + "' is not HOST:PORT");
   }
   const int port = digits.size() <= 5 ? std::stoi(digits) : 0;
   if (port < 1 || port > 65535) {
-    error = "port " + digits + " is out of range (1 to 65535)";
-    return std::nullopt;
+    return failure("port " + digits + " is out of range (1 to 65535)");
   }
   return VLOSCOptions::Target(host, static_cast<std::uint16_t>(port));
 }
 
-std::optional<std::string> VLHostAddressFromText(const std::string& text, std::string& error) {
+Expected<std::string> VLHostAddressFromText(const std::string& text) {
   const auto address = SocketAddress::fromText(text, 0);
   if (!address) {
-    error = "'" + text + "' is not an IP address; expected for example 10.0.0.5 or fe80::1";
-    return std::nullopt;
+    return failure("'" + text + "' is not an IP address; expected for example 10.0.0.5 or fe80::1");
   }
   return address->host();
 }
 
-bool VLOSCForgetFromText(const std::string& text, VLOSCOptions& options, std::string& error) {
-  std::string reason;
-  if (auto address = VLHostAddressFromText(text, reason)) {
-    options.forgetHosts.push_back(std::move(*address));
-    return true;
+Expected<> VLOSCForgetFromText(const std::string& text, VLOSCOptions& options) {
+  if (auto address = VLHostAddressFromText(text)) {
+    options.forgetHosts.push_back(*std::move(address));
+  } else if (auto target = VLOSCTargetFromText(text)) {
+    options.forgetTargets.push_back(*std::move(target));
+  } else {
+    return failure("'" + text + "' is neither an IP address nor HOST:PORT");
   }
-  if (auto target = VLOSCTargetFromText(text, reason)) {
-    options.forgetTargets.push_back(std::move(*target));
-    return true;
-  }
-  error = "'" + text + "' is neither an IP address nor HOST:PORT";
-  return false;
+  return {};
 }
 
 void VLOSCApply(const VLOSCOptions& options, const VLOSCReport& report) {

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/host/Error.h"
+
 namespace velor {
 
 /// What the command line asks for of OSC, checked.
@@ -27,17 +29,14 @@ struct VLOSCOptions {
   bool isWanted() const { return port.has_value() || !targets.empty(); }
 };
 
-/// Reads "HOST:PORT", with an IPv6 address in brackets. On failure none, and why in
-/// `error`.
-std::optional<VLOSCOptions::Target> VLOSCTargetFromText(const std::string& text,
-                                                        std::string& error);
+/// Reads "HOST:PORT", with an IPv6 address in brackets.
+Expected<VLOSCOptions::Target> VLOSCTargetFromText(const std::string& text);
 
-/// Reads an address as sockets give it. On failure none, and why in `error`.
-std::optional<std::string> VLHostAddressFromText(const std::string& text, std::string& error);
+/// Reads an address, and gives it as sockets do.
+Expected<std::string> VLHostAddressFromText(const std::string& text);
 
-/// Adds to what `options` forgets: a host by "ADDRESS", or a target by "HOST:PORT". On
-/// failure false, and why in `error`.
-bool VLOSCForgetFromText(const std::string& text, VLOSCOptions& options, std::string& error);
+/// Adds a host by "ADDRESS", or a target by "HOST:PORT", to what `options` forgets.
+Expected<> VLOSCForgetFromText(const std::string& text, VLOSCOptions& options);
 
 /// Takes a text for people.
 using VLOSCReport = std::function<void(const std::string& problem)>;

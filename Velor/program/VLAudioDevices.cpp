@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -18,9 +19,8 @@ std::string nameOf(const KAHALAudioDevice& device) {
   return device.name().value_or(device.deviceUID());
 }
 
-// Null, and why in `error`.
-Device deviceNamed(const std::string& name, audio::AudioDirection scope,
-                   const KAHALAudioSystem& system, std::string& error) {
+Expected<Device> deviceNamed(const std::string& name, audio::AudioDirection scope,
+                             const KAHALAudioSystem& system) {
   const bool isInput = scope == audio::AudioDirection::input;
   const KAHALAudioSystem::Devices devices =
       isInput ? system.devicesWithInputs() : system.devicesWithOutputs();
@@ -36,9 +36,10 @@ Device deviceNamed(const std::string& name, audio::AudioDirection scope,
   if (found.size() == 1) {
     return found.front();
   }
-  error = found.empty() ? std::string("no audio device with ") + (isInput ? "inputs" : "outputs") +
-                              " is named '" + name + "'; there are:"
-                        : "several audio devices are named '" + name + "'; use a UID:";
+  std::string error = found.empty() ? std::string("no audio device with ") +
+                                          (isInput ? "inputs" : "outputs") + " is named '" + name +
+                                          "'; there are:"
+                                    : "several audio devices are named '" + name + "'; use a UID:";
   const char* separator = " ";
   for (const Device& device : found.empty() ? devices : found) {
     error += separator;
@@ -48,7 +49,7 @@ Device deviceNamed(const std::string& name, audio::AudioDirection scope,
   if (found.empty() && devices.empty()) {
     error += " none";
   }
-  return nullptr;
+  return failure(error);
 }
 
 // " 1 'LTC in', 2 'audio_in 1'"
@@ -82,32 +83,31 @@ std::uint32_t channelNamed(const std::string& text, const std::vector<std::strin
 
 }  // namespace
 
-VLAudioChannel VLAudioChannelNamed(const std::string& text, audio::AudioDirection scope,
-                                   const KAHALAudioSystem& system, std::string& error) {
-  error = "'" + text + "' is not a DEVICE:CHANNEL";
-  std::string channelError;
+Expected<VLAudioChannel> VLAudioChannelNamed(const std::string& text, audio::AudioDirection scope,
+                                             const KAHALAudioSystem& system) {
+  auto noDevice = failure("'" + text + "' is not a DEVICE:CHANNEL");
+  std::optional<Error> noChannel;
   // Both names may hold colons.
   for (std::size_t colon = text.find(':', 1); colon < text.size() - 1;
        colon = text.find(':', colon + 1)) {
-    auto device = deviceNamed(text.substr(0, colon), scope, system, error);
-    if (device == nullptr) {
+    const auto named = deviceNamed(text.substr(0, colon), scope, system);
+    if (!named) {
+      noDevice = tl::unexpected(named.error());
       continue;
     }
+    const Device& device = *named;
     const std::string channel = text.substr(colon + 1);
     const std::vector<std::string> ports = device->portNamesInScope(scope);
     const std::uint32_t number = channelNamed(channel, ports);
     if (number != 0) {
       const std::string name = nameOf(*device) + ":" + channel;
-      return {std::move(device), number, static_cast<std::uint32_t>(ports.size()),
-              ports[number - 1], name};
+      return VLAudioChannel{device, number, static_cast<std::uint32_t>(ports.size()),
+                            ports[number - 1], name};
     }
-    channelError = "'" + nameOf(*device) + "' has no channel '" + channel +
-                   "'; there are:" + channelList(ports);
+    noChannel = Error{"'" + nameOf(*device) + "' has no channel '" + channel +
+                      "'; there are:" + channelList(ports)};
   }
-  if (!channelError.empty()) {
-    error = channelError;
-  }
-  return {};
+  return noChannel ? tl::unexpected(*noChannel) : noDevice;
 }
 
 std::string VLAudioDeviceList(const KAHALAudioSystem& system) {

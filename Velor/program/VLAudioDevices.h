@@ -6,6 +6,7 @@
 #include <string>
 
 #include "kva/KAHALAudioSystem.h"
+#include "platform/host/Error.h"
 
 namespace velor {
 
@@ -19,10 +20,10 @@ struct VLAudioChannel {
 };
 
 /// The input or output, by `scope`, that goes by "DEVICE:CHANNEL": the device by its UID or
-/// its name, the channel by its number from 1 or by the name of its port. Without a device
-/// when there is none; `error` then lists what there is, in one line.
-VLAudioChannel VLAudioChannelNamed(const std::string& text, audio::AudioDirection scope,
-                                   const KAHALAudioSystem& system, std::string& error);
+/// its name, the channel by its number from 1 or by the name of its port. When there is none,
+/// the error lists in one line which there are.
+Expected<VLAudioChannel> VLAudioChannelNamed(const std::string& text, audio::AudioDirection scope,
+                                             const KAHALAudioSystem& system);
 
 /// Each device: UID, name, rate, and the channels of each direction with their numbers.
 std::string VLAudioDeviceList(const KAHALAudioSystem& system);

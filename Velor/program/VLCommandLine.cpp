@@ -9,8 +9,8 @@
 #include "Velor/program/VLDecodeArguments.h"
 #include "Velor/program/VLEncodeArguments.h"
 #include "Velor/program/VLHelpFormatter.h"
+#include "Velor/program/VLRefusal.h"
 #include "Velor/program/VLRunArguments.h"
-#include "Velor/program/VLUsageError.h"
 #include "platform/store/Printable.h"
 
 namespace velor {
@@ -22,11 +22,12 @@ using Arguments = std::vector<std::string>;
 
 // Beside a command, which has options of its own, or beside an option that goes with no
 // other but `other`.
-void refuseOthers(const CLI::App& app, const std::string& one, const std::string& other = "") {
+void refuseOthers(VLRefusal& refusal, const CLI::App& app, const std::string& one,
+                  const std::string& other = "") {
   const std::string problem = " cannot be used with " + one;
   for (const CLI::Option* option : app.get_options()) {
     const std::string name = option->get_name();
-    VLRefuseIf(option->count() > 0 && name != one && name != other, name + problem);
+    refusal.refuseIf(option->count() > 0 && name != one && name != other, name + problem);
   }
 }
 
@@ -77,7 +78,7 @@ std::string reasonOf(CLI::App& app, const Arguments& arguments) {
                       : "unexpected argument '" + rest.front() + "'";
 }
 
-VLCommandLine refusal(const std::string& error) {
+VLCommandLine refused(const std::string& error) {
   VLCommandLine result;
   result.exitStatus = kUsageStatus;
   result.output = "velor: " + store::printable(error) + "\n";
@@ -101,34 +102,45 @@ VLCommandLine VLParseCommandLine(const Arguments& arguments) {
   const VLDecodeArguments decode(app);
   app.require_subcommand(0, 1);
 
-  VLCommandLine result;
   try {
     app.parse(Arguments(arguments.rbegin(), arguments.rend()));
-    if (encode.command().parsed()) {
-      refuseOthers(app, "encode");
-      result.encode = encode.options();
-    } else if (decode.command().parsed()) {
-      refuseOthers(app, "decode");
-      result.decode = decode.options();
-    } else if (app.count("--inspect") > 0) {
-      refuseOthers(app, "--inspect");
-      result.inspect = inspected;
-    } else {
-      if (app.count("--list") > 0) {
-        refuseOthers(app, "--list", "--headless");
-      }
-      result.options = run.options();
-    }
   } catch (const CLI::CallForHelp&) {
-    result.output = app.help();
+    VLCommandLine help;
+    help.output = app.help();
+    return help;
   } catch (const CLI::CallForVersion&) {
-    result.output = app.version() + "\n";
+    VLCommandLine version;
+    version.output = app.version() + "\n";
+    return version;
   } catch (const CLI::ParseError&) {
-    result = refusal(reasonOf(app, arguments));
-  } catch (const VLUsageError& error) {
-    result = refusal(error.what());
+    return refused(reasonOf(app, arguments));
   }
-  return result;
+
+  VLCommandLine result;
+  VLRefusal refusal;
+  const auto take = [&refusal](const auto& options, auto& target) {
+    refusal.check(options);
+    if (options) {
+      target = *options;
+    }
+  };
+  if (encode.command().parsed()) {
+    refuseOthers(refusal, app, "encode");
+    take(encode.options(), result.encode);
+  } else if (decode.command().parsed()) {
+    refuseOthers(refusal, app, "decode");
+    take(decode.options(), result.decode);
+  } else if (app.count("--inspect") > 0) {
+    refuseOthers(refusal, app, "--inspect");
+    result.inspect = inspected;
+  } else {
+    if (app.count("--list") > 0) {
+      refuseOthers(refusal, app, "--list", "--headless");
+    }
+    take(run.options(), result.options);
+  }
+  const auto all = refusal.resultOf(std::move(result));
+  return all ? *all : refused(all.error().text);
 }
 
 }  // namespace velor

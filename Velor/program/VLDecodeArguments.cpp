@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "Velor/program/VLOptionText.h"
-#include "Velor/program/VLUsageError.h"
+#include "Velor/program/VLRefusal.h"
 
 namespace velor {
 
@@ -22,18 +22,18 @@ VLDecodeArguments::VLDecodeArguments(CLI::App& app)
   mCommand.add_flag("--plain", mIsPlain, "Read as LTC readers do: forwards, without a filter");
 }
 
-VLDecodeOptions VLDecodeArguments::options() const {
+Expected<VLDecodeOptions> VLDecodeArguments::options() const {
   VLDecodeOptions options;
+  VLRefusal refusal;
   options.file = mFile;
-  VLRefuseIf(mCSV && mJSON, "--csv contradicts --json");
-  options.channel = VLReadOption("--channel", [&] {
-    return VLOptionText::wholeNumber(mChannel, 1, std::numeric_limits<int>::max());
-  });
+  refusal.refuseIf(mCSV && mJSON, "--csv contradicts --json");
+  options.channel = refusal.read(
+      "--channel", VLOptionText::wholeNumber(mChannel, 1, std::numeric_limits<int>::max()));
   options.isPlain = mIsPlain;
   options.form = mCSV    ? VLDecodeOptions::Form::csv
                  : mJSON ? VLDecodeOptions::Form::json
                          : VLDecodeOptions::Form::text;
-  return options;
+  return refusal.resultOf(options);
 }
 
 }  // namespace velor

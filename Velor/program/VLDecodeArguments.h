@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Velor/program/VLDecode.h"
+#include "platform/host/Error.h"
 
 namespace CLI {
 class App;
@@ -20,8 +21,8 @@ class VLDecodeArguments {
   VLDecodeArguments& operator=(const VLDecodeArguments&) = delete;
 
   const CLI::App& command() const noexcept { return mCommand; }
-  /// Checks them. Raises VLUsageError.
-  VLDecodeOptions options() const;
+  /// Checks them.
+  Expected<VLDecodeOptions> options() const;
 
  private:
   CLI::App& mCommand;

@@ -4,7 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Velor/program/VLOptionText.h"
-#include "Velor/program/VLUsageError.h"
+#include "Velor/program/VLRefusal.h"
 #include "platform/audio/file/SoundFileWriter.h"
 
 namespace velor {
@@ -33,31 +33,33 @@ VLEncodeArguments::VLEncodeArguments(CLI::App& app)
   mCommand.add_flag("--force", mForce, "Replace a file that exists");
 }
 
-VLEncodeOptions VLEncodeArguments::options() const {
+Expected<VLEncodeOptions> VLEncodeArguments::options() const {
   VLEncodeOptions options;
+  VLRefusal refusal;
   options.file = mFile;
   options.force = mForce;
-  const auto format = VLReadOption("--format", [&] { return VLOptionText::format(mFormat); });
-  options.start = VLReadOption("--start", [&] { return VLOptionText::time(mStart, format); });
-  options.duration = VLReadOption("--duration", [&] {
-    return VLOptionText::number(mDuration, 0, kMaxDuration, "number of seconds");
-  });
-  options.level = VLReadOption("--level", [&] { return VLOptionText::level(mLevel); });
-  options.userBits = VLReadOption("--user-bits", [&] { return VLOptionText::userBits(mUserBits); });
-  options.sound.sampleRate = VLReadOption("--rate", [&] {
-    return VLOptionText::wholeNumber(mRate, VLEncodeOptions::kMinSampleRate,
-                                     audio::SoundFormat::kMaxSampleRate,
-                                     "whole number of samples a second");
-  });
-  options.sound.encoding = VLReadOption("--bits", [&] { return VLOptionText::encoding(mBits); });
-  const std::string refusal =
+  const auto format = refusal.read("--format", VLOptionText::format(mFormat));
+  options.start = refusal.read("--start", VLOptionText::time(mStart, format));
+  options.duration = refusal.read(
+      "--duration", VLOptionText::number(mDuration, 0, kMaxDuration, "number of seconds"));
+  options.level = refusal.read("--level", VLOptionText::level(mLevel));
+  options.userBits = refusal.read("--user-bits", VLOptionText::userBits(mUserBits));
+  options.sound.sampleRate =
+      refusal.read("--rate", VLOptionText::wholeNumber(mRate, VLEncodeOptions::kMinSampleRate,
+                                                       audio::SoundFormat::kMaxSampleRate,
+                                                       "whole number of samples a second"));
+  options.sound.encoding = refusal.read("--bits", VLOptionText::encoding(mBits));
+  if (refusal.isRefused()) {
+    return refusal.resultOf(options);
+  }
+  const std::string cannot =
       audio::SoundFileWriter::refusal(mFile, options.sound, VLEncodeLength(options));
-  VLRefuseIf(!refusal.empty(), refusal);
-  VLRefuseIf(VLEncodeLength(options) == 0,
-             "--duration: '" + mDuration + "' is shorter than half a sample");
-  VLRefuseIf(audio::SoundFileWriter::isSilent(options.level, options.sound.encoding),
-             "--level: '" + mLevel + "' is silence at --bits " + mBits);
-  return options;
+  refusal.refuseIf(!cannot.empty(), cannot);
+  refusal.refuseIf(VLEncodeLength(options) == 0,
+                   "--duration: '" + mDuration + "' is shorter than half a sample");
+  refusal.refuseIf(audio::SoundFileWriter::isSilent(options.level, options.sound.encoding),
+                   "--level: '" + mLevel + "' is silence at --bits " + mBits);
+  return refusal.resultOf(options);
 }
 
 }  // namespace velor

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Velor/program/VLEncode.h"
+#include "platform/host/Error.h"
 
 namespace CLI {
 class App;
@@ -20,8 +21,8 @@ class VLEncodeArguments {
   VLEncodeArguments& operator=(const VLEncodeArguments&) = delete;
 
   const CLI::App& command() const noexcept { return mCommand; }
-  /// Checks them. Raises VLUsageError.
-  VLEncodeOptions options() const;
+  /// Checks them.
+  Expected<VLEncodeOptions> options() const;
 
  private:
   CLI::App& mCommand;

@@ -24,7 +24,6 @@
 #include "Velor/program/VLStandardError.h"
 #include "Velor/program/VLStandardOutput.h"
 #include "Velor/program/VLStopSignals.h"
-#include "Velor/program/VLUsageError.h"
 #include "Velor/program/VLWantedDevices.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "kvtimecode/ltc_two_frames.h"
@@ -78,14 +77,17 @@ bool usesClock(const VLOptions& options) {
          !options.ltcOut.empty() || options.osc.isWanted();
 }
 
-// Changes what the document holds. Raises VLUsageError when a time is not one of the
-// clock's format.
-void setUp(VLAppDelegate& app, const VLOptions& options) {
+// Changes what the document holds. Fails when a time is not one of the clock's format.
+Expected<> setUp(VLAppDelegate& app, const VLOptions& options) {
   VLClock& clock = app.clock();
   if (options.format) {
     clock.setSmpteFormat(*options.format);
   }
-  const VLTimes times = VLTimesFromWords(options.times, clock.smpteFormat());
+  const auto read = VLTimesFromWords(options.times, clock.smpteFormat());
+  if (!read) {
+    return tl::unexpected(read.error());
+  }
+  const VLTimes& times = *read;
   if (times.offset) {
     clock.setSmpteOffset(*times.offset);
   }
@@ -113,6 +115,7 @@ void setUp(VLAppDelegate& app, const VLOptions& options) {
     app.setCurrentTime(KVSMPTETime::smpteTimeWithTime(*times.start));
     app.undoManager().removeAllActions();
   }
+  return {};
 }
 
 void warn(const std::string& text) {
@@ -221,9 +224,12 @@ VLHeadlessSession::Ended VLHeadlessSession::catchSignals() {
 }
 
 VLHeadlessSession::Ended VLHeadlessSession::findDevices() {
-  std::string error;
-  mDevices = VLWantedDevices::find(mOptions, error);
-  return mDevices ? std::nullopt : Ended(fail(kUsageStatus, error));
+  auto found = VLWantedDevices::find(mOptions);
+  if (!found) {
+    return fail(kUsageStatus, found.error().text);
+  }
+  mDevices = *std::move(found);
+  return std::nullopt;
 }
 
 VLHeadlessSession::Ended VLHeadlessSession::launch() {
@@ -313,10 +319,8 @@ VLHeadlessSession::Ended VLHeadlessSession::applyOSC() {
 }
 
 VLHeadlessSession::Ended VLHeadlessSession::applyClock() {
-  try {
-    setUp(*mApp, mOptions);
-  } catch (const VLUsageError& wrong) {
-    return fail(kUsageStatus, wrong.what());
+  if (const auto applied = setUp(*mApp, mOptions); !applied) {
+    return fail(kUsageStatus, applied.error().text);
   }
   if (mOptions.arm && !mOptions.syncSource && mApp->syncSource() == nullptr) {
     return fail(kUsageStatus, "--arm needs a sync source; name one with --sync-source");
@@ -328,9 +332,8 @@ VLHeadlessSession::Ended VLHeadlessSession::applyDevices() {
   if (!midi::service().isConnected() && !mWorld.isApart) {
     VLStandardError::tell("no JACK or PipeWire server; MIDI stays internal until one starts");
   }
-  std::string error;
-  if (!mDevices->apply(*mApp, error)) {
-    return fail(kUsageStatus, error);
+  if (const auto applied = mDevices->apply(*mApp); !applied) {
+    return fail(kUsageStatus, applied.error().text);
   }
   mIsApplied = true;
   showReader();

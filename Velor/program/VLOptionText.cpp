@@ -7,7 +7,6 @@
 #include <cstdio>
 
 #include "Velor/clock/VLClockStatus.h"
-#include "Velor/program/VLUsageError.h"
 #include "kvtimecode/ltc_utils.h"
 
 namespace velor {
@@ -38,8 +37,8 @@ constexpr std::array<Named<std::uint64_t>, 4> kModes = {{{"normal", VLPlayModeNo
                                                          {"time-of-day", VLPlayModeTimeOfDay}}};
 
 template <class Value, std::size_t N>
-Value valueNamed(const std::array<Named<Value>, N>& table, const std::string& name,
-                 const char* kind) {
+Expected<Value> valueNamed(const std::array<Named<Value>, N>& table, const std::string& name,
+                           const char* kind) {
   std::string known;
   for (const auto& entry : table) {
     if (name == entry.name) {
@@ -47,7 +46,7 @@ Value valueNamed(const std::array<Named<Value>, N>& table, const std::string& na
     }
     known += std::string(known.empty() ? "" : ", ") + entry.name;
   }
-  throw VLUsageError("'" + name + "' is not a " + kind + "; expected one of " + known);
+  return failure("'" + name + "' is not a " + kind + "; expected one of " + known);
 }
 
 struct TimeDigits {
@@ -57,59 +56,68 @@ struct TimeDigits {
   unsigned frames = 0;
 };
 
-TimeDigits timeDigits(const std::string& text) {
+Expected<TimeDigits> timeDigits(const std::string& text) {
   TimeDigits digits;
   char separator = 0;
   int end = 0;
   const int found = std::sscanf(text.c_str(), "%2u:%2u:%2u%c%2u%n", &digits.hours, &digits.minutes,
                                 &digits.seconds, &separator, &digits.frames, &end);
-  VLRefuseIf(found != 5 || static_cast<std::size_t>(end) != text.size() ||
-                 text.find_first_not_of("0123456789:;.") != std::string::npos ||
-                 (separator != ':' && separator != ';' && separator != '.'),
-             "'" + text + "' is not a time; expected HH:MM:SS:FF");
+  if (found != 5 || static_cast<std::size_t>(end) != text.size() ||
+      text.find_first_not_of("0123456789:;.") != std::string::npos ||
+      (separator != ':' && separator != ';' && separator != '.')) {
+    return failure("'" + text + "' is not a time; expected HH:MM:SS:FF");
+  }
   return digits;
 }
 
 template <class Number>
-Number numberIn(const std::string& text, Number least, Number most, const char* kind) {
+Expected<Number> numberIn(const std::string& text, Number least, Number most, const char* kind) {
   Number value{};
   const bool hasPlus = text.size() > 1 && text[0] == '+' && text[1] != '-';
   const char* const last = text.data() + text.size();
-  const auto [end, failure] = std::from_chars(text.data() + (hasPlus ? 1 : 0), last, value);
-  VLRefuseIf(failure == std::errc::invalid_argument || end != last || value != value,
-             "'" + text + "' is not a " + kind);
+  const auto [end, problem] = std::from_chars(text.data() + (hasPlus ? 1 : 0), last, value);
+  if (problem == std::errc::invalid_argument || end != last || value != value) {
+    return failure("'" + text + "' is not a " + kind);
+  }
   char limits[64];
   std::snprintf(limits, sizeof limits, " (%.10g to %.10g)", static_cast<double>(least),
                 static_cast<double>(most));
-  VLRefuseIf(failure != std::errc() || value < least || value > most,
-             "'" + text + "' is out of range" + limits);
+  if (problem != std::errc() || value < least || value > most) {
+    return failure("'" + text + "' is out of range" + limits);
+  }
   return value;
 }
 
 }  // namespace
 
-void VLOptionText::checkTime(const std::string& text) {
-  timeDigits(text);
+Expected<> VLOptionText::checkTime(const std::string& text) {
+  return timeDigits(text).map([](const TimeDigits&) {});
 }
 
-SMPTETime VLOptionText::time(const std::string& text, std::uint32_t format) {
-  const TimeDigits digits = timeDigits(text);
+Expected<SMPTETime> VLOptionText::time(const std::string& text, std::uint32_t format) {
+  const auto read = timeDigits(text);
+  if (!read) {
+    return tl::unexpected(read.error());
+  }
+  const TimeDigits& digits = *read;
   const auto framesPerSecond = static_cast<unsigned>(ltc_frames_per_second(format));
-  VLRefuseIf(digits.hours > 23 || digits.minutes > 59 || digits.seconds > 59 ||
-                 digits.frames >= framesPerSecond,
-             "'" + text + "' is out of range (up to 23:59:59:" +
-                 std::to_string(framesPerSecond - 1) + " at " + VLFormatName(format) + ")");
+  if (digits.hours > 23 || digits.minutes > 59 || digits.seconds > 59 ||
+      digits.frames >= framesPerSecond) {
+    return failure("'" + text + "' is out of range (up to 23:59:59:" +
+                   std::to_string(framesPerSecond - 1) + " at " + VLFormatName(format) + ")");
+  }
   SMPTETime time{};
   time.mType = format;
   ltc_set_time(time, static_cast<int>(digits.hours), static_cast<int>(digits.minutes),
                static_cast<int>(digits.seconds), static_cast<int>(digits.frames));
-  VLRefuseIf(static_cast<unsigned>(time.mFrames) != digits.frames,
-             "'" + text + "' does not exist at " + VLFormatName(format) +
-                 ": drop-frame counting leaves it out");
+  if (static_cast<unsigned>(time.mFrames) != digits.frames) {
+    return failure("'" + text + "' does not exist at " + VLFormatName(format) +
+                   ": drop-frame counting leaves it out");
+  }
   return time;
 }
 
-float VLOptionText::level(const std::string& text) {
+Expected<float> VLOptionText::level(const std::string& text) {
   std::string number = text;
   const auto isLetter = [](char c, char capital) { return c == capital || c == capital + 32; };
   const bool hasUnit =
@@ -120,18 +128,22 @@ float VLOptionText::level(const std::string& text) {
   double decibels = 0;
   char rest = 0;
   // Digits only, since what reads numbers also reads "inf" and "0x1".
-  VLRefuseIf(!hasUnit || number.find_first_not_of("+-.0123456789 ") != std::string::npos ||
-                 std::sscanf(number.c_str(), "%lf %c", &decibels, &rest) != 1,
-             "'" + text + "' is not a level; expected for example -12dB");
-  VLRefuseIf(decibels > 0, "'" + text + "' is above full scale, 0dB");
+  if (!hasUnit || number.find_first_not_of("+-.0123456789 ") != std::string::npos ||
+      std::sscanf(number.c_str(), "%lf %c", &decibels, &rest) != 1) {
+    return failure("'" + text + "' is not a level; expected for example -12dB");
+  }
+  if (decibels > 0) {
+    return failure("'" + text + "' is above full scale, 0dB");
+  }
   return static_cast<float>(std::pow(10.0, decibels / 20.0));
 }
 
-std::array<std::uint8_t, kLTCUserBytes> VLOptionText::userBits(const std::string& text) {
+Expected<std::array<std::uint8_t, kLTCUserBytes>> VLOptionText::userBits(const std::string& text) {
   constexpr std::size_t kDigits = 2 * kLTCUserBytes;
-  VLRefuseIf(text.size() != kDigits ||
-                 text.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos,
-             "'" + text + "' is not a set of user bits; expected eight hexadecimal digits");
+  if (text.size() != kDigits ||
+      text.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+    return failure("'" + text + "' is not a set of user bits; expected eight hexadecimal digits");
+  }
   std::array<std::uint8_t, kLTCUserBytes> bytes{};
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     bytes[i] =
@@ -140,15 +152,17 @@ std::array<std::uint8_t, kLTCUserBytes> VLOptionText::userBits(const std::string
   return bytes;
 }
 
-double VLOptionText::number(const std::string& text, double least, double most, const char* kind) {
+Expected<double> VLOptionText::number(const std::string& text, double least, double most,
+                                      const char* kind) {
   return numberIn(text, least, most, kind);
 }
 
-int VLOptionText::wholeNumber(const std::string& text, int least, int most, const char* kind) {
+Expected<int> VLOptionText::wholeNumber(const std::string& text, int least, int most,
+                                        const char* kind) {
   return numberIn(text, least, most, kind);
 }
 
-std::uint32_t VLOptionText::format(const std::string& text) {
+Expected<std::uint32_t> VLOptionText::format(const std::string& text) {
   return valueNamed(kFormats, text, "format");
 }
 
@@ -158,11 +172,11 @@ const char* VLFormatName(std::uint32_t format) {
   return entry != kFormats.end() ? entry->name : "?";
 }
 
-audio::SampleEncoding VLOptionText::encoding(const std::string& text) {
+Expected<audio::SampleEncoding> VLOptionText::encoding(const std::string& text) {
   return valueNamed(kEncodings, text, "sample size");
 }
 
-std::uint64_t VLOptionText::playMode(const std::string& text) {
+Expected<std::uint64_t> VLOptionText::playMode(const std::string& text) {
   return valueNamed(kModes, text, "play mode");
 }
 

@@ -9,6 +9,7 @@
 
 #include "Velor/app/VLOSCOptions.h"
 #include "kvtimecode/SMPTETime.h"
+#include "platform/host/Error.h"
 
 namespace velor {
 
@@ -28,8 +29,8 @@ struct VLTimes {
   std::optional<std::pair<SMPTETime, SMPTETime>> loop;
 };
 
-/// Raises VLUsageError when one of them is not a time of the format.
-VLTimes VLTimesFromWords(const VLTimeWords& words, std::uint32_t format);
+/// Fails when one of them is not a time of the format.
+Expected<VLTimes> VLTimesFromWords(const VLTimeWords& words, std::uint32_t format);
 
 /// The options of a run, checked; no two contradict each other. What is not given stays as
 /// the document has it. Ports and times are as they were typed; times are checked against

@@ -21,9 +21,9 @@ std::string VLPortName(const KVMIDIEndpoint& endpoint) {
   return endpoint.displayName().value_or(std::to_string(endpoint.uniqueID()));
 }
 
-std::shared_ptr<KVMIDIEndpoint> VLEndpointNamed(const std::string& name,
-                                                const KVMIDICore::Endpoints& endpoints,
-                                                const char* kind, std::string& error) {
+Expected<std::shared_ptr<KVMIDIEndpoint>> VLEndpointNamed(const std::string& name,
+                                                          const KVMIDICore::Endpoints& endpoints,
+                                                          const char* kind) {
   using Matches = bool (*)(const KVMIDIEndpoint&, const std::string&);
   constexpr Matches kWays[] = {[](const KVMIDIEndpoint& endpoint, const std::string& wanted) {
                                  return std::to_string(endpoint.uniqueID()) == wanted;
@@ -45,17 +45,18 @@ std::shared_ptr<KVMIDIEndpoint> VLEndpointNamed(const std::string& name,
       return found.front();
     }
     if (!found.empty()) {
-      error = std::string("several MIDI ") + kind + "s are named '" + name + "'; use an id:";
+      std::string error =
+          std::string("several MIDI ") + kind + "s are named '" + name + "'; use an id:";
       for (const auto& endpoint : found) {
         error += " " + std::to_string(endpoint->uniqueID()) + " (" + serverPortOf(*endpoint) + ")";
       }
-      return nullptr;
+      return failure(error);
     }
   }
-  error = std::string("no MIDI ") + kind + " is named '" + name + "'; ";
+  std::string error = std::string("no MIDI ") + kind + " is named '" + name + "'; ";
   if (endpoints.empty()) {
     error += std::string("there are none (MIDI: ") + midi::service().serverDescription() + ")";
-    return nullptr;
+    return failure(error);
   }
   error += "there are:";
   const char* separator = " ";
@@ -64,7 +65,7 @@ std::shared_ptr<KVMIDIEndpoint> VLEndpointNamed(const std::string& name,
     error += "'" + VLPortName(*endpoint) + "'";
     separator = ", ";
   }
-  return nullptr;
+  return failure(error);
 }
 
 std::string VLEndpointList(const KVMIDICore::Endpoints& endpoints) {

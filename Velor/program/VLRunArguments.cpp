@@ -7,7 +7,7 @@
 
 #include "Velor/clock/VLClockStatus.h"
 #include "Velor/program/VLOptionText.h"
-#include "Velor/program/VLUsageError.h"
+#include "Velor/program/VLRefusal.h"
 
 namespace velor {
 namespace {
@@ -40,10 +40,12 @@ class Group {
 };
 
 // A channel that is missing may appear; a text without a channel never names one.
-void checkChannel(const char* option, const std::string& text) {
+Expected<> checkChannel(const std::string& text) {
   const std::size_t colon = text.rfind(':');
-  VLRefuseIf(colon == std::string::npos || colon == 0 || colon + 1 == text.size(),
-             std::string(option) + ": '" + text + "' is not a DEVICE:CHANNEL");
+  if (colon == std::string::npos || colon == 0 || colon + 1 == text.size()) {
+    return failure("'" + text + "' is not a DEVICE:CHANNEL");
+  }
+  return {};
 }
 
 }  // namespace
@@ -134,26 +136,27 @@ void VLRunArguments::addRun(CLI::App& app) {
 
 // --- what they mean ---
 
-VLOptions VLRunArguments::options() const {
+Expected<VLOptions> VLRunArguments::options() const {
   VLOptions options = mGiven;
-  readClock(options);
-  readPlayMode(options);
-  readLTC(options);
-  readOSC(options);
-  VLRefuseIf(options.arm && options.play,
-             "--arm contradicts --play: an armed clock is started by MTC");
-  VLRefuseIf(options.file && options.recover, "FILE contradicts --recover");
-  VLRefuseIf(options.fresh && options.recover, "--fresh contradicts --recover");
-  VLRefuseIf(!options.headless && !options.list,
-             "there is no window yet; use --headless or --list (--help lists all options)");
-  return options;
+  VLRefusal refusal;
+  readClock(options, refusal);
+  readPlayMode(options, refusal);
+  readLTC(options, refusal);
+  readOSC(options, refusal);
+  refusal.refuseIf(options.arm && options.play,
+                   "--arm contradicts --play: an armed clock is started by MTC");
+  refusal.refuseIf(options.file && options.recover, "FILE contradicts --recover");
+  refusal.refuseIf(options.fresh && options.recover, "--fresh contradicts --recover");
+  refusal.refuseIf(!options.headless && !options.list,
+                   "there is no window yet; use --headless or --list (--help lists all options)");
+  return refusal.resultOf(options);
 }
 
-void VLRunArguments::readClock(VLOptions& options) const {
+void VLRunArguments::readClock(VLOptions& options, VLRefusal& refusal) const {
   if (mFormat) {
-    options.format = VLReadOption("--format", [&] { return VLOptionText::format(*mFormat); });
+    options.format = refusal.read("--format", VLOptionText::format(*mFormat));
   }
-  VLRefuseIf(mIsExactDrop && mIsNoExactDrop, "--exact-drop contradicts --no-exact-drop");
+  refusal.refuseIf(mIsExactDrop && mIsNoExactDrop, "--exact-drop contradicts --no-exact-drop");
   if (mIsExactDrop || mIsNoExactDrop) {
     options.exactDrop = mIsExactDrop;
   }
@@ -161,10 +164,10 @@ void VLRunArguments::readClock(VLOptions& options) const {
     options.times.loop = {mLoop[0], mLoop[1]};
   }
   if (options.format) {
-    VLTimesFromWords(options.times, *options.format);
+    refusal.check(VLTimesFromWords(options.times, *options.format));
   } else {
-    const auto check = [](const char* option, const std::string& text) {
-      VLReadOption(option, [&] { VLOptionText::checkTime(text); });
+    const auto check = [&refusal](const char* option, const std::string& text) {
+      refusal.check(option, VLOptionText::checkTime(text));
     };
     const VLTimeWords& times = options.times;
     if (times.start) {
@@ -181,91 +184,84 @@ void VLRunArguments::readClock(VLOptions& options) const {
     }
   }
   if (mRatePercent) {
-    options.ratePercent = VLReadOption("--rate-percent", [&] {
-      return VLOptionText::number(*mRatePercent, -kMaxRatePercent, kMaxRatePercent);
-    });
+    options.ratePercent = refusal.read(
+        "--rate-percent", VLOptionText::number(*mRatePercent, -kMaxRatePercent, kMaxRatePercent));
   }
   if (mPreroll) {
-    options.preroll = VLReadOption("--preroll", [&] {
-      return VLOptionText::number(*mPreroll, 0, VLOptions::kMaxPreroll, "number of seconds");
-    });
+    options.preroll = refusal.read(
+        "--preroll",
+        VLOptionText::number(*mPreroll, 0, VLOptions::kMaxPreroll, "number of seconds"));
   }
 }
 
-void VLRunArguments::readPlayMode(VLOptions& options) const {
+void VLRunArguments::readPlayMode(VLOptions& options, VLRefusal& refusal) const {
   const bool hasStop = options.times.stopAt.has_value();
   const bool hasLoop = options.times.loop.has_value();
-  VLRefuseIf(hasStop && hasLoop, "--stop-at contradicts --loop");
+  refusal.refuseIf(hasStop && hasLoop, "--stop-at contradicts --loop");
   if (!mMode) {
     if (hasStop || hasLoop) {
       options.playMode = hasStop ? VLPlayModeStop : VLPlayModeLoop;
     }
     return;
   }
-  const std::uint64_t mode = VLReadOption("--mode", [&] { return VLOptionText::playMode(*mMode); });
+  const std::uint64_t mode = refusal.read("--mode", VLOptionText::playMode(*mMode));
   const bool isTimeOfDay = mode == VLPlayModeTimeOfDay;
-  VLRefuseIf(hasStop && mode != VLPlayModeStop, "--stop-at contradicts --mode " + *mMode);
-  VLRefuseIf(hasLoop && mode != VLPlayModeLoop, "--loop contradicts --mode " + *mMode);
-  VLRefuseIf(options.times.start && isTimeOfDay, "--start contradicts --mode time-of-day");
-  VLRefuseIf(options.preroll && isTimeOfDay, "--preroll contradicts --mode time-of-day");
+  refusal.refuseIf(hasStop && mode != VLPlayModeStop, "--stop-at contradicts --mode " + *mMode);
+  refusal.refuseIf(hasLoop && mode != VLPlayModeLoop, "--loop contradicts --mode " + *mMode);
+  refusal.refuseIf(options.times.start && isTimeOfDay, "--start contradicts --mode time-of-day");
+  refusal.refuseIf(options.preroll && isTimeOfDay, "--preroll contradicts --mode time-of-day");
   options.playMode = mode;
 }
 
-void VLRunArguments::readLTC(VLOptions& options) const {
+void VLRunArguments::readLTC(VLOptions& options, VLRefusal& refusal) const {
   for (const std::string& output : options.ltcOut) {
-    checkChannel("--ltc-out", output);
+    refusal.check("--ltc-out", checkChannel(output));
   }
   if (options.ltcIn) {
-    checkChannel("--ltc-in", *options.ltcIn);
+    refusal.check("--ltc-in", checkChannel(*options.ltcIn));
   }
-  VLRefuseIf(mLTCLevel && options.ltcOut.empty(), "--ltc-level needs --ltc-out");
-  VLRefuseIf(mLTCUserBits && options.ltcOut.empty(), "--ltc-user-bits needs --ltc-out");
-  VLRefuseIf(mFreewheel && !options.ltcIn, "--freewheel needs --ltc-in");
-  VLRefuseIf(mConditions && mConditionsNot, "--ltc-condition contradicts --no-ltc-condition");
+  refusal.refuseIf(mLTCLevel && options.ltcOut.empty(), "--ltc-level needs --ltc-out");
+  refusal.refuseIf(mLTCUserBits && options.ltcOut.empty(), "--ltc-user-bits needs --ltc-out");
+  refusal.refuseIf(mFreewheel && !options.ltcIn, "--freewheel needs --ltc-in");
+  refusal.refuseIf(mConditions && mConditionsNot, "--ltc-condition contradicts --no-ltc-condition");
   if (mConditions || mConditionsNot) {
-    VLRefuseIf(!options.ltcIn, (mConditions ? "--ltc-condition" : "--no-ltc-condition") +
-                                   std::string(" needs --ltc-in"));
+    refusal.refuseIf(!options.ltcIn, (mConditions ? "--ltc-condition" : "--no-ltc-condition") +
+                                         std::string(" needs --ltc-in"));
     options.ltcCondition = mConditions;
   }
   if (mLTCLevel) {
-    options.ltcLevel = VLReadOption("--ltc-level", [&] { return VLOptionText::level(*mLTCLevel); });
+    options.ltcLevel = refusal.read("--ltc-level", VLOptionText::level(*mLTCLevel));
   }
   if (mLTCUserBits) {
-    const auto bytes =
-        VLReadOption("--ltc-user-bits", [&] { return VLOptionText::userBits(*mLTCUserBits); });
+    const auto bytes = refusal.read("--ltc-user-bits", VLOptionText::userBits(*mLTCUserBits));
     options.ltcUserBits = 0;
     for (std::size_t i = 0; i < bytes.size(); ++i) {
       *options.ltcUserBits |= std::uint32_t{bytes[i]} << 8 * i;
     }
   }
   if (mFreewheel) {
-    options.freewheel = VLReadOption("--freewheel", [&] {
-      return VLOptionText::wholeNumber(*mFreewheel, -1, kMaxFreewheel, "whole number of seconds");
-    });
+    options.freewheel = refusal.read(
+        "--freewheel",
+        VLOptionText::wholeNumber(*mFreewheel, -1, kMaxFreewheel, "whole number of seconds"));
   }
 }
 
-void VLRunArguments::readOSC(VLOptions& options) const {
+void VLRunArguments::readOSC(VLOptions& options, VLRefusal& refusal) const {
   VLOSCOptions& osc = options.osc;
   osc.keep = options.keep;
   if (mOSCPort) {
-    osc.port = static_cast<std::uint16_t>(VLReadOption(
-        "--osc-port", [&] { return VLOptionText::wholeNumber(*mOSCPort, 1, kMaxPort, "port"); }));
+    osc.port = static_cast<std::uint16_t>(
+        refusal.read("--osc-port", VLOptionText::wholeNumber(*mOSCPort, 1, kMaxPort, "port")));
   }
-  VLRefuseIf(!mOSCAllow.empty() && !mOSCPort, "--osc-allow needs --osc-port");
-  std::string error;
+  refusal.refuseIf(!mOSCAllow.empty() && !mOSCPort, "--osc-allow needs --osc-port");
   for (const std::string& text : mOSCAllow) {
-    const auto address = VLHostAddressFromText(text, error);
-    VLRefuseIf(!address, "--osc-allow: " + error);
-    osc.allow.push_back(*address);
+    osc.allow.push_back(refusal.read("--osc-allow", VLHostAddressFromText(text)));
   }
   for (const std::string& text : mOSCTargets) {
-    const auto target = VLOSCTargetFromText(text, error);
-    VLRefuseIf(!target, "--osc-target: " + error);
-    osc.targets.push_back(*target);
+    osc.targets.push_back(refusal.read("--osc-target", VLOSCTargetFromText(text)));
   }
   for (const std::string& text : mOSCForget) {
-    VLRefuseIf(!VLOSCForgetFromText(text, osc, error), "--osc-forget: " + error);
+    refusal.check("--osc-forget", VLOSCForgetFromText(text, osc));
   }
 }
 

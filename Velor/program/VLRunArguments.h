@@ -6,12 +6,15 @@
 #include <vector>
 
 #include "Velor/program/VLOptions.h"
+#include "platform/host/Error.h"
 
 namespace CLI {
 class App;
 }
 
 namespace velor {
+
+class VLRefusal;
 
 /// The arguments of a run, as they were typed.
 class VLRunArguments {
@@ -21,8 +24,8 @@ class VLRunArguments {
   VLRunArguments(const VLRunArguments&) = delete;
   VLRunArguments& operator=(const VLRunArguments&) = delete;
 
-  /// Checks them. Raises VLUsageError.
-  VLOptions options() const;
+  /// Checks them.
+  Expected<VLOptions> options() const;
 
  private:
   using Text = std::optional<std::string>;
@@ -33,10 +36,10 @@ class VLRunArguments {
   void addOSC(CLI::App& app);
   void addDocument(CLI::App& app);
   void addRun(CLI::App& app);
-  void readClock(VLOptions& options) const;
-  void readPlayMode(VLOptions& options) const;
-  void readLTC(VLOptions& options) const;
-  void readOSC(VLOptions& options) const;
+  void readClock(VLOptions& options, VLRefusal& refusal) const;
+  void readPlayMode(VLOptions& options, VLRefusal& refusal) const;
+  void readLTC(VLOptions& options, VLRefusal& refusal) const;
+  void readOSC(VLOptions& options, VLRefusal& refusal) const;
 
   VLOptions mGiven;  // what needs no check
   Text mFormat;

@@ -67,31 +67,29 @@ VLNamedPort audioPort(const std::string& name, bool present, audio::AudioObjectI
 
 VLWantedDevices::VLWantedDevices(const VLOptions& options) : mOptions(options) {
   for (const std::string& text : options.mtcOut) {
-    mDestinations.push_back({text, {}, {}});
+    mDestinations.push_back({text});
   }
   for (const std::string& text : options.ltcOut) {
-    mOutputs.push_back({text, {}, {}});
+    mOutputs.push_back({text});
   }
   mGenerators.resize(mOutputs.size());
   if (options.syncSource) {
-    mSource = {*options.syncSource, {}, {}};
+    mSource = {*options.syncSource};
   }
   if (options.ltcIn) {
-    mInput = {*options.ltcIn, {}, {}};
+    mInput = {*options.ltcIn};
   }
 }
 
 // --- finding ---
 
-std::optional<VLWantedDevices> VLWantedDevices::find(const VLOptions& options, std::string& error) {
+Expected<VLWantedDevices> VLWantedDevices::find(const VLOptions& options) {
   VLWantedDevices wanted(options);
   wanted.findMissing();
-  if (wanted.mSource && options.ltcIn) {
-    wanted.mSource->problem.clear();  // `apply` may make it, as the reader's port
-  }
-  if (const auto missing = wanted.missing(); !missing.empty() && !options.wait) {
-    error = missing.front();
-    return std::nullopt;
+  // `apply` may make the source, as the reader's port.
+  const auto missing = wanted.missing(!options.ltcIn);
+  if (!missing.empty() && !options.wait) {
+    return failure(missing.front());
   }
   return wanted;
 }
@@ -118,12 +116,12 @@ void VLWantedDevices::findPort(Wanted<Port>& wanted, bool isSource) {
   const KVMIDICore& core = KVMIDICore::sharedCore();
   const auto endpoint =
       VLEndpointNamed(wanted.text, isSource ? core.sources() : core.destinations(),
-                      isSource ? "source" : "destination", wanted.problem);
-  if (endpoint == nullptr) {
-    wanted.problem = (isSource ? "--sync-source: " : "--mtc-out: ") + wanted.problem;
+                      isSource ? "source" : "destination");
+  if (!endpoint) {
+    wanted.found = failure((isSource ? "--sync-source: " : "--mtc-out: ") + endpoint.error().text);
     return;
   }
-  wanted.found = {endpoint->uniqueID(), VLPortName(*endpoint)};
+  wanted.found = Port{(*endpoint)->uniqueID(), VLPortName(**endpoint)};
 }
 
 void VLWantedDevices::findChannel(Wanted<Channel>& wanted, audio::AudioDirection scope) {
@@ -131,35 +129,34 @@ void VLWantedDevices::findChannel(Wanted<Channel>& wanted, audio::AudioDirection
     return;
   }
   const char* option = scope == audio::AudioDirection::input ? "--ltc-in: " : "--ltc-out: ";
-  const auto named =
-      VLAudioChannelNamed(wanted.text, scope, KAHALAudioSystem::defaultSystem(), wanted.problem);
-  if (named.device == nullptr) {
-    wanted.problem = option + wanted.problem;
+  const auto named = VLAudioChannelNamed(wanted.text, scope, KAHALAudioSystem::defaultSystem());
+  if (!named) {
+    wanted.found = failure(option + named.error().text);
     return;
   }
-  const Channel channel{named.name, named.device->objectID(), named.channel - 1, named.channels,
-                        named.port};
+  const Channel channel{named->name, named->device->objectID(), named->channel - 1, named->channels,
+                        named->port};
   const bool isTwice =
       &wanted != &*mInput && std::any_of(mOutputs.begin(), mOutputs.end(), [&](const auto& other) {
         return other.found && other.found->deviceID == channel.deviceID &&
                other.found->channel == channel.channel;
       });
   if (isTwice) {
-    wanted.problem = option + ("'" + channel.name + "' is named twice");
+    wanted.found = failure(option + ("'" + channel.name + "' is named twice"));
     return;
   }
   wanted.found = channel;
 }
 
-std::vector<std::string> VLWantedDevices::missing() const {
+std::vector<std::string> VLWantedDevices::missing(bool withSource) const {
   std::vector<std::string> problems;
   const auto add = [&problems](const auto& wanted) {
-    if (!wanted.found && !wanted.problem.empty()) {
-      problems.push_back(wanted.problem);
+    if (!wanted.found) {
+      problems.push_back(wanted.found.error().text);
     }
   };
   std::for_each(mDestinations.begin(), mDestinations.end(), add);
-  if (mSource) {
+  if (mSource && withSource) {
     add(*mSource);
   }
   std::for_each(mOutputs.begin(), mOutputs.end(), add);
@@ -171,25 +168,24 @@ std::vector<std::string> VLWantedDevices::missing() const {
 
 // --- taking what was found ---
 
-bool VLWantedDevices::apply(VLAppDelegate& app, std::string& error) {
+Expected<> VLWantedDevices::apply(VLAppDelegate& app) {
   takeFound();
   if (!mSource) {
-    return true;
+    return {};
   }
   if (!mSource->found) {
     KVMIDICore::sharedCore().resyncDeviceList();
     findPort(*mSource, true);
   }
   if (!mSource->found && !mOptions.wait) {
-    error = mSource->problem;
-    return false;
+    return tl::unexpected(mSource->found.error());
   }
   // While the named one is missing the clock follows no other.
   app.setSyncSource(mSource->found
                         ? KVMIDICore::sharedCore().sourceWithUniqueId(mSource->found->uniqueID)
                         : nullptr);
   mArmsOnReturn = mOptions.arm && app.syncSource() == nullptr;
-  return true;
+  return {};
 }
 
 void VLWantedDevices::takeFound() {

@@ -10,6 +10,7 @@
 #include "Velor/program/VLStatusLine.h"
 #include "kva/MIDI/KVMIDIEndpoint.h"
 #include "platform/audio/AudioTypes.h"
+#include "platform/host/Error.h"
 #include "platform/midi/MIDITypes.h"
 
 namespace velor {
@@ -24,17 +25,17 @@ class VLLTCReaderDevice;
 /// Queue: main.
 class VLWantedDevices {
  public:
-  /// Finds all of them. None when one is missing, with the reason in `error`; with --wait
-  /// a missing one is left for `follow`.
-  static std::optional<VLWantedDevices> find(const VLOptions& options, std::string& error);
+  /// Finds all of them. Fails when one is missing; with --wait a missing one is left for
+  /// `follow`.
+  static Expected<VLWantedDevices> find(const VLOptions& options);
 
   /// Switches on and makes those that were found; a generator or a reader that already has
-  /// the channel is used. Without --keep what this adds is not saved. False, with the
-  /// reason in `error`, when the sync source is not the reader's port either.
-  bool apply(VLAppDelegate& app, std::string& error);
+  /// the channel is used. Without --keep what this adds is not saved. Fails when the sync
+  /// source is not the reader's port either.
+  Expected<> apply(VLAppDelegate& app);
 
   /// Why each missing one was not found, for people.
-  std::vector<std::string> missing() const;
+  std::vector<std::string> missing() const { return missing(true); }
 
   /// Call before and after each change of the MIDI setup, and `follow` also after each stop
   /// of the clock and now and then while one is missing: takes those that have appeared,
@@ -67,9 +68,8 @@ class VLWantedDevices {
   // What an option names: missing until it is found, and then not in use until it is applied.
   template <class Found>
   struct Wanted {
-    std::string text;     // as typed
-    std::string problem;  // why it is missing
-    std::optional<Found> found;
+    std::string text;  // as typed
+    Expected<Found> found = failure("not searched yet");
     bool isInUse = false;
 
     bool isReady() const { return found && !isInUse; }
@@ -81,6 +81,7 @@ class VLWantedDevices {
   void findPort(Wanted<Port>& wanted, bool isSource);
   void findChannel(Wanted<Channel>& wanted, audio::AudioDirection scope);
   void takeFound();
+  std::vector<std::string> missing(bool withSource) const;
   std::shared_ptr<KVLTCGenerator> takeOutput(const Channel& output);
   void takeInput(const Channel& input);
   void switchOn(midi::MIDIUniqueID uniqueID);

@@ -110,8 +110,7 @@ class Chase : public testing::Test {
   std::shared_ptr<KVMIDIEndpoint> source(const std::string& name) {
     std::shared_ptr<KVMIDIEndpoint> found;
     until(3, [&] {
-      std::string error;
-      found = VLEndpointNamed(name, KVMIDICore::sharedCore().sources(), "source", error);
+      found = VLEndpointNamed(name, KVMIDICore::sharedCore().sources(), "source").value_or(nullptr);
       return found != nullptr;
     });
     return found;
@@ -123,11 +122,10 @@ class Chase : public testing::Test {
   }
 
   static void enable(const std::string& port, bool enabled = true) {
-    std::string error;
     const auto endpoint =
-        VLEndpointNamed(port, KVMIDICore::sharedCore().destinations(), "destination", error);
-    ASSERT_NE(endpoint, nullptr) << error;
-    VLDeviceManager::sharedManager().destinationWithEndpoint(endpoint)->setEnable(enabled);
+        VLEndpointNamed(port, KVMIDICore::sharedCore().destinations(), "destination");
+    ASSERT_TRUE(endpoint) << endpoint.error().text;
+    VLDeviceManager::sharedManager().destinationWithEndpoint(*endpoint)->setEnable(enabled);
   }
 
   void follow(const WireFormat& format, std::uint32_t code) {

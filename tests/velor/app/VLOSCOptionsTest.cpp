@@ -108,9 +108,8 @@ TEST_F(VLOSCOptionsTest, WhatIsNotKeptEndsWithItsRunAndLeavesWhatWasSaved) {
 TEST_F(VLOSCOptionsTest, AForgottenHostOrTargetIsGoneForGoodAndOneThatIsNotListedIsReported) {
   run(with(7770, {"10.0.0.5", "10.0.0.6"}, {{"desk.local", 9000}, {"::1", 9000}}));
   VLOSCOptions options;
-  std::string error;
   for (const char* text : {"10.0.0.5", "desk.local:9000", "10.0.0.7", "[::1]:9001"}) {
-    EXPECT_TRUE(VLOSCForgetFromText(text, options, error)) << error;
+    EXPECT_TRUE(VLOSCForgetFromText(text, options)) << text;
   }
   EXPECT_THAT(run(options), ElementsAre("--osc-forget: host 10.0.0.7 is not in the list",
                                         "--osc-forget: target [::1]:9001 is not in the list"));
@@ -119,8 +118,8 @@ TEST_F(VLOSCOptionsTest, AForgottenHostOrTargetIsGoneForGoodAndOneThatIsNotListe
     EXPECT_THAT(mTargets, ElementsAre("::1:9000"));
     run({});
   }
-  EXPECT_FALSE(VLOSCForgetFromText("desk", options, error));
-  EXPECT_EQ(error, "'desk' is neither an IP address nor HOST:PORT");
+  EXPECT_EQ(VLOSCForgetFromText("desk", options).error().text,
+            "'desk' is neither an IP address nor HOST:PORT");
 }
 
 TEST_F(VLOSCOptionsTest, ATakenPortThatIsSavedAndNamedIsReportedOnce) {

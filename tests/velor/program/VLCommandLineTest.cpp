@@ -197,7 +197,7 @@ TEST(VLCommandLine, WhatIsTypedReachesTheOptions) {
   EXPECT_EQ(options.osc.allow, Words{"::1"});
   EXPECT_EQ(options.osc.targets, (std::vector<VLOSCOptions::Target>{{"::1", 9000}}));
   EXPECT_TRUE(options.osc.keep);
-  EXPECT_EQ(VLTimesFromWords(options.times, kSMPTETimeType25).offset->mMinutes, 59)
+  EXPECT_EQ(VLTimesFromWords(options.times, kSMPTETimeType25)->offset->mMinutes, 59)
       << "it wraps around the day";
 
   const VLCommandLine encode = VLParseCommandLine({"encode", "a.wav", "--duration", "1.5"});

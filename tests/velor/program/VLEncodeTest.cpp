@@ -122,7 +122,7 @@ TEST_F(VLEncodeTest, TheLevelIsReachedOnBothSidesAndNeverPassed) {
   for (const int rate : {11025, 44100, 48000, 192000}) {
     for (const Case& c : cases) {
       auto wanted = options("a.wav", "29.97", "00:00:00:00", 1, rate);
-      wanted.level = VLOptionText::level(c.level);
+      wanted.level = VLOptionText::level(c.level).value();
       ASSERT_EQ(VLEncodeFile(wanted, goOn), "");
       const std::vector<float> samples = samplesOf(wanted.file);
       const auto [least, most] = std::minmax_element(samples.begin(), samples.end());

@@ -26,18 +26,18 @@ class VLWantedDevicesTest : public AppFixture {
     if (!line.options) {
       return line.output;
     }
-    std::string error;
-    mWanted = VLWantedDevices::find(*line.options, error);
-    if (!mWanted) {
-      return error;
+    auto found = VLWantedDevices::find(*line.options);
+    if (!found) {
+      return found.error().text;
     }
+    mWanted = *std::move(found);
     mApp = std::make_shared<VLAppDelegate>(mWindow, mView, folders());
     mApp->applicationDidFinishLaunching({}, line.options->fresh);
     mHost.settle();
     VLOSCApply(line.options->osc, [](const std::string&) {});
-    mWanted->apply(*mApp, error);
+    const auto applied = mWanted->apply(*mApp);
     mHost.settle();
-    return error;
+    return applied ? "" : applied.error().text;
   }
   void quit() {
     mApp->applicationWillTerminate();
