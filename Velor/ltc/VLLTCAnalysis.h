@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "Kv-Appkit/KVLineFit.h"
+#include "Velor/ltc/VLLTCMeter.h"
+#include "Velor/ltc/VLLTCReport.h"
+#include "Velor/ltc/VLLTCVarispeedDecoder.h"
+
+namespace velor {
+
+/// Measures LTC and the line that it comes over: what VLLTCVarispeedDecoder reads of it, and
+/// the signal of each of those frames.
+///
+/// One thread. Realtime-safe: no.
+class VLLTCAnalysis {
+ public:
+  explicit VLLTCAnalysis(double sampleRate);
+
+  void process(std::span<const float> samples);
+  /// No more samples come.
+  void finish();
+  /// Of what was read so far.
+  VLLTCReport report() const;
+
+ private:
+  struct Frame {
+    VLLTCBits bits;
+    double begin = 0;
+    double length = 0;
+    std::uint32_t type = kSMPTETimeType25;
+  };
+  struct Event {
+    VLLTCReport::Kind kind;
+    VLLTCBits before;
+    VLLTCBits behind;
+  };
+
+  void take(const VLLTCBits& bits);
+  void compare(const Frame& frame);
+  void add(VLLTCReport::Kind kind, const VLLTCBits& behind);
+  void takeUserBits(const VLLTCBits& bits);
+  void chooseFormat(VLLTCReport& report) const;
+  void measureRate(VLLTCReport& report) const;
+  void measureSignal(VLLTCReport& report) const;
+
+  const double mSampleRate;
+  VLLTCVarispeedDecoder mDecoder;
+  VLLTCMeter mMeter;
+  std::vector<float> mKept;
+  std::uint64_t mKeptFrom = 0;
+  std::uint64_t mPlace = 0;
+  float mPeak = 0;
+
+  std::uint64_t mFrames = 0;
+  std::uint64_t mReverseFrames = 0;
+  VLLTCBits mFirst;
+  Frame mLast;
+  double mNominalRate = 25;
+  // Digits of frames: the highest, and the one before a second began; -1 for none.
+  std::int32_t mHighest = 0;
+  std::int32_t mLastOfSecond = -1;
+
+  KVLineFit mPlaces;  // of frames that follow each other
+  double mNumber = 0;
+
+  std::array<std::uint64_t, 4> mCounts{};
+  std::vector<Event> mEvents;
+  std::uint64_t mUserBitChanges = 0;
+  std::vector<VLLTCBits> mUserBits;
+};
+
+}  // namespace velor

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Kv-Appkit/KVLineFit.h"
+#include "Velor/mtc/mtc_wire.h"
+#include "kvtimecode/SMPTETime.h"
+
+namespace velor {
+
+/// What VLMTCAnalysis measured; times are seconds, places are from the first message on.
+struct VLMTCReport {
+  static constexpr std::size_t kListed = 100;  // events
+
+  /// About a second of quarter frames without a gap.
+  struct Window {
+    double begin = 0;
+    double spacing = 0;  ///< mean
+    double jitter = 0;   ///< from an even spacing, rms
+    double jitterPeak = 0;
+  };
+  enum class Kind : std::uint8_t { missing, outOfOrder, jump, stop };
+  struct Event {
+    Kind kind = Kind::missing;
+    double seconds = 0;
+    std::uint64_t count = 0;  ///< of missing quarter frames
+    double length = 0;        ///< of a stop
+    SMPTETime before{};       ///< of a jump; invalid elsewhere
+    SMPTETime behind{};
+  };
+
+  double duration = 0;
+  std::uint64_t quarterFrames = 0;
+  std::uint64_t reverse = 0;  ///< of them
+  std::uint64_t fullFrames = 0;
+  std::uint64_t blocks = 0;             ///< complete ones
+  std::optional<std::uint32_t> format;  ///< none without a complete block
+  SMPTETime first{};
+  SMPTETime last{};
+  double rate = 0;         ///< frames per second
+  double deviation = 0;    ///< from the format's rate, ppm
+  double uncertainty = 0;  ///< of that, standard deviation, ppm
+  double spacing = 0;
+  double shortest = 0;
+  double longest = 0;  ///< but for stops and missing ones
+  double jitter = 0;
+  double jitterPeak = 0;
+  std::uint64_t missing = 0;           ///< quarter frames
+  std::uint64_t outOfOrder = 0;        ///< quarter frames
+  std::uint64_t blocksOutOfOrder = 0;  ///< whose time does not follow
+  std::uint64_t stops = 0;
+  std::vector<Event> events;
+  std::vector<Window> windows;
+
+  /// One line for people.
+  std::string verdict() const;
+};
+
+/// Measures a stream of MIDI Time Code by the arrival of its messages.
+///
+/// One thread. Realtime-safe: no.
+class VLMTCAnalysis {
+ public:
+  /// One message, of any bytes, and the host time (ns) of its arrival.
+  void add(const std::uint8_t* bytes, std::size_t count, std::uint64_t hostTime);
+  VLMTCReport report() const;
+
+ private:
+  void addQuarterFrame(std::uint8_t data, double seconds);
+  /// Quarter frames from the last one to this, 1 for its neighbour; 0 for out of order.
+  int stepTo(int piece, double passed);
+  void startRow(int piece, std::uint8_t nibble, double seconds);
+  void takeSpacing(double seconds, double passed, int step);
+  void takePiece(int piece, std::uint8_t nibble, double seconds);
+  void closeWindow();
+  void addEvent(const VLMTCReport::Event& event);
+
+  VLMTCReport mReport;
+  std::optional<std::uint64_t> mFirst;  // host time
+  double mLastSeconds = 0;
+  int mLastPiece = -1;
+  int mDirection = 1;
+  bool mMayTurn = false;
+
+  KVLineFit mPlaces;
+  double mNumber = 0;
+  double mSpacing = 0;  // smoothed
+  struct Arrival {
+    double number;
+    double seconds;
+  };
+  std::vector<Arrival> mWindow;
+  double mSquares = 0;
+  double mJitters = 0;
+
+  std::array<std::uint8_t, kMTCPieces> mNibbles{};
+  int mGathered = 0;  // pieces of the block, in their order
+  std::optional<SMPTETime> mBlock;
+};
+
+}  // namespace velor
