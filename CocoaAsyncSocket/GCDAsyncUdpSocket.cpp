@@ -19,7 +19,7 @@ using Error = GCDAsyncUdpSocketError;
 constexpr unsigned kRead = 1;
 constexpr unsigned kWrite = 2;
 constexpr std::uint64_t kNsPerSecond = 1'000'000'000;
-// Datagrams sent before the queue's other jobs have their turn.
+// Datagrams sent in a row before the queue's other jobs run.
 constexpr int kMostSendsAtOnce = 64;
 
 }  // namespace
@@ -31,20 +31,12 @@ auto GCDAsyncUdpSocket::onQueue(Body&& body) const {
   return mQueue.isCurrent() ? body() : mQueue.sync(body);
 }
 
-// Body: gives a problem or none.
 template <class Body>
-bool GCDAsyncUdpSocket::attempt(Error* error, Body&& body) {
-  Problem problem = checkDelegate();
-  if (!problem) {
-    problem = onQueue(body);
-  }
-  if (problem && error != nullptr) {
-    *error = std::move(*problem);
-  }
-  return !problem;
+GCDAsyncUdpSocketResult GCDAsyncUdpSocket::attempt(Body&& body) {
+  return checkDelegate().and_then([this, &body] { return onQueue(body); });
 }
 
-// Runs the body on the queue, with this socket if it is still there.
+// Runs the body on the queue with this socket, if it still exists.
 template <class Body>
 void GCDAsyncUdpSocket::post(Body body) {
   mQueue.async([&network = mNetwork, id = mId, body = std::move(body)] {
@@ -54,8 +46,8 @@ void GCDAsyncUdpSocket::post(Body body) {
   });
 }
 
-// The socket is kept until the call, so that its owner knows it by its address.
-// On its own queue it is only ever lent, so that it never ends there.
+// Keeps the socket until the call, so that its owner can compare addresses. The last
+// reference thus never ends on the socket's own queue.
 template <class Call>
 void GCDAsyncUdpSocket::tell(Call call) {
   if (auto self = weak_from_this().lock()) {
@@ -99,18 +91,19 @@ GCDAsyncUdpSocket::~GCDAsyncUdpSocket() {
   });
 }
 
-GCDAsyncUdpSocket::Problem GCDAsyncUdpSocket::checkDelegate() const {
+GCDAsyncUdpSocketResult GCDAsyncUdpSocket::checkDelegate() const {
   if (mDelegate.expired()) {
-    return Error::badConfig("Attempting to use socket without a delegate. Set a delegate first.");
+    return failure(
+        Error::badConfig("Attempting to use socket without a delegate. Set a delegate first."));
   }
   if (mDelegateQueue == nullptr) {
-    return Error::badConfig(
-        "Attempting to use socket without a delegate queue. Set a delegate queue first.");
+    return failure(Error::badConfig(
+        "Attempting to use socket without a delegate queue. Set a delegate queue first."));
   }
   return {};
 }
 
-void GCDAsyncUdpSocket::closeWithError(const Problem& error) {
+void GCDAsyncUdpSocket::closeWithError(const std::optional<Error>& error) {
   const bool wasOpen = mDescriptors.isOpen();
   ++mLife;
   mBound = mConnecting = mConnected = mReceiving = false;
@@ -128,7 +121,7 @@ void GCDAsyncUdpSocket::closeWithError(const Problem& error) {
   }
   if (wasOpen && mDelegateQueue != nullptr) {
     tell([error](GCDAsyncUdpSocketDelegate& delegate, const auto& self) {
-      delegate.udpSocketDidClose(self, error ? &*error : nullptr);
+      delegate.udpSocketDidClose(self, error);
     });
   }
 }
@@ -145,32 +138,31 @@ void GCDAsyncUdpSocket::noteEnds() {
 
 // --- operations
 
-bool GCDAsyncUdpSocket::bindToPort(std::uint16_t port, Error* error) {
-  return attempt(error, [this, port]() -> Problem {
+GCDAsyncUdpSocketResult GCDAsyncUdpSocket::bindToPort(std::uint16_t port) {
+  return attempt([this, port]() -> Result {
     mQueue.assertCurrent();
     if (mBound && !mConnected) {
-      return Error::badConfig("Cannot bind a socket more than once.");
+      return failure(Error::badConfig("Cannot bind a socket more than once."));
     }
     if (mConnecting || mConnected) {
-      return Error::badConfig("Cannot bind after connecting. If needed, bind first, then connect.");
+      return failure(
+          Error::badConfig("Cannot bind after connecting. If needed, bind first, then connect."));
     }
-    Problem problem = mDescriptors.checkEnabled();
-    if (!problem) {
-      problem = mDescriptors.bind(port);
-    }
-    mBound = !problem;
+    const Result bound =
+        mDescriptors.checkEnabled().and_then([&] { return mDescriptors.bind(port); });
+    mBound = bound.has_value();
     noteEnds();
-    return problem;
+    return bound;
   });
 }
 
-bool GCDAsyncUdpSocket::beginReceiving(Error* error) {
-  return attempt(error, [this]() -> Problem {
+GCDAsyncUdpSocketResult GCDAsyncUdpSocket::beginReceiving() {
+  return attempt([this]() -> Result {
     mQueue.assertCurrent();
     if (!mBound) {
-      return Error::badConfig(
+      return failure(Error::badConfig(
           "Must bind socket before you can receive data. You can do this explicitly via bind, or "
-          "implicitly via connect or by sending data.");
+          "implicitly via connect or by sending data."));
     }
     mReceiving = true;
     readOn();
@@ -178,23 +170,22 @@ bool GCDAsyncUdpSocket::beginReceiving(Error* error) {
   });
 }
 
-bool GCDAsyncUdpSocket::connectToHost(const std::optional<std::string>& host, std::uint16_t port,
-                                      Error* error) {
-  return attempt(error, [this, &host, port]() -> Problem {
+GCDAsyncUdpSocketResult GCDAsyncUdpSocket::connectToHost(const std::optional<std::string>& host,
+                                                         std::uint16_t port) {
+  return attempt([this, &host, port]() -> Result {
     mQueue.assertCurrent();
     if (mConnecting || mConnected) {
-      return Error::badConfig("Cannot connect a socket more than once.");
+      return failure(Error::badConfig("Cannot connect a socket more than once."));
     }
-    Problem problem = mDescriptors.checkEnabled();
-    if (!problem && !host) {
-      problem =
-          Error::badParam("The host param is nil. Should be domain name or IP address string.");
+    if (Result enabled = mDescriptors.checkEnabled(); !enabled) {
+      return enabled;
     }
-    if (!problem) {
-      problem = mDescriptors.make();
+    if (!host) {
+      return failure(
+          Error::badParam("The host param is nil. Should be domain name or IP address string."));
     }
-    if (problem) {
-      return problem;
+    if (Result made = mDescriptors.make(); !made) {
+      return made;
     }
     mConnecting = true;
     noteEnds();
@@ -215,14 +206,14 @@ bool GCDAsyncUdpSocket::connectToHost(const std::optional<std::string>& host, st
   });
 }
 
-bool GCDAsyncUdpSocket::enableBroadcast(bool enabled, Error* error) {
-  return attempt(error, [this, enabled]() -> Problem {
+GCDAsyncUdpSocketResult GCDAsyncUdpSocket::enableBroadcast(bool enabled) {
+  return attempt([this, enabled]() -> Result {
     mQueue.assertCurrent();
-    Problem problem = mDescriptors.setBroadcast(enabled);
+    Result set = mDescriptors.setBroadcast(enabled);
     if (!mConnected) {
       noteEnds();
     }
-    return problem;
+    return set;
   });
 }
 
@@ -253,7 +244,7 @@ void GCDAsyncUdpSocket::setReceiveFilter(ReceiveFilter filter, host::Queue* queu
     replacement = std::make_shared<DatagramDelivery::Filter>(
         DatagramDelivery::Filter{std::move(filter), queue});
   }
-  // The former filter ends on the caller's thread, not on the one of all sockets.
+  // The former filter ends on the caller's thread, not on that of all sockets.
   onQueue([this, &replacement] { mDelivery.exchangeFilter(replacement); });
 }
 
@@ -266,7 +257,7 @@ void GCDAsyncUdpSocket::close() {
   onQueue([this] {
     mQueue.assertCurrent();
     mDelivery.forget();
-    closeWithError({});
+    closeWithError(std::nullopt);
   });
 }
 
@@ -295,8 +286,7 @@ void GCDAsyncUdpSocket::readOn() {
   watch(mDescriptors.of(AF_INET6));
 }
 
-// A descriptor is watched only for what is wanted of it: one with an error would
-// report that without end.
+// Watches only for the events needed: a descriptor with an error would report it without end.
 void GCDAsyncUdpSocket::watch(Descriptor& descriptor) {
   if (!descriptor.isOpen()) {
     return;
@@ -341,7 +331,7 @@ void GCDAsyncUdpSocket::noteDropped(Descriptor& descriptor, std::uint32_t droppe
     return;
   }
   VELOR_LOG_WARNING("udp socket at port %u: %" PRIu64
-                    " datagrams came faster than they were taken and were dropped",
+                    " datagrams dropped: they came faster than they were read",
                     unsigned{localPort()}, mDropped);
   mDropped = 0;
   mNextDropReport = now + kNsPerSecond;
@@ -359,11 +349,11 @@ void GCDAsyncUdpSocket::sendData(std::vector<std::uint8_t> data, double timeout,
     return;
   }
   if (added == UDPSendQueue::Added::firstRefused) {
-    VELOR_LOG_WARNING("udp socket: too much waits to be sent, new datagrams are not taken");
+    VELOR_LOG_WARNING("udp socket: too much data waiting; refusing new datagrams");
   }
   if (added != UDPSendQueue::Added::yes) {
     post([tag](GCDAsyncUdpSocket& self) {
-      self.tellNotSent(tag, Error::other("Too much data waits to be sent."));
+      self.tellNotSent(tag, Error::other("Too much data waiting to be sent."));
     });
   }
 }
@@ -402,16 +392,17 @@ void GCDAsyncUdpSocket::finishConnect() {
   mConnecting = false;
 
   const SocketAddress* const chosen = chooseAddress(answer.addresses);
-  Problem problem;
+  Result connected;
   if (answer.code != 0) {
-    problem = Error::netDB(answer.code);
+    connected = failure(Error::netDB(answer.code));
   } else if (chosen == nullptr) {
-    problem = Error::other("The host has no address of a protocol that is enabled.");
+    connected = failure(Error::other("The host has no address of a protocol that is enabled."));
   } else {
-    problem = mDescriptors.connect(*chosen);
+    connected = mDescriptors.connect(*chosen);
   }
-  if (problem) {
-    tell([error = std::move(*problem)](GCDAsyncUdpSocketDelegate& delegate, const auto& self) {
+  if (!connected) {
+    tell([error = std::move(connected.error())](GCDAsyncUdpSocketDelegate& delegate,
+                                                const auto& self) {
       delegate.udpSocketDidNotConnect(self, error);
     });
     return;
@@ -428,7 +419,7 @@ void GCDAsyncUdpSocket::finishConnect() {
   });
 }
 
-// Null when there is none of a family that has a descriptor.
+// Null when no address has the family of an open descriptor.
 const SocketAddress* GCDAsyncUdpSocket::chooseAddress(const std::vector<SocketAddress>& addresses) {
   const SocketAddress* chosen = nullptr;
   for (const SocketAddress& each : addresses) {
@@ -441,7 +432,7 @@ const SocketAddress* GCDAsyncUdpSocket::chooseAddress(const std::vector<SocketAd
   return chosen;
 }
 
-// False when the system has no room yet.
+// False when the system has no room yet; the datagram waits.
 bool GCDAsyncUdpSocket::sendCurrent() {
   Descriptor& descriptor = mDescriptors.first();
   const std::int64_t tag = mCurrent->tag;
@@ -451,7 +442,7 @@ bool GCDAsyncUdpSocket::sendCurrent() {
   }
   int result = mNetwork.send(descriptor.number, mCurrent->data);
   if (result == -ECONNREFUSED || result == -EINTR) {
-    // Refused was the datagram before; this one has not been sent at all.
+    // The error is that of an earlier datagram; this one has not been sent.
     result = mNetwork.send(descriptor.number, mCurrent->data);
   }
   if (result == -EAGAIN || result == -EWOULDBLOCK) {
@@ -485,7 +476,7 @@ bool GCDAsyncUdpSocket::sendCurrent() {
 
 void GCDAsyncUdpSocket::unblockSend() {
   mSendBlocked = false;
-  mSendTimer = nullptr;  // one that is about to run does not, since it runs here
+  mSendTimer = nullptr;  // its handler runs on this queue, so not after this
 }
 
 void GCDAsyncUdpSocket::tellNotSent(std::int64_t tag, Error error) {

@@ -20,81 +20,80 @@
 
 namespace velor {
 
-/// A UDP socket for both IPv4 and IPv6 that never makes its owner wait for the
-/// network: it runs on the queue of the network in force and tells a delegate of
-/// what happens, on the delegate's queue.
+/// A UDP socket for both IPv4 and IPv6 that never makes its owner wait for the network: it
+/// runs on the queue of the current network and reports events to a delegate, on the
+/// delegate's queue.
 ///
-/// Any thread may call anything, the callbacks and the filter included; it is
-/// ended on any thread, and silently. Realtime-safe: no. Operations that give a
-/// bool give true, or false with the error in `error` where that is not null;
-/// they wait for the socket's queue, which waits for nobody.
+/// Any thread may call any operation, also from callbacks and the filter, and may end the
+/// socket, which reports nothing then. Realtime-safe: no. Operations with a result wait for
+/// the socket's queue, which never blocks.
 ///
-/// What comes faster than the delegate takes it waits in the system's buffer and
-/// is dropped there when that is full; the log tells how much with a later reading, once
-/// a second at most. After `close` or its end has returned, the socket posts nothing more to
-/// the queue of its delegate or its filter.
+/// Datagrams that come faster than the delegate takes them wait in the system's buffer,
+/// which drops them when it is full. The log gets their number with a later reading, at most
+/// once a second. After `close` or the end of the socket, it posts nothing to the queues of
+/// its delegate and its filter.
 class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpSocket>,
                                 private UDPNetwork::Client {
  public:
-  /// Says whether a datagram may pass.
+  /// Returns whether a datagram may pass.
   using ReceiveFilter = DatagramDelivery::Function;
+  using Result = GCDAsyncUdpSocketResult;
 
-  /// No descriptor yet. The delegate is held weakly. The queue must stand until the
-  /// socket is closed. Without either, every operation fails.
+  /// Makes no descriptor yet. Holds the delegate weakly. The queue must live until the socket
+  /// is closed. Without delegate or queue every operation fails.
   static std::shared_ptr<GCDAsyncUdpSocket> initWithDelegate(
       std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate, host::Queue* delegateQueue);
   ~GCDAsyncUdpSocket();
   GCDAsyncUdpSocket(const GCDAsyncUdpSocket&) = delete;
   GCDAsyncUdpSocket& operator=(const GCDAsyncUdpSocket&) = delete;
 
-  /// Runs the filter on `queue` for every datagram before it is delivered. An empty
-  /// filter lets all pass. Ends the program when there is a filter without a queue.
+  /// Runs the filter on `queue` for every datagram before its delivery. An empty filter lets
+  /// all pass. A filter without a queue stops the program.
   void setReceiveFilter(ReceiveFilter filter, host::Queue* queue);
 
-  /// Binds all interfaces, by both protocols at one port; 0 has the system choose
-  /// one. All descriptors are closed when it fails.
-  bool bindToPort(std::uint16_t port, GCDAsyncUdpSocketError* error = nullptr);
+  /// Binds both protocols to one port on all interfaces; 0 lets the system choose. A failure
+  /// closes all descriptors.
+  Result bindToPort(std::uint16_t port);
 
-  /// Delivers what comes from now on. Needs a bound or connected socket.
-  bool beginReceiving(GCDAsyncUdpSocketError* error = nullptr);
+  /// Delivers all datagrams from now on. Needs a bound or connected socket.
+  Result beginReceiving();
 
-  /// Fixes the destination, a name or an address in text. True says that the
-  /// attempt has begun; the delegate hears how it ended. What is sent meanwhile
-  /// waits for it.
-  bool connectToHost(const std::optional<std::string>& host, std::uint16_t port,
-                     GCDAsyncUdpSocketError* error = nullptr);
+  /// Sets the destination, a name or an address as text. Success means that the attempt has
+  /// begun; the delegate gets its result. Datagrams sent before that wait for it.
+  Result connectToHost(const std::optional<std::string>& host, std::uint16_t port);
 
-  /// A host with addresses of both protocols is reached by IPv4; else by its
-  /// first address.
+  /// Connects to the IPv4 address of a host that has addresses of both protocols. Default:
+  /// to its first address.
   void setPreferIPv4();
-  /// Both protocols are enabled at first. Has effect on descriptors made later.
+  /// Default: both enabled. Takes effect on descriptors made later.
   void setIPv4Enabled(bool enabled) { setEnabled(AF_INET, enabled); }
   void setIPv6Enabled(bool enabled) { setEnabled(AF_INET6, enabled); }
 
-  /// Lets IPv4 datagrams go to broadcast addresses, until the socket is closed.
-  bool enableBroadcast(bool enabled, GCDAsyncUdpSocketError* error = nullptr);
+  /// Allows sending to IPv4 broadcast addresses, until the socket is closed.
+  Result enableBroadcast(bool enabled);
 
-  /// Sends a datagram to the destination after those before it. `timeout`:
-  /// seconds for which it may wait for the system once its turn has come; less
-  /// than 0 is for ever. Empty data is not sent. When UDPSendQueue::kMostBytes
-  /// wait already it is refused: the delegate hears so, and the log once.
+  /// Sends a datagram to the destination after all earlier ones. `timeout`: seconds that it
+  /// may wait for the system once its turn has come; below 0 = for ever. Does not send empty
+  /// data. Refuses when UDPSendQueue::kMostBytes are waiting: the delegate gets each refusal,
+  /// the log the first.
   void sendData(std::vector<std::uint8_t> data, double timeout, std::int64_t tag);
 
   bool isConnected() const { return ends().connected; }
-  /// The destination's; 0 before it stands.
+  /// Port of the destination; 0 before it is connected.
   std::uint16_t connectedPort() const { return ends().connectedPort; }
-  /// Of the IPv4 descriptor, else of the IPv6 one; 0 and null for a closed socket.
+  /// Of the IPv4 descriptor if there is one, otherwise of the IPv6 one. 0 and null for a
+  /// closed socket.
   std::uint16_t localPort() const { return ends().localPort; }
   std::optional<std::string> localHost() const { return ends().localHost; }
 
-  /// Nothing is received or sent any more; no datagram whose delivery has not
-  /// begun is delivered. The delegate hears udpSocketDidClose if there was a
-  /// descriptor. The socket is as new then.
+  /// Stops receiving and sending; drops datagrams whose delivery has not begun. The delegate
+  /// gets udpSocketDidClose if there was a descriptor. The socket can be bound or connected
+  /// anew.
   void close();
 
   /// As SocketAddress::host.
   static std::string hostFromAddress(const SocketAddress& address) { return address.host(); }
-  /// False for an address of neither protocol, which leaves both alone.
+  /// False, and without effect, for an address of neither protocol.
   static bool getHost(std::string& host, std::uint16_t& port, const SocketAddress& address) {
     if (address.family() == AF_UNSPEC) {
       return false;
@@ -105,7 +104,6 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   }
 
  private:
-  using Problem = UDPDescriptorPair::Problem;
   using Descriptor = UDPDescriptorPair::Descriptor;
 
   struct Ends {
@@ -120,17 +118,17 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   template <class Body>
   auto onQueue(Body&& body) const;
   template <class Body>
-  bool attempt(GCDAsyncUdpSocketError* error, Body&& body);
+  Result attempt(Body&& body);
   template <class Body>
   void post(Body body);
   template <class Call>
   void tell(Call call);
 
-  Problem checkDelegate() const;
+  Result checkDelegate() const;
   Ends ends() const;
   void setEnabled(int family, bool enabled);
   void noteEnds() KV_RUNS_ON(mQueue);
-  void closeWithError(const Problem& error) KV_RUNS_ON(mQueue);
+  void closeWithError(const std::optional<GCDAsyncUdpSocketError>& error) KV_RUNS_ON(mQueue);
 
   void descriptorReady(int number) override;
   void readOn() override;
@@ -158,7 +156,7 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   UDPSendQueue mOutgoing;
 
   UDPDescriptorPair mDescriptors KV_ON_QUEUE(mQueue);
-  // Counts the closings, for the answers to what was asked before one.
+  // Counts closings, so that results of earlier look-ups are ignored.
   std::uint64_t mLife KV_ON_QUEUE(mQueue) = 0;
   bool mPreferIPv4 KV_ON_QUEUE(mQueue) = false;
   bool mBound KV_ON_QUEUE(mQueue) = false;
@@ -166,7 +164,7 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   bool mConnected KV_ON_QUEUE(mQueue) = false;
   bool mReceiving KV_ON_QUEUE(mQueue) = false;
 
-  std::optional<UDPNetwork::Answer> mAnswer KV_ON_QUEUE(mQueue);  // for the connect
+  std::optional<UDPNetwork::Answer> mAnswer KV_ON_QUEUE(mQueue);  // the look-up's
   std::optional<UDPSendQueue::Entry> mCurrent KV_ON_QUEUE(mQueue);
   bool mSendBlocked KV_ON_QUEUE(mQueue) = false;
   std::unique_ptr<host::Timer> mSendTimer KV_ON_QUEUE(mQueue);

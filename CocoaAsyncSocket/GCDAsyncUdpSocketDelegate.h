@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 
 #include "CocoaAsyncSocket/GCDAsyncUdpSocketError.h"
@@ -14,8 +15,8 @@ class GCDAsyncUdpSocket;
 
 /// Gets the events of a socket, on its delegate queue.
 ///
-/// While a call is under way it is kept alive, so the last hold on it may end on
-/// the delegate queue: a delegate that owns its queue must not end that queue
+/// A call keeps it alive, so the last reference to it may end on the delegate queue: a
+/// delegate that owns its queue must not end that queue
 /// there, but hand it to another thread.
 class GCDAsyncUdpSocketDelegate {
  public:
@@ -29,13 +30,13 @@ class GCDAsyncUdpSocketDelegate {
     static_cast<void>(socket), static_cast<void>(data), static_cast<void>(address);
   }
 
-  /// The destination stands.
+  /// The socket is connected.
   virtual void udpSocketDidConnectToAddress(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                             const SocketAddress& address) {
     static_cast<void>(socket), static_cast<void>(address);
   }
 
-  /// The host has no address, or none that can be connected to.
+  /// The name cannot be resolved, or `connect` failed.
   virtual void udpSocketDidNotConnect(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                       const GCDAsyncUdpSocketError& error) {
     static_cast<void>(socket), static_cast<void>(error);
@@ -49,17 +50,17 @@ class GCDAsyncUdpSocketDelegate {
                                            std::int64_t tag) {
     static_cast<void>(socket), static_cast<void>(tag);
   }
-  /// It has not.
+  /// The datagram is lost.
   virtual void udpSocketDidNotSendDataWithTag(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                               std::int64_t tag,
                                               const GCDAsyncUdpSocketError& error) {
     static_cast<void>(socket), static_cast<void>(tag), static_cast<void>(error);
   }
 
-  /// Null after GCDAsyncUdpSocket::close. May come after its owner has made
-  /// another socket.
+  /// `error`: none after GCDAsyncUdpSocket::close. May come after the owner has made another
+  /// socket.
   virtual void udpSocketDidClose(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
-                                 const GCDAsyncUdpSocketError* error) {
+                                 const std::optional<GCDAsyncUdpSocketError>& error) {
     static_cast<void>(socket), static_cast<void>(error);
   }
 };

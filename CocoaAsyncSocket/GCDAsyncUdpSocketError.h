@@ -2,6 +2,8 @@
 #pragma once
 
 #include <string>
+#include <tl/expected.hpp>
+#include <utility>
 
 namespace velor {
 
@@ -11,19 +13,19 @@ inline constexpr char kNetDBErrorDomain[] = "kCFStreamErrorDomainNetDB";
 
 /// Codes of kGCDAsyncUdpSocketErrorDomain.
 enum GCDAsyncUdpSocketErrorCode : int {
-  kGCDAsyncUdpSocketBadConfigError = 1,  ///< operations in a wrong order
+  kGCDAsyncUdpSocketBadConfigError = 1,  ///< operations in the wrong order
   kGCDAsyncUdpSocketBadParamError = 2,
   kGCDAsyncUdpSocketSendTimeoutError = 3,
   kGCDAsyncUdpSocketClosedError = 4,
   kGCDAsyncUdpSocketOtherError = 5,
 };
 
-/// What went wrong with a socket, for people to read.
+/// Why an operation of a socket failed. Callers decide by domain and code.
 struct GCDAsyncUdpSocketError {
   std::string domain;
-  int code = 0;        ///< a code of the socket's, an errno, or one of getaddrinfo
-  std::string text;    ///< for an errno and getaddrinfo, the system's text
-  std::string reason;  ///< for an errno, the call that failed; else empty
+  int code = 0;        ///< of that domain: the socket's own, errno or getaddrinfo's
+  std::string text;    ///< for people; the system's text for errno and getaddrinfo
+  std::string reason;  ///< for errno, the call that failed; otherwise empty
 
   static GCDAsyncUdpSocketError badConfig(std::string text);
   static GCDAsyncUdpSocketError badParam(std::string text);
@@ -36,5 +38,12 @@ struct GCDAsyncUdpSocketError {
   /// Text and reason in one line.
   std::string description() const;
 };
+
+/// What an operation of a socket returns.
+using GCDAsyncUdpSocketResult = tl::expected<void, GCDAsyncUdpSocketError>;
+
+inline tl::unexpected<GCDAsyncUdpSocketError> failure(GCDAsyncUdpSocketError error) {
+  return tl::unexpected<GCDAsyncUdpSocketError>(std::move(error));
+}
 
 }  // namespace velor

@@ -98,9 +98,9 @@ Result runSocket(double seconds) {
         return GCDAsyncUdpSocket::hostFromAddress(from) == "127.0.0.1";
       },
       &queue);
-  GCDAsyncUdpSocketError error;
-  if (!socket->bindToPort(0, &error) || !socket->beginReceiving(&error)) {
-    std::fprintf(stderr, "%s\n", error.description().c_str());
+  const auto begun = socket->bindToPort(0).and_then([&] { return socket->beginReceiving(); });
+  if (!begun) {
+    std::fprintf(stderr, "%s\n", begun.error().description().c_str());
     std::exit(1);
   }
   const Result result = flood(socket->localPort(), seconds);

@@ -173,9 +173,8 @@ int run(double seconds) {
     entry->setEnabled(true);
     server.addHostFilterObject(entry);
   }
-  GCDAsyncUdpSocketError error;
-  if (!server.startUdPServerAtPort(kPort, &error)) {
-    std::fprintf(stderr, "%s\n", error.description().c_str());
+  if (const auto started = server.startUdPServerAtPort(kPort); !started) {
+    std::fprintf(stderr, "%s\n", started.error().description().c_str());
     return 1;
   }
   const auto ticks = static_cast<std::size_t>(seconds * 110) + 200;

@@ -92,16 +92,14 @@ void listen(std::uint16_t port, bool keep, const VLOSCReport& report) {
   if (server.port() == port || server.refusedPort() == port) {
     return;
   }
-  GCDAsyncUdpSocketError problem;
-  bool started = false;
   if (keep) {
     server.stop();
-    started = server.startUdPServerAtPort(port, &problem);
-  } else {
-    started = server.startForThisRunAtPort(port, &problem);
   }
+  const auto started =
+      keep ? server.startUdPServerAtPort(port) : server.startForThisRunAtPort(port);
   if (!started) {
-    report("--osc-port: cannot use port " + std::to_string(port) + ": " + problem.description());
+    report("--osc-port: cannot use port " + std::to_string(port) + ": " +
+           started.error().description());
   }
 }
 

@@ -64,8 +64,10 @@ void VLUserSettings::load(host::Queue& background,
     const auto tellOnMain = [&tell](const std::string& error) {
       host::current().mainQueue().async([tell, error] { tell(error); });
     };
-    GCDAsyncUdpSocketError problem;
-    if (stored.server != nullptr && !server.loadSettingsDictionary(*stored.server, &problem)) {
+    const auto restored = stored.server != nullptr ? server.loadSettingsDictionary(*stored.server)
+                                                   : GCDAsyncUdpSocketResult();
+    if (!restored) {
+      const GCDAsyncUdpSocketError& problem = restored.error();
       if (problem.domain == kGCDAsyncUdpSocketErrorDomain &&
           problem.code == kGCDAsyncUdpSocketOtherError) {
         mDefaults.keepDamaged(problem.description());

@@ -202,8 +202,8 @@ void VLOSCClient::connectTo(const std::optional<std::string>& host, std::uint16_
     const std::lock_guard lock(mMutex);
     mConnection = std::move(next);
   }
-  GCDAsyncUdpSocketError error;
-  if (socket->connectToHost(host, port, &error)) {
+  const auto begun = socket->connectToHost(host, port);
+  if (begun) {
     if (!mInterrupted.load()) {
       VELOR_LOG_INFO("connecting to %s:%u", host->c_str(), static_cast<unsigned>(port));
     }
@@ -211,8 +211,9 @@ void VLOSCClient::connectTo(const std::optional<std::string>& host, std::uint16_
       const std::lock_guard lock(mMutex);
       mHost = host;
     }
-    if (!socket->enableBroadcast(true, &error)) {
-      VELOR_LOG_WARNING("failed to enable broadcast on socket: %s", error.description().c_str());
+    if (const auto enabled = socket->enableBroadcast(true); !enabled) {
+      VELOR_LOG_WARNING("failed to enable broadcast on socket: %s",
+                        enabled.error().description().c_str());
     }
     return;
   }
@@ -222,10 +223,10 @@ void VLOSCClient::connectTo(const std::optional<std::string>& host, std::uint16_
     former = std::move(mConnection);
   }
   if (!mInterrupted.load()) {
-    VELOR_LOG_ERROR("error connecting to host: %s", error.description().c_str());
+    VELOR_LOG_ERROR("error connecting to host: %s", begun.error().description().c_str());
   }
   if (host) {
-    reconnectLater(error);
+    reconnectLater(begun.error());
   }
 }
 
@@ -261,7 +262,7 @@ void VLOSCClient::udpSocketDidNotSendDataWithTag(const std::shared_ptr<GCDAsyncU
 }
 
 void VLOSCClient::udpSocketDidClose(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
-                                    const GCDAsyncUdpSocketError*) {
+                                    const std::optional<GCDAsyncUdpSocketError>&) {
   if (!mInterrupted.load()) {
     VELOR_LOG_INFO("udpSocket did close");
   }

@@ -110,7 +110,7 @@ class VLOSCClient : public KVObservable,
                                       std::int64_t tag,
                                       const GCDAsyncUdpSocketError& error) override;
   void udpSocketDidClose(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
-                         const GCDAsyncUdpSocketError* error) override;
+                         const std::optional<GCDAsyncUdpSocketError>& error) override;
 
  protected:
   VLOSCClient();

@@ -61,7 +61,7 @@ std::shared_ptr<VLOscRx> VLOSCServer::oscRx() const {
   return mOscRx;
 }
 
-bool VLOSCServer::startUdPServerAtPort(std::uint16_t port, GCDAsyncUdpSocketError* error) {
+GCDAsyncUdpSocketResult VLOSCServer::startUdPServerAtPort(std::uint16_t port) {
   const KVAnnouncement announcement(*this, "running");
   auto rx = VLOscRx::initWithDelegate(mSelf);
   {
@@ -71,20 +71,20 @@ bool VLOSCServer::startUdPServerAtPort(std::uint16_t port, GCDAsyncUdpSocketErro
     mRefusedPort.reset();
   }
   rx.reset();  // the former one
-  const auto started = oscRx();
-  if (started->startAtPort(port, error)) {
+  auto started = oscRx()->startAtPort(port);
+  if (started) {
     publish(port);
   } else {
     const std::lock_guard lock(mServiceMutex);
     mRefusedPort = port;
   }
-  return started->running();
+  return started;
 }
 
-bool VLOSCServer::startForThisRunAtPort(std::uint16_t port, GCDAsyncUdpSocketError* error) {
+GCDAsyncUdpSocketResult VLOSCServer::startForThisRunAtPort(std::uint16_t port) {
   const NextStart kept = nextStart();
   stop();
-  const bool started = startUdPServerAtPort(port, error);
+  auto started = startUdPServerAtPort(port);
   const std::lock_guard lock(mServiceMutex);
   mNextStart = kept;
   return started;
@@ -307,14 +307,10 @@ Expected<std::shared_ptr<VLOSCServerSettings>> VLOSCServer::settingsDictionary()
   return settings;
 }
 
-bool VLOSCServer::loadSettingsDictionary(const VLOSCServerSettings& settings,
-                                         GCDAsyncUdpSocketError* error) {
+GCDAsyncUdpSocketResult VLOSCServer::loadSettingsDictionary(const VLOSCServerSettings& settings) {
   auto entries = unarchiveHosts(settings.hostFilter);
   if (!entries) {
-    if (error != nullptr) {
-      *error = GCDAsyncUdpSocketError::other(entries.error().text);
-    }
-    return false;
+    return failure(GCDAsyncUdpSocketError::other(entries.error().text));
   }
   std::erase_if(*entries, [](const auto& entry) { return entry == nullptr || !entry->enabled(); });
   {
@@ -335,7 +331,7 @@ bool VLOSCServer::loadSettingsDictionary(const VLOSCServerSettings& settings,
     self.mKnown = {self.mRefused.begin(), self.mRefused.end()};
   }));
   // The filter mode is not taken over: letting everybody in is for one session.
-  return !settings.running || startUdPServerAtPort(settings.port, error);
+  return settings.running ? startUdPServerAtPort(settings.port) : GCDAsyncUdpSocketResult();
 }
 
 // --- commands ---

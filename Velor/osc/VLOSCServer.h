@@ -68,11 +68,11 @@ class VLOSCServer final : public KVObservable,
 
   // --- the service. Any thread but velor.osc.
 
-  /// For a stopped server. Whether it runs now; else why not in `error`.
-  bool startUdPServerAtPort(std::uint16_t port, GCDAsyncUdpSocketError* error = nullptr);
+  /// For a stopped server.
+  GCDAsyncUdpSocketResult startUdPServerAtPort(std::uint16_t port);
   void stop();
   /// Stops it and starts it at this port; the settings keep what they had.
-  bool startForThisRunAtPort(std::uint16_t port, GCDAsyncUdpSocketError* error = nullptr);
+  GCDAsyncUdpSocketResult startForThisRunAtPort(std::uint16_t port);
   /// The port of the last start, if that failed.
   std::optional<std::uint16_t> refusedPort() const;
   bool running() const;
@@ -101,12 +101,11 @@ class VLOSCServer final : public KVObservable,
   // --- settings
 
   Expected<std::shared_ptr<VLOSCServerSettings>> settingsDictionary() const;
-  /// Takes the ticked hosts over, and starts the server if it ran. False when that
-  /// fails or the list of hosts cannot be read, which then stays as it is; the error is
-  /// kGCDAsyncUdpSocketOtherError for the latter alone. Any thread but velor.osc; the list
-  /// changes when the main queue comes to it.
-  bool loadSettingsDictionary(const VLOSCServerSettings& settings,
-                              GCDAsyncUdpSocketError* error = nullptr);
+  /// Restores the ticked hosts, and starts the server if it was running. Fails with
+  /// kGCDAsyncUdpSocketOtherError when the list of hosts cannot be read, which then stays as
+  /// it is; with other codes when the server cannot start. Any thread but velor.osc; the list
+  /// changes on the main queue.
+  GCDAsyncUdpSocketResult loadSettingsDictionary(const VLOSCServerSettings& settings);
 
   // --- from the receiver and the entries
 

@@ -127,18 +127,19 @@ VLOscRx::~VLOscRx() {
   mSocket->close();
 }
 
-bool VLOscRx::startAtPort(std::uint16_t port, GCDAsyncUdpSocketError* error) {
+GCDAsyncUdpSocketResult VLOscRx::startAtPort(std::uint16_t port) {
   VELOR_LOG_INFO("trying to start osc server at port %u", static_cast<unsigned>(port));
-  if (!mSocket->bindToPort(port, error)) {
+  if (auto bound = mSocket->bindToPort(port); !bound) {
     VELOR_LOG_WARNING("failed to start osc server at port %u", static_cast<unsigned>(port));
-    return false;
+    return bound;
   }
   // Before the first datagram can come in.
   mRunning.store(true);
-  if (!mSocket->beginReceiving(error)) {
+  auto begun = mSocket->beginReceiving();
+  if (!begun) {
     mRunning.store(false);
   }
-  return running();
+  return begun;
 }
 
 void VLOscRx::stop() {

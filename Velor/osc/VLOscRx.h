@@ -49,8 +49,8 @@ class VLOscRx final : public GCDAsyncUdpSocketDelegate,
   VLOscRx(const VLOscRx&) = delete;
   VLOscRx& operator=(const VLOscRx&) = delete;
 
-  /// Whether it runs now; else why not in `error`. Any thread but velor.osc.
-  bool startAtPort(std::uint16_t port, GCDAsyncUdpSocketError* error = nullptr);
+  /// Any thread but velor.osc.
+  GCDAsyncUdpSocketResult startAtPort(std::uint16_t port);
   /// Makes no more commands once it has returned; those made already still reach
   /// the delegate. Any thread but velor.osc.
   void stop();

@@ -95,9 +95,8 @@ struct WorldKind {
 class GCDAsyncUdpSocketContract : public testing::TestWithParam<WorldKind> {
  protected:
   static std::uint16_t listen(UDPEnd& end, std::uint16_t port = 0) {
-    GCDAsyncUdpSocketError error;
-    EXPECT_TRUE(end.socket->bindToPort(port, &error)) << error.description();
-    EXPECT_TRUE(end.socket->beginReceiving(&error)) << error.description();
+    EXPECT_EQ(errorOf(end.socket->bindToPort(port)).description(), "");
+    EXPECT_EQ(errorOf(end.socket->beginReceiving()).description(), "");
     return end.socket->localPort();
   }
   static void connect(UDPEnd& end, const std::string& host, std::uint16_t port) {
@@ -149,8 +148,7 @@ TEST_P(GCDAsyncUdpSocketContract, ATakenPortIsRefusedAndFreeAgainAfterAClose) {
   UDPEnd first;
   UDPEnd second;
   const std::uint16_t port = listen(first);
-  GCDAsyncUdpSocketError error;
-  EXPECT_FALSE(second.socket->bindToPort(port, &error));
+  const auto error = errorOf(second.socket->bindToPort(port));
   EXPECT_EQ(error.domain, "NSPOSIXErrorDomain");
   EXPECT_EQ(error.code, EADDRINUSE);
   EXPECT_EQ(error.reason, "Error in bind() function");
@@ -281,43 +279,42 @@ TEST_P(GCDAsyncUdpSocketContract, ANameIsResolvedAndTheTwoProtocolsChosenBetween
   EXPECT_EQ(six.socket->connectedPort(), 0);
 }
 
-TEST_P(GCDAsyncUdpSocketContract, OperationsOutOfOrderSayWhatIsWrong) {
-  GCDAsyncUdpSocketError error;
-  const auto expectRefused = [&error](bool done, const std::string& text) {
-    EXPECT_FALSE(done);
-    EXPECT_EQ(error.text, text);
+TEST_P(GCDAsyncUdpSocketContract, OperationsOutOfOrderFailWithTheirTexts) {
+  const auto expectError = [](const GCDAsyncUdpSocketResult& result, int code, const char* text) {
+    const auto error = errorOf(result);
     EXPECT_EQ(error.domain, "GCDAsyncUdpSocketErrorDomain");
+    EXPECT_EQ(error.code, code);
+    EXPECT_EQ(error.text, text);
   };
   UDPEnd end;
-  expectRefused(end.socket->beginReceiving(&error),
-                "Must bind socket before you can receive data. You can do this explicitly via "
-                "bind, or implicitly via connect or by sending data.");
-  EXPECT_EQ(error.code, 1);
-  expectRefused(end.socket->connectToHost(std::nullopt, 1, &error),
-                "The host param is nil. Should be domain name or IP address string.");
-  EXPECT_EQ(error.code, 2);
+  expectError(end.socket->beginReceiving(), 1,
+              "Must bind socket before you can receive data. You can do this explicitly via "
+              "bind, or implicitly via connect or by sending data.");
+  expectError(end.socket->connectToHost(std::nullopt, 1), 2,
+              "The host param is nil. Should be domain name or IP address string.");
   const std::uint16_t port = listen(end);
-  expectRefused(end.socket->bindToPort(0, &error), "Cannot bind a socket more than once.");
+  expectError(end.socket->bindToPort(0), 1, "Cannot bind a socket more than once.");
   EXPECT_EQ(end.socket->localPort(), port);
   connect(end, "127.0.0.1", port);
-  expectRefused(end.socket->connectToHost("127.0.0.1", port, &error),
-                "Cannot connect a socket more than once.");
-  expectRefused(end.socket->bindToPort(0, &error),
-                "Cannot bind after connecting. If needed, bind first, then connect.");
+  expectError(end.socket->connectToHost("127.0.0.1", port), 1,
+              "Cannot connect a socket more than once.");
+  expectError(end.socket->bindToPort(0), 1,
+              "Cannot bind after connecting. If needed, bind first, then connect.");
 
   UDPEnd neither;
   neither.socket->setIPv4Enabled(false);
   neither.socket->setIPv6Enabled(false);
-  const std::string disabled =
-      "Both IPv4 and IPv6 have been disabled. Must enable at least one protocol first.";
-  expectRefused(neither.socket->bindToPort(0, &error), disabled);
-  expectRefused(neither.socket->connectToHost("127.0.0.1", 1, &error), disabled);
+  for (const auto& result :
+       {neither.socket->bindToPort(0), neither.socket->connectToHost("127.0.0.1", 1)}) {
+    expectError(result, 1,
+                "Both IPv4 and IPv6 have been disabled. Must enable at least one protocol first.");
+  }
   neither.listener = nullptr;
-  expectRefused(neither.socket->bindToPort(0, &error),
-                "Attempting to use socket without a delegate. Set a delegate first.");
+  expectError(neither.socket->bindToPort(0), 1,
+              "Attempting to use socket without a delegate. Set a delegate first.");
   const auto unheard = GCDAsyncUdpSocket::initWithDelegate(end.listener, nullptr);
-  expectRefused(unheard->enableBroadcast(true, &error),
-                "Attempting to use socket without a delegate queue. Set a delegate queue first.");
+  expectError(unheard->enableBroadcast(true), 1,
+              "Attempting to use socket without a delegate queue. Set a delegate queue first.");
 }
 
 TEST_P(GCDAsyncUdpSocketContract, SixtyFourSocketsWorkAtOnceAndLeaveNoDescriptor) {

@@ -47,16 +47,15 @@ TEST_F(GCDAsyncUdpSocketTest, EachCallThatFailsIsNamedAndLeavesNoDescriptor) {
     SCOPED_TRACE(each.reason);
     UDPEnd end;
     mNetwork.failNext(each.call, ENOBUFS, each.after);
-    GCDAsyncUdpSocketError error;
-    EXPECT_FALSE(end.socket->bindToPort(7770, &error));
+    const auto error = errorOf(end.socket->bindToPort(7770));
     EXPECT_EQ(error.code, ENOBUFS);
     EXPECT_EQ(error.text, "No buffer space available");
     EXPECT_EQ(error.reason, each.reason);
     EXPECT_EQ(mNetwork.openDescriptors(), 0U);
-    EXPECT_TRUE(end.socket->bindToPort(7770, &error));
+    EXPECT_TRUE(end.socket->bindToPort(7770));
     mNetwork.failNext(Call::setsockopt, EPERM);
-    EXPECT_FALSE(end.socket->enableBroadcast(true, &error));
-    EXPECT_EQ(error.description(), "Operation not permitted (Error in setsockopt() function)");
+    EXPECT_EQ(errorOf(end.socket->enableBroadcast(true)).description(),
+              "Operation not permitted (Error in setsockopt() function)");
   }
 }
 

@@ -20,7 +20,12 @@ inline std::vector<std::uint8_t> bytesOf(const std::string& text) {
   return {text.begin(), text.end()};
 }
 
-/// Notes what a socket tells, one line each: "data TEXT", "connected HOST",
+/// Why an operation failed; empty for success.
+inline GCDAsyncUdpSocketError errorOf(const GCDAsyncUdpSocketResult& result) {
+  return result ? GCDAsyncUdpSocketError() : result.error();
+}
+
+/// Records what a socket reports, one line each: "data TEXT", "connected HOST",
 /// "not connected TEXT", "closed", "closed TEXT", "sent TAG", "not sent TAG TEXT".
 class UDPListener final : public GCDAsyncUdpSocketDelegate {
  public:
@@ -87,8 +92,8 @@ class UDPListener final : public GCDAsyncUdpSocketDelegate {
     note("not connected " + error.description());
   }
   void udpSocketDidClose(const std::shared_ptr<GCDAsyncUdpSocket>&,
-                         const GCDAsyncUdpSocketError* error) override {
-    note(error == nullptr ? "closed" : "closed " + error->description());
+                         const std::optional<GCDAsyncUdpSocketError>& error) override {
+    note(!error ? "closed" : "closed " + error->description());
   }
   void udpSocketDidSendDataWithTag(const std::shared_ptr<GCDAsyncUdpSocket>&,
                                    std::int64_t tag) override {

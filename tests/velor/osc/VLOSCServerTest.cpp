@@ -258,9 +258,7 @@ TEST_F(VLOSCServerTest, TheTickedHostsAndTheRunOutliveARestartAndTheModeDoesNot)
 
   VLOSCServerSettings damaged = *settings;
   damaged.hostFilter[0] = '?';
-  GCDAsyncUdpSocketError error;
-  EXPECT_FALSE(server().loadSettingsDictionary(damaged, &error));
-  EXPECT_NE(error.text, "");
+  EXPECT_EQ(server().loadSettingsDictionary(damaged).error().code, kGCDAsyncUdpSocketOtherError);
   EXPECT_FALSE(server().running());
   EXPECT_EQ(listed().size(), 2U);
 }
@@ -283,9 +281,7 @@ TEST_F(VLOSCServerTest, RunningAndItsAddressFollowStartStopAndAPortThatIsTaken) 
   const auto listener = std::make_shared<GCDAsyncUdpSocketDelegate>();
   const auto other = GCDAsyncUdpSocket::initWithDelegate(listener, &mHost.mainQueue());
   ASSERT_TRUE(other->bindToPort(kPort));
-  GCDAsyncUdpSocketError error;
-  EXPECT_FALSE(server().startUdPServerAtPort(kPort, &error));
-  EXPECT_EQ(error.code, EADDRINUSE);
+  EXPECT_EQ(server().startUdPServerAtPort(kPort).error().code, EADDRINUSE);
   EXPECT_FALSE(server().running());
   EXPECT_THAT(seen, ElementsAre(true, false, false));
   other->close();
