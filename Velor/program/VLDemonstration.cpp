@@ -102,7 +102,7 @@ int VLDemonstrationRun() {
       {"--headless", "--play", "--format", "25", "--start", "01:00:00:00", "--ltc-user-bits",
        "12345678", "--ltc-out", "Velor Loopback:1", "--ltc-in", "Velor Loopback:1"});
   Report report;
-  VLHeadlessWorld world;
+  VLWorld world;
   world.isApart = true;
   world.running = [&report](VLAppDelegate& app, VLLTCReaderDevice& reader) {
     report.begin(app, reader);

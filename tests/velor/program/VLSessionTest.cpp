@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Velor/program/VLHeadless.h"
+#include "Velor/program/VLSession.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 namespace velor {
 namespace {
 
-TEST(VLHeadless, TheStepsOfARunComeInAnOrderThatKeepsItsPromises) {
+TEST(VLSession, TheStepsOfARunComeInAnOrderThatKeepsItsPromises) {
   struct Order {
     const char* earlier;
     const char* later;
@@ -32,7 +32,7 @@ TEST(VLHeadless, TheStepsOfARunComeInAnOrderThatKeepsItsPromises) {
       {"wait for ports", "run", "the first block finds its port open"},
       {"run", "end", "the state is saved at the end"},
   };
-  const std::vector<std::string> steps = VLHeadlessSteps();
+  const std::vector<std::string> steps = VLSessionSteps();
   for (const Order& order : orders) {
     const auto earlier = std::find(steps.begin(), steps.end(), order.earlier);
     const auto later = std::find(steps.begin(), steps.end(), order.later);
