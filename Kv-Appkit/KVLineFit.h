@@ -7,8 +7,8 @@
 namespace velor {
 
 /// The length between neighbours in rows of places that should be evenly spaced, by least
-/// squares: one length for all rows, which may begin anywhere. Sums are about the mean, so
-/// that long rows keep their digits.
+/// squares: one length for all rows, which may begin anywhere. Sums are about the mean and
+/// about the first length, so that long rows keep their digits.
 class KVLineFit {
  public:
   void startRow() {
@@ -21,37 +21,55 @@ class KVLineFit {
   }
   /// The place with this number in its row.
   void add(double number, double place) {
+    if (mRow.n == 0) {
+      mFirst = place;
+      mFirstNumber = number;
+    } else if (!mHasReference && number != mFirstNumber) {
+      mReference = (place - mFirst) / (number - mFirstNumber);
+      mHasReference = true;
+    }
+    const double away = place - mFirst - mReference * (number - mFirstNumber);
     mRow.n += 1;
     const double dx = number - mRow.x;
-    const double dy = place - mRow.y;
+    const double dy = away - mRow.y;
     mRow.x += dx / mRow.n;
     mRow.y += dy / mRow.n;
     mRow.xx += dx * (number - mRow.x);
-    mRow.xy += dx * (place - mRow.y);
-    mRow.yy += dy * (place - mRow.y);
+    mRow.xy += dx * (away - mRow.y);
+    mRow.yy += dy * (away - mRow.y);
   }
 
   bool hasLength() const { return mAll.xx + mRow.xx > 0; }
-  double length() const { return (mAll.xy + mRow.xy) / (mAll.xx + mRow.xx); }
-  /// Of the places, about their lines, rms; 0 with too few of them.
+  double length() const { return mReference + slope(); }
+  /// Whether there are enough places to know their scatter.
+  bool hasScatter() const { return hasLength() && free() > 0; }
+  /// Of the places, about their lines, rms.
   double scatter() const {
-    const double free = mAll.n + mRow.n - mRows - 2;
-    const double squares = mAll.yy + mRow.yy - length() * (mAll.xy + mRow.xy);
-    return free > 0 ? std::sqrt(std::max(0.0, squares) / free) : 0;
+    const double squares = mAll.yy + mRow.yy - slope() * (mAll.xy + mRow.xy);
+    return hasScatter() ? std::sqrt(std::max(0.0, squares) / free()) : 0;
   }
   /// Standard deviation of the length.
   double uncertainty() const { return scatter() / std::sqrt(mAll.xx + mRow.xx); }
-  double count() const { return mRow.n; }
   /// Where the row's line has this number.
-  double at(double number) const { return mRow.y + length() * (number - mRow.x); }
+  double at(double number) const {
+    return mFirst + mReference * (number - mFirstNumber) + mRow.y + slope() * (number - mRow.x);
+  }
 
  private:
   struct Sums {
     double n = 0, x = 0, y = 0, xx = 0, xy = 0, yy = 0;
   };
+  double slope() const { return (mAll.xy + mRow.xy) / (mAll.xx + mRow.xx); }
+  // Each row has a begin of its own, and all have one length.
+  double free() const { return mAll.n + mRow.n - mRows - 2; }
+
   Sums mRow;
   Sums mAll;
-  double mRows = 0;
+  double mRows = 0;  // that have ended
+  double mFirst = 0;
+  double mFirstNumber = 0;
+  double mReference = 0;
+  bool mHasReference = false;
 };
 
 }  // namespace velor

@@ -189,9 +189,8 @@ void VLLTCAnalysis::measureRate(VLLTCReport& report) const {
     return;
   }
   report.rate = mSampleRate / mPlaces.length();
-  report.uncertainty = mPlaces.scatter() > 0
-                           ? mPlaces.uncertainty() / mPlaces.length() * kPerMillion
-                           : kFarFromFormats;
+  report.uncertainty = mPlaces.hasScatter() ? mPlaces.uncertainty() / mPlaces.length() * kPerMillion
+                                            : kFarFromFormats;
 }
 
 void VLLTCAnalysis::chooseFormat(VLLTCReport& report) const {

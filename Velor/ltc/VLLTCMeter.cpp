@@ -39,6 +39,7 @@ double VLLTCMeter::take(const VLLTCBits& bits, std::span<const float> samples, s
     mFirst = mGridBegin;
   }
   mEnd = mGridEnd;
+  mBegins.add(static_cast<double>(mWindow.frames), mGridBegin);
   if (++mWindow.frames >= kWindowFrames && mEnd - mFirst >= kWindow * mSampleRate) {
     close();
   }
@@ -229,7 +230,7 @@ void VLLTCMeter::close() {
   const auto frames = static_cast<double>(mWindow.frames);
   mWindow.begin = mFirst / mSampleRate;
   mWindow.length = (mEnd - mFirst) / mSampleRate;
-  mWindow.rate = frames / mWindow.length;
+  mWindow.rate = mBegins.hasLength() ? mSampleRate / mBegins.length() : 1 / mWindow.length;
   mWindow.level /= frames;
   mWindow.offset /= frames;
   mWindow.bit /= frames;
@@ -256,6 +257,7 @@ void VLLTCMeter::close() {
   mWindow.noise = free > 0 ? std::sqrt(squares / free) : 0;
   mWindows.push_back(mWindow);
   mWindow = {};
+  mBegins = {};
   mSquares = 0;
   mSamples.clear();
   mHalfBits.clear();

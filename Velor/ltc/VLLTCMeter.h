@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "Kv-Appkit/KVLineFit.h"
 #include "Velor/ltc/VLLTCFrameFinder.h"
 #include "Velor/ltc/VLLTCReport.h"
 
@@ -68,6 +69,7 @@ class VLLTCMeter {
 
   // Of the window.
   VLLTCReport::Window mWindow;
+  KVLineFit mBegins;  // of its frames
   double mFirst = 0;
   double mEnd = 0;
   double mSquares = 0;

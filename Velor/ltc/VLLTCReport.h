@@ -15,7 +15,7 @@ namespace velor {
 
 /// What VLLTCAnalysis measured. Levels are parts of full scale, times are seconds.
 struct VLLTCReport {
-  static constexpr std::size_t kListed = 100;  // events, changes of user bits
+  static constexpr std::size_t kListed = 1000;  // events, changes of user bits
 
   /// A quarter of a second or four frames, whichever is longer, without a gap.
   struct Window {

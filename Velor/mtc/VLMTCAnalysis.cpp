@@ -138,6 +138,7 @@ void VLMTCAnalysis::closeWindow() {
   if (mWindow.size() > 3 && line.hasLength()) {
     VLMTCReport::Window window;
     window.begin = mWindow.front().seconds;
+    window.end = mWindow.back().seconds;
     window.spacing = line.length();
     double squares = 0;
     for (const Arrival& each : mWindow) {

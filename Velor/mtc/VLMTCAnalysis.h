@@ -16,11 +16,12 @@ namespace velor {
 
 /// What VLMTCAnalysis measured; times are seconds, places are from the first message on.
 struct VLMTCReport {
-  static constexpr std::size_t kListed = 100;  // events
+  static constexpr std::size_t kListed = 1000;  // events
 
   /// About a second of quarter frames without a gap.
   struct Window {
     double begin = 0;
+    double end = 0;
     double spacing = 0;  ///< mean
     double jitter = 0;   ///< from an even spacing, rms
     double jitterPeak = 0;

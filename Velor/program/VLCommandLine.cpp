@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "Velor/program/VLAnalyseArguments.h"
 #include "Velor/program/VLDecodeArguments.h"
 #include "Velor/program/VLEncodeArguments.h"
 #include "Velor/program/VLHelpFormatter.h"
@@ -100,6 +101,7 @@ VLCommandLine VLParseCommandLine(const Arguments& arguments) {
       ->group("Run");
   const VLEncodeArguments encode(app);
   const VLDecodeArguments decode(app);
+  const VLAnalyseArguments analyse(app);
   app.require_subcommand(0, 1);
 
   try {
@@ -130,6 +132,9 @@ VLCommandLine VLParseCommandLine(const Arguments& arguments) {
   } else if (decode.command().parsed()) {
     refuseOthers(refusal, app, "decode");
     take(decode.options(), result.decode);
+  } else if (analyse.command().parsed()) {
+    refuseOthers(refusal, app, "analyse");
+    take(analyse.options(), result.analyse);
   } else if (app.count("--inspect") > 0) {
     refuseOthers(refusal, app, "--inspect");
     result.inspect = inspected;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Velor/program/VLAnalyse.h"
 #include "Velor/program/VLDecode.h"
 #include "Velor/program/VLEncode.h"
 #include "Velor/program/VLOptions.h"
@@ -16,6 +17,7 @@ struct VLCommandLine {
   std::optional<VLOptions> options;
   std::optional<VLEncodeOptions> encode;
   std::optional<VLDecodeOptions> decode;
+  std::optional<VLAnalyseOptions> analyse;
   std::optional<std::string> inspect;  // a document
   int exitStatus = 0;
   std::string output;  // to stdout when the status is 0, else to stderr

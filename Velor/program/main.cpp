@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Velor/program/VLAnalyseLive.h"
 #include "Velor/program/VLCommandLine.h"
 #include "Velor/program/VLDemonstration.h"
 #include "Velor/program/VLHeadless.h"
@@ -59,6 +60,10 @@ int main(int argc, char** argv) {
   }
   if (commandLine.decode) {
     return velor::VLDecodeRun(*commandLine.decode);
+  }
+  if (const auto& analyse = commandLine.analyse) {
+    return analyse->file ? velor::VLAnalyseRun(*analyse)
+                         : run([&] { return velor::VLAnalyseLiveRun(*analyse); });
   }
   if (commandLine.inspect) {
     return velor::VLInspectRun(*commandLine.inspect);

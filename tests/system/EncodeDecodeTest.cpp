@@ -73,6 +73,35 @@ TEST_F(EncodeDecode, WhatIsEncodedInSilenceIsPrintedFrameByFrameInEachForm) {
   EXPECT_THAT(text.errors, testing::StartsWith("frames  299\nbegins  at 0.000000 s: 00:59:58;00;"));
 }
 
+TEST_F(EncodeDecode, WhatIsEncodedIsAnalysedAsItWasAskedForAndPlotted) {
+  ASSERT_EQ(run({"encode", "--format", "29.97df", "--start", "00:59:58;00", "--duration", "10",
+                 "--level", "-12dB", "--user-bits", "12345678", file("out.wav")})
+                .status,
+            0);
+  const Result text = run({"analyse", file("out.wav"), "--plot", file("out.svg")});
+  EXPECT_EQ(text.status, 0);
+  EXPECT_THAT(text.output, testing::StartsWith("format     29.97df, not 30: 20 sigma\n"));
+  for (const char* part :
+       {"299, 0 of them in reverse; from 00:59:58;00 at 0.000000 s", "level      -12.",
+        "drop-outs  0\n", "12345678 throughout", "verdict    good; "}) {
+    EXPECT_THAT(text.output, HasSubstr(part));
+  }
+  std::ifstream plot(file("out.svg"));
+  const std::string svg(std::istreambuf_iterator<char>(plot), {});
+  EXPECT_THAT(svg, testing::StartsWith("<svg"));
+  EXPECT_THAT(svg, HasSubstr("prefers-color-scheme:dark"));
+  EXPECT_EQ(svg.find("nan"), std::string::npos);
+  EXPECT_EQ(svg.find("inf"), std::string::npos);
+  const Result json = run({"analyse", "--json", file("out.wav")});
+  EXPECT_THAT(json.output, testing::StartsWith("{\"verdict\":\"good; "));
+  EXPECT_THAT(json.output, HasSubstr("\"format\":\"29.97df\",\"otherFormat\":\"30\""));
+
+  std::ofstream(file("text.wav")) << "no sound";
+  const Result none = run({"analyse", file("text.wav")});
+  EXPECT_EQ(none.status, 1);
+  EXPECT_THAT(none.errors, testing::StartsWith("velor: analyse: "));
+}
+
 TEST_F(EncodeDecode, WrongUseIsOneClearLineAndTheStatus2AndLeavesNoFile) {
   const std::string out = file("out.wav");
   ASSERT_EQ(run({"encode", "--duration", "1", file("in.wav")}).status, 0);

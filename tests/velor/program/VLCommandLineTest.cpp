@@ -110,6 +110,10 @@ TEST(VLCommandLine, AWrongWordIsOneLineThatNamesItWithTheStatus2) {
       {{"encode", "--duration", "1", "--format", "30df", "--start", "00:01:00;00", "a.wav"},
        "--start: '00:01:00;00' does not exist at 30df: drop-frame counting leaves it out"},
       {{"decode"}, "decode needs FILE"},
+      {{"analyse"}, "analyse needs FILE, --live DEVICE:CHANNEL or --mtc PORT"},
+      {{"analyse", "a.wav", "--mtc", "desk"}, "analyse takes one of FILE, --live and --mtc"},
+      {{"analyse", "--live", "a:1", "--channel", "2"}, "--channel needs FILE"},
+      {{"analyse", "a.wav", "--plot", "b.wav"}, "--plot: 'b.wav' does not end in .svg"},
       {{"decode", "--csv", "--json", "a.wav"}, "--csv contradicts --json"},
       {{"decode", "--channel", "0", "a.wav"}, "--channel: '0' is out of range (1 to 2147483647)"},
   };
@@ -207,7 +211,8 @@ TEST(VLCommandLine, WhatIsTypedReachesTheOptions) {
 }
 
 TEST(VLCommandLine, TheHelpIsGroupedNamesItsValuesAndFitsItsColumns) {
-  for (const Words& words : {Words{"--help"}, Words{"encode", "--help"}, Words{"decode", "-h"}}) {
+  for (const Words& words : {Words{"--help"}, Words{"encode", "--help"}, Words{"decode", "-h"},
+                             Words{"analyse", "-h"}}) {
     const VLCommandLine line = VLParseCommandLine(words);
     EXPECT_EQ(line.exitStatus, 0);
     std::istringstream help(line.output);

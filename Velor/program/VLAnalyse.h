@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace velor {
+
+/// What `velor analyse` is asked for: one of `file`, `live` and `mtc`.
+struct VLAnalyseOptions {
+  std::optional<std::string> file;
+  int channel = 1;                  // of the file, from 1 on
+  std::optional<std::string> live;  // DEVICE:CHANNEL, as typed
+  std::optional<std::string> mtc;   // a MIDI source, as typed
+  bool isJSON = false;
+  std::optional<std::string> plot;  // a file to write
+};
+
+/// Analyses a file. Prints the report on standard output. Gives the exit status: 0, 1 when
+/// the file cannot be read or holds no LTC, 2 for a channel that it does not have. Main
+/// thread.
+int VLAnalyseRun(const VLAnalyseOptions& options);
+
+}  // namespace velor
