@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "kva/KAAUGraph.h"
@@ -80,7 +81,8 @@ class AudioPlayer {
   }
 };
 
-// A unit that keeps what comes in. Look at it when it has stopped.
+// A unit that keeps what comes in on two channels from `first` on. Look at it when it has
+// stopped, or on the simulated host.
 class AudioRecorder {
  public:
   struct Cycle {
@@ -89,7 +91,8 @@ class AudioRecorder {
   };
   static constexpr std::size_t kRoom = 1 << 20;
 
-  explicit AudioRecorder(AudioObjectID device) : left(kRoom), right(kRoom), log(kRoom / 16) {
+  explicit AudioRecorder(AudioObjectID device, std::size_t first = 0)
+      : left(kRoom), right(kRoom), log(kRoom / 16), mFirst(first) {
     unit.enableInput(true, false);
     unit.setDeviceID(device);
     unit.setPropertyGlobal(KAUnitProperty::startTimestampsAtZero, 0U);
@@ -100,6 +103,20 @@ class AudioRecorder {
   }
   ~AudioRecorder() { unit.stop(); }
   void stop() { unit.stop(); }
+
+  // The sample time of the first sample since the last call and what came in on the left,
+  // with silence for what the device skipped. For the simulated host.
+  std::pair<double, std::vector<float>> drain() {
+    const double begin = log[0].time.mSampleTime;
+    std::vector<float> samples;
+    auto from = left.begin();
+    for (std::size_t i = 0; i < cycles; from += log[i++].frames) {
+      samples.resize(static_cast<std::size_t>(log[i].time.mSampleTime - begin));
+      samples.insert(samples.end(), from, from + log[i].frames);
+    }
+    frames = cycles = 0;
+    return {begin, samples};
+  }
 
   KAHALDeviceOutputUnit unit;
   std::vector<float> left;
@@ -121,13 +138,15 @@ class AudioRecorder {
     if (at + count > kRoom || recorder.cycles == recorder.log.size()) {
       return -1;
     }
-    std::copy_n(channels[0], count, &recorder.left[at]);
-    std::copy_n(channels[1], count, &recorder.right[at]);
+    std::copy_n(channels[recorder.mFirst], count, &recorder.left[at]);
+    std::copy_n(channels[recorder.mFirst + 1], count, &recorder.right[at]);
     recorder.log[recorder.cycles] = {time, count};
     recorder.frames = at + count;
     ++recorder.cycles;
     return 0;
   }
+
+  const std::size_t mFirst;
 };
 
 }  // namespace velor::audio

@@ -9,6 +9,7 @@
 #include <numbers>
 #include <optional>
 #include <random>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -18,7 +19,7 @@
 #include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "sim/SimulatedHost.h"
-#include "tests/support/AudioRecorder.h"
+#include "tests/support/AudioLoop.h"
 #include "tests/support/LTCSignalReader.h"
 #include "tests/support/PublishedLTC.h"
 
@@ -61,8 +62,7 @@ class LTCRun {
     generator = KVLTCGenerator::initWithAudioObjectID(0);
     generator->setLevel(1);
     generator->setUserbits(scenario.userbits);
-    mRecorder = std::make_unique<AudioRecorder>(device->id(),
-                                                static_cast<std::size_t>(2 * scenario.sampleRate));
+    mRecorder = std::make_unique<audio::AudioRecorder>(device->id());
     mReader = std::make_unique<LTCSignalReader>(
         scenario.sampleRate * frameSeconds() / scenario.speed,
         [this](const PublishedBits& bits, double start) { judge(bits, start); });
@@ -127,8 +127,8 @@ class LTCRun {
   void run(double seconds) {
     for (; seconds > 0; --seconds) {
       host.advance(static_cast<std::uint64_t>(std::min(seconds, 1.0) * 1e9));
-      const auto [place, samples] = mRecorder->drain();
-      heard.assign(samples.begin(), samples.end());
+      double place = 0;
+      std::tie(place, heard) = mRecorder->drain();
       if (onSamples) {
         onSamples(heard);
       }
@@ -267,7 +267,7 @@ class LTCRun {
   const LTCScenario mScenario;
   const double mFilterDelay = filterDelay();
   audio::VirtualAudioDevice::Parameters mParameters;
-  std::unique_ptr<AudioRecorder> mRecorder;
+  std::unique_ptr<audio::AudioRecorder> mRecorder;
   std::unique_ptr<LTCSignalReader> mReader;
   std::unique_ptr<host::Thread> mSource;
   Course mCourse;

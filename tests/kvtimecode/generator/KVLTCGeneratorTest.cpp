@@ -23,7 +23,7 @@
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
 #include "sim/SimulatedHost.h"
-#include "tests/support/AudioRecorder.h"
+#include "tests/support/AudioLoop.h"
 #include "tests/support/LogRecord.h"
 
 namespace velor {
@@ -78,7 +78,7 @@ class KVLTCGeneratorTest : public testing::Test {
     return map;
   }
   bool isHeard(audio::VirtualAudioDevice& device, std::size_t channel, KVLTCGenerator& generator) {
-    AudioRecorder recorder(device.id(), 96000, channel);
+    audio::AudioRecorder recorder(device.id(), channel);
     play(generator, 6);
     const auto samples = recorder.drain().second;
     return std::any_of(samples.begin(), samples.end(), [](float sample) { return sample > 0.05F; });
