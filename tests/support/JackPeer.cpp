@@ -195,7 +195,7 @@ void JackPeer::process(jack_nframes_t frames) {
     }
     const std::size_t place = start - mAudioStart.load();
     if (place + frames <= mAudio.size()) {
-      std::copy_n(samples, frames, mAudio.begin() + static_cast<std::ptrdiff_t>(place));
+      copyUnwatched(samples, frames, &mAudio[place]);
       mAudioEnd.store(place + frames, std::memory_order_release);
     }
   }
@@ -217,7 +217,8 @@ void JackPeer::play(std::uint64_t start, jack_nframes_t frames) {
   const std::uint64_t first = mPlayStart.load();
   for (jack_nframes_t i = 0; i < frames; ++i) {
     const std::uint64_t frame = start + i;
-    samples[i] = frame >= first && frame - first < mTape.size() ? mTape[frame - first] : 0;
+    const float sample = frame >= first && frame - first < mTape.size() ? mTape[frame - first] : 0;
+    copyUnwatched(&sample, 1, samples + i);
   }
 }
 

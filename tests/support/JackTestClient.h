@@ -15,9 +15,10 @@
 
 namespace velor::test {
 
-/// Buffers of the server pass between two clients of this process by way of another
-/// process, which ThreadSanitizer can't see; its report alone would stall the
-/// callback for longer than the server waits. A library call would be watched, too.
+/// Copies to or from a port buffer. Two clients of one server in this process share the
+/// memory of its buffers. The server has them run one after the other by futexes and by its
+/// own process, which ThreadSanitizer can't see; its report alone would stall the callback
+/// for longer than the server waits. A library call would be watched, too.
 template <class T>
 __attribute__((no_sanitize("thread"))) void copyUnwatched(const T* from, std::size_t count, T* to) {
   for (std::size_t i = 0; i < count; ++i) {
