@@ -13,17 +13,17 @@
 
 namespace velor::audio {
 
-/// What a back end tells of one device.
+/// One device, as its back end describes it.
 struct AudioDeviceDescription {
   struct Stream {
-    std::string name;  ///< empty when it has none of its own
+    std::string name;  ///< may be empty
     std::uint32_t channels = 0;
     bool operator==(const Stream&) const = default;
   };
   struct Side {
     std::vector<Stream> streams;
     std::uint32_t latency = 0;  ///< samples between the program and the connector
-    /// Fit to be the default device of its direction.
+    /// It can be the default device of its direction.
     bool isDefault = false;
     bool operator==(const Side&) const = default;
   };
@@ -40,7 +40,7 @@ struct AudioDeviceDescription {
   std::string uid;
   std::string name;
   double sampleRate = 0;           ///< nominal, frames a second
-  std::uint32_t bufferFrames = 0;  ///< of a cycle, as it stands
+  std::uint32_t bufferFrames = 0;  ///< of a cycle, now
   Side input;
   Side output;
 
@@ -58,15 +58,15 @@ struct AudioServerStatus {
 };
 
 /// Called in each cycle of a device with the program's channels of one direction, each
-/// `frames` long, and null where the map gives one no channel of the device. `time` has both
-/// valid: the sample time of the first frame on the device's count, and its host time; for
-/// input, the host time at which that frame came in at the connector. Outputs hold zeros
-/// beforehand.
+/// `frames` long; a channel that the map gives no channel of the device is null. In `time`
+/// both are valid: the sample time of the first frame on the device's count, and its host
+/// time; for input, the host time at which that frame came in at the connector. Outputs
+/// hold zeros at first.
 using AudioCycleProc = void (*)(const host::RealtimeContext& realtime, void* refCon,
                                 const AudioTimeStamp& time, std::uint32_t frames,
                                 std::span<float* const> channels) noexcept;
 
-/// What a program wants of one direction of a device.
+/// A program's wish for one direction of a device.
 struct AudioStreamRequest {
   AudioDirection direction = AudioDirection::output;
   std::string name;            ///< for people; need not be unique
@@ -76,48 +76,48 @@ struct AudioStreamRequest {
   void* refCon = nullptr;
 };
 
-/// Cycles that are being called; no more come when its destructor returns, which
-/// waits for the one under way. When the device goes the stream stays, silent, and goes on
-/// with the device's return. While channels of the device come and go, those that stay are
-/// played and recorded without a gap.
+/// While it lives the device calls its cycles. The destructor waits for the current cycle;
+/// none comes after it. When the device goes missing the stream stays, silent, and continues
+/// when the device returns. While channels of the device come and go, the others are played
+/// and recorded without a gap.
 class AudioDeviceStream {
  public:
   virtual ~AudioDeviceStream() = default;
 
   /// Replaces the map from the next cycle on.
   virtual void setChannelMap(const AudioChannelMap& map) = 0;
-  /// By the device's channels as they are now: one that stays keeps the program's channel
-  /// whatever its place, one that returns gets it back, and a new one has none. Channels
-  /// that the map counts and the device never had follow.
+  /// In the order of the device's current channels. A channel of the device keeps its
+  /// program channel when its place changes and gets it back when it returns; a new one has
+  /// none. Channels that the device never had, though the map counts them, come last.
   virtual AudioChannelMap channelMap() const = 0;
 };
 
 class AudioOutside;
 
-/// What the service offers to the back ends behind it.
+/// The service, as its back ends see it.
 class AudioInside {
  public:
   virtual ~AudioInside() = default;
 
-  /// A device is there, or is there with other properties. One of the same UID
-  /// that was there before has the id that it had. Not from a real-time callback.
+  /// A device has appeared or has new properties. A device that returns keeps its id, by
+  /// its UID. Not from a real-time callback.
   virtual AudioObjectID deviceAppeared(AudioOutside& from,
                                        const AudioDeviceDescription& device) = 0;
-  /// Gone until it appears again.
+  /// The device is missing until it appears again.
   virtual void deviceVanished(AudioObjectID device) = 0;
-  /// A back end's serverStatus() may be another. Not from a real-time callback.
+  /// The serverStatus() of a back end may have changed. Not from a real-time callback.
   virtual void serverChanged() = 0;
 };
 
-/// A back end: devices, and the way in and out of them. Its operations may wait;
-/// the service calls them without its lock.
+/// A back end: devices and their streams. Its operations may wait; the service calls them
+/// without its lock.
 class AudioOutside {
  public:
   virtual ~AudioOutside() = default;
 
-  /// Begins; devices that are there at once are announced before it returns.
+  /// Announces the devices that are there now before it returns.
   virtual void start(AudioInside& inside) = 0;
-  /// Ends; nothing is announced after it. All streams have gone before.
+  /// Announces nothing more. No stream exists any more.
   virtual void stop() = 0;
 
   /// Null when the device is not there or refuses.
@@ -128,11 +128,11 @@ class AudioOutside {
   virtual OSStatus translateTime(AudioObjectID device, const AudioTimeStamp& in,
                                  AudioTimeStamp& out) noexcept = 0;
 
-  /// Asks for so many frames in a cycle; what is granted is told as a change of
-  /// the device, or is nothing.
+  /// Asks for so many frames in a cycle. A new length is announced as a change of the
+  /// device; nothing happens when the device refuses.
   virtual void requestBufferFrames(AudioObjectID device, std::uint32_t frames) = 0;
 
-  /// In a few words for people; empty while it carries nothing of the outside.
+  /// The server in a few words for people; empty without one.
   virtual std::string description() = 0;
   /// Empty while it looks for its server.
   virtual std::optional<AudioServerStatus> serverStatus() = 0;

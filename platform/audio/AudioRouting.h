@@ -12,16 +12,16 @@
 
 namespace velor::audio {
 
-/// For each channel of a device, in the device's order, the program's channel that goes
-/// there or comes from there; -1, and what the program does not have, is none.
+/// For each channel of a device, in the device's order, the program's channel that it plays
+/// or records; none for -1 and for a channel that the program does not have.
 using AudioChannelMap = std::vector<std::int32_t>;
 
-/// Finds the program's channels among those of a device, in one cycle after the other.
+/// Finds the program's channels among those of a device, once in each cycle.
 /// Realtime-safe: yes.
 class AudioRouting {
  public:
-  /// The program's channels; null where no channel of the device has one. A channel that
-  /// goes to several of the device is the first of them, until `spread`.
+  /// The buffers of the program's channels; null for one without a channel of the device.
+  /// One that goes to several channels of the device is the first of these until `spread`.
   std::span<float* const> program(std::span<float* const> device, std::span<const std::int32_t> map,
                                   std::uint32_t channels) noexcept {
     std::fill_n(mProgram.begin(), channels, nullptr);
@@ -34,7 +34,7 @@ class AudioRouting {
     return {mProgram.data(), channels};
   }
 
-  /// After an output has rendered: copies to the others of the device what the first got.
+  /// After an output has rendered: copies the first channel to the other ones.
   void spread(std::span<float* const> device, std::span<const std::int32_t> map,
               std::uint32_t channels, std::uint32_t frames) const noexcept {
     for (std::size_t i = 0; i < std::min(device.size(), map.size()); ++i) {

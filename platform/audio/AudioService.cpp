@@ -229,7 +229,7 @@ std::string AudioService::serverDescription() const {
       return description;
     }
   }
-  return "in process";
+  return "internal";
 }
 
 AudioServerStatus AudioService::serverStatus() const {

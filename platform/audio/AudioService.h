@@ -15,7 +15,7 @@
 
 namespace velor::audio {
 
-/// What became of a device.
+/// A change of one device.
 struct AudioDeviceChange {
   AudioObjectID device = kAudioObjectUnknown;
   bool presence = false;       ///< appeared, went, or came back
@@ -25,7 +25,7 @@ struct AudioDeviceChange {
   bool defaultOutput = false;  ///< another device is the default one
 };
 
-/// Hears of changes. Queue: "velor.audio".
+/// Gets changes of devices and of the server. Queue: "velor.audio".
 class AudioDeviceListener {
  public:
   virtual void deviceChanged(const AudioDeviceChange& change) = 0;
@@ -37,17 +37,17 @@ class AudioDeviceListener {
 };
 
 /// The devices of all back ends, streams of their samples, and translation between host
-/// time and a device's count of samples. The first back end that has a device fit to be
-/// the default one gives it.
+/// time and a device's count of samples. The default device is that of the first back end
+/// that has one.
 ///
-/// A device that goes keeps its id, by its UID, for the day of its return; its streams
-/// are silent meanwhile.
+/// A device that goes missing keeps its id, by its UID; its streams are silent until it
+/// returns.
 ///
-/// Any thread may call any operation, but a real-time callback only
+/// Any thread may call any operation; a real-time callback may only call
 /// `AudioDeviceTranslateTime`.
 class AudioService final : private AudioInside {
  public:
-  /// Devices that the process can get to know in its life.
+  /// Most devices that the process can see in its life.
   static constexpr std::uint32_t kDevices = 1000;
 
   /// `outsides` in order of preference; they start and stop with the service.
@@ -56,19 +56,19 @@ class AudioService final : private AudioInside {
   AudioService(const AudioService&) = delete;
   AudioService& operator=(const AudioService&) = delete;
 
-  /// Those that are there, the default ones first.
+  /// The devices that are there, the default ones first.
   std::vector<AudioObjectID> devices() const;
   /// 0 when there is none.
   AudioObjectID defaultDevice(AudioDirection direction) const;
   /// 0 when none that is there has the UID.
   AudioObjectID deviceForUID(const std::string& uid) const;
   bool isPresent(AudioObjectID device) const;
-  /// What a device is, or was when it went; none for one that never was.
+  /// Of a missing device, as it was last; none for an unknown id.
   std::optional<AudioDeviceDescription> description(AudioObjectID device) const;
 
   /// Null when the device is not there or refuses.
   std::unique_ptr<AudioDeviceStream> open(AudioObjectID device, const AudioStreamRequest& request);
-  /// What is granted is announced as a change of the device, or is nothing.
+  /// As AudioOutside::requestBufferFrames.
   void requestBufferFrames(AudioObjectID device, std::uint32_t frames);
 
   /// From the host time to the device's sample time, or the other way, whichever
@@ -81,12 +81,12 @@ class AudioService final : private AudioInside {
   double AudioGetHostClockFrequency() const noexcept;
 
   void addListener(AudioDeviceListener& listener);
-  /// It is not called any more when this returns, unless it is what calls.
+  /// It is not called after this returns, except by the call that it is in.
   void removeListener(AudioDeviceListener& listener);
   /// The queue of the listeners.
   host::Queue& queue() noexcept { return mQueue; }
 
-  /// The server that carries the audio of the outside now, in a few words for people.
+  /// The audio server in a few words for people.
   std::string serverDescription() const;
   /// Of the first back end that has a server. Listeners hear of changes.
   AudioServerStatus serverStatus() const;
@@ -121,14 +121,14 @@ class AudioService final : private AudioInside {
   mutable host::PriorityMutex mMutex;
   std::vector<Device> mDevices;  // the id is the index and 1
   std::vector<AudioDeviceListener*> mListeners;
-  // The same devices' back ends, for those who must not wait for the lock.
+  // The back ends of mDevices, to be read without the lock.
   std::array<std::atomic<AudioOutside*>, kDevices> mOutsideOf{};
   const std::vector<std::unique_ptr<AudioOutside>> mOutsides;
   // The last, so that its jobs find the others.
   host::Queue mQueue{"velor.audio"};
 };
 
-/// The service in force; the application chooses it once, a test for each case.
+/// The current service; the application chooses it once, a test for each case.
 AudioService& service() noexcept;
 void setService(AudioService* service) noexcept;
 

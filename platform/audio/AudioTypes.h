@@ -8,7 +8,7 @@
 
 namespace velor::audio {
 
-/// 0, or one of the codes below, or what a render callback returned.
+/// 0, one of the codes below, or the result of a render callback.
 using OSStatus = std::int32_t;
 
 inline constexpr OSStatus kAudioHardwareNotRunningError = 0x73746F70;        // 'stop'
@@ -56,8 +56,8 @@ inline constexpr std::uint32_t kMaxChannels = 128;
 /// come in pieces of this.
 inline constexpr std::uint32_t kMaxFramesPerSlice = 4096;
 
-/// Fills the channels, each `frames` long, or reads them when they came in. Whatever it
-/// returns but 0 silences an output's cycle.
+/// Fills the channels of an output, or reads those of an input, each `frames` long. An
+/// output's cycle is silent when the result is not 0.
 using AURenderCallback = OSStatus (*)(const host::RealtimeContext& realtime, void* refCon,
                                       const AudioTimeStamp& time, std::uint32_t frames,
                                       std::span<float* const> channels) noexcept;

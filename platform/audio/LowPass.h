@@ -21,7 +21,7 @@ class LowPass {
   /// Cut-off in Hz. At a rate that cannot carry it, all passes.
   static Coefficients coefficients(double sampleRate, double cutoff, double resonance) noexcept;
 
-  /// In place, on from what came before; from silence at first.
+  /// In place. Continues from the last call; the first one starts from silence.
   void process(const Coefficients& coefficients, std::span<float> samples) noexcept;
 
  private:

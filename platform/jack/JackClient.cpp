@@ -16,9 +16,13 @@ namespace velor::jack {
 namespace {
 
 constexpr const char* kClientName = "Velor";
+// Neither server reports that it has started.
 constexpr std::uint64_t kRetryInterval = 500 * host::kNsPerMs;
+// The libraries of both servers call back before the change that they report: a port that
+// goes is still listed.
 constexpr std::uint64_t kRescanDelay = 20 * host::kNsPerMs;
-// Until a connection that was refused is asked for again.
+// jackd refuses to connect a port of a client that is not active, and does not report when
+// it is.
 constexpr std::uint64_t kReconnectDelay = 250 * host::kNsPerMs;
 // One report for all xruns within it.
 constexpr std::uint64_t kXrunDelay = 100 * host::kNsPerMs;
@@ -97,8 +101,8 @@ void JackClient::attach(JackParticipant& participant) {
 void JackClient::detach(JackParticipant& participant) {
   mQueue.assertCurrent();
   if (mParticipants.size() == 1 && mParticipants[0] == &participant) {
-    // For each port that still has names jackd sends a notification to the closing
-    // client, which reads no more; after some 250 of them jackd hangs, for all its clients.
+    // jackd sends the closing client a notification for each port that still has names. The
+    // client no longer reads them, and after about 250 jackd hangs for all its clients.
     if (mClient != nullptr) {
       forgetNames();
     }
@@ -111,7 +115,7 @@ void JackClient::detach(JackParticipant& participant) {
   }
   std::erase(mParticipants, &participant);
   if (mClient != nullptr) {
-    awaitCycles(1);
+    awaitCycles(1);  // no server's fault: a callback that runs now still has the participant
   }
 }
 
@@ -205,8 +209,8 @@ void JackClient::closeClient() {
     return;
   }
   ++mSession;
-  // First of all, since it ends the process callback: a dead server's does not come
-  // any more, and waiting for it once a port would take seconds.
+  // First, since it ends the process callback. A dead server calls it no more, and waiting
+  // for it once for each port would take seconds.
   mLibrary->jack_client_close(mClient);
   mClient = nullptr;
   for (JackPort* port : mPorts) {
@@ -235,7 +239,7 @@ void JackClient::registerPort(JackPort& port, int order) {
   if (mClient == nullptr || port.port != nullptr) {
     return;
   }
-  mCycles.awaitForgotten();
+  mCycles.awaitForgotten();  // jackd reuses the place of a port too early
   const unsigned long flags = port.isOutput ? JackPortIsOutput : JackPortIsInput;
   // Names must be unique within the client and fit the server's limit.
   std::string name = port.name.substr(0, kLongestPortName);
@@ -251,7 +255,7 @@ void JackClient::registerPort(JackPort& port, int order) {
   }
   mPorts.push_back(&port);
   mCycles.noteGraphChange();
-  // A name for people; that a server cannot keep it is no fault.
+  // A name for people; a server may have no place for it.
   const jack_uuid_t uuid = mLibrary->jack_port_uuid(port.port);
   mLibrary->jack_set_property(mClient, uuid, kPrettyNameKey, port.name.c_str(), "text/plain");
   mNamed[uuid] = port.name;
@@ -266,7 +270,7 @@ void JackClient::unregisterPort(JackPort& port) {
   if (mClient == nullptr || port.port == nullptr) {
     return;
   }
-  mCycles.awaitRest();
+  mCycles.awaitRest();  // jackd's library walks its ports while the graph changes
   mConnections.portGoes(port);
   mNamed.erase(mLibrary->jack_port_uuid(port.port));
   mLibrary->jack_port_unregister(mClient, port.port);
@@ -276,7 +280,6 @@ void JackClient::unregisterPort(JackPort& port) {
   std::erase(mPorts, &port);
 }
 
-// A server that refuses a connection does not report when it would accept it.
 void JackClient::reconnectSoon() {
   if (!std::exchange(mReconnectPending, true)) {
     mQueue.after(kReconnectDelay, [this] {
@@ -370,8 +373,7 @@ void JackClient::onPropertyChange(jack_uuid_t, const char*, jack_property_change
   static_cast<JackClient*>(self)->requestRescan();
 }
 
-// The library calls back on threads from which it can't be called, and before the change
-// that it reports: a port that goes is still listed then.
+// The library calls back on threads from which it can't be called.
 void JackClient::requestRescan() {
   if (!mRescanPending.exchange(true)) {
     mQueue.after(kRescanDelay, [this] { rescan(); });

@@ -23,9 +23,9 @@ namespace velor::jack {
 
 /// The client "Velor" of a JACK server, or of PipeWire in its place, for all
 /// services that have a back end there. The server may be missing at the start
-/// and may die: it is looked for twice a second while anybody participates.
+/// and may die: the client looks for one twice a second while anybody participates.
 ///
-/// All calls that the library may be slow with run on the queue "velor.jack".
+/// All calls of the library that may be slow run on the queue "velor.jack".
 class JackClient {
  public:
   /// Whether a client library is installed; a server need not run.
@@ -53,11 +53,11 @@ class JackClient {
 
   // --- on the queue ---
 
-  /// The first one to come has the server looked for; when there is one,
-  /// `opened` and `rescan` are called before this returns.
+  /// The first participant makes the client look for a server. If there is one, `opened` and
+  /// `rescan` are called before this returns.
   void attach(JackParticipant& participant);
-  /// No call comes any more when this returns. The last one to go closes the
-  /// client (and is told so); otherwise its ports are its own to unregister.
+  /// No call comes any more when this returns. The last participant closes the client and
+  /// gets `closed`; any other unregisters its ports itself.
   void detach(JackParticipant& participant);
 
   /// Null while there is no server.
@@ -67,9 +67,8 @@ class JackClient {
   /// or when the server refuses, `port` stays null; the refusal is logged.
   void registerPort(JackPort& port, int order);
   void unregisterPort(JackPort& port);
-  /// As in JackConnections. A refused connection is tried again with every rescan. The
-  /// connection carries data from the cycle after the next; what is written before that
-  /// is lost.
+  /// As in JackConnections. A refused connection is tried again at every rescan. It carries
+  /// data from the cycle after the next; what is written before is lost.
   bool connectPeer(JackPort& port) { return mConnections.connectPeer(port); }
   void disconnectPeer(JackPort& port) { mConnections.disconnectPeer(port); }
   /// As JackCycles::await.
@@ -93,7 +92,7 @@ class JackClient {
   void report(std::uint32_t session);
   void xrunsChangedSoon();
   /// Removes the names of our ports from the server's store. A jackd that was killed leaves
-  /// them there, and its successor gives their uuids to whatever ports come, of any client.
+  /// them there, and its successor gives their uuids to ports of any client.
   void forgetNames();
   void tellConnected();
   void tell(bool connected, std::string description);

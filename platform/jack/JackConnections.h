@@ -17,9 +17,10 @@
 
 namespace velor::jack {
 
-/// The connections of our ports. Those that other programs made are noted, and made again
-/// when both ends are back: after a server's death, or when our own port was unregistered
-/// for a moment. What was taken apart stays so. All on the client's queue.
+/// The connections of our ports. It remembers those that other programs made and restores
+/// them when both ends are back: after a server's death, or when our own port was
+/// unregistered for a moment. A connection that somebody has removed stays removed. All on
+/// the client's queue.
 class JackConnections {
  public:
   JackConnections(host::Host& host, JackCycles& cycles) : mHost(host), mCycles(cycles) {}
@@ -29,21 +30,21 @@ class JackConnections {
   /// The client has closed: what was connected to the ports is lost until it is restored.
   void close(const std::vector<JackPort*>& ports);
 
-  /// The port was registered; takes over what the port of its name had until it went a
-  /// moment ago. False when a connection is refused that could be made.
+  /// The port was registered. It gets the connections that a port of its name had until a
+  /// moment ago. False when the server refuses one whose other end is there.
   bool portRegistered(JackPort& port);
   /// The port is about to be unregistered.
   void portGoes(JackPort& port);
 
-  /// Connects the port to its peer, when both are there; true when they are then. A
+  /// Connects the port to its peer if both are there; true when they are connected then. A
   /// refusal is noted in the port.
   bool connectPeer(JackPort& port);
   /// Disconnects the port from its peer; it has none any more.
   void disconnectPeer(JackPort& port);
-  /// Makes the lost connections of the port, and that to a peer that refused it, if their
-  /// other ends are there. False when one that could be made is refused.
+  /// Restores the lost connections of the port, and one to a peer that was refused, if their
+  /// other ends are there. False when the server refuses one of them.
   bool restore(JackPort& port);
-  /// Notes what is connected to the port by now.
+  /// Notes which ports are connected to the port now.
   void look(JackPort& port);
 
  private:

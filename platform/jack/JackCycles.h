@@ -8,11 +8,12 @@
 
 namespace velor::jack {
 
-/// Counts the cycles of the process callback and notes changes of the graph, and waits for
-/// them. Each wait but `await` is for a fault of one server, which it names.
+/// Counts the cycles of the process callback, notes changes of the graph, and waits for
+/// both. `awaitRest` and `awaitForgotten` are there because of faults of jackd, which they
+/// name.
 class JackCycles {
  public:
-  /// A cycle that does not come within this (ns) is taken for a server that stands still.
+  /// Without a cycle for this long (ns) the server counts as standing still.
   static constexpr std::uint64_t kLongestCycle = 250'000'000;
 
   explicit JackCycles(host::Host& host) : mHost(host) {}
@@ -32,20 +33,19 @@ class JackCycles {
   void noteClosed() noexcept { mForgetting = false; }
 
   /// Waits until the process callback has begun and ended `count` times, not counting one
-  /// that runs now, or until it is plain that it does not come any more.
+  /// that runs now, or until the server stands still.
   void await(std::uint32_t count);
 
-  /// Before a port is unregistered; a fault of jackd's library. Whenever the graph has
-  /// changed, the library walks its list of our ports on a thread of its own, and nothing
-  /// keeps a port that is unregistered then from being pulled from under it. So a port
-  /// goes while the graph rests.
+  /// Before a port is unregistered; a fault of jackd's library. After each change of the
+  /// graph the library walks its list of our ports on a thread of its own, and nothing keeps
+  /// it from using a port that is unregistered meanwhile. So a port goes while the graph
+  /// rests.
   void awaitRest();
 
   /// Before a port is registered; a fault of jackd. It gives the place of a port that went
-  /// to the next one at once, while the cycles go by the old connections until they
-  /// switch. An input in the place of an output then makes the library, of whichever
-  /// client, run in a circle to the end of its stack. So a port comes when those that went
-  /// have been forgotten.
+  /// to the next one at once, while cycles still use the old connections. An input in the
+  /// place of an output then makes the library of any client recurse to the end of its
+  /// stack. So a port comes two cycles after the last one went.
   void awaitForgotten();
 
  private:

@@ -15,14 +15,13 @@ class JackParticipant {
  public:
   virtual ~JackParticipant() = default;
 
-  /// There is a server, and the client is active: the time to register ports. A
-  /// rescan follows.
+  /// There is a server, and the client is active: ports can be registered. A rescan follows.
   virtual void opened() = 0;
   /// The client has gone, and its ports with it; the process callback has ended.
   virtual void closed() = 0;
   /// Ports of other clients, their names for people, latencies, rate or period may
   /// have changed. `renewed`: full names of ports that were registered since the last
-  /// rescan, even if they were gone too briefly to be missed.
+  /// rescan; one may have been missing too briefly to be noticed.
   virtual void rescan(const std::set<std::string>& renewed) = 0;
   /// The client's xruns() has grown.
   virtual void xrunsChanged() {}

@@ -64,7 +64,7 @@ struct MIDIPacket {
   std::uint16_t length;
   std::uint8_t data[kMaxPacketBytes];
 };
-/// Packets one behind the other, each at a multiple of 4 bytes; walk them with
+/// Packets one after the other, each at a multiple of 4 bytes; walk them with
 /// MIDIPacketNext.
 struct MIDIPacketList {
   std::uint32_t numPackets;
@@ -75,14 +75,14 @@ struct MIDIPacketList {
 /// Empties the list; gives the place for its first packet.
 MIDIPacket* MIDIPacketListInit(MIDIPacketList* list) noexcept;
 
-/// Appends one packet behind `current` (of MIDIPacketListInit or of the call
-/// before) and gives it; null, and the list unchanged, when `listSize` bytes in
-/// all do not hold it. `length` bytes are copied.
+/// Appends one packet after `current` (from MIDIPacketListInit or the last call) and gives
+/// it. Null, with the list unchanged, when the list would need more than `listSize` bytes.
+/// Copies `length` bytes.
 MIDIPacket* MIDIPacketListAdd(MIDIPacketList* list, std::size_t listSize, MIDIPacket* current,
                               MIDITimeStamp time, std::size_t length,
                               const std::uint8_t* data) noexcept;
 
-/// The packet behind this one.
+/// The packet after this one.
 const MIDIPacket* MIDIPacketNext(const MIDIPacket* packet) noexcept;
 
 /// Calls `take` with each packet of the list, in order.

@@ -15,8 +15,8 @@
 namespace velor::audio {
 namespace {
 
-// So late may the thread be before it gives cycles up; until then it makes up for
-// them, since no hardware waits.
+// The thread makes up for cycles that are late, since no hardware waits; one that is later
+// than this is given up.
 constexpr double kPatienceSeconds = 0.5;
 constexpr std::uint64_t kCloseWaitNs = 100'000;
 
@@ -105,7 +105,7 @@ VirtualAudioDevice::~VirtualAudioDevice() {
   stopThread();
 }
 
-// --- what it tells of itself ---
+// --- description ---
 
 AudioDeviceDescription VirtualAudioDevice::description() const {
   const std::uint32_t period = mPeriod.load();
@@ -159,7 +159,7 @@ OSStatus VirtualAudioDevice::translateTime(const AudioTimeStamp& in,
   return 0;
 }
 
-// --- what becomes of it ---
+// --- changes ---
 
 void VirtualAudioDevice::vanish() {
   const std::lock_guard lock(mControl);
@@ -229,7 +229,7 @@ void VirtualAudioDevice::close(Stream& stream) {
     stopThread();
     return;
   }
-  // A cycle that has begun may have found it still.
+  // A cycle that has begun may still use it.
   const std::uint64_t mark = mCycleMark.load();
   while (mark % 2 == 1 && mCycleMark.load() == mark) {
     mHost.mach_wait_until(mHost.AudioGetCurrentHostTime() + kCloseWaitNs);
@@ -276,7 +276,7 @@ void VirtualAudioDevice::run() {
     if (late > kPatienceSeconds * timeline.rate) {
       next = nextCycleAfter(now);
       ++mXruns;
-      if (mInside != nullptr) {  // which stays as it is while a stream is open
+      if (mInside != nullptr) {  // does not change while a stream is open
         mInside->serverChanged();
       }
       continue;
@@ -298,7 +298,7 @@ void VirtualAudioDevice::cycle(std::int64_t position, std::uint32_t frames) noex
     if (stream == nullptr || stream->direction != AudioDirection::input) {
       continue;
     }
-    gatherInput(position, came, frames);  // afresh for each: they may write into it
+    gatherInput(position, came, frames);  // again for each: it may write into the buffers
     stream->call(realtime, {sample, came, kAudioTimeStampSampleHostTimeValid}, frames,
                  rt.input.channels);
   }
@@ -345,7 +345,7 @@ void VirtualAudioDevice::playOutput(const host::RealtimeContext& realtime,
     if (stream == nullptr || stream->direction != AudioDirection::output) {
       continue;
     }
-    // The first plays into the mix itself, the others are added.
+    // The first output plays into the mix itself; the others are added.
     Buffers& target = std::exchange(isFirst, false) ? rt.mix : rt.output;
     target.clear(frames);
     stream->call(realtime, time, frames, target.channels);
@@ -365,7 +365,7 @@ void VirtualAudioDevice::playOutput(const host::RealtimeContext& realtime,
 void VirtualAudioDevice::keep(std::int64_t position, std::uint32_t frames) noexcept {
   const auto room = static_cast<std::int64_t>(historyFrames(mParameters));
   const std::int64_t end = position + frames;
-  // Cycles that did not come played nothing.
+  // Cycles that were given up played nothing.
   for (std::int64_t at = std::max(rt.historyEnd, end - room); at < end;) {
     const std::int64_t place = at & (room - 1);
     const std::int64_t until = at < position ? position : end;

@@ -22,13 +22,13 @@ namespace velor::audio {
 /// on that count, and its thread runs only while a stream is open.
 ///
 /// The cycle that begins at the sample s is called at the host time of s. Outputs
-/// for s leave at s + output latency. The input that is told as s came in at
-/// s - input latency, which is the period and what the parameters add; so what is
-/// played at s on a device whose outputs feed its inputs is recorded at
-/// s + output latency + input latency: a period later, unless told otherwise.
+/// for s leave at s + output latency. The input with the time s came in at
+/// s - input latency, which is the period and the latency of the parameters. So a sample
+/// that is played at s on a device whose outputs feed its inputs is recorded at
+/// s + output latency + input latency: a period later, unless the parameters add to it.
 ///
-/// An error of its rate, and changes of rate and period make it a bench on which to try
-/// what follows a device.
+/// Its rate can have an error, and rate and period can change, so that tests can try
+/// whatever follows a device.
 class VirtualAudioDevice {
  public:
   struct Parameters {
@@ -47,8 +47,8 @@ class VirtualAudioDevice {
     bool isDefault = true;
   };
 
-  /// Carries what one device plays to the inputs of another. Its calls come from the
-  /// cycles of the devices, so they must be realtime-safe.
+  /// Carries the outputs of one device to the inputs of another. It is called in the cycles
+  /// of both, so it must be realtime-safe.
   class Cable {
    public:
     virtual ~Cable() = default;
@@ -80,15 +80,15 @@ class VirtualAudioDevice {
   OSStatus translateTime(const AudioTimeStamp& in, AudioTimeStamp& out) const noexcept;
   AudioServerStatus status() const;
 
-  // What may become of it, on any thread but a real-time one.
+  // Changes, on any thread but a real-time one.
 
   void vanish();
   void appear();
   /// The count goes on from where it stands.
   void setSampleRate(double rate);
-  /// Cut to what it can have. In force from the next cycle on.
+  /// Clamped to what it can have; from the next cycle on.
   void setPeriod(std::uint32_t frames);
-  /// What this one plays comes in at `to`, instead of what did; the cable stays.
+  /// The outputs of this device become the inputs of `to`, by a cable that stays.
   void plugInto(VirtualAudioDevice& to, std::unique_ptr<Cable> cable);
   const Parameters& parameters() const noexcept { return mParameters; }
   const host::Seqlocked<DeviceTimeline>& timeline() const noexcept { return mTimeline; }
@@ -130,7 +130,7 @@ class VirtualAudioDevice {
   // Odd while a cycle is under way.
   std::atomic<std::uint64_t> mCycleMark{0};
 
-  // What changes it waits for each other here; its thread never takes it.
+  // Taken by all that change the device, never by its thread.
   mutable host::RecursiveMutex mControl;
   AudioInside* mInside = nullptr;
   AudioOutside* mOutside = nullptr;

@@ -18,17 +18,17 @@
 
 namespace velor::audio {
 
-/// The audio of a JACK server, or of PipeWire in its place. A device is what a
-/// client has of audio ports, its name and UID are the client's; we are none. Each port is
-/// a stream of the device, by the port's name. What is opened is one port of ours for each
-/// of the device's; those that the channel map names are connected.
+/// The audio of a JACK server, or of PipeWire in its place. Each other client with audio
+/// ports is a device of the client's name, which is its UID too. Each port is a stream of
+/// the device, with the port's name. An open stream has a port of ours for each port of the
+/// device; those in the channel map are connected.
 ///
-/// A stream that ends keeps its ports for a moment, silent, and who opens the same one
-/// takes them over: players that stop and start again lose no cycle by it, and other
-/// programs no connection.
+/// A stream that ends keeps its ports for a moment, silent, and whoever opens the same
+/// stream again gets them: a player that stops and starts again loses no cycle, and other
+/// programs lose no connection.
 ///
-/// All devices of a server have one count of samples. It starts anew with the
-/// server's return.
+/// All devices of a server have one count of samples, which begins again when the server
+/// returns.
 class JackAudio final : public AudioOutside, private jack::JackParticipant {
  public:
   /// `client` may be shared with other services.
@@ -42,8 +42,7 @@ class JackAudio final : public AudioOutside, private jack::JackParticipant {
                                           const AudioStreamRequest& request) override;
   OSStatus translateTime(AudioObjectID device, const AudioTimeStamp& in,
                          AudioTimeStamp& out) noexcept override;
-  /// Nothing is granted: all clients of a server share its period, and whoever set it up
-  /// chose it for all of them.
+  /// Refuses: all clients of a server share its period, which the user has chosen.
   void requestBufferFrames(AudioObjectID, std::uint32_t) override {}
   std::string description() override { return mJack->description(); }
   std::optional<AudioServerStatus> serverStatus() override;
@@ -55,7 +54,7 @@ class JackAudio final : public AudioOutside, private jack::JackParticipant {
   // A client of the server.
   struct Device {
     AudioDeviceDescription description;
-    std::vector<std::string> inputPorts;  // full names; what we take in
+    std::vector<std::string> inputPorts;  // full names; those that we record
     std::vector<std::string> outputPorts;
     AudioObjectID id = kAudioObjectUnknown;
 

@@ -10,10 +10,10 @@
 
 namespace velor::audio {
 
-/// The count of samples that all devices of a server share, against host time: the
-/// start of the last cycle, and from there to both sides at a rate that is measured
-/// over seconds. One cycle would not do: the server tells its length in whole
-/// microseconds, which is some 100 ppm of a short one.
+/// The count of samples that all devices of a server share, against host time: a line
+/// through the start of the last cycle, with a rate that is measured over seconds. One
+/// cycle is too short for that: the server gives its length in whole microseconds, which is
+/// about 100 ppm of a short cycle.
 class JackSampleClock {
  public:
   /// Process callback alone. Realtime-safe: yes.

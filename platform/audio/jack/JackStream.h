@@ -17,9 +17,9 @@
 
 namespace velor::audio {
 
-/// One direction of a device, as long as somebody holds it and a little longer: a port of
-/// ours for each of the device's, and who is called with their buffers. The ports that the
-/// map gives a channel of the program have the device's as their peer.
+/// One direction of a device, as long as somebody holds it and a moment longer: a port of
+/// ours for each port of the device, and the function that gets their buffers. Ports that
+/// the map gives a channel of the program have the device's port as their peer.
 class JackStream {
  public:
   using Ports = std::vector<jack::JackPort*>;
@@ -35,26 +35,27 @@ class JackStream {
 
   /// In the order of the device's.
   Ports ports() const;
-  /// All that were made, those that no port of the device needs now included.
+  /// Also those that no port of the device needs now.
   Ports allPorts() const;
 
-  /// Follows the ports that the device has now, by their full names: what stays keeps its
-  /// port. Registered ports that are not in `ports` afterwards are left over.
+  /// Sets the device's current ports, by their full names. A port of the device that stays
+  /// keeps its port of ours. Registered ports that are not in `ports` then can go.
   void setDevicePorts(const std::vector<std::string>& devicePorts);
   /// Hands `ports` as they are registered to the process callback.
   void publish() noexcept;
 
-  /// As AudioDeviceStream. Gives the ports that have lost their channel, peer included.
+  /// As AudioDeviceStream. Gives the ports that have lost their channel; they still have
+  /// their peer.
   Ports setChannelMap(const AudioChannelMap& map);
   AudioChannelMap channelMap() const;
 
   /// Frames between the connector and the program; while in service, too.
   void setLatency(std::uint32_t frames) noexcept { mLatency.store(frames); }
 
-  /// Whether it is called in the cycles. While it is not, its outputs are silent.
+  /// Whether the function is called; if not, outputs are silent.
   void setSounding(bool sounding) noexcept { mSounding.store(sounding); }
 
-  /// Calls somebody else from now on. Not while it sounds.
+  /// Replaces the function. Not while it sounds.
   void setProc(const AudioStreamRequest& request) noexcept;
 
   bool inService = false;

@@ -399,7 +399,7 @@ bool MIDIObjectTable::isConnected() {
 }
 
 std::string MIDIObjectTable::serverDescription() {
-  return mOutside != nullptr ? mOutside->description() : "in process";
+  return mOutside != nullptr ? mOutside->description() : "internal";
 }
 
 // --- the outside ---

@@ -13,8 +13,8 @@
 namespace velor::midi {
 namespace {
 
-constexpr const char* kNoServer = "in process, no server";
-// Until a port that is to go is looked at again; packets may wait in it.
+constexpr const char* kNoServer = "internal, no server";
+// Between two looks at a port that is to close, while packets wait in it.
 constexpr std::uint64_t kClosingInterval = 50'000'000;  // ns
 
 }  // namespace
@@ -66,8 +66,8 @@ JackMIDI::PortPtr JackMIDI::addPort(Key key, const std::string& name, bool isOut
   port->sourceRefCon = sourceRefCon;
   mPorts[key] = port;
   mDue.push_back(port);
-  // One job for each, so that whoever waits for the queue after this call waits for
-  // the port; the first of them opens all that are due by then.
+  // A job for each port, so that a wait for the queue after this call includes it. The first
+  // job opens all ports that are due by then.
   mQueue.async([this] { openDue(); });
   return port;
 }
@@ -175,7 +175,7 @@ void JackMIDI::open(const PortList& ports) {
   for (const PortPtr& port : ports) {
     mJack->registerPort(*port, order++);
   }
-  publish();  // inputs take in what comes from the moment that they are connected
+  publish();  // before they are connected, since events come in at once
   connectPeers(ports);
 }
 
@@ -238,8 +238,8 @@ void JackMIDI::closeWhenSent(Key key) {
     closeLater(key);
     return;
   }
-  // The last packets are in the port's buffer: receivers read it in this cycle, and the
-  // driver may do so at the begin of the next, after which it is empty.
+  // The last packets are in the port's buffer: receivers read it in this cycle, the driver
+  // perhaps at the start of the next one, and then it is empty.
   awaitCycles(2);
   close(port);
 }
@@ -280,15 +280,15 @@ void JackMIDI::rescan(const std::set<std::string>& renewed) {
     const auto peer = found.find(own->peer);
     const auto kind = own->isOutput ? MIDIEndpointKind::destination : MIDIEndpointKind::source;
     const bool isPresent = peer != found.end() && peer->second.second == kind;
-    // A peer that was registered again has lost its connections, even if it was gone too
-    // briefly to be missed here.
+    // A peer that was registered again has lost its connections, even if it was missing too
+    // briefly to be noticed here.
     own->isConnected = own->isConnected && isPresent && !renewed.contains(own->peer);
     if (isPresent && !own->isConnected) {
       unconnected.push_back(own);
     }
   }
   connectPeers(unconnected);
-  // Now, so that the first packets to a new endpoint arrive there.
+  // After the connections, so that the first packets to a new endpoint arrive.
   for (auto& [name, endpoint] : found) {
     if (jack_port_t* port = library.jack_port_by_name(client, name.c_str())) {
       endpoint.first = mInside->endpointAppeared(endpoint.second, name, displayNameOf(port, name));

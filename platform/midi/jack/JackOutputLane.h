@@ -25,10 +25,10 @@ class JackOutputLane {
   /// Packets that can wait, in each of two places: to be taken up, and for their
   /// cycle. When full, `send` refuses.
   static constexpr std::uint32_t kPackets = 256;
-  /// A packet that could not go out for this long (ns) after its time, or after it was
-  /// sent if that was later, is dropped and counted: a burst of old timecode after a server
-  /// stood still would only mislead. One cycle is added, since a packet that is sent during
-  /// a cycle waits for the next.
+  /// A packet that is still here this long (ns) after its time, or after it was sent if that
+  /// was later, is dropped and counted: old timecode in a burst, after a server stood still,
+  /// would mislead. One cycle is added, since a packet that is sent during a cycle waits for
+  /// the next.
   static constexpr MIDITimeStamp kLatest = 20'000'000;
   /// The same for packets that go at once: they may wait for a connection.
   static constexpr MIDITimeStamp kLatestAtOnce = 2'000'000'000;

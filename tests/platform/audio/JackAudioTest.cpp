@@ -192,7 +192,7 @@ TYPED_TEST(JackAudioOnServer, StreamsThatAreHeldGoOnWhenTheServerIsBack) {
     this->mServer.kill();
     ASSERT_TRUE(test::waitFor(5, [this] { return this->mService->devices().empty(); }));
     EXPECT_EQ(this->translate(id), kAudioHardwareNotRunningError);
-    EXPECT_EQ(this->mService->serverDescription(), "in process");
+    EXPECT_EQ(this->mService->serverDescription(), "internal");
     EXPECT_EQ(this->mService->serverStatus(), AudioServerStatus());
     this->mCable.reset();
     other.reset();
