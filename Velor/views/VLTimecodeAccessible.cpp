@@ -66,6 +66,7 @@ class CellInterface final : public QAccessibleObject,
   int childCount() const override { return 0; }
   int indexOfChild(const QAccessibleInterface* /*child*/) const override { return -1; }
   QAccessible::Role role() const override { return QAccessible::EditableText; }
+  using TimeText::text;
   QString text(QAccessible::Text kind) const override {
     switch (kind) {
       case QAccessible::Name:
@@ -168,6 +169,7 @@ class EditorInterface final : public QAccessibleWidget, public TimeText {
   explicit EditorInterface(VLTimecodeTextView& editor)
       : QAccessibleWidget(&editor, QAccessible::EditableText), mEditor(editor) {}
 
+  using TimeText::text;
   QString text(QAccessible::Text kind) const override {
     const auto* view = qobject_cast<const VLTimecodeView*>(mEditor.parentWidget());
     return kind == QAccessible::Value ? mEditor.text()
@@ -214,6 +216,7 @@ class TextInterface final : public QAccessibleWidget, public TimeText {
   TextInterface(View& view, bool isEditable)
       : QAccessibleWidget(&view, QAccessible::EditableText), mView(view), mIsEditable(isEditable) {}
 
+  using TimeText::text;
   QString text(QAccessible::Text kind) const override {
     return kind == QAccessible::Value ? string() : QAccessibleWidget::text(kind);
   }
