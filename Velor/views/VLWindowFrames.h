@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+namespace velor {
+
+/// The frames of windows, by name, as they outlive a run. Queue: main.
+class VLWindowFrames {
+ public:
+  virtual ~VLWindowFrames() = default;
+
+  /// As QWidget::saveGeometry gives it; empty: none is saved.
+  virtual QByteArray frame(const QString& name) const = 0;
+  virtual void saveFrame(const QString& name, const QByteArray& frame) = 0;
+};
+
+}  // namespace velor
