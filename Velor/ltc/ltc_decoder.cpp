@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/ltc/ltc_decoder.h"
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <bit>
@@ -12,10 +11,6 @@
 
 #include "kvtimecode/ltc_frame.h"
 #include "kvtimecode/ltc_utils.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace velor {
 
@@ -92,37 +87,10 @@ void tuneTo(ltc_decoder& decoder, double rate) noexcept {
   decoder.rt.bitClockRate = rate;
 }
 
-// Sign bits: of -0.0 too, and of what is no number.
-constexpr std::size_t kBlock = 64;
-
-std::uint64_t signsOf(const float* samples, std::size_t count) noexcept {
-  std::uint64_t signs = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    signs |= static_cast<std::uint64_t>(std::bit_cast<std::uint32_t>(samples[i]) >> 31U) << i;
-  }
-  return signs;
+// The sign bit: of -0.0 and NaN too.
+std::uint64_t signOf(float sample) noexcept {
+  return std::bit_cast<std::uint32_t>(sample) >> 31U;
 }
-
-#if defined(__SSE2__)
-// Narrowing from 32 to 16 and to 8 bits is with saturation, which keeps the signs.
-std::uint64_t signsOfBlock(const float* samples) noexcept {
-  const auto four = [samples](std::size_t i) {
-    return _mm_castps_si128(_mm_loadu_ps(samples + i));
-  };
-  std::uint64_t signs = 0;
-  for (std::size_t i = 0; i < kBlock; i += 16) {
-    const __m128i low = _mm_packs_epi32(four(i), four(i + 4));
-    const __m128i high = _mm_packs_epi32(four(i + 8), four(i + 12));
-    const int mask = _mm_movemask_epi8(_mm_packs_epi16(low, high));
-    signs |= static_cast<std::uint64_t>(static_cast<std::uint32_t>(mask)) << i;
-  }
-  return signs;
-}
-#else
-std::uint64_t signsOfBlock(const float* samples) noexcept {
-  return signsOf(samples, kBlock);
-}
-#endif
 
 void takeConsumer(ltc_decoder& decoder) noexcept {
   if (decoder.consumerChanged.load(std::memory_order_relaxed)) {
@@ -259,19 +227,15 @@ std::int32_t ltc_decoder_process(ltc_decoder& decoder, const audio::AudioTimeSta
                                  const float* samples, std::uint32_t count) noexcept {
   auto& rt = decoder.rt;
   const std::uint64_t first = sampleNumberOf(timeStamp.mSampleTime);
-  for (std::size_t begin = 0; begin < count; begin += kBlock) {
-    const std::size_t length = std::min<std::size_t>(kBlock, count - begin);
-    const std::uint64_t signs =
-        length == kBlock ? signsOfBlock(samples + begin) : signsOf(samples + begin, length);
-    // A bit for each sample whose sign is not that of the one before it.
-    std::uint64_t edges = signs ^ (signs << 1U | rt.lastSign);
-    edges &= ~std::uint64_t{0} >> (kBlock - length);
-    rt.lastSign = signs >> (length - 1) & 1U;
-    for (; edges != 0; edges &= edges - 1) {
-      const std::uint64_t index = begin + static_cast<unsigned>(std::countr_zero(edges));
-      takeEdge(decoder, first + index, timeStamp.mHostTime + index * decoder.hostTicksPerSample);
+  std::uint64_t lastSign = rt.lastSign;
+  for (std::uint64_t i = 0; i < count; ++i) {
+    const std::uint64_t sign = signOf(samples[i]);
+    if (sign != lastSign) {
+      lastSign = sign;
+      takeEdge(decoder, first + i, timeStamp.mHostTime + i * decoder.hostTicksPerSample);
     }
   }
+  rt.lastSign = lastSign;
   if (rt.lastGoodSample != 0 && rt.lastGoodSample + decoder.stallLength < first + count) {
     forgetSignal(decoder);
   }
