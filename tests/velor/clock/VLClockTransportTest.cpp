@@ -55,6 +55,20 @@ TEST_F(VLClockTransport, AStopAtTheStopTimeEndsTwoFramesPastItAndIsReportedOnThe
   EXPECT_EQ(now(), "00:00:14:01");
 }
 
+// The last tick comes after the stop, and finds the stop time.
+TEST_F(VLClockTransport, AStopByTheUserOnTheStopTimeIsReportedTwice) {
+  clock().setStopTime(at(0, 0, 0, 10));
+  clock().setPlayMode(VLPlayModeStop);
+  clock().start();
+  advanceFrames(10);
+  mDelegate->take();
+  clock().stop();
+  EXPECT_EQ(mDelegate->take(), Reports{"stopped"});
+  mHost.settle();
+  EXPECT_EQ(mDelegate->take(), Reports{"stopped"});
+  EXPECT_EQ(now(), "00:00:00:11");
+}
+
 TEST_F(VLClockTransport, APointInAnotherFormatNeverStopsTheClock) {
   clock().setPlayMode(VLPlayModeStop);
   clock().setStopTime(at(0, 0, 0, 5, kSMPTETimeType30));
