@@ -32,7 +32,7 @@ class KVSMPTEFormatter {
   /// The regular expression of the texts that are taken: hours, minutes, seconds, frames.
   static std::string regexPatternForFormat(std::uint32_t format);
 
-  /// What stands before the frames: ";" or ".".
+  /// The divider before the frames: ";" or ".".
   static std::string frameDividerForFormat(std::uint32_t format);
 
  private:

@@ -16,8 +16,8 @@
 namespace velor {
 namespace {
 
-// "frame" is no property: who sets frames alone and wants the text announced announces
-// "frame" around it.
+// "frame" is not a property. A caller that sets frames alone and wants the text announced
+// announces "frame" around that.
 constexpr std::array<KVDependency, 4> kDependencies = {{{"stringValue", "hours"},
                                                         {"stringValue", "minutes"},
                                                         {"stringValue", "seconds"},

@@ -45,8 +45,9 @@ class KVSMPTETime final : public KVObservable, public store::KeyedCoding {
 
   KVSMPTETime();
 
-  /// Normalised; of a format that is none, the digits without the flags. Unknown where
-  /// nothing is stored. An error of the coder for a block that is not a record.
+  /// Normalises the stored time. An invalid format keeps the digits and loses the flags.
+  /// The time is unknown where nothing is stored; a block that is not a record is an error
+  /// of the coder.
   static std::shared_ptr<KVSMPTETime> initWithCoder(store::KeyedUnarchiver& coder);
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(store::KeyedArchiver& coder) const override;

@@ -30,8 +30,8 @@ std::int32_t valueOf(std::string_view digits) noexcept {
   return static_cast<std::int32_t>(value);
 }
 
-// Bytes of the character at the place; 0 for a line's end and behind the text. What is
-// not UTF-8 is taken byte for byte.
+// Bytes of the character at the place; 0 at the end of a line or of the text. Bytes that
+// are not UTF-8 count one by one.
 std::size_t characterLength(std::string_view text, std::size_t at) noexcept {
   if (at >= text.size() || text[at] == '\n' || text[at] == '\r') {
     return 0;
@@ -77,7 +77,7 @@ std::optional<SMPTEPatternDigits> matchAt(std::string_view text, std::size_t beg
     groups[3] = valueOf(text.substr(frames, framesEnd - frames));
     return groups;
   }
-  // Any character: it can be a digit too, with one to spare behind it.
+  // Any character can be a digit too, if another digit follows it.
   if (divider == kAnyCharacter && end - begin >= 3) {
     groups[2] = valueOf(text.substr(begin, end - begin - 2));
     groups[3] = valueOf(text.substr(end - 1, 1));

@@ -20,7 +20,7 @@ std::string encodeableStringFromSMPTETime(const SMPTETime& time);
 /// The name that people know: "29.97 Drop"; "unknown format 7" for what is none.
 std::string stringFromSMPTEFormat(std::uint32_t format);
 
-/// What stands for a time that is not known: "--:--:--:--".
+/// The text of an unknown time: "--:--:--:--".
 const std::string& invalidSMPTEString();
 
 /// The first time in the text, (\d+):(\d+):(\d+):(\d+) or, in a drop format, with ';'

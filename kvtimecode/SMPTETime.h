@@ -7,7 +7,7 @@
 
 namespace velor {
 
-// Format codes, the values of SMPTETime::mType. 6 to 10 are no formats.
+// Format codes, the values of SMPTETime::mType. 6 to 10 are not formats.
 //
 // Frames per second of the numbering, then of real time. "Drop" formats skip
 // the labels ;00 and ;01 at each minute but every tenth (SMPTE ST 12-1).

@@ -54,8 +54,8 @@ std::int16_t numberOf(const ltc_frame& frame, const LTCField& units,
   return static_cast<std::int16_t>(valueOf(frame, tens) * 10 + valueOf(frame, units));
 }
 
-// To the nearest, half away from zero, of what is not negative: std::round, without
-// the call that it costs on processors of the baseline.
+// std::round for values that are not negative, without the call that it costs on
+// processors of the baseline.
 std::size_t roundedOf(double value) noexcept {
   const auto whole = static_cast<std::int64_t>(value);
   return static_cast<std::size_t>(whole + (value - static_cast<double>(whole) >= 0.5 ? 1 : 0));

@@ -24,7 +24,7 @@ inline constexpr std::size_t kLTCFrameBits = 80;
 inline constexpr std::size_t kLTCUserBytes = 4;
 
 /// The last 16 bits of a frame, the first of them on top. Read backwards it is
-/// another word, so that the direction of a signal can be told.
+/// another word, which shows the direction of a signal.
 inline constexpr std::uint16_t kLTCSyncWord = 0x3FFD;
 inline constexpr std::size_t kLTCSyncBits = 16;
 
@@ -76,7 +76,7 @@ void ltc_frame_encode(ltc_frame& frame, const SMPTETime& time,
 /// centre. The edges are for a low-pass to round off.
 ///
 /// `buffer` holds one sample more: when the last bit is longer than the mean of the
-/// bits, what stands behind the frame is scaled by the difference. The next frame
+/// bits, the sample after the frame is scaled by the difference. The next frame
 /// overwrites it.
 void ltc_frame_render(ltc_frame& frame, float* buffer, std::uint32_t samples, float level) noexcept;
 

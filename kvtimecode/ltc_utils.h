@@ -33,10 +33,10 @@ inline constexpr std::size_t kLTCStringSize = 12;
 
 bool ltc_is_valid_type(std::uint32_t type) noexcept;
 
-/// Real seconds of one frame; NaN for what is no format.
+/// Real seconds of one frame; NaN for an invalid format.
 double ltc_seconds_per_frame(std::uint32_t type) noexcept;
 
-/// Frame labels in a second, 24, 25 or 30; 0 for what is no format.
+/// Frame labels in a second, 24, 25 or 30; 0 for an invalid format.
 std::int32_t ltc_frames_per_second(std::uint32_t type) noexcept;
 
 bool ltc_type_is_drop(std::uint32_t type) noexcept;
@@ -55,9 +55,9 @@ bool ltc_is_dropped_time(const SMPTETime& t) noexcept;
 // Setting and counting.
 
 /// Brings the fields, which may hold any value, into the day, by the numbering
-/// of the labels: carries and borrows count dropped labels like others, and an
-/// outcome that is dropped becomes ;02. Marks the record valid. For what is no
-/// format it clears the flags alone and returns kLTCInvalidFormat.
+/// of the labels: carries and borrows count dropped labels like others, and a
+/// result that is a dropped label becomes ;02. Marks the record valid. For an invalid
+/// format it only clears the flags and returns kLTCInvalidFormat.
 std::int32_t ltc_normalize(SMPTETime& t) noexcept;
 
 /// Stores the fields, each cut to 16 bits, and normalises. The format stays.
@@ -122,7 +122,7 @@ bool ltc_cancompare(const SMPTETime& t1, const SMPTETime& t2) noexcept;
 /// -1, 0 or 1: the first is earlier, the same, later.
 std::int32_t ltc_compare(const SMPTETime& t1, const SMPTETime& t2) noexcept;
 
-// What a decoder of LTC needs.
+// For decoders of LTC.
 
 /// Sets the format whose rate is nearest to the measured one, among those of the
 /// drop bit (`drop`, not 0 for set) that can hold the record's frame digits, and

@@ -66,8 +66,8 @@ class VLClock final : public VLClockProperties, public VLMTCParserDelegate {
   void setDelegate(std::weak_ptr<VLClockDelegate> delegate);
   std::shared_ptr<VLClockDelegate> delegate() const { return mDelegate.load().lock(); }
 
-  /// Called after every change of the time; when the main queue is far behind,
-  /// once for several. Any thread.
+  /// Called after every change of the time; while the main queue is slow, once for
+  /// several changes. Any thread.
   void setProceedBlock(ProceedBlock block);
   ProceedBlock proceedBlock() const { return mProceed.block(); }
 
@@ -93,8 +93,8 @@ class VLClock final : public VLClockProperties, public VLMTCParserDelegate {
   void setTime(const SMPTETime& time);
   void setClockTime(const SMPTETime& time) { setTime(time); }
 
-  /// A format code (SMPTETime.h). Ignored while running and for what is no
-  /// format. All times keep their real time, not their digits. Waits for the queue.
+  /// A format code (SMPTETime.h). Ignored while running and if it is
+  /// invalid. All times keep their real time, not their digits. Waits for the queue.
   void setSmpteFormat(std::uint32_t smpteFormat);
 
   // --- rate ---
@@ -121,8 +121,8 @@ class VLClock final : public VLClockProperties, public VLMTCParserDelegate {
   // --- MTC in ---
 
   /// Arms a stopped clock, or disarms one, which ends a chase. Arming one that rolls
-  /// changes nothing, and is reported as disarmed. Observers of the status hear of
-  /// the end of a chase on the queue itself. Any thread; waits for the queue.
+  /// changes nothing, and is reported as disarmed. Observers of the status are
+  /// notified of the end of a chase on the queue itself. Any thread; waits for the queue.
   void setArmed(bool armed);
   bool armed() const noexcept { return (status() & kVLClockArmedBit) != 0; }
   void arm() { setArmed(true); }

@@ -48,7 +48,7 @@ class VLClockMIDI {
 
   // --- in; one thread at a time ---
 
-  /// One that cannot be connected is kept all the same.
+  /// A source that cannot be connected is kept all the same.
   void setSyncSource(const Endpoint& source);
   Endpoint syncSource() const { return mSyncSource.load(); }
 

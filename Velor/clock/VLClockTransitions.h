@@ -9,7 +9,7 @@
 
 namespace velor {
 
-/// What can change the status of the clock.
+/// An event that can change the status of the clock.
 enum class VLClockEvent : std::uint8_t {
   runRequested,
   stopRequested,

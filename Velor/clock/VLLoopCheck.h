@@ -36,8 +36,7 @@ class VLLoopCheck {
   void sendTokens(Endpoint source, const std::vector<Endpoint>& destinations,
                   midi::MIDIPortRef port);
 
-  /// To whom the token went, or null. A destination that has gone since then counts
-  /// for nothing.
+  /// The destination to which the token went; null if it has gone since then.
   Endpoint destinationOf(std::uint32_t token) const;
 
   /// The source that is checked now, or null.

@@ -44,7 +44,7 @@ struct ltc_decoder {
   std::uint64_t stallLength = 0;  // samples
   ltc_frame* frame = nullptr;
 
-  // What other threads set. The processing thread only ever tries the lock.
+  // Other threads set these. The processing thread only ever tries the lock.
   std::mutex lock;
   Consumer consumer;
   std::atomic<bool> consumerChanged{false};  // set under the lock
@@ -69,7 +69,7 @@ struct ltc_decoder {
 namespace {
 
 // Sample times are whole numbers. A negative one counts up to 0 by wrapping, like the
-// numbers of the samples behind it; what is no number of a sample is 0.
+// numbers of the samples after it. A value that is not the number of a sample counts as 0.
 std::uint64_t sampleNumberOf(double sampleTime) noexcept {
   constexpr double kLimit = 0x1p63;
   return sampleTime >= -kLimit && sampleTime < kLimit
@@ -127,7 +127,7 @@ void takeFrame(ltc_decoder& decoder, std::uint64_t sample, std::uint64_t hostTim
     rt.averageFrameLength = kUnknown;
     return;
   }
-  // Of a frame number that no format has the format before stays.
+  // A frame number above 29 leaves the format of the frame before.
   static_cast<void>(ltc_detect_frame_format(rt.time, drop, fps));
   rt.lastGoodSample = sample;
   if (std::fabs(1.0 - std::fabs(rt.bitClockRate) / fps) > kHysteresis) {

@@ -8,23 +8,23 @@
 
 // Reads longitudinal timecode (SMPTE ST 12-1) from the samples of one audio channel.
 //
-// It looks at nothing but the sign of the samples, so that no level, no polarity and no
-// shape of the edges matters: a crossing of zero ends an interval, and the interval is
-// half a bit or a whole one, with two thirds of a bit between them. Forward play alone,
-// at 23 to 31 frames per second. A frame is as good as its sync word: the code has no
-// other check, and so a damaged frame that keeps it is told with the digits it has.
+// It looks at the sign of the samples alone, so level, polarity and the shape of edges do
+// not matter. A crossing of zero ends an interval, which is half a bit if it is shorter
+// than two thirds of a bit, or else a whole one. It reads forward play at 23 to 31 frames
+// per second. The code has no check but the sync word, so a damaged frame that keeps its
+// sync word is reported with the digits that it has.
 //
-// The decoder falls into step at the first sync word. The first frame behind it marks a
-// place, the second gives the first rate and is the first one told. At the end of a
-// buffer a signal that has given no frame for 50 ms is gone, and what comes then begins
-// anew: so it does after each frame that was lost.
+// The decoder synchronises at the first sync word. The first frame after it marks a place;
+// the second gives the first rate and is the first to be reported. If there was no frame for
+// 50 ms at the end of a buffer, the signal is gone, and the decoder starts again. So it
+// does after each frame that was lost.
 //
-// docs/ltc-decoder.md shows what is read of bad signals.
+// docs/ltc-decoder.md shows how bad signals are read.
 //
 // One thread processes; others may change the callback meanwhile.
 namespace velor {
 
-/// What a decoder keeps of its signal, from `create` to `dispose`.
+/// An opaque record of this module, from `create` to `dispose`.
 struct ltc_decoder;
 
 /// Gets each frame when its last bit has ended, in the thread of ltc_decoder_process,
@@ -35,8 +35,8 @@ struct ltc_decoder;
 /// frames since the signal came. Digits are as received: units can be above 9.
 ///
 /// `hostTime` is when the middle of the bit before this frame crossed zero: half a bit,
-/// 1/160 of the frame's duration, before the frame began. 0 for the first frame since a
-/// sync word was missed, of which that is not known.
+/// 1/160 of the frame's duration, before the frame began. 0 for the first frame after a
+/// missed sync word, whose beginning is not known.
 ///
 /// `fps` is the measured rate, smoothed over about ten frames, in steps of 0.001.
 using LTCDecoderCallback = void (*)(const SMPTETime& time, const std::uint8_t* userBits,
@@ -56,12 +56,12 @@ std::int32_t ltc_decoder_create(ltc_decoder*& decoder) noexcept;
 std::int32_t ltc_decoder_init(ltc_decoder* decoder, std::uint64_t hostFrequency, double sampleRate,
                               double startRate) noexcept;
 
-/// Null removes the callback. The rate is measured anew. 0 always. Any thread. Where a
+/// Null removes the callback. The rate is measured again. Always 0. Any thread. Where a
 /// frame ends at this very moment, it may still go to the callback that was there before.
 std::int32_t ltc_decoder_set_callback(ltc_decoder& decoder, LTCDecoderCallback callback,
                                       void* refCon) noexcept;
 
-/// What was set last; kLTCDecoderNullArgument for a null decoder. Any thread.
+/// The callback that was set last; kLTCDecoderNullArgument for a null decoder. Any thread.
 std::int32_t ltc_decoder_get_callback(ltc_decoder* decoder, LTCDecoderCallback& callback,
                                       void*& refCon) noexcept;
 
@@ -69,11 +69,11 @@ std::int32_t ltc_decoder_get_callback(ltc_decoder* decoder, LTCDecoderCallback& 
 void ltc_decoder_dispose(ltc_decoder* decoder) noexcept;
 
 /// Reads `count` samples on, of which the first has the sample and host time of
-/// `timeStamp`. Sample times may leap: what was skipped counts as time that went by.
+/// `timeStamp`. Sample times may leap: samples that were skipped count as time that passed.
 /// Within a buffer the host time advances by whole ticks a sample, so that at its end it
-/// lags by up to a tick for each sample. 0 always.
+/// lags by up to a tick for each sample. Always 0.
 ///
-/// Audio input thread. Realtime-safe: yes, with a callback that is.
+/// Audio input thread. Realtime-safe: as far as the callback is.
 std::int32_t ltc_decoder_process(ltc_decoder& decoder, const audio::AudioTimeStamp& timeStamp,
                                  const float* samples, std::uint32_t count) noexcept;
 

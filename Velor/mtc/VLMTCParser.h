@@ -48,8 +48,8 @@ class VLMTCParser : public std::enable_shared_from_this<VLMTCParser> {
   /// A read function for the parser that is its reference: all packets of the list.
   static void readPackets(const midi::MIDIPacketList* packets, void* parser, void* sourceRef);
 
-  /// Waits for the first piece of a block. What was gathered of the one before
-  /// stays and is added to. Any thread.
+  /// Waits for the first piece of a block. Digits of an incomplete block stay, and the next
+  /// block adds to them. Any thread.
   void clear() noexcept;
 
   /// Held weakly. Any thread.

@@ -20,7 +20,7 @@ class VLMTCParserDelegate {
   /// A message that locates, while no time runs. Thread: that of `addPacket`.
   virtual void parserDidReceiveFFMsg(VLMTCParser& parser, const SMPTETime& time) = 0;
 
-  /// A token of sendLoopDetectionToken. Who does not answer to it passes it over.
+  /// A token of sendLoopDetectionToken. A delegate may ignore it.
   /// Thread: that of `addPacket`.
   virtual void parserDidReceiveLoopToken(VLMTCParser& parser, std::uint32_t token) {
     static_cast<void>(parser);

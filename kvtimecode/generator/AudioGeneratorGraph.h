@@ -12,9 +12,8 @@
 
 namespace velor {
 
-/// What plays the generator's samples: converter, low-pass and output, units of a graph,
-/// and who hears of changes to them. Main queue; failures of the audio service raise
-/// KVException "err".
+/// Plays the generator's samples through a graph of three units: converter, low-pass and
+/// output. Main queue; failures of the audio service raise KVException "err".
 class AudioGeneratorGraph {
  public:
   /// On the device, whose ports are named after `nickName` unless that is empty.
@@ -34,8 +33,8 @@ class AudioGeneratorGraph {
   audio::AudioChannelMap channelMap() const;
   void setChannelMap(const audio::AudioChannelMap& map);
 
-  /// From now on `listener` hears of another device and another rate, on any thread; until
-  /// the graph ends.
+  /// Calls `listener`, on any thread, when the device or its rate changes, until the graph
+  /// ends.
   void listen(KAAudioUnit::PropertyListener listener, void* userData);
   void start() { mGraph.start(); }
   void stop() { mGraph.stop(); }

@@ -11,13 +11,13 @@
 namespace velor {
 
 /// The samples that wait to be played, by their place in the device's own count: the
-/// sample of place p stands at p modulo the ring's length. What the render callback
-/// gets as its reference.
+/// sample of place p stands at p modulo the ring's length. It is the reference of the
+/// render callback.
 ///
-/// `lock` guards all; the operations expect their caller to hold it, but the callback,
-/// which takes it. It is held for a copy of samples at most.
+/// `lock` guards all fields. The callback takes it; callers of the other operations hold
+/// it, for no longer than it takes to copy samples.
 struct AudioGeneratorRefCon {
-  /// What the callback returns to say that it has no samples.
+  /// The callback returns it when it has no samples.
   static constexpr audio::OSStatus kNothingToPlay = 0x5000;
   static constexpr audio::OSStatus kNoReference = -2;
   static constexpr audio::OSStatus kNoSampleTime = -10;
@@ -28,7 +28,7 @@ struct AudioGeneratorRefCon {
 
   /// An AURenderCallback with one of these as its reference. The first channel gets
   /// the samples of the cycle's places when all of them were written, else silence; other
-  /// channels are silent. Places behind those written read what the ring still holds.
+  /// channels are silent. Places before those written read what the ring still holds.
   static audio::OSStatus render(const host::RealtimeContext& realtime, void* refCon,
                                 const audio::AudioTimeStamp& timeStamp, std::uint32_t frames,
                                 std::span<float* const> channels) noexcept;

@@ -39,7 +39,7 @@ class AudioGeneratorGraph;
 /// "deviceStatus", "frameRateString" and "audioObjectId"; and by their setters "level",
 /// "uiLevel" and "userbits".
 ///
-/// Main queue, unless told otherwise. Failures of the audio service raise KVException
+/// Main queue, unless a comment says otherwise. Failures of the audio service raise KVException
 /// "err" from what chooses a device; at a later change of devices they are logged.
 class KVLTCGenerator final : public KVObservable,
                              public store::KeyedCoding,

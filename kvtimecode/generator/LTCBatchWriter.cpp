@@ -117,7 +117,7 @@ std::optional<double> LTCBatchWriter::write(const SMPTETime& time, std::uint64_t
   return 1 - phase->weightedFrameLen * 0.5 / call->sampleRate / call->frameDuration;
 }
 
-// None when the device's clock cannot tell, or had not begun to count.
+// None when the device has no clock, or had not begun to count at that time.
 std::optional<LTCPhaseLock::Call> LTCBatchWriter::callFor(const SMPTETime& time,
                                                           std::uint64_t hostTime,
                                                           const Buffers& buffers) {

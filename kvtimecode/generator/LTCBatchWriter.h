@@ -19,7 +19,8 @@ namespace velor {
 /// Turns each time that comes in into a batch of LTC frames, at the place in the device's
 /// samples that LTCPhaseLock gives. Between `open` and `close` it writes for one device.
 ///
-/// `write` runs on one thread at a time, all else on the main queue unless told otherwise.
+/// `write` runs on one thread at a time, all else on the main queue unless a comment says
+/// otherwise.
 class LTCBatchWriter {
  public:
   /// The stream that is written now.
@@ -32,7 +33,7 @@ class LTCBatchWriter {
 
   LTCBatchWriter();
 
-  /// What the device's callback plays.
+  /// The samples that the device's callback plays.
   AudioGeneratorRefCon& samples() noexcept { return mSamples; }
 
   /// `latency` is that of the device, in samples.
@@ -63,7 +64,7 @@ class LTCBatchWriter {
   void setLevel(float level) noexcept { mLevel.store(level); }
 
  private:
-  // What a call needs of the device for which it writes.
+  // Of the device for which a call writes.
   struct Buffers {
     Buffers(audio::AudioObjectID device, double rate, std::uint32_t latency);
 

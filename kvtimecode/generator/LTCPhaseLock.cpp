@@ -46,7 +46,7 @@ std::optional<LTCPhaseLock::Batch> LTCPhaseLock::continued(const Call& call) noe
     return std::nullopt;
   }
   std::uint32_t begun = 0;
-  double place = 0;  // behind the frames that the device has begun
+  double place = 0;  // after the frames that the device has begun
   while (begun < mStanding.size() &&
          nextGeneratorTime + place < static_cast<double>(call.readEnd)) {
     place += mStanding[begun++];

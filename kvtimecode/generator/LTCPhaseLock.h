@@ -12,7 +12,7 @@ namespace velor {
 ///
 /// The time comes every two frames. Each call writes a batch of six frames; the next call
 /// replaces the last four, except those that the device has begun to read: a frame that
-/// changed in the middle would mix two times. Two of the frames that are written take up
+/// changed in the middle would mix two times. Two of the frames that are written absorb
 /// the whole phase error.
 struct LTCPhaseLock {
   /// Frames that a call writes.

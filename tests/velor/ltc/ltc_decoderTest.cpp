@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -194,6 +195,48 @@ TEST(LTCDecoder, AfterAGapAllFramesAreReadFromTheFourthWholeOneOnAndNoneIsWrong)
       EXPECT_GT(due, signal.frames.size() / 2);
     }
   }
+}
+
+TEST(LTCDecoder, AfterASignalThatWasGoneCountRateAndSearchBeginAgain) {
+  LTCSignalMaker maker;
+  LTCSignal signal = maker.make();
+  signal.samples.resize(signal.samples.size() + 9600);
+  // Edges so slanted that bits are found for a while only from the middle of all rates on.
+  maker.speed = [](double) { return 30.9; };
+  maker.riseTime = 200e-6;
+  maker.offset = 0.26;
+  const auto after = maker.make().samples;
+  signal.samples.insert(signal.samples.end(), after.begin(), after.end());
+  const std::vector<LTCTold> told = readByVelor(signal, kBuffer);
+  const auto first =
+      std::find_if(told.begin(), told.end(), [](const LTCTold& frame) { return frame.fps > 25.5; });
+  ASSERT_GE(told.end() - first, 20);
+  EXPECT_EQ(first->time.mCounter, kUntold);
+  EXPECT_NEAR(first->fps, 30.9, 0.1);
+}
+
+TEST(LTCDecoder, AFrameAfterABrokenOneHasItsHostTimeOrNone) {
+  LTCSignalMaker maker;
+  maker.type = kSMPTETimeType30;
+  LTCSignal signal = maker.make();
+  for (std::size_t i = 20; i < maker.frames; i += 21) {
+    const auto end = signal.samples.begin() + static_cast<std::ptrdiff_t>(signal.frames[i].end);
+    std::fill(end - 60, end, 0.5F);
+  }
+  // In so long a buffer the signal does not count as gone.
+  int without = 0;
+  for (const LTCTold& frame : readByVelor(signal, 8192)) {
+    const auto sent =
+        std::find_if(signal.frames.begin(), signal.frames.end(), [&](const LTCSignal::Frame& each) {
+          return std::memcmp(&each.time.mHours, &frame.time.mHours, 8) == 0;
+        });
+    ASSERT_NE(sent, signal.frames.end());
+    const double error =
+        hostTimeErrorOf(signal, static_cast<std::size_t>(sent - signal.frames.begin()), frame);
+    without += frame.hostTime == 0 ? 1 : 0;
+    EXPECT_TRUE(frame.hostTime == 0 || std::abs(error) <= 1e9 / signal.sampleRate) << error;
+  }
+  EXPECT_LE(without, 5);
 }
 
 TEST(LTCDecoderCallback, IsTheLastOneSetAndEachBeginsANewMeasurement) {
