@@ -213,26 +213,6 @@ TEST_F(VLClockTimes, ARemovedDestinationIsSentNoMore) {
   EXPECT_EQ(takeSent(*destination).size(), 0U);
 }
 
-TEST_F(VLClockTimes, ARateSpacesTheBlocksAndNotTheirPieces) {
-  const auto destination = addDestination("desk");
-  clock().setSmpteFormat(kSMPTETimeType2997Drop);
-  clock().setPlayRatePercent(2);
-  takeSent(*destination);
-  clock().start();
-  mHost.advance(10 * 32712450);
-  const auto& sent = mOutside->sent;
-  ASSERT_GE(sent.size(), 16U);
-  for (std::size_t piece = 1; piece < 8; ++piece) {
-    EXPECT_EQ(sent[piece].time - sent[piece - 1].time, 8341675U);
-  }
-  const auto blocks = takeSent(*destination);
-  ASSERT_EQ(blocks.size(), 5U);
-  for (std::size_t i = 1; i < blocks.size(); ++i) {
-    EXPECT_EQ(blocks[i].time - blocks[i - 1].time, 2 * 32712450U);
-    EXPECT_EQ(blocks[i].rateCode, 2U);
-  }
-}
-
 TEST_F(VLClockTimes, AClockWithoutMIDIRunsAllTheSame) {
   // The client is there; ports cannot be made on a service that has lost it.
   mClock.reset();
