@@ -115,8 +115,7 @@ UDPDescriptorPair::Result UDPDescriptorPair::connect(const SocketAddress& addres
   Descriptor& descriptor = of(address.family());
   int result = mNetwork.connect(descriptor.number, address);
   if (result == -EACCES && descriptor.family == AF_INET && !mBroadcast) {
-    // A broadcast address. Users enable broadcast after the connect has begun, so the
-    // system checks the permission at the send.
+    // A broadcast address, for which users enable broadcast after the connect has begun.
     mNetwork.setsockopt(descriptor.number, SOL_SOCKET, SO_BROADCAST, 1);
     result = mNetwork.connect(descriptor.number, address);
     mNetwork.setsockopt(descriptor.number, SOL_SOCKET, SO_BROADCAST, 0);

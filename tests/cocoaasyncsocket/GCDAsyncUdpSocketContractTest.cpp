@@ -255,7 +255,7 @@ TEST_P(GCDAsyncUdpSocketContract, ATargetThatReturnsMissesNothing) {
                           "not sent 3 Message too long (Error in send() function.)", "sent 4"));
 }
 
-TEST_P(GCDAsyncUdpSocketContract, BroadcastMayBeEnabledAfterTheConnectHasBegun) {
+TEST_P(GCDAsyncUdpSocketContract, BroadcastMayBeEnabledAfterTheConnect) {
   UDPEnd client;
   connect(client, "127.255.255.255", 9);
   EXPECT_TRUE(client.socket->enableBroadcast(true));

@@ -193,23 +193,6 @@ TEST_F(GCDAsyncUdpSocketTest, NamesThatTakeLongHoldUpNoAddressAndNoEnd) {
   EXPECT_TRUE(unknown.socket->connectToHost("slow", 9000));
 }
 
-TEST_F(GCDAsyncUdpSocketTest, ABroadcastReachesEveryoneWhenEnabledAndNobodyElse) {
-  UDPEnd server;
-  EXPECT_TRUE(server.socket->bindToPort(7770));
-  EXPECT_TRUE(server.socket->beginReceiving());
-  UDPEnd client;
-  EXPECT_TRUE(client.socket->connectToHost("127.0.0.255", 7770));
-  client.send("forbidden", 1);
-  mHost.settle();
-  EXPECT_TRUE(client.socket->enableBroadcast(true));
-  client.send("to all", 2);
-  mHost.settle();
-  EXPECT_THAT(client.listener->events(),
-              ElementsAre("connected 127.0.0.255",
-                          "not sent 1 Permission denied (Error in send() function.)", "sent 2"));
-  EXPECT_THAT(server.listener->events(), ElementsAre("data to all"));
-}
-
 TEST_F(GCDAsyncUdpSocketTest, AFilterNeedsAQueue) {
   UDPEnd end;
   EXPECT_DEATH(end.socket->setReceiveFilter([](auto, const auto&) { return true; }, nullptr),

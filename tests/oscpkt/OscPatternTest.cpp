@@ -30,51 +30,36 @@ std::string repeated(std::string_view unit, std::size_t size) {
   return text;
 }
 
-TEST(OscPattern, LeadsAsFarAsTheRulesSay) {
+TEST(OscPattern, GivesThePositionsOfTheRules) {
   constexpr std::optional<std::size_t> kNothing;
   const struct {
     std::string_view pattern;
     std::string_view path;
     std::optional<std::size_t> result;
   } cases[] = {
-      // Plain, and what one ends inside the other.
-      {"/velor/speed", "/velor/speed", 12},
       {"/velor/transport/play", "/velor", 6},
       {"/velor", "/velor/speed", kNothing},
-      // A star stays within its level, a question mark need not.
-      {"/velor/*", "/velor/speed", 8},
+      // A star stays within its level; the furthest of its ways counts, even a failed one.
       {"/velor/*", kPlay, kNothing},
-      {"/velor/speed?", "/velor/speed", 12},
-      {"/*x", "/velor", 2},
-      // Of the ways of a star the furthest, be it one that failed.
       {"/*[x]yz", "/ab", 2},
-      {"/*[b]yz", "/ab", 5},
-      // Any levels between, none included.
+      // Any number of levels, also none.
       {"//play", kPlay, 6},
-      {"//v//t*//p*", kPlay, 11},  // behind a name's begin it takes the rest of it
-      {"//v*t*//p*", kPlay, kNothing},
-      {"//play/x", kPlay, 6},
-      // A set or a list that does not fit is where the pattern goes on.
+      {"//v//t*//p*", kPlay, 11},
+      // A set or a list that does not fit gives its own position.
       {"/velor/[a-z]rm", "/velor/arm", 14},
       {"/velor/[xyz]", "/velor/speed", 7},
-      {"/velor/[", "/velor/", 7},
-      {"/[]", "/a", 1},
-      {"/[!]", "/a", 4},
       {"/[-a][a-]x]b]", "/-xb", 12},
       {"/[\x80-a]", "/A", 6},
       {"/{speed,arm}", "/arm", 12},
       {"/{a,ab}c", "/abc", kNothing},
-      {"/{ab,a}c", "/abc", 8},
-      {"/{,a}a", "/a", 6},
       {"/{a", "/a", kNothing},
-      {"/{a*,b}", "/a*", 7},
   };
   for (const auto& [pattern, path, result] : cases) {
     EXPECT_EQ(match(pattern, path), result) << pattern << " with " << path;
   }
 }
 
-TEST(OscPattern, FollowingAllWaysAtOnceLeadsAsFarAsFollowingEachOnItsOwn) {
+TEST(OscPattern, AllWaysAtOnceLeadAsFarAsEachWayAlone) {
   std::mt19937 random(20261121);
   const auto draw = [&random](std::string_view characters, std::size_t most) {
     std::string text(random() % (most + 1), '/');
@@ -107,8 +92,8 @@ TEST(OscPattern, FollowingAllWaysAtOnceLeadsAsFarAsFollowingEachOnItsOwn) {
   EXPECT_GT(nothing, 20'000);
 }
 
-// Followed one by one, the ways would take longer than any run.
-TEST(OscPattern, StarsAndSlashesThatMultiplyComeToAnEnd) {
+// Followed one by one, the ways would take longer than any test may.
+TEST(OscPattern, ManyStarsAndSlashesEndInTime) {
   const auto result = [](std::string_view begin, std::string_view unit, std::string_view end) {
     const std::string middle = repeated(unit, kLongestPattern - begin.size() - end.size());
     const std::string pattern = std::string(begin) + middle + std::string(end);

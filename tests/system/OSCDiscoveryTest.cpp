@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The program beside an Avahi daemon that knows the loopback interface alone, and Avahi's
-// and liblo's tools, which know nothing of it.
+// The program with an Avahi daemon that knows only the loopback interface, and independent
+// tools of Avahi and liblo.
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstddef>
-#include <fstream>
-#include <iterator>
-#include <optional>
 #include <regex>
 #include <string>
 #include <vector>
@@ -21,67 +18,27 @@ namespace {
 
 constexpr double kPatience = 15;  // s
 
-class OSCDiscovery : public testing::Test {
- protected:
-  OSCDiscovery() { mAvahi.start(); }
-
-  std::vector<std::string> environment() const {
-    auto all = mJack.environment();
-    const auto bus = mAvahi.environment();
-    all.insert(all.end(), bus.begin(), bus.end());
-    return all;
-  }
-  VelorProcess velorAt(const std::string& port,
-                       const std::vector<std::string>& more = {"--osc-allow", "127.0.0.1"}) const {
-    std::vector<std::string> arguments = {"--headless", "--osc-port", port};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return VelorProcess(arguments, environment());
-  }
-  Process publisher(const std::string& name, const OSCDump& target) const {
-    return Process({"avahi-publish", "-s", name, "_osc._udp", target.port()}, mAvahi.environment(),
-                   "/dev/null");
-  }
-
-  // What avahi-browse sees of the type now, a line a service. It does not end, and tells
-  // nothing, when one goes while it asks where that is.
-  std::optional<std::string> browse() {
-    const std::string path = mFolder.path().string() + "/browse-" + std::to_string(++mLooks);
-    Process peer({"avahi-browse", "-rpt", "_osc._udp"}, mAvahi.environment(), path, "/dev/null");
-    if (peer.waitForEnd(kPatience / 3) != 0) {
-      return std::nullopt;
-    }
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  }
-  // Waits until peers see a service of that port under that name, which is a regular
-  // expression for what avahi-browse writes; its TXT record.
-  std::string waitForService(const std::string& name, const std::string& port) {
-    // =;interface;protocol;name;type;domain;host;address;port;txt
-    const std::regex line("=;lo;[^;]*;" + name + ";[^;]*;[^;]*;[^;]*;[^;]*;" + port + ";(.*)");
-    std::smatch found;
-    std::string text;
-    EXPECT_TRUE(waitFor(kPatience,
-                        [&] {
-                          text = browse().value_or("");
-                          return std::regex_search(text, found, line);
-                        }))
-        << name << " at " << port;
-    return found.str(1);
-  }
-  bool waitUntilNoneIsSeen() {
-    return waitFor(kPatience, [this] {
-      const auto seen = browse();
-      return seen && seen->find("=;") == std::string::npos;
-    });
-  }
-
-  const JackServer mJack;  // not started
-  AvahiServer mAvahi;
-
- private:
-  TemporaryFolder mFolder;
-  int mLooks = 0;
-};
+// The TXT record of a service, once avahi-browse sees it. `name` is a regular expression for
+// the text that avahi-browse writes.
+std::string recordOf(const AvahiServer& avahi, const std::string& name, const std::string& port) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path().string() + "/browse";
+  // =;interface;protocol;name;type;domain;host;address;port;txt
+  const std::regex line("=;lo;[^;]*;" + name + ";[^;]*;[^;]*;[^;]*;[^;]*;" + port + ";(.*)");
+  std::smatch found;
+  std::string text;
+  EXPECT_TRUE(waitFor(
+      kPatience,
+      [&] {
+        Process peer({"avahi-browse", "-rpt", "_osc._udp"}, avahi.environment(), path, "/dev/null");
+        // It hangs when a service goes while it resolves that service.
+        peer.waitForEnd(kPatience / 3);
+        text = fileContents(path);
+        return std::regex_search(text, found, line);
+      }))
+      << name << " at " << port;
+  return found.str(1);
+}
 
 std::size_t timesLogged(const VelorProcess& velor, const std::string& what) {
   const std::string log = velor.log();
@@ -92,82 +49,51 @@ std::size_t timesLogged(const VelorProcess& velor, const std::string& what) {
   return count;
 }
 
-// How often the program has begun to send to a port of this host.
-std::size_t connectionsTo(const VelorProcess& velor, const std::string& port) {
-  return timesLogged(velor, "connecting to 127.0.0.1:" + port + "\n");
-}
-
-TEST_F(OSCDiscovery, PeersSeePortAndUIDOfEachRunAndNothingAfterItsEndHoweverItEnds) {
-  std::vector<std::string> records;
-  for (const int signal : {SIGTERM, SIGKILL}) {
-    const std::string port = freePort();
-    VelorProcess velor = velorAt(port);
-    records.push_back(waitForService("Velor-OSC", port));
-    // A UUID alone.
-    EXPECT_TRUE(std::regex_match(records.back(),
-                                 std::regex("\"uid=[0-9A-F]{8}-([0-9A-F]{4}-){3}[0-9A-F]{12}\"")))
-        << records.back();
-    EXPECT_EQ(velor.end(signal), signal == SIGTERM ? 0 : 128 + SIGKILL) << velor.errors();
-    EXPECT_TRUE(waitUntilNoneIsSeen());
-  }
-  EXPECT_NE(records[0], records[1]);
-}
-
-TEST_F(OSCDiscovery, ASecondProgramIsToldOfTheFirstAndNoneTellsItself) {
+TEST(OSCDiscovery, TwoProgramsFindEachOtherNotThemselvesAndReturnWithTheDaemon) {
+  const JackServer jack;  // not started
+  AvahiServer avahi;
+  avahi.start();
+  std::vector<std::string> environment = jack.environment();
+  const auto bus = avahi.environment();
+  environment.insert(environment.end(), bus.begin(), bus.end());
   const std::string ports[2] = {freePort(), freePort()};
-  const OSCDump behindSecond;
-  // It obeys nobody: the state of the second would stop it.
-  VelorProcess first = velorAt(ports[0], {"--play"});
-  const std::string record = waitForService("Velor-OSC", ports[0]);
-  VelorProcess second = velorAt(
-      ports[1], {"--osc-allow", "127.0.0.1", "--osc-target", "127.0.0.1:" + behindSecond.port()});
-  EXPECT_NE(waitForService(R"(Velor-OSC\\032\\0352)", ports[1]), record);
-  // Each finds both, itself too, and hears where they are.
-  for (const VelorProcess* each : {&first, &second}) {
-    EXPECT_TRUE(waitFor(kPatience, [each] {
-      return timesLogged(*each, "netServiceDidResolveAddress:] 127.0.0.1") == 2;
-    })) << each->log();
-  }
-  const auto connects = [](const VelorProcess& velor, const std::string& port) {
-    return waitFor(kPatience, [&] { return connectionsTo(velor, port) == 1; });
+  const OSCDump target;
+
+  // The first obeys no host, so the state of the second does not stop it.
+  VelorProcess first({"--headless", "--osc-port", ports[0], "--play"}, environment);
+  const std::string record = recordOf(avahi, "Velor-OSC", ports[0]);
+  EXPECT_TRUE(
+      std::regex_match(record, std::regex("\"uid=[0-9A-F]{8}-([0-9A-F]{4}-){3}[0-9A-F]{12}\"")))
+      << record;
+  VelorProcess second({"--headless", "--osc-port", ports[1], "--osc-allow", "127.0.0.1",
+                       "--osc-target", "127.0.0.1:" + target.port()},
+                      environment);
+  EXPECT_NE(recordOf(avahi, R"(Velor-OSC\\032\\0352)", ports[1]), record);
+  const auto connections = [&ports](const VelorProcess& velor, int to) {
+    return timesLogged(velor, "connecting to 127.0.0.1:" + ports[to] + "\n");
   };
-  EXPECT_TRUE(connects(first, ports[1])) << first.log();
-  EXPECT_TRUE(connects(second, ports[0])) << second.log();
-  // The first one's state is a command to the second, which tells its own target.
-  behindSecond.waitForLine("/velor/transport/play f 1.000000");
+  EXPECT_TRUE(waitFor(kPatience,
+                      [&] {
+                        return connections(first, 1) == 1 && connections(second, 0) == 1 &&
+                               timesLogged(first, "netServiceDidResolveAddress:] 127.0.0.1") == 2 &&
+                               timesLogged(second, "netServiceDidResolveAddress:] 127.0.0.1") == 2;
+                      }))
+      << first.log() << second.log();
+  // The state of the first is a command to the second, which reports it to its own target.
+  target.waitForLine("/velor/transport/play f 1.000000");
+
+  avahi.kill();
+  EXPECT_TRUE(waitFor(kPatience, [&] {
+    return timesLogged(second, "did remove service: Velor-OSC\n") == 1;
+  })) << second.log();
+  avahi.start();
+  EXPECT_EQ(recordOf(avahi, "Velor-OSC", ports[0]), record);
+  EXPECT_TRUE(waitFor(kPatience, [&] {
+    return timesLogged(second, "did find service: Velor-OSC: _osc._udp.\n") == 2;
+  })) << second.log();
   EXPECT_EQ(first.end(SIGTERM), 0);
   EXPECT_EQ(second.end(SIGTERM), 0);
-  EXPECT_EQ(connectionsTo(first, ports[0]), 0U) << first.log();
-  EXPECT_EQ(connectionsTo(second, ports[1]), 0U) << second.log();
-}
-
-TEST_F(OSCDiscovery, ADaemonThatDiesAndReturnsFindsTheProgramThereAndTheProgramItsTargets) {
-  const std::string port = freePort();
-  const OSCDump desk;
-  const OSCDump console;
-  VelorProcess velor = velorAt(port);
-  const std::string record = waitForService("Velor-OSC", port);
-  {
-    const Process announced = publisher("Desk", desk);
-    desk.waitForLine("/velor/transport/stop f 1.000000");
-    mAvahi.kill();
-  }
-  EXPECT_TRUE(
-      waitFor(kPatience, [&] { return timesLogged(velor, "did remove service: Desk") == 1; }));
-  // It goes on with what it knows.
-  std::size_t at = desk.seen().size();
-  sendOSC(port, "/velor/transport/play", "1");
-  at = desk.waitForLine("/velor/transport/play f 1.000000", at);
-
-  mAvahi.start();
-  EXPECT_EQ(waitForService("Velor-OSC", port), record);
-  const Process again = publisher("Desk", desk);
-  const Process announced = publisher("Console", console);
-  desk.waitForLine("/velor/speed f 0.000000", at);
-  console.waitForLine("/velor/transport/play f 1.000000");
-  EXPECT_EQ(velor.end(SIGTERM), 0);
-  EXPECT_EQ(connectionsTo(velor, desk.port()), 1U);
-  EXPECT_EQ(connectionsTo(velor, port), 0U) << velor.log();
+  EXPECT_EQ(connections(first, 0) + connections(second, 1), 0U) << first.log() << second.log();
 }
 
 }  // namespace
