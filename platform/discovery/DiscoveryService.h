@@ -14,7 +14,7 @@ namespace velor::discovery {
 /// through NSNetService and NSNetServiceBrowser.
 ///
 /// Any thread may call any operation; none waits for the network. Replies come on the main
-/// queue; an activity that ended there gets none. The service must outlive its activities.
+/// queue; one may come after the activity has ended. The service must outlive its activities.
 ///
 /// The daemon that does the work may be missing, die and return at any time. No activity
 /// fails by that: publications and searches start anew when it returns, and a search

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -24,30 +23,24 @@ class DiscoveryTask : public std::enable_shared_from_this<DiscoveryTask> {
   static DiscoveryActivity start(std::shared_ptr<DiscoveryTask> task) {
     task->mQueue.async([task] { task->begin(); });
     DiscoveryTask* const plain = task.get();
-    return {plain, [task = std::move(task)](const void*) {
-              task->mEnded.store(true);
-              task->mQueue.async([task] { task->end(); });
-            }};
+    return {plain,
+            [task = std::move(task)](const void*) { task->mQueue.async([task] { task->end(); }); }};
   }
 
  protected:
   virtual void begin() = 0;
   virtual void end() = 0;
 
-  /// Calls `call` on the main queue, unless the task has ended by then.
+  /// Calls `call` on the main queue; the task lives until then.
   template <class Call>
   void reply(Call call) {
-    mMain.async([self = shared_from_this(), call = std::move(call)] {
-      if (!self->mEnded.load()) {
-        call();
-      }
-    });
+    mMain.async([self = shared_from_this(), call = std::move(call)] { call(); });
   }
   /// All finds of one call follow one another without a gap.
   template <class Reply>
   void replyFinds(const Reply& reply, std::vector<DiscoveryFind> finds) {
     mMain.async([self = shared_from_this(), &reply, finds = std::move(finds)] {
-      for (std::size_t i = 0; i < finds.size() && !self->mEnded.load(); ++i) {
+      for (std::size_t i = 0; i < finds.size(); ++i) {
         reply(finds[i], i + 1 < finds.size());
       }
     });
@@ -56,7 +49,6 @@ class DiscoveryTask : public std::enable_shared_from_this<DiscoveryTask> {
  private:
   host::Queue& mQueue;
   host::Queue& mMain = host::current().mainQueue();
-  std::atomic<bool> mEnded{false};
 };
 
 }  // namespace velor::discovery

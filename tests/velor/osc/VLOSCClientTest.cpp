@@ -4,12 +4,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <bit>
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <functional>
 #include <initializer_list>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,6 +18,7 @@
 #include "Velor/osc/VLOSCServer.h"
 #include "Velor/osc/VLUserDefinedOSCClient.h"
 #include "kvtimecode/ltc_utils.h"
+#include "oscpkt/src/oscpkt.h"
 #include "tests/support/LogRecord.h"
 #include "tests/velor/osc/OSCFixture.h"
 
@@ -34,19 +35,15 @@ constexpr std::uint64_t kSeen = discovery::BuiltinDiscovery::kProbing + 1;
 
 // A message of one argument as a line: "/velor/arm 1", "/velor/time 01:00:00:00".
 std::string lineOf(const Bytes& data) {
-  const std::string address(reinterpret_cast<const char*>(data.data()));
-  const std::size_t tags = (address.size() / 4 + 1) * 4;
-  if (data.at(tags + 1) == 's') {
-    return address + " " + reinterpret_cast<const char*>(data.data() + tags + 4);
+  oscpkt::OscPacketReader reader(data.data(), data.size());
+  const oscpkt::Message& message = *reader.popMessage();
+  float value = 0;
+  if (message.fullMatch(message.address()).popFloat(value).isFullyRead()) {
+    return (std::ostringstream() << message.address() << " " << value).str();
   }
-  EXPECT_EQ(data.size(), tags + 8);
-  std::uint32_t word = 0;
-  for (std::size_t i = 0; i < 4; ++i) {
-    word = word << 8U | data.at(tags + 4 + i);
-  }
-  char text[32];
-  std::snprintf(text, sizeof text, " %g", static_cast<double>(std::bit_cast<float>(word)));
-  return address + text;
+  const auto at = static_cast<std::ptrdiff_t>(message.argumentSpans().at(0).first);
+  return message.address() + " " +
+         std::string(data.begin() + at, std::find(data.begin() + at, data.end(), 0));
 }
 
 class VLOSCClientTest : public OSCFixture {
@@ -104,7 +101,7 @@ class VLOSCClientTest : public OSCFixture {
   }
 };
 
-TEST_F(VLOSCClientTest, AFreshTargetIsToldTheStateInOrderAndThenEachChangeOnce) {
+TEST_F(VLOSCClientTest, ANewTargetGetsTheStateInOrderAndThenEachChange) {
   add("10.0.0.8");
   EXPECT_THAT(sentTo("10.0.0.8"),
               ElementsAre("/velor/speed 0", "/velor/transport/play 0", "/velor/transport/stop 1"));
@@ -184,7 +181,7 @@ TEST_F(VLOSCClientTest, TargetsGetChangesAndTheResultsOfRefusedCommands) {
   clock().stop();
 }
 
-TEST_F(VLOSCClientTest, ADisabledTargetIsToldNothingAndAllWhenItIsEnabledAgain) {
+TEST_F(VLOSCClientTest, ADisabledTargetGetsNothingAndTheStateWhenEnabledAgain) {
   const auto client = add("10.0.0.9");
   clock().setTime(timeAt(1));
   sentTo("10.0.0.9");
@@ -198,7 +195,7 @@ TEST_F(VLOSCClientTest, ADisabledTargetIsToldNothingAndAllWhenItIsEnabledAgain) 
                           "/velor/time 02:00:00:00"));
 }
 
-TEST_F(VLOSCClientTest, ATargetFollowsItsHostAndPortAndOutlivesOneThatCannotBe) {
+TEST_F(VLOSCClientTest, ATargetFollowsItsHostAndPortAndOutlivesABadHost) {
   mNetwork.addHost("desk.local", {*SocketAddress::fromText("10.0.0.9", 0)}, 2 * kSecond);
   const auto client = add("desk.local");
   EXPECT_EQ(client->port(), 0);
@@ -227,7 +224,7 @@ TEST_F(VLOSCClientTest, ATargetFollowsItsHostAndPortAndOutlivesOneThatCannotBe) 
   EXPECT_THROW(VLOSCClient::initWithUdpHost("10.0.0.9", 0), KVException);
 }
 
-TEST_F(VLOSCClientTest, ATargetReturnsWithItsStateWhenTheMachineHasAnotherAddress) {
+TEST_F(VLOSCClientTest, ATargetReconnectsAndGetsTheStateWhenTheMachineChangesItsAddress) {
   using Call = SimulatedUDPNetwork::Call;
   const auto client = add("10.0.0.9");
   sentTo("10.0.0.9");
@@ -299,7 +296,7 @@ TEST_F(VLOSCClientTest, TargetsOutliveRestartsAndConnectWhenTheyCan) {
   EXPECT_THAT(dispatcher().clients(), IsEmpty());
 }
 
-TEST_F(VLOSCClientTest, OurOwnServiceNeverBecomesATargetAndAnothersDoesAndReturnsToItsRow) {
+TEST_F(VLOSCClientTest, OurOwnServiceIsNoTargetAndAnotherReturnsToItsRow) {
   ASSERT_TRUE(VLOSCServer::sharedServer().startUdPServerAtPort(7770));
   dispatcher();
   mHost.advance(kSeen);
@@ -340,7 +337,7 @@ TEST_F(VLOSCClientTest, OurOwnServiceNeverBecomesATargetAndAnothersDoesAndReturn
   EXPECT_THAT(ports(), ElementsAre(7773, 7770));
 }
 
-TEST_F(VLOSCClientTest, AFloodOfServicesFillsTheListToItsBoundAndPushesOutWhoIsAbsentFirst) {
+TEST_F(VLOSCClientTest, AFloodOfServicesFillsTheListToItsBoundAndAbsentOnesGoFirst) {
   constexpr std::size_t kMost = VLOSCClientDispatcher::kMostFoundClients;
   dispatcher();
   std::vector<std::shared_ptr<NSNetService>> services;
