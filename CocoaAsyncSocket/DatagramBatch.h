@@ -10,8 +10,8 @@
 
 namespace velor {
 
-/// What one reading of a socket brought, in the order of arrival. The datagrams
-/// lie behind one another, so that many small ones take little room.
+/// The datagrams of one reading of a socket, in the order of arrival. They are packed, so
+/// that many small ones take little room.
 class DatagramBatch {
  public:
   void add(const SocketAddress& from, std::span<const std::uint8_t> data) {
@@ -26,8 +26,8 @@ class DatagramBatch {
   }
   const SocketAddress& from(std::size_t index) const noexcept { return mDatagrams[index].from; }
 
-  /// How many datagrams the system has dropped so far because the socket's buffer
-  /// was full, as told with the last one read; it wraps. 0 when nothing was told.
+  /// Number of datagrams that the system has dropped so far because the socket's buffer was
+  /// full, as reported with the last one read; it wraps. 0 without a report.
   std::uint32_t dropped = 0;
 
  private:

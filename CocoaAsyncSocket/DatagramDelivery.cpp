@@ -7,19 +7,19 @@
 namespace velor {
 
 namespace {
-// One reading in the delegate's hands, and one that it finds when it is done.
+// One that the delegate reads, and one that is ready when it is done.
 constexpr int kMostReadings = 2;
 }  // namespace
 
-// The readings that have not ended; shared with them, since they may end anywhere.
+// Counts the readings under way. Shared with them, since they may end on any thread.
 struct DatagramDelivery::InFlight {
   UDPNetwork& network;
   std::uint32_t client;
   std::atomic<int> count{0};
-  std::atomic<bool> paused{false};  // somebody waits for the count to fall
+  std::atomic<bool> paused{false};  // a socket waits for the count to fall
 };
 
-// One reading, until every datagram in it is done with.
+// One reading, until all its datagrams are delivered or dropped.
 struct DatagramDelivery::Reading {
   Reading(DatagramBatch&& theBatch, std::shared_ptr<InFlight> theInFlight, std::uint64_t theAge)
       : batch(std::move(theBatch)), inFlight(std::move(theInFlight)), age(theAge) {
@@ -41,7 +41,7 @@ struct DatagramDelivery::Reading {
   const DatagramBatch batch;
   const std::shared_ptr<InFlight> inFlight;
   const std::uint64_t age;  // of mForgotten
-  // One flag per datagram: it passed a filter on a queue of its own. Else empty.
+  // One flag per datagram: it passed a filter on another queue. Otherwise empty.
   std::vector<bool> passed;
 };
 
@@ -65,7 +65,8 @@ bool DatagramDelivery::mayRead() {
     return true;
   }
   mInFlight->paused.store(true);
-  return mInFlight->count.load() < kMostReadings;  // one that ended before it saw the word
+  // Again, as one may have ended before it could see `paused`.
+  return mInFlight->count.load() < kMostReadings;
 }
 
 void DatagramDelivery::deliver(DatagramBatch&& batch) {
@@ -86,7 +87,7 @@ void DatagramDelivery::deliver(DatagramBatch&& batch) {
     for (std::size_t i = 0; i < all.count() && reading->age == mForgotten.load(); ++i) {
       reading->passed.push_back(filter->function(all.data(i), all.from(i)));
     }
-    // By the network's queue, where a close counts: after it the delegate's queue may be gone.
+    // Through the network's queue, where `close` runs: after it the delegate's queue may end.
     mNetwork.queue().async([this, &network = mNetwork, id = mClient, reading] {
       if (network.client(id) != nullptr) {
         deliverFiltered(reading);
@@ -103,7 +104,7 @@ void DatagramDelivery::deliverFiltered(const ReadingRef& reading) {
   }
 }
 
-// On the delegate's queue. With a filter: filters first.
+// On the delegate's queue. A given filter runs first.
 void DatagramDelivery::tellDelegate(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                     const Reading& reading, const Filter* filter) {
   const auto delegate = mDelegate.lock();

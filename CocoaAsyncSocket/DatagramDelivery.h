@@ -16,9 +16,9 @@
 
 namespace velor {
 
-/// The way of what a socket has read to its delegate, through its filter. Holds
-/// at most two readings: what comes faster waits with the system. A part of the
-/// socket, on the network's queue where nothing else is said.
+/// Delivers the datagrams that a socket has read to its delegate, through its filter. Holds
+/// at most two readings: datagrams that come faster wait in the system's buffer. Part of the
+/// socket. Queue: the network's, unless stated otherwise.
 class DatagramDelivery {
  public:
   using Function =
@@ -34,23 +34,21 @@ class DatagramDelivery {
   DatagramDelivery(const DatagramDelivery&) = delete;
   DatagramDelivery& operator=(const DatagramDelivery&) = delete;
 
-  /// Whom the delegate is told of, and who is kept meanwhile. Any thread, once,
-  /// before anything is read.
+  /// The socket that calls name; each call keeps it alive. Any thread, once, before the first
+  /// reading.
   void setSocket(std::weak_ptr<GCDAsyncUdpSocket> socket) { mSocket = std::move(socket); }
 
-  /// Puts the filter in force, null for none, and gives back the former one,
-  /// which should end elsewhere: what it has captured may wait for this queue.
+  /// Exchanges the current filter, null for none, for the given one. The former filter must
+  /// end on another queue, as the end of its captures may wait for this one.
   void exchangeFilter(std::shared_ptr<const Filter>& filter);
 
-  /// False when enough is on its way; Client::readOn is called then when one of
-  /// the readings ends.
+  /// False while two readings are being delivered; Client::readOn is called when one ends.
   bool mayRead();
 
-  /// Takes over one reading.
+  /// Takes one reading.
   void deliver(DatagramBatch&& batch);
 
-  /// Nothing that has been handed over is delivered any more, but for the
-  /// datagram in the delegate's hands.
+  /// Drops all datagrams taken so far, except one that the delegate is reading.
   void forget() noexcept { ++mForgotten; }
 
  private:
@@ -68,7 +66,7 @@ class DatagramDelivery {
   host::Queue* const mDelegateQueue;
   std::weak_ptr<GCDAsyncUdpSocket> mSocket;
   const std::shared_ptr<InFlight> mInFlight;
-  // How often `forget` was called, so that what was read before is known.
+  // Number of `forget` calls, which marks older readings.
   std::atomic<std::uint64_t> mForgotten{0};
   std::shared_ptr<const Filter> mFilter;
 };

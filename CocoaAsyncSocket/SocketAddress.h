@@ -10,14 +10,14 @@
 
 namespace velor {
 
-/// The raw address of a socket, IPv4 or IPv6 with a port; a plain value of 28
-/// bytes, small enough to travel in a task.
+/// The raw address of a socket, IPv4 or IPv6 with a port: a plain value of 28 bytes, small
+/// enough to be captured in a task.
 class SocketAddress {
  public:
-  /// Of no family.
+  /// Has no family.
   SocketAddress() noexcept = default;
-  /// Any family but AF_INET and AF_INET6, or a size too short for it, gives one
-  /// of no family.
+  /// Gives an address of no family for other families than AF_INET and AF_INET6, and for a
+  /// size that is too short.
   SocketAddress(const sockaddr* address, socklen_t size) noexcept;
 
   /// All interfaces of the family.

@@ -43,13 +43,13 @@ UDPNetwork::Answer addressesOf(const std::string& host, const std::string& port)
 
 }  // namespace
 
-// Where datagrams of any size land before they are packed into a batch; one for
+// Buffers for datagrams of any size, before they are packed into a batch. One set serves
 // all sockets, since one thread reads them all.
 struct SystemUDPNetwork::ReadingRoom {
   struct Slot {
     std::array<std::uint8_t, kLargestDatagram> bytes;
     sockaddr_storage from;
-    // The one message asked for: how many datagrams the system has dropped.
+    // The only message requested: the number of datagrams that the system has dropped.
     alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(std::uint32_t))> control;
     iovec vector;
   };
@@ -66,7 +66,7 @@ struct SystemUDPNetwork::ReadingRoom {
     }
   }
 
-  // The system writes the sizes of what it gave over those of the room.
+  // The system overwrites the sizes of the buffers with those of its data.
   void reset(std::size_t i) noexcept {
     messages[i].msg_hdr.msg_namelen = sizeof slots[i].from;
     messages[i].msg_hdr.msg_controllen = slots[i].control.size();
@@ -157,7 +157,7 @@ int SystemUDPNetwork::recvmmsg(int descriptor, DatagramBatch& batch) {
 }
 
 void SystemUDPNetwork::close(int descriptor) {
-  ::close(descriptor);  // which ends its watch too
+  ::close(descriptor);  // also ends its watch
 }
 
 int SystemUDPNetwork::watch(int descriptor, std::uint32_t client, bool read, bool write) {

@@ -13,10 +13,10 @@ namespace velor {
 /// The network of this system, by epoll.
 class SystemUDPNetwork final : public UDPNetwork {
  public:
-  /// What the wildcard addresses stand for.
+  /// The interfaces that a wildcard address binds.
   enum class Reach {
     allInterfaces,
-    loopback,  ///< 127.0.0.1 and ::1, out of reach for other machines
+    loopback,  ///< 127.0.0.1 and ::1, which other machines cannot reach
   };
   explicit SystemUDPNetwork(Reach reach = Reach::allInterfaces);
   ~SystemUDPNetwork() override;
@@ -40,8 +40,8 @@ class SystemUDPNetwork final : public UDPNetwork {
 
   const Reach mReach;
   const int mEpoll;
-  int mWakeDescriptor = -1;                   // once it is in mEpoll
-  std::unique_ptr<ReadingRoom> mReadingRoom;  // from the first reading on
+  int mWakeDescriptor = -1;                   // set once it is in mEpoll
+  std::unique_ptr<ReadingRoom> mReadingRoom;  // made for the first reading
 };
 
 }  // namespace velor

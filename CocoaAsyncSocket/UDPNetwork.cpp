@@ -21,7 +21,7 @@ void setUDPNetwork(UDPNetwork* network) noexcept {
   gNetwork = network;
 }
 
-// A queue whose thread waits for descriptors too.
+// A queue whose thread also waits for descriptors.
 class UDPNetwork::Loop final : public host::Queue {
  public:
   explicit Loop(host::Host& theHost)
@@ -70,7 +70,7 @@ void UDPNetwork::run() {
   while (!mEnding.load()) {
     ready.clear();
     wait(mQueue->wake(), ready);
-    // Cleared before the look: a job that comes during it signals again.
+    // First, so that a job that comes while others run signals again.
     mQueue->acknowledgeWake();
     mQueue->drain();
     for (const Ready& each : ready) {
@@ -101,13 +101,13 @@ UDPNetwork::Client* UDPNetwork::client(std::uint32_t id) const {
 void UDPNetwork::resolve(const std::string& host, std::uint16_t port,
                          std::function<void(Answer)> answer) {
   mQueue->assertCurrent();
-  // An address needs nobody's answer, and must not stand behind names that do.
+  // An address needs no look-up, and must not wait for slow ones.
   if (const auto address = SocketAddress::fromText(host, port)) {
     mQueue->async([address = *address, answer = std::move(answer)] { answer({0, {address}}); });
     return;
   }
   LookUp question = lookUp(host, port);
-  const auto found = std::make_shared<Answer>(Answer{EAI_MEMORY, {}});  // should it not be asked
+  const auto found = std::make_shared<Answer>(Answer{EAI_MEMORY, {}});  // for a job that cannot run
   mLookUps->add({[found, run = std::move(question.run)] { *found = run(); },
                  std::move(question.cancel),
                  [found, answer = std::move(answer)] { answer(std::move(*found)); }});

@@ -20,32 +20,32 @@
 
 namespace velor {
 
-/// The system calls under GCDAsyncUdpSocket, and the one thread that waits for
-/// all sockets and runs the jobs of all: the queue "GCDAsyncUdpSocket". Nothing
-/// on that queue ever waits, so one socket does not hold up another.
+/// The system calls that GCDAsyncUdpSocket uses, and the one thread that waits for all
+/// sockets and runs their jobs: the queue "GCDAsyncUdpSocket". No job on that queue blocks,
+/// so no socket delays another.
 ///
-/// Calls give 0 or more, or less a number of errno. They run on the queue.
+/// Calls return 0 or more, or a negative errno. They run on the queue.
 /// Implementations: SystemUDPNetwork, SimulatedUDPNetwork.
 class UDPNetwork {
  public:
-  /// Bytes of a datagram that are read; the rest of a longer one is lost.
+  /// Bytes read of a datagram; the rest of a longer one is lost.
   static constexpr std::size_t kLargestDatagram = 9216;
   /// Datagrams read at once.
   static constexpr std::size_t kMostDatagramsAtOnce = 64;
 
-  /// What the system says of a host.
+  /// The result of a look-up.
   struct Answer {
     int code = 0;  ///< of getaddrinfo; 0 when there are addresses
     std::vector<SocketAddress> addresses;
   };
 
-  /// Who has descriptors.
+  /// An owner of descriptors.
   class Client {
    public:
-    /// A descriptor that was watched can be read or written, has an error, or
-    /// (seldom) none of these. It is not watched any more.
+    /// A watched descriptor can be read or written, has an error, or (rarely) none of these.
+    /// This ends its watch.
     virtual void descriptorReady(int descriptor) = 0;
-    /// What was read and handed on has been taken; more may be read.
+    /// The delegate has taken a reading, so there is room for the next.
     virtual void readOn() = 0;
 
    protected:
@@ -58,8 +58,8 @@ class UDPNetwork {
 
   host::Queue& queue() noexcept;
 
-  /// A number under which the queue finds the client until `removeClient`, so
-  /// that what is under way for it can come to nothing. On the queue.
+  /// Returns an id by which later jobs find the client, or find that it has been removed. On
+  /// the queue.
   std::uint32_t addClient(Client& client);
   void removeClient(std::uint32_t id);
   /// On the queue; null when it has been removed.
@@ -77,23 +77,23 @@ class UDPNetwork {
   virtual int connect(int descriptor, const SocketAddress& address) = 0;
   virtual int getsockname(int descriptor, SocketAddress& address) = 0;
   virtual int send(int descriptor, std::span<const std::uint8_t> data) = 0;
-  /// Adds at most kMostDatagramsAtOnce to the batch and gives how many were read,
-  /// empty ones included, which are not added.
+  /// Adds at most kMostDatagramsAtOnce datagrams to the batch. Returns the number read,
+  /// including empty ones, which are not added.
   virtual int recvmmsg(int descriptor, DatagramBatch& batch) = 0;
   virtual void close(int descriptor) = 0;
 
-  /// Tells the client once when the descriptor is ready for one of the two;
-  /// replaces an earlier watch of it.
+  /// Reports to the client once when the descriptor is ready for one of the two. Replaces an
+  /// earlier watch.
   virtual int watch(int descriptor, std::uint32_t client, bool read, bool write) = 0;
 
  protected:
-  /// Belongs to the host in force, and ends before it.
+  /// Uses the current host, and must end before it.
   UDPNetwork();
 
-  /// To be called last in the constructor and first in the destructor: the thread
-  /// calls the functions below.
+  /// For the end of the constructor and the begin of the destructor, since the thread calls
+  /// the functions below.
   void startThread();
-  /// Ends the program when there is a client left.
+  /// Stops the program when a client is left.
   void endThread();
 
   struct Ready {
@@ -101,11 +101,11 @@ class UDPNetwork {
     int descriptor;
   };
 
-  /// Waits until `wake` has a signal, which it takes, or a watched descriptor is
-  /// ready. The thread alone.
+  /// Waits until `wake` is signalled, and clears it, or until a watched descriptor is ready.
+  /// Only on the thread.
   virtual void wait(host::Semaphore& wake, std::vector<Ready>& ready) = 0;
 
-  /// What asks the system for the addresses of a host, as host::LongJobs runs it.
+  /// The job that asks the system for the addresses of a host, for host::LongJobs.
   struct LookUp {
     std::function<Answer()> run;
     std::function<void()> cancel;
@@ -126,7 +126,7 @@ class UDPNetwork {
   std::uint32_t mLastClient = 0;                        // the queue's
 };
 
-/// The network in force; the application chooses it once, a test for each case.
+/// The current network; the application chooses it once, a test for each case.
 UDPNetwork& udpNetwork() noexcept;
 void setUDPNetwork(UDPNetwork* network) noexcept;
 

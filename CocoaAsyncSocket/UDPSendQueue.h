@@ -11,16 +11,16 @@
 
 namespace velor {
 
-/// What waits to be sent, first in, first out, with a bound on its bytes. Any
-/// thread adds; one takes, and is to be woken by who adds when it has none left.
-/// Realtime-safe: no.
+/// Datagrams waiting to be sent, first in, first out, up to a number of bytes. Any thread
+/// adds; one takes, and the adding thread wakes it when the queue was empty. Realtime-safe:
+/// no.
 class UDPSendQueue {
  public:
   struct Entry {
     std::vector<std::uint8_t> data;
-    double timeout = 0;  ///< seconds; less than 0 is for ever
+    double timeout = 0;  ///< seconds; below 0 = for ever
     std::int64_t tag = 0;
-    bool isConnect = false;  ///< no datagram, but the place of a connect among them
+    bool isConnect = false;  ///< stands for a connect, not a datagram
   };
 
   /// In bytes, with kOverhead for each entry.
@@ -29,12 +29,12 @@ class UDPSendQueue {
 
   enum class Added {
     yes,
-    andWake,       ///< the taker has to be woken
-    refused,       ///< there is no room
-    firstRefused,  ///< after one that was not
+    andWake,       ///< the caller must wake the taking thread
+    refused,       ///< no room
+    firstRefused,  ///< no room for the first time
   };
 
-  /// A connect always finds room.
+  /// Always has room for a connect.
   Added add(Entry entry) {
     const std::lock_guard lock(mMutex);
     const std::size_t bytes = bytesOf(entry);
@@ -47,7 +47,7 @@ class UDPSendQueue {
     return std::exchange(mTakerAwake, true) ? Added::yes : Added::andWake;
   }
 
-  /// Null when there is none; the next one that is added wakes then.
+  /// Null when empty; the next `add` asks for a wake then.
   std::optional<Entry> take() {
     const std::lock_guard lock(mMutex);
     if (mEntries.empty()) {

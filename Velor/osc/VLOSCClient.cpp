@@ -22,13 +22,12 @@ constexpr std::string_view kPortKey = "osc.client.port";
 constexpr std::string_view kEnabledKey = "osc.client.enabled";
 constexpr std::string_view kServiceNameKey = "osc.client.service_name";
 
-// As they were given, where the connection did not stand: without a network at the start
-// the two above are empty.
+// As given. The two above are empty when the target was not connected.
 constexpr std::string_view kStoredHostKey = "osc.client.stored_host";
 constexpr std::string_view kStoredPortKey = "osc.client.stored_port";
 
 constexpr double kSendTimeout = 1.0;  // seconds
-// Until the first attempt to reconnect.
+// Delay of the first attempt to reconnect.
 constexpr std::uint64_t kFirstReconnect = 100'000'000;  // ns
 
 constexpr std::array<KVDependency, 2> kDependencies{
@@ -43,9 +42,8 @@ std::uint16_t decodePort(store::KeyedUnarchiver& coder, std::string_view key) {
   return static_cast<std::uint16_t>(port);
 }
 
-// Whether the socket stays without a way to the destination: the network or the address of
-// this machine to which the system has bound it is gone. A destination that does not answer
-// is another matter.
+// Whether the socket itself can no longer send: the network is gone, or the address of this
+// machine that the system has bound it to. Errors of the destination do not count.
 bool isLasting(const GCDAsyncUdpSocketError& error) {
   return error.domain == kPOSIXErrorDomain &&
          (error.code == EINVAL || error.code == EADDRNOTAVAIL || error.code == ENETUNREACH ||
@@ -74,7 +72,7 @@ void VLOSCClient::initFromUdpHost(const std::optional<std::string>& host, std::u
   KV_REQUIRE_PARAMETER(host.has_value(), "host");
   KV_REQUIRE_PARAMETER(port != 0, "port");
   connectTo(host, port);
-  mEnabled.store(true);  // without the state of the clock, which comes with the list
+  mEnabled.store(true);  // without sending the state, which addClient sends
 }
 
 std::shared_ptr<VLOSCClient> VLOSCClient::initWithCoder(store::KeyedUnarchiver& coder) {
@@ -198,7 +196,7 @@ void VLOSCClient::connectTo(const std::optional<std::string>& host, std::uint16_
   const KVAnnouncement portAnnouncement(*this, "port");
   const KVAnnouncement hostAnnouncement(*this, "host");
   {
-    // Before it can tell of itself, by which it is known as the present one.
+    // Before it can report, since reports of other sockets are ignored.
     const std::lock_guard lock(mMutex);
     mConnection = std::move(next);
   }
@@ -269,7 +267,7 @@ void VLOSCClient::udpSocketDidClose(const std::shared_ptr<GCDAsyncUdpSocket>& so
   setConnectedLater(socket, false);
 }
 
-// A socket that was replaced says nothing of its successor.
+// Ignores reports of a replaced socket.
 void VLOSCClient::setConnectedLater(const std::shared_ptr<GCDAsyncUdpSocket>& socket,
                                     bool connected) {
   mMainQueue.async([weak = weak_from_this(), socket, connected] {

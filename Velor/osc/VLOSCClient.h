@@ -19,16 +19,16 @@
 
 namespace velor {
 
-/// What the row of a target shows.
+/// The status light in the row of a target.
 enum class VLOSCClientStatusImage { available, unavailable, none };
 
-/// A target of feedback: a host and port to which messages go by UDP. Nothing that
-/// comes from there is read. A connection that cannot stand, or that stops to work since
-/// this machine has another address, is made again every kReconnectInterval until it
-/// stands; the target gets the state of the clock then.
+/// A target of feedback: sends messages to a host and port by UDP, and ignores incoming
+/// datagrams. When the connection fails, also because this machine has changed its address,
+/// it reconnects every kReconnectInterval; once connected, the target gets the state of the
+/// clock.
 ///
-/// Observable: "host", "port", "connected", "alive", "statusImage". Main queue,
-/// where nothing else is said.
+/// Observable: "host", "port", "connected", "alive", "statusImage". Queue: main, unless
+/// stated otherwise.
 class VLOSCClient : public KVObservable,
                     public GCDAsyncUdpSocketDelegate,
                     public store::KeyedCoding,
@@ -38,43 +38,43 @@ class VLOSCClient : public KVObservable,
   /// ns.
   static constexpr std::uint64_t kReconnectInterval = 5'000'000'000;
 
-  /// Enabled, and connecting. Raises for no host and for port 0.
+  /// Enabled, and starts to connect. Raises without a host and for port 0.
   static std::shared_ptr<VLOSCClient> initWithUdpHost(const std::optional<std::string>& host,
                                                       std::uint16_t port);
-  /// Connects itself; sends nothing yet. Any thread.
+  /// Starts to connect; does not send the state. Any thread.
   static std::shared_ptr<VLOSCClient> initWithCoder(store::KeyedUnarchiver& coder);
   ~VLOSCClient() override;
 
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(store::KeyedArchiver& coder) const override;
 
-  /// Null after an attempt to connect that could not begin.
+  /// Null when the last attempt to connect could not begin.
   std::optional<std::string> host() const;
-  /// That of the connection; 0 before it stands.
+  /// Port of the connection; 0 until it is connected.
   std::uint16_t port() const;
-  /// As they were given, whatever became of the connection.
+  /// As given, whether or not it is connected.
   std::optional<std::string> storedHost() const;
   std::uint16_t storedPort() const;
 
   bool enabled() const noexcept { return mEnabled.load(); }
-  /// One that is enabled gets the state of the clock at once.
+  /// Enabling sends the state of the clock.
   void setEnabled(bool enabled);
 
-  /// Whether it ends with the run, and is not saved. An edit makes it last.
+  /// Whether it is for this run only, and not saved. Any edit makes it permanent.
   bool isForThisRun() const noexcept { return mForThisRun; }
   void setForThisRun(bool forThisRun) noexcept { mForThisRun = forThisRun; }
 
-  /// Connected, and seen on the network.
+  /// Connected and present.
   virtual bool alive() const { return connected() && mAlive; }
-  /// One that is seen again gets the state of the clock at once.
+  /// A target that becomes alive gets the state of the clock.
   void setAlive(bool alive);
-  /// Seen on the network, connected or not.
+  /// Found on the network, connected or not.
   bool isPresent() const noexcept { return mAlive; }
   virtual VLOSCClientStatusImage statusImage() const;
 
   bool connected() const noexcept { return mConnected; }
 
-  /// Whether the user has typed it in.
+  /// Whether the user has entered it.
   virtual bool userDefinedHost() const { return false; }
 
   const std::optional<std::string>& serviceName() const noexcept { return mServiceName; }
@@ -88,12 +88,11 @@ class VLOSCClient : public KVObservable,
   }
   bool isEqualToNetService(const std::shared_ptr<discovery::NSNetService>& service) const;
 
-  /// Gives the old connection up for this one. The name is looked up in the
-  /// background; what is sent meanwhile waits for it, a second at most once its
-  /// turn has come. Broadcast addresses are hosts too.
+  /// Replaces the connection. The look-up of the name runs in the background; messages wait
+  /// for it, each at most one second once its turn has come. Accepts broadcast addresses.
   void setHostPort(const std::optional<std::string>& host, std::uint16_t port);
 
-  // --- sending: nothing while disabled or without a host, and what is lost is lost.
+  // --- sending: only while enabled and with a host; lost messages are not repeated.
   // Any thread.
 
   void sendFloatParam(std::string_view address, float value);
@@ -115,12 +114,12 @@ class VLOSCClient : public KVObservable,
  protected:
   VLOSCClient();
 
-  // For a new object of a class: what was given, what is stored.
+  // For new objects: from arguments, from an archive.
   void initFromUdpHost(const std::optional<std::string>& host, std::uint16_t port);
   void initFromCoder(store::KeyedUnarchiver& coder);
 
  private:
-  // The queue first: a socket must be closed before its queue ends.
+  // Queue before socket: the socket must close before its queue ends.
   struct Connection {
     ~Connection() {
       if (socket != nullptr) {
@@ -132,7 +131,7 @@ class VLOSCClient : public KVObservable,
     std::shared_ptr<GCDAsyncUdpSocket> socket;
   };
 
-  // On it the sockets of all targets report; it ends with the last of them.
+  // The sockets of all targets report on it; it ends with the last target.
   static std::shared_ptr<host::Queue> queueOfAllTargets();
 
   std::shared_ptr<GCDAsyncUdpSocket> udpSocket() const;
@@ -147,7 +146,7 @@ class VLOSCClient : public KVObservable,
   bool mForThisRun = false;
   bool mAlive = false;
   bool mConnected = false;
-  // From a failure of the connection until it stands again, or is changed.
+  // From a failure of the connection until it is connected or replaced.
   std::atomic<bool> mInterrupted{false};
   bool mReconnectPending = false;
   std::optional<std::string> mServiceName;
@@ -158,7 +157,7 @@ class VLOSCClient : public KVObservable,
   std::optional<std::string> mHost;
   std::optional<std::string> mStoredHost;
   std::uint16_t mPort = 0;
-  std::unique_ptr<Connection> mConnection;  // null after one that could not begin
+  std::unique_ptr<Connection> mConnection;  // null when it could not begin
 };
 
 }  // namespace velor

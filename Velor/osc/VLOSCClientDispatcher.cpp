@@ -83,7 +83,7 @@ void VLOSCClientDispatcher::addClient(const std::shared_ptr<VLOSCClient>& client
 }
 
 void VLOSCClientDispatcher::removeClientsAtIndexes(const std::set<std::size_t>& indexes) {
-  Clients removed;  // they end without the lock
+  Clients removed;  // destroyed after the lock is released
   const KVAnnouncement announcement(*this, "clients");
   const std::lock_guard lock(mMutex);
   KV_REQUIRE_PARAMETER(indexes.empty() || *indexes.rbegin() < mClients.size(), "indexes");
@@ -133,8 +133,8 @@ void VLOSCClientDispatcher::resolutionEnded(const Service& service) {
   resolveNext();
 }
 
-// The names of the services that are present are unique: one that has the name of an absent
-// target is the same service, at another address or port.
+// Names of present services are unique, so a service with the name of an absent target is
+// that target, at another address or port.
 std::shared_ptr<VLOSCClient> VLOSCClientDispatcher::absentClientNamed(
     const std::string& name) const {
   const Clients all = clients();
@@ -356,7 +356,7 @@ void VLOSCClientDispatcher::netServiceDidResolveAddress(const Service& service) 
     client->setNetService(service);
     return;
   }
-  if (service->port() == 0) {  // a name that was reserved, with nobody behind it
+  if (service->port() == 0) {  // only reserves the name
     return;
   }
   if (const auto moved = absentClientNamed(service->name())) {

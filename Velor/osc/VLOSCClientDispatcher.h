@@ -22,25 +22,24 @@
 
 namespace velor {
 
-/// Tells every target what the clock does, one message a datagram, under the
-/// addresses that the server takes commands at:
+/// Reports the state of the clock to every target, one message per datagram, at the
+/// addresses of the server's commands:
 ///
-///   /velor/speed            f  percent off normal
-///   /velor/transport/play   f  1 while it runs, else 0
-///   /velor/transport/stop   f  the opposite, right behind
+///   /velor/speed            f  deviation from normal speed in percent
+///   /velor/transport/play   f  1 while the clock runs, otherwise 0
+///   /velor/transport/stop   f  the opposite, sent next
 ///   /velor/preroll          f  1 or 0
 ///   /velor/arm              f  1 or 0
-///   /velor/time             s  as it is displayed: "01:02:03:04"
+///   /velor/time             s  as displayed: "01:02:03:04"
 ///
-/// Targets are found on the network, where services of the type "_osc._udp." are,
-/// or added by the user. A service that goes leaves its target in the list, and takes it
-/// again when it returns, from another address too. Anyone on the network can announce
-/// services: kMostFoundClients of their targets stay in the list, and those that are not
-/// present go first. A fresh target gets speed, play, stop and the time, if there is one;
-/// the others when they change.
+/// Targets are services of the type "_osc._udp." found on the network, or entered by the
+/// user. The target of a service that goes stays in the list; a service that returns, also
+/// from another address, gets its old target. Anyone on the network can announce services,
+/// so the list keeps at most kMostFoundClients found targets and drops absent ones first. A
+/// new target gets speed, play, stop and the time if known; other values when they change.
 ///
-/// Observable: "clients", told on the main queue or by whoever loads. Updates run on
-/// the thread of the change that caused them; the rest on the main queue.
+/// Observable: "clients", announced on the main queue or on the thread that loads. Updates
+/// run on the thread of the change that caused them. Queue otherwise: main.
 class VLOSCClientDispatcher final : public KVObservable,
                                     public discovery::NSNetServiceBrowserDelegate,
                                     public discovery::NSNetServiceDelegate {
@@ -50,27 +49,27 @@ class VLOSCClientDispatcher final : public KVObservable,
 
   static constexpr double kResolveTimeout = 10.0;  // seconds
   static constexpr std::size_t kMostFoundClients = 256;
-  /// At once; the other services wait for their turn.
+  /// Resolutions at once; other services wait.
   static constexpr std::size_t kMostResolutions = 16;
 
-  /// The dispatcher of the process. The first call is the main thread's.
+  /// The dispatcher of the process. First call: on the main thread.
   static VLOSCClientDispatcher& sharedDispatcher();
 
   // --- targets
 
   /// A copy. Any thread.
   Clients clients() const;
-  /// Tells it the state. Raises for null.
+  /// Sends it the state. Raises for null.
   void addClient(const std::shared_ptr<VLOSCClient>& client);
-  /// Raises for an index that is none.
+  /// Raises for a bad index.
   void removeClientsAtIndexes(const std::set<std::size_t>& indexes);
-  /// Has the target of the service be alive; one that has none yet is resolved first.
+  /// Marks the target of the service alive, or resolves a service without a target.
   void addClientFromNetService(const Service& service);
-  /// It stays in the list.
+  /// Marks the target not alive; it stays in the list.
   void removeClientWithNetService(const Service& service);
-  /// The first in the list; null where there is none.
+  /// The first match in the list, or null.
   std::shared_ptr<VLOSCClient> clientMatchingToServive(const Service& service) const;
-  /// Whether it is the publication of our own server, as it runs now.
+  /// Whether it is the current publication of our own server.
   static bool isMyOwnService(const discovery::NSNetService& service);
 
   // --- updates
@@ -84,7 +83,7 @@ class VLOSCClientDispatcher final : public KVObservable,
 
   // --- settings
 
-  /// A keyed archive of the targets that outlive the run.
+  /// A keyed archive of the targets that are not for this run only.
   Expected<std::string> settingsData() const;
   /// They replace the present targets. An error has the place of the damage; there are no
   /// targets then. Any thread.
@@ -124,8 +123,8 @@ class VLOSCClientDispatcher final : public KVObservable,
   ~VLOSCClientDispatcher() override;
 
   struct State {
-    // Null until the first change, as the clock may have been set before; a fresh target is
-    // told of no speed but 0 until then.
+    // Null until the first change. New targets get speed 0 until then, even if the clock was
+    // set before.
     std::optional<float> speed;
     std::optional<bool> preroll;
     std::optional<bool> arm;
@@ -147,8 +146,8 @@ class VLOSCClientDispatcher final : public KVObservable,
   bool makeRoomForFoundClient();
   static void dropFoundClients(Clients& clients, std::size_t most);
 
-  std::vector<Service> mUnresolvedClients;  // the first are under resolution
-  std::size_t mResolutions = 0;             // so many
+  std::vector<Service> mUnresolvedClients;  // those under resolution come first
+  std::size_t mResolutions = 0;             // number of those under resolution
   bool mToldFull = false;
 
   const host::WeakSelf<VLOSCClientDispatcher> mSelf;

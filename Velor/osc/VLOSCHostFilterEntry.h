@@ -11,27 +11,27 @@
 
 namespace velor {
 
-/// A row of the host filter: a host, and whether what it commands is done.
-/// Main queue, or an owner that nobody else knows yet.
+/// A row of the host filter: a host, and whether its commands are obeyed. Queue: main, or
+/// any thread before the row is shared.
 class VLOSCHostFilterEntry final : public store::KeyedCoding {
  public:
   static constexpr std::string_view kClassName = "VLOSCHostFilterEntry";
 
-  /// Not ticked. `address`: the text that GCDAsyncUdpSocket::hostFromAddress gives;
-  /// raises for none. The delegate is held weakly.
+  /// Not ticked. `address`: as from GCDAsyncUdpSocket::hostFromAddress; raises if empty.
+  /// Holds the delegate weakly.
   static std::shared_ptr<VLOSCHostFilterEntry> initWithAddress(
       std::optional<std::string> address, std::weak_ptr<VLOSCHostFilterEntryDelegate> delegate);
-  /// Without a delegate. Null where no address is stored.
+  /// Without a delegate. Null when the archive has no address.
   static std::shared_ptr<VLOSCHostFilterEntry> initWithCoder(store::KeyedUnarchiver& coder);
 
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(store::KeyedArchiver& coder) const override;
 
   bool enabled() const noexcept { return mEnabled; }
-  /// Tells the delegate in any case. What is ticked so lasts: see setForThisRun.
+  /// Always calls the delegate. Makes the row permanent; see setForThisRun.
   void setEnabled(bool enabled);
 
-  /// Whether the tick ends with the run; such a row is not saved.
+  /// Whether the tick is for this run only; such a row is not saved.
   bool isForThisRun() const noexcept { return mForThisRun; }
   void setForThisRun(bool forThisRun) noexcept { mForThisRun = forThisRun; }
 
@@ -41,7 +41,7 @@ class VLOSCHostFilterEntry final : public store::KeyedCoding {
     mDelegate = std::move(delegate);
   }
 
-  /// For a display; nothing here knows it.
+  /// For displays only.
   const std::optional<std::string>& hostName() const noexcept { return mHostName; }
   void setHostName(std::optional<std::string> hostName) { mHostName = std::move(hostName); }
 

@@ -5,12 +5,12 @@ namespace velor {
 
 class VLOSCHostFilterEntry;
 
-/// Hears of a row of the host filter being ticked or unticked.
+/// Gets each tick and untick of a row of the host filter.
 class VLOSCHostFilterEntryDelegate {
  public:
   virtual ~VLOSCHostFilterEntryDelegate() = default;
 
-  /// Also when it was so before. On the thread that set it.
+  /// Also without a change. On the thread that set it.
   virtual void hostFilterEntryChangedEnabled(VLOSCHostFilterEntry& entry, bool enabled) = 0;
 };
 

@@ -24,7 +24,7 @@ constexpr std::array<KVDependency, 1> kDependencies{{{"url", "running"}}};
 
 constexpr std::array<store::KeyedClass, 1> kArchivedClasses{
     store::KeyedClass::of<VLOSCHostFilterEntry>()};
-// The one key of the archive that holds the list of hosts.
+// Key of the list of hosts, the only one in its archive.
 constexpr std::string_view kHostsKey = "root";
 
 Expected<VLOSCServer::Entries> unarchiveHosts(const std::vector<std::uint8_t>& data) {
@@ -174,7 +174,7 @@ bool VLOSCServer::allowFromHost(const std::string& host) {
 void VLOSCServer::noteRefused(const std::string& host) {
   mKnown.insert(host);
   mRefused.push_back(host);
-  if (mRefused.size() > kMostUntickedEntries) {  // it would not stay in the list either
+  if (mRefused.size() > kMostUntickedEntries) {  // the list would drop it as well
     mKnown.erase(mRefused.front());
     mRefused.pop_front();
   }
@@ -226,7 +226,7 @@ void VLOSCServer::hostFilterEntryChangedEnabled(VLOSCHostFilterEntry& entry, boo
   }
 }
 
-// An entry that is listed tells of its tick, and one that is not must let nobody in.
+// Only ticks of listed entries may let a host in.
 void VLOSCServer::adopt(VLOSCHostFilterEntry& entry) {
   entry.setDelegate(mSelf);
   const std::lock_guard lock(mHostsMutex);
@@ -324,13 +324,13 @@ GCDAsyncUdpSocketResult VLOSCServer::loadSettingsDictionary(const VLOSCServerSet
   mHost.mainQueue().async(mSelf.job([entries = *std::move(entries)](VLOSCServer& self) {
     const KVAnnouncement announcement(self, "hostFilter");
     for (const auto& replaced : self.mHostFilter) {
-      replaced->setDelegate({});  // whoever still holds it lets nobody in
+      replaced->setDelegate({});  // its ticks let no host in any more
     }
     self.mHostFilter = entries;
     const std::lock_guard lock(self.mHostsMutex);
     self.mKnown = {self.mRefused.begin(), self.mRefused.end()};
   }));
-  // The filter mode is not taken over: letting everybody in is for one session.
+  // Does not restore the filter mode: admitting every host is for one run only.
   return settings.running ? startUdPServerAtPort(settings.port) : GCDAsyncUdpSocketResult();
 }
 

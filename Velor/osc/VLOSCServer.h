@@ -32,35 +32,34 @@ namespace velor {
 
 class VLOscRx;
 
-/// Lets other machines command the clock by OSC, those alone that the user has
-/// ticked in the list of hosts. A host that is refused appears there, not ticked,
-/// and nothing that it sends is read.
+/// Lets other machines control the clock by OSC, if the user has ticked them in the list of
+/// hosts. A refused host appears in the list, not ticked; its datagrams are not read.
 ///
-/// Observable: "running", "url", "hostFilter", "filterMode". Main queue, where
-/// nothing else is said.
+/// Observable: "running", "url", "hostFilter", "filterMode". Queue: main, unless stated
+/// otherwise.
 class VLOSCServer final : public KVObservable,
                           public VLOScRxDelegate,
                           public VLOSCHostFilterEntryDelegate {
  public:
   using Entries = std::vector<std::shared_ptr<VLOSCHostFilterEntry>>;
 
-  /// Everyone may command.
+  /// Every host may send commands.
   static constexpr std::int32_t kPromiscuousMode = static_cast<std::int32_t>(KVFourCC("proi"));
-  /// Those may who are ticked, as with any other mode.
+  /// Only ticked hosts may; any other mode means the same.
   static constexpr std::int32_t kFilteringMode = KVFourCC("filt");
 
   static constexpr std::uint16_t kDefaultPort = 7770;
-  /// Of the TXT record.
+  /// Key in the TXT record.
   static constexpr std::string_view kUIDKey = "uid";
 
-  /// Anyone can send from any number of made-up addresses: of the entries that are
-  /// not ticked this many stay in the list, those that came last. Who is ticked stays.
+  /// Anyone can send from any number of fake addresses, so the list keeps only so many
+  /// entries that are not ticked, the latest. Ticked entries stay.
   static constexpr std::size_t kMostUntickedEntries = 256;
-  /// Refused hosts are added to the list no oftener than this, in ns, so that a flood
-  /// of them does not keep the main queue from its work.
+  /// Least time between additions of refused hosts to the list, ns, so that a flood of them
+  /// does not block the main queue.
   static constexpr std::uint64_t kListingInterval = 100'000'000;
 
-  /// The server of the process. The first call is the main thread's.
+  /// The server of the process. First call: on the main thread.
   static VLOSCServer& sharedServer();
 
   /// Held weakly.
@@ -71,16 +70,15 @@ class VLOSCServer final : public KVObservable,
   /// For a stopped server.
   GCDAsyncUdpSocketResult startUdPServerAtPort(std::uint16_t port);
   void stop();
-  /// Stops it and starts it at this port; the settings keep what they had.
+  /// Restarts it at this port without changing the saved settings.
   GCDAsyncUdpSocketResult startForThisRunAtPort(std::uint16_t port);
-  /// The port of the last start, if that failed.
+  /// The port of the last start if it failed.
   std::optional<std::uint16_t> refusedPort() const;
   bool running() const;
-  /// 0 while it does not run.
+  /// 0 while stopped.
   std::uint16_t port() const;
   std::optional<std::string> url() const;
-  /// Another for each start, by which the service is known as our own; empty before
-  /// the first.
+  /// New for each start; identifies our own service. Empty before the first start.
   std::string uuid() const;
 
   // --- who may command
@@ -89,12 +87,12 @@ class VLOSCServer final : public KVObservable,
   void setFilterMode(std::int32_t filterMode);
 
   std::size_t countOfHostFilter() const { return mHostFilter.size(); }
-  /// Raises for an index that is none, as all below.
+  /// All functions below raise for a bad index.
   std::shared_ptr<VLOSCHostFilterEntry> objectInHostFilterAtIndex(std::size_t index) const;
   void addHostFilterObject(const std::shared_ptr<VLOSCHostFilterEntry>& entry);
-  /// The entries stand at these indexes then; as many as those.
+  /// `indexes`: where the entries stand afterwards, one for each.
   void insertHostFilter(const Entries& entries, const std::set<std::size_t>& indexes);
-  /// Its host is refused then, also if another ticked entry names it too.
+  /// Refuses its host from now on, even if another ticked entry has the same address.
   void removeHostFilterObject(const std::shared_ptr<VLOSCHostFilterEntry>& entry);
   void removeHostFilterAtIndexes(const std::set<std::size_t>& indexes);
 
@@ -147,11 +145,11 @@ class VLOSCServer final : public KVObservable,
   std::string mUUID;                                     // under mServiceMutex
   std::shared_ptr<discovery::NSNetService> mNetService;  // under mServiceMutex
   std::optional<std::uint16_t> mRefusedPort;             // under mServiceMutex
-  std::optional<NextStart> mNextStart;                   // under mServiceMutex; null: as now
+  std::optional<NextStart> mNextStart;  // under mServiceMutex; null: as it runs now
 
   std::mutex mHostsMutex;
   // Under mHostsMutex.
-  std::unordered_set<std::string> mHostFilterHash;  // the ticked ones
+  std::unordered_set<std::string> mHostFilterHash;  // ticked
   std::deque<std::string> mRefused;                 // to be listed
   std::unordered_set<std::string> mKnown;           // listed or to be listed
   bool mListingPosted = false;

@@ -5,7 +5,7 @@ namespace velor {
 
 class VLOSCServer;
 
-/// Does what OSC commands ask for, as its buttons and menus would. Queue: main.
+/// Performs OSC commands like its own buttons and menus. Queue: main.
 class VLOSCServerDelegate {
  public:
   virtual ~VLOSCServerDelegate() = default;
@@ -15,7 +15,7 @@ class VLOSCServerDelegate {
   virtual void gotoPrevMarker() = 0;
   virtual void gotoNextMarker() = 0;
   virtual void addMarker(VLOSCServer& sender) = 0;
-  /// Percent off normal speed; any float.
+  /// Deviation from normal speed in percent; any float.
   virtual void setPlayRate(float playRate) = 0;
 };
 

@@ -10,7 +10,7 @@
 
 namespace velor {
 
-/// What a VLOSCServer keeps between runs.
+/// The settings of a VLOSCServer.
 struct VLOSCServerSettings final : store::KeyedCoding {
   static constexpr std::string_view kClassName = "VLOSCServerSettings";
 

@@ -8,24 +8,23 @@
 
 namespace velor {
 
-/// Decides who may command, and takes the commands. `address` is where the
-/// datagram came from.
+/// Decides which hosts may send commands, and gets the commands. `address`: the sender.
 class VLOScRxDelegate {
  public:
   virtual ~VLOScRxDelegate() = default;
 
-  /// Asked for every datagram before anything in it is looked at. Queue: velor.osc.
+  /// Called for every datagram before it is read. Queue: velor.osc.
   virtual bool allowFromHost(const std::string& host) = 0;
 
   // Queue: main, in the order of the messages.
 
   virtual void commandFromAddressChangePlaybackStatus(const SocketAddress& address, bool play) = 0;
-  /// Percent off normal speed, any float.
+  /// Deviation from normal speed in percent; any float.
   virtual void commandFromAddressChangePlaybackSpeed(const SocketAddress& address, float speed) = 0;
   virtual void commandFromAddressChangePrerollStatus(const SocketAddress& address,
                                                      bool preroll) = 0;
   virtual void commandFromAddressChangeArmed(const SocketAddress& address, bool armed) = 0;
-  /// 1: the next one, -1: the one before; others mean nothing.
+  /// 1: next, -1: previous; ignore others.
   virtual void commandFromAddressGotoMarker(const SocketAddress& address, std::int32_t marker) = 0;
   virtual void addMarkerCommandFromAddress(const SocketAddress& address) = 0;
 };

@@ -29,7 +29,7 @@ bool isNormal(float value) {
   return std::isnormal(value);
 }
 
-// Of what does not fit the low bits count, as of any whole number that is cut.
+// A number that does not fit is truncated to its low 32 bits, like any integer.
 std::int32_t markerOf(float value) {
   const float rounded = std::round(value);
   return std::abs(rounded) < 0x1p63F ? static_cast<std::int32_t>(static_cast<std::int64_t>(rounded))
@@ -41,7 +41,7 @@ bool beginsWith(const Message& message, std::string_view path) {
 }
 
 struct Command {
-  // A message whose first names are these is for commands of this branch alone.
+  // A message that begins with these names gives only commands of this branch.
   std::string_view branch;
   std::string_view address;
   bool (*accepts)(float value);
@@ -52,7 +52,7 @@ constexpr std::string_view kRoot = "/velor";
 constexpr std::string_view kTransport = "/velor/transport";
 constexpr std::string_view kMarker = "/velor/marker";
 
-// In the order in which they are tried.
+// In the order of the tests.
 constexpr std::array<Command, 7> kCommands{{
     {kTransport, "/velor/transport/play", isPositive,
      [](Delegate& delegate, const SocketAddress& from, float) {
@@ -84,7 +84,7 @@ constexpr std::array<Command, 7> kCommands{{
      }},
 }};
 
-// The command that the message gives, and its argument.
+// The command of a message, and its argument; null when it gives none.
 const Command* commandOf(const Message& message, float& value) {
   if (!beginsWith(message, kRoot)) {
     return nullptr;
@@ -133,7 +133,7 @@ GCDAsyncUdpSocketResult VLOscRx::startAtPort(std::uint16_t port) {
     VELOR_LOG_WARNING("failed to start osc server at port %u", static_cast<unsigned>(port));
     return bound;
   }
-  // Before the first datagram can come in.
+  // Before the first datagram can arrive.
   mRunning.store(true);
   auto begun = mSocket->beginReceiving();
   if (!begun) {
@@ -146,7 +146,7 @@ void VLOscRx::stop() {
   mRunning.store(false);
   endWaiting();
   mSocket->close();
-  mWorkQueue->sync([] {});  // the datagram in hand
+  mWorkQueue->sync([] {});  // waits for the datagram that is being read
 }
 
 std::optional<std::string> VLOscRx::urlString() const {
@@ -189,7 +189,7 @@ void VLOscRx::waitForMainQueue() {
   };
   while (mustWait()) {
     mWaitsForMainQueue.store(true);
-    if (mustWait()) {  // still, now that the end of the wait would be told
+    if (mustWait()) {  // still, now that commandEnded would signal
       mRoom->wait();
     }
   }

@@ -17,31 +17,29 @@
 
 namespace velor {
 
-/// Receives OSC by UDP and makes commands of it, for one run of the server.
+/// Receives OSC by UDP and turns it into commands, for one run of the server.
 ///
-/// A command is a message to one of these addresses, which may be given as an OSC
-/// pattern, with one argument of type f. Whatever else comes in does nothing, and
-/// is not answered. A bundle acts at once, whatever its time tag says; a datagram
-/// with anything that cannot be read does nothing at all.
+/// A command is a message to one of these addresses, or to an OSC pattern that matches one,
+/// with one argument of type f. Other messages have no effect and no answer. A bundle acts
+/// at once, whatever its time tag; a datagram with an error has no effect at all.
 ///
-///   /velor/transport/play   f > 0       /velor/speed     any f, percent off normal
-///   /velor/transport/stop   f > 0       /velor/preroll   on for f > 0, else off
-///   /velor/marker/goto      1 or -1     /velor/arm       on for f > 0, else off
+///   /velor/transport/play   f > 0       /velor/speed     any f, deviation in percent
+///   /velor/transport/stop   f > 0       /velor/preroll   on if f > 0, otherwise off
+///   /velor/marker/goto      1 or -1     /velor/arm       on if f > 0, otherwise off
 ///   /velor/marker/add       f > 0
 ///
-/// One message is one command at most: of several addresses that a pattern meets,
-/// the first in this order down the columns, within the branch that its first
-/// names lead to.
+/// A message gives at most one command: the first that its pattern matches, down the columns,
+/// within the branch of its first names (transport, marker, or the rest).
 ///
-/// When the main queue is kMostCommandsWaiting behind, nothing more is taken from
-/// the socket until it has caught up, so that a flood costs no memory: what comes
-/// meanwhile waits with the system, and is dropped there when that has no room.
+/// While kMostCommandsWaiting commands wait on the main queue, the socket is not read, so
+/// that a flood costs no memory: datagrams wait in the system's buffer, which drops them
+/// when it is full.
 class VLOscRx final : public GCDAsyncUdpSocketDelegate,
                       public std::enable_shared_from_this<VLOscRx> {
  public:
   static constexpr std::uint32_t kMostCommandsWaiting = 1024;
 
-  /// The delegate is held weakly; once it has gone nobody is let in. Raises for null.
+  /// Holds the delegate weakly; without it every host is refused. Raises for null.
   static std::shared_ptr<VLOscRx> initWithDelegate(
       const std::shared_ptr<VLOScRxDelegate>& delegate);
   /// Stops. Any thread.
@@ -51,12 +49,12 @@ class VLOscRx final : public GCDAsyncUdpSocketDelegate,
 
   /// Any thread but velor.osc.
   GCDAsyncUdpSocketResult startAtPort(std::uint16_t port);
-  /// Makes no more commands once it has returned; those made already still reach
-  /// the delegate. Any thread but velor.osc.
+  /// Gives no new commands after it has returned; commands on the main queue still reach the
+  /// delegate. Any thread but velor.osc.
   void stop();
 
   bool running() const noexcept { return mRunning.load(); }
-  /// 0 while it does not run.
+  /// 0 while stopped.
   std::uint16_t port() const { return mSocket->localPort(); }
   /// "osc.udp://0.0.0.0:7770/", with brackets around an IPv6 address.
   std::optional<std::string> urlString() const;
@@ -78,8 +76,8 @@ class VLOscRx final : public GCDAsyncUdpSocketDelegate,
   std::atomic<std::uint32_t> mCommandsWaiting{0};  // on the main queue
   std::atomic<bool> mWaitsForMainQueue{false};
   const std::unique_ptr<host::Semaphore> mRoom;
-  VLQueueEnd::Owned mWorkQueue;                // set in construction for good
-  std::shared_ptr<GCDAsyncUdpSocket> mSocket;  // set in construction for good
+  VLQueueEnd::Owned mWorkQueue;                // set once, at construction
+  std::shared_ptr<GCDAsyncUdpSocket> mSocket;  // set once, at construction
 };
 
 }  // namespace velor

@@ -8,8 +8,8 @@
 
 namespace velor {
 
-/// Ends a queue whose owner may go on the queue itself: the main queue, which a
-/// queue can wait for, does it then.
+/// Ends a queue whose owner may end on that queue itself: hands it to the main queue then,
+/// which can wait for it.
 struct VLQueueEnd {
   void operator()(host::Queue* queue) const {
     std::unique_ptr<host::Queue> owned(queue);

@@ -11,28 +11,28 @@
 
 namespace velor {
 
-/// A target that the user has typed in, and may type over. Main queue.
+/// A target that the user has entered and may edit. Queue: main.
 class VLUserDefinedOSCClient final : public VLOSCClient {
  public:
   static constexpr std::string_view kClassName = "VLUserDefinedOSCClient";
   static constexpr std::uint16_t kDefaultPort = 9000;
 
-  /// As VLOSCClient's.
+  /// Like VLOSCClient's.
   static std::shared_ptr<VLUserDefinedOSCClient> initWithUdpHost(
       const std::optional<std::string>& host, std::uint16_t port);
   static std::shared_ptr<VLUserDefinedOSCClient> initWithCoder(store::KeyedUnarchiver& coder);
 
   std::string_view archiveClassName() const override { return kClassName; }
 
-  /// Nobody announces it.
+  /// No service announces it, so it always counts as alive.
   bool alive() const override { return true; }
   VLOSCClientStatusImage statusImage() const override { return VLOSCClientStatusImage::none; }
   bool userDefinedHost() const override { return true; }
 
-  // Each connects anew.
+  // Each reconnects.
   void setHost(const std::optional<std::string>& host) { moveTo(host, storedPort()); }
   void setPort(std::uint16_t port) { moveTo(storedHost(), port); }
-  /// For a cell that was emptied: "port" becomes kDefaultPort, other keys raise.
+  /// For an emptied cell: "port" becomes kDefaultPort, other keys raise.
   void setNilValueForKey(std::string_view key);
 
  private:

@@ -6,8 +6,8 @@
 
 namespace velor::oscpkt {
 
-/// A programming error, never one of the bytes read: the process ends, with the
-/// condition's text and the function on stderr.
+/// Stops the program on a programming error, with condition and function on stderr. Received
+/// bytes never cause one.
 inline void OscAssert(bool condition, const char* text, const char* function) noexcept {
   if (!condition) {
     std::fprintf(stderr, "assertion failed: %s, in %s\n", text, function);

@@ -18,7 +18,7 @@ constexpr std::size_t byteOf(char c) {
   return static_cast<unsigned char>(c);
 }
 
-// What may stand for more than itself; a slash does when another follows.
+// Whether the character is a wildcard; a slash is one when another follows.
 constexpr auto kSpecial = [] {
   std::array<bool, 256> special{};
   for (const char c : std::string_view("?*[{/")) {
@@ -62,32 +62,31 @@ class CharacterSet {
     return (index < end) != mIsNegated;
   }
   [[nodiscard]] bool isClosed() const { return mIsClosed; }
-  /// Behind the "]", or the end of the pattern.
+  /// After the "]", or the end of the pattern.
   [[nodiscard]] std::size_t end() const { return mEnd; }
 
  private:
-  // Ranges go by signed bytes, on any machine.
+  // Ranges compare signed bytes, on any machine.
   static std::size_t indexOf(char c) {
     return static_cast<std::size_t>(static_cast<signed char>(c) - SCHAR_MIN);
   }
 
-  // The end of the longest range that begins at each character; one that stands the
-  // wrong way round ends before it begins. So a member takes no longer for its width.
+  // The end of the longest range that begins at each character; a reversed range ends before
+  // its begin. So wide ranges take no longer than single characters.
   std::array<std::uint16_t, 256> mEnds{};
   bool mIsNegated = false;
   bool mIsClosed = false;
   std::size_t mEnd = 0;
 };
 
-// Follows all the ways that a pattern leaves open at once. Each element of a pattern is
-// one piece of it, whatever it meets in the path; so all ways stand at one place of the
-// pattern and differ by their places in the path alone: a set, of which the path's end is
-// a member like the others. A way that ends further on in the pattern ends later, so the
-// last result is the furthest.
+// Follows all ways to match a pattern at once. All ways stand at the same place of the
+// pattern and differ only in their places in the path, which form a set; the end of the path
+// is one of the places. A way that leads further in the pattern ends later, so the last
+// result is the furthest.
 //
-// An element that must take a character moves every place, and there are no more of
-// these than the path has characters before no way is left. The others, stars and
-// lists, take a few operations on sets a character.
+// An element that must match a character moves every place by one, so after as many of these
+// as the path has characters no way is left. Stars and lists take a few set operations per
+// character.
 class Ways {
  public:
   Ways(std::string_view pattern, std::string_view path) : mPattern(pattern), mPath(path) {}
@@ -127,15 +126,15 @@ class Ways {
  private:
   using Places = std::bitset<kLongestOscPath + 1>;
 
-  // Moves the ways on whose character fits; the others end here.
+  // Moves the ways whose next character fits; ends the others.
   template <class Fits>
   void takeOne(std::size_t p, Fits fits) {
     if (mPlaces[mPath.size()]) {
       mResult = p;
     }
     Places next;
-    // In the order of the path, as its end is the last. Both compilers here use the
-    // library that has these two.
+    // In the order of the path, as its end comes last. Both compilers use a library that has
+    // these two functions.
     for (std::size_t t = mPlaces._Find_first(); t < mPath.size(); t = mPlaces._Find_next(t)) {
       if (fits(mPath[t])) {
         next.set(t + 1);
@@ -160,7 +159,7 @@ class Ways {
     }
   }
 
-  // The last slash of the row stays, to be met as a plain one.
+  // Leaves the last slash of the row, which matches as a plain one.
   std::size_t passSlashes(std::size_t p) {
     for (std::size_t t = mPlaces._Find_first(); t < mPath.size(); ++t) {
       if (mPath[t] == '/') {

@@ -147,7 +147,7 @@ std::size_t Message::findZero(std::size_t from) const {
   return std::min(text.find('\0', from), text.size());
 }
 
-// Whether what ends at `end` lies inside, with zeros behind it up to a multiple of four.
+// Whether `end` lies inside the data, with zeros from there to a multiple of four.
 bool Message::isPadded(std::size_t end) const {
   const std::size_t next = padded(end);
   if (next > mStorage.size()) {
@@ -161,7 +161,7 @@ bool Message::isPadded(std::size_t end) const {
   return true;
 }
 
-// The size in bytes of the argument at `p`, which may still pass the end.
+// The size in bytes of the argument at `p`, not yet checked against the end of the data.
 std::size_t Message::getArgSize(char tag, std::size_t p) {
   OscAssert(p <= mStorage.size(), "p >= storage.begin() && p <= storage.end()", __func__);
   switch (tag) {
@@ -181,7 +181,7 @@ std::size_t Message::getArgSize(char tag, std::size_t p) {
         mError = OscBadArguments;
         return 0;
       }
-      // In 32 bits: what wraps is small, and then most likely not the end of the data.
+      // In 32 bits: a sum that wraps is small and rarely ends at the end of the data.
       return static_cast<std::uint32_t>(readBig32(mStorage.data() + p) + kSizeBytes);
     default:
       mError = OscUnhandledTypeTag;
@@ -189,7 +189,7 @@ std::size_t Message::getArgSize(char tag, std::size_t p) {
   }
 }
 
-// Most addresses are plain, and each is matched several times.
+// The plain cases are fast: most addresses are plain, and each is matched several times.
 
 OscArgCursor Message::partialMatch(std::string_view path) const {
   if (mWildcard == mAddress.size()) {
@@ -242,9 +242,9 @@ const Message* OscPacketReader::popMessage() {
   return &*mNext++;
 }
 
-// Bundles in bundles go as deep as a datagram is long, so they are kept on the heap. A
-// bundle is kept while an element is read behind which it goes on; so the deepest row of
-// bundles, of which each is the last element of the one around it, takes nothing.
+// Bundles within bundles can be as deep as a datagram is long, so open bundles are kept on
+// the heap. A bundle is kept only while more elements follow the one being read; bundles
+// that are last elements of others thus take no memory.
 void OscPacketReader::parse(const std::uint8_t* beg, const std::uint8_t* end,
                             std::uint64_t timeTag) {
   struct OpenBundle {
@@ -256,7 +256,7 @@ void OscPacketReader::parse(const std::uint8_t* beg, const std::uint8_t* end,
     OscAssert(beg <= end && mError == OscOk, "beg <= end && !err", __func__);
     OscAssert((end - beg) % 4 == 0, "((end-beg)%4)==0", __func__);
     if (beg != end && *beg == '#') {
-      // Room for an element is part of the head: a bundle of none is not taken.
+      // A bundle needs room for at least one element.
       if (static_cast<std::size_t>(end - beg) < kBundleHeadBytes + kSizeBytes ||
           !std::equal(kBundleMark.begin(), kBundleMark.end(), beg)) {
         mError = OscInvalidBundle;

@@ -9,40 +9,40 @@
 #include <utility>
 #include <vector>
 
-// Packets of Open Sound Control 1.0 in memory: a datagram as messages, a message as a
-// datagram. Of the types of arguments, T F i f h d s b are read; a message with another,
-// and with it its datagram, is refused.
+// Packets of Open Sound Control 1.0 in memory: reads a datagram as messages, writes a message
+// as a datagram. Reads arguments of the types T F i f h d s b; an argument of another type
+// makes the message and its datagram invalid.
 //
-// Plain values: each belongs to one thread at a time, any. Realtime-safe: no, what is
-// read and written is copied. Nothing throws but for want of memory. An error stays in
-// its object, and an operation on an object that has one leaves it as it is.
+// Plain values: each belongs to one thread at a time. Realtime-safe: no, data is copied. Only
+// a lack of memory throws. An error stays in its object, and operations on an object with an
+// error do nothing.
 namespace velor::oscpkt {
 
 enum OscError : std::int32_t {
   OscOk = 0,
-  /// Message: the address has no end, no zeros behind it, or no "/" before it.
+  /// Message: the address has no end, no zero padding, or no leading "/".
   OscBadAddress = 1,
-  /// Message: the type tags are missing, have no end, no zeros behind or no "," before.
+  /// Message: the type tags are missing, or have no end, no zero padding or no leading ",".
   OscBadTypeTags = 2,
-  /// Message: the arguments are more or less than the data, or have no zeros behind.
+  /// Message: the arguments do not fit the data, or have no zero padding.
   OscBadArguments = 3,
-  /// Message: a type that is not read.
+  /// Message: an unknown type.
   OscUnhandledTypeTag = 4,
-  /// OscArgCursor: the next argument is of another type.
+  /// OscArgCursor: the next argument has another type.
   OscTypeMismatch = 5,
   /// OscArgCursor: there is no next argument.
   OscNotEnoughArgs = 6,
-  /// OscArgCursor: the message is for another address.
+  /// OscArgCursor: the address does not match.
   OscPatternMismatch = 7,
-  /// OscPacketReader: the head of a bundle, or the size of an element.
+  /// OscPacketReader: bad head of a bundle, or bad size of an element.
   OscInvalidBundle = 8,
-  /// OscPacketReader: the size of the datagram is no multiple of four.
+  /// OscPacketReader: the size of the datagram is not a multiple of four.
   OscInvalidPacketSize = 9,
-  /// OscPacketWriter: a second message, and no bundle for the two.
+  /// OscPacketWriter: a second message without a bundle.
   OscBundleRequired = 10,
 };
 
-/// The time tag that asks for action at once.
+/// The time tag for immediate action.
 inline constexpr std::uint64_t kOscImmediately = 1;
 
 /// Bytes in pieces, each padded with zeros to a multiple of four.
@@ -50,10 +50,10 @@ class OscByteBuffer {
  public:
   OscByteBuffer();
 
-  /// Adds a piece of `size` zeros; the place of the first, good until the next call.
+  /// Adds a piece of `size` zeros. The returned place is valid until the next call.
   std::uint8_t* getBytes(std::size_t size);
 
-  /// Takes `size` bytes instead of what it holds, as they are.
+  /// Replaces its contents by `size` bytes, without padding.
   void assign(const std::uint8_t* bytes, std::size_t size) { mData.assign(bytes, bytes + size); }
   void clear() { mData.clear(); }
 
@@ -67,11 +67,11 @@ class OscByteBuffer {
 
 class Message;
 
-/// Takes the arguments of a message that matched, one by one:
-/// `message.fullMatch("/a").popFloat(x).isFullyRead()`. The message outlives it.
+/// Reads the arguments of a matching message in order:
+/// `message.fullMatch("/a").popFloat(x).isFullyRead()`. The message must outlive it.
 class OscArgCursor {
  public:
-  /// Takes the next argument when it is a 32-bit float; else `value` becomes 0.0.
+  /// Reads the next argument if it is a 32-bit float; otherwise `value` becomes 0.0.
   OscArgCursor& popFloat(float& value);
 
   /// No error so far, and no argument left.
@@ -91,38 +91,37 @@ class OscArgCursor {
 /// An address, or a pattern of addresses, with arguments.
 class Message {
  public:
-  /// What an argument takes of `storage`: offset, and size without padding, in bytes.
+  /// Place of an argument in `storage`: offset, and size without padding, in bytes.
   using Span = std::pair<std::size_t, std::size_t>;
 
-  /// One to be sent, without arguments yet.
+  /// For sending, without arguments yet.
   explicit Message(std::string address);
 
-  /// One that was received: `size` bytes, of which it keeps a copy.
+  /// From `size` received bytes, which it copies.
   Message(const std::uint8_t* data, std::size_t size, std::uint64_t timeTag);
 
-  /// What was received instead of what it was before.
+  /// Replaces its contents by received bytes.
   void buildFromRawData(const std::uint8_t* data, std::size_t size, std::uint64_t timeTag);
 
-  /// Whether the path, or what it begins, is meant: the whole path matches, and the
-  /// pattern may go on behind it, also in the middle of a name. A set or a list that
-  /// fits nothing counts as a pattern that goes on.
+  /// Matches when the pattern, or a beginning of it, matches the whole path; the beginning may
+  /// end inside a name. A set or a list that does not match counts as such an end.
   [[nodiscard]] OscArgCursor partialMatch(std::string_view path) const;
 
-  /// Whether the path is meant.
+  /// Matches when the whole pattern matches the whole path.
   [[nodiscard]] OscArgCursor fullMatch(std::string_view path) const;
 
   /// Adds an argument to a message to be sent.
   void pushFloat(float value);
-  /// `s` holds no zero byte, and less than 2147483647 bytes.
+  /// `s`: no zero byte, fewer than 2147483647 bytes.
   void pushStr(std::string_view s);
 
-  /// In the format of NTP; of the innermost bundle that it came in, else kOscImmediately.
+  /// In NTP format: that of the innermost bundle around it, otherwise kOscImmediately.
   [[nodiscard]] std::uint64_t timeTag() const { return mTimeTag; }
   [[nodiscard]] const std::string& address() const { return mAddress; }
-  /// A character an argument, without the comma.
+  /// One character per argument, without the comma.
   [[nodiscard]] const std::string& typeTags() const { return mTypeTags; }
   [[nodiscard]] const std::vector<Span>& argumentSpans() const { return mArgumentSpans; }
-  /// All bytes as received; of one to be sent the arguments, as they go out.
+  /// Received: all bytes. For sending: the encoded arguments.
   [[nodiscard]] const OscByteBuffer& storage() const { return mStorage; }
   [[nodiscard]] OscError error() const { return mError; }
 
@@ -133,7 +132,7 @@ class Message {
 
   std::uint64_t mTimeTag = kOscImmediately;
   std::string mAddress;
-  // Where the address begins to be a pattern.
+  // Offset of the first wildcard of the address.
   std::size_t mWildcard = 0;
   std::string mTypeTags;
   std::vector<Span> mArgumentSpans;
@@ -141,18 +140,17 @@ class Message {
   OscError mError = OscOk;
 };
 
-/// A datagram as messages, in their order in it. One bad element spoils all of it.
+/// Reads the messages of a datagram in order. One bad element makes all of it invalid.
 class OscPacketReader {
  public:
-  /// Reads all of it, into copies. A datagram of 0 bytes is good, and empty.
+  /// Reads and copies all messages. A datagram of 0 bytes is valid and empty.
   OscPacketReader(const std::uint8_t* data, std::size_t size);
   OscPacketReader(const OscPacketReader&) = delete;
   OscPacketReader& operator=(const OscPacketReader&) = delete;
 
   [[nodiscard]] OscError error() const { return mError; }
 
-  /// The next message, which belongs to the reader; null after the last, and always
-  /// when there is an error.
+  /// The next message, owned by the reader. Null after the last, and always after an error.
   const Message* popMessage();
 
  private:
@@ -163,20 +161,20 @@ class OscPacketReader {
   OscError mError = OscOk;
 };
 
-/// A message as a datagram.
+/// Writes a message as a datagram.
 class OscPacketWriter {
  public:
-  /// Back to an empty packet without error.
+  /// Clears packet and error.
   void init();
 
-  /// Writes the message. There can be one, as there is no bundle to hold more. An error
-  /// of the message becomes the writer's.
+  /// Writes the message. A packet holds only one, as there are no bundles. Takes over an error
+  /// of the message.
   void addMessage(const Message& message);
 
   [[nodiscard]] OscError error() const { return mError; }
 
   [[nodiscard]] const std::uint8_t* packetData() const { return mBuffer.data(); }
-  /// In bytes; 0 when there is an error.
+  /// In bytes; 0 after an error.
   [[nodiscard]] std::size_t packetSize() const { return mError == OscOk ? mBuffer.size() : 0; }
 
  private:

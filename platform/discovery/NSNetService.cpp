@@ -29,7 +29,7 @@ std::string lowerCase(std::string text) {
   return text;
 }
 
-// The strings of the record up to the first that does not fit, and whether all did.
+// The strings of the record before the first damaged one, and whether none is damaged.
 std::pair<std::vector<std::string_view>, bool> stringsOf(const DiscoveryTXTData& data) {
   std::vector<std::string_view> strings;
   std::size_t at = 0;
@@ -237,7 +237,7 @@ DiscoveryTXTData NSNetService::dataFromTXTRecordDictionary(const TXTRecordDictio
 NSNetService::TXTRecordDictionary NSNetService::dictionaryFromTXTRecordData(
     const DiscoveryTXTData& data) {
   TXTRecordDictionary dictionary;
-  std::map<std::string, bool> seen;  // by the key in lower case
+  std::map<std::string, bool> seen;  // keys in lower case
   for (const std::string_view string : stringsOf(data).first) {
     const std::size_t sign = string.find('=');
     const std::string key(string.substr(0, sign));

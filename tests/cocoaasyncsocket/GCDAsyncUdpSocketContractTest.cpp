@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the owner of a socket may rely on, on the network inside the process and
-// on this system's loopback interface.
+// The contract of a socket, on the simulated network and on the loopback interface.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -33,14 +32,13 @@ SocketAddress loopback(int family, std::uint16_t port) {
   return *SocketAddress::fromText(family == AF_INET ? "127.0.0.1" : "::1", port);
 }
 
-// A host, a network, and a sender that knows nothing of the class under test.
+// A host, a network, and a sender independent of the class under test.
 class World {
  public:
   virtual ~World() = default;
   virtual void sendTo(std::uint16_t port, const std::string& data) = 0;
   virtual std::size_t openDescriptors() = 0;
-  /// Whether another program that allows the reuse of addresses gets the port, and with it
-  /// the datagrams of who has it.
+  /// Whether a program that allows the reuse of addresses can take the port over.
   virtual bool strangerTakes(std::uint16_t port) = 0;
 };
 
@@ -51,7 +49,7 @@ class SimulatedWorld final : public World {
     mNetwork.arrive(loopback(AF_INET, 40'000), loopback(AF_INET, port), bytesOf(data));
   }
   std::size_t openDescriptors() override { return mNetwork.openDescriptors(); }
-  bool strangerTakes(std::uint16_t) override { return false; }  // that option is not played
+  bool strangerTakes(std::uint16_t) override { return false; }  // has no such option
 
  private:
   host::SimulatedHost mHost;
@@ -114,7 +112,7 @@ TEST_P(GCDAsyncUdpSocketContract, BothProtocolsArriveAtOnePortWithTheirSenders) 
   ASSERT_TRUE(server.socket->localHost().has_value());
   for (const std::string host : {"127.0.0.1", "::1"}) {
     UDPEnd client;
-    // Sent before the destination stands: they wait for it, in order.
+    // Sent before the socket is connected: they wait, in order.
     EXPECT_TRUE(client.socket->connectToHost(host, port));
     client.send("a" + host, 1);
     client.send("b" + host, 2);
@@ -221,13 +219,13 @@ TEST_P(GCDAsyncUdpSocketContract, AfterACloseNothingIsDeliveredAndTheSocketIsAsN
   mWorld->sendTo(port, "too late");
   gate->signal();
   ASSERT_TRUE(server.listener->waitFor("closed"));
-  server.socket->close();  // of which there is nothing to tell
+  server.socket->close();  // reports nothing
   port = listen(server);
   mWorld->sendTo(port, "again");
   ASSERT_TRUE(server.listener->waitFor("data again"));
   EXPECT_THAT(server.listener->events(), ElementsAre("data close", "closed", "data again"));
 
-  // Its owner may let go in a callback, too.
+  // The owner may release it in a callback.
   server.listener->onData = [&server](const std::string&) { server.socket = nullptr; };
   mWorld->sendTo(port, "let go");
   ASSERT_TRUE(server.listener->waitFor("data let go"));
@@ -374,13 +372,13 @@ TEST_P(GCDAsyncUdpSocketContract, WhatAFloodLosesIsCountedAndMemoryIsBounded) {
       }
     }
     gate->signal();
-    // What is read later brings the count; what is told may wait for its second.
+    // Later readings bring the count; reports may wait for their second.
     for (int i = 0; server.listener->count("data") + told() < kFlood && i < 1000; ++i) {
       mWorld->sendTo(port, "later");
       ++sent;
       host.mach_wait_until(host.AudioGetCurrentHostTime() + 20 * kMs);
     }
-    // Two readings of 64, and what 212992 bytes of the system's buffer hold.
+    // Two readings of 64, and the contents of the system's buffer of 212992 bytes.
     EXPECT_LT(server.listener->count("data flood"), 2000U);
     EXPECT_GE(server.listener->count("data") + told(), kFlood);
     EXPECT_LE(server.listener->count("data") + told(), sent);

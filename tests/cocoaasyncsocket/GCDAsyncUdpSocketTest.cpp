@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What only a played network can show: faults of the system, time, other machines.
+// Faults of the system, time and other machines, on a simulated network.
 #include "CocoaAsyncSocket/GCDAsyncUdpSocket.h"
 
 #include <gmock/gmock.h>
@@ -30,13 +30,13 @@ class GCDAsyncUdpSocketTest : public testing::Test {
   SimulatedUDPNetwork mNetwork;
 };
 
-TEST_F(GCDAsyncUdpSocketTest, EachCallThatFailsIsNamedAndLeavesNoDescriptor) {
+TEST_F(GCDAsyncUdpSocketTest, AFailedCallIsNamedAndLeavesNoDescriptor) {
   struct Case {
     Call call;
     unsigned after;
     const char* reason;
   };
-  // A later one of a kind fails at the IPv6 descriptor.
+  // A later call of a kind is for the IPv6 descriptor.
   for (const Case& each : {
            Case{Call::socket, 0, "Error in socket() function"},
            Case{Call::socket, 1, "Error in socket() function"},
@@ -68,7 +68,7 @@ TEST_F(GCDAsyncUdpSocketTest, ASystemWithoutOneProtocolUsesTheOther) {
   }
 }
 
-TEST_F(GCDAsyncUdpSocketTest, ASystemThatFailsToReadClosesTheSocketAfterWhatCameBefore) {
+TEST_F(GCDAsyncUdpSocketTest, AFailedReadClosesTheSocketAfterEarlierDatagrams) {
   UDPEnd server;
   EXPECT_TRUE(server.socket->bindToPort(7770));
   EXPECT_TRUE(server.socket->beginReceiving());
@@ -87,7 +87,7 @@ TEST_F(GCDAsyncUdpSocketTest, ASystemThatFailsToReadClosesTheSocketAfterWhatCame
   EXPECT_EQ(server.socket->localPort(), 0);
 }
 
-TEST_F(GCDAsyncUdpSocketTest, ASendThatFindsNoRoomIsGivenUpAtItsTimeAndTheNextHasItsOwn) {
+TEST_F(GCDAsyncUdpSocketTest, ASendWithoutRoomTimesOutAndTheNextHasItsOwnTimeout) {
   UDPEnd client;
   EXPECT_TRUE(client.socket->connectToHost("192.168.1.20", 9000));
   mHost.settle();
@@ -111,7 +111,7 @@ TEST_F(GCDAsyncUdpSocketTest, ASendThatFindsNoRoomIsGivenUpAtItsTimeAndTheNextHa
   EXPECT_EQ(sent[0].to, *SocketAddress::fromText("192.168.1.20", 9000));
   EXPECT_EQ(client.listener->count("sent 3"), 1U);
 
-  // A close while one waits tells of all that will not go.
+  // A close reports all waiting datagrams.
   mNetwork.holdSends(true);
   client.send("four", 4);
   client.send("five", 5);
@@ -123,7 +123,7 @@ TEST_F(GCDAsyncUdpSocketTest, ASendThatFindsNoRoomIsGivenUpAtItsTimeAndTheNextHa
   EXPECT_EQ(client.listener->events().back(), "closed");
 }
 
-TEST_F(GCDAsyncUdpSocketTest, WhatWaitsForASlowNameIsBoundedAndGoesOutInOrder) {
+TEST_F(GCDAsyncUdpSocketTest, DatagramsForASlowNameAreBoundedAndGoOutInOrder) {
   mNetwork.addHost("desk.local", {*SocketAddress::fromText("192.168.1.20", 0)}, 30'000 * kMs);
   UDPEnd client;
   EXPECT_TRUE(client.socket->connectToHost("desk.local", 9000));
@@ -152,7 +152,7 @@ TEST_F(GCDAsyncUdpSocketTest, WhatWaitsForASlowNameIsBoundedAndGoesOutInOrder) {
   EXPECT_EQ(client.listener->count("not sent"), 5U);
 }
 
-TEST_F(GCDAsyncUdpSocketTest, NamesThatTakeLongHoldUpNoAddressAndNoEnd) {
+TEST_F(GCDAsyncUdpSocketTest, SlowNamesDelayNoAddressAndNoEnd) {
   mNetwork.addHost("slow", {*SocketAddress::fromText("10.0.0.9", 0)}, 60'000 * kMs);
   std::vector<std::unique_ptr<UDPEnd>> slow;
   for (std::size_t i = 0; i < 2 * host::LongJobs::kMostThreads; ++i) {
@@ -166,7 +166,7 @@ TEST_F(GCDAsyncUdpSocketTest, NamesThatTakeLongHoldUpNoAddressAndNoEnd) {
   mHost.settle();
   EXPECT_THAT(quick.listener->events(), ElementsAre("connected 10.0.0.8"));
 
-  // One that is closed meanwhile hears of no outcome, and may connect anew.
+  // A socket closed meanwhile gets no result, and may connect anew.
   slow[0]->socket->close();
   EXPECT_TRUE(slow[0]->socket->connectToHost("10.0.0.7", 9000));
   mHost.advance(60'000 * kMs);
@@ -176,7 +176,7 @@ TEST_F(GCDAsyncUdpSocketTest, NamesThatTakeLongHoldUpNoAddressAndNoEnd) {
   mHost.advance(60'000 * kMs);
   EXPECT_EQ(slow.back()->listener->count("connected 10.0.0.9"), 1U);
 
-  // One that fails is told, with what waited for it, and may be tried again.
+  // A failed connect is reported, with the datagram that waited, and may be repeated.
   UDPEnd client;
   mNetwork.failNext(Call::connect, ENETUNREACH);
   EXPECT_TRUE(client.socket->connectToHost("10.0.0.9", 9000));

@@ -45,7 +45,7 @@ class UDPListener final : public GCDAsyncUdpSocketDelegate {
     return found;
   }
 
-  /// Waits by the host until so many events begin with this; false after 20 s.
+  /// Waits until so many events begin with this; false after 20 s of host time.
   bool waitFor(const std::string& prefix, std::size_t times = 1) {
     const std::uint64_t deadline =
         host::current().AudioGetCurrentHostTime() + 20ULL * 1'000'000'000;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as a TXT record. What is read of it is what a reader by RFC 6763, section 6,
-// finds: strings behind their lengths, of which those without a key or with one that came
-// before are passed over. What is read and written again is read the same.
+// Any bytes as a TXT record. The result is that of a plain reader by RFC 6763, section 6:
+// strings after their lengths, without those that have no key or a repeated one. Written
+// again, it reads the same.
 #include <cctype>
 #include <set>
 #include <string>

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as a datagram. What is taken out of it stands in it: messages that lie one
-// behind the other, of which the arguments fill the data. A bare message of floats is
-// written again, and is the datagram.
+// Any bytes as a datagram. Messages that are read stand in it one after another, and their
+// arguments fill their data. A bare message of floats, written again, gives the datagram.
 #include <cstring>
 #include <string_view>
 
@@ -33,7 +32,7 @@ void checkMessage(const Message& message) {
   }
 }
 
-// Built anew of what was read, with the floats that it begins with.
+// Builds a message from the address and the leading floats.
 void checkWritten(const Message& message, const std::uint8_t* data, std::size_t size) {
   if (message.address().size() > kLongestOscPath) {
     return;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Any pattern with any path: following all ways at once leads as far as following each
-// on its own, as long as these come to an end.
+// Any pattern with any path: following all ways at once leads as far as following each way
+// alone, if that ends in time.
 //
 // The input is the path, a zero byte, and the pattern, up to another zero byte.
 #include <algorithm>

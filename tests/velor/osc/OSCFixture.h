@@ -22,13 +22,13 @@ inline void appendWord(Bytes& bytes, std::uint32_t word) {
   }
 }
 
-/// A string as OSC 1.0 has it: with one to four zeros behind.
+/// A string in OSC 1.0: followed by one to four zeros.
 inline void appendText(Bytes& bytes, const std::string& text) {
   bytes.insert(bytes.end(), text.begin(), text.end());
   bytes.resize(bytes.size() + 4 - text.size() % 4);
 }
 
-/// A message whose arguments are these words, which tags of "f" mean as floats.
+/// A message with these words as arguments; the tag "f" means a float.
 inline Bytes oscMessage(const std::string& address, const std::string& tags,
                         const std::vector<std::uint32_t>& arguments) {
   Bytes bytes;
@@ -55,7 +55,7 @@ inline Bytes oscBundle(std::uint64_t timeTag, std::initializer_list<Bytes> eleme
   return bytes;
 }
 
-/// The clock of the process on simulated time, and a network that the test plays.
+/// The clock of the process on simulated time, and a simulated network.
 class OSCFixture : public MIDITest {
  protected:
   OSCFixture() {
@@ -64,12 +64,12 @@ class OSCFixture : public MIDITest {
   }
   ~OSCFixture() override {
     KVSharedInstances::clear();
-    mHost.settle();  // what waits on the main queue may hold a socket
+    mHost.settle();  // jobs on the main queue may hold a socket
     discovery::setService(nullptr);
     setUDPNetwork(nullptr);
   }
 
-  /// A datagram from anywhere comes to this port, and all that follows from it is done.
+  /// Delivers a datagram to this port and runs all that follows from it.
   void arrive(const std::string& host, std::uint16_t port, const Bytes& data) {
     mNetwork.arrive(*SocketAddress::fromText(host, 50'000), SocketAddress::wildcard(AF_INET, port),
                     data);

@@ -56,7 +56,7 @@ class VLOSCClientTest : public OSCFixture {
     dispatcher().addClient(client);
     return client;
   }
-  // What has gone to this host since the last call, a line each.
+  // The messages to this host since the last call, one line each.
   Lines sentTo(const std::string& host) {
     mHost.settle();
     Lines lines;
@@ -110,7 +110,7 @@ TEST_F(VLOSCClientTest, ANewTargetGetsTheStateInOrderAndThenEachChange) {
   clock().setPlayRate(0.99);
   clock().setPreroll(true);
   clock().arm();
-  // Arming is a change of the status, too, whatever the clock does.
+  // Arming changes the status as well.
   EXPECT_THAT(sentTo("10.0.0.8"),
               ElementsAre("/velor/speed -1", "/velor/preroll 1", "/velor/arm 1",
                           "/velor/transport/play 0", "/velor/transport/stop 1"));
@@ -200,18 +200,18 @@ TEST_F(VLOSCClientTest, ATargetFollowsItsHostAndPortAndOutlivesABadHost) {
   const auto client = add("desk.local");
   EXPECT_EQ(client->port(), 0);
   EXPECT_FALSE(client->connected());
-  EXPECT_TRUE(client->alive());  // as far as anybody can tell
+  EXPECT_TRUE(client->alive());  // a target of the user always is
   mHost.advance(2 * kSecond);
   EXPECT_TRUE(client->connected());
   EXPECT_EQ(client->port(), 9000);
-  EXPECT_EQ(sentTo("10.0.0.9").size(), 3U);  // which had waited for the name
+  EXPECT_EQ(sentTo("10.0.0.9").size(), 3U);  // they waited for the name
   client->setPort(9001);
   mHost.advance(2 * kSecond);
   EXPECT_EQ(client->port(), 9001);
   client->setNilValueForKey("port");
   mHost.advance(2 * kSecond);
   EXPECT_EQ(client->port(), 9000);
-  EXPECT_TRUE(client->connected());  // whatever the sockets before have told at their close
+  EXPECT_TRUE(client->connected());  // in spite of the reports of closed sockets
   client->setHost("nobody.local");
   mHost.advance(2 * kSecond);
   EXPECT_FALSE(client->connected());
@@ -241,7 +241,7 @@ TEST_F(VLOSCClientTest, ATargetReconnectsAndGetsTheStateWhenTheMachineChangesIts
     EXPECT_EQ(mNetwork.openDescriptors(), former);
     EXPECT_EQ(sentTo("10.0.0.9").back(), "/velor/time 02:00:00:00");
   }
-  // What concerns one datagram, or the other side, changes nothing.
+  // Errors of one datagram or of the destination change nothing.
   for (const int fault : {EHOSTUNREACH, EMSGSIZE, ENOBUFS}) {
     mNetwork.failNext(Call::send, fault);
     clock().setTime(timeAt(3));
@@ -250,7 +250,7 @@ TEST_F(VLOSCClientTest, ATargetReconnectsAndGetsTheStateWhenTheMachineChangesIts
   }
 }
 
-// Of two kinds, over starts without a network.
+// Found and entered targets, over starts without a network.
 TEST_F(VLOSCClientTest, TargetsOutliveRestartsAndConnectWhenTheyCan) {
   using Call = SimulatedUDPNetwork::Call;
   add("desk.local");
@@ -307,7 +307,7 @@ TEST_F(VLOSCClientTest, OurOwnServiceIsNoTargetAndAnotherReturnsToItsRow) {
   mHost.advance(kSeen);
   ASSERT_THAT(ports(), ElementsAre(7771));
   const auto client = dispatcher().clients()[0];
-  // The uid decides: one with our port and another's, as from another machine.
+  // The uid decides, as for a service of another machine at the same port.
   const auto remote = publish("Elsewhere", 7770, "another");
   mHost.advance(kSeen);
   EXPECT_THAT(ports(), ElementsAre(7771, 7770));
@@ -322,7 +322,7 @@ TEST_F(VLOSCClientTest, OurOwnServiceIsNoTargetAndAnotherReturnsToItsRow) {
   EXPECT_TRUE(client->alive());
   EXPECT_EQ(client->statusImage(), VLOSCClientStatusImage::available);
 
-  // From another port, or host, it is still the same service.
+  // The same name at another port is the same service.
   other.reset();
   mHost.settle();
   other = publish("Velor-OSC", 7773, "a fourth");
@@ -330,7 +330,7 @@ TEST_F(VLOSCClientTest, OurOwnServiceIsNoTargetAndAnotherReturnsToItsRow) {
   EXPECT_THAT(ports(), ElementsAre(7773, 7770));
   EXPECT_TRUE(client->alive());
 
-  // A restart of the server publishes anew, and that is our own as well.
+  // The new publication of a restarted server is our own as well.
   VLOSCServer::sharedServer().stop();
   ASSERT_TRUE(VLOSCServer::sharedServer().startUdPServerAtPort(7772));
   mHost.advance(2 * kSeen);

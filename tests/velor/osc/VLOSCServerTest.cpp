@@ -48,7 +48,7 @@ class VLOSCServerTest : public OSCFixture {
     server().setFilterMode(VLOSCServer::kPromiscuousMode);
     ASSERT_TRUE(server().startUdPServerAtPort(kPort));
   }
-  // What the application is told of a datagram.
+  // The calls that a datagram leads to.
   Calls told(const Bytes& data, const std::string& host = kDesk) {
     arrive(host, kPort, data);
     return mApplication->take();
@@ -68,7 +68,7 @@ class VLOSCServerTest : public OSCFixture {
     entry->setEnabled(true);
     server().addHostFilterObject(entry);
   }
-  // Host i of a network of made-up ones.
+  // Fake host i.
   static std::string madeUp(unsigned i) {
     return "172.16." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1);
   }
@@ -106,7 +106,7 @@ TEST_F(VLOSCServerTest, EachAddressIsACommandForOneFloatThatPassesItsTest) {
                               "/velor/transportfoo", "/velor/time", "/speed"}) {
     EXPECT_THAT(told(address, 1), IsEmpty()) << address;
   }
-  // Two go to the clock, and are off below and at zero.
+  // Two commands go to the clock, and switch off at or below zero.
   const VLClock& clock = VLClock::sharedClock();
   for (const auto& [value, isOn] :
        {std::pair(1.0F, true), {0.0F, false}, {0.5F, true}, {-1.0F, false}}) {
@@ -158,13 +158,13 @@ TEST_F(VLOSCServerTest, ARefusedHostIsListedOnceAndObeyedWhileItIsTicked) {
   first->setEnabled(false);
   EXPECT_THAT(told(play), IsEmpty());
 
-  // The one of two that goes takes the host out.
+  // Removing one of two entries refuses the host.
   first->setEnabled(true);
   tick(kDesk);
   EXPECT_THAT(told(play), ElementsAre("play"));
   server().removeHostFilterObject(first);
   EXPECT_THAT(told(play), IsEmpty());
-  first->setEnabled(true);  // one that nobody sees in the list lets nobody in
+  first->setEnabled(true);  // not in the list, so without effect
   EXPECT_THAT(told(play), IsEmpty());
   mHost.advance(kSecond);
   EXPECT_THAT(listed(), ElementsAre("-10.0.0.50", "+10.0.0.5"));
@@ -179,7 +179,7 @@ TEST_F(VLOSCServerTest, AFloodFromMadeUpHostsKeepsTheLatestOfThemAndAllThatAreTi
   constexpr unsigned kHosts = 2000;
   for (unsigned i = 0; i < kHosts; ++i) {
     EXPECT_THAT(told(play, madeUp(i)), IsEmpty());
-    if (i == 300) {  // the user has found somebody between them
+    if (i == 300) {  // the user ticks one of them
       mHost.advance(kSecond);
       server().objectInHostFilterAtIndex(100)->setEnabled(true);
     }
@@ -192,9 +192,9 @@ TEST_F(VLOSCServerTest, AFloodFromMadeUpHostsKeepsTheLatestOfThemAndAllThatAreTi
   for (unsigned i = 0; i < VLOSCServer::kMostUntickedEntries; ++i) {
     ASSERT_EQ(rows[2 + i], "-" + madeUp(kHosts - 256 + i));
   }
-  EXPECT_LT(changes, 10U);  // for the whole flood
+  EXPECT_LT(changes, 10U);  // in the whole flood
   EXPECT_THAT(told(play), ElementsAre("play"));
-  // One that had to go comes back when it is heard of again.
+  // A dropped host returns with its next datagram.
   EXPECT_THAT(told(play, madeUp(5)), IsEmpty());
   mHost.advance(kSecond);
   EXPECT_EQ(listed().back(), "-" + madeUp(5));
@@ -202,7 +202,7 @@ TEST_F(VLOSCServerTest, AFloodFromMadeUpHostsKeepsTheLatestOfThemAndAllThatAreTi
 
 TEST_F(VLOSCServerTest, CommandsBeyondABusyMainQueueWaitAndNoneIsLost) {
   startForAll();
-  // Nothing of this runs the main queue: the flood meets a busy user interface.
+  // The main queue does not run meanwhile, as with a busy user interface.
   constexpr unsigned kDatagrams = 150;
   constexpr unsigned kMessages = 20;
   unsigned sent = 0;
