@@ -5,18 +5,20 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/host/Error.h"
+
 namespace velor {
 
-/// What a document says, for people.
+/// The contents of a document, for people.
 struct VLInspection {
   std::string text;  ///< lines
-  std::vector<std::string>
-      problems;       ///< with their places; of what opening it would refuse or change
-  std::string error;  ///< it is no document, and where it ceases to be one
+  /// With their places; what opening it would refuse or change.
+  std::vector<std::string> problems;
 };
 
-/// Reads a document without making anything of what stands in it.
-VLInspection VLInspectDocument(std::string_view document);
+/// Reads a document without making anything of what stands in it. Fails where the file ceases
+/// to be a document.
+Expected<VLInspection> VLInspectDocument(std::string_view document);
 
 /// The command: what the document says on standard output. Gives the exit status: 0, or
 /// 1 when it has problems or is no document, then with a line on standard error. Needs

@@ -66,16 +66,15 @@ class Application {
 
   void load(std::string_view document) {
     auto coder = store::KeyedUnarchiver::read(document, VLApplicationState::classes());
-    const VLInspection inspection = VLInspectDocument(document);
-    require(static_cast<bool>(coder) == inspection.error.empty(),
-            "what is inspected is what can be opened");
+    const auto inspection = VLInspectDocument(document);
+    require(coder.has_value() == inspection.has_value(), "what is inspected is what can be opened");
     if (!coder) {
       require(coder.error().text.find(": ") != std::string::npos, "a refusal says where and why");
       return;
     }
     if (!mState->decode(*coder)) {
       require(mState->error().find(": ") != std::string::npos, "a refusal says where and why");
-      require(!inspection.problems.empty(),
+      require(!inspection->problems.empty(),
               ("what cannot be opened whole has problems: " + mState->error()).c_str());
     }
     mHost.settle();
