@@ -134,21 +134,6 @@ TEST_F(Headless, OffsetPrerollStopAndLoopShapeWhatIsSent) {
   }
 }
 
-TEST_F(Headless, AStartThatFailsTellsOfARunThatWasCutOffAsWell) {
-  const TemporaryFolder folder;
-  const auto environment = environmentWith(VelorFolders(folder));
-  const auto state = folder.path() / "state" / "velor";
-  std::filesystem::create_directories(state);
-  std::ofstream(state / "recovery.velor") << "{}";
-  VelorProcess failing({"--headless", (folder.path() / "none.velor").string()}, environment);
-  EXPECT_EQ(failing.waitForEnd(10), 1);
-  EXPECT_NE(failing.errors().find("none.velor: No such file"), std::string::npos)
-      << failing.errors();
-  EXPECT_NE(failing.errors().find("the last run was interrupted; --recover restores its state"),
-            std::string::npos)
-      << failing.errors();
-}
-
 TEST_F(Headless, AClockIsArmedByTheSyncSourceThatTheLastRunLeftAndByNoneAtAllNot) {
   mServer.enter();
   mServer.start();
@@ -157,9 +142,18 @@ TEST_F(Headless, AClockIsArmedByTheSyncSourceThatTheLastRunLeftAndByNoneAtAllNot
   deck.activate();
   const TemporaryFolder folder;
   const auto environment = environmentWith(VelorFolders(folder));
-  VelorProcess without({"--headless", "--arm"}, environment);
-  EXPECT_EQ(without.waitForEnd(10), 2);
-  EXPECT_NE(without.errors().find("--arm"), std::string::npos) << without.errors();
+  // Refused by the command line, by the state, and by the format of the clock.
+  using Words = std::vector<std::string>;
+  for (const Words& words :
+       {Words{"--mtc-out", "Console"}, Words{"--arm"}, Words{"--start", "01:00:00:25"}}) {
+    const std::string& option = words.front();
+    Words arguments{"--headless"};
+    arguments.insert(arguments.end(), words.begin(), words.end());
+    VelorProcess refused(arguments, environment);
+    EXPECT_EQ(refused.waitForEnd(10), 2) << option;
+    EXPECT_EQ(refused.errors().rfind("velor: " + option, 0), 0U) << refused.errors();
+    EXPECT_EQ(countOf(refused.errors(), "\n"), 1U) << refused.errors();
+  }
   for (const auto& arguments : {std::vector<std::string>{"--headless", "--sync-source", "Deck:out"},
                                 std::vector<std::string>{"--headless", "--arm"}}) {
     VelorProcess velor(arguments, environment);

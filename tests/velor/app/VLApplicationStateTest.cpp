@@ -180,28 +180,6 @@ TEST_F(VLApplicationStateTest, WhatIsNoDocumentChangesNothingAndIsToldWithItsPla
   EXPECT_FALSE(app().documents().didLoadFileAtStartup());
 }
 
-TEST_F(VLApplicationStateTest, ADamagedValueEndsTheReadingAndLeavesTheDefaultFormat) {
-  clock().setSmpteFormat(kSMPTETimeType30);
-  goTo("00:00:10:00");
-  app().addMarker();
-  Json document = saved();
-  const auto isDamaged = [&](const char* key, Json value, const char* place) {
-    Json damaged = document;
-    damaged[key] = std::move(value);
-    EXPECT_FALSE(load(damaged)) << key;
-    EXPECT_NE(app().documents().state().error().find(place), std::string::npos)
-        << app().documents().state().error();
-    EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType25) << key;
-    EXPECT_FALSE(app().undoManager().canUndo());
-  };
-  isDamaged("offset", {{"$base64", "AAAA"}}, "offset");
-  isDamaged("offset", {{"$base64", "AABQAAAAAAABAAAAAQAAAAAAAAAAAAAA"}}, "");  // of 25
-  isDamaged("time", {{"$base64", "AABQAAAAAACHAAAAAQAAAAAAAAAAAAAA"}}, "time");
-  isDamaged("playbackRate", -1e-320, "");
-  EXPECT_TRUE(load(document));
-  EXPECT_EQ(markers(), (std::vector<std::string>{"00:00:10:00 Marker 1"}));
-}
-
 TEST_F(VLApplicationStateTest, ADocumentOfAnotherFormatMovesARunningClockAndEndsInTheException) {
   clock().setSmpteFormat(kSMPTETimeType30);
   goTo("03:00:00:00");

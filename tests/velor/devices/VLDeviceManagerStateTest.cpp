@@ -125,27 +125,6 @@ TEST_F(VLDeviceManagerStateTest, ADestinationAmongTheDevicesIsSwitchedByTheManag
   EXPECT_GE(quarterFramesTo(desk), 24);
 }
 
-TEST_F(VLDeviceManagerStateTest, AWrongValueIsLoggedWithItsPathAndLeavesWhatWasDone) {
-  const auto desk = appear("desk");
-  makeVirtual("one", 1001);
-  const std::string document = R"({
-    "devices.manager": [{"$class": "VLReaderDevice", "endpoint":
-        {"$class": "KVMIDIEndpoint", "MIDIEndpoint.MIDIUniqueID": 1001}}],
-    "destinations.manager": [null, {"$class": "VLTimecodeDestinationDevice",
-        "device.destinationdevice": {"$class": "VLMIDIEndpointDevice", "endpoint": "desk"}}]
-  })";
-  observe();
-  restore(document);
-  EXPECT_TRUE(
-      mLog.has("error: exception decoding state of device manager: "
-               "destinations.manager[1].device.destinationdevice.endpoint: "
-               "expected an object of class KVMIDIEndpoint, found a string"));
-  EXPECT_EQ(manager().devices().size(), 1U);
-  EXPECT_EQ(takeAnnounced()["destinations"], 1) << "what was begun is ended";
-  destinationOf(desk)->setEnable(true);
-  EXPECT_GE(quarterFramesTo(desk), 24) << "the manager goes on";
-}
-
 TEST_F(VLDeviceManagerStateTest, ADeviceThatTheServiceDoesNotLetGoStaysListed) {
   store::KeyedArchiver coder;
   coder.encodeArray(std::vector{VLMIDIEndpointDevice::deviceWithMIDIEndpoint(

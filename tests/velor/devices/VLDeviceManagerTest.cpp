@@ -71,24 +71,6 @@ TEST_F(VLDeviceManagerTest, TheListKeepsInStepAndWhoStaysKeepsItsDevice) {
   EXPECT_EQ(listed(), Listed{"-lamp"});
 }
 
-TEST_F(VLDeviceManagerTest, MTCGoesToADestinationAsLongAsItIsSwitchedOn) {
-  const auto desk = appear("desk");
-  const auto lamp = appear("lamp");
-  EXPECT_EQ(quarterFramesTo(desk), 0);
-  const auto device = destinationOf(desk);
-  mOutside->sent.clear();
-  device->setEnable(true);
-  ASSERT_EQ(mOutside->sent.size(), 1U) << "it is located at once";
-  EXPECT_EQ(mOutside->sent[0].endpoint, desk);
-  EXPECT_EQ(mOutside->sent[0].bytes.size(), 10U);
-  EXPECT_TRUE(mLog.has(device->description() + " did enable transmit"));
-  EXPECT_GE(quarterFramesTo(desk), 24);
-  EXPECT_EQ(quarterFramesTo(lamp), 0);
-  device->setEnable(false);
-  EXPECT_TRUE(mLog.has(device->description() + " did disable transmit"));
-  EXPECT_EQ(quarterFramesTo(desk), 0);
-}
-
 TEST_F(VLDeviceManagerTest, ADestinationThatReturnsIsAsItWasWhenItWent) {
   const auto desk = appear("desk");
   const auto lamp = appear("lamp");
@@ -156,13 +138,6 @@ TEST_F(VLDeviceManagerTest, TheSwitchOfADeviceThatHasGoneDecidesItsReturnAndNoth
   vanish(desk);
   appear("desk");
   EXPECT_EQ(listed(), Listed{"-desk"});
-}
-
-TEST_F(VLDeviceManagerTest, ADeviceWithoutEndpointCannotBeSwitchedAndSaysSo) {
-  const auto device = VLTimecodeDestinationDevice::deviceWithDevice(
-      VLMIDIEndpointDevice::deviceWithMIDIEndpoint(nullptr), {});
-  manager().deviceDidEnableTransmit(*device, true);
-  EXPECT_TRUE(mLog.has("error: no endpoint for device Timecode Destination Device: (null)"));
 }
 
 TEST_F(VLDeviceManagerTest, AnEndpointThatIsGoneBeforeItIsReadDoesNoHarm) {
