@@ -12,7 +12,7 @@
 
 namespace velor {
 
-/// What the command line asks for of OSC, checked.
+/// The OSC options of the command line, checked.
 struct VLOSCOptions {
   /// A host by name or address, and a port.
   using Target = std::pair<std::string, std::uint16_t>;

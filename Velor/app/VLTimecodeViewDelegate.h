@@ -5,7 +5,7 @@ namespace velor {
 
 class VLTimecodeViewOutlet;
 
-/// Takes the user's edits in the counters over. Queue: main.
+/// Applies the user's edits in the counters. Queue: main.
 class VLTimecodeViewDelegate {
  public:
   virtual ~VLTimecodeViewDelegate() = default;

@@ -16,8 +16,8 @@
 
 namespace velor {
 
-/// What outlives a run and belongs to no document: who may command by OSC, who hears of
-/// the clock, and whether loops are looked for. Queue: main.
+/// The settings that outlive a run and belong to no document: the OSC hosts and targets, and
+/// whether the clock checks for MTC loops. Queue: main.
 class VLUserSettings {
  public:
   explicit VLUserSettings(store::ApplicationFolders folders);

@@ -8,7 +8,7 @@
 
 namespace velor {
 
-/// Hears what a reader of LTC reads. Queue: main.
+/// Is notified of the times that an LTC reader reads. Queue: main.
 class LTCReaderDeviceDelegate {
  public:
   virtual ~LTCReaderDeviceDelegate() = default;
@@ -19,7 +19,7 @@ class LTCReaderDeviceDelegate {
   virtual void changedUserbits(std::uint32_t userbits) = 0;
   /// Frames a second, smoothed.
   virtual void changedCurrentSpeed(double speed) = 0;
-  /// How things stand is for the device to say.
+  /// The device has the status that follows from it.
   virtual void mtcDidChangeState(VLMTCState state) = 0;
 };
 

@@ -33,7 +33,7 @@ std::string displayName(const KVMIDIEndpoint& endpoint) {
   return endpoint.displayName().value_or("(null)");
 }
 
-// None for an endpoint that has gone before anybody has asked for it.
+// None for an endpoint that disappeared before its id was first read.
 std::optional<midi::MIDIUniqueID> idOf(const KVMIDIEndpoint& endpoint) {
   try {
     return endpoint.uniqueID();
@@ -43,8 +43,7 @@ std::optional<midi::MIDIUniqueID> idOf(const KVMIDIEndpoint& endpoint) {
   }
 }
 
-// A stored destination that is here already has nothing but its switch taken over, and
-// what a later version put in.
+// A destination that is present takes over the keys of a later version from its stored self.
 void takeRemainders(VLTimecodeDestinationDevice& present,
                     const VLTimecodeDestinationDevice& stored) {
   present.takeRemainder(stored);
@@ -99,12 +98,12 @@ VLDeviceManager::Devices VLDeviceManager::devices() const {
 
 std::shared_ptr<VLTimecodeDestinationDevice> VLDeviceManager::wrap(
     std::shared_ptr<KVMIDIEndpoint> endpoint) {
-  idOf(*endpoint);  // while it is there: the state and the memory need it later
+  idOf(*endpoint);  // caches the id while the endpoint exists
   return VLTimecodeDestinationDevice::deviceWithDevice(
       VLMIDIEndpointDevice::deviceWithMIDIEndpoint(std::move(endpoint)), mSelf);
 }
 
-// --- in step with the system ---
+// --- following the system ---
 
 std::shared_ptr<VLTimecodeDestinationDevice> VLDeviceManager::destinationWithEndpoint(
     const std::shared_ptr<KVMIDIEndpoint>& endpoint) const {
@@ -153,7 +152,7 @@ void VLDeviceManager::removeVanished(const KVMIDICore::Endpoints& present) {
     if (destination->enable()) {
       const auto endpoint = destination->midiEndpoint();
       mClock.removeMTCDestination(endpoint);
-      // That of a media window has a rule of its own whenever it appears.
+      // A media window's input is switched on whenever it appears.
       if (const auto id = idOf(*endpoint); id && *id != kMediaPlaybackUniqueID) {
         mEnabledWhenBack.insert(*id);
       }
@@ -222,8 +221,8 @@ void VLDeviceManager::deviceDidEnableTransmit(VLTimecodeDestinationDevice& devic
     mEnabledWhenBack.erase(*id);
   }
   if (!isListed(device)) {
-    // Somebody has kept it over its going. Sending there would be in vain, and
-    // whatever is there by now has a switch of its own.
+    // A caller has kept a device whose endpoint has disappeared. The clock cannot send there,
+    // and a device that has appeared since has its own switch.
     if (enable && id && destinationWithEndpoint(endpoint) == nullptr) {
       mEnabledWhenBack.insert(*id);
     }
@@ -414,7 +413,7 @@ void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
     return;
   }
   if (stored) {
-    // Before the stored ones are opened, so that these get their ids.
+    // Before the stored devices open, which then get the same ids.
     removeMakersOfEndpoints();
     const KVAnnouncement announcement(*this, "devices");
     mDevices.clear();
@@ -422,7 +421,7 @@ void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
       if (device != nullptr) {
         device->open();
       }
-      // One whose endpoint the system does not know any more can do nothing.
+      // A device without an endpoint in the system can do nothing.
       if (device != nullptr && device->midiEndpoint() != nullptr) {
         mDevices.push_back(device);
       }
@@ -457,7 +456,7 @@ void VLDeviceManager::restoreDestinations(store::KeyedUnarchiver& coder) {
       }
       continue;
     }
-    // Known to the service, and not yet in the core's list.
+    // The service knows the endpoint; the core's list does not yet.
     destination->setDelegate(mSelf);
     mDestinations.push_back(destination);
     deviceDidEnableTransmit(*destination, destination->enable());

@@ -24,17 +24,18 @@ class VLClock;
 class VLLTCGeneratorDevice;
 class VLLTCReaderDevice;
 
-/// The one place that knows all devices: the destinations, one for each MIDI
-/// destination of the system with its switch for MTC, and the devices that the
-/// user has made. It follows what appears and disappears, tells the clock where
-/// MTC is to go, and keeps both lists in the state of the application.
+/// Knows all devices: a destination for each MIDI destination of the system, with its switch
+/// for MTC, and the devices that the user has made. It follows ports that appear and
+/// disappear, sets the clock's MTC destinations, and saves both lists in the state of the
+/// application.
 ///
-/// A destination that disappears is taken out of the clock; was it switched on,
-/// it is remembered by its unique id and switched on again when it returns.
+/// The clock stops sending to a destination that disappears. The manager remembers by unique
+/// id the ones that were switched on, and switches them on again when they return.
 ///
-/// Observable: "destinations" and "devices", told on the thread of the change and
-/// with the lock held, and "state", which is all that `encodeState` writes. Any thread may call any
-/// operation but the clock's queue and the MIDI read thread, for which a holder of the lock waits.
+/// Observable: "destinations" and "devices", notified on the thread of the change with the
+/// lock held, and "state", which covers all that `encodeState` writes. Any thread may call any
+/// operation, except the clock's queue and the MIDI read thread: a holder of the lock waits
+/// for these.
 class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationDeviceDelegate {
  public:
   using Destinations = std::vector<std::shared_ptr<VLTimecodeDestinationDevice>>;
@@ -46,7 +47,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
 
   /// Each has threads and ports of its own.
   static constexpr std::size_t kMostDevices = 64;
-  /// For people; empty when they are not too many.
+  /// The refusal for people; empty when the count is allowed.
   static std::string tooManyDevices(std::size_t count);
 
   /// In archives; they must never change.
@@ -71,7 +72,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   std::shared_ptr<VLLTCReaderDevice> createrReader();
 
   /// Removes devices by their places in `devices`, with what they have made in the
-  /// system and what they are as destinations. Raises for a place that is none.
+  /// system and their destinations. Raises for an index that does not exist.
   void removeDevicesAtIndexes(const std::set<std::size_t>& indexes);
 
   /// The device belongs to this run: encodeState leaves it out.
@@ -80,25 +81,24 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   /// until somebody else switches it. One that is on already stays as it is.
   void enableTemporarily(VLTimecodeDestinationDevice& destination);
 
-  /// Brings the destinations in step with the system's. Runs on the main queue
+  /// Adds and removes destinations as the system's have changed. Runs on the main queue
   /// after each change of the MIDI setup.
   void destinationsChanged();
 
-  /// The destination of this MIDI endpoint. Null for null and where there is none.
+  /// The destination of this MIDI endpoint. Null when there is none, and for null.
   std::shared_ptr<VLTimecodeDestinationDevice> destinationWithEndpoint(
       const std::shared_ptr<KVMIDIEndpoint>& endpoint) const;
 
-  /// Tells the clock. Of a destination that has gone it only changes whether it is
-  /// remembered. Waits for the clock's queue.
+  /// Has the clock send MTC to the device, or stop sending. For a destination that has
+  /// disappeared, changes only whether it is remembered. Waits for the clock's queue.
   void deviceDidEnableTransmit(VLTimecodeDestinationDevice& device, bool enable) override;
 
   void encodeState(store::KeyedArchiver& coder) const;
-  /// The stored devices replace those that are there, which stay when one of the stored
-  /// ones is damaged or there are more than kMostDevices; a stored destination that is
-  /// switched on is switched on here. A failure is logged, and leaves what was done until
-  /// then.
+  /// Replaces the devices by the stored ones, unless one of these is damaged or there are
+  /// more than kMostDevices. Switches on the destinations that are stored as switched on. A
+  /// failure is logged; what was done before it stays done.
   void decodeState(store::KeyedUnarchiver& coder);
-  /// Why the last one was not done to its end, for people; empty when it was.
+  /// Why the last restore did not finish, for people; empty when it did.
   std::string decodeError() const;
 
  private:

@@ -12,7 +12,7 @@
 
 namespace velor {
 
-/// What `velor encode` is asked for, checked.
+/// The options of `velor encode`, checked.
 struct VLEncodeOptions {
   /// Samples a second; with fewer, half a bit and a whole one can no longer be told
   /// apart in all formats.

@@ -69,9 +69,9 @@ void VLRunArguments::addClock(CLI::App& app) {
   clock.flag("--no-exact-drop", mIsNoExactDrop, "Switch a saved --exact-drop off");
   clock.option("--start", mGiven.times.start, "TIME", "Time to start from, HH:MM:SS:FF");
   clock.flag("--play", mGiven.play, "Start the clock");
-  clock.option("--offset", mGiven.times.offset, "[-]TIME", "Time to add to what is sent");
+  clock.option("--offset", mGiven.times.offset, "[-]TIME", "Time to add to the time that is sent");
   clock.option("--rate-percent", mRatePercent, "PERCENT", "Run faster or slower, -2 to 2");
-  clock.option("--preroll", mPreroll, "SECONDS", "Start earlier by this much, 0 to 60");
+  clock.option("--preroll", mPreroll, "SECONDS", "Start this much earlier, 0 to 60");
   clock.option("--mode", mMode, "MODE", "normal, stop, loop or time-of-day");
   clock.option("--stop-at", mGiven.times.stopAt, "TIME", "Time to stop at");
   clock.option("--loop", mLoop, "START END", "Go from END back to START").expected(2);

@@ -32,7 +32,7 @@ struct VLLTCInput {
   std::uint32_t status = 0;  ///< a status of devices
 };
 
-/// What the status line tells.
+/// The contents of the status line.
 struct VLStatus {
   SMPTETime time{};
   std::uint64_t clockStatus = 0;
