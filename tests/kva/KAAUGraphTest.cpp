@@ -11,6 +11,7 @@
 #include "kva/KAHALAudioDevice.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "sim/SimulatedHost.h"
+#include "tests/support/AudioLoop.h"
 #include "tests/support/ErrOf.h"
 
 namespace velor {
@@ -18,18 +19,13 @@ namespace {
 
 class KAAUGraphTest : public testing::Test {
  protected:
-  KAAUGraphTest() {
-    std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
-    outsides.push_back(std::make_unique<audio::BuiltinAudio>());
-    mService = std::make_unique<audio::AudioService>(std::move(outsides));
-    audio::setService(mService.get());
-  }
   static std::string err(const std::string& method, audio::OSStatus status) {
     return "err: Error: " + method + " (" + std::to_string(status) + ")";
   }
 
   host::SimulatedHost mHost;
-  std::unique_ptr<audio::AudioService> mService;
+  const std::unique_ptr<audio::AudioService> mService =
+      audio::serviceOver(std::make_unique<audio::BuiltinAudio>());
 };
 
 TEST_F(KAAUGraphTest, HasOneOutputAndNoNodeFeedsTwo) {

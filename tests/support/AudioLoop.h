@@ -13,6 +13,7 @@
 
 #include "kva/KAAUGraph.h"
 #include "kva/KAHALDeviceOutputUnit.h"
+#include "platform/audio/AudioService.h"
 #include "platform/host/Host.h"
 
 namespace velor::audio {
@@ -29,6 +30,15 @@ inline float patternAt(double sample) {
 inline double delayOf(float heard, double sample) {
   const double played = static_cast<double>(std::fabs(heard) * kPatternUnit) - 1;
   return std::fmod(std::fmod(sample, kPatternLength) - played + kPatternLength, kPatternLength);
+}
+
+// A service over one back end, the current one from now on.
+inline std::unique_ptr<AudioService> serviceOver(std::unique_ptr<AudioOutside> outside) {
+  std::vector<std::unique_ptr<AudioOutside>> outsides;
+  outsides.push_back(std::move(outside));
+  auto service = std::make_unique<AudioService>(std::move(outsides));
+  setService(service.get());
+  return service;
 }
 
 // A graph that plays the pattern, or what is told.

@@ -19,6 +19,8 @@
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "sim/SimulatedHost.h"
 #include "sim/VirtualCable.h"
+#include "tests/support/AudioLoop.h"
+#include "tests/support/LTCFrameRate.h"
 
 namespace velor {
 
@@ -57,10 +59,7 @@ class LTCLoop {
     auto builtin = std::make_unique<audio::BuiltinAudio>(devices);
     played = &builtin->device(0);
     heard = &builtin->device(1);
-    std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
-    outsides.push_back(std::move(builtin));
-    mService = std::make_unique<audio::AudioService>(std::move(outsides));
-    audio::setService(mService.get());
+    mService = audio::serviceOver(std::move(builtin));
     played->plugInto(*heard, std::make_unique<audio::VirtualCable>(*played, kCableDelay));
     generator = KVLTCGenerator::initWithAudioObjectID(played->id());
     generator->setLevel(1);
@@ -129,21 +128,7 @@ class LTCLoop {
     return isDrop ? 24 * 107892 : 86400 * static_cast<std::int32_t>(std::lround(1 / seconds()));
   }
   /// Of a frame.
-  double seconds() const {
-    switch (mParameters.type) {
-      case kSMPTETimeType24:
-        return 1.0 / 24;
-      case kSMPTETimeType25:
-        return 1.0 / 25;
-      case kSMPTETimeType2398:
-        return 1001.0 / 24000;
-      case kSMPTETimeType2997:
-      case kSMPTETimeType2997Drop:
-        return 1001.0 / 30000;
-      default:
-        return 1.0 / 30;
-    }
-  }
+  double seconds() const { return 1 / frameRateOf(mParameters.type); }
 
   host::SimulatedHost host;
   audio::VirtualAudioDevice* played = nullptr;  // the service's, as the next

@@ -20,6 +20,7 @@
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "sim/SimulatedHost.h"
 #include "tests/support/AudioLoop.h"
+#include "tests/support/LTCFrameRate.h"
 #include "tests/support/LTCSignalReader.h"
 #include "tests/support/PublishedLTC.h"
 
@@ -55,10 +56,7 @@ class LTCRun {
     mParameters.period = scenario.period;
     auto builtin = std::make_unique<audio::BuiltinAudio>(std::vector{mParameters});
     device = &builtin->device();
-    std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
-    outsides.push_back(std::move(builtin));
-    service = std::make_unique<audio::AudioService>(std::move(outsides));
-    audio::setService(service.get());
+    service = audio::serviceOver(std::move(builtin));
     generator = KVLTCGenerator::initWithAudioObjectID(0);
     generator->setLevel(1);
     generator->setUserbits(scenario.userbits);
@@ -147,21 +145,7 @@ class LTCRun {
   double connectorAt(double frame) const { return sampleAt(frame) - mScenario.latency; }
   double onset() const { return mReader->onset; }
   /// Of a frame, nominal.
-  double frameSeconds() const {
-    switch (mScenario.type) {
-      case kSMPTETimeType24:
-        return 1.0 / 24;
-      case kSMPTETimeType25:
-        return 1.0 / 25;
-      case kSMPTETimeType2997:
-      case kSMPTETimeType2997Drop:
-        return 100.0 / 2997;
-      case kSMPTETimeType2398:
-        return 1001.0 / 24000;
-      default:
-        return 1.0 / 30;
-    }
-  }
+  double frameSeconds() const { return 1 / frameRateOf(mScenario.type); }
   void forgetErrors() { worst = settledWorst = worstAtConnector = 0; }
 
   host::SimulatedHost host;

@@ -172,22 +172,6 @@ void cutOut(LTCSignal& signal, const std::vector<Span>& spans, bool timesSkip) {
 
 }  // namespace
 
-double frameRateOf(std::uint32_t type) {
-  switch (type) {
-    case kSMPTETimeType24:
-      return 24;
-    case kSMPTETimeType25:
-      return 25;
-    case kSMPTETimeType2398:
-      return 24000 / 1001.0;
-    case kSMPTETimeType2997:
-    case kSMPTETimeType2997Drop:
-      return 30000 / 1001.0;
-    default:
-      return 30;
-  }
-}
-
 LTCSignal LTCSignalMaker::make() const {
   LTCSignal signal;
   signal.sampleRate = sampleRate;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "kvtimecode/SMPTETime.h"
+#include "tests/support/LTCFrameRate.h"
 
 // Signals of LTC as they come from tapes, cables and other machines, and what stands
 // in them. The same seed gives the same signal.
@@ -33,9 +34,6 @@ struct LTCSignal {
   std::vector<float> samples;
   std::vector<Loss> losses;
 };
-
-/// Frames per second of a format, in real time.
-double frameRateOf(std::uint32_t type);
 
 struct LTCSignalMaker {
   double sampleRate = 48000;

@@ -46,14 +46,6 @@ struct Setting {
   virtual std::uint64_t stall() = 0;
 };
 
-std::unique_ptr<AudioService> serviceOver(std::unique_ptr<AudioOutside> outside) {
-  std::vector<std::unique_ptr<AudioOutside>> outsides;
-  outsides.push_back(std::move(outside));
-  auto made = std::make_unique<AudioService>(std::move(outsides));
-  setService(made.get());
-  return made;
-}
-
 template <class HostType>
 struct BuiltinSetting final : Setting {
   BuiltinSetting() {
@@ -213,27 +205,30 @@ TEST_P(AudioServiceContract, AUnitTellsOfItsDeviceAndRefusesWhatItCannotBe) {
 
   auto interleaved = format;
   interleaved.mFormatFlags &= ~kAudioFormatFlagIsNonInterleaved;
-  const auto err = [](const char* method, OSStatus status) {
-    return "err: Error: " + std::string(method) + " (" + std::to_string(status) + ")";
+  const struct {
+    const char* method;
+    OSStatus status;
+    std::function<void()> call;
+  } refusals[] = {
+      {"KAAudioUnit::setPropertyGlobal", kAudioHardwareBadDeviceError,
+       [&] { unit.setDeviceID(999999); }},
+      {"KADefaultOutputUnit::start", kAudioUnitErr_Uninitialized, [&] { unit.start(); }},
+      {"KAAudioUnit::setParameter", kAudioUnitErr_InvalidParameter,
+       [&] { unit.setParameter(KAUnitParameter::lowPassCutoff, KAUnitScope::global, 0, 1000, 0); }},
+      {"KAAudioUnit::setStreamDescription", kAudioUnitErr_FormatNotSupported,
+       [&] { unit.setStreamDescription(interleaved, KAUnitScope::output, 1); }},
+      {"KAAudioUnit::setPropertyGlobal", kAudioUnitErr_PropertyNotWritable,
+       [&] { unit.setPropertyGlobal(KAUnitProperty::latency, 1U); }},
+      {"KAAudioUnit::setPropertyGlobal", kAudioUnitErr_InvalidPropertyValue,
+       [&] { unit.setPropertyGlobal(KAUnitProperty::currentDevice, 1.0); }},
+      {"KAAudioUnit::getPropertyFloat64", kAudioUnitErr_InvalidPropertyValue,
+       [&] { unit.getPropertyFloat64(KAUnitProperty::latency, KAUnitScope::output, 0); }},
   };
-  EXPECT_EQ(errOf([&] { unit.setDeviceID(999999); }),
-            err("KAAudioUnit::setPropertyGlobal", kAudioHardwareBadDeviceError));
+  for (const auto& [method, status, call] : refusals) {
+    EXPECT_EQ(errOf(call),
+              "err: Error: " + std::string(method) + " (" + std::to_string(status) + ")");
+  }
   EXPECT_EQ(unit.deviceID(), mDevice);
-  EXPECT_EQ(errOf([&] { unit.start(); }),
-            err("KADefaultOutputUnit::start", kAudioUnitErr_Uninitialized));
-  EXPECT_EQ(errOf([&] {
-              unit.setParameter(KAUnitParameter::lowPassCutoff, KAUnitScope::global, 0, 1000, 0);
-            }),
-            err("KAAudioUnit::setParameter", kAudioUnitErr_InvalidParameter));
-  EXPECT_EQ(errOf([&] { unit.setStreamDescription(interleaved, KAUnitScope::output, 1); }),
-            err("KAAudioUnit::setStreamDescription", kAudioUnitErr_FormatNotSupported));
-  EXPECT_EQ(errOf([&] { unit.setPropertyGlobal(KAUnitProperty::latency, 1U); }),
-            err("KAAudioUnit::setPropertyGlobal", kAudioUnitErr_PropertyNotWritable));
-  EXPECT_EQ(errOf([&] { unit.setPropertyGlobal(KAUnitProperty::currentDevice, 1.0); }),
-            err("KAAudioUnit::setPropertyGlobal", kAudioUnitErr_InvalidPropertyValue));
-  EXPECT_EQ(
-      errOf([&] { unit.getPropertyFloat64(KAUnitProperty::latency, KAUnitScope::output, 0); }),
-      err("KAAudioUnit::getPropertyFloat64", kAudioUnitErr_InvalidPropertyValue));
 }
 
 TEST_P(AudioServiceContract, ListenersHearOfAnotherStateOnceAndAreQuietWhenRemoved) {

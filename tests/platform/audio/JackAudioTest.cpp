@@ -18,18 +18,13 @@
 #include "platform/host/SystemHost.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
 #include "platform/midi/jack/JackMIDI.h"
+#include "tests/support/AudioLoop.h"
 #include "tests/support/JackCable.h"
 #include "tests/support/JackPeer.h"
 #include "tests/support/Servers.h"
 
 namespace velor::audio {
 namespace {
-
-std::unique_ptr<AudioService> serviceOver(std::unique_ptr<AudioOutside> outside) {
-  std::vector<std::unique_ptr<AudioOutside>> outsides;
-  outsides.push_back(std::move(outside));
-  return std::make_unique<AudioService>(std::move(outsides));
-}
 
 // Nothing when it is not there.
 std::optional<AudioDeviceDescription> find(const AudioService& service, const std::string& uid) {
@@ -157,7 +152,6 @@ TYPED_TEST(JackAudioOnServer, DevicesAreTheClientsWithAudioAsTheySayOfThemselves
   }));
   const AudioObjectID device = this->mService->deviceForUID("Cable");
   EXPECT_FALSE(this->mService->description(device)->input.isDefault);
-  setService(this->mService.get());
   const KAHALAudioDevice object(device);
   using Names = std::vector<std::string>;
   EXPECT_EQ(object.channelNamesInScope(AudioDirection::output),

@@ -29,10 +29,7 @@ class VirtualAudioDeviceTest : public testing::Test {
     parameters.outputLatency = kOutputLatency;
     auto builtin = std::make_unique<BuiltinAudio>(std::vector{parameters});
     mDevice = &builtin->device();
-    std::vector<std::unique_ptr<AudioOutside>> outsides;
-    outsides.push_back(std::move(builtin));
-    mService = std::make_unique<AudioService>(std::move(outsides));
-    setService(mService.get());
+    mService = serviceOver(std::move(builtin));
   }
 
   // How late the newest sample comes in that was played as `part` of what is heard.
