@@ -429,10 +429,14 @@ QRectF VLTimecodeView::boxFrame(int index) const {
   const double boxWidth = row.width() / std::max(mNumFrames, 1);
   const double inset = kBoxInset * mScale;
   const double ratio = devicePixelRatioF();
-  const auto snap = [ratio](double place) { return std::round(place * ratio) / ratio; };
-  const double left = snap(row.x() + index * boxWidth + inset);
-  const double right = snap(row.x() + (index + 1) * boxWidth - inset);
-  return {QPointF(left, snap(row.top())), QPointF(right, snap(row.bottom()))};
+  // The window begins on one; at a ratio of 1.5 this view may not.
+  const QPointF begin = mapTo(window(), QPointF());
+  const auto snap = [ratio](double place, double from) {
+    return std::round((from + place) * ratio) / ratio - from;
+  };
+  const double left = snap(row.x() + index * boxWidth + inset, begin.x());
+  const double right = snap(row.x() + (index + 1) * boxWidth - inset, begin.x());
+  return {QPointF(left, snap(row.top(), begin.y())), QPointF(right, snap(row.bottom(), begin.y()))};
 }
 
 void VLTimecodeView::updateFrame(const QRectF& frame) {
