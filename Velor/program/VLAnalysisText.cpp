@@ -15,7 +15,8 @@ namespace {
 using Kind = VLLTCReport::Kind;
 using Words = VLAnalysisWords;
 
-constexpr std::size_t kPrinted = 20;  // events, changes of user bits
+constexpr std::size_t kPrinted = 20;        // events, changes of user bits
+constexpr double kLeastUncertainty = 0.01;  // ppm; no clock is that steady
 
 struct KindName {
   Kind kind;
@@ -83,10 +84,15 @@ double share(double part, double whole) {
 }
 
 std::string rateWords(const VLLTCReport& report) {
-  std::string text = Words::of("%-10s %.6f frames a second, %+.1f ppm of nominal", "rate",
-                               report.rate, report.deviation);
-  text +=
-      report.uncertainty < 1000 ? Words::of(" (%.2g standard deviation)", report.uncertainty) : "";
+  std::string text = Words::of("%-10s %.6f frames a second, ", "rate", report.rate);
+  if (!report.sigmas) {
+    text += Words::of("%.4f times the speed of the format", 1 + report.deviation * 1e-6);
+  } else {
+    text += Words::of("%+.1f ppm of nominal", report.deviation);
+    text += report.uncertainty < 1000 ? Words::of(" (%.2g standard deviation)",
+                                                  std::max(kLeastUncertainty, report.uncertainty))
+                                      : "";
+  }
   return text + Words::of("\n%-10s %+.1f ppm a minute; from %+.1f to %+.1f ppm within\n", "drift",
                           report.drift, report.lowest, report.highest);
 }
