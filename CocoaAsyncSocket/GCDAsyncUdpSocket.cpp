@@ -148,8 +148,10 @@ GCDAsyncUdpSocketResult GCDAsyncUdpSocket::bindToPort(std::uint16_t port) {
       return failure(
           Error::badConfig("Cannot bind after connecting. If needed, bind first, then connect."));
     }
-    const Result bound =
-        mDescriptors.checkEnabled().and_then([&] { return mDescriptors.bind(port); });
+    Result bound = mDescriptors.checkEnabled();
+    if (bound) {
+      bound = mDescriptors.bind(port);
+    }
     mBound = bound.has_value();
     noteEnds();
     return bound;
