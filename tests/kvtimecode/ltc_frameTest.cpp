@@ -13,7 +13,6 @@
 #include <random>
 #include <set>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -111,25 +110,6 @@ TEST(LTCFrameBits, EachFrameOfADayIsThePublishedOneAndIsReadBack) {
     EXPECT_GT(n, 2000000);
   }
   EXPECT_EQ(faults, 0);
-}
-
-TEST(LTCFrameBits, DigitsThatDoNotFitAreCutAndReachNoOtherBit) {
-  const Frame frame = newFrame();
-  const UserBytes none{};
-  const Bits quiet = publishedLTC(timeOf(kSMPTETimeType30, 0, 0, 0, 0), none);
-  for (const std::int16_t value :
-       {std::int16_t{-1}, std::int16_t{99}, std::int16_t{32767}, std::int16_t{-32768}}) {
-    SMPTETime time = timeOf(kSMPTETimeType30, 0, 0, 0, 0);
-    time.mHours = time.mMinutes = time.mSeconds = time.mFrames = value;
-    ltc_frame_encode(*frame, time, none.data());
-    const Bits bits = bitsOf(*frame);
-    for (std::size_t i = 0; i < bits.size(); ++i) {
-      if (std::string_view("fFsSmMhHP").find(kPublishedLTC[i]) == std::string_view::npos) {
-        EXPECT_EQ(bits[i], quiet[i]) << "bit " << i << " with digits of " << value;
-      }
-    }
-    EXPECT_EQ(std::count(bits.begin(), bits.end(), 1) % 2, 0);
-  }
 }
 
 // Reading.

@@ -133,7 +133,7 @@ TEST_F(KVLTCGeneratorTest, AStreamIsShownWhileItRunsAndEndsFourFramesAfterItsLas
   EXPECT_EQ(generator->fps(), 25);
 }
 
-TEST_F(KVLTCGeneratorTest, WhatNobodyCanPlayInTimeIsGivenUpAndTriedAgain) {
+TEST_F(KVLTCGeneratorTest, AStreamThatNobodyCanPlayInTimeIsGivenUpAndTriedAgain) {
   const auto generator = KVLTCGenerator::initWithAudioObjectID(mFar->id());
   play(*generator, 15);
   EXPECT_EQ(mLog.count("Generator stopped to receive MTC"), 0);
@@ -215,7 +215,7 @@ TEST_F(KVLTCGeneratorTest, AnotherRateOfTheDeviceIsTakenOverWithItsChannels) {
   EXPECT_EQ(mLog.errors(), 0U);
 }
 
-TEST_F(KVLTCGeneratorTest, TheArchiveKeepsWhatWasChosenEvenWhileTheDeviceIsAway) {
+TEST_F(KVLTCGeneratorTest, TheArchiveKeepsTheChoiceEvenWhileTheDeviceIsMissing) {
   constexpr store::KeyedClass kClasses[] = {store::KeyedClass::of<KVLTCGenerator>()};
   const auto archived = [](const std::shared_ptr<KVLTCGenerator>& generator) {
     store::KeyedArchiver coder;

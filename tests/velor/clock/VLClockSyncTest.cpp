@@ -107,7 +107,7 @@ TEST_F(VLClockSync, ArmingAClockThatRollsIsAnsweredAsADisarm) {
   EXPECT_EQ(mDelegate->take(), Reports{});
 }
 
-TEST_F(VLClockSync, AWrongFormatIsToldOnceUntilTheFormatIsSetAndDuringAChaseIsNoStop) {
+TEST_F(VLClockSync, AWrongFormatIsReportedOnceUntilTheFormatIsSetAndDoesNotCountAsAStop) {
   clock().arm();
   playBlocks(5, 20, kRate30);
   EXPECT_EQ(seen(), "armed in vain at 00:00:00:00, armed, wrong format 3");
@@ -243,7 +243,7 @@ TEST_F(VLClockLoops, NoTokenIsSentUnlessTheDelegateWantsIt) {
   EXPECT_EQ(takeTokens(*destination).size(), 0U);
 }
 
-TEST_F(VLClockLoops, WithoutASourceNothingComesBackAndAGoneDestinationCountsForNothing) {
+TEST_F(VLClockLoops, WithoutASourceNothingComesBackAndADestinationThatWentIsIgnored) {
   auto destination = addDestination("desk");
   const auto tokens = takeTokens(*destination);
   ASSERT_EQ(tokens.size(), 1U);

@@ -97,7 +97,7 @@ TEST_F(VLClockTimes, TheLoopStartStaysBeforeItsEndByMovingTheOtherPoint) {
   }
 }
 
-TEST_F(VLClockTimes, ObserversHearOfWhatDependsOnAChange) {
+TEST_F(VLClockTimes, ObserversAreNotifiedOfAllThatDependsOnAChange) {
   std::map<std::string, int> told;
   std::vector<KVObserverToken> tokens;
   for (const char* key :
@@ -181,7 +181,7 @@ TEST_F(VLClockTimes, TheFirstBlockCarriesTheStartTimePlusThreeFramesOnTheMomentO
   EXPECT_EQ(takeSent(*destination), std::vector<OnWire>{});
 }
 
-TEST_F(VLClockTimes, TheLastTickBehindAStopStillSendsWhenItsCountIsEven) {
+TEST_F(VLClockTimes, TheLastTickAfterAStopStillSendsWhenItsCountIsEven) {
   const auto destination = addDestination("desk");
   clock().start();
   advanceFrames(7);

@@ -79,7 +79,7 @@ TEST_F(VLClockTransport, APointInAnotherFormatNeverStopsTheClock) {
   EXPECT_EQ(now(), "00:00:04:00");
 }
 
-TEST_F(VLClockTransport, WhatTheDelegateDoesOnAStopComesBehindTheLastTick) {
+TEST_F(VLClockTransport, AChangeByTheDelegateOnAStopComesAfterTheLastTick) {
   struct Returns : RecordingDelegate {
     void clockDidStopPlaying(VLClock& clock) override { clock.setTime(at(0, 0, 1, 0)); }
   };
@@ -230,7 +230,7 @@ TEST_F(VLClockTransport, ARateChangesTheLengthOfATickAtTheNextWakeUpAndLosesNoFr
   EXPECT_EQ(now(), "00:00:00:02");
 }
 
-TEST_F(VLClockTransport, RatesThatAreNoNumbersAreRefusedOrPassedOver) {
+TEST_F(VLClockTransport, RatesThatAreNotNumbersAreRefusedOrIgnored) {
   for (const double bad : {0.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
     EXPECT_THROW(clock().setPlayRate(bad), KVException);
   }
@@ -269,7 +269,7 @@ class HeldUpHost final : public host::ForwardingHost {
   mutable std::uint64_t mTime = 0;
 };
 
-TEST_F(VLClockTransport, AThreadHeldUpForLongCountsItsTicksAnew) {
+TEST_F(VLClockTransport, AThreadHeldUpForLongCountsItsTicksAgain) {
   const struct {
     std::vector<std::uint64_t> delays;  // ms between the two reads of each tick
     std::uint32_t count;                // of ticks after the last of them

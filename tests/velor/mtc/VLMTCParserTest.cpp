@@ -153,7 +153,7 @@ TEST_F(VLMTCParserTest, ASteadyDeviationIsReachedQuicklyThenSlowly) {
   }
 }
 
-TEST_F(VLMTCParserTest, ASpeedThatIsNoneLeavesTheAverageAlone) {
+TEST_F(VLMTCParserTest, AnImpossibleSpeedLeavesTheAverageAlone) {
   std::uint64_t time = mStart;
   unsigned number = 0;
   const auto next = [&](double factor) {
@@ -266,7 +266,7 @@ TEST_F(VLMTCParserTest, ABlockThatSilenceInterruptedGoesOnAfterIt) {
   EXPECT_EQ(mBlocks[0].time.mCounter, 3U);
 }
 
-TEST_F(VLMTCParserTest, AStreamThatReturnsWhileItsEndIsToldEndsOnceMore) {
+TEST_F(VLMTCParserTest, AStreamThatReturnsWhileItsEndIsReportedEndsOnceMore) {
   addBlock(0, mStart);
   mListener->whileStopping = [this](VLMTCParser&) {
     addBlock(1, mStart + kBlock);
@@ -297,7 +297,7 @@ TEST_F(VLMTCParserTest, WhatWasGatheredBeforeAClearCountsAndNeverOverflows) {
   EXPECT_EQ(mBlocks.at(1).time.mFrames, static_cast<std::int16_t>(150000 - 2 * 65536));
 }
 
-TEST_F(VLMTCParserTest, FullFramesLocateAndWhatIsNoneMakesTheTimeInvalidOrLeavesItAlone) {
+TEST_F(VLMTCParserTest, FullFramesLocateAndDamagedOnesMakeTheTimeInvalidOrLeaveItAlone) {
   Bytes drop = kFullFrame;
   drop[5] = 0x40 + 23;
   add(0, kFullFrame);
@@ -340,7 +340,7 @@ TEST_F(VLMTCParserTest, FullFramesLocateAndWhatIsNoneMakesTheTimeInvalidOrLeaves
   EXPECT_EQ(mtc_smpte_time_from_full_frame(ExactPacket(0, kFullFrame).get(), nullptr), -50);
 }
 
-TEST_F(VLMTCParserTest, TokensAreReportedWhateverTheirBitsAndNothingAlikeIs) {
+TEST_F(VLMTCParserTest, TokensAreReportedWhateverTheirBitsAndDamagedOnesAreNot) {
   Bytes highBits = kToken;
   highBits[14] = 0xFE;
   add(0, highBits);

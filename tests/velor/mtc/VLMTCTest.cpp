@@ -298,7 +298,7 @@ TEST_F(VLMTCDeathTest, ANullRecordEndsTheProgramWithTheCondition) {
   EXPECT_DEATH(VLMTCDispose(nullptr), "mtc != NULL");
 }
 
-TEST_F(VLMTCTest, NothingIsSentOrToldOnceTheRecordIsDisposedOf) {
+TEST_F(VLMTCTest, NothingIsSentOrReportedOnceTheRecordIsDisposedOf) {
   mLatest = 2 * kBlock;  // of a freewheel from before a time that was not sent
   for (const VLMTCState state :
        {kVLMTCDidStartReading, kVLMTCDidChangeFramerate, kVLMTCDidStartFreewheel,
