@@ -14,24 +14,6 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-TEST(KVNotificationCenter, APostReachesTheObserversOfItsNameOnThePostersThread) {
-  host::SimulatedHost host;
-  KVNotificationCenter center;
-  host::Queue queue("poster");
-  Texts seen;
-  auto first = center.addObserver("setup", [&](const KVNotification& notification) {
-    queue.assertCurrent();
-    seen.push_back(notification.name + std::to_string(std::any_cast<int>(notification.object)));
-  });
-  const auto other =
-      center.addObserver("other", [&](const KVNotification&) { seen.emplace_back("other"); });
-  queue.sync([&] { center.post("setup", 7); });
-  EXPECT_EQ(seen, (Texts{"setup7"}));
-  first.reset();
-  queue.sync([&] { center.post("setup", 8); });
-  EXPECT_EQ(seen.size(), 1U);
-}
-
 TEST(KVNotificationCenter, PostsOnTheMainQueueComeLaterInOrderToWhoeverStillObserves) {
   host::SimulatedHost host;
   KVNotificationCenter& center = KVNotificationCenter::defaultCenter();

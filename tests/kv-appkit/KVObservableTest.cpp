@@ -111,17 +111,6 @@ TEST_F(Observation, AnObserverRemovedDuringACallIsNotCalledAnyMore) {
   EXPECT_EQ(selfCalls, 1);
 }
 
-TEST_F(Observation, AnObserverMayChangeTheObjectAndRegisterOthers) {
-  KVObserverToken added;
-  const auto token = mTransport.addObserver("playRate", [&](std::string_view) {
-    added = note("armed");
-    mTransport.change("armed");
-  });
-  EXPECT_EQ(toldBy("playRate"), (Keys{"armed"}));
-}
-
-// --- KVKeyValueObserver ---
-
 TEST(KVKeyValueObserver, CallsTheOperationOfEachKeyPathWhileItAndItsTargetLive) {
   struct Panel {
     explicit Panel(Keys& keys) : called(keys) {}

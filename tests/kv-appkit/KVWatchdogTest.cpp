@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
-// The laws of the watchdog, held by the object and by the plain module alike.
 #include "Kv-Appkit/KVWatchdog.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
+#include <limits>
 #include <memory>
 #include <vector>
 
+#include "Kv-Appkit/KVNanosecondsFromSeconds.h"
 #include "Kv-Appkit/kv_watchdog.h"
 #include "sim/SimulatedHost.h"
 
@@ -18,65 +18,23 @@ namespace {
 constexpr std::uint64_t kMs = 1'000'000;
 using Times = std::vector<std::uint64_t>;
 
-class ObjectForm {
- public:
-  ObjectForm(double seconds, std::function<void()> action, host::Queue& queue)
-      : mWatchdog(KVWatchdog::initWithTimeinterval(
-            seconds, [action = std::move(action)](KVWatchdog&, const auto&) { action(); }, queue)) {
-  }
-  void setTimeInterval(double seconds) { mWatchdog->setTimeInterval(seconds); }
-  void validate() { mWatchdog->validate(); }
-  void cancel() { mWatchdog->cancel(); }
-  void resumeAfter(double seconds) { mWatchdog->resumeAfter(seconds); }
-  void drop() { mWatchdog.reset(); }
-
- private:
-  std::shared_ptr<KVWatchdog> mWatchdog;
-};
-
-class ModuleForm {
- public:
-  ModuleForm(double seconds, std::function<void()> action, host::Queue& queue) {
-    EXPECT_EQ(kv_watchdog_create(
-                  &mWatchdog, [action = std::move(action)](kv_watchdog*, void*) { action(); },
-                  &queue, nullptr, seconds),
-              0);
-  }
-  ~ModuleForm() { drop(); }
-  ModuleForm(const ModuleForm&) = delete;
-  ModuleForm& operator=(const ModuleForm&) = delete;
-  void setTimeInterval(double seconds) {
-    EXPECT_EQ(kv_watchdog_set_timeinterval(mWatchdog, seconds), 0);
-  }
-  void validate() { kv_watchdog_validate(mWatchdog); }
-  void cancel() { EXPECT_EQ(kv_watchdog_cancel(mWatchdog), 0); }
-  void resumeAfter(double seconds) { EXPECT_EQ(kv_watchdog_resume_after(mWatchdog, seconds), 0); }
-  void drop() {
-    if (mWatchdog != nullptr) {
-      EXPECT_EQ(kv_watchdog_dispose(mWatchdog), 0);
-      mWatchdog = nullptr;
-    }
-  }
-
- private:
-  kv_watchdog* mWatchdog = nullptr;
-};
-
-template <class Form>
-class Watchdog : public testing::Test {
+class KVWatchdogTest : public testing::Test {
  protected:
-  std::function<void()> action() {
-    return [this] {
-      mQueue.assertCurrent();
-      mFired.push_back(ns() / kMs);
-    };
+  std::shared_ptr<KVWatchdog> make(double seconds) {
+    return KVWatchdog::initWithTimeinterval(
+        seconds,
+        [this](KVWatchdog&, const auto&) {
+          mQueue.assertCurrent();
+          mFired.push_back(ns() / kMs);
+        },
+        mQueue);
   }
   std::uint64_t ns() const { return mHost.AudioGetCurrentHostTime() - mBegin; }
 
   // From where time comes: a real-time thread.
-  static void validate(Form& form) {
+  static void validate(KVWatchdog& watchdog) {
     const host::RealtimeContext realtime;
-    form.validate();
+    watchdog.validate();
   }
 
   host::SimulatedHost mHost;
@@ -85,150 +43,130 @@ class Watchdog : public testing::Test {
   Times mFired;  // ms since the test began
 };
 
-using Forms = testing::Types<ObjectForm, ModuleForm>;
-TYPED_TEST_SUITE(Watchdog, Forms);
-
-TYPED_TEST(Watchdog, ToldAgainAndAgainItActsOneIntervalAfterTheLastTimeAndElseAtTheResume) {
-  TypeParam never(0.4, this->action(), this->mQueue);
-  this->mHost.advance(500 * kMs);
-  EXPECT_TRUE(this->mFired.empty());  // suspended until resumed
-  never.resumeAfter(0.4);
-  TypeParam before(0.4, this->action(), this->mQueue);
-  before.resumeAfter(0.1);
-  this->validate(before);
-  TypeParam form(0.4, this->action(), this->mQueue);
-  form.resumeAfter(0.4);
+TEST_F(KVWatchdogTest, ActsOneIntervalAfterTheLastValidationOrElseAtTheResume) {
+  const auto never = make(0.4);
+  mHost.advance(500 * kMs);
+  EXPECT_TRUE(mFired.empty());  // suspended until resumed
+  never->resumeAfter(0.4);
+  const auto before = make(0.4);
+  before->resumeAfter(0.1);
+  validate(*before);
+  const auto watchdog = make(0.4);
+  watchdog->resumeAfter(0.4);
   for (int i = 0; i < 50; ++i) {
-    this->mHost.advance(100 * kMs);
-    this->validate(form);
+    mHost.advance(100 * kMs);
+    validate(*watchdog);
   }
-  this->mHost.advance(2000 * kMs);
-  this->validate(form);  // spent
-  this->mHost.advance(2000 * kMs);
-  EXPECT_EQ(this->mFired, (Times{900, 900, 5900}));
+  mHost.advance(2000 * kMs);
+  validate(*watchdog);  // spent
+  mHost.advance(2000 * kMs);
+  EXPECT_EQ(mFired, (Times{900, 900, 5900}));
 }
 
-TYPED_TEST(Watchdog, ToldWhileItsTurnOnABusyQueueIsStillToComeItWaitsOnAndGoneItDoesNotAct) {
-  TypeParam form(0.4, this->action(), this->mQueue);
-  TypeParam gone(0.4, this->action(), this->mQueue);
-  form.resumeAfter(0.1);
-  gone.resumeAfter(0.1);
-  this->validate(form);
-  this->mQueue.async([this] { this->mHost.mach_wait_until(this->mBegin + 1000 * kMs); });
-  this->mHost.advance(800 * kMs);
-  this->validate(form);
-  gone.drop();
-  this->mHost.advance(2000 * kMs);
-  EXPECT_EQ(this->mFired, (Times{1200}));
+TEST_F(KVWatchdogTest, ValidatedWhileItsActionWaitsOnABusyQueueItWaitsAgainAndDroppedItNeverActs) {
+  const auto validated = make(0.4);
+  auto dropped = make(0.4);
+  validated->resumeAfter(0.1);
+  dropped->resumeAfter(0.1);
+  validate(*validated);
+  mQueue.async([this] { mHost.mach_wait_until(mBegin + 1000 * kMs); });
+  mHost.advance(800 * kMs);
+  validate(*validated);
+  dropped.reset();
+  mHost.advance(2000 * kMs);
+  EXPECT_EQ(mFired, (Times{1200}));
 }
 
-TYPED_TEST(Watchdog, ANewIntervalIsDueAtOnceAndMeasuresTheNext) {
-  TypeParam told(0.4, this->action(), this->mQueue);
-  told.setTimeInterval(0.1);
-  this->validate(told);
-  told.resumeAfter(0.01);
-  this->mHost.advance(90 * kMs);
-  EXPECT_TRUE(this->mFired.empty());
-  this->mHost.advance(10 * kMs);
-  EXPECT_EQ(this->mFired, (Times{100}));
-
-  TypeParam notTold(3.0, this->action(), this->mQueue);
-  notTold.resumeAfter(0.01);
-  this->validate(notTold);
-  this->mHost.advance(50 * kMs);
-  notTold.setTimeInterval(2.0);
-  this->mHost.advance(5000 * kMs);
-  EXPECT_EQ(this->mFired, (Times{100, 150}));
+TEST_F(KVWatchdogTest, ANewIntervalIsDueAtOnceAndMeasuresTheNext) {
+  const auto validated = make(0.4);
+  validated->setTimeInterval(0.1);
+  validate(*validated);
+  validated->resumeAfter(0.01);
+  const auto other = make(3.0);
+  other->resumeAfter(0.01);
+  validate(*other);
+  mHost.advance(150 * kMs);
+  other->setTimeInterval(2.0);
+  mHost.advance(5000 * kMs);
+  EXPECT_EQ(mFired, (Times{100, 150}));
 }
 
-TYPED_TEST(Watchdog, CancelledOrGoneItNeverActs) {
-  TypeParam cancelled(0.4, this->action(), this->mQueue);
-  TypeParam goneBeforeTheResume(0.4, this->action(), this->mQueue);
-  cancelled.resumeAfter(0.2);
-  goneBeforeTheResume.resumeAfter(0.2);
-  cancelled.validate();
-  this->mHost.advance(100 * kMs);
-  goneBeforeTheResume.drop();
-  this->mHost.advance(200 * kMs);
-  cancelled.cancel();
-  cancelled.validate();
-  this->mHost.advance(2000 * kMs);
-  EXPECT_TRUE(this->mFired.empty());
+TEST_F(KVWatchdogTest, CancelledOrDroppedBeforeItsResumeItNeverActs) {
+  const auto cancelled = make(0.4);
+  auto dropped = make(0.4);
+  cancelled->resumeAfter(0.2);
+  dropped->resumeAfter(0.2);
+  cancelled->validate();
+  mHost.advance(100 * kMs);
+  dropped.reset();
+  mHost.advance(200 * kMs);
+  cancelled->cancel();
+  cancelled->validate();
+  mHost.advance(2000 * kMs);
+  EXPECT_TRUE(mFired.empty());
 }
 
-TYPED_TEST(Watchdog, TheActionMayDropItsOwnWatchdogAndPartsOfANanosecondAreCutOff) {
-  std::unique_ptr<TypeParam> form;
+TEST_F(KVWatchdogTest, TheActionMayDropItsOwnWatchdogAndPartsOfANanosecondAreCutOff) {
   const auto alive = std::make_shared<int>(7);
-  form = std::make_unique<TypeParam>(
+  std::shared_ptr<KVWatchdog> watchdog = KVWatchdog::initWithTimeinterval(
       2.9e-9,
-      [this, &form, alive] {
-        form.reset();
-        this->mFired.push_back(this->ns());
+      [this, &watchdog, alive](KVWatchdog&, const auto&) {
+        watchdog.reset();
+        mFired.push_back(ns());
         EXPECT_EQ(*alive, 7) << "still whole";
       },
-      this->mQueue);
-  form->validate();
-  form->resumeAfter(1.9e-9);
-  this->mHost.advance(1000 * kMs);
-  EXPECT_EQ(this->mFired, (Times{2}));
+      mQueue);
+  watchdog->validate();
+  watchdog->resumeAfter(1.9e-9);
+  mHost.advance(1000 * kMs);
+  EXPECT_EQ(mFired, (Times{2}));
   EXPECT_EQ(alive.use_count(), 1);
 }
 
-TEST(KVWatchdog, KeepsItsReferenceAndIntervalsThatNoClockHoldsAreAlwaysOrNeverPast) {
-  host::SimulatedHost host;
-  host::Queue queue("watched");
-  const auto past = std::make_shared<int>(0);
-  KVWatchdog* seen = nullptr;
-  const auto make = [&](double seconds) {
-    auto watchdog = KVWatchdog::initWithTimeinterval(
-        seconds,
-        [&seen](KVWatchdog& self, const std::shared_ptr<void>& reference) {
-          seen = &self;
-          ++*static_cast<int*>(reference.get());
-        },
-        queue, past);
-    watchdog->validate();
-    watchdog->resumeAfter(0);
-    return watchdog;
-  };
-  const auto huge = make(1e300);
-  const auto negative = make(-1);
-  auto nothing = make(std::nan(""));
-  host.advance(1000 * kMs);
-  EXPECT_EQ(*past, 2);
-  EXPECT_EQ(seen, nothing.get());
-  EXPECT_EQ(past.use_count(), 4);
-  nothing.reset();
-  EXPECT_EQ(past.use_count(), 3);
-}
+// Intervals that no clock holds have always passed, or never pass.
+static_assert(KVNanosecondsFromSeconds(-1) == 0);
+static_assert(KVNanosecondsFromSeconds(std::numeric_limits<double>::quiet_NaN()) == 0);
+static_assert(KVNanosecondsFromSeconds(1e290) == std::uint64_t{1} << 63);
 
-TEST(kv_watchdog, RefusesBadArgumentsByCodeAndEndsTheProgramWithoutAWatchdog) {
-  host::SimulatedHost host;
-  host::Queue queue("watched");
-  int reference = 0;
-  kv_watchdog* seen = nullptr;
-  const kv_watchdog_action action = [&seen](kv_watchdog* self, void* refCon) {
-    seen = self;
-    ++*static_cast<int*>(refCon);
+TEST_F(KVWatchdogTest, ThePlainModuleDoesTheSameAndRefusesBadArgumentsByCode) {
+  struct Module {
+    host::SimulatedHost& host;
+    kv_watchdog* seen;
+    Times fired;  // ns
+  } module{mHost, nullptr, {}};
+  const kv_watchdog_action action = [](kv_watchdog* self, void* refCon) {
+    auto& told = *static_cast<Module*>(refCon);
+    told.seen = self;
+    told.fired.push_back(told.host.AudioGetCurrentHostTime());
+    EXPECT_EQ(kv_watchdog_dispose(self), 0) << "in its own action";
   };
   kv_watchdog* watchdog = nullptr;
-  EXPECT_EQ(kv_watchdog_create(&watchdog, action, &queue, nullptr, 0), -50);
-  EXPECT_EQ(kv_watchdog_create(&watchdog, action, &queue, nullptr, std::nan("")), -50);
-  EXPECT_EQ(kv_watchdog_create(&watchdog, {}, &queue, nullptr, 1), -50);
+  EXPECT_EQ(kv_watchdog_create(&watchdog, action, &mQueue, nullptr, 0), -50);
+  EXPECT_EQ(kv_watchdog_create(&watchdog, action, &mQueue, nullptr, std::nan("")), -50);
+  EXPECT_EQ(kv_watchdog_create(&watchdog, {}, &mQueue, nullptr, 1), -50);
   EXPECT_EQ(kv_watchdog_create(&watchdog, action, nullptr, nullptr, 1), -50);
   EXPECT_EQ(watchdog, nullptr);
   EXPECT_EQ(kv_watchdog_dispose(nullptr), -50);
 
-  ASSERT_EQ(kv_watchdog_create(&watchdog, action, &queue, &reference, 0.1), 0);
-  EXPECT_EQ(kv_watchdog_set_timeinterval(watchdog, 0), -50);
-  EXPECT_EQ(kv_watchdog_resume_after(watchdog, -0.5), -50);
-  host.advance(1000 * kMs);
-  EXPECT_EQ(reference, 0);
-  EXPECT_EQ(kv_watchdog_resume_after(watchdog, 0.1), 0);
-  host.advance(100 * kMs);
-  EXPECT_EQ(reference, 1);
-  EXPECT_EQ(seen, watchdog);
-  EXPECT_EQ(kv_watchdog_dispose(watchdog), 0);
+  kv_watchdog* cancelled = nullptr;
+  kv_watchdog* disposed = nullptr;
+  for (kv_watchdog** each : {&watchdog, &cancelled, &disposed}) {
+    ASSERT_EQ(kv_watchdog_create(each, action, &mQueue, &module, 3), 0);
+    EXPECT_EQ(kv_watchdog_set_timeinterval(*each, 0), -50);
+    EXPECT_EQ(kv_watchdog_set_timeinterval(*each, 0.4), 0);
+    EXPECT_EQ(kv_watchdog_resume_after(*each, -0.5), -50);
+    mHost.advance(kMs);
+    EXPECT_EQ(kv_watchdog_resume_after(*each, 0.1), 0);
+    EXPECT_EQ(kv_watchdog_validate(*each), 0);
+  }
+  mHost.advance(197 * kMs);
+  EXPECT_EQ(kv_watchdog_validate(watchdog), 0);
+  EXPECT_EQ(kv_watchdog_cancel(cancelled), 0);
+  EXPECT_EQ(kv_watchdog_dispose(disposed), 0);
+  mHost.advance(2000 * kMs);
+  EXPECT_EQ(module.fired, Times{mBegin + 600 * kMs});
+  EXPECT_EQ(module.seen, watchdog);
+  EXPECT_EQ(kv_watchdog_dispose(cancelled), 0);
 
   const char* const text = "watchdog && \"watchdog must not be NULL\"";
   EXPECT_DEATH(kv_watchdog_set_timeinterval(nullptr, 1), text);

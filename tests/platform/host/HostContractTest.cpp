@@ -251,27 +251,6 @@ TEST_P(HostContract, AStopEndsOneLoopOnceWhicheverSeesIt) {
   EXPECT_FALSE(mainQueue.drainPending());
 }
 
-TEST_P(HostContract, ManyPostersLoseNothingAndKeepTheirOwnOrder) {
-  constexpr int kPosters = 4;
-  constexpr int kJobs = 3000;
-  Queue queue("many");
-  std::vector<int> next(kPosters, 0);
-  int outOfOrder = 0;
-  {
-    std::vector<std::unique_ptr<Thread>> threads;
-    for (std::size_t poster = 0; poster < kPosters; ++poster) {
-      threads.push_back(mHost->startThread("poster", [&, poster] {
-        for (int i = 0; i < kJobs; ++i) {
-          queue.async([&, poster, i] { outOfOrder += next[poster]++ == i ? 0 : 1; });
-        }
-      }));
-    }
-  }
-  queue.sync([] {});
-  EXPECT_EQ(next, std::vector<int>(kPosters, kJobs));
-  EXPECT_EQ(outOfOrder, 0);
-}
-
 TEST_P(HostContract, ARecursiveMutexKeepsOthersOutWhileItsHolderWaits) {
   constexpr int kThreads = 3;
   constexpr int kRounds = 40;

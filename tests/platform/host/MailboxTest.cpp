@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <thread>
 #include <vector>
 
@@ -30,17 +29,6 @@ TEST(Mailbox, HoldsItsCapacityThenRefusesAndCountsUntilThereIsRoom) {
   EXPECT_TRUE(mailbox.tryPush(5));
 }
 
-TEST(Mailbox, DestroysWhatNobodyRead) {
-  const auto counted = std::make_shared<int>(0);
-  {
-    Mailbox<std::shared_ptr<int>> mailbox(2);
-    for (int i = 0; i < 5; ++i) {
-      mailbox.push(std::shared_ptr<int>(counted));
-    }
-  }
-  EXPECT_EQ(counted.use_count(), 1);
-}
-
 // Real threads: the slots go round many times, which is where a lost or doubled
 // slot would show.
 TEST(Mailbox, UnderContentionEveryAcceptedValueComesOnceAndInOrder) {
@@ -51,6 +39,10 @@ TEST(Mailbox, UnderContentionEveryAcceptedValueComesOnceAndInOrder) {
   for (std::uint64_t poster = 0; poster < kPosters; ++poster) {
     threads.emplace_back([&mailbox, poster] {
       for (std::uint64_t i = 0; i < kValues; ++i) {
+        if (poster == 0) {
+          mailbox.push(poster << 32 | i);
+          continue;
+        }
         while (!mailbox.tryPush(poster << 32 | i)) {
           std::this_thread::yield();
         }

@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "platform/host/Log.h"
 #include "platform/host/SystemHost.h"
@@ -13,11 +12,11 @@
 namespace velor::host {
 namespace {
 
-std::vector<std::string> gTried;
+std::string gTried;
 std::string gGranted;
 
 bool attempt(const char* name) {
-  gTried.emplace_back(name);
+  gTried += std::string(name) + ' ';
   return gGranted == name;
 }
 
@@ -25,26 +24,24 @@ constexpr RealtimeAttempts kAttempts = {
     [](int) noexcept { return attempt("fifo"); }, [](int) noexcept { return attempt("rtkit"); },
     []() noexcept { return attempt("nice"); }, []() noexcept { attempt("slack"); }};
 
-TEST(RealtimeClass, IsTakenInOrderAndEachRefusalSaysTheRemedy) {
-  struct Case {
+TEST(RealtimeClass, IsTakenInOrderAndEachRefusalNamesTheRemedy) {
+  const struct {
     const char* granted;
     RealtimeGrant grant;
-    std::vector<std::string> tried;
+    const char* tried;
+  } cases[] = {
+      {"fifo", RealtimeGrant::fifo, "fifo "},
+      {"rtkit", RealtimeGrant::rtkitRealtime, "fifo rtkit "},
+      {"nice", RealtimeGrant::rtkitNice, "fifo rtkit slack nice "},
+      {"none", RealtimeGrant::ordinary, "fifo rtkit slack nice "},
   };
-  const Case cases[] = {
-      {"fifo", RealtimeGrant::fifo, {"fifo"}},
-      {"rtkit", RealtimeGrant::rtkitRealtime, {"fifo", "rtkit"}},
-      {"nice", RealtimeGrant::rtkitNice, {"fifo", "rtkit", "slack", "nice"}},
-      {"none", RealtimeGrant::ordinary, {"fifo", "rtkit", "slack", "nice"}},
-  };
-  for (const Case& c : cases) {
-    gGranted = c.granted;
+  for (const auto& [granted, grant, tried] : cases) {
+    gGranted = granted;
     gTried.clear();
-    EXPECT_EQ(takeRealtimeClass(ThreadRole::timer, kAttempts), c.grant) << c.granted;
-    EXPECT_EQ(gTried, c.tried) << c.granted;
-    const std::string warning = realtimeWarning(c.grant);
-    EXPECT_EQ(warning.empty(), c.grant == RealtimeGrant::fifo);
-    EXPECT_EQ(warning.find("group audio") == std::string::npos, warning.empty());
+    EXPECT_EQ(takeRealtimeClass(ThreadRole::timer, kAttempts), grant) << granted;
+    EXPECT_EQ(gTried, tried) << granted;
+    EXPECT_EQ(realtimeWarning(grant).find("group audio") == std::string::npos,
+              grant == RealtimeGrant::fifo);
   }
 }
 
@@ -69,12 +66,12 @@ TEST(RealtimeClass, IsTakenByTheTimersThreadWithTheFirstTimer) {
   gGranted = "fifo";
   gTried.clear();
   SystemHost host(kAttempts);
-  EXPECT_EQ(gTried, std::vector<std::string>());
+  EXPECT_EQ(gTried, "");
   Queue queue("ordinary");
   const auto fired = host.makeSemaphore();
   queue.after(0, [&fired] { fired->signal(); });
   fired->wait();
-  EXPECT_EQ(gTried, std::vector<std::string>{"fifo"});
+  EXPECT_EQ(gTried, "fifo ");
 }
 
 TEST(RealtimeGuardDeathTest, AllocationFreeAndLoggingInARealtimeScopeEndTheRun) {

@@ -74,19 +74,11 @@ struct ArchiveNode final : KeyedCoding {
   }
 };
 
-/// Stands for nothing: decodes to null.
-struct ArchiveNothing final : KeyedCoding {
-  static constexpr std::string_view kClassName = "Nothing";
-  static std::shared_ptr<ArchiveNothing> initWithCoder(KeyedUnarchiver&) { return nullptr; }
-  std::string_view archiveClassName() const override { return kClassName; }
-  void encodeWithCoder(KeyedArchiver&) const override {}
-};
-
-/// Never a node.
+/// Never a node, and nothing at all where it says so: decodes to null then.
 struct ArchiveLeaf final : KeyedCoding {
   static constexpr std::string_view kClassName = "Leaf";
-  static std::shared_ptr<ArchiveLeaf> initWithCoder(KeyedUnarchiver&) {
-    return std::make_shared<ArchiveLeaf>();
+  static std::shared_ptr<ArchiveLeaf> initWithCoder(KeyedUnarchiver& coder) {
+    return coder.containsValue("nothing") ? nullptr : std::make_shared<ArchiveLeaf>();
   }
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(KeyedArchiver&) const override {}
@@ -101,7 +93,7 @@ inline std::string repeated(std::string_view text, std::size_t count) {
   return result;
 }
 
-inline constexpr KeyedClass kArchiveClasses[] = {
-    KeyedClass::of<ArchiveNode>(), KeyedClass::of<ArchiveNothing>(), KeyedClass::of<ArchiveLeaf>()};
+inline constexpr KeyedClass kArchiveClasses[] = {KeyedClass::of<ArchiveNode>(),
+                                                 KeyedClass::of<ArchiveLeaf>()};
 
 }  // namespace velor::store

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -78,9 +77,8 @@ TEST_F(AtomicFileTest, OnlyOldFilesOfItsOwnThatNobodyHasOpenAreTakenAway) {
   const fs::path young = mFolder.path() / ".velor-abc123";
   std::ofstream(young) << "young";
   const fs::path left = mFolder.path() / ".velor-abc124";
-  const fs::path others[] = {".velor-abc12", ".velor-abc1234", ".velor-ABC123", "velor-abc123"};
   std::ofstream(left) << "left by a kill";
-  for (const fs::path& other : others) {
+  for (const char* other : {".velor-abc12", ".velor-abc1234", ".velor-ABC123", "velor-abc123"}) {
     std::ofstream(mFolder.path() / other) << "of somebody else";
   }
   for (const auto& entry : fs::directory_iterator(mFolder.path())) {
@@ -91,27 +89,8 @@ TEST_F(AtomicFileTest, OnlyOldFilesOfItsOwnThatNobodyHasOpenAreTakenAway) {
   EXPECT_TRUE(AtomicFile::write(mFile, "first"));
   EXPECT_FALSE(fs::exists(left));
   EXPECT_TRUE(fs::exists(young));
-  for (const fs::path& other : others) {
-    EXPECT_TRUE(fs::exists(mFolder.path() / other)) << other;
-  }
+  EXPECT_EQ(mFolder.size(), 7U) << "one was written, one deleted";
   EXPECT_TRUE(living.takePlace());
-  EXPECT_TRUE(fs::exists(mFolder.path() / "slow.wav"));
-}
-
-TEST_F(AtomicFileTest, AFolderThatMayNotBeWrittenKeepsItsFile) {
-  std::ofstream(mFile) << "old";
-  ASSERT_EQ(chmod(mFolder.path().c_str(), 0555), 0);
-  // Root may write everywhere, so it plays somebody else meanwhile.
-  const uid_t user = geteuid();
-  if (user == 0) {
-    ASSERT_EQ(seteuid(65534), 0);
-  }
-  const std::string error = AtomicFile::write(mFile, "new").error().text;
-  ASSERT_EQ(seteuid(user), 0);
-  ASSERT_EQ(chmod(mFolder.path().c_str(), 0755), 0);
-  EXPECT_EQ(error, "cannot make a file in " + mFolder.path().string() + ": Permission denied");
-  EXPECT_EQ(fileContents(mFile), "old");
-  EXPECT_EQ(mFolder.size(), 1U);
 }
 
 TEST_F(AtomicFileTest, OnlyFilesOfTheSizeAllowedAreRead) {
@@ -119,11 +98,11 @@ TEST_F(AtomicFileTest, OnlyFilesOfTheSizeAllowedAreRead) {
   EXPECT_EQ(AtomicFile::read(mFile, 4), "four");
   EXPECT_EQ(AtomicFile::read(mFile, 3).error().text,
             "cannot read " + mFile.string() + ": it is longer than 3 bytes");
-  EXPECT_EQ(AtomicFile::read("/dev/zero", 100).error().text,
-            "cannot read /dev/zero: it is not a regular file");
   const auto pipe = mFolder.path() / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  EXPECT_FALSE(AtomicFile::read(pipe, 100)) << "nobody writes into it: it must not wait";
+  EXPECT_EQ(AtomicFile::read(pipe, 100).error().text,
+            "cannot read " + pipe.string() + ": it is not a regular file")
+      << "nobody writes into it: it must not wait";
   EXPECT_EQ(AtomicFile::read(mFolder.path() / "none", 100).error().text,
             "cannot open " + (mFolder.path() / "none").string() + ": No such file or directory");
   // A size of 0 that is none: what has grown since is seen by reading.

@@ -3,12 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <functional>
 #include <limits>
 #include <numeric>
 #include <string>
+#include <utility>
 
 #include "platform/store/KeyedArchiveLimits.h"
 #include "tests/platform/store/ArchiveNode.h"
@@ -69,33 +71,23 @@ TEST(KeyedArchiver, EveryValueComesBackAsItWas) {
   node.text = std::string("\0\x01\"\\/ \xF0\x9F\x8E\xB5", 10);
   node.block.emplace(256);
   std::iota(node.block->begin(), node.block->end(), std::uint8_t{7});
-  node.node = std::make_shared<ArchiveNode>();
-  node.node->block = node.block;
-  node.nodes = {{node.node, nullptr, std::make_shared<ArchiveNode>()}};
+  node.nodes = {{std::make_shared<ArchiveNode>(), nullptr}};
   using Long = std::numeric_limits<std::int64_t>;
-  const std::pair<double, std::int64_t> numbers[] = {{0.0, 0},
-                                                     {-0.0, Long::max()},
-                                                     {1.0 / 3, Long::min()},
-                                                     {5e-324, std::int64_t{1} << 53 | 1},
-                                                     {std::numeric_limits<double>::max(), -1},
-                                                     {9007199254740993.0, 1}};
-  for (const auto& [real, large] : numbers) {
+  for (const auto& [real, large] :
+       {std::pair(-0.0, Long::max()), std::pair(1.0 / 3, Long::min()),
+        std::pair(5e-324, std::int64_t{1} << 53 | 1),
+        std::pair(std::numeric_limits<double>::max(), std::int64_t{-1})}) {
     node.real = real;
     node.large = large;
     node.small = static_cast<std::int32_t>(large >> 32);
     node.yes = large > 0;
-    const std::string document = node.document();
-    auto result = KeyedUnarchiver::read(document, kArchiveClasses);
-    ASSERT_TRUE(result);
-    const auto back = ArchiveNode::initWithCoder(*result);
-    EXPECT_EQ(back->real, real);
-    EXPECT_EQ(std::signbit(*back->real), std::signbit(real));
+    auto coder = KeyedUnarchiver::read(node.document(), kArchiveClasses).value();
+    const auto back = ArchiveNode::initWithCoder(coder);
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(*back->real), std::bit_cast<std::uint64_t>(real));
     EXPECT_EQ(back->large, large);
-    EXPECT_EQ(back->small, node.small);
-    EXPECT_EQ(back->yes, node.yes);
     EXPECT_EQ(back->text, node.text);
     EXPECT_EQ(back->block, node.block);
-    EXPECT_EQ(back->document(), document);  // and so with all that is inside
+    EXPECT_EQ(back->document(), node.document());
   }
 }
 
@@ -162,11 +154,10 @@ TEST(KeyedArchiver, WhatNoDocumentCanHoldIsRefusedWithItsPath) {
 }
 
 TEST(KeyedArchiver, ANameInABadEncodingStillMakesADocumentThatCanBeRead) {
-  KeyedArchiver coder;
-  coder.encodeString("key\xE9s \xC3", "name");
-  auto result = KeyedUnarchiver::read(coder.data().value(), kArchiveClasses);
-  ASSERT_TRUE(result);
-  EXPECT_EQ(result->decodeString("name"), "key\xEF\xBF\xBDs \xEF\xBF\xBD");
+  ArchiveNode node;
+  node.text = "key\xE9s \xC3";
+  EXPECT_EQ(KeyedUnarchiver::read(node.document(), kArchiveClasses).value().decodeString("text"),
+            "key\xEF\xBF\xBDs \xEF\xBF\xBD");
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
@@ -15,40 +17,29 @@
 namespace velor::store {
 namespace {
 
-TEST(UserDefaults, DamagedSettingsAreToldWithTheirPlaceAndKeptAsideOverTheNextWriting) {
+TEST(UserDefaults, DamagedSettingsAreAnErrorWithItsPlaceAndKeptAsideOverTheNextWriting) {
   const test::TemporaryFolder folder;
   const auto file = folder.path() / "settings.json";
   const auto aside = folder.path() / "settings.json.damaged";
   const UserDefaults defaults(file, {});
-  bool value = false;
+  std::optional<bool> value;
   const auto read = [&] {
-    value = false;
-    return defaults.read(
-        [&](KeyedUnarchiver& coder) { value = coder.decodeBool("on").value_or(false); });
-  };
-  const auto write = [&] {
-    return defaults.write([](KeyedArchiver& coder) { coder.encodeBool(true, "on"); });
+    return defaults.read([&](KeyedUnarchiver& coder) { value = coder.decodeBool("on"); });
   };
   EXPECT_TRUE(read());  // a first run
-  EXPECT_FALSE(value);
-  EXPECT_TRUE(write());
-  EXPECT_TRUE(read());
-  EXPECT_TRUE(value);
-
-  struct Case {
-    const char* contents;
-    const char* place;
-  };
-  for (const Case& each : {Case{"{\n  \"on\": tru\n}", "line 2"}, Case{R"({"on": 3})", "on:"}}) {
-    std::ofstream(file) << each.contents;
+  EXPECT_EQ(value, std::nullopt);
+  for (const auto& [contents, place] :
+       {std::pair("{\n  \"on\": tru\n}", "line 2"), std::pair(R"({"on": 3})", ": on: ")}) {
+    std::ofstream(file) << contents;
     const std::string error = read().error().text;
-    for (const char* part : {each.place, file.c_str(), aside.c_str()}) {
+    for (const char* part : {place, file.c_str(), aside.c_str()}) {
       EXPECT_NE(error.find(part), std::string::npos) << error;
     }
     EXPECT_FALSE(std::filesystem::exists(file));
-    EXPECT_TRUE(write());
-    EXPECT_EQ(test::fileContents(aside), each.contents);
+    EXPECT_TRUE(defaults.write([](KeyedArchiver& coder) { coder.encodeBool(true, "on"); }));
+    EXPECT_EQ(test::fileContents(aside), contents);
     EXPECT_TRUE(read());
+    EXPECT_EQ(value, true);
   }
 }
 
