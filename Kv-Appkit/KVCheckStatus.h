@@ -9,8 +9,8 @@
 
 namespace velor {
 
-/// Ends the process for a status of a plain module that is not 0: those that its
-/// callers bring about are programming errors.
+/// Ends the process for a status of a plain module that is not 0: the ones that its
+/// callers can cause are programming errors.
 inline void KVCheckStatus(const char* method, std::int32_t status) {
   if (status != 0) {
     const std::string text = std::string(method) + ", " +

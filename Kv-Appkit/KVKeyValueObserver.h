@@ -22,11 +22,11 @@ struct KVKeyPathOperation {
 };
 
 /// Calls operations of a target when properties of an object change. It observes
-/// as long as it lives, so that it belongs into the target, or beside it.
+/// as long as it lives, so make it a member of the target or keep it beside it.
 class [[nodiscard]] KVKeyValueObserver {
  public:
-  /// The target is held weakly: once it has gone nothing is called, and a call
-  /// under way keeps it. Operations run on the thread of the change. Any thread.
+  /// The target is held weakly: after its end nothing is called, and a running call
+  /// keeps it alive. Operations run on the thread of the change. Any thread.
   template <class Target>
   static KVKeyValueObserver observeKeyPaths(
       std::span<const KVKeyPathOperation<std::type_identity_t<Target>>> keyPaths,

@@ -22,7 +22,7 @@ void KVNotificationCenter::post(std::string name, std::any object) {
   const KVNotification notification{std::move(name), std::move(object)};
   // An observer may end the center.
   const auto observers = mObservers;
-  observers->tell(notification.name, notification);
+  observers->notify(notification.name, notification);
 }
 
 void KVNotificationCenter::postOnMainQueue(std::string name, std::any object) {
@@ -30,7 +30,7 @@ void KVNotificationCenter::postOnMainQueue(std::string name, std::any object) {
       [weak = std::weak_ptr<Observers>(mObservers),
        notification = KVNotification{std::move(name), std::move(object)}] {
         if (const auto observers = weak.lock()) {
-          observers->tell(notification.name, notification);
+          observers->notify(notification.name, notification);
         }
       });
 }

@@ -11,14 +11,14 @@
 
 namespace velor {
 
-/// What has happened, to whom it may concern: `object` is whatever the name says
-/// that it is, a number or any other value.
+/// An event for all its observers. The name decides what `object` is: a number or any
+/// other value.
 struct KVNotification {
   std::string name;
   std::any object;
 };
 
-/// Brings notifications from posters to observers that do not know each other.
+/// Delivers notifications from posters to observers that do not know each other.
 class KVNotificationCenter {
  public:
   using Observer = std::function<void(const KVNotification&)>;
@@ -35,13 +35,13 @@ class KVNotificationCenter {
   /// Calls the observers of the name here and now. Any thread. Realtime-safe: no.
   void post(std::string name, std::any object = {});
 
-  /// Returns at once; the observers are called on the main queue of the host in
-  /// force. Any thread. Realtime-safe: no.
+  /// Returns at once; the observers are called on the main queue of the current host.
+  /// Any thread. Realtime-safe: no.
   void postOnMainQueue(std::string name, std::any object = {});
 
  private:
   using Observers = KVObserverList<KVNotification>;
-  // Shared, so that what waits on the main queue can see that the center has gone.
+  // Shared, so that a job on the main queue can see that the center has ended.
   const std::shared_ptr<Observers> mObservers;
 };
 

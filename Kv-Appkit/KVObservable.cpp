@@ -39,7 +39,7 @@ void KVObservable::didChangeValueForKey(std::string_view key) {
     return;
   }
   for (const std::string_view affected : affectedBy(key, mDependencies)) {
-    mObservers.tell(affected, affected);
+    mObservers.notify(affected, affected);
   }
 }
 

@@ -23,12 +23,12 @@ struct KVDependency {
 /// dependencies, a constexpr array, to the constructor; the table may hold
 /// cycles, and is followed to the end.
 ///
-/// A change is announced by a pair of will and did around it. The observers of
-/// the key are told at the did, on its thread, and then those of every property
-/// that depends on it, each once.
+/// A pair of will and did around a change announces it. The did calls the observers of
+/// the key, on its thread, and then those of every property that depends on the key,
+/// each once.
 class KVObservable {
  public:
-  /// Gets the key that it observes.
+  /// Called with the key that it observes.
   using Observer = std::function<void(const std::string_view& key)>;
 
   KVObservable(const KVObservable&) = delete;
@@ -37,11 +37,11 @@ class KVObservable {
   /// The token keeps the observer. Any thread. Realtime-safe: no.
   [[nodiscard]] KVObserverToken addObserver(std::string_view key, Observer observer);
 
-  /// Any thread. Realtime-safe: no. Tells nobody by itself.
+  /// Any thread. Realtime-safe: no. Calls no observers.
   void willChangeValueForKey(std::string_view key);
 
-  /// Any thread, not only that of the will. Realtime-safe: no. One without a
-  /// will before it tells nobody; pairs may be nested, and each did tells.
+  /// Any thread, not only the one of the will. Realtime-safe: no. Without a will before
+  /// it, it calls no observers; pairs may be nested, and each did calls them.
   void didChangeValueForKey(std::string_view key);
 
  protected:

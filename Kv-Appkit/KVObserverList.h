@@ -11,16 +11,16 @@
 
 namespace velor {
 
-/// Keeps one observer registered; when the last copy goes, the observer is
-/// removed. It may outlive what is observed.
+/// Keeps one observer registered; the end of the last copy removes the observer.
+/// It may outlive the observed object.
 using KVObserverToken = std::shared_ptr<const void>;
 
-/// Observers by name. They are called on the thread that tells, in the order of
-/// their registration, with no lock held: an observer may tell, register and
+/// Observers by name. They are called on the thread that notifies, in the order of
+/// their registration, with no lock held: an observer may notify, register and
 /// remove, itself included.
 ///
 /// A removed observer is not called again, unless another thread was about to
-/// call it already: what an observer captures must bear that.
+/// call it already: whatever it captures must allow for that.
 template <class Argument>
 class KVObserverList {
  public:
@@ -37,9 +37,9 @@ class KVObserverList {
 
   /// Calls those that were registered for the name when this began and have not
   /// been removed by their turn. Any thread. Realtime-safe: no.
-  void tell(std::string_view name, const Argument& argument) const {
+  void notify(std::string_view name, const Argument& argument) const {
     for (const std::weak_ptr<const Entry>& weak : entriesNow()) {
-      // One at a time, so that removal holds for those whose turn is to come.
+      // One at a time, so that an observer that is removed meanwhile is not called.
       if (const auto entry = weak.lock(); entry != nullptr && entry->name == name) {
         entry->observer(argument);
       }

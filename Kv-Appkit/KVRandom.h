@@ -7,7 +7,7 @@
 
 namespace velor {
 
-/// What KVRandom draws from; a test puts its own in and the system's back.
+/// The source of KVRandom; a test installs its own and restores the system's.
 using KVRandomSource = std::uint32_t (*)() noexcept;
 
 inline std::atomic<KVRandomSource>& KVRandomSourceInForce() noexcept {

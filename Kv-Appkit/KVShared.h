@@ -9,9 +9,9 @@ namespace velor {
 /// All instances of KVShared, in the order of their creation.
 class KVSharedInstances {
  public:
-  /// Ends them, the youngest first, since a younger one may use an older one.
+  /// Destroys them, the youngest first, since a younger one may use an older one.
   /// For the end of main and of a test: nothing else may use them meanwhile, and
-  /// the host must still be there.
+  /// the host must still exist.
   static void clear() {
     while (!ends().empty()) {
       void (*const end)() = ends().back();
@@ -35,14 +35,14 @@ class KVSharedInstances {
 template <class T>
 class KVShared {
  public:
-  /// Any thread once it exists. Its creation is not locked: the first call is
-  /// the main thread's, during start-up. While an instance is being ended, this
-  /// still gives that one.
+  /// Any thread once it exists. Its creation is not locked: the main thread makes the
+  /// first call, during start-up. While an instance is being destroyed, this still
+  /// returns it.
   static T& instance() {
     T* existing = sInstance.load(std::memory_order_acquire);
     if (existing == nullptr) {
       existing = new T;
-      // After its constructor, so that what that one made for itself counts as older.
+      // After its constructor, so that instances made there count as older.
       KVSharedInstances::ends().push_back(&end);
       sInstance.store(existing, std::memory_order_release);
     }

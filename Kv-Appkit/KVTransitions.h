@@ -4,11 +4,11 @@
 #include <array>
 #include <cstddef>
 
-// For a state machine that stands as a table: rows with the members `from`,
-// `event`, `to` and what goes with the transition.
+// For a state machine written as a table: rows with the members `from`, `event`, `to`
+// and the data of the transition.
 namespace velor {
 
-/// To be asserted of each table: one state and one event lead to one place.
+/// For a static_assert on each table: one state and one event lead to one place.
 template <class Row, std::size_t kRows>
 constexpr bool KVNoPairRepeats(const std::array<Row, kRows>& table) {
   for (std::size_t i = 0; i < kRows; ++i) {

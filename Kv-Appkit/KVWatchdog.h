@@ -12,17 +12,17 @@ namespace velor {
 /// Acts once, when `validate` was not called within its interval.
 ///
 /// In this order: make it, call `resumeAfter` once, call `validate` again and
-/// again; the action runs when those calls stop. It is spent then, and the owner
-/// drops it and makes another at the next signal. Dropping the last reference
-/// cancels, on any thread and in the action too; an action under way keeps its
-/// watchdog, which is why it is shared.
+/// again; the action runs when those calls stop. The watchdog is spent then, and the owner
+/// releases it and makes another at the next signal. The end of the last reference
+/// cancels, on any thread and in the action too; a running action keeps its
+/// watchdog alive, so it is shared.
 class KVWatchdog : public std::enable_shared_from_this<KVWatchdog> {
  public:
-  /// Gets the reference that was given with it.
+  /// Called with the reference that was given with it.
   using Action = std::function<void(KVWatchdog&, const std::shared_ptr<void>& refCon)>;
 
-  /// `interval` in seconds, truncated to nanoseconds and not checked: one that is
-  /// not above 0 has always passed. The action runs on `queue`, which must outlive
+  /// `interval` in seconds, truncated to nanoseconds and not checked: 0 and less has
+  /// always passed. The action runs on `queue`, which must outlive
   /// the watchdog. `refCon` lives as long as the watchdog.
   static std::shared_ptr<KVWatchdog> initWithTimeinterval(double interval, Action action,
                                                           host::Queue& queue,
@@ -39,12 +39,12 @@ class KVWatchdog : public std::enable_shared_from_this<KVWatchdog> {
   /// nothing once the action has begun. Any thread. Realtime-safe: yes.
   void validate() noexcept;
 
-  /// No action that has not begun will begin, unless it is about to on another
-  /// thread. Any thread. Realtime-safe: no.
+  /// The action does not begin any more, unless another thread is about to begin it.
+  /// Any thread. Realtime-safe: no.
   void cancel();
 
-  /// Seconds from now until it may act; a deadline that has passed by then acts
-  /// right away. The main queue must run for this. Once in a watchdog's life.
+  /// Lets it act from so many seconds on; if the deadline has passed by then, at once.
+  /// The main queue must run for this. Once in a watchdog's life.
   /// Any thread. Realtime-safe: no.
   void resumeAfter(double seconds);
 

@@ -10,8 +10,8 @@ namespace velor {
 std::shared_ptr<KVWatchdogTimer> KVWatchdogTimer::make(double seconds, std::function<void()> action,
                                                        host::Queue& queue) {
   const std::shared_ptr<KVWatchdogTimer> timer(new KVWatchdogTimer(std::move(action)));
-  // The host's timer keeps its handler until it next looks at it, under its own
-  // lock. A weak reference is all that may go there.
+  // The host's timer keeps its handler until it next checks it, under its own lock, so the
+  // handler may hold only a weak reference.
   timer->mTimer.emplace(queue, [weak = timer->weak_from_this()] {
     if (const auto self = weak.lock()) {
       self->fire();

@@ -11,7 +11,7 @@
 
 namespace velor {
 
-/// The deadline of KVWatchdog and kv_watchdog: it fires once unless it is pushed ahead
+/// The deadline of KVWatchdog and kv_watchdog: it fires once unless `validate` moves it
 /// in time. It has no mutex: the worst that a race of `setTimeInterval` and `validate`
 /// can do is one deadline measured with the former interval.
 class KVWatchdogTimer : public std::enable_shared_from_this<KVWatchdogTimer> {

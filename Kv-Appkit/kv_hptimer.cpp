@@ -34,7 +34,7 @@ struct kv_hptimer_s {
 
 namespace {
 
-// Without the class the thread goes on as an ordinary one: the host has said so.
+// Without the class the thread goes on as an ordinary one; the host has logged it.
 void applyPolicy(const kv_hptimer_s& timer, host::Host& host) {
   const double computation = static_cast<double>(timer.interval.load()) * timer.computation.load();
   host::ThreadTimeConstraintPolicy policy;
@@ -69,7 +69,7 @@ class ThreadHold {
   kv_hptimer_s& mTimer;
 };
 
-// With the thread in the caller's hold.
+// The caller holds the thread.
 std::int32_t joinThread(kv_hptimer_s& timer) {
   if (timer.thread == nullptr) {
     return kv_hptimer_paramErr;

@@ -10,8 +10,8 @@ namespace velor {
 
 // A periodic timer on a thread of its own, in the host's real-time class, that
 // wakes at absolute deadlines and calls one callback. Each deadline is the former
-// one plus the interval: a late wake-up or a slow callback costs nothing in the
-// long run, and a late thread runs at once until it has caught up. The
+// one plus the interval: a late wake-up or a slow callback does not shift later
+// deadlines, and a late thread calls at once until it has caught up. The
 // first call comes one interval after the thread's start.
 //
 // The test for the end of a run stands before the sleep: after a stop the sleep
@@ -24,8 +24,8 @@ namespace velor {
 /// An opaque record of this module, from `kv_hptimer_create` to `kv_hptimer_dispose`.
 struct kv_hptimer_s;
 
-/// Runs on the timer's thread: short, and never waiting for what can wait for the
-/// timer.
+/// Runs on the timer's thread. Keep it short; it must not wait for anything that may wait
+/// for the timer.
 using kv_hptimer_block = std::function<void(const host::RealtimeContext&)>;
 
 /// The results of the operations below, beside 0 and the system's error for a thread
@@ -73,8 +73,8 @@ std::int32_t kv_hptimer_stop(kv_hptimer_s* timer);
 std::int32_t kv_hptimer_join(kv_hptimer_s* timer);
 
 /// Frees the timer; 0, for null too. While wake-ups remain it starts first, which
-/// makes a thread where a former run has left none. The thread reads the record up
-/// to its end: so the callback is let go, no call begins any more, and the record is
+/// makes a thread if a former run has left none. The thread reads the record up to its
+/// end: the callback is removed, no call begins any more, and the record is
 /// freed when the thread has ended, up to one interval later. Not from the callback.
 std::int32_t kv_hptimer_dispose(kv_hptimer_s* timer);
 

@@ -13,7 +13,7 @@ namespace velor {
 /// `kv_watchdog_create` to `kv_watchdog_dispose`.
 struct kv_watchdog;
 
-/// Gets the reference that was given with it.
+/// Called with the reference that was given with it.
 using kv_watchdog_action = std::function<void(kv_watchdog* watchdog, void* refCon)>;
 
 /// A result of the operations below, beside 0: a bad argument.

@@ -7,8 +7,8 @@
 
 namespace velor {
 
-/// Why something that may fail did: one line for people that names what it happened to. No
-/// decision reads its words.
+/// Why something failed: one line for people that names the file, key or device. No code
+/// decides by its words.
 struct Error {
   std::string text;
 };
@@ -17,7 +17,7 @@ struct Error {
 template <class T = void>
 using Expected = tl::expected<T, Error>;
 
-/// What a function that returns an Expected returns when it fails.
+/// A failed Expected.
 inline tl::unexpected<Error> failure(std::string text) {
   return tl::unexpected<Error>(Error{std::move(text)});
 }

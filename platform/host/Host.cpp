@@ -7,7 +7,7 @@ namespace velor::host {
 namespace {
 
 // Innermost last. Hosts are made and ended by the main thread before and after
-// all others run, so a plain vector will do.
+// all others run, so a plain vector is enough.
 std::vector<Host*>& hosts() {
   static std::vector<Host*> stack;
   return stack;

@@ -14,7 +14,7 @@
 
 namespace velor::host {
 
-/// What a thread is for, which decides its place among the real-time threads.
+/// The purpose of a thread, which decides its place among the real-time threads.
 enum class ThreadRole {
   ordinary,
   timer,     ///< the clock's timer: wakes, reads the time, posts
@@ -72,10 +72,9 @@ class Host {
   /// Sleeps until the host time `deadline`; a passed one returns at once.
   virtual void mach_wait_until(std::uint64_t deadline) noexcept = 0;
 
-  /// Puts the calling thread into the best real-time class that is allowed.
-  /// What was refused is logged once in the process's life, as a warning with
-  /// the remedy; that is never an end of the process. 0, or a status other than
-  /// 0 when the thread stays an ordinary one.
+  /// Puts the calling thread into the best real-time class that the system allows.
+  /// A refusal is logged once for each host, as a warning with the remedy; the
+  /// program goes on. 0, or a status other than 0 when the thread stays an ordinary one.
   virtual int thread_policy_set(const ThreadTimeConstraintPolicy& policy,
                                 ThreadRole role) noexcept = 0;
 
@@ -99,8 +98,8 @@ class Host {
 
  protected:
   Host() = default;
-  /// To be called last in the constructor and first in the destructor of a host:
-  /// what stands on the primitives needs them whole.
+  /// A host calls these last in its constructor and first in its destructor: the
+  /// services use its primitives.
   void makeServices();
   void endServices() noexcept;
 
@@ -109,8 +108,8 @@ class Host {
   std::unique_ptr<TimerService> mTimers;
 };
 
-/// The host in force. Constructing a host puts it in force, destroying it puts
-/// the former one back; one that is in force at the use of this must exist.
+/// The current host. Constructing a host makes it the current one, destroying it
+/// restores the former one. There must be one.
 Host& current() noexcept;
 
 }  // namespace velor::host

@@ -8,10 +8,10 @@
 
 namespace velor::host {
 
-/// The latest value of a plain record for one reader that must not wait, such as a
-/// cycle of audio: neither side waits for the other, however long that one was
-/// preempted. Writers exclude each other, and so do readers. Holds one value, so
-/// it is never full: what nobody read is replaced.
+/// The latest value of a plain record for one reader that must not wait, such as an
+/// audio cycle: neither side waits for the other, however long the other is
+/// preempted. Writers exclude each other, and so do readers. It holds one value, so
+/// it is never full: a new value replaces one that was not read.
 template <class T>
 class LatestValue {
   static_assert(std::is_trivially_copyable_v<T>);
@@ -25,7 +25,7 @@ class LatestValue {
     mBack = mMiddle.exchange(mBack | kFresh, std::memory_order_acq_rel) & ~kFresh;
   }
 
-  /// Stands until the reader's next call. Realtime-safe: yes.
+  /// Valid until the reader's next call. Realtime-safe: yes.
   const T& load() noexcept {
     if ((mMiddle.load(std::memory_order_relaxed) & kFresh) != 0) {
       mFront = mMiddle.exchange(mFront, std::memory_order_acq_rel) & ~kFresh;

@@ -41,7 +41,7 @@ void log(LogLevel level, const char* format, ...) {
     std::fputs("log call inside a real-time scope\n", stderr);
     std::abort();
   }
-  if ((level & kLogLevelInForce) == 0) {
+  if ((level & kLogLevelsWritten) == 0) {
     return;
   }
   char line[1024];

@@ -17,17 +17,17 @@ enum LogLevel : std::uint32_t {
 };
 
 /// The levels that are written: error to info.
-inline constexpr std::uint32_t kLogLevelInForce = kLogError | kLogWarning | kLogInfo;
+inline constexpr std::uint32_t kLogLevelsWritten = kLogError | kLogWarning | kLogInfo;
 
-/// Receives every line of a level in force, from any thread, one call a line.
+/// Receives every line of a written level, from any thread, one call a line.
 using LogSink = std::function<void(LogLevel, std::string_view)>;
 
-/// Puts the sink in force; an empty one discards, which is the state at start.
-/// Waits until no call of the former sink is under way.
+/// Sends all lines to the sink from now on; an empty one discards them, as at the start.
+/// Waits until no call of the former sink is running.
 void setLogSink(LogSink sink);
 
-/// One line, formatted as by printf; lines over 1023 bytes are cut. Levels that
-/// are not in force return before formatting.
+/// Logs one line, formatted as by printf; lines over 1023 bytes are cut. Levels that
+/// are not written return before formatting.
 /// Realtime-safe: no. Test binaries abort when it is called in a real-time scope.
 void log(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 

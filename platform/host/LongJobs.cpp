@@ -15,8 +15,8 @@ struct LongJobs::Running {
   std::unique_ptr<Thread> thread;  // the queue's
 };
 
-// Jobs that outlived their queue. At the end of the process those that are done by
-// then are joined; the others end with it.
+// Jobs that outlived their queue. At the end of the process the finished ones are
+// joined; the others end with the process.
 struct LongJobs::LeftBehind {
   ~LeftBehind() {
     for (const auto& each : list) {
@@ -37,7 +37,7 @@ struct LongJobs::LeftBehind {
   std::vector<std::shared_ptr<Running>> list;
 };
 
-// What a thread that outlives the queue still finds.
+// State that a thread may use after the queue has ended.
 struct LongJobs::Gate {
   std::mutex mutex;
   LongJobs* jobs;  // under mutex; null after its end

@@ -9,10 +9,10 @@
 
 namespace velor::host {
 
-/// Many writers, one reader, one order: what was pushed before another push
-/// began is read before it, whichever threads pushed. (Queues that are fast by
-/// keeping a lane for each writer do not promise that, and a job posted after a
-/// thread was joined must not overtake the last job of that thread.)
+/// Many writers, one reader, one order: a value whose push ended before another push
+/// began is read first, whichever threads pushed. (Queues with a lane for each writer do
+/// not promise that, and a job posted after a thread was joined must not overtake the
+/// last job of that thread.)
 ///
 /// When full: `tryPush` fails and counts, so that real-time writers never
 /// allocate; `push` allocates a further slot and always succeeds.

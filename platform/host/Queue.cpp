@@ -60,7 +60,7 @@ void Queue::wakeUp() noexcept {
 
 void Queue::waitFor(void (*call)(const void*), const void* context) {
   if (isCurrent()) {
-    std::fprintf(stderr, "sync on %s from itself would wait for ever\n", mLabel.c_str());
+    std::fprintf(stderr, "sync on %s from itself would wait forever\n", mLabel.c_str());
     std::abort();
   }
   Semaphore& answered = mHost.threadSemaphore();
@@ -102,7 +102,7 @@ void Queue::drain() {
 
 void Queue::reportRefused() {
   const std::uint64_t refused = mTasks.refused();
-  VELOR_LOG_ERROR("queue %s was full, %" PRIu64 " jobs were not taken", mLabel.c_str(),
+  VELOR_LOG_ERROR("queue %s was full, %" PRIu64 " jobs were discarded", mLabel.c_str(),
                   refused - mRefusedReported);
   mRefusedReported = refused;
 }

@@ -33,11 +33,11 @@ class KV_CAPABILITY("queue") Queue {
   /// Jobs that real-time threads can have waiting at once.
   static constexpr std::uint32_t kCapacity = 1024;
 
-  /// Starts the queue's thread on the host in force. `label` names the thread.
+  /// Starts the queue's thread on the current host. `label` names the thread.
   explicit Queue(std::string label);
   Queue(std::string label, ThreadRole role);
 
-  /// Drops the timers that point here, runs what was posted, ends the thread.
+  /// Discards the timers of this queue, runs the posted jobs, ends the thread.
   /// Not from the queue itself.
   virtual ~Queue();
 
@@ -50,18 +50,18 @@ class KV_CAPABILITY("queue") Queue {
   void async(Task task);
 
   /// Posts from a real-time thread: no allocation, at most one system call. A
-  /// callable that does not fit in a task does not compile. When kCapacity jobs
-  /// wait already, the job is not posted, is counted, and the queue logs the
-  /// count with the next job that it runs; false then.
+  /// callable that does not fit in a task does not compile. False when kCapacity jobs
+  /// wait already: the job is discarded and counted, and the queue logs the
+  /// count with the next job that it runs.
   template <class F>
   bool async(const RealtimeContext& realtime, F&& callable) noexcept {
     static_assert(Task::fitsInline<std::decay_t<F>>, "too large to post without allocation");
     return tryPost(realtime, Task(std::forward<F>(callable)));
   }
 
-  /// Runs the callable on the queue and waits for it; its result and its
-  /// exception come back. Stops the program when called on the queue itself,
-  /// which could only wait for ever. Realtime-safe: allocates nothing.
+  /// Runs the callable on the queue, waits for it, and returns its result or throws its
+  /// exception. Ends the program when called on the queue itself, which would wait
+  /// forever. Realtime-safe: allocates nothing.
   template <class F>
   auto sync(F&& callable) -> std::invoke_result_t<F&> {
     using Result = std::invoke_result_t<F&>;
@@ -101,7 +101,7 @@ class KV_CAPABILITY("queue") Queue {
   /// True on the queue's thread.
   bool isCurrent() const noexcept;
 
-  /// Stops the program unless it runs on this queue.
+  /// Ends the program unless it runs on this queue.
   void assertCurrent() const KV_ASSERTS_ON_QUEUE(this);
 
  protected:

@@ -14,9 +14,9 @@
 namespace velor::host {
 namespace {
 
-// rtkit grants at most 20. Audio servers and their clients stand above or among
-// these; the order among them is what counts: the timer thread only posts, so it
-// may interrupt the others.
+// rtkit grants at most 20. Audio servers and their clients have higher priorities or
+// these. Only the order of ours matters: the timer thread only posts, so it may
+// interrupt the others.
 constexpr int kTimerPriority = 18;
 constexpr int kMidiReadPriority = 17;
 constexpr int kTimingPriority = 16;

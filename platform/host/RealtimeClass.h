@@ -30,8 +30,8 @@ extern const RealtimeAttempts kSystemRealtimeAttempts;
 /// Goes down the order of classes for the calling thread.
 RealtimeGrant takeRealtimeClass(ThreadRole role, const RealtimeAttempts& attempts) noexcept;
 
-/// What to tell the user of a class below the first: what was refused, and the
-/// remedy. Empty for RealtimeGrant::fifo.
+/// The warning for a class below the first: what was refused, and the remedy.
+/// Empty for RealtimeGrant::fifo.
 std::string realtimeWarning(RealtimeGrant grant);
 
 }  // namespace velor::host

@@ -11,14 +11,14 @@ namespace velor::host {
 class Host;
 
 /// A mutex that the thread which holds it may lock again, and hold while it waits
-/// for a queue or for time: who finds it taken waits through the host. Threads are
-/// those of the host, so that it keeps the threads of a simulated one apart too.
+/// for a queue or for time: a thread that finds it locked waits through the host. It
+/// knows the host's threads, so it works for those of a simulated host too.
 ///
-/// For use with std::lock_guard. Any thread. Realtime-safe: no. It must not be
-/// waited for on a queue for which a holder waits.
+/// For use with std::lock_guard. Any thread. Realtime-safe: no. A queue must not wait
+/// for it while its holder waits for that queue.
 class RecursiveMutex {
  public:
-  /// Belongs to the host in force, and ends before it.
+  /// Belongs to the current host, and ends before it.
   RecursiveMutex();
   RecursiveMutex(const RecursiveMutex&) = delete;
   RecursiveMutex& operator=(const RecursiveMutex&) = delete;
@@ -30,8 +30,8 @@ class RecursiveMutex {
  private:
   Host& mHost;
   const std::unique_ptr<Semaphore> mFree;  // 1 while nobody holds it
-  // A thread is known by its own semaphore. Only the holder can find its own here,
-  // and a former one never does: it was taken away before the release.
+  // A thread's own semaphore identifies it. Only the holder can find its own here; a
+  // former holder has removed its own before the release.
   std::atomic<const Semaphore*> mHolder{nullptr};
   unsigned mDepth = 0;  // the holder's
 };

@@ -15,14 +15,14 @@ class Semaphore {
   /// Async-signal-safe on the real host.
   virtual void signal() noexcept = 0;
 
-  /// Takes one, waiting for it without end.
+  /// Waits for one and takes it.
   virtual void wait() = 0;
 
   /// Takes one if it comes by `deadline` (host time, ns); false otherwise.
   virtual bool waitUntil(std::uint64_t deadline) = 0;
 
-  /// A file descriptor that is readable while the count is above 0, for the
-  /// loop of somebody else; -1 where there is none (see Host::makeSemaphore).
+  /// A file descriptor that is readable while the count is above 0, for another
+  /// event loop; -1 without one (see Host::makeSemaphore).
   virtual int descriptor() const noexcept { return -1; }
 };
 

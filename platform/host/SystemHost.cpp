@@ -60,8 +60,7 @@ class SystemSemaphore final : public Semaphore {
 
  private:
   sem_t mSemaphore{};
-  // What sem_post and sem_clockwait order already, in words that ThreadSanitizer
-  // can follow.
+  // sem_post and sem_clockwait order this already; ThreadSanitizer needs it explicitly.
   std::atomic<unsigned> mOrder{0};
 };
 
@@ -77,7 +76,7 @@ class DescriptorSemaphore final : public Semaphore {
 
   void signal() noexcept override {
     const std::uint64_t one = 1;
-    // It fails only at a count of 2^64 - 2, which nobody can reach.
+    // It fails only at a count of 2^64 - 2, which cannot be reached.
     [[maybe_unused]] const ssize_t written = write(mDescriptor, &one, sizeof one);
   }
   void wait() override {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// Clang's thread-safety analysis, with queues as the capabilities: what belongs
-// to a queue says so, and the compiler holds every access to it. Other
-// compilers see nothing.
+// Clang's thread-safety analysis, with queues as the capabilities: state that belongs
+// to a queue is marked, and the compiler checks every access. Other compilers ignore
+// the marks.
 
 #if defined(__clang__)
 #define KV_THREAD_ANNOTATION(x) __attribute__((x))

@@ -9,8 +9,8 @@ namespace velor::host {
 
 class Queue;
 
-/// What the host knows of the calling thread. The simulated host, whose threads
-/// share one of the system's, exchanges it at each switch.
+/// The host's record of the calling thread. The threads of the simulated host share one
+/// system thread; it exchanges the record at each switch.
 struct ThreadState {
   const Queue* queue = nullptr;          ///< the queue that this thread runs
   std::unique_ptr<Semaphore> semaphore;  ///< Host::threadSemaphore

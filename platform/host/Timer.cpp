@@ -22,7 +22,7 @@ struct Timer::State {
   TimerService& service;
   std::function<void()> handler;
   std::atomic<std::uint64_t> deadline{0};
-  // When the service looks at this timer next; a deadline before it needs a wake-up.
+  // The next time at which the service checks this timer; an earlier deadline has to wake it.
   std::atomic<std::uint64_t> lookAt{kNever};
   std::atomic<bool> cancelled{false};
   std::uint64_t due = 0;  // the service's copy of the deadline, under its mutex
@@ -47,7 +47,7 @@ void Timer::resume() {
 }
 
 void Timer::cancel() {
-  // The service drops the record when it looks at it the next time.
+  // The service discards the record when it checks it the next time.
   mState->cancelled.store(true);
 }
 
@@ -70,7 +70,7 @@ void TimerService::wake() noexcept {
 void TimerService::add(std::shared_ptr<Timer::State> state) {
   {
     const std::lock_guard lock(mMutex);
-    // Until the service has looked, every new deadline is an early one.
+    // Until the service has checked it, every new deadline is an early one.
     state->lookAt.store(kNever - 1);
     mTimers.push_back(std::move(state));
   }
@@ -91,8 +91,8 @@ void TimerService::after(Queue& queue, std::uint64_t delay, Task task) {
 }
 
 void TimerService::run() {
-  // Not before there is something to time: a program that times nothing is not warned
-  // of a class that the system refuses.
+  // Only with the first timer: a program without timers gets no warning about a class that
+  // the system refuses.
   mWake->wait();
   mWakePending.store(false);
   if (!mEnding.load()) {
@@ -113,7 +113,7 @@ std::uint64_t TimerService::fireDue() {
   const std::lock_guard lock(mMutex);
   std::erase_if(mTimers, [](const auto& state) { return state->cancelled.load(); });
   for (const auto& state : mTimers) {
-    // Said first, then read again: a deadline that is set in between wakes this thread.
+    // Stored first, then read again: a deadline that is set in between wakes this thread.
     do {
       state->due = state->deadline.load();
       state->lookAt.store(state->due);

@@ -19,8 +19,8 @@ class Thread;
 
 /// A one-shot deadline that runs a handler on a queue. It is made suspended;
 /// nothing fires before `resume`. A deadline that has passed by then fires at
-/// once. Pushing the deadline forward is one atomic store, and puts off a firing that
-/// still waits for its turn on the queue. After a firing it is suspended again.
+/// once. A later deadline costs one atomic store, and delays a handler that still waits
+/// on the queue. After its handler has run the timer is suspended again.
 class Timer {
  public:
   /// `handler` runs on `queue`, at most once for each `resume`.
@@ -35,8 +35,8 @@ class Timer {
   void setDeadline(std::uint64_t deadline) noexcept;
   /// Lets the timer fire. Realtime-safe: no.
   void resume();
-  /// After it returns the handler does not start any more, unless it is about to
-  /// on another thread. Realtime-safe: no.
+  /// After it returns the handler does not start, unless another thread is about to
+  /// start it. Realtime-safe: no.
   void cancel();
 
  private:
@@ -46,7 +46,7 @@ class Timer {
 };
 
 /// The thread "velor.timers", on which all timers of a host wait. It paces freewheels,
-/// so it is of the timing class from the first timer on.
+/// so it takes the timing class with the first timer.
 class TimerService {
  public:
   explicit TimerService(Host& host);
@@ -55,7 +55,7 @@ class TimerService {
   /// Posts the job to the queue `delay` nanoseconds from now. Any thread.
   void after(Queue& queue, std::uint64_t delay, Task task);
 
-  /// Drops all timers whose handlers would run on this queue.
+  /// Discards all timers whose handlers would run on this queue.
   void forget(const Queue& queue);
 
  private:

@@ -6,9 +6,9 @@
 
 namespace velor::host {
 
-/// Lets jobs and delegates refer weakly to an object that no shared_ptr owns: a member of
-/// the object, with which all those references end. The object ends on the queue of its
-/// jobs, so that none is running then.
+/// A member of an object that no shared_ptr owns: jobs and delegates refer weakly to the
+/// object through it, and those references end with the object. Destroy the object on the
+/// queue of its jobs, so that none runs meanwhile.
 template <class T>
 class WeakSelf {
  public:
@@ -26,7 +26,7 @@ class WeakSelf {
   }
   // NOLINTEND(google-explicit-constructor)
 
-  /// A job that makes `call(self)`, and nothing once the object has ended.
+  /// A job that makes `call(self)`; it does nothing once the object has ended.
   template <class Call>
   auto job(Call call) const {
     return [weak = std::weak_ptr<T>(mSelf), call = std::move(call)]() mutable {

@@ -18,7 +18,7 @@ using Json = KeyedDocument::Json;
 using Limits = KeyedArchiveLimits;
 
 constexpr std::size_t kIndent = 2;
-// What stands deeper than the members of an object of a list stands on one line.
+// Containers deeper than the members of an object of a list are written on one line.
 constexpr std::size_t kDepthOfLines = 3;
 
 std::string tooMany(const char* what, std::size_t limit) {
@@ -29,7 +29,7 @@ std::string dumped(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-// Whether a text stands in a document as it is.
+// Whether a text is written in a document unchanged.
 bool isPlain(std::string_view text) {
   return std::all_of(text.begin(), text.end(),
                      [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });

@@ -54,8 +54,8 @@ class KeyedArchiver {
     encodeElements(elements, key);
   }
 
-  /// Of a document that was read: what was unknown there, as it stood. Keys that are
-  /// there already are left out, so that this comes last.
+  /// Writes the unknown members of a document that was read. Call it last: it leaves out
+  /// keys that are there already.
   void encodeRemainder(const KeyedRemainder& remainder);
 
   /// Makes this the error, unless there is one: there is no value for the key.

@@ -11,14 +11,14 @@ namespace velor::store {
 class KeyedArchiver;
 class KeyedUnarchiver;
 
-/// An object that can stand in a keyed archive. A class of its own there has a
+/// An object that a keyed archive can hold. Its class has a
 /// static `kClassName`, which is stored and must never change, and a static
-/// `initWithCoder(KeyedUnarchiver&)` that gives a std::shared_ptr of the class,
-/// or null where what is stored stands for nothing any more.
+/// `initWithCoder(KeyedUnarchiver&)` that returns a std::shared_ptr of the class,
+/// or null if the stored object has no meaning any more.
 ///
 /// Keys that `initWithCoder` does not ask for stay with the object, and are written
-/// again behind its own. So it asks for every key that the class knows, wanted or not:
-/// one that is passed over comes back.
+/// again after its own. So it must ask for every key that the class knows, used or not:
+/// otherwise the old value is written again.
 class KeyedCoding {
  public:
   virtual ~KeyedCoding() = default;
@@ -29,8 +29,7 @@ class KeyedCoding {
   /// Writes what `initWithCoder` reads.
   virtual void encodeWithCoder(KeyedArchiver& coder) const = 0;
 
-  /// Has the keys stay with this object that stayed with the other, which stands for the
-  /// same.
+  /// Takes the keys that stayed with another object for the same thing.
   void takeRemainder(const KeyedCoding& other) { mRemainder = other.mRemainder; }
 
  protected:
@@ -45,8 +44,7 @@ class KeyedCoding {
   KeyedRemainder mRemainder;  // of the document that it was read from last
 };
 
-/// A row of the table of classes that a document may name: nothing else in it can
-/// become an object.
+/// A row of the table of classes that a document may name; others are refused.
 struct KeyedClass {
   std::string_view name;
   std::shared_ptr<KeyedCoding> (*initWithCoder)(KeyedUnarchiver& coder);

@@ -37,8 +37,8 @@ std::string withoutHead(std::string_view message) {
 }
 
 // Builds the document from the parser's events, within the limits. (The library's own
-// builder copies each key for its callback, and looks for it among the others.) The parser
-// keeps one bit for each level, so that depth costs nothing before it is refused here.
+// builder copies each key for its callback, and searches for it among the others.) The parser
+// keeps one bit for each level, so depth costs nothing until this refuses it.
 class Builder final : public nlohmann::json_sax<Json> {
  public:
   explicit Builder(std::string_view text) : mText(text) {}
@@ -147,7 +147,7 @@ class Builder final : public nlohmann::json_sax<Json> {
     }
   }
 
-  // Looked at when the object is whole: one sort, whatever its size.
+  // Checked at the object's end: one sort, whatever its size.
   bool keysDiffer() {
     mKeys.clear();
     for (const auto& member : mOpen.back()->get_ref<const Json::object_t&>()) {
@@ -178,7 +178,7 @@ Expected<Json> KeyedDocument::read(std::string_view text) {
   if (text.size() > Limits::kBytes) {
     return failure("the document: longer than " + std::to_string(Limits::kBytes) + " bytes");
   }
-  // The parser takes it for the end and looks no further.
+  // The parser would take it for the end.
   if (const std::size_t zero = text.find('\0'); zero != std::string_view::npos) {
     return failure(placeOf(text, zero + 1) + ": a zero byte");
   }

@@ -9,8 +9,7 @@
 
 namespace velor::store {
 
-/// What the writer and the reader both know of a document's form. Only their sources
-/// include it.
+/// The form of a document, for the writer and the reader. Only their sources include it.
 struct KeyedDocument {
   using Json = nlohmann::ordered_json;
 

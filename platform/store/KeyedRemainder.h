@@ -9,10 +9,9 @@
 
 namespace velor::store {
 
-/// What an object of a document held under keys that its reader did not ask for, in
-/// their order: the work of a later version, which must survive being opened by this
-/// one. An empty one costs a pointer; copies share what they hold. Any thread.
-/// Realtime-safe: no.
+/// The members of an object of a document that its reader did not ask for, in their order:
+/// a later version wrote them, and they must survive being opened by this one. An empty
+/// one costs a pointer; copies share the members. Any thread. Realtime-safe: no.
 class KeyedRemainder {
  public:
   KeyedRemainder() = default;

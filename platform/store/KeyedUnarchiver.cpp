@@ -96,7 +96,7 @@ struct KeyedUnarchiver::State {
     return found != nullptr && !found->is_null() ? found : nullptr;
   }
 
-  // Of what stands at the path.
+  // Makes this the error, at the current path.
   void refuse(const std::string& why) {
     if (!error) {
       error = Error{path.text() + ": " + why};
@@ -106,7 +106,7 @@ struct KeyedUnarchiver::State {
     refuse("expected " + wanted + ", found " + described(found));
   }
 
-  // The value under the key, which is to be a Held.
+  // The value under the key, which must be a Held.
   template <class Held>
   std::optional<Held> held(std::string_view key, const char* wanted) {
     const Json* found = value(key);
@@ -141,7 +141,7 @@ struct KeyedUnarchiver::State {
     return std::nullopt;
   }
 
-  // At the object's path.
+  // Makes the object at the current path.
   std::shared_ptr<KeyedCoding> make(const Json& found, const Wanted& wanted,
                                     KeyedUnarchiver& coder) {
     if (found.is_null()) {
@@ -171,8 +171,8 @@ struct KeyedUnarchiver::State {
 
   const Json document;
   const std::span<const KeyedClass> classes;
-  // The object whose keys are asked for, and which of them were, by their places, behind
-  // those of the objects around it.
+  // The current object, and which of its keys were asked for, by their places, after those
+  // of the objects around it.
   const Json* object;
   std::vector<bool> asked;
   std::size_t firstAsked = 0;

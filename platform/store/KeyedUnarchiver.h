@@ -16,11 +16,11 @@
 namespace velor::store {
 
 /// Reads what KeyedArchiver writes, from a source that is not trusted: a document
-/// over the limits, with a key twice in an object, or that is no JSON in UTF-8, is
+/// over the limits, with a key twice in an object, or that is not JSON in UTF-8, is
 /// refused as a whole and nothing of it is used.
 ///
-/// Values are asked for by key, in any order; what nobody asks for is the remainder,
-/// and stays with the object that it belongs to. A key that is missing, or holds null, has no
+/// Values are asked for by key, in any order; the members that nobody asks for are the
+/// remainder, and stay with their object. A key that is missing, or holds null, has no
 /// value.
 ///
 /// The reader keeps the first error, a value of another kind than the one asked for, with its
@@ -53,8 +53,7 @@ class KeyedUnarchiver {
   /// True for a null, too, and after an error. Counts as asking.
   bool containsValue(std::string_view key) const;
 
-  /// Where the value under the key stands, "markers[3].time", for a message about one
-  /// that has been read and is of no use.
+  /// The path of the value under the key, "markers[3].time", for a message.
   std::string pathOf(std::string_view key) const;
 
   std::optional<bool> decodeBool(std::string_view key);
@@ -65,8 +64,8 @@ class KeyedUnarchiver {
   std::optional<std::string> decodeString(std::string_view key);
   std::optional<std::vector<std::uint8_t>> decodeBytes(std::string_view key);
 
-  /// An object of the class or of one derived from it. Null where there is none,
-  /// and where it stands for nothing any more.
+  /// An object of the class or of one derived from it. Null without one, and if its class
+  /// returns null.
   template <class T>
   std::shared_ptr<T> decodeObject(std::string_view key) {
     return std::dynamic_pointer_cast<T>(decodeObjectOf(key, wanted<T>()));
@@ -85,8 +84,8 @@ class KeyedUnarchiver {
     return result;
   }
 
-  /// Of the object whose keys are asked for, so of the document outside of any
-  /// `initWithCoder`: what has not been asked for by now.
+  /// The members that have not been asked for by now, of the current object: the document
+  /// outside of any `initWithCoder`.
   KeyedRemainder remainder() const;
 
  private:

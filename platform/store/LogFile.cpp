@@ -17,17 +17,17 @@
 namespace velor::store {
 namespace {
 
-// Beyond the lines that may wait, for errors, each of which a thread waits for,
-// and for the line that tells of a gap before one.
+// In addition to the lines that may wait: for errors, each of which a thread waits for,
+// and for the line about a gap before one.
 constexpr std::size_t kRoomForErrors = 64;
 constexpr std::size_t kSlotsOfALine = 2;
 
 }  // namespace
 
-/// Stands on spdlog's thread pool, with the bound of the queue kept here: the
-/// pool's own ways with a full queue are to block, or to drop the oldest entry,
-/// errors that a thread waits for among them. Its flush returns without waiting,
-/// so that lines are counted in and out here, and an error waits for its number.
+/// Uses spdlog's thread pool, but limits the queue here: with a full queue the pool can
+/// only block, or discard the oldest entry, which may be an error that a thread waits for.
+/// Its flush returns without waiting, so this counts lines in and out, and an error waits
+/// for its number.
 class LogFile::Writer {
  public:
   Writer(std::filesystem::path folder, const LogLimits& limits, Now now)
@@ -79,7 +79,7 @@ class LogFile::Writer {
   }
 
  private:
-  // The logger's second sink: it hears of a line after the files have it.
+  // The logger's second sink: it gets a line after the file has it.
   class Counter final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
    public:
     explicit Counter(Writer& writer) : mWriter(writer) {}
@@ -92,8 +92,8 @@ class LogFile::Writer {
 
   std::size_t waiting() const noexcept { return static_cast<std::size_t>(mPosted - mWritten); }
 
-  // Once lines are lost, more are until half of the queue is free: a few gaps
-  // that are told of, rather than every other line of a flood.
+  // After the first lost line, all are discarded until half of the queue is free: a few
+  // gaps with their counts, instead of every other line of a flood.
   bool mustDrop() noexcept {
     if (waiting() >= mCapacity) {
       mDropping = true;
@@ -122,7 +122,7 @@ class LogFile::Writer {
     if (waiting() > 0 || mLost == 0) {
       return;
     }
-    // Nobody may log again for hours, or ever.
+    // The next line may come hours later, or never.
     post(mNow(), gapText());
   }
 

@@ -14,13 +14,13 @@ namespace velor::store {
 
 /// The application's log. A line is the local time as
 /// "yyyy/MM/dd HH:mm:ss:SSS", two blanks, and the message; control characters in
-/// it stand escaped ("\n", "\x1b"), so that an entry is one line.
+/// it are escaped ("\n", "\x1b"), so that an entry is one line.
 ///
 /// All lines go through one queue to one logging thread, in the order of their
-/// times. An error is in its file (write(2) has returned), and so is all that was
-/// logged before it, when `log` returns; other lines are not waited for. When
-/// the queue is full, lines other than errors are dropped until half of it is
-/// free, and a line in the gap says how many. The destructor writes what waits.
+/// times. When `log` returns for an error, it and all lines before it are in the file
+/// (write(2) has returned); for other lines `log` does not wait. When the queue is full,
+/// lines other than errors are discarded until half of it is free, and a line in the gap
+/// says how many. The destructor writes the lines that wait.
 ///
 /// The files, and how several processes share their folder: RollingFileSink.
 class LogFile {
@@ -28,12 +28,12 @@ class LogFile {
   /// The wall clock; called on any thread, also several at once.
   using Now = std::function<std::chrono::system_clock::time_point()>;
 
-  /// Starts the logging thread; throws std::system_error when there can be none.
-  /// Folder and file are made with the first line. A failure there is told once
-  /// on stderr, never to the caller.
+  /// Starts the logging thread; throws std::system_error when the system refuses it.
+  /// The first line makes folder and file. If that fails, one line on stderr says so, and
+  /// `log` goes on without.
   explicit LogFile(std::filesystem::path folder, const LogLimits& limits = {},
                    Now now = &std::chrono::system_clock::now);
-  /// Takes itself out of force first.
+  /// Removes itself as the sink first.
   ~LogFile();
   LogFile(const LogFile&) = delete;
   LogFile& operator=(const LogFile&) = delete;

@@ -12,8 +12,8 @@
 namespace velor::store {
 
 /// A new file that takes the place of another, or of none, once it is whole. Until
-/// then it lies beside it under a name of its own; it goes with the object unless
-/// `takePlace` was reached. A crash or a kill can leave it behind, a `.velor-` file; the
+/// then it lies beside it under a name of its own; the object deletes it at its end unless
+/// `takePlace` succeeded. A crash or a kill can leave it behind, a `.velor-` file; the
 /// next replacement in that folder that reaches its place deletes it when it is over
 /// kLeftBehindAge old and nobody has it open.
 ///
