@@ -25,6 +25,25 @@ std::shared_ptr<VLMarker> readFrom(const std::string& document) {
   return store::KeyedUnarchiver::read(document, kClasses).value().decodeObject<VLMarker>("marker");
 }
 
+TEST(VLMarker, NeedsATimeAndANameAndHoldsACopyOfTheTime) {
+  const auto reasonOf = [](const auto& time, const auto& name) -> std::string {
+    try {
+      VLMarker::initWithTime(time, name);
+    } catch (const KVException& exception) {
+      return exception.reason();
+    }
+    return "made";
+  };
+  EXPECT_EQ(reasonOf(nullptr, "A"), "Invalid parameter not satisfying: time");
+  EXPECT_EQ(reasonOf(timeAt(1, kSMPTETimeType25), std::nullopt),
+            "Invalid parameter not satisfying: name");
+  const auto time = timeAt(1, kSMPTETimeType25);
+  const auto marker = VLMarker::initWithTime(time, "Verse");
+  time->setHours(7);
+  EXPECT_EQ(marker->description(), "VLMarker, 01:02:03:04 <25>, Verse");
+  EXPECT_NE(marker->uuid(), VLMarker::initWithTime(time, "Verse")->uuid());
+}
+
 TEST(VLMarker, TakesALabelThatItsFormatHasAndNothingElse) {
   const auto marker = VLMarker::initWithTime(timeAt(1, kSMPTETimeType25), "A");
   std::vector<std::string> told;

@@ -121,6 +121,32 @@ TEST_F(VLLTCReaderDeviceTest, WhatTheClockPlaysIsReadAndLeavesAsMTCInStepWithThe
   EXPECT_NEAR(mReader->frameRate() / mReader->getLatestSpeed(), 1, 0.0101);
 }
 
+TEST_F(VLLTCReaderDeviceTest, EachStepOfAFreewheelIsReportedOnceAndShownAsItsStatus) {
+  make();
+  mReader->setFreewheelTime(2);
+  clock().start();
+  mHost.advance(3 * kSecond);
+  mDelegate->states.clear();
+  int announced = 0;
+  const auto token = mReader->addObserver("deviceStatus", [&](const auto&) { ++announced; });
+  inputOf(*mGenerator)->setEnable(false);
+  mHost.advance(kSecond);
+  EXPECT_EQ(mReader->deviceStatus(), kVLDeviceStatusFreewheeling);
+  inputOf(*mGenerator)->setEnable(true);
+  mHost.advance(2 * kSecond);
+  EXPECT_EQ(mReader->deviceStatus(), kVLDeviceStatusRunning);
+  EXPECT_EQ(mDelegate->states, "fwst resm rdst");
+  EXPECT_EQ(announced, 3) << "once for each";
+  clock().stop();
+  mHost.advance(kSecond);
+  EXPECT_TRUE(mReader->freewheeling());
+  mHost.advance(2 * kSecond);
+  EXPECT_FALSE(mReader->running());
+  EXPECT_EQ(mReader->deviceStatus(), kVLDeviceStatusIdle);
+  EXPECT_EQ(mReader->getLatestSpeed(), 0);
+  EXPECT_EQ(mDelegate->states, "fwst resm rdst fwst fwsp");
+}
+
 TEST_F(VLLTCReaderDeviceTest, TheDelegateHearsEverySecondFrameAndOnlyWhatChanges) {
   make();
   clock().start();
