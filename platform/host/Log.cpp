@@ -6,6 +6,7 @@
 #include <mutex>
 #include <shared_mutex>
 
+#include "platform/host/LogProblem.h"
 #include "platform/host/Realtime.h"
 
 namespace velor::host {
@@ -14,6 +15,8 @@ namespace {
 struct SinkSlot {
   std::shared_mutex mutex;
   LogSink sink;
+  std::mutex problemMutex;
+  LogProblem problem;  // under problemMutex
 };
 
 // Never destroyed: threads may log while the process ends.
@@ -35,6 +38,12 @@ void setLogSink(LogSink sink) {
   slot.sink = std::move(sink);
 }
 
+LogProblem lastLogProblem() {
+  SinkSlot& slot = sinkSlot();
+  const std::lock_guard lock(slot.problemMutex);
+  return slot.problem;
+}
+
 void log(LogLevel level, const char* format, ...) {
   if (realtimeDepth() != 0) {
     // The guard's own check sees only allocations; say what the fault is.
@@ -51,6 +60,10 @@ void log(LogLevel level, const char* format, ...) {
   va_end(arguments);
 
   SinkSlot& slot = sinkSlot();
+  if ((level & (kLogError | kLogWarning)) != 0) {
+    const std::lock_guard lock(slot.problemMutex);
+    slot.problem = {slot.problem.number + 1, line};
+  }
   const std::shared_lock lock(slot.mutex);
   if (slot.sink) {
     slot.sink(level, line);
