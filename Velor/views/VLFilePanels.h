@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string_view>
+
+#include "Velor/app/VLMainWindowOutlet.h"
+#include "Velor/views/VLSheets.h"
+
+namespace velor {
+
+/// The panels that ask for a document, as sheets. Queue: main.
+class VLFilePanels {
+ public:
+  using FileChosen = VLMainWindowOutlet::FileChosen;
+
+  VLFilePanels(QWidget& window, VLSheets& sheets) : mWindow(window), mSheets(sheets) {}
+
+  /// Asks before a file is replaced.
+  void beginSave(std::string_view fileType, FileChosen chosen);
+  void beginOpen(std::string_view fileType, FileChosen chosen);
+
+ private:
+  void begin(std::string_view fileType, bool isSave, FileChosen chosen);
+
+  QWidget& mWindow;
+  VLSheets& mSheets;
+};
+
+}  // namespace velor

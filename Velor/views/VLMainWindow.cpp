@@ -1,0 +1,371 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/views/VLMainWindow.h"
+
+#include <ui_VLMainWindow.h>
+
+#include <QActionGroup>
+#include <QCloseEvent>
+#include <QLocale>
+#include <exception>
+#include <utility>
+
+#include "Velor/app/VLAppDelegate.h"
+#include "Velor/views/VLBigTimecodeWindowController.h"
+#include "Velor/views/VLEventModifiers.h"
+#include "Velor/views/VLIcons.h"
+#include "Velor/views/VLMainMenu.h"
+#include "Velor/views/VLSegmentedControl.h"
+#include "Velor/views/VLStyle.h"
+#include "Velor/views/VLTimecodeView.h"
+#include "platform/host/Host.h"
+#include "platform/host/Log.h"
+
+namespace velor {
+namespace {
+
+enum MarkerSegment { kPrevSegment, kAddSegment, kNextSegment };
+
+constexpr QSize kFirstSize(960, 560);
+constexpr int kFirstDestinations = 380;
+constexpr int kRateDecimals = 2;
+
+QString textOf(std::string_view text) {
+  return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+// Of the form, which makes what the other members stand on.
+Ui::VLMainWindow* madeForm(VLMainWindow& window) {
+  auto* form = new Ui::VLMainWindow;
+  form->setupUi(&window);
+  return form;
+}
+
+VLMainWindow::Choices choicesOf(std::span<const VLChoice> given,
+                                const VLMainWindow::Chosen& chosen) {
+  VLMainWindow::Choices choices{{}, chosen};
+  for (const VLChoice& each : given) {
+    choices.rows.push_back({textOf(each.title), each.tag});
+  }
+  return choices;
+}
+
+}  // namespace
+
+VLMainWindow::VLMainWindow()
+    : mForm(madeForm(*this)),
+      mTimecodeView(new VLTimecodeView(this)),
+      mSheets(*this, performer()),
+      mPanels(*this, mSheets),
+      mMarkers(*mForm->markerTable, performer()),
+      mDestinations(*mForm->mtcDestinationsTable, performer()),
+      mMenu(new VLMainMenu(*this)) {
+  mForm->timecodeViewPlace->addWidget(mTimecodeView);
+  setUpTransport();
+  setUpMarkers();
+  mForm->mainSplitView->setStretchFactor(0, 0);
+  mForm->mainSplitView->setStretchFactor(1, 1);
+  resize(kFirstSize);
+  mForm->mainSplitView->setSizes({kFirstDestinations, kFirstSize.width() - kFirstDestinations});
+}
+
+VLMainWindow::~VLMainWindow() = default;
+
+void VLMainWindow::connectButton(VLButton& button, std::function<void(VLAppDelegate&)> action,
+                                 const QString& toolTip) {
+  button.setToolTip(toolTip);
+  connect(&button, &VLButton::clicked, this,
+          [this, action = std::move(action)] { performOnController(action); });
+}
+
+void VLMainWindow::setUpTransport() {
+  connectButton(
+      *mForm->startButton, [](VLAppDelegate& app) { app.play(); }, tr("Play (Space)"));
+  connectButton(
+      *mForm->stopButton, [](VLAppDelegate& app) { app.stop(); },
+      tr("Stop (Space); again: back to the start; with Ctrl: to zero"));
+  connectButton(
+      *mForm->armButton, [](VLAppDelegate& app) { app.arm(); },
+      tr("Follow the sync source (Ctrl+Shift+A)"));
+  connectButton(
+      *mForm->prerollButton, [](VLAppDelegate& app) { app.togglePreroll(); },
+      tr("Start early by the pre-roll time (Ctrl+Shift+P)"));
+  connect(mForm->prerollButton, &VLButton::clicked, this, [this] { showClock(); });
+  mForm->prerollButton->setIcon(VLIcons::icon("prerollTemplate"));
+  connectButton(
+      *mForm->playRateButton, [](VLAppDelegate& app) { app.openPlaybackRateSheet(); },
+      tr("Play rate, as a difference to the normal speed (Ctrl+R)"));
+  connect(mForm->formatPopupButton, &QComboBox::activated, this, [this](int index) {
+    perform([&] { mFormats.chosen(mForm->formatPopupButton->itemData(index).toULongLong()); });
+    setSelectedFormat(mSelectedFormat);  // a clock that runs keeps its format
+  });
+}
+
+void VLMainWindow::setUpMarkers() {
+  mForm->markerTable->addAction(&mMenu->deleteMenuItem());
+  struct Row {
+    VLButton* button;
+    const char* icon;
+    MarkerSegment segment;
+    QString toolTip;
+  };
+  const Row rows[] = {
+      {mForm->previousMarkerButton, "previousTemplate", kPrevSegment,
+       tr("Previous marker (Ctrl+Left)")},
+      {mForm->addMarkerButton, "addTemplate", kAddSegment, tr("Add a marker here (Ctrl+M)")},
+      {mForm->nextMarkerButton, "nextTemplate", kNextSegment, tr("Next marker (Ctrl+Right)")}};
+  for (const Row& row : rows) {
+    row.button->setIcon(VLIcons::icon(row.icon));
+    connectButton(
+        *row.button, [segment = row.segment](VLAppDelegate& app) { app.moveToMarker(segment); },
+        row.toolTip);
+  }
+}
+
+void VLMainWindow::setController(const std::shared_ptr<VLAppDelegate>& controller) {
+  mController = controller;
+  mMenu->setController(*controller);
+  mMarkers.setController(controller);
+  mDestinations.follow();
+  controller->undoManager().setChanged(
+      mSelf.job([](VLMainWindow& self) { self.mMenu->undoDidChange(); }));
+  followClock(*controller);
+  mForm->statusRow->follow(controller, [this] {
+    performOnController([this](VLAppDelegate& app) {
+      if (!app.documents().recover()) {
+        presentError(app.documents().state().error());
+      }
+    });
+  });
+}
+
+void VLMainWindow::followClock(VLAppDelegate& controller) {
+  const auto later = [job = mSelf.job([](VLMainWindow& self) { self.showClock(); })](const auto&) {
+    host::current().mainQueue().async(job);
+  };
+  for (const char* key : {"playRate", "preroll"}) {
+    mTokens.push_back(controller.clock().addObserver(key, later));
+  }
+  showClock();
+}
+
+void VLMainWindow::showClock() {
+  performOnController([this](VLAppDelegate& app) {
+    const double percent = app.clock().playRatePercent();
+    mForm->playRateButton->setText((percent > 0 ? "+" : "") +
+                                   QLocale::c().toString(percent, 'f', kRateDecimals) + " %");
+    mForm->prerollButton->setChecked(app.clock().preroll());
+  });
+}
+
+// --- what the user does
+
+VLPerform VLMainWindow::performer() {
+  return [this](const std::function<void()>& action) { perform(action); };
+}
+
+void VLMainWindow::perform(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const std::exception& failure) {
+    VELOR_LOG_ERROR("%s", failure.what());
+    presentError(failure.what());
+  }
+}
+
+void VLMainWindow::performOnController(const std::function<void(VLAppDelegate&)>& action) {
+  if (const auto controller = mController.lock()) {
+    perform([&] { action(*controller); });
+  }
+}
+
+void VLMainWindow::quit() {
+  if (mIsAskingToQuit) {
+    mSheets.raise();
+    return;
+  }
+  const auto controller = mController.lock();
+  if (controller == nullptr ||
+      controller->applicationShouldTerminate() == VLAppDelegate::TerminateReply::now) {
+    host::current().mainQueue().stop();
+    return;
+  }
+  mIsAskingToQuit = true;
+}
+
+void VLMainWindow::closeEvent(QCloseEvent* event) {
+  event->ignore();
+  quit();
+}
+
+void VLMainWindow::resizeEvent(QResizeEvent* event) {
+  QMainWindow::resizeEvent(event);
+  fitTransport();
+}
+
+// In a narrow window the icons have to do.
+void VLMainWindow::fitTransport() {
+  VLButton* const buttons[] = {mForm->startButton, mForm->stopButton, mForm->armButton,
+                               mForm->prerollButton};
+  int missing = -width() + 2 * VLStyle::kEdge;
+  for (VLButton* each : buttons) {
+    each->setTextVisible(true);
+  }
+  missing += mForm->transportRow->sizeHint().width();
+  for (VLButton* each : buttons) {
+    each->setTextVisible(missing <= 0);
+  }
+}
+
+// --- what the controller shows
+
+void VLMainWindow::setStartImage(const Image& image) {
+  mForm->startButton->setIcon(VLIcons::icon(image.name, image.tint));
+}
+
+void VLMainWindow::setStopImage(const Image& image) {
+  mForm->stopButton->setIcon(VLIcons::icon(image.name, image.tint));
+}
+
+void VLMainWindow::setArmImage(const Image& image, bool on) {
+  mForm->armButton->setIcon(VLIcons::icon(image.name, image.tint));
+  mForm->armButton->setCheckable(on);
+  mForm->armButton->setChecked(on);
+}
+
+void VLMainWindow::setTogglePlayKey(std::string_view keyEquivalent) {
+  mMenu->togglePlayMenuItem().setShortcut(
+      keyEquivalent == " " ? QKeySequence(Qt::Key_Space) : QKeySequence(textOf(keyEquivalent)));
+}
+
+void VLMainWindow::setPlayModes(std::span<const VLChoice> modes, const Chosen& chosen) {
+  mPlayModes = choicesOf(modes, chosen);
+  auto* control = new VLSegmentedControl(this);
+  control->setObjectName("playbackModeControl");
+  control->setAccessibleName(tr("Play Mode"));
+  for (const Choices::Choice& each : mPlayModes.rows) {
+    control->addSegment(tr(each.title.toUtf8()), each.tag);
+  }
+  connect(control, &VLSegmentedControl::segmentChosen, this,
+          [this](std::uint64_t tag) { perform([&] { mPlayModes.chosen(tag); }); });
+  delete std::exchange(playbackModeControl, control);
+  mForm->modePlace->addWidget(control);
+  fitTransport();
+}
+
+void VLMainWindow::setSelectedPlayMode(std::uint64_t playMode) {
+  if (playbackModeControl != nullptr) {
+    playbackModeControl->setSelectedTag(playMode);
+  }
+}
+
+void VLMainWindow::setFormats(std::span<const VLChoice> formats, const Chosen& chosen) {
+  mFormats = choicesOf(formats, chosen);
+  fillFormatPopup(*mForm->formatPopupButton);
+}
+
+void VLMainWindow::fillFormatPopup(QComboBox& popup) {
+  popup.clear();
+  for (const Choices::Choice& each : mFormats.rows) {
+    popup.addItem(each.title, QVariant::fromValue<qulonglong>(each.tag));
+  }
+  popup.setCurrentIndex(popup.findData(QVariant::fromValue<qulonglong>(mSelectedFormat)));
+}
+
+void VLMainWindow::setSelectedFormat(std::uint32_t format) {
+  mSelectedFormat = format;
+  const QVariant tag = QVariant::fromValue<qulonglong>(format);
+  mForm->formatPopupButton->setCurrentIndex(mForm->formatPopupButton->findData(tag));
+  if (playrateSheet != nullptr) {
+    QComboBox& popup = playrateSheet->formatPopupButton2();
+    popup.setCurrentIndex(popup.findData(tag));
+  }
+}
+
+void VLMainWindow::fillWithChoices(QMenu& menu, const Choices& choices, std::uint64_t current) {
+  menu.clear();
+  for (const Choices::Choice& each : choices.rows) {
+    QAction* item = menu.addAction(each.title);
+    item->setCheckable(true);
+    item->setChecked(each.tag == current);
+    connect(item, &QAction::triggered, this,
+            [this, &choices, tag = each.tag] { perform([&] { choices.chosen(tag); }); });
+  }
+}
+
+void VLMainWindow::setNeedsDisplay() {
+  centralWidget()->update();
+}
+
+std::shared_ptr<VLBigTimecodeOutlet> VLMainWindow::makeBigTimecodeWindow() {
+  return std::make_shared<VLBigTimecodeWindowController>();
+}
+
+void VLMainWindow::beginPlayRateSheet(double percent) {
+  if (playrateSheet != nullptr) {
+    mSheets.raise();
+    return;
+  }
+  playrateSheet = new VLPlayRateSheet(
+      percent,
+      [this](double typed) {
+        double current = typed;
+        performOnController([&](VLAppDelegate& app) {
+          app.clock().setPlayRatePercent(typed);
+          current = app.clock().playRatePercent();
+        });
+        return current;
+      },
+      this);
+  QComboBox& popup = playrateSheet->formatPopupButton2();
+  fillFormatPopup(popup);
+  connect(&popup, &QComboBox::activated, this, [this, &popup](int index) {
+    perform([&] { mFormats.chosen(popup.itemData(index).toULongLong()); });
+    setSelectedFormat(mSelectedFormat);
+  });
+  mSheets.begin(*playrateSheet, nullptr);
+}
+
+void VLMainWindow::endPlayRateSheet() {
+  if (playrateSheet != nullptr) {
+    playrateSheet->accept();
+  }
+}
+
+bool VLMainWindow::isControlKeyHeld() const {
+  return VLEventModifiers::isControlHeld();
+}
+
+void VLMainWindow::presentAlert(const VLAlert& alert, VLAlert::Answer answer) {
+  mSheets.ask({alert.title, alert.message, alert.defaultButton, alert.otherButton},
+              [this, kind = alert.kind, answer = std::move(answer)](bool isDefault) {
+                // The format may have been set, or the clock disarmed, while the question stood.
+                const auto controller = mController.lock();
+                const bool hasPassed = kind == VLAlert::Kind::wrongFormat &&
+                                       controller != nullptr &&
+                                       controller->clock().status() != VLClockArmedWrongFormat;
+                if (!hasPassed && answer) {
+                  answer(isDefault);
+                }
+              });
+}
+
+void VLMainWindow::presentError(const std::string& text) {
+  mSheets.ask({tr("Error").toStdString(), text, tr("OK").toStdString(), ""}, nullptr);
+}
+
+void VLMainWindow::beginSavePanel(std::string_view fileType, FileChosen chosen) {
+  mPanels.beginSave(fileType, std::move(chosen));
+}
+
+void VLMainWindow::beginOpenPanel(std::string_view fileType, FileChosen chosen) {
+  mPanels.beginOpen(fileType, std::move(chosen));
+}
+
+void VLMainWindow::replyToApplicationShouldTerminate(bool terminate) {
+  mIsAskingToQuit = false;
+  if (terminate) {
+    host::current().mainQueue().stop();
+  }
+}
+
+}  // namespace velor

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QMainWindow>
+#include <QPointer>
+#include <QString>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "Kv-Appkit/KVObservable.h"
+#include "Velor/app/VLMainWindowOutlet.h"
+#include "Velor/views/VLDestinationsPane.h"
+#include "Velor/views/VLFilePanels.h"
+#include "Velor/views/VLMarkersPane.h"
+#include "Velor/views/VLPlayRateSheet.h"
+#include "Velor/views/VLSheets.h"
+#include "platform/host/WeakSelf.h"
+
+namespace Ui {
+class VLMainWindow;
+}
+class QComboBox;
+class QMenu;
+
+namespace velor {
+
+class VLAppDelegate;
+class VLButton;
+class VLMainMenu;
+class VLSegmentedControl;
+class VLTimecodeView;
+
+/// The main window: the counters, the transport, destinations and markers, and the state of
+/// the system around them. Closing it quits. Queue: main.
+class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
+  Q_OBJECT
+
+ public:
+  /// What the user can choose, and what the choice does.
+  struct Choices {
+    struct Choice {
+      QString title;
+      std::uint64_t tag;
+    };
+    std::vector<Choice> rows;
+    Chosen chosen;
+  };
+
+  VLMainWindow();
+  ~VLMainWindow() override;
+
+  /// Before the launch is finished; held weakly. Actions do nothing without it.
+  void setController(const std::shared_ptr<VLAppDelegate>& controller);
+
+  /// Does what the user has asked for; a failure becomes a sheet.
+  void performOnController(const std::function<void(VLAppDelegate&)>& action);
+  /// Ends the program, or asks. A second call while the question is open brings that to the
+  /// front.
+  void quit();
+
+  const Choices& playModes() const { return mPlayModes; }
+  const Choices& formats() const { return mFormats; }
+  /// Anew, with a mark at the current one.
+  void fillWithChoices(QMenu& menu, const Choices& choices, std::uint64_t current);
+  VLTimecodeView& timecodeView() { return *mTimecodeView; }
+  VLSheets& sheets() { return mSheets; }
+
+  void setStartImage(const Image& image) override;
+  void setStopImage(const Image& image) override;
+  void setArmImage(const Image& image, bool on) override;
+  void setTogglePlayKey(std::string_view keyEquivalent) override;
+  void setPlayModes(std::span<const VLChoice> modes, const Chosen& chosen) override;
+  void setSelectedPlayMode(std::uint64_t playMode) override;
+  void setFormats(std::span<const VLChoice> formats, const Chosen& chosen) override;
+  void setSelectedFormat(std::uint32_t format) override;
+  void rearrangeDestinations() override { mDestinations.showDestinations(); }
+  void setNeedsDisplay() override;
+  std::shared_ptr<VLBigTimecodeOutlet> makeBigTimecodeWindow() override;
+  void beginPlayRateSheet(double percent) override;
+  void endPlayRateSheet() override;
+  bool isControlKeyHeld() const override;
+  void presentAlert(const VLAlert& alert, VLAlert::Answer answer) override;
+  void presentError(const std::string& text) override;
+  void beginSavePanel(std::string_view fileType, FileChosen chosen) override;
+  void beginOpenPanel(std::string_view fileType, FileChosen chosen) override;
+  void replyToApplicationShouldTerminate(bool terminate) override;
+
+ protected:
+  void closeEvent(QCloseEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+
+ private:
+  VLPerform performer();
+  void perform(const std::function<void()>& action);
+  void setUpTransport();
+  void setUpMarkers();
+  void connectButton(VLButton& button, std::function<void(VLAppDelegate&)> action,
+                     const QString& toolTip);
+  void fillFormatPopup(QComboBox& popup);
+  void followClock(VLAppDelegate& controller);
+  void showClock();
+  void fitTransport();
+
+  const std::unique_ptr<Ui::VLMainWindow> mForm;
+  VLTimecodeView* const mTimecodeView;  // a child
+  std::weak_ptr<VLAppDelegate> mController;
+  VLSheets mSheets;
+  VLFilePanels mPanels;
+  VLMarkersPane mMarkers;
+  VLDestinationsPane mDestinations;
+  VLMainMenu* const mMenu;  // a child
+  Choices mPlayModes;
+  Choices mFormats;
+  std::uint32_t mSelectedFormat = 0;
+  VLSegmentedControl* playbackModeControl = nullptr;  // a child
+  QPointer<VLPlayRateSheet> playrateSheet;
+  bool mIsAskingToQuit = false;
+  std::vector<KVObserverToken> mTokens;
+  const host::WeakSelf<VLMainWindow> mSelf{this};
+};
+
+}  // namespace velor

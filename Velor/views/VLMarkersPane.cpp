@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/views/VLMarkersPane.h"
+
+#include <QHeaderView>
+#include <QItemSelection>
+#include <QScopedValueRollback>
+#include <cstddef>
+#include <set>
+#include <utility>
+
+#include "Velor/app/VLAppDelegate.h"
+#include "Velor/views/VLEventModifiers.h"
+#include "Velor/views/VLStyle.h"
+#include "Velor/views/VLTableView.h"
+
+namespace velor {
+
+VLMarkersPane::VLMarkersPane(VLTableView& table, VLPerform perform)
+    : markerTable(table),
+      mPerform(std::move(perform)),
+      mModel(new VLMarkersModel(mPerform, &table)) {
+  const QFont timeFont = VLStyle::timeFont(table.font());
+  mModel->setTimeFont(timeFont);
+  table.setModel(mModel);
+  table.setEmptyText(QObject::tr("No markers. + adds one at the current time."));
+  QHeaderView& header = *table.horizontalHeader();
+  header.setStretchLastSection(false);
+  header.setSectionResizeMode(VLMarkersModel::kName, QHeaderView::Stretch);
+  header.resizeSection(
+      VLMarkersModel::kTime,
+      QFontMetrics(timeFont).horizontalAdvance("00:00:00:00") + 2 * VLStyle::kEdge);
+  QObject::connect(table.selectionModel(), &QItemSelectionModel::selectionChanged, mModel, [this] {
+    if (!mIsFollowing) {
+      mPerform([this] { selectionDidChange(); });
+    }
+  });
+}
+
+VLMarkersPane::~VLMarkersPane() {
+  markerTable.selectionModel()->disconnect(mModel);
+}
+
+void VLMarkersPane::setController(const std::shared_ptr<VLAppDelegate>& controller) {
+  mController = controller;
+  mTokens.clear();
+  VLMarkerController& markers = controller->markers().controller();
+  mTokens.push_back(markers.addObserver("arrangedObjects", [this](const auto&) { showMarkers(); }));
+  mTokens.push_back(
+      markers.addObserver("selectionIndexes", [this](const auto&) { showSelection(); }));
+  showMarkers();
+}
+
+void VLMarkersPane::showMarkers() {
+  if (const auto controller = mController.lock()) {
+    {
+      const QScopedValueRollback following(mIsFollowing, true);
+      mModel->setMarkers(controller->markers().controller().arrangedObjects());
+    }
+    markerTable.viewport()->update();
+    showSelection();
+  }
+}
+
+void VLMarkersPane::showSelection() {
+  const auto controller = mController.lock();
+  if (controller == nullptr || mIsFollowing) {
+    return;
+  }
+  const QScopedValueRollback following(mIsFollowing, true);
+  const std::set<std::size_t>& indexes = controller->markers().controller().selectionIndexes();
+  QItemSelection selection;
+  for (auto it = indexes.begin(); it != indexes.end();) {
+    const int first = static_cast<int>(*it);
+    int last = first;
+    while (++it != indexes.end() && static_cast<int>(*it) == last + 1) {
+      ++last;
+    }
+    selection.select(mModel->index(first, 0), mModel->index(last, VLMarkersModel::kColumns - 1));
+  }
+  QItemSelectionModel& model = *markerTable.selectionModel();
+  if (model.selection() != selection) {
+    model.select(selection, QItemSelectionModel::ClearAndSelect);
+    if (indexes.size() == 1) {
+      const QModelIndex only = mModel->index(static_cast<int>(*indexes.begin()), 0);
+      model.setCurrentIndex(only, QItemSelectionModel::NoUpdate);
+      markerTable.scrollTo(only);
+    }
+  }
+}
+
+void VLMarkersPane::selectionDidChange() {
+  const auto controller = mController.lock();
+  if (controller == nullptr) {
+    return;
+  }
+  const QItemSelectionModel& model = *markerTable.selectionModel();
+  std::set<std::size_t> indexes;
+  for (const QModelIndex& row : model.selectedRows()) {
+    indexes.insert(static_cast<std::size_t>(row.row()));
+  }
+  {
+    const QScopedValueRollback following(mIsFollowing, true);
+    controller->markers().controller().setSelectionIndexes(indexes);
+  }
+  if (!VLEventModifiers::isControlHeld() || indexes.empty()) {
+    return;
+  }
+  // The one that was selected last, which is not the lowest in the table.
+  const auto current = static_cast<std::size_t>(markerTable.currentIndex().row());
+  const std::size_t last = indexes.contains(current) ? current : *indexes.rbegin();
+  const auto marker = controller->markers().controller().arrangedObjects()[last];
+  if (marker->isValid()) {
+    controller->setCurrentTime(marker->time());
+  }
+}
+
+}  // namespace velor

@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/views/VLStatusRow.h"
+
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QStringList>
+#include <array>
+#include <ctime>
+#include <utility>
+
+#include "Velor/app/VLAppDelegate.h"
+#include "Velor/osc/VLOSCServer.h"
+#include "Velor/views/VLButton.h"
+#include "Velor/views/VLElidedLabel.h"
+#include "Velor/views/VLIcons.h"
+#include "Velor/views/VLStyle.h"
+#include "kva/KAHALAudioSystem.h"
+#include "kvtimecode/SMPTEString.h"
+#include "platform/audio/AudioService.h"
+#include "platform/host/Host.h"
+#include "platform/host/LogProblem.h"
+#include "platform/midi/MIDIService.h"
+
+namespace velor {
+namespace {
+
+constexpr std::uint64_t kLookInterval = 500'000'000;  // ns, for warnings
+constexpr int kMostOfWarning = 360;                   // pixels
+
+QString timeOfDay() {
+  const timeval now = host::current().gettimeofday();
+  std::tm local{};
+  localtime_r(&now.tv_sec, &local);
+  std::array<char, 16> text{};
+  std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
+  return QString::fromLatin1(text.data());
+}
+
+}  // namespace
+
+VLStatusRow::VLStatusRow(QWidget* parent)
+    : QWidget(parent),
+      mLayout(new QHBoxLayout(this)),
+      mServer(addText("serverStatus")),
+      mSync(addText("syncStatus")),
+      mOSC(addText("oscStatus")),
+      mWarning(new VLButton(this)),
+      mLastRun(new VLElidedLabel(this)),
+      mRecover(new VLButton(this)) {
+  mLayout->setContentsMargins(0, 0, 0, 0);
+  mLayout->setSpacing(VLStyle::kGap);
+  mLayout->addStretch(1);
+  mWarning->setObjectName("lastWarning");
+  mWarning->setIcon(VLIcons::icon("warningTemplate"));
+  mWarning->setIconSize({VLStyle::kIcon, VLStyle::kIcon});
+  mWarning->setMaximumWidth(kMostOfWarning);
+  mWarning->setToolTip(tr("Click to dismiss"));
+  connect(mWarning, &VLButton::clicked, mWarning, &QWidget::hide);
+  mLayout->addWidget(mWarning, 0);
+  mLastRun->setObjectName("lastRun");
+  mLayout->addWidget(mLastRun, 0);
+  mRecover->setObjectName("recover");
+  mRecover->setText(tr("Recover"));
+  mRecover->setAccessibleName(mRecover->text());
+  mLayout->addWidget(mRecover, 0);
+  for (QWidget* each : {static_cast<QWidget*>(mWarning), static_cast<QWidget*>(mLastRun),
+                        static_cast<QWidget*>(mRecover)}) {
+    each->hide();
+  }
+  setFixedHeight(VLStyle::kControlHeight);
+}
+
+VLStatusRow::~VLStatusRow() = default;
+
+VLElidedLabel* VLStatusRow::addText(const char* name) {
+  if (mLayout->count() > 0) {
+    addLine();
+  }
+  auto* label = new VLElidedLabel(this);
+  label->setObjectName(name);
+  label->setFont(VLStyle::secondaryFont(font()));
+  mLayout->addWidget(label);
+  return label;
+}
+
+void VLStatusRow::addLine() {
+  auto* line = new QFrame(this);
+  line->setFrameShape(QFrame::VLine);
+  line->setForegroundRole(QPalette::Mid);
+  line->setFixedHeight(VLStyle::kIcon);
+  mLayout->addWidget(line);
+}
+
+void VLStatusRow::follow(const std::shared_ptr<VLAppDelegate>& controller,
+                         std::function<void()> recover) {
+  mController = controller;
+  mWarningShown = host::lastLogProblem().number;
+  connect(mRecover, &VLButton::clicked, this, [this, recover = std::move(recover)] {
+    recover();
+    refresh();
+  });
+  const auto later = [job = mSelf.job([](VLStatusRow& self) { self.refresh(); })](const auto&) {
+    host::current().mainQueue().async(job);
+  };
+  for (const char* key : {"status", "smpteFormat", "MIDISyncSource"}) {
+    mTokens.push_back(controller->clock().addObserver(key, later));
+  }
+  mTokens.push_back(KAHALAudioSystem::defaultSystem().addObserver("serverStatus", later));
+  mTokens.push_back(controller->server().addObserver("running", later));
+  refresh();
+  lookAgain();
+}
+
+// Nobody reports warnings.
+void VLStatusRow::lookAgain() {
+  host::current().mainQueue().after(kLookInterval, mSelf.job([](VLStatusRow& self) {
+    self.showWarning();
+    self.lookAgain();
+  }));
+}
+
+QString VLStatusRow::serverText() const {
+  const audio::AudioServerStatus status = KAHALAudioSystem::defaultSystem().serverStatus();
+  const QString name = QString::fromStdString(audio::service().serverDescription());
+  if (status.sampleRate <= 0) {
+    return name;
+  }
+  return tr("%1 %2 kHz / %3 · %4 xruns", "the server, its sample rate, its period")
+      .arg(name, QString::number(status.sampleRate / 1000), QString::number(status.period),
+           QString::number(status.xruns));
+}
+
+QString VLStatusRow::syncText(const VLAppDelegate& controller) const {
+  const auto source = controller.syncSource();
+  if (source == nullptr) {
+    return tr("MTC in: none");
+  }
+  const QString name = QString::fromStdString(source->displayName().value_or(""));
+  const QString format =
+      QString::fromStdString(stringFromSMPTEFormat(controller.clock().smpteFormat()));
+  switch (controller.clock().status()) {
+    case VLClockChasing:
+      return tr("MTC in: %1, %2, chasing").arg(name, format);
+    case VLClockArmed:
+      return tr("MTC in: %1, %2, waiting").arg(name, format);
+    case VLClockArmedWrongFormat:
+      return tr("MTC in: %1, wrong format").arg(name);
+    default:
+      return tr("MTC in: %1, not armed").arg(name);
+  }
+}
+
+QString VLStatusRow::oscText() {
+  const VLOSCServer& server = VLOSCServer::sharedServer();
+  if (server.running()) {
+    return tr("OSC %1").arg(server.port());
+  }
+  const auto refused = server.refusedPort();
+  return refused ? tr("OSC: port %1 is not available").arg(*refused) : tr("OSC off");
+}
+
+void VLStatusRow::showWarning() {
+  const host::LogProblem problem = host::lastLogProblem();
+  if (problem.number == mWarningShown) {
+    return;
+  }
+  mWarningShown = problem.number;
+  const QString whole = timeOfDay() + "  " + QString::fromStdString(problem.line);
+  const QFontMetrics metrics = mWarning->fontMetrics();
+  mWarning->setText(metrics.elidedText(whole.simplified(), Qt::ElideRight,
+                                       kMostOfWarning - VLStyle::kIcon - 4 * VLStyle::kGap));
+  mWarning->setAccessibleName(whole);
+  mWarning->setToolTip(whole + "\n" + tr("Click to dismiss"));
+  mWarning->show();
+}
+
+void VLStatusRow::showLastRun(VLAppDelegate& controller) {
+  const VLRecovery& recovery = controller.documents().recovery();
+  const bool canRecover = recovery.leftBehind().has_value() && !recovery.isBesideAnother();
+  const QString error = QString::fromStdString(controller.documents().lastStateError());
+  mLastRun->setText(canRecover        ? tr("The last run was interrupted.")
+                    : error.isEmpty() ? QString()
+                                      : tr("Last state not restored: %1").arg(error));
+  mLastRun->setVisible(!mLastRun->text().isEmpty());
+  mRecover->setVisible(canRecover);
+}
+
+void VLStatusRow::refresh() {
+  const auto controller = mController.lock();
+  if (controller == nullptr) {
+    return;
+  }
+  mServer->setText(serverText());
+  mSync->setText(syncText(*controller));
+  mOSC->setText(oscText());
+  showLastRun(*controller);
+  setAccessibleDescription(stringValue());
+}
+
+QString VLStatusRow::stringValue() const {
+  QStringList texts{mServer->text(), mSync->text(), mOSC->text()};
+  if (mWarning->isVisibleTo(this)) {
+    texts.push_back(mWarning->accessibleName());
+  }
+  if (mLastRun->isVisibleTo(this)) {
+    texts.push_back(mLastRun->text());
+  }
+  return texts.join(" | ");
+}
+
+}  // namespace velor

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QColor>
+#include <QFont>
+#include <QPalette>
+#include <cstdint>
+
+namespace velor {
+
+/// The measures and colours of all windows, in logical pixels. Colours stand for states
+/// alone, beside a word or a shape; all else is the palette of the desktop.
+struct VLStyle {
+  static constexpr int kNear = 4;   ///< within a thing
+  static constexpr int kGap = 8;    ///< between things that differ
+  static constexpr int kEdge = 12;  ///< to the edge of the window
+  static constexpr int kTransportHeight = 44;
+  static constexpr int kControlHeight = 28;
+  static constexpr int kTransportIcon = 24;
+  static constexpr int kIcon = 16;
+  static constexpr int kRadius = 5;
+
+  enum class State : std::uint8_t { running, stopped, armed, warning };
+
+  static bool isDark(const QPalette& palette);
+  /// Contrast to the palette's window, button and base of at least 4.5 to 1.
+  static QColor color(State state, const QPalette& palette);
+  /// Of lines between and around things.
+  static QColor line(const QPalette& palette);
+  /// Of text that explains.
+  static QColor secondaryText(const QPalette& palette);
+  static QFont secondaryFont(const QFont& font);
+  /// With digits of one width.
+  static QFont timeFont(const QFont& font);
+};
+
+}  // namespace velor

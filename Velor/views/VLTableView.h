@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+#include <QTableView>
+
+namespace velor {
+
+/// A table of rows: Space is left to the transport, Return begins the edit of a cell or
+/// turns its switch, and a table without rows says what to do. Actions that a selection
+/// triggers can ask VLEventModifiers. Queue: main.
+class VLTableView final : public QTableView {
+  Q_OBJECT
+
+ public:
+  explicit VLTableView(QWidget* parent = nullptr);
+
+  void setEmptyText(const QString& text);
+
+ protected:
+  bool viewportEvent(QEvent* event) override;
+  void paintEvent(QPaintEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
+  void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  QItemSelectionModel::SelectionFlags selectionCommand(const QModelIndex& index,
+                                                       const QEvent* event) const override;
+
+ private:
+  void actOn(const QModelIndex& index);
+
+  QString mEmptyText;
+};
+
+}  // namespace velor
