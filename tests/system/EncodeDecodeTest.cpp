@@ -39,7 +39,7 @@ class EncodeDecode : public testing::Test {
   const TemporaryFolder mFolder;
 };
 
-TEST_F(EncodeDecode, WhatIsEncodedInSilenceIsPrintedFrameByFrameInEachForm) {
+TEST_F(EncodeDecode, WhatIsEncodedIsDecodedInEachFormAnalysedAndPlotted) {
   const Result encoded =
       run({"encode", "--format", "29.97df", "--start", "00:59:58;00", "--duration", "10", "--rate",
            "48000", "--level", "-12dB", "--user-bits", "12345678", file("out.wav")});
@@ -71,30 +71,23 @@ TEST_F(EncodeDecode, WhatIsEncodedInSilenceIsPrintedFrameByFrameInEachForm) {
   EXPECT_THAT(text.output, HasSubstr("0.066729  00:59:58;02  drop  12345678  29.9"));
   EXPECT_THAT(text.output, testing::StartsWith("         0      0.000000  00:59:58;00  drop"));
   EXPECT_THAT(text.errors, testing::StartsWith("frames  299\nbegins  at 0.000000 s: 00:59:58;00;"));
-}
 
-TEST_F(EncodeDecode, WhatIsEncodedIsAnalysedAsItWasAskedForAndPlotted) {
-  ASSERT_EQ(run({"encode", "--format", "29.97df", "--start", "00:59:58;00", "--duration", "10",
-                 "--level", "-12dB", "--user-bits", "12345678", file("out.wav")})
-                .status,
-            0);
-  const Result text = run({"analyse", file("out.wav"), "--plot", file("out.svg")});
-  EXPECT_EQ(text.status, 0);
-  EXPECT_THAT(text.output, testing::StartsWith("format     29.97df, not 30: 20 sigma\n"));
+  const Result analysed = run({"analyse", file("out.wav"), "--plot", file("out.svg")});
+  EXPECT_EQ(analysed.status, 0);
+  EXPECT_THAT(analysed.output, testing::StartsWith("format     29.97df, not 30: 20 sigma\n"));
   for (const char* part :
        {"299, 0 of them in reverse; from 00:59:58;00 at 0.000000 s", "level      -12.",
         "drop-outs  0\n", "12345678 throughout", "verdict    good; "}) {
-    EXPECT_THAT(text.output, HasSubstr(part));
+    EXPECT_THAT(analysed.output, HasSubstr(part));
   }
-  std::ifstream plot(file("out.svg"));
-  const std::string svg(std::istreambuf_iterator<char>(plot), {});
+  const std::string svg = fileContents(file("out.svg"));
   EXPECT_THAT(svg, testing::StartsWith("<svg"));
   EXPECT_THAT(svg, HasSubstr("prefers-color-scheme:dark"));
   EXPECT_EQ(svg.find("nan"), std::string::npos);
   EXPECT_EQ(svg.find("inf"), std::string::npos);
-  const Result json = run({"analyse", "--json", file("out.wav")});
-  EXPECT_THAT(json.output, testing::StartsWith("{\"verdict\":\"good; "));
-  EXPECT_THAT(json.output, HasSubstr("\"format\":\"29.97df\",\"otherFormat\":\"30\""));
+  const std::string verdict = run({"analyse", "--json", file("out.wav")}).output;
+  EXPECT_THAT(verdict, testing::StartsWith("{\"verdict\":\"good; "));
+  EXPECT_THAT(verdict, HasSubstr("\"format\":\"29.97df\",\"otherFormat\":\"30\""));
 
   std::ofstream(file("text.wav")) << "no sound";
   const Result none = run({"analyse", file("text.wav")});
@@ -135,8 +128,7 @@ TEST_F(EncodeDecode, FilesThatFailAreOneClearLineAndTheStatus1BehindWhatWasRead)
   ASSERT_EQ(run({"encode", "--duration", "9", file("whole.wav")}).status, 0);
   Process full({VELOR_PROGRAM, "decode", file("whole.wav")}, {}, "/dev/full", file("errors"));
   EXPECT_EQ(full.waitForEnd(30), 1);
-  std::ifstream errors(file("errors"));
-  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(errors), {}),
+  EXPECT_THAT(fileContents(file("errors")),
               testing::StartsWith("velor: decode: cannot write to standard output"));
 }
 

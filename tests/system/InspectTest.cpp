@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <csignal>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -28,8 +27,7 @@ TEST(Inspect, EndsWith0ForAWholeDocument1ForADamagedOneAnd2WhenUsedWrongly) {
     ASSERT_EQ(run.end(SIGTERM), 0) << run.errors();
   }
   const std::string whole = file("velor/laststate.velor");
-  std::ifstream stream(whole, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(stream), {}};
+  std::string text = fileContents(whole);
   ASSERT_FALSE(text.empty()) << whole;
   std::ofstream(file("cut.velor")) << text.substr(0, text.size() / 2);
   const std::size_t at = text.find("\"prerollTime\":");

@@ -4,14 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "platform/store/Base64.h"
 #include "platform/store/KeyedArchiveLimits.h"
 #include "tests/platform/store/ArchiveNode.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace velor::store {
 namespace {
@@ -48,7 +46,7 @@ TEST(KeyedUnarchiver, MissingKeysAndNullsHaveNoValueAndOthersCountForNothing) {
   EXPECT_EQ(nodes->at(2)->small, 7);
 }
 
-TEST(KeyedUnarchiver, EachWrongValueIsToldWithItsPath) {
+TEST(KeyedUnarchiver, EachWrongValueIsReportedWithItsPath) {
   const struct {
     const char* document;
     const char* error;
@@ -138,18 +136,6 @@ TEST(KeyedUnarchiver, DamagedDocumentsAreRefusedWithThePlaceOfTheDamage) {
   EXPECT_EQ(errorOf("{\"a\": " + repeated("[", Limits::kDepth - 1) +
                     repeated("]", Limits::kDepth - 1) + "}"),
             "none");
-}
-
-TEST(KeyedUnarchiver, AFileIsReadWithinItsLimitsAndErrorsNameIt) {
-  const test::TemporaryFolder temporary;
-  const auto path = temporary.path() / "state.velor";
-  std::ofstream(path) << "{\"small\": }";
-  const std::string error = KeyedUnarchiver::readFile(path, {}).error().text;
-  EXPECT_TRUE(error.starts_with(path.string() + ": line 1, column 11: ")) << error;
-  // As long as a hole makes it: nothing of that may be read into memory.
-  std::filesystem::resize_file(path, std::uintmax_t{1} << 40);
-  EXPECT_EQ(KeyedUnarchiver::readFile(path, {}).error().text,
-            "cannot read " + path.string() + ": it is longer than 16777216 bytes");
 }
 
 TEST(Base64, MatchesThePublishedVectorsAndRefusesEveryOtherForm) {

@@ -22,6 +22,7 @@ class FullDocument : public AppFixture {
     destinationOf(desk)->setEnable(true);
     created()->generator()->setUserbits(0x12345678);
     const auto reader = manager().createrReader();
+    reader->setChannel(1);
     reader->setFreewheelTime(7);
     reader->setConditionsInput(true);
     mHost.settle();

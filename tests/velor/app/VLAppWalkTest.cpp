@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <functional>
+#include <iterator>
 #include <random>
 
 #include "tests/velor/app/AppFixture.h"
@@ -59,90 +61,64 @@ class VLAppWalk : public AppFixture, public testing::WithParamInterface<std::uin
   }
 
   void doOne() {
-    switch (draw(22)) {
-      case 0:
-      case 1:
-        play();
-        break;
-      case 2:
-        drawn() ? app().stop() : app().stop(app().server());
-        break;
-      case 3:
-        app().arm();
-        break;
-      case 4:
-        app().setSyncSource(drawDeck());
-        break;
-      case 5:
-        addDeck();
-        break;
-      case 6:
-        if (!mDecks.empty()) {
-          const auto gone = mDecks.begin() + static_cast<std::ptrdiff_t>(draw(mDecks.size()));
-          mOutside->vanish((*gone)->endpoint());
-          mDecks.erase(gone);
-        }
-        break;
-      case 7: {
-        constexpr std::array<std::uint32_t, 5> kFormats{kSMPTETimeType24, kSMPTETimeType25,
-                                                        kSMPTETimeType2997Drop, kSMPTETimeType30,
-                                                        kSMPTETimeType2398};
-        clock().setSmpteFormat(kFormats[draw(kFormats.size())]);
-        break;
-      }
-      case 8:
-        EXPECT_TRUE(app().saveApplicationStateToURL(mFolder.path() / drawDocument()));
-        break;
-      case 9:
-        app().loadApplicationStateFromURL(mFolder.path() / drawDocument());
-        break;
-      case 10:
-        app().setPlayRate(static_cast<float>(draw(5)) - 2);
-        clock().setPreroll(drawn());
-        clock().setPrerollTime(static_cast<double>(draw(3)));
-        break;
-      case 11:
-      case 12:
-        if (const auto deck = drawDeck()) {
-          playBlocks(*deck, 1 + static_cast<int>(draw(4)), 5, static_cast<unsigned>(draw(4)));
-        }
-        break;
-      case 13:
-        drawn() ? app().addMarker() : app().addMarker(app().server());
-        break;
-      case 14:
-        app().moveToMarker(drawn() ? 99 : 101);
-        break;
-      case 15:
-        app().markers().controller().setSelectionIndexes({draw(4), draw(4)});
-        app().deleteMarkers();
-        break;
-      case 16:
-        drawn() ? app().undoManager().undo() : app().undoManager().redo();
-        break;
-      case 17:
-        app().setCurrentTime(KVSMPTETime::smpteTimeWithTime(drawTime()));
-        break;
-      case 18:
-        clock().setStopTime(drawTime());
-        clock().setLoopStartTime(drawTime());
-        clock().setLoopEndTime(drawTime());
-        clock().setPlaybackMode(
-            std::array{VLPlayModeNormal, VLPlayModeStop, VLPlayModeLoop}[draw(3)]);
-        break;
-      case 19:
-        mView->setSmpteOffset(drawTime());
-        mView->delegate()->offsetDidChange(*mView);
-        break;
-      case 20:
-        changeDevices();
-        break;
-      default:
-        mHost.advance((1 + draw(120)) * kSecond);
-        break;
-    }
+    const std::function<void()> acts[] = {
+        [this] { play(); },
+        [this] { play(); },
+        [this] { drawn() ? app().stop() : app().stop(app().server()); },
+        [this] { app().arm(); },
+        [this] { app().setSyncSource(drawDeck()); },
+        [this] { addDeck(); },
+        [this] { removeDeck(); },
+        [this] {
+          constexpr std::array kFormats{kSMPTETimeType24, kSMPTETimeType25, kSMPTETimeType2997Drop,
+                                        kSMPTETimeType30, kSMPTETimeType2398};
+          clock().setSmpteFormat(kFormats[draw(kFormats.size())]);
+        },
+        [this] { EXPECT_TRUE(app().saveApplicationStateToURL(mFolder.path() / drawDocument())); },
+        [this] { app().loadApplicationStateFromURL(mFolder.path() / drawDocument()); },
+        [this] {
+          app().setPlayRate(static_cast<float>(draw(5)) - 2);
+          clock().setPreroll(drawn());
+          clock().setPrerollTime(static_cast<double>(draw(3)));
+        },
+        [this] { playDrawnBlocks(); },
+        [this] { playDrawnBlocks(); },
+        [this] { drawn() ? app().addMarker() : app().addMarker(app().server()); },
+        [this] { app().moveToMarker(drawn() ? 99 : 101); },
+        [this] {
+          app().markers().controller().setSelectionIndexes({draw(4), draw(4)});
+          app().deleteMarkers();
+        },
+        [this] { drawn() ? app().undoManager().undo() : app().undoManager().redo(); },
+        [this] { app().setCurrentTime(KVSMPTETime::smpteTimeWithTime(drawTime())); },
+        [this] {
+          clock().setStopTime(drawTime());
+          clock().setLoopStartTime(drawTime());
+          clock().setLoopEndTime(drawTime());
+          clock().setPlaybackMode(
+              std::array{VLPlayModeNormal, VLPlayModeStop, VLPlayModeLoop}[draw(3)]);
+        },
+        [this] {
+          mView->setSmpteOffset(drawTime());
+          mView->delegate()->offsetDidChange(*mView);
+        },
+        [this] { changeDevices(); },
+        [this] { mHost.advance((1 + draw(120)) * kSecond); }};
+    acts[draw(std::size(acts))]();
   }
 
+  void removeDeck() {
+    if (!mDecks.empty()) {
+      const auto gone = mDecks.begin() + static_cast<std::ptrdiff_t>(draw(mDecks.size()));
+      mOutside->vanish((*gone)->endpoint());
+      mDecks.erase(gone);
+    }
+  }
+  void playDrawnBlocks() {
+    if (const auto deck = drawDeck()) {
+      playBlocks(*deck, 1 + static_cast<int>(draw(4)), 5, static_cast<unsigned>(draw(4)));
+    }
+  }
   const char* drawDocument() { return std::array{"a.velor", "b.velor", "c.velor"}[draw(3)]; }
 
   void changeDevices() {

@@ -39,12 +39,15 @@ TEST_F(VLDeviceManagerStateTest, AStoredDestinationThatIsThereIsSwitchedOnAgain)
   EXPECT_EQ(mLog.errors(), 0U);
 }
 
-TEST_F(VLDeviceManagerStateTest, AStoredDestinationThatIsAwayIsForgotten) {
+TEST_F(VLDeviceManagerStateTest, AStoredDestinationThatIsMissingIsForgotten) {
   const auto desk = appear("desk");
   destinationOf(desk)->setEnable(true);
   const std::string stored = state();
   restart();
   vanish(desk);
+  EXPECT_LT(stored.find("device.destinationdevice"), stored.find("enabled.device"));
+  restore(R"({"destinations.manager": [{"$class": "VLTimecodeDestinationDevice"}]})");
+  EXPECT_EQ(listed(), Listed{});
   restore(stored);
   EXPECT_EQ(listed(), Listed{});
   EXPECT_EQ(mLog.errors(), 0U);
@@ -52,7 +55,7 @@ TEST_F(VLDeviceManagerStateTest, AStoredDestinationThatIsAwayIsForgotten) {
   EXPECT_EQ(listed(), Listed{"-desk"});
 }
 
-TEST_F(VLDeviceManagerStateTest, OneThatHasReturnedAndIsNotListedYetIsTakenAsStored) {
+TEST_F(VLDeviceManagerStateTest, ADestinationThatReturnsDuringARestoreIsSwitchedAsStored) {
   const auto desk = appear("desk");
   destinationOf(desk)->setEnable(true);
   const std::string on = state();

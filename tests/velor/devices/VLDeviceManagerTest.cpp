@@ -40,7 +40,7 @@ class VLDeviceManagerTest : public DeviceFixture {
   int mMade = 0;
 };
 
-TEST_F(VLDeviceManagerTest, TheListKeepsInStepAndWhoStaysKeepsItsDevice) {
+TEST_F(VLDeviceManagerTest, TheListFollowsTheSystemAndADestinationThatStaysKeepsItsDevice) {
   const auto desk = appear("desk");
   observe();
   EXPECT_TRUE(mLog.has("add destination device desk"));
@@ -101,7 +101,7 @@ TEST_F(VLDeviceManagerTest, ADestinationThatReturnsIsAsItWasWhenItWent) {
   EXPECT_GE(quarterFramesTo(desk), 24);
 }
 
-TEST_F(VLDeviceManagerTest, AnEndpointMadeAnewIsKnownByItsIdAlone) {
+TEST_F(VLDeviceManagerTest, AnEndpointThatIsMadeAgainIsKnownByItsIdAlone) {
   manager();
   const auto first = makeVirtual("player", 4711);
   mHost.settle();

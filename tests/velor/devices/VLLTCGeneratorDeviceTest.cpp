@@ -48,40 +48,6 @@ TEST_F(VLLTCGeneratorDeviceTest, ItPlaysWhileTheClockRunsAndRemovedLeavesTheSyst
   EXPECT_EQ(device->deviceStatus(), kVLDeviceStatusIdle);
 }
 
-TEST_F(VLLTCGeneratorDeviceTest, ItComesBackUnderItsIdAsItWasInAnotherRunAndInThisOne) {
-  auto device = created();
-  device->generator()->setUserbits(0x12345678);
-  inputOf(*device)->setEnable(true);
-  const auto id = device->midiEndpoint()->uniqueID();
-  const std::string document = state();
-  device.reset();
-  for (const bool another : {true, false}) {
-    if (another) {
-      restart();
-      mHost.settle();
-      EXPECT_TRUE(core().destinations().empty());
-    }
-    restore(document, kClasses);
-    mHost.settle();
-    const auto devices = manager().devices();
-    ASSERT_EQ(devices.size(), 1U);
-    const auto back = std::dynamic_pointer_cast<VLLTCGeneratorDevice>(devices[0]);
-    ASSERT_NE(back, nullptr);
-    EXPECT_EQ(back->type(), 0x6C746367U);
-    EXPECT_EQ(back->name(), "LTC Generator 1");
-    EXPECT_EQ(back->midiEndpoint()->uniqueID(), id);
-    EXPECT_EQ(back->generator()->userbits(), 0x12345678U);
-    EXPECT_EQ(listed(), (Listed{"+LTC Generator 1"}));
-    back->generator()->setUserbits(0);
-    clock().start();
-    mHost.advance(kSecond);
-    EXPECT_EQ(back->deviceStatus(), kVLDeviceStatusRunning);
-    clock().stop();
-    back->generator()->setUserbits(0x12345678);
-  }
-  EXPECT_EQ(mLog.errors(), 0U);
-}
-
 TEST_F(VLLTCGeneratorDeviceTest, AnArchiveWithoutAGeneratorGivesOneOnTheDefaultOutput) {
   auto read = store::KeyedUnarchiver::read(
       R"({"device": {"$class": "VLLTCGeneratorDevice", "name": "old", "MIDIUniqueID": 77}})",

@@ -196,45 +196,33 @@ TEST_F(VLLTCReaderDeviceTest, AFrameAfterABrokenOneIsNotSentAtHostTimeZero) {
   }
 }
 
-TEST_F(VLLTCReaderDeviceTest, RemovedItLeavesTheSystemAndAnArchiveBringsItBack) {
+TEST_F(VLLTCReaderDeviceTest, ItFollowsItsAudioDeviceAndARemovalTakesItFromTheSystem) {
   make();
+  mHost.settle();
   mReader->setChannel(1);
   mReader->setFreewheelTime(-7);
-  mReader->setConditionsInput(true);
   EXPECT_EQ(mReader->freewheelTime(), -1);
-  manager().removeDevicesAtIndexes({0});  // the generator
-  mGenerator.reset();
-  const std::string document = state();
+  EXPECT_EQ(mReader->channelNames().size(), 2U);
+  int announced = 0;
+  const auto token = mReader->addObserver("channelNames", [&](const auto&) { ++announced; });
+  mLoopback->vanish();
+  mHost.settle();
+  EXPECT_EQ(announced, 1);
+  EXPECT_TRUE(mReader->channelNames().empty());
+  mLoopback->appear();
+  mHost.settle();
+  EXPECT_EQ(announced, 2);
+  EXPECT_EQ(mReader->channel(), 1U);
+
   clock().start();
-  manager().removeDevicesAtIndexes({0});
+  ASSERT_EQ(core().sources().size(), 1U);
+  EXPECT_EQ(core().sources()[0]->displayName(), "LTC Reader 1");
+  manager().removeDevicesAtIndexes({0, 1});
   mHost.settle();
   EXPECT_TRUE(core().sources().empty());
   EXPECT_TRUE(manager().devices().empty());
   mReader.reset();
   mHost.advance(kSecond);
-
-  restore(document, kClasses);
-  mHost.settle();
-  ASSERT_EQ(manager().devices().size(), 1U);
-  const auto back = std::dynamic_pointer_cast<VLLTCReaderDevice>(manager().devices()[0]);
-  ASSERT_NE(back, nullptr);
-  ASSERT_EQ(core().sources().size(), 1U);
-  EXPECT_EQ(core().sources()[0]->displayName(), "LTC Reader 1");
-  EXPECT_EQ(back->channel(), 1U);
-  EXPECT_EQ(back->freewheelTime(), -1);
-  EXPECT_TRUE(back->conditionsInput());
-  EXPECT_EQ(back->channelNames().size(), 2U);
-
-  int announced = 0;
-  const auto token = back->addObserver("channelNames", [&](const auto&) { ++announced; });
-  mLoopback->vanish();
-  mHost.settle();
-  EXPECT_EQ(announced, 1);
-  EXPECT_TRUE(back->channelNames().empty());
-  mLoopback->appear();
-  mHost.settle();
-  EXPECT_EQ(announced, 2);
-  EXPECT_EQ(back->channel(), 1U);
   EXPECT_EQ(mLog.errors(), 0U);
   restore(R"({"devices.manager": [{"$class": "VLLTCReaderDevice",
                                    "reader": {"$class": "VLLTCReader"}}]})",

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -160,34 +161,12 @@ TEST(VLCommandLine, PointsImplyTheirModeAndAModeGoesWithoutPoints) {
 }
 
 TEST(VLCommandLine, WhatIsTypedReachesTheOptions) {
-  const VLCommandLine run = VLParseCommandLine({"--headless",
-                                                "show.velor",
-                                                "--offset",
-                                                "-00:00:10:00",
-                                                "--mtc-out",
-                                                "a",
-                                                "--mtc-out",
-                                                "b",
-                                                "--ltc-out",
-                                                "Desk:LTC in",
-                                                "--ltc-user-bits",
-                                                "12345678",
-                                                "--ltc-level",
-                                                "-20dB",
-                                                "--rate-percent",
-                                                "+1.5",
-                                                "--freewheel",
-                                                "-1",
-                                                "--ltc-in",
-                                                "Desk:1",
-                                                "--ltc-condition",
-                                                "--osc-port",
-                                                "7770",
-                                                "--osc-allow",
-                                                "::1",
-                                                "--osc-target",
-                                                "[::1]:9000",
-                                                "--keep"});
+  std::istringstream typed(
+      "--headless show.velor --offset -00:00:10:00 --mtc-out a --mtc-out b --ltc-out Desk:LTC "
+      "--ltc-user-bits 12345678 --ltc-level -20dB --rate-percent +1.5 --freewheel -1 --ltc-in "
+      "Desk:1 --ltc-condition --osc-port 7770 --osc-allow ::1 --osc-target [::1]:9000 --keep");
+  const VLCommandLine run =
+      VLParseCommandLine(Words(std::istream_iterator<std::string>(typed), {}));
   ASSERT_TRUE(run.options) << run.output;
   const VLOptions& options = *run.options;
   EXPECT_EQ(options.file, "show.velor");

@@ -36,7 +36,7 @@ class VLInspectTest : public FullDocument {
   }
 };
 
-TEST_F(VLInspectTest, AWholeDocumentIsToldWithoutAProblemAndNothingInItIsUnknown) {
+TEST_F(VLInspectTest, AWholeDocumentIsDescribedWithoutAProblemAndNothingInItIsUnknown) {
   const auto found = inspected(mDocument);
   EXPECT_EQ(found.problems, std::vector<std::string>{});
   for (const char* part :
@@ -47,14 +47,14 @@ TEST_F(VLInspectTest, AWholeDocumentIsToldWithoutAProblemAndNothingInItIsUnknown
         "Markers       5\n    01:00:00:00  Marker 5\n  * 02:00:00:00  Marker 4\n",
         "  * 04:00:00:00  Marker 2\n", "LTC generator \"LTC Generator 1\" [", "level 0.0 dB",
         "user bits 12345678", "LTC reader \"LTC Reader 1\", audio device",
-        "channel 1, input conditioned, freewheels for 7 s", "    on   MIDI endpoint \"desk\" [",
+        "channel 2, input conditioned, freewheels for 7 s", "    on   MIDI endpoint \"desk\" [",
         "    off  MIDI endpoint \"lamp\" ["}) {
     EXPECT_NE(found.text.find(part), std::string::npos) << part << "\n" << found.text;
   }
   EXPECT_EQ(found.text.find("Unknown"), std::string::npos) << found.text;
 }
 
-TEST_F(VLInspectTest, EachFaultIsToldByItsPlaceAndTheRestIsStillTold) {
+TEST_F(VLInspectTest, EachFaultIsReportedByItsPlaceAndTheRestIsStillDescribed) {
   struct Case {
     std::function<void(Json&)> damage;
     std::string problem;
@@ -105,7 +105,7 @@ TEST_F(VLInspectTest, EachFaultIsToldByItsPlaceAndTheRestIsStillTold) {
   }
 }
 
-TEST_F(VLInspectTest, WhatARunLeavesOfWhatARunHasLeftHasNoProblem) {
+TEST_F(VLInspectTest, TheStateThatRunAfterRunSavesHasNoProblem) {
   // Points of a loop that were never set, and one that the clock has moved over midnight.
   for (const char* start : {"", "23:59:30:00"}) {
     std::filesystem::remove(folders().data() / "laststate.velor");
@@ -121,7 +121,7 @@ TEST_F(VLInspectTest, WhatARunLeavesOfWhatARunHasLeftHasNoProblem) {
   }
 }
 
-TEST_F(VLInspectTest, WhatIsNotKnownIsToldAsKeptAndANameCannotMoveTheTerminal) {
+TEST_F(VLInspectTest, UnknownKeysAreReportedAsKeptAndANameCannotMoveTheTerminal) {
   Json document = Json::parse(mDocument);
   document["later"] = 1;
   document["markers"][1]["colour"] = "red";

@@ -8,8 +8,6 @@
 
 #include "Velor/devices/VLLTCGeneratorDevice.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
-#include "Velor/osc/VLOSCClientDispatcher.h"
-#include "Velor/osc/VLOSCServer.h"
 #include "Velor/program/VLCommandLine.h"
 #include "tests/velor/app/AppFixture.h"
 
@@ -34,7 +32,6 @@ class VLWantedDevicesTest : public AppFixture {
     mApp = std::make_shared<VLAppDelegate>(mWindow, mView, folders());
     mApp->applicationDidFinishLaunching({}, line.options->fresh);
     mHost.settle();
-    VLOSCApply(line.options->osc, [](const std::string&) {});
     const auto applied = mWanted->apply(*mApp);
     mHost.settle();
     return applied ? "" : applied.error().text;
@@ -65,18 +62,15 @@ class VLWantedDevicesTest : public AppFixture {
 
 TEST_F(VLWantedDevicesTest, WhatOptionsAddBelongsToTheirRun) {
   appear("desk");
-  const std::vector<std::string> wrong = {
-      "--mtc-out",  "desk", "--ltc-out",   "Velor Loopback:1", "--ltc-in",     "Velor Loopback:2",
-      "--osc-port", "7770", "--osc-allow", "10.0.0.5",         "--osc-target", "10.0.0.6:9000"};
-  ASSERT_EQ(start(wrong), "");
+  ASSERT_EQ(
+      start({"--mtc-out", "desk", "--ltc-out", "Velor Loopback:1", "--ltc-in", "Velor Loopback:2"}),
+      "");
   EXPECT_EQ(devices(), (Names{"LTC Generator 1 on channel 1", "LTC Reader 1"}));
   EXPECT_EQ(listed(), (Listed{"+desk", "+LTC Generator 1"}));
   quit();
   ASSERT_EQ(start({"--ltc-out", "Velor Loopback:2"}), "");
   EXPECT_EQ(devices(), Names{"LTC Generator 1 on channel 2"});
   EXPECT_EQ(listed(), (Listed{"-desk", "+LTC Generator 1"}));
-  EXPECT_EQ(VLOSCServer::sharedServer().countOfHostFilter(), 0U);
-  EXPECT_EQ(VLOSCClientDispatcher::sharedDispatcher().clients().size(), 0U);
   quit();
   ASSERT_EQ(start({}), "");
   EXPECT_EQ(devices(), Names{});
@@ -84,11 +78,8 @@ TEST_F(VLWantedDevicesTest, WhatOptionsAddBelongsToTheirRun) {
 
 TEST_F(VLWantedDevicesTest, WithKeepItIsSavedOnceAndAFreshStartDoesWithoutTheState) {
   appear("desk");
-  const std::vector<std::string> kept = {
-      "--keep", "--mtc-out",   "desk",     "--ltc-out",    "Velor Loopback:1", "--osc-port",
-      "7770",   "--osc-allow", "10.0.0.5", "--osc-target", "10.0.0.6:9000"};
   for (int run = 0; run < 2; ++run) {
-    ASSERT_EQ(start(kept), "");
+    ASSERT_EQ(start({"--keep", "--mtc-out", "desk", "--ltc-out", "Velor Loopback:1"}), "");
     quit();
   }
   // A temporary one beside it has a name of its own, and does not become saved by it.
@@ -98,8 +89,6 @@ TEST_F(VLWantedDevicesTest, WithKeepItIsSavedOnceAndAFreshStartDoesWithoutTheSta
               "");
     EXPECT_EQ(devices(), (Names{"LTC Generator 1 on channel 1", "LTC Generator 2 on channel 2"}));
     EXPECT_EQ(listed(), (Listed{"+desk", "+LTC Generator 1", "+LTC Generator 2"}));
-    EXPECT_EQ(VLOSCServer::sharedServer().countOfHostFilter(), 1U);
-    EXPECT_EQ(VLOSCClientDispatcher::sharedDispatcher().clients().size(), 1U);
     quit();
   }
   ASSERT_EQ(start({"--fresh"}), "");
