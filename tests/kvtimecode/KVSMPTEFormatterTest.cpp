@@ -53,8 +53,7 @@ TEST(KVSMPTEFormatter, ShowsDigitsAsTheyAreAndTakesOverTheirFormat) {
   EXPECT_EQ(formatter.stringForObjectValue(nullptr), "00:00:00.00");
   EXPECT_EQ(formatter.format(), kSMPTETimeType2997Drop);
 
-  SMPTETime odd;
-  odd.mHours = odd.mMinutes = odd.mSeconds = odd.mFrames = -32768;
+  const SMPTETime odd = {0, 0, 0, 0, 0, -32768, -32768, -32768, -32768};
   EXPECT_EQ(formatter.stringForObjectValue(KVSMPTETime::smpteTimeWithTime(odd).get()),
             "-32768:-32768:-32768.-32768");
 }

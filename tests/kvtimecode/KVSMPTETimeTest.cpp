@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -14,6 +13,7 @@
 #include "platform/host/Log.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
+#include "tests/support/LTCTime.h"
 
 namespace velor {
 namespace {
@@ -36,13 +36,8 @@ TEST(KVSMPTETime, IsMadeFromNumbersATextOrARecord) {
   EXPECT_EQ(none->type(), kSMPTETimeType2997Drop);
   EXPECT_EQ(none->stringValue(), "--:--:--:--");
 
-  SMPTETime odd;
-  odd.mSubframes = 12;
-  odd.mFrames = 99;
-  odd.mType = 7;
-  odd.mFlags = kSMPTETimeRunning;
-  const SMPTETime kept = KVSMPTETime::smpteTimeWithTime(odd)->time();
-  EXPECT_EQ(std::memcmp(&kept, &odd, sizeof odd), 0);
+  const SMPTETime odd = {12, 0, 0, 7, kSMPTETimeRunning, 0, 0, 0, 99};
+  EXPECT_TRUE(sameBytes(KVSMPTETime::smpteTimeWithTime(odd)->time(), odd));
   EXPECT_FALSE(KVSMPTETime().valid());
 }
 
@@ -88,15 +83,7 @@ TEST(KVSMPTETime, EqualTimesAreOfOneFormatWhateverTheirCounters) {
   // (80 << 16) >> 13.
   EXPECT_EQ(time->hash(), 0x00020000U ^ 0x08100800U ^ 0x00200018U ^ 0x00000280U);
   // Negative fields fill the bits above them.
-  const SMPTETime odd = {.mSubframes = -2,
-                         .mSubframeDivisor = 80,
-                         .mCounter = 77,
-                         .mType = 0x89ABCDEF,
-                         .mFlags = 0xC0000001,
-                         .mHours = -1,
-                         .mMinutes = 259,
-                         .mSeconds = -300,
-                         .mFrames = 12345};
+  const SMPTETime odd = {-2, 80, 77, 0x89ABCDEF, 0xC0000001, -1, 259, -300, 12345};
   EXPECT_EQ(KVSMPTETime::smpteTimeWithTime(odd)->hash(), 0x7FF47737U);
   EXPECT_FALSE(time->isEqual(nullptr));
   EXPECT_FALSE(time->isEqual(with("01:02:03:04", kSMPTETimeType24).get()));
@@ -131,31 +118,27 @@ TEST(KVSMPTETime, TheTextIsAnnouncedWithHoursMinutesAndSecondsButNotWithFrames) 
           told.push_back(std::string(announced) + ' ' + time->stringValue());
         }));
   }
-  const auto toldBy = [&told](const std::function<void()>& change) {
-    told.clear();
-    change();
-    return told;
+  const struct {
+    std::function<void()> change;
+    std::vector<std::string> told;
+  } rows[] = {
+      {[&] { time->setHours(2); }, {"hours 02:02:03:04", "stringValue 02:02:03:04"}},
+      {[&] { time->setMinutes(3); }, {"minutes 02:03:03:04", "stringValue 02:03:03:04"}},
+      {[&] { time->setSeconds(4); }, {"seconds 02:03:04:04", "stringValue 02:03:04:04"}},
+      {[&] { time->setFrames(30); }, {"frames 02:03:05:05"}},
+      {[&] { time->setType(kSMPTETimeType30); }, {"type 02:03:05:06"}},
+      {[&] { time->setStringValue("x"); }, {"stringValue --:--:--:--"}},
+      {[&] { time->copyTime(with("00:00:00:00", 1)->time()); }, {}},
+      {[&] { time->addSeconds(1); }, {}},
+      {[&] { time->timeStamp().mHours = 5; }, {}},
+      {[&] { time->willChangeValueForKey("frame"); }, {}},
+      {[&] { time->didChangeValueForKey("frame"); }, {"stringValue 05:00:01:00"}},
   };
-  EXPECT_THAT(toldBy([&] { time->setHours(2); }),
-              ElementsAre("hours 02:02:03:04", "stringValue 02:02:03:04"));
-  EXPECT_THAT(toldBy([&] { time->setMinutes(3); }),
-              ElementsAre("minutes 02:03:03:04", "stringValue 02:03:03:04"));
-  EXPECT_THAT(toldBy([&] { time->setSeconds(4); }),
-              ElementsAre("seconds 02:03:04:04", "stringValue 02:03:04:04"));
-  EXPECT_THAT(toldBy([&] { time->setFrames(30); }), ElementsAre("frames 02:03:05:05"));
-  EXPECT_THAT(toldBy([&] { time->setType(kSMPTETimeType30); }), ElementsAre("type 02:03:05:06"));
-  EXPECT_THAT(toldBy([&] { time->setStringValue("x"); }), ElementsAre("stringValue --:--:--:--"));
-  EXPECT_THAT(toldBy([&] {
-                time->copyTime(with("00:00:00:00", 1)->time());
-                time->addSeconds(1);
-                time->timeStamp().mHours = 5;
-              }),
-              testing::IsEmpty());
-  EXPECT_THAT(toldBy([&] {
-                time->willChangeValueForKey("frame");
-                time->didChangeValueForKey("frame");
-              }),
-              ElementsAre("stringValue 05:00:01:00"));
+  for (const auto& row : rows) {
+    told.clear();
+    row.change();
+    EXPECT_EQ(told, row.told);
+  }
 }
 
 // The archive.
@@ -180,9 +163,7 @@ TEST(KVSMPTETimeArchive, ATimeIsItsTwentyFourBytesUnderTheKeyTimestamp) {
   constexpr const char* kBase64 = "AABQAAECAwQFAAAAAQAAAAEAAgADAAQA";
   EXPECT_THAT(coder.data().value(), testing::HasSubstr(kBase64));
   EXPECT_THAT(coder.data().value(), testing::HasSubstr("\"timestamp\""));
-  const SMPTETime written = time->time();
-  const SMPTETime read = stored(kBase64)->time();
-  EXPECT_EQ(std::memcmp(&written, &read, sizeof read), 0);
+  EXPECT_TRUE(sameBytes(stored(kBase64)->time(), time->time()));
 }
 
 TEST(KVSMPTETimeArchive, WhatIsReadIsNormalisedAndWithoutAFormatIsUnknown) {
@@ -208,18 +189,12 @@ TEST(KVSMPTETimeArchive, WhatIsReadIsNormalisedAndWithoutAFormatIsUnknown) {
 }
 
 TEST(KVSMPTETimeArchive, ABareRecordComesBackAsItWas) {
-  SMPTETime odd;
-  odd.mType = 9;
-  odd.mFrames = 99;
-  odd.mSubframes = -3;
+  const SMPTETime odd = {-3, 0, 0, 9, 0, 0, 0, 0, 99};
   store::KeyedArchiver coder;
   encodeSmpteTime(coder, odd, "offset");
   auto document = reading(coder.data().value());
-  const SMPTETime read = decodeSmpteTimeForKey(document, "offset");
-  EXPECT_EQ(std::memcmp(&read, &odd, sizeof odd), 0);
-  const SMPTETime none = decodeSmpteTimeForKey(document, "other");
-  const SMPTETime invalid;
-  EXPECT_EQ(std::memcmp(&none, &invalid, sizeof none), 0);
+  EXPECT_TRUE(sameBytes(decodeSmpteTimeForKey(document, "offset"), odd));
+  EXPECT_TRUE(sameBytes(decodeSmpteTimeForKey(document, "other"), {}));
 }
 
 }  // namespace

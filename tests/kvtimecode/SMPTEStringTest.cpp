@@ -15,23 +15,16 @@
 
 #include "kvtimecode/SMPTEPattern.h"
 #include "kvtimecode/ltc_utils.h"
+#include "tests/support/LTCTime.h"
 
 namespace velor {
 namespace {
 
-bool sameBytes(const SMPTETime& a, const SMPTETime& b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
 // All that a text can leave in a record.
 SMPTETime parsed(std::uint32_t format, int hours, int minutes, int seconds, int frames) {
-  return {.mSubframeDivisor = 80,
-          .mType = format,
-          .mFlags = kSMPTETimeValid,
-          .mHours = static_cast<std::int16_t>(hours),
-          .mMinutes = static_cast<std::int16_t>(minutes),
-          .mSeconds = static_cast<std::int16_t>(seconds),
-          .mFrames = static_cast<std::int16_t>(frames)};
+  SMPTETime t = timeOf(format, hours, minutes, seconds, frames);
+  t.mSubframeDivisor = 80;
+  return t;
 }
 
 // A record in which each byte would show that it was left over.

@@ -8,7 +8,6 @@
 #include <array>
 #include <atomic>
 #include <cmath>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <set>
@@ -18,6 +17,7 @@
 
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/Realtime.h"
+#include "tests/support/LTCTime.h"
 #include "tests/support/PublishedLTC.h"
 
 namespace velor {
@@ -36,13 +36,6 @@ struct Free {
 using Frame = std::unique_ptr<ltc_frame, Free>;
 Frame newFrame() {
   return Frame(ltc_frame_create());
-}
-
-SMPTETime timeOf(std::uint32_t type, int hours, int minutes, int seconds, int frames) {
-  SMPTETime t;
-  t.mType = type;
-  EXPECT_EQ(ltc_set_time(t, hours, minutes, seconds, frames), 0);
-  return t;
 }
 
 Bits bitsOf(ltc_frame& frame) {
@@ -149,7 +142,7 @@ TEST(LTCFrameReading, AnyWrongBitOfTheSyncWordRefusesTheFrameAndALaterWordOpensT
     UserBytes user = {7, 7, 7, 7};
     std::uint8_t drop = 7;
     EXPECT_EQ(ltc_frame_decode(*frame, time, user.data(), drop), kLTCNoSync);
-    EXPECT_EQ(std::memcmp(&time, &expected, sizeof time), 0);
+    EXPECT_TRUE(sameBytes(time, expected));
     EXPECT_THAT(user, testing::Each(7));
     EXPECT_EQ(drop, 7);
 
@@ -193,23 +186,12 @@ TEST(LTCFrameReading, ADamagedFrameIsReadAsItStandsAndKeepsFormatFlagsAndCount) 
   const Frame frame = openFrame();
   std::uint64_t hostTime = 0;
   ASSERT_TRUE(pushAll(*frame, bits, hostTime));
-  SMPTETime time;
-  time.mType = kSMPTETimeType2398;
-  time.mFlags = 1U << 7;
-  time.mCounter = 0xFFFFFFFF;
-  time.mSubframes = 33;
+  SMPTETime time = {33, 0, 0xFFFFFFFF, kSMPTETimeType2398, 1U << 7, 0, 0, 0, 0};
   std::uint8_t drop = 0;
   EXPECT_EQ(ltc_frame_decode(*frame, time, nullptr, drop), 0);
   EXPECT_EQ(drop, 1);
-  EXPECT_EQ(time.mFrames, 45);
-  EXPECT_EQ(time.mSeconds, 85);
-  EXPECT_EQ(time.mMinutes, 85);
-  EXPECT_EQ(time.mHours, 45);
-  EXPECT_EQ(time.mType, kSMPTETimeType2398);
-  EXPECT_EQ(time.mFlags, 1U << 7 | kSMPTETimeRunning);
-  EXPECT_EQ(time.mCounter, 0U);
-  EXPECT_EQ(time.mSubframes, 0);
-  EXPECT_EQ(time.mSubframeDivisor, 80);
+  EXPECT_TRUE(
+      sameBytes(time, {0, 80, 0, kSMPTETimeType2398, 1U << 7 | kSMPTETimeRunning, 45, 85, 85, 45}));
 }
 
 // Rendering.

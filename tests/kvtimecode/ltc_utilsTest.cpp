@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/host/Realtime.h"
+#include "tests/support/LTCTime.h"
 
 namespace velor {
 namespace {
@@ -39,17 +40,6 @@ constexpr std::array<std::uint32_t, 7> kNoFormats = {6, 7, 8, 9, 10, 12, 0xFFFFF
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-SMPTETime timeOf(std::uint32_t type, int hours, int minutes, int seconds, int frames) {
-  SMPTETime t;
-  t.mType = type;
-  t.mFlags = kSMPTETimeValid;
-  t.mHours = static_cast<std::int16_t>(hours);
-  t.mMinutes = static_cast<std::int16_t>(minutes);
-  t.mSeconds = static_cast<std::int16_t>(seconds);
-  t.mFrames = static_cast<std::int16_t>(frames);
-  return t;
-}
-
 SMPTETime normalized(SMPTETime t) {
   EXPECT_EQ(ltc_normalize(t), 0);
   return t;
@@ -63,10 +53,6 @@ std::string text(const SMPTETime& t) {
   std::array<char, kLTCStringSize> buffer{};
   ltc_format_string(t, buffer.data());
   return buffer.data();
-}
-
-bool sameBytes(const SMPTETime& a, const SMPTETime& b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
 // The labels of a day as on paper, those that are dropped too.

@@ -60,11 +60,27 @@ audio::AudioTimeStamp stampOf(const LTCSignal& signal, double place) {
   return timeStamp;
 }
 
+void readLive(
+    const LTCSignal& signal, std::size_t bufferLength, std::vector<LTCTold>& told,
+    const std::function<void(const audio::AudioTimeStamp&, const float*, std::uint32_t)>& process) {
+  told.reserve(signal.frames.size() * 4);  // nothing allocates in the real-time scope
+  inBuffers(signal, bufferLength, [&](const float* samples, std::size_t count, double place) {
+    const std::size_t before = told.size();
+    {
+      const host::RealtimeContext realtime;
+      process(stampOf(signal, place), samples, static_cast<std::uint32_t>(count));
+    }
+    for (std::size_t i = before; i < told.size(); ++i) {
+      told[i].begin = told[i].toldAt = place;
+      told[i].end = place + static_cast<double>(count);
+    }
+  });
+}
+
 }  // namespace
 
 std::vector<LTCTold> readByVelor(const LTCSignal& signal, std::size_t bufferLength) {
   std::vector<LTCTold> told;
-  told.reserve(signal.frames.size() * 4);  // nothing allocates in the real-time scope
   ltc_decoder* decoder = nullptr;
   if (ltc_decoder_create(decoder) != 0 ||
       ltc_decoder_init(decoder, static_cast<std::uint64_t>(kNanoseconds), signal.sampleRate,
@@ -72,31 +88,22 @@ std::vector<LTCTold> readByVelor(const LTCSignal& signal, std::size_t bufferLeng
     std::abort();
   }
   ltc_decoder_set_callback(*decoder, append, &told);
-  inBuffers(signal, bufferLength, [&](const float* samples, std::size_t count, double place) {
-    const std::size_t before = told.size();
-    {
-      const host::RealtimeContext realtime;
-      ltc_decoder_process(*decoder, stampOf(signal, place), samples,
-                          static_cast<std::uint32_t>(count));
-    }
-    for (std::size_t i = before; i < told.size(); ++i) {
-      told[i].begin = place;
-      told[i].end = place + static_cast<double>(count);
-    }
-  });
+  readLive(signal, bufferLength, told,
+           [&](const auto& stamp, const float* samples, std::uint32_t count) {
+             ltc_decoder_process(*decoder, stamp, samples, count);
+           });
   ltc_decoder_dispose(decoder);
   return told;
 }
 
 std::vector<LTCTold> readConditioned(const LTCSignal& signal, std::size_t bufferLength) {
   std::vector<LTCTold> told;
-  told.reserve(signal.frames.size() * 4);
   const auto decoder = std::make_unique<VLConditionedLTCDecoder>(
       static_cast<std::uint64_t>(kNanoseconds), signal.sampleRate, append, &told);
-  inBuffers(signal, bufferLength, [&](const float* samples, std::size_t count, double place) {
-    const host::RealtimeContext realtime;
-    decoder->process(stampOf(signal, place), samples, static_cast<std::uint32_t>(count));
-  });
+  readLive(signal, bufferLength, told,
+           [&](const auto& stamp, const float* samples, std::uint32_t count) {
+             decoder->process(stamp, samples, count);
+           });
   for (LTCTold& frame : told) {
     const double length = signal.sampleRate / frame.fps;
     const double mark =

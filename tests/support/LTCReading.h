@@ -21,6 +21,7 @@ struct LTCTold {
   // The buffer in which the frame was told, in places of the signal.
   double begin = 0;
   double end = 0;
+  double toldAt = 0;  ///< where the buffer began in which it was told
 };
 
 /// Host times are 1 ns a tick, and 0 at this place of all signals.

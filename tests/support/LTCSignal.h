@@ -42,7 +42,7 @@ struct LTCSignalMaker {
   std::uint32_t seed = 1;
 
   /// Frames per second at a time in seconds; without it, the format's own.
-  std::function<double(double)> speed;
+  std::function<double(double)> speed = nullptr;
   double riseTime = 40e-6;  ///< from 10 to 90 %, s; 0 for steps (ST 12-1: 40 ± 10 us)
   double level = 0.5;       ///< of full scale
   bool inverted = false;

@@ -30,9 +30,7 @@ void expectWhole(const LTCRun& run, std::int64_t atLeast) {
 TEST(KVLTCGeneratorPhase, FramesLeaveWhenTheyAreDueWhateverTheDevicesClock) {
   for (const double ppm : {0.0, 20.0, -20.0, 100.0, -100.0, 300.0, -300.0}) {
     SCOPED_TRACE(ppm);
-    LTCScenario scenario;
-    scenario.ppm = ppm;
-    LTCRun run(scenario);
+    LTCRun run({.ppm = ppm});
     run.start();
     run.run(120);
     expectWhole(run, 120 * 25 - 5);
@@ -66,13 +64,11 @@ TEST(KVLTCGeneratorPhase, JitterAndLateCallsMoveFramesAndHarmNone) {
   }
   for (const Case& each : cases) {
     SCOPED_TRACE(testing::Message() << each.latency << ' ' << each.jitter << ' ' << each.lateness);
-    LTCScenario scenario;
-    scenario.ppm = each.lateness != 0 ? 100 : 0;
-    scenario.jitter = each.jitter;
-    scenario.lateness = each.lateness;
-    scenario.period = each.period;
-    scenario.latency = each.latency;
-    LTCRun run(scenario);
+    LTCRun run({.ppm = each.lateness != 0 ? 100.0 : 0.0,
+                .jitter = each.jitter,
+                .lateness = each.lateness,
+                .latency = each.latency,
+                .period = each.period});
     run.start();
     run.run(120);
     EXPECT_EQ(run.wrong, 0);
@@ -86,9 +82,7 @@ TEST(KVLTCGeneratorPhase, JitterAndLateCallsMoveFramesAndHarmNone) {
 
 TEST(KVLTCGeneratorPhase, EveryStartIsAtItsTarget) {
   std::mt19937 random(3);
-  LTCScenario scenario;
-  scenario.firstFrame = 90000;
-  LTCRun run(scenario);
+  LTCRun run({.firstFrame = 90000});
   for (int i = 0; i < 40; ++i) {
     run.host.advance(random() % (40 * kMs));
     run.start();
@@ -141,10 +135,7 @@ TEST(KVLTCGeneratorPhase, AJumpOfDigitsOrUserBitsTearsAndMixesNoFrame) {
     for (const std::uint32_t latency : {0U, 2 * period, 6144U}) {
       for (const std::uint64_t jitter : {0 * kMs, kMs, 3 * kMs}) {
         SCOPED_TRACE(testing::Message() << period << ' ' << latency << ' ' << jitter);
-        LTCScenario scenario;
-        scenario.period = period;
-        scenario.latency = latency;
-        scenario.jitter = jitter;
+        const LTCScenario scenario = {.jitter = jitter, .latency = latency, .period = period};
         LTCRun run(scenario);
         run.start();
         run.run(0.5);
@@ -172,9 +163,7 @@ TEST(KVLTCGeneratorPhase, AJumpOffTheGridOfTwoFramesMixesNoFrame) {
   constexpr int kJumps = 40;
   for (const std::uint32_t period : {64U, 256U, 1024U, 2048U}) {
     for (const std::uint32_t latency : {0U, 2 * period}) {
-      LTCScenario scenario;
-      scenario.period = period;
-      scenario.latency = latency;
+      const LTCScenario scenario = {.latency = latency, .period = period};
       LTCRun run(scenario);
       run.generator->setLevel(0.5F);
       std::int32_t begin = 0;
@@ -236,9 +225,7 @@ TEST(KVLTCGeneratorPhase, ADroppedMinuteRepeatsANumberFromAnOddFrameOnUnlessDrop
   for (const Case& each : {Case{58 * 30, false, kWhole}, Case{58 * 30, true, kWhole},
                            Case{58 * 30 + 1, false, kRepeated}, Case{58 * 30 + 1, true, kWhole}}) {
     const ExactDrop exact(each.isExact);
-    LTCScenario scenario;
-    scenario.type = kSMPTETimeType2997Drop;
-    scenario.firstFrame = each.firstFrame;
+    const LTCScenario scenario = {.type = kSMPTETimeType2997Drop, .firstFrame = each.firstFrame};
     LTCRun run(scenario);
     run.generator->setLevel(0.5F);
     LibltcReader reader(scenario.sampleRate * run.frameSeconds());

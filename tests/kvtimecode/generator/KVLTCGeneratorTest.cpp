@@ -52,10 +52,7 @@ class KVLTCGeneratorTest : public testing::Test {
     mDesk = &builtin->device(0);
     mStage = &builtin->device(1);
     mFar = &builtin->device(2);
-    std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
-    outsides.push_back(std::move(builtin));
-    mService = std::make_unique<audio::AudioService>(std::move(outsides));
-    audio::setService(mService.get());
+    mService = audio::serviceOver(std::move(builtin));
   }
   ~KVLTCGeneratorTest() override {
     KVSharedInstances::clear();

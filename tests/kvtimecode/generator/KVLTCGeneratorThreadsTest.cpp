@@ -13,6 +13,7 @@
 #include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/host/SystemHost.h"
+#include "tests/support/AudioLoop.h"
 
 namespace velor {
 namespace {
@@ -32,10 +33,7 @@ TEST(KVLTCGeneratorThreads, TimeComesInWhileTheGraphIsRebuiltAgainAndAgain) {
       std::make_unique<audio::BuiltinAudio>(std::vector{audio::BuiltinAudio::loopback(), second});
   audio::VirtualAudioDevice& first = builtin->device(0);
   audio::VirtualAudioDevice& other = builtin->device(1);
-  std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
-  outsides.push_back(std::move(builtin));
-  auto service = std::make_unique<audio::AudioService>(std::move(outsides));
-  audio::setService(service.get());
+  auto service = audio::serviceOver(std::move(builtin));
   auto generator = KVLTCGenerator::initWithAudioObjectID(first.id());
   host::MainQueue& mainQueue = host::current().mainQueue();
 

@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "Kv-Appkit/KVException.h"
 #include "Velor/clock/VLClock.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "kvtimecode/ltc_utils.h"
@@ -74,6 +76,13 @@ class ClockFixture : public MIDITest {
     return endpoint;
   }
 
+  std::shared_ptr<KVMIDIEndpoint> followSource(const std::string& name) {
+    auto endpoint =
+        std::make_shared<KVMIDIEndpoint>(mOutside->appear(midi::MIDIEndpointKind::source, name));
+    clock().setMIDISyncSource(endpoint);
+    return endpoint;
+  }
+
   std::vector<OnWire> takeSent(const KVMIDIEndpoint& destination) {
     return takeSentMTC(*mOutside, destination.endpoint());
   }
@@ -81,6 +90,16 @@ class ClockFixture : public MIDITest {
   const std::shared_ptr<RecordingDelegate> mDelegate = std::make_shared<RecordingDelegate>();
   std::unique_ptr<VLClock> mClock;
 };
+
+/// The reason of the exception that a change raises.
+inline std::string refusalOf(const std::function<void()>& change) {
+  try {
+    change();
+  } catch (const KVException& refused) {
+    return refused.reason();
+  }
+  return "nothing was raised";
+}
 
 using Reports = std::vector<std::string>;
 

@@ -20,12 +20,6 @@ constexpr unsigned kFramesADay = 24 * 3600 * 25;
 
 class VLClockFaults : public ClockFixture, public testing::WithParamInterface<std::uint64_t> {
  protected:
-  VLClockFaults() : mRandom(GetParam()) {
-    mSource =
-        std::make_shared<KVMIDIEndpoint>(mOutside->appear(midi::MIDIEndpointKind::source, "deck"));
-    clock().setMIDISyncSource(mSource);
-  }
-
   bool oneIn(std::uint64_t n) { return mRandom() % n == 0; }
 
   void play(std::uint8_t byte) {
@@ -73,8 +67,8 @@ class VLClockFaults : public ClockFixture, public testing::WithParamInterface<st
     }
   }
 
-  std::mt19937_64 mRandom;
-  std::shared_ptr<KVMIDIEndpoint> mSource;
+  std::mt19937_64 mRandom{GetParam()};
+  const std::shared_ptr<KVMIDIEndpoint> mSource = followSource("deck");
   int mCut = 0;
   // What the sender said, by the host time of each first piece.
   std::map<std::uint64_t, unsigned> mSaid;

@@ -14,12 +14,6 @@ constexpr std::uint64_t kPiece25 = 10 * kMs;
 
 class VLClockSync : public ClockFixture {
  protected:
-  VLClockSync() {
-    mSource =
-        std::make_shared<KVMIDIEndpoint>(mOutside->appear(midi::MIDIEndpointKind::source, "deck"));
-    clock().setMIDISyncSource(mSource);
-  }
-
   void play(const std::vector<std::uint8_t>& bytes) {
     mOutside->play(mSource->endpoint(), mHost.AudioGetCurrentHostTime(), bytes);
     mHost.settle();
@@ -50,7 +44,7 @@ class VLClockSync : public ClockFixture {
     return text;
   }
 
-  std::shared_ptr<KVMIDIEndpoint> mSource;
+  const std::shared_ptr<KVMIDIEndpoint> mSource = followSource("deck");
   std::uint64_t mBlockTime = 0;  // of the first piece of the last block
 };
 
@@ -151,9 +145,7 @@ TEST_F(VLClockSync, ALocateIsTakenByAnArmedClockAlone) {
 
 TEST_F(VLClockSync, OneSourceIsFollowedAtATime) {
   clock().arm();
-  const auto other = std::make_shared<KVMIDIEndpoint>(
-      mOutside->appear(midi::MIDIEndpointKind::source, "other deck"));
-  clock().setMIDISyncSource(other);
+  followSource("other deck");
   playBlocks(3, 20);  // the former one
   EXPECT_EQ(clock().status(), VLClockArmed);
   clock().setMIDISyncSource(nullptr);

@@ -3,6 +3,7 @@
 // that knows nothing but the rules of its life.
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <random>
 
 #include "tests/velor/clock/ClockFixture.h"
@@ -12,11 +13,7 @@ namespace {
 
 class VLClockWalk : public ClockFixture, public testing::WithParamInterface<std::uint64_t> {
  protected:
-  VLClockWalk() : ClockFixture(GetParam()), mRandom(GetParam()) {
-    mSource =
-        std::make_shared<KVMIDIEndpoint>(mOutside->appear(midi::MIDIEndpointKind::source, "deck"));
-    clock().setMIDISyncSource(mSource);
-  }
+  VLClockWalk() : ClockFixture(GetParam()) {}
 
   std::uint64_t draw(std::uint64_t below) { return mRandom() % below; }
   bool drawn() { return draw(2) == 0; }
@@ -31,79 +28,62 @@ class VLClockWalk : public ClockFixture, public testing::WithParamInterface<std:
   }
 
   void act() {
-    switch (draw(17)) {
-      case 0:
-        if (mStatus == VLClockStopped) {
-          mStatus = VLClockRolling;
-          ++mStarts;
-        }
-        clock().start();
-        break;
-      case 1:
-        if (mStatus == VLClockRolling) {
-          mStatus = VLClockStopped;
-          ++mStops;
-          // The last tick may find the stop time as well, which is told again.
-          mMayStopTwice += clock().playMode() == VLPlayModeStop ? 1 : 0;
-        }
-        clock().stop();
-        break;
-      case 2:
-        clock().setTime(drawTime());
-        break;
-      case 3:
-        clock().setPlaybackMode(kVLPlayModes[draw(kVLPlayModes.size())].playMode);
-        break;
-      case 4:
-        clock().setStopTime(drawTime());
-        break;
-      case 5:
-        clock().setLoopStartTime(drawTime());
-        break;
-      case 6:
-        clock().setLoopEndTime(drawTime());
-        break;
-      case 7: {
-        const auto format = static_cast<std::uint32_t>(draw(13));
-        if (mStatus == VLClockArmedWrongFormat && (format < 6 || format == 11)) {
-          mStatus = VLClockArmed;
-        }
-        clock().setSmpteFormat(format);
-        break;
-      }
-      case 8:
-        clock().setSmpteOffset(drawTime());
-        break;
-      case 9:
-        clock().setPlayRatePercent(static_cast<double>(draw(60)) / 10 - 3);
-        break;
-      case 10:
-        clock().setPreroll(drawn());
-        clock().setPrerollTime(static_cast<double>(draw(4)));
-        break;
-      case 11:
-        if (drawn() || mDestinations.empty()) {
-          mDestinations.push_back(addDestination("desk " + std::to_string(mDestinations.size())));
-        } else {
-          clock().removeMTCDestination(mDestinations[draw(mDestinations.size())]);
-        }
-        break;
-      case 12:
-        mStatus = mStatus == VLClockStopped ? VLClockArmed : mStatus;
-        clock().arm();
-        break;
-      case 13:
-        mStops += mStatus == VLClockChasing ? 1 : 0;
-        mStatus = mStatus == VLClockRolling ? VLClockRolling : VLClockStopped;
-        clock().disarm();
-        break;
-      case 14:
-        playMTC(static_cast<unsigned>(draw(4)));
-        break;
-      default:
-        letTimePass();
-        break;
-    }
+    const std::function<void()> actions[] = {
+        [&] {
+          if (mStatus == VLClockStopped) {
+            mStatus = VLClockRolling;
+            ++mStarts;
+          }
+          clock().start();
+        },
+        [&] {
+          if (mStatus == VLClockRolling) {
+            mStatus = VLClockStopped;
+            ++mStops;
+            // The last tick may find the stop time as well, which is told again.
+            mMayStopTwice += clock().playMode() == VLPlayModeStop ? 1 : 0;
+          }
+          clock().stop();
+        },
+        [&] { clock().setTime(drawTime()); },
+        [&] { clock().setPlaybackMode(kVLPlayModes[draw(kVLPlayModes.size())].playMode); },
+        [&] { clock().setStopTime(drawTime()); },
+        [&] { clock().setLoopStartTime(drawTime()); },
+        [&] { clock().setLoopEndTime(drawTime()); },
+        [&] {
+          const auto format = static_cast<std::uint32_t>(draw(13));
+          if (mStatus == VLClockArmedWrongFormat && (format < 6 || format == 11)) {
+            mStatus = VLClockArmed;
+          }
+          clock().setSmpteFormat(format);
+        },
+        [&] { clock().setSmpteOffset(drawTime()); },
+        [&] { clock().setPlayRatePercent(static_cast<double>(draw(60)) / 10 - 3); },
+        [&] {
+          clock().setPreroll(drawn());
+          clock().setPrerollTime(static_cast<double>(draw(4)));
+        },
+        [&] {
+          if (drawn() || mDestinations.empty()) {
+            mDestinations.push_back(addDestination("desk " + std::to_string(mDestinations.size())));
+          } else {
+            clock().removeMTCDestination(mDestinations[draw(mDestinations.size())]);
+          }
+        },
+        [&] {
+          mStatus = mStatus == VLClockStopped ? VLClockArmed : mStatus;
+          clock().arm();
+        },
+        [&] {
+          mStops += mStatus == VLClockChasing ? 1 : 0;
+          mStatus = mStatus == VLClockRolling ? VLClockRolling : VLClockStopped;
+          clock().disarm();
+        },
+        [&] { playMTC(static_cast<unsigned>(draw(4))); },
+        [&] { letTimePass(); },
+        [&] { letTimePass(); },
+    };
+    actions[draw(std::size(actions))]();
   }
 
   // Three blocks, of which the parser takes at least the last two for a time.
@@ -176,8 +156,8 @@ class VLClockWalk : public ClockFixture, public testing::WithParamInterface<std:
     mOutside->sent.clear();
   }
 
-  std::mt19937_64 mRandom;
-  std::shared_ptr<KVMIDIEndpoint> mSource;
+  std::mt19937_64 mRandom{GetParam()};
+  const std::shared_ptr<KVMIDIEndpoint> mSource = followSource("deck");
   std::uint64_t mStatus = VLClockStopped;
   std::ptrdiff_t mStarts = 0;
   std::ptrdiff_t mStops = 0;

@@ -5,10 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <map>
-#include <memory>
 #include <numbers>
 #include <random>
 #include <string>
@@ -25,21 +23,10 @@ namespace {
 
 constexpr std::size_t kBuffer = 512;
 
-double playedAt(double time, double flutter) {
-  return 25 * (1 + flutter * std::sin(2 * std::numbers::pi * 9 * time));
-}
-
-LTCSignal made(const std::function<void(LTCSignalMaker&)>& change, std::size_t frames = 300) {
-  LTCSignalMaker maker;
-  maker.frames = frames;
-  change(maker);
-  return maker.make();
-}
-
 struct Line {
   const char* name;
   double share;  // of the whole frames
-  std::function<void(LTCSignalMaker&)> change;
+  LTCSignalMaker maker;
 };
 
 // The last frame of a live signal ends with an edge that does not come.
@@ -57,52 +44,34 @@ void expectRead(const Line& line, const LTCSignal& signal, const std::vector<LTC
 
 TEST(VLConditionedLTCDecoder, AllThatCanBeReadOfABadLineIsReadAndNothingElse) {
   const Line lines[] = {
-      {"clean", 1, [](auto&) {}},
-      {"29.97 drop, inverted", 1,
-       [](auto& maker) {
-         maker.type = kSMPTETimeType2997Drop;
-         maker.inverted = true;
-       }},
-      {"noise 9 dB below", 0.99, [](auto& maker) { maker.signalToNoise = 9; }},
-      {"noise 5 dB below", 0.9, [](auto& maker) { maker.signalToNoise = 5; }},
-      {"3 kHz, noise 12 dB below", 0.99,
-       [](auto& maker) {
-         maker.lowPass = 3000;
-         maker.signalToNoise = 12;
-       }},
-      {"192 kHz, noise 18 dB below", 0.99,
-       [](auto& maker) {
-         maker.sampleRate = 192000;
-         maker.signalToNoise = 18;
-       }},
-      {"8 kHz", 1, [](auto& maker) { maker.sampleRate = 8000; }},
-      {"-60 dBFS in 16 bits", 1,
-       [](auto& maker) {
-         maker.level = 0.001;
-         maker.bits = 16;
-       }},
-      {"DC of three times the level, hum as loud as the level, clipped", 1,
-       [](auto& maker) {
-         maker.offset = 3;
-         maker.hum = 1;
-         maker.clip = 2.1;
-       }},
-      {"drop-outs of 20 ms", 1, [](auto& maker) { maker.dropOut = 0.02; }},
-      {"drop-outs of 20 ms, noise 20 dB below", 1,
-       [](auto& maker) {
-         maker.dropOut = 0.02;
-         maker.signalToNoise = 20;
-       }},
-      {"xruns", 0.98, [](auto& maker) { maker.xrun = 0.0107; }},
-      {"flutter of 10 %", 1,
-       [](auto& maker) { maker.speed = [](double time) { return playedAt(time, 0.1); }; }},
-      {"steps between 24 and 30", 1,
-       [](auto& maker) {
-         maker.speed = [](double time) { return static_cast<int>(time / 2) % 2 == 0 ? 24 : 30; };
-       }},
+      {"clean", 1, {}},
+      {"29.97 drop, inverted", 1, {.type = kSMPTETimeType2997Drop, .inverted = true}},
+      {"noise 9 dB below", 0.99, {.signalToNoise = 9}},
+      {"noise 5 dB below", 0.9, {.signalToNoise = 5}},
+      {"3 kHz, noise 12 dB below", 0.99, {.lowPass = 3000, .signalToNoise = 12}},
+      {"192 kHz, noise 18 dB below", 0.99, {.sampleRate = 192000, .signalToNoise = 18}},
+      {"8 kHz", 1, {.sampleRate = 8000}},
+      {"-60 dBFS in 16 bits", 1, {.level = 0.001, .bits = 16}},
+      {"DC of three times the level, hum as loud as the level, clipped",
+       1,
+       {.offset = 3, .hum = 1, .clip = 2.1}},
+      {"drop-outs of 20 ms", 1, {.dropOut = 0.02}},
+      {"drop-outs of 20 ms, noise 20 dB below", 1, {.signalToNoise = 20, .dropOut = 0.02}},
+      {"xruns", 0.98, {.xrun = 0.0107}},
+      {"flutter of 10 %",
+       1,
+       {.speed =
+            [](double time) {
+              return 25 * (1 + 0.1 * std::sin(2 * std::numbers::pi * 9 * time));
+            }}},
+      {"steps between 24 and 30",
+       1,
+       {.speed = [](double time) { return static_cast<int>(time / 2) % 2 == 0 ? 24 : 30; }}},
   };
   for (const Line& line : lines) {
-    const LTCSignal signal = made(line.change);
+    LTCSignalMaker maker = line.maker;
+    maker.frames = 300;
+    const LTCSignal signal = maker.make();
     expectRead(line, signal, readConditioned(signal, kBuffer));
     if (signal.losses.empty()) {
       expectRead(line, signal, readVarispeed(signal));
@@ -113,7 +82,7 @@ TEST(VLConditionedLTCDecoder, AllThatCanBeReadOfABadLineIsReadAndNothingElse) {
 // The frames on both sides of a cut are true; what stands across it is not, also where the
 // bits are as many as those of a frame.
 TEST(VLConditionedLTCDecoder, NoFrameIsMadeOfTheTwoSidesOfACut) {
-  const LTCSignal signal = made([](auto& maker) { maker.splice = 0.333; }, 3000);
+  const LTCSignal signal = LTCSignalMaker{.frames = 3000, .splice = 0.333}.make();
   const LTCScore score = scoreOf(signal, readConditioned(signal, kBuffer));
   EXPECT_EQ(score.wrong, 0U);
   EXPECT_GT(score.right, 1800U);
@@ -145,10 +114,9 @@ TEST(VLLTCRun, ASecondThatIsTooShortConfirmsNoFrame) {
 
 TEST(VLConditionedLTCDecoder, FramesHaveTheirPlaceAndRateWhateverTheBuffers) {
   for (const double noise : {0.0, 12.0}) {
-    const LTCSignal signal = made([noise](auto& maker) {
-      maker.type = kSMPTETimeType2997;  // falls between the samples
-      maker.signalToNoise = noise;
-    });
+    // Its frames fall between the samples.
+    const LTCSignal signal =
+        LTCSignalMaker{.type = kSMPTETimeType2997, .frames = 300, .signalToNoise = noise}.make();
     const auto told = readConditioned(signal, kBuffer);
     double squares = 0;
     std::uint32_t counter = 0;
@@ -172,45 +140,26 @@ TEST(VLConditionedLTCDecoder, FramesHaveTheirPlaceAndRateWhateverTheBuffers) {
 
 TEST(VLConditionedLTCDecoder, NoFrameComesMoreThanOneFrameLaterThanPlainly) {
   for (const double rate : {23.0, 25.0, 31.0}) {
-    const LTCSignal signal = made([rate](auto& maker) {
-      maker.speed = [rate](double) { return rate; };
-      maker.dropOut = 0.05;
-    });
-    using Places = std::map<std::pair<int, int>, double>;
-    struct Told {
-      Places places;
-      double place = 0;
-    } plain, conditioned;
-    const LTCDecoderCallback take = [](const SMPTETime& time, const std::uint8_t*, void* told,
-                                       std::uint64_t, double) {
-      auto& all = *static_cast<Told*>(told);
-      all.places[{time.mSeconds, time.mFrames}] = all.place;
-    };
-    ltc_decoder* decoder = nullptr;
-    ASSERT_EQ(ltc_decoder_create(decoder), 0);
-    ltc_decoder_init(decoder, 1'000'000'000, signal.sampleRate, 25);
-    ltc_decoder_set_callback(*decoder, take, &plain);
-    const auto other = std::make_unique<VLConditionedLTCDecoder>(1'000'000'000, signal.sampleRate,
-                                                                 take, &conditioned);
-    constexpr std::uint32_t kShort = 16;
-    for (std::size_t i = 0; i + kShort <= signal.samples.size(); i += kShort) {
-      audio::AudioTimeStamp stamp;
-      stamp.mSampleTime = plain.place = conditioned.place = static_cast<double>(i);
-      stamp.mHostTime = 1 + i * 20833;
-      ltc_decoder_process(*decoder, stamp, &signal.samples[i], kShort);
-      other->process(stamp, &signal.samples[i], kShort);
+    const LTCSignal signal =
+        LTCSignalMaker{.frames = 300, .speed = [rate](double) { return rate; }, .dropOut = 0.05}
+            .make();
+    constexpr std::size_t kShort = 16;
+    std::map<std::pair<int, int>, double> conditioned;
+    for (const LTCTold& frame : readConditioned(signal, kShort)) {
+      conditioned[{frame.time.mSeconds, frame.time.mFrames}] = frame.toldAt;
     }
-    ltc_decoder_dispose(decoder);
-    ASSERT_GT(plain.places.size(), 150U) << rate;
-    for (const auto& [time, place] : plain.places) {
-      ASSERT_EQ(conditioned.places.count(time), 1U) << time.first << ":" << time.second;
-      EXPECT_LE(conditioned.places[time], place + signal.sampleRate / rate);
+    const auto plain = readByVelor(signal, kShort);
+    ASSERT_GT(plain.size(), 150U) << rate;
+    for (const LTCTold& frame : plain) {
+      const auto found = conditioned.find({frame.time.mSeconds, frame.time.mFrames});
+      ASSERT_NE(found, conditioned.end()) << frame.time.mSeconds << ":" << frame.time.mFrames;
+      EXPECT_LE(found->second, frame.toldAt + signal.sampleRate / rate);
     }
   }
 }
 
 TEST(VLConditionedLTCDecoder, AMachineThatStandsStillIsRead) {
-  LTCSignal signal = made([](auto&) {}, 20);
+  LTCSignal signal = LTCSignalMaker{.frames = 20}.make();
   const std::size_t length = 1920;  // of a frame, at whose end the level is that of its begin
   std::vector<float> samples;
   for (std::size_t i = 0; i < 20 * length; ++i) {
@@ -226,12 +175,10 @@ TEST(VLConditionedLTCDecoder, AMachineThatStandsStillIsRead) {
 
 TEST(VLLTCVarispeedDecoder, AllFramesAreReadInBothDirectionsFromATenthToEightTimesTheSpeed) {
   for (const double speed : {0.1, 0.14, 0.5, 0.9, 2.0, 4.0, 8.0}) {
-    const LTCSignal signal = made(
-        [speed](auto& maker) {
-          maker.speed = [speed](double) { return 25 * speed; };
-          maker.riseTime = 40e-6 / speed;
-        },
-        60);
+    const LTCSignal signal = LTCSignalMaker{.frames = 60,
+                                            .speed = [speed](double) { return 25 * speed; },
+                                            .riseTime = 40e-6 / speed}
+                                 .make();
     for (const bool isReverse : {false, true}) {
       const LTCSignal played = isReverse ? reversed(signal) : signal;
       const auto told = readVarispeed(played);
@@ -247,12 +194,11 @@ TEST(VLLTCVarispeedDecoder, AllFramesAreReadInBothDirectionsFromATenthToEightTim
 }
 
 TEST(VLLTCVarispeedDecoder, ARampIsReadThroughAllOctaves) {
-  const LTCSignal signal = made(
-      [](auto& maker) {
-        maker.riseTime = 10e-6;
-        maker.speed = [](double time) { return 2.5 * std::exp2(std::min(time, 12.0) / 2); };
-      },
-      1000);
+  const LTCSignal signal =
+      LTCSignalMaker{.frames = 1000,
+                     .speed = [](double time) { return 2.5 * std::exp2(std::min(time, 12.0) / 2); },
+                     .riseTime = 10e-6}
+          .make();
   const LTCScore score = scoreOf(signal, readVarispeed(signal));
   EXPECT_GE(score.right, 999U);
   EXPECT_EQ(score.wrong, 0U);
@@ -292,7 +238,7 @@ TEST(VLLTCVarispeedDecoder, WhatIsNotLTCHasNoFrames) {
 
 // Samples that are not numbers spoil what they touch, and nothing behind it.
 TEST(VLConditionedLTCDecoder, WhatIsNoSampleCostsItsFrameAlone) {
-  LTCSignal signal = made([](auto&) {}, 50);
+  LTCSignal signal = LTCSignalMaker{.frames = 50}.make();
   for (std::size_t i = 0; i < 600; ++i) {
     signal.samples[20000 + i] = i % 2 == 0 ? std::numeric_limits<float>::quiet_NaN()
                                            : -std::numeric_limits<float>::infinity();

@@ -28,13 +28,6 @@ VLLTCReport analysed(const LTCSignal& signal) {
   return analysis.report();
 }
 
-VLLTCReport analysed(const std::function<void(LTCSignalMaker&)>& change, std::size_t frames = 500) {
-  LTCSignalMaker maker;
-  maker.frames = frames;
-  change(maker);
-  return analysed(maker.make());
-}
-
 // Rows of damaged frames that have whole ones on both sides.
 std::size_t gapsOf(const LTCSignal& signal) {
   std::size_t gaps = 0;
@@ -47,16 +40,17 @@ std::size_t gapsOf(const LTCSignal& signal) {
 TEST(VLLTCAnalysis, WhatASignalWasMadeOfIsMeasured) {
   for (const double sampleRate : {44100.0, 48000.0, 192000.0}) {
     SCOPED_TRACE(sampleRate);
-    const VLLTCReport report = analysed([=](LTCSignalMaker& maker) {
-      maker.sampleRate = sampleRate;
-      maker.type = kSMPTETimeType2398;
-      maker.speed = [](double) { return 24000.0 / 1001 * (1 + 37e-6); };
-      maker.level = 0.4;
-      maker.signalToNoise = 20;
-      maker.offset = 0.2;
-      maker.hum = 0.1;
-      maker.riseTime = 60e-6;
-    });
+    const VLLTCReport report =
+        analysed(LTCSignalMaker{.sampleRate = sampleRate,
+                                .type = kSMPTETimeType2398,
+                                .frames = 500,
+                                .speed = [](double) { return 24000.0 / 1001 * (1 + 37e-6); },
+                                .riseTime = 60e-6,
+                                .level = 0.4,
+                                .offset = 0.2,
+                                .hum = 0.1,
+                                .signalToNoise = 20}
+                     .make());
     EXPECT_EQ(report.frames, 500U);
     EXPECT_EQ(report.format, kSMPTETimeType2398);
     EXPECT_EQ(report.other, kSMPTETimeType24);
@@ -76,34 +70,29 @@ TEST(VLLTCAnalysis, WhatASignalWasMadeOfIsMeasured) {
 TEST(VLLTCAnalysis, JitterAndDriftAreMeasured) {
   constexpr double kSwing = 20e-6;  // s, of places
   constexpr double kTurn = 2 * std::numbers::pi * 100;
-  const VLLTCReport shaken = analysed([](LTCSignalMaker& maker) {
-    maker.speed = [](double time) { return 25 / (1 + kSwing * kTurn * std::cos(kTurn * time)); };
-  });
+  const auto atSpeed = [](const std::function<double(double)>& speed) {
+    return analysed(LTCSignalMaker{.frames = 500, .speed = speed}.make());
+  };
+  const VLLTCReport shaken =
+      atSpeed([](double time) { return 25 / (1 + kSwing * kTurn * std::cos(kTurn * time)); });
   EXPECT_NEAR(shaken.jitter, kSwing / std::numbers::sqrt2, 2e-6);
   EXPECT_NEAR(shaken.jitterPeak, kSwing, 6e-6);
   EXPECT_NEAR(shaken.bit, 0.0005, 1e-6);
-  const VLLTCReport drifting = analysed([](LTCSignalMaker& maker) {
-    maker.speed = [](double time) { return 25 * (1 + 60e-6 * time / 60); };
-  });
+  const VLLTCReport drifting = atSpeed([](double time) { return 25 * (1 + 60e-6 * time / 60); });
   EXPECT_NEAR(drifting.drift, 60, 6);
   EXPECT_NEAR(drifting.highest - drifting.lowest, 20, 4);
   EXPECT_LT(drifting.jitter, 2e-6);
 }
 
 TEST(VLLTCAnalysis, EachFaultIsCountedOnceWithItsAddresses) {
-  LTCSignalMaker maker;
-  maker.frames = 500;
-  maker.dropOut = 0.1;
-  const LTCSignal holed = maker.make();
+  const LTCSignal holed = LTCSignalMaker{.frames = 500, .dropOut = 0.1}.make();
   const VLLTCReport lost = analysed(holed);
   EXPECT_EQ(lost.count(Kind::dropOut), gapsOf(holed));
   EXPECT_EQ(lost.count(Kind::splice), 0U);
   EXPECT_NEAR(lost.events.at(0).length, 0.12, 0.045);
   const auto number = [](const SMPTETime& time) { return time.mSeconds * 25 + time.mFrames; };
   EXPECT_NEAR(number(lost.events[0].behind) - number(lost.events[0].before), 4, 1);
-  maker.dropOut = 0;
-  maker.splice = 0.05;
-  const LTCSignal spliced = maker.make();
+  const LTCSignal spliced = LTCSignalMaker{.frames = 500, .splice = 0.05}.make();
   const VLLTCReport cut = analysed(spliced);
   EXPECT_EQ(cut.count(Kind::splice), gapsOf(spliced));
   EXPECT_EQ(cut.count(Kind::dropOut), 0U);
@@ -128,7 +117,7 @@ TEST(VLLTCAnalysis, EachFaultIsCountedOnceWithItsAddresses) {
 
 TEST(VLLTCAnalysis, TheVerdictFollowsTheLimitAndBadSignalsAreNamed) {
   const auto verdict = [](double ratio) {
-    return analysed([=](auto& maker) { maker.signalToNoise = ratio; }, 200).verdict();
+    return analysed(LTCSignalMaker{.frames = 200, .signalToNoise = ratio}.make()).verdict();
   };
   EXPECT_TRUE(verdict(17).starts_with("good; 14 dB above the limit")) << verdict(17);
   EXPECT_TRUE(verdict(5).starts_with("bad; 2 dB above the limit")) << verdict(5);
@@ -146,7 +135,7 @@ TEST(VLLTCAnalysis, TheVerdictFollowsTheLimitAndBadSignalsAreNamed) {
   EXPECT_EQ(reverse.count(Kind::splice), 0U);
   EXPECT_LT(reverse.jitter, 2e-6);
   const VLLTCReport twice =
-      analysed([](auto& maker) { maker.speed = [](double) { return 50.0; }; });
+      analysed(LTCSignalMaker{.frames = 500, .speed = [](double) { return 50.0; }}.make());
   EXPECT_EQ(twice.format, kSMPTETimeType25);
   EXPECT_NEAR(twice.deviation, 1e6, 10);
   EXPECT_FALSE(twice.sigmas);

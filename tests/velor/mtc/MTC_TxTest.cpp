@@ -12,23 +12,13 @@
 #include "platform/host/Realtime.h"
 #include "platform/midi/MIDIService.h"
 #include "tests/support/ExactDrop.h"
+#include "tests/support/LTCTime.h"
 #include "tests/support/MIDITest.h"
 
 namespace velor {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-
-SMPTETime makeTime(std::uint32_t type, int hours, int minutes, int seconds, int frames) {
-  SMPTETime time;
-  time.mType = type;
-  time.mFlags = kSMPTETimeValid;
-  time.mHours = static_cast<std::int16_t>(hours);
-  time.mMinutes = static_cast<std::int16_t>(minutes);
-  time.mSeconds = static_cast<std::int16_t>(seconds);
-  time.mFrames = static_cast<std::int16_t>(frames);
-  return time;
-}
 
 class MTC_TxTest : public MIDITest {
  protected:
@@ -57,17 +47,15 @@ TEST_F(MTC_TxTest, ABlockIsTheTimeTwoFramesLaterInEightPieces) {
     SMPTETime time;
     Bytes pieces;
   } vectors[] = {
-      {makeTime(kSMPTETimeType30, 23, 59, 59, 29),
-       {0x01, 0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x76}},
-      {makeTime(kSMPTETimeType30Drop, 0, 0, 59, 28),
+      {timeOf(kSMPTETimeType30, 23, 59, 59, 29), {0x01, 0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x76}},
+      {timeOf(kSMPTETimeType30Drop, 0, 0, 59, 28),
        {0x02, 0x10, 0x20, 0x30, 0x41, 0x50, 0x60, 0x74}},
-      {makeTime(kSMPTETimeType2997, 0, 0, 0, 0), {0x02, 0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x76}},
-      {makeTime(kSMPTETimeType24, 0, 0, 0, 0), {0x02, 0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x70}},
-      {makeTime(kSMPTETimeType2398, 1, 0, 0, 22), {0x00, 0x10, 0x21, 0x30, 0x40, 0x50, 0x61, 0x70}},
-      {makeTime(kSMPTETimeType25, 17, 0, 0, 0), {0x02, 0x10, 0x20, 0x30, 0x40, 0x50, 0x61, 0x73}},
-      {makeTime(kSMPTETimeType25, 23, 59, 59, 22),
-       {0x08, 0x11, 0x2B, 0x33, 0x4B, 0x53, 0x67, 0x73}},
-      {makeTime(kSMPTETimeType2997Drop, 12, 34, 56, 18),
+      {timeOf(kSMPTETimeType2997, 0, 0, 0, 0), {0x02, 0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x76}},
+      {timeOf(kSMPTETimeType24, 0, 0, 0, 0), {0x02, 0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x70}},
+      {timeOf(kSMPTETimeType2398, 1, 0, 0, 22), {0x00, 0x10, 0x21, 0x30, 0x40, 0x50, 0x61, 0x70}},
+      {timeOf(kSMPTETimeType25, 17, 0, 0, 0), {0x02, 0x10, 0x20, 0x30, 0x40, 0x50, 0x61, 0x73}},
+      {timeOf(kSMPTETimeType25, 23, 59, 59, 22), {0x08, 0x11, 0x2B, 0x33, 0x4B, 0x53, 0x67, 0x73}},
+      {timeOf(kSMPTETimeType2997Drop, 12, 34, 56, 18),
        {0x04, 0x11, 0x28, 0x33, 0x42, 0x52, 0x6C, 0x74}},
   };
   for (const auto& vector : vectors) {
@@ -78,7 +66,7 @@ TEST_F(MTC_TxTest, ABlockIsTheTimeTwoFramesLaterInEightPieces) {
   for (const std::uint8_t frames : Bytes{0x02, 0x03}) {
     const ExactDrop exact(frames == 0x03);
     mOutside->sent.clear();
-    sendTime(mSynth, makeTime(kSMPTETimeType2997Drop, 0, 0, 59, 29), 1, mPort);
+    sendTime(mSynth, timeOf(kSMPTETimeType2997Drop, 0, 0, 59, 29), 1, mPort);
     EXPECT_EQ(secondBytes(), Bytes({frames, 0x10, 0x20, 0x30, 0x41, 0x50, 0x60, 0x74}));
   }
 }
@@ -94,8 +82,8 @@ TEST_F(MTC_TxTest, PiecesAreAQuarterFrameApartAndBlocksJoinWithoutASeam) {
     EXPECT_EQ(mtc_quarter_frame_interval(type), q);
     mOutside->sent.clear();
     const std::uint64_t start = 5'000'000'000'000;
-    sendTime(mSynth, makeTime(type, 1, 2, 3, 4), start, mPort);
-    sendTime(mSynth, makeTime(type, 1, 2, 3, 6), start + 8 * q, mPort);
+    sendTime(mSynth, timeOf(type, 1, 2, 3, 4), start, mPort);
+    sendTime(mSynth, timeOf(type, 1, 2, 3, 6), start + 8 * q, mPort);
     ASSERT_EQ(mOutside->sent.size(), 16U);
     for (std::size_t i = 0; i < 16; ++i) {
       EXPECT_EQ(mOutside->sent[i].time, start + (8 + i) * q);
@@ -118,7 +106,7 @@ TEST_F(MTC_TxTest, SendingTimeAllocatesNothing) {
       [](const midi::MIDIPacketList*, void* count, void*) { ++*static_cast<int*>(count); },
       &packets, &destination);
   const KVMIDIEndpoint endpoint(destination);
-  const SMPTETime time = makeTime(kSMPTETimeType25, 1, 2, 3, 4);
+  const SMPTETime time = timeOf(kSMPTETimeType25, 1, 2, 3, 4);
   midi::MIDIPacketList list;
   {
     const host::RealtimeContext realtime;  // an allocation ends the program
@@ -134,11 +122,11 @@ TEST_F(MTC_TxTest, AFullFrameCarriesTheTimeAsItIs) {
     SMPTETime time;
     std::array<std::uint8_t, 4> digits;
   } vectors[] = {
-      {makeTime(kSMPTETimeType25, 1, 2, 3, 4), {0x21, 0x02, 0x03, 0x04}},
-      {makeTime(kSMPTETimeType24, 23, 59, 59, 23), {0x17, 0x3B, 0x3B, 0x17}},
-      {makeTime(kSMPTETimeType30Drop, 10, 0, 0, 2), {0x4A, 0x00, 0x00, 0x02}},
-      {makeTime(kSMPTETimeType2997, 1, 0, 0, 0), {0x61, 0x00, 0x00, 0x00}},
-      {makeTime(40, 1, 0, 0, 0), {0x21, 0x00, 0x00, 0x00}},
+      {timeOf(kSMPTETimeType25, 1, 2, 3, 4), {0x21, 0x02, 0x03, 0x04}},
+      {timeOf(kSMPTETimeType24, 23, 59, 59, 23), {0x17, 0x3B, 0x3B, 0x17}},
+      {timeOf(kSMPTETimeType30Drop, 10, 0, 0, 2), {0x4A, 0x00, 0x00, 0x02}},
+      {timeOf(kSMPTETimeType2997, 1, 0, 0, 0), {0x61, 0x00, 0x00, 0x00}},
+      {timeOf(40, 1, 0, 0, 0), {0x21, 0x00, 0x00, 0x00}},
   };
   midi::MIDIPacketList list;
   for (const auto& [time, digits] : vectors) {
@@ -151,7 +139,7 @@ TEST_F(MTC_TxTest, AFullFrameCarriesTheTimeAsItIs) {
         (Bytes{0xF0, 0x7F, 0x7F, 0x01, 0x01, digits[0], digits[1], digits[2], digits[3], 0xF7}));
   }
   midi::MIDIPacketListInit(&list);
-  SMPTETime invalid = makeTime(kSMPTETimeType25, 1, 2, 3, 4);
+  SMPTETime invalid = timeOf(kSMPTETimeType25, 1, 2, 3, 4);
   invalid.mFlags = kSMPTETimeRunning;
   EXPECT_EQ(mtc_full_frame_from_smpte_time(&invalid, &list), 0);
   EXPECT_EQ(list.numPackets, 0U);

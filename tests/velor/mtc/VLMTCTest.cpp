@@ -101,18 +101,24 @@ class VLMTCTest : public MIDITest {
   }
 
   std::uint64_t now() const { return mHost.AudioGetCurrentHostTime(); }
-  // The flags, and the frame number of the time last sent.
-  std::string state(std::int32_t* frame = nullptr) const {
+  SMPTETime timeSent() const {
     SMPTETime time;
+    EXPECT_EQ(VLMTCGetTime(mMtc, &time, nullptr, nullptr), 0);
+    return time;
+  }
+  std::int32_t frameSent() const { return ltc_frame_number_from_smptetime(timeSent()); }
+  std::string told() { return std::exchange(mStates, {}); }
+  // What was told since the last look, and the flags.
+  std::string seen() {
     bool reading = false;
     bool freewheeling = false;
-    EXPECT_EQ(VLMTCGetTime(mMtc, &time, &reading, &freewheeling), 0);
-    if (frame != nullptr) {
-      *frame = ltc_frame_number_from_smptetime(time);
-    }
-    return std::string(reading ? "reading" : "idle") + (freewheeling ? " freewheeling" : "");
+    EXPECT_EQ(VLMTCGetTime(mMtc, nullptr, &reading, &freewheeling), 0);
+    return told() + (reading ? " reading" : " idle") + (freewheeling ? " freewheeling" : "");
   }
-  std::string told() { return std::exchange(mStates, {}); }
+  std::string seenAfter(std::uint64_t duration) {
+    mHost.advance(duration);
+    return seen();
+  }
 
   midi::MIDIClientRef mClient = 0;
   midi::MIDIPortRef mPort = 0;
@@ -130,10 +136,8 @@ TEST_F(VLMTCTest, ABlockHoldsTheTimeTwoFramesOnAtTheMeasuredRate) {
   EXPECT_EQ(VLMTCSetFramerate(mMtc, 24.9), 0);
   const std::uint64_t start = now();
   readFrom(22, 5, 8 * kMeasured);
-  EXPECT_EQ(told(), "rdst dcfr") << "of 25, after the format of a new record";
-  std::int32_t frame = 0;
-  EXPECT_EQ(state(&frame), "reading");
-  EXPECT_EQ(frame, 32);
+  EXPECT_EQ(seen(), "rdst dcfr reading") << "of 25, after the format of a new record";
+  EXPECT_EQ(frameSent(), 32);
   mHost.advance(8 * kMeasured - 1);
   expectBlocks(start + 8 * kMeasured, 24, 5, kMeasured);
 }
@@ -142,20 +146,13 @@ TEST_F(VLMTCTest, AFreewheelGoesOnWithoutASeamForItsTime) {
   const std::uint64_t start = now();
   readFrom(89990, 10);  // over the hour
   // The last was read 80 ms ago; silence is known 160 ms after it.
-  mHost.advance(kBlock - 1);
-  EXPECT_EQ(told(), "rdst dcfr");
-  mHost.advance(1);
-  EXPECT_EQ(told(), "fwst");
-  EXPECT_EQ(state(), "reading freewheeling");
-  mHost.advance(5000 * kMs - 1);
-  EXPECT_EQ(told(), "");
-  mHost.advance(1);
-  EXPECT_EQ(told(), "fwsp");
-  EXPECT_EQ(state(), "idle");
-  mHost.advance(3600'000 * kMs);
+  EXPECT_EQ(seenAfter(kBlock - 1), "rdst dcfr reading");
+  EXPECT_EQ(seenAfter(1), "fwst reading freewheeling");
+  EXPECT_EQ(seenAfter(5000 * kMs - 1), " reading freewheeling");
+  EXPECT_EQ(seenAfter(1), "fwsp idle");
+  EXPECT_EQ(seenAfter(3600'000 * kMs), " idle");
   // Each 80 ms from the silence on, and 5000 ms later is behind the 63rd.
   expectBlocks(start + kBlock, 89992, 10 + 63);
-  EXPECT_EQ(told(), "");
 }
 
 TEST_F(VLMTCTest, ExactDropNumbersAreTwoFramesApartInFreewheelToo) {
@@ -165,14 +162,10 @@ TEST_F(VLMTCTest, ExactDropNumbersAreTwoFramesApartInFreewheelToo) {
     make();
     EXPECT_EQ(VLMTCSetFramerate(mMtc, 29.97), 0);
     readFrom(begin, 2, 66'733'400, kSMPTETimeType2997Drop);
-    std::int32_t first = 0;
-    EXPECT_EQ(state(&first), "reading");
-    EXPECT_EQ(first, begin + 4);
-    mHost.advance(10 * 66'733'400);
-    std::int32_t last = 0;
-    EXPECT_EQ(state(&last), "reading freewheeling");
-    EXPECT_GT(last, kMinute + 2);
-    EXPECT_EQ((last - first) % 2, 0);
+    EXPECT_EQ(frameSent(), begin + 4);
+    EXPECT_EQ(seenAfter(10 * 66'733'400), "rdst dcfr fwst reading freewheeling");
+    EXPECT_GT(frameSent(), kMinute + 2);
+    EXPECT_EQ((frameSent() - begin) % 2, 0);
   }
 }
 
@@ -181,10 +174,8 @@ TEST_F(VLMTCTest, AFreewheelCountsInTheFormatThatWasReadLast) {
   readFrom(20, 1, kBlock, kSMPTETimeType24);
   readFrom(22, 1, kBlock, kSMPTETimeType25);
   mHost.advance(kBlock + kMs);
-  SMPTETime time;
-  EXPECT_EQ(VLMTCGetTime(mMtc, &time, nullptr, nullptr), 0);
-  EXPECT_EQ(stringFromSMPTETime(time), "00:00:01:01");
-  EXPECT_EQ(time.mType, kSMPTETimeType25);
+  EXPECT_EQ(stringFromSMPTETime(timeSent()), "00:00:01:01");
+  EXPECT_EQ(timeSent().mType, kSMPTETimeType25);
 }
 
 TEST_F(VLMTCTest, WhenLTCReturnsAllButItsFirstTimeGoesOutAndNothingGoesBack) {
@@ -193,20 +184,15 @@ TEST_F(VLMTCTest, WhenLTCReturnsAllButItsFirstTimeGoesOutAndNothingGoesBack) {
   mHost.advance(10 * kBlock);
   told();
   readFrom(124, 1);
-  EXPECT_EQ(told(), "resm rdst");
-  std::int32_t frame = 0;
-  EXPECT_EQ(state(&frame), "reading");
-  EXPECT_EQ(frame, 122) << "of the freewheel's last block";
+  EXPECT_EQ(seen(), "resm rdst reading");
+  EXPECT_EQ(frameSent(), 122) << "of the freewheel's last block";
   expectBlocks(start + kBlock, 102, 11);
   const std::uint64_t second = now();
   readFrom(126, 2);
-  mHost.advance(kBlock);
-  EXPECT_EQ(told(), "fwst");
+  EXPECT_EQ(seenAfter(kBlock), "fwst reading freewheeling");
   // The end of the first freewheel comes and must not touch the second one.
-  mHost.advance(5000 * kMs - 1);
-  EXPECT_EQ(state(), "reading freewheeling");
-  mHost.advance(1);
-  EXPECT_EQ(told(), "fwsp");
+  EXPECT_EQ(seenAfter(5000 * kMs - 1), " reading freewheeling");
+  EXPECT_EQ(seenAfter(1), "fwsp idle");
   mHost.advance(10 * kBlock);
   expectBlocks(second + kBlock, 128, 2 + 63);
 
@@ -224,9 +210,7 @@ TEST_F(VLMTCTest, NoFreewheelTimeEndsAtOnceAndANegativeOneOnRequest) {
   const std::uint64_t start = now();
   readFrom(0, 3);
   EXPECT_EQ(VLMTCStopFreewheeling(mMtc), -1) << "while reading";
-  mHost.advance(10 * kBlock);
-  EXPECT_EQ(told(), "rdst dcfr fwsp fwsp");
-  EXPECT_EQ(state(), "idle");
+  EXPECT_EQ(seenAfter(10 * kBlock), "rdst dcfr fwsp fwsp idle");
   expectBlocks(start + kBlock, 2, 3);
 
   EXPECT_EQ(VLMTCSetFreewheelTime(mMtc, -0.5), 0);
