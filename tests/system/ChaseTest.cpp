@@ -316,7 +316,7 @@ TEST(HeadlessChase, ALoopThatReturnsWithItsServerIsFoundAgain) {
   EXPECT_EQ(velor.end(SIGTERM), 0);
 }
 
-TEST(HeadlessChase, TheStatusLineTellsArmedChasingTheWrongFormatAndALoop) {
+TEST(HeadlessChase, TheStatusLineShowsArmedChasingTheWrongFormatAndALoop) {
   JackServer server;
   server.enter();
   server.start();

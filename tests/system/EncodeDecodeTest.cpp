@@ -95,7 +95,7 @@ TEST_F(EncodeDecode, WhatIsEncodedIsDecodedInEachFormAnalysedAndPlotted) {
   EXPECT_THAT(none.errors, testing::StartsWith("velor: analyse: "));
 }
 
-TEST_F(EncodeDecode, FilesThatFailAreOneClearLineAndTheStatus1BehindWhatWasRead) {
+TEST_F(EncodeDecode, AFileThatFailsGivesItsFramesOneClearLineAndTheStatus1) {
   EXPECT_THAT(run({"encode", "--duration", "1", file("no/out.wav")}).errors,
               HasSubstr("No such file"));
   std::ofstream(file("text.wav")) << "no sound";
@@ -132,14 +132,16 @@ TEST_F(EncodeDecode, FilesThatFailAreOneClearLineAndTheStatus1BehindWhatWasRead)
               testing::StartsWith("velor: decode: cannot write to standard output"));
 }
 
-TEST_F(EncodeDecode, ALongOneShowsHowFarItIsOnATerminalAndASignalLeavesNoFile) {
-  VelorOnTerminal velor(80, {"encode", "--duration", "20000", "--rate", "192000", file("a.flac")},
-                        {});
+TEST_F(EncodeDecode, ALongOneShowsItsProgressOnATerminalAndASignalLeavesTheOldFileAndNoOther) {
+  std::ofstream(file("a.flac")) << "old";
+  VelorOnTerminal velor(
+      80, {"encode", "--force", "--duration", "20000", "--rate", "192000", file("a.flac")}, {});
   EXPECT_TRUE(velor.readUntil("]   1 %", 60)) << velor.text();
   EXPECT_THAT(velor.text(), HasSubstr("\rencode ["));
   EXPECT_EQ(velor.end(SIGTERM), 1);
   EXPECT_THAT(velor.text(), HasSubstr("\033[Kvelor: encode: stopped; "));
-  EXPECT_EQ(filesThere(), 0U);
+  EXPECT_EQ(fileContents(file("a.flac")), "old");
+  EXPECT_EQ(filesThere(), 1U);
 }
 
 }  // namespace

@@ -144,26 +144,6 @@ INSTANTIATE_TEST_SUITE_P(
         ServerKind{"pipewire", [] { return std::unique_ptr<Server>(new PipeWireServer); }}),
     [](const auto& kind) { return std::string(kind.param.name); });
 
-TEST(MTCAtTheEnd, AStopLetsTheLastBlockRunOutAndTheNextRunBeginsAnew) {
-  inFairRun([] {
-    JackServer server(256);
-    server.enter();
-    server.start();
-    JackPeer recorder("Recorder");
-    recorder.addInput("in");
-    recorder.activate();
-    for (int run = 0; run < 3; ++run) {
-      VelorProcess velor({"--headless", "--format", "30", "--play", "--mtc-out", "Recorder:in"},
-                         server.environment());
-      sleepSeconds(0.8 + 0.03 * run);
-      EXPECT_EQ(velor.end(SIGINT), 0);
-    }
-    const Stream stream = readStream(recorder.recorded(), 0);
-    EXPECT_EQ(stream.faults, 0) << stream.fault;
-    EXPECT_GE(stream.blocks.size(), 20U);
-  });
-}
-
 // Waits until the port has had so many blocks in all; false after 5 s.
 bool awaitBlocks(const JackPeer& recorder, std::size_t count) {
   return waitFor(5, [&] { return recorder.recordedCount() >= count * 8; });

@@ -105,7 +105,7 @@ TEST_F(KVMIDICoreTest, EndpointsOfOneKeyBecomeTheOneThatWasKnown) {
   EXPECT_EQ(core().sources(), (KVMIDICore::Endpoints{known, known}));
 }
 
-TEST_F(KVMIDICoreTest, EachEventTellsObserversWithNewListsThenPostsItsNumber) {
+TEST_F(KVMIDICoreTest, EachEventNotifiesObserversOfNewListsThenPostsItsNumber) {
   std::string seen;
   const std::vector<KVObserverToken> tokens = {
       core().addObserver(
@@ -203,7 +203,7 @@ class KVMIDICoreFailureTest : public testing::Test {
   NiceMock<midi::MockMIDIService> mService;
 };
 
-TEST_F(KVMIDICoreFailureTest, AFailingCallIsMadeAgainAndThatStatusIsTold) {
+TEST_F(KVMIDICoreFailureTest, AFailingCallIsMadeAgainAndItsSecondStatusIsReported) {
   letTheCoreBegin();
   EXPECT_CALL(mService, MIDIClientCreate("other", _, _, _))
       .WillOnce(Return(-1))

@@ -155,7 +155,7 @@ class DamagedDocumentTest : public FullDocument, public testing::WithParamInterf
   std::size_t mFailures = 0;
 };
 
-TEST_P(DamagedDocumentTest, IsToldByItsPlaceAndTheNextWholeOneOpensAsEver) {
+TEST_P(DamagedDocumentTest, IsReportedByItsPlaceAndTheNextWholeOneOpensAsBefore) {
   ASSERT_TRUE(load(mDocument));
   mHost.settle();
   ASSERT_EQ(saved(), mDocument);

@@ -15,6 +15,13 @@ using Calls = std::vector<std::string>;
 class VLAppDelegateTest : public AppFixture {
  protected:
   VLAppDelegateTest() { launch(); }
+
+  // The one question that waits, with its buttons.
+  std::string answered(bool isDefault) {
+    const VLAlert alert = mWindow->answer(isDefault);
+    return alert.title + "\n" + alert.message + "\n" + alert.defaultButton + "/" +
+           alert.otherButton;
+  }
 };
 
 TEST_F(VLAppDelegateTest, ALaunchSetsEverythingUpInItsOrderAndWithoutAFileAt25) {
@@ -123,7 +130,7 @@ TEST_F(VLAppDelegateTest,
 }
 
 TEST_F(VLAppDelegateTest,
-       AJumpOfARunningClockIsNoStepAnInvalidOneIsNoneAndOneAsSentIsTakenLessTheOffset) {
+       ALocateOfARunningClockCannotBeUndoneAnInvalidOneIsIgnoredAndASentOneHasTheOffset) {
   app().play();
   goTo("02:00:00:00");
   mHost.advance(kFrame25);
@@ -170,19 +177,16 @@ TEST_F(VLAppDelegateTest, ARefusedOrUnchangedFormatLeavesTheHistoryAsItIs) {
   EXPECT_EQ(now(), "00:00:01:04");
 }
 
-TEST_F(VLAppDelegateTest, MTCOfAnotherFormatIsTakenOverOrEndsTheArmingAsTheUserWants) {
+TEST_F(VLAppDelegateTest, MTCOfAnotherFormatSetsTheFormatOrDisarmsAsTheUserWants) {
   const auto deck = addSource("deck");
   app().setSyncSource(deck);
   app().arm();
   playBlocks(*deck, 4, 10, kRate30);
-  const VLAlert alert = mWindow->answer(true);
-  EXPECT_EQ(alert.title, "Wrong SMPTE Format");
-  EXPECT_EQ(alert.message,
-            "The clock receives MTC on deck at 30 fps, which does not match the currently set "
-            "format of 25 fps");
-  EXPECT_TRUE(mLog.has(alert.message));
-  EXPECT_EQ(alert.defaultButton, "use 30 fps");
-  EXPECT_EQ(alert.otherButton, "Cancel");
+  const std::string message =
+      "The clock receives MTC on deck at 30 fps, which does not match the currently set format of "
+      "25 fps";
+  EXPECT_EQ(answered(true), "Wrong SMPTE Format\n" + message + "\nuse 30 fps/Cancel");
+  EXPECT_TRUE(mLog.has(message));
   EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType30);
   EXPECT_EQ(clock().status(), VLClockArmed);
   playBlocks(*deck, 1, 11, kRate30);
@@ -197,19 +201,16 @@ TEST_F(VLAppDelegateTest, MTCOfAnotherFormatIsTakenOverOrEndsTheArmingAsTheUserW
   EXPECT_TRUE(mLog.has("user clicked cancel, will disarm"));
 }
 
-TEST_F(VLAppDelegateTest, ALoopIsToldWithBothNamesAndTheDestinationSwitchedOffIfTheUserWants) {
+TEST_F(VLAppDelegateTest, ALoopIsReportedWithBothNamesAndTheDestinationSwitchedOffIfTheUserWants) {
   const auto deck = addSource("deck");
   const auto desk = appear("desk");
   destinationOf(desk)->setEnable(true);
   for (const bool disables : {false, true}) {
     app().clockDetectedMTCLoop(clock(), deck, std::make_shared<KVMIDIEndpoint>(desk));
-    const VLAlert alert = mWindow->answer(disables);
-    EXPECT_EQ(alert.title, "MIDI/MTC Loop detected!");
-    EXPECT_EQ(alert.message,
-              "There appears to be a MIDI loop between \"deck\" and \"desk\". For correct "
-              "operation \"desk\" should not be a MTC Destination");
-    EXPECT_EQ(alert.defaultButton, "Disable desk");
-    EXPECT_EQ(alert.otherButton, "Proceed anyway");
+    EXPECT_EQ(answered(disables),
+              "MIDI/MTC Loop detected!\nThere appears to be a MIDI loop between \"deck\" and "
+              "\"desk\". For correct operation \"desk\" should not be a MTC Destination\n"
+              "Disable desk/Proceed anyway");
     EXPECT_EQ(destinationOf(desk)->enable(), !disables);
   }
   EXPECT_TRUE(app().clockShouldCheckForMTCLoop(clock()));
@@ -227,13 +228,11 @@ TEST_F(VLAppDelegateTest, AQuitAsksWhileAnythingRunsAndShowsWhatDoes) {
   EXPECT_EQ(app().applicationShouldTerminate(), VLAppDelegate::TerminateReply::later);
   EXPECT_TRUE(mWindow->alerts.empty()) << "by the main queue";
   mHost.settle();
-  const VLAlert alert = mWindow->answer(false);
+  EXPECT_EQ(
+      answered(false),
+      "Devices are running - Quit anyway?\nDo you really want to quit Velor? Some devices are "
+      "currently running and generating timecode.\nYes/No");
   EXPECT_EQ(takeCalls(), Calls{"window of LTC Generator 1"});
-  EXPECT_EQ(alert.title, "Devices are running - Quit anyway?");
-  EXPECT_EQ(alert.message,
-            "Do you really want to quit Velor? Some devices are currently running and generating "
-            "timecode.");
-  EXPECT_EQ(alert.defaultButton + "/" + alert.otherButton, "Yes/No");
   EXPECT_EQ(mWindow->reply, false);
   EXPECT_TRUE(clock().running());
 }

@@ -90,7 +90,7 @@ TEST_F(VLOSCOptionsTest, EachStartWithTheSameOptionsFindsWhatTheFirstHasAdded) {
   EXPECT_EQ(mPort, 7770);
 }
 
-TEST_F(VLOSCOptionsTest, WhatIsNotKeptEndsWithItsRunAndLeavesWhatWasSaved) {
+TEST_F(VLOSCOptionsTest, OptionsThatAreNotKeptEndWithTheirRunAndLeaveTheSavedOnes) {
   run(with(7770, {"10.0.0.5"}, {{"10.0.0.8", 9000}}));
   VLOSCOptions once =
       with(7771, {"10.0.0.5", "10.0.0.6"}, {{"10.0.0.8", 9000}, {"10.0.0.9", 9001}});

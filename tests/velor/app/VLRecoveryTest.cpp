@@ -80,7 +80,7 @@ TEST_F(VLRecoveryTest, EachEditOfADeviceIsInTheCopyAndWithoutOneNothingIsWritten
   EXPECT_FALSE(isThere());
 }
 
-TEST_F(VLRecoveryTest, TheLastRunThatWasCutOffCanBeTakenUpAtAnyLaterStart) {
+TEST_F(VLRecoveryTest, TheLastInterruptedRunCanBeRestoredAtAnyLaterStart) {
   launch();
   goTo("00:00:13:00");
   mHost.advance(3 * kSecond);
@@ -112,7 +112,7 @@ TEST_F(VLRecoveryTest, TheLastRunThatWasCutOffCanBeTakenUpAtAnyLaterStart) {
   EXPECT_FALSE(isThere());
 }
 
-TEST_F(VLRecoveryTest, AnotherProgramThatRunsIsNoneThatWasCutOff) {
+TEST_F(VLRecoveryTest, AnotherRunningProgramIsNotReportedAsInterrupted) {
   launch();
   goTo("00:00:42:00");
   mHost.advance(3 * kSecond);
@@ -143,7 +143,7 @@ TEST_F(VLRecoveryTest, ARunThatIsInterruptedInAPlayComesBackOnTheSyncSourceThatT
   EXPECT_TRUE(app().syncSource() != nullptr && app().syncSource()->isEqual(*deck));
 }
 
-TEST_F(VLRecoveryTest, AStateThatCannotBeSavedIsNoCleanEnd) {
+TEST_F(VLRecoveryTest, ARunWhoseStateCannotBeSavedCountsAsInterrupted) {
   launch();
   goTo("00:00:42:00");  // a moment ago
   std::filesystem::create_directories(folders().data() / "laststate.velor");

@@ -98,6 +98,11 @@ class DeviceFixture : public MIDITest {
     auto coder = store::KeyedUnarchiver::read(document, classes).value();
     manager().decodeState(coder);
   }
+  static void restore(const std::vector<std::shared_ptr<VLDevice>>& devices) {
+    store::KeyedArchiver coder;
+    coder.encodeArray(devices, "devices.manager");
+    restore(coder.data().value());
+  }
   /// Another run of the application, in the same system.
   static void restart() { KVSharedInstances::clear(); }
 

@@ -114,26 +114,15 @@ TEST_F(VLDeviceManagerStateTest, DevicesAreReplacedByTheStoredOnesThatStillHaveA
   EXPECT_EQ(mLog.errors(), 0U);
 }
 
-TEST_F(VLDeviceManagerStateTest, ADestinationAmongTheDevicesIsSwitchedByTheManager) {
+TEST_F(VLDeviceManagerStateTest,
+       ADestinationAmongTheDevicesIsSwitchedByTheManagerAndStaysWhileTheServiceKeepsIt) {
   const auto desk = appear("desk");
-  store::KeyedArchiver coder;
-  coder.encodeArray(
-      std::vector{VLTimecodeDestinationDevice::deviceWithDevice(
-          VLMIDIEndpointDevice::deviceWithMIDIEndpoint(std::make_shared<KVMIDIEndpoint>(desk)),
-          {})},
-      "devices.manager");
-  restore(coder.data().value());
+  const auto endpoint = std::make_shared<KVMIDIEndpoint>(desk);
+  restore({VLTimecodeDestinationDevice::deviceWithDevice(
+      VLMIDIEndpointDevice::deviceWithMIDIEndpoint(endpoint), {})});
   ASSERT_EQ(manager().devices().size(), 1U);
   std::dynamic_pointer_cast<VLTimecodeDestinationDevice>(manager().devices()[0])->setEnable(true);
   EXPECT_GE(quarterFramesTo(desk), 24);
-}
-
-TEST_F(VLDeviceManagerStateTest, ADeviceThatTheServiceDoesNotLetGoStaysListed) {
-  store::KeyedArchiver coder;
-  coder.encodeArray(std::vector{VLMIDIEndpointDevice::deviceWithMIDIEndpoint(
-                        std::make_shared<KVMIDIEndpoint>(appear("desk")))},
-                    "devices.manager");
-  restore(coder.data().value());
   EXPECT_THROW(manager().removeDevicesAtIndexes({0}), KVException);
   EXPECT_EQ(manager().devices().size(), 1U);
 }

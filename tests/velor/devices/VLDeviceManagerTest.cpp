@@ -23,9 +23,7 @@ class VLDeviceManagerTest : public DeviceFixture {
       devices.push_back(VLMIDIEndpointDevice::deviceWithMIDIEndpoint(
           std::make_shared<KVMIDIEndpoint>(makeVirtual(name, 100 + mMade++))));
     }
-    store::KeyedArchiver coder;
-    coder.encodeArray(devices, "devices.manager");
-    restore(coder.data().value());
+    restore(devices);
     mHost.settle();
   }
   static Listed deviceNames() {

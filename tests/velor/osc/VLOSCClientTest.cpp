@@ -296,7 +296,7 @@ TEST_F(VLOSCClientTest, TargetsOutliveRestartsAndConnectWhenTheyCan) {
   EXPECT_THAT(dispatcher().clients(), IsEmpty());
 }
 
-TEST_F(VLOSCClientTest, OurOwnServiceIsNoTargetAndAnotherReturnsToItsRow) {
+TEST_F(VLOSCClientTest, OurOwnServiceIsNotATargetAndAnotherReturnsToItsRow) {
   ASSERT_TRUE(VLOSCServer::sharedServer().startUdPServerAtPort(7770));
   dispatcher();
   mHost.advance(kSeen);

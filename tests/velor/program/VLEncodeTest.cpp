@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -130,21 +128,6 @@ TEST_F(VLEncodeTest, TheLevelIsReachedOnBothSidesAndNeverPassed) {
       EXPECT_EQ(*least * 32768, -c.peak) << c.level << ", " << rate;
     }
   }
-}
-
-TEST_F(VLEncodeTest, AnEndBeforeTheEndLeavesTheOldFileAndNoOther) {
-  std::ofstream(file("a.flac")) << "old";
-  const auto wanted = options("a.flac", "25", "00:00:00:00", 100, 48000);
-  double last = -1;
-  const std::string error = VLEncodeFile(wanted, [&last](double part) {
-    EXPECT_GT(part, last);
-    last = part;
-    return part < 0.5;
-  });
-  EXPECT_NE(error.find("stopped"), std::string::npos);
-  EXPECT_GE(last, 0.5);
-  EXPECT_EQ(fs::file_size(file("a.flac")), 3U);
-  EXPECT_EQ(std::distance(fs::directory_iterator(mFolder.path()), fs::directory_iterator()), 1);
 }
 
 }  // namespace

@@ -60,7 +60,7 @@ class VLWantedDevicesTest : public AppFixture {
   std::optional<VLWantedDevices> mWanted;
 };
 
-TEST_F(VLWantedDevicesTest, WhatOptionsAddBelongsToTheirRun) {
+TEST_F(VLWantedDevicesTest, DevicesThatOptionsAddEndWithTheirRun) {
   appear("desk");
   ASSERT_EQ(
       start({"--mtc-out", "desk", "--ltc-out", "Velor Loopback:1", "--ltc-in", "Velor Loopback:2"}),
