@@ -2,25 +2,21 @@
 #include "platform/store/RollingFileSink.h"
 
 #include <fcntl.h>
-#include <spdlog/details/os.h>
 #include <spdlog/fmt/chrono.h>
 #include <spdlog/pattern_formatter.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
-#include <ctime>
-#include <functional>
-#include <memory>
 #include <regex>
 #include <set>
-#include <system_error>
+#include <tuple>
 #include <utility>
-#include <vector>
 
 #include "platform/store/ApplicationFolders.h"
+#include "platform/store/SystemFailure.h"
 #include "platform/store/WriteAll.h"
 
 namespace velor::store {
@@ -30,45 +26,41 @@ namespace fs = std::filesystem;
 
 constexpr const char* kLinePattern = "%Y/%m/%d %H:%M:%S:%e  %v";
 constexpr mode_t kOwnerAlone = 0600;
-constexpr int kNamesToTry = 10'000;
 constexpr std::chrono::minutes kRetryAfter{1};
 
 std::string fileName(RollingFileSink::Time time) {
-  const std::tm local = spdlog::details::os::localtime(std::chrono::system_clock::to_time_t(time));
-  return spdlog::fmt_lib::format("velor {:%Y-%m-%d %H-%M-%S} {}.log", local, getpid());
+  return spdlog::fmt_lib::format("velor {:%Y-%m-%d %H-%M-%S} {}.log",
+                                 spdlog::fmt_lib::localtime(time), getpid());
 }
 
-// A log file of this application, of any process. The file system's time is coarse: files of
-// one tick are in the order of their names.
-struct FoundFile {
-  fs::file_time_type time;
-  fs::path path;
-  std::uint64_t bytes = 0;
-  pid_t process = 0;
+bool isLocked(const fs::path& path) {
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  const bool result = flock(file, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  close(file);
+  return result;
+}
 
-  auto operator<=>(const FoundFile&) const = default;
-};
-
-std::vector<FoundFile> filesIn(const fs::path& folder) {
-  static const std::regex kName(R"(velor \d{4}-\d\d-\d\d \d\d-\d\d-\d\d (\d{1,9})\.log)");
-  std::vector<FoundFile> files;
-  std::error_code error;
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-       entry.increment(error)) {
-    const std::string name = entry->path().filename();
-    std::smatch process;
-    std::error_code gone;
-    if (std::regex_match(name, process, kName) &&
-        entry->symlink_status(gone).type() == fs::file_type::regular) {
-      files.push_back({entry->last_write_time(gone), entry->path(), entry->file_size(gone),
-                       std::stoi(process[1])});
+void deleteOldFiles(const fs::path& folder, const LogLimits& limits) {
+  static const std::regex kName(R"(velor \d{4}-\d\d-\d\d \d\d-\d\d-\d\d \d{1,9}\.log)");
+  // Locked ones first, then the newest. The file system's time is coarse: files of one tick
+  // are in the order of their names.
+  std::set<std::tuple<bool, fs::file_time_type, fs::path, std::uint64_t>, std::greater<>> files;
+  std::error_code error;  // of a file that another process has just deleted
+  for (fs::directory_iterator i(folder, error), end; i != end; i.increment(error)) {
+    const fs::path& path = i->path();
+    if (std::regex_match(path.filename().string(), kName) &&
+        fs::is_regular_file(i->symlink_status(error))) {
+      files.emplace(isLocked(path), i->last_write_time(error), path, i->file_size(error));
     }
   }
-  return files;
-}
-
-bool lives(pid_t process) noexcept {
-  return kill(process, 0) == 0 || errno == EPERM;
+  std::size_t count = 0;
+  std::uint64_t total = 0;
+  for (const auto& [locked, time, path, bytes] : files) {
+    total += locked ? std::max<std::uint64_t>(bytes, limits.fileBytes) : bytes;
+    if ((++count > limits.files || total > limits.quotaBytes) && !locked) {
+      fs::remove(path, error);
+    }
+  }
 }
 
 }  // namespace
@@ -80,53 +72,41 @@ RollingFileSink::RollingFileSink(fs::path folder, const LogLimits& limits, Now n
       mLimits(limits),
       mNow(std::move(now)) {}
 
-RollingFileSink::~RollingFileSink() {
-  closeFile();
-}
-
 void RollingFileSink::sink_it_(const spdlog::details::log_msg& message) {
   spdlog::memory_buf_t line;
   formatter_->format(message, line);
-  if (isFileDue(message.time, line.size())) {
+  // A line that waited in the queue is older than its file; and a clock that was
+  // set back must not keep the file open for as long again.
+  mBegin = std::min(mBegin, message.time);
+  const auto age = message.time - mBegin;
+  if (mDescriptor < 0 ? age >= kRetryAfter
+                      : age >= mLimits.fileAge || mBytes + line.size() > mLimits.fileBytes) {
     startFile();
   }
   mUnwritten += write(line) ? 0 : 1;
 }
 
-bool RollingFileSink::isFileDue(Time time, std::size_t lineBytes) {
-  if (!mBegin) {
-    return true;
-  }
-  // A line that waited in the queue is older than its file; and a clock that was
-  // set back must not keep the file open for as long again.
-  mBegin = std::min(*mBegin, time);
-  if (mDescriptor < 0) {
-    return time - *mBegin >= kRetryAfter;
-  }
-  return time - *mBegin >= mLimits.fileAge ||
-         (mBytes > 0 && mBytes + lineBytes > mLimits.fileBytes);
-}
-
 void RollingFileSink::startFile() {
   closeFile();
-  mBegin = mNow();
   mBytes = 0;
-  const auto folder = createPrivateFolder(mFolder);
-  for (int i = 0; folder && i < kNamesToTry && (i == 0 || errno == EEXIST) && mDescriptor < 0;
-       ++i) {
-    mFile = mFolder / fileName(*mBegin + std::chrono::seconds(i));
-    mDescriptor =
-        open(mFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerAlone);
+  Time time = mBegin = mNow();
+  if (createPrivateFolder(mFolder)) {
+    do {
+      mFile = mFolder / fileName(time);
+      mDescriptor =
+          open(mFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerAlone);
+      time += std::chrono::seconds(1);
+    } while (mDescriptor < 0 && errno == EEXIST);
   }
   if (mDescriptor < 0) {
-    fail();
-    return;
+    return fail();
   }
-  deleteOldFiles();
+  flock(mDescriptor, LOCK_EX);
+  deleteOldFiles(mFolder, mLimits);
   if (mUnwritten > 0) {
     const std::string text = std::to_string(mUnwritten) + " lines were lost: " + mReason;
     spdlog::memory_buf_t line;
-    formatter_->format({*mBegin, {}, {}, spdlog::level::warn, text}, line);
+    formatter_->format({mBegin, {}, {}, spdlog::level::warn, text}, line);
     mUnwritten = write(line) ? 0 : mUnwritten;
   }
 }
@@ -145,18 +125,20 @@ bool RollingFileSink::write(const spdlog::memory_buf_t& line) {
 
 // The reason is in errno.
 void RollingFileSink::fail() {
-  mReason =
-      "cannot write the log in " + mFolder.string() + ": " + std::generic_category().message(errno);
+  mReason = systemFailure("write the log in", mFolder).value().text;
   mBegin = mNow();
   if (mUnwritten == 0) {
     std::fprintf(stderr, "velor: %s; will try again each minute\n", mReason.c_str());
   }
   if (mDescriptor >= 0) {
     // Only whole lines stay, and no empty file, which would push a good one out of the folder.
-    // Nothing can be done if that fails as well.
-    [[maybe_unused]] const int result =
-        mBytes == 0 ? unlink(mFile.c_str()) : ftruncate(mDescriptor, static_cast<off_t>(mBytes));
     closeFile();
+    std::error_code ignored;
+    if (mBytes > 0) {
+      fs::resize_file(mFile, mBytes, ignored);
+    } else {
+      fs::remove(mFile, ignored);
+    }
   }
 }
 
@@ -164,27 +146,6 @@ void RollingFileSink::closeFile() noexcept {
   if (mDescriptor >= 0) {
     close(std::exchange(mDescriptor, -1));
   }
-}
-
-void RollingFileSink::deleteOldFiles() const {
-  std::vector<FoundFile> all = filesIn(mFolder);
-  std::sort(all.begin(), all.end(), std::greater<>());
-  std::set<pid_t> seen;
-  const auto old = std::stable_partition(all.begin(), all.end(), [&](const FoundFile& file) {
-    return file.process == getpid() ? file.path == mFile
-                                    : seen.insert(file.process).second && lives(file.process);
-  });
-  auto files = static_cast<std::size_t>(old - all.begin());
-  std::uint64_t bytes = 0;
-  std::for_each(all.begin(), old,
-                [&](const FoundFile& file) { bytes += std::max(file.bytes, mLimits.fileBytes); });
-  std::for_each(old, all.end(), [&](const FoundFile& file) {
-    std::error_code error;
-    bytes += file.bytes;
-    if (++files > mLimits.files || bytes > mLimits.quotaBytes) {
-      fs::remove(file.path, error);
-    }
-  });
 }
 
 }  // namespace velor::store
