@@ -15,18 +15,13 @@ namespace {
 
 using Keys = std::vector<std::string>;
 
-// The shape of a transport: status and running depend on each other, and so do
-// the two ends of a loop.
+// The shape of a transport: status and running depend on each other.
 constexpr KVDependency kDependencies[] = {
     {"playRatePercent", "playRate"},
     {"status", "armed"},
     {"status", "running"},
     {"running", "armed"},
     {"running", "status"},
-    {"loopStartTime", "smpteFormat"},
-    {"loopStartTime", "loopEndTime"},
-    {"loopEndTime", "smpteFormat"},
-    {"loopEndTime", "loopStartTime"},
     {"canChangeFormat", "armed"},
     {"canChangeFormat", "running"},
     {"canChangeFormat", "status"},
@@ -61,9 +56,8 @@ class Observation : public testing::Test {
 
 TEST_F(Observation, AChangeTellsAllThatDependsOnItOnceThroughCyclesAndOthers) {
   std::vector<KVObserverToken> tokens;
-  for (const char* key :
-       {"playRate", "playRatePercent", "status", "armed", "running", "smpteFormat", "loopStartTime",
-        "loopEndTime", "canChangeFormat", "description"}) {
+  for (const char* key : {"playRate", "playRatePercent", "status", "armed", "running",
+                          "canChangeFormat", "description"}) {
     tokens.push_back(note(key));
   }
   EXPECT_EQ(toldBy("playRate"), (Keys{"playRate", "playRatePercent"}));
@@ -73,8 +67,6 @@ TEST_F(Observation, AChangeTellsAllThatDependsOnItOnceThroughCyclesAndOthers) {
   EXPECT_EQ(toldBy("running"), statusAndMore);
   EXPECT_EQ(toldBy("armed"),
             (Keys{"armed", "canChangeFormat", "description", "running", "status"}));
-  EXPECT_EQ(toldBy("loopEndTime"), (Keys{"loopEndTime", "loopStartTime"}));
-  EXPECT_EQ(toldBy("smpteFormat"), (Keys{"loopEndTime", "loopStartTime", "smpteFormat"}));
   EXPECT_EQ(toldBy("unheardOf"), Keys{});
 }
 

@@ -47,36 +47,28 @@ class HighResolutionTimer : public testing::Test {
   Times mCalls;
 };
 
-TEST_F(HighResolutionTimer, DeadlinesStandOnTheStartAndASlowCallCostsNothing) {
-  ASSERT_EQ(kv_hptimer_start(mTimer), 0);
+TEST_F(HighResolutionTimer, DeadlinesCountFromTheStartThroughASlowCallAndANewInterval) {
+  kv_hptimer_start(mTimer);
   mHost.advance(39 * kMs);
   EXPECT_TRUE(mCalls.empty());  // not at once
   mSlowCall = 90 * kMs;
-  mHost.advance(171 * kMs);
+  mHost.advance(181 * kMs);
   // Those of 80 and 120 are caught up at 130; the next is back on the grid.
   EXPECT_EQ(mCalls, (Times{40, 130, 130, 160, 200}));
-  EXPECT_EQ(kv_hptimer_stop(mTimer), 0);
-}
-
-TEST_F(HighResolutionTimer, ANewIntervalCountsFromTheNextWakeUp) {
-  kv_hptimer_start(mTimer);
-  mHost.advance(100 * kMs);
-  EXPECT_EQ(kv_hptimer_set_interval(mTimer, 25 * kMs), 0);
+  mCalls.clear();
+  EXPECT_EQ(kv_hptimer_set_interval(mTimer, 25 * kMs), 0);  // from the next wake-up on
   mHost.advance(75 * kMs);
-  EXPECT_EQ(mCalls, (Times{40, 80, 120, 145, 170}));
+  EXPECT_EQ(mCalls, (Times{240, 265, 290}));
   kv_hptimer_stop(mTimer);
 }
 
-TEST_F(HighResolutionTimer, AStopLetsTheSleepRunOutAndOneMoreCallCome) {
+TEST_F(HighResolutionTimer, AStopLetsTheSleepRunOutAndANewThreadCountsFromItsOwnStart) {
   kv_hptimer_start(mTimer);
   mHost.advance(50 * kMs);
   EXPECT_EQ(kv_hptimer_stop(mTimer), 0);
   EXPECT_EQ(now(), 80U);
-  EXPECT_EQ(mCalls, (Times{40, 80}));
   EXPECT_EQ(kv_hptimer_stop(mTimer), -50);
   mHost.advance(15 * kMs);
-
-  // A new thread counts from its own start.
   EXPECT_EQ(kv_hptimer_start(mTimer), 0);
   mHost.advance(100 * kMs);
   EXPECT_EQ(mCalls, (Times{40, 80, 135, 175}));
@@ -127,17 +119,14 @@ TEST_F(HighResolutionTimer, AStartOrStopThatMeetsAStopWaitsForItsEnd) {
   kv_hptimer_stop(mTimer);
 }
 
-TEST_F(HighResolutionTimer, ACallbackIsTakenOverDuringARunAndGoesAfterTheLastCall) {
-  kv_hptimer_s* timer = nullptr;
-  kv_hptimer_create(&timer, 40 * kMs);
-  kv_hptimer_set_block(timer, [this](const host::RealtimeContext&) { called(); });
-  kv_hptimer_start(timer);
+TEST_F(HighResolutionTimer, ANewCallbackReplacesTheOldOneAndIsFreedAfterTheLastCall) {
+  kv_hptimer_start(mTimer);
   mHost.advance(50 * kMs);
   const auto others = std::make_shared<int>(0);
-  kv_hptimer_set_block(timer, [others](const host::RealtimeContext&) { ++*others; });
+  kv_hptimer_set_block(mTimer, [others](const host::RealtimeContext&) { ++*others; });
   mHost.advance(80 * kMs);
   EXPECT_EQ(mCalls, (Times{40}));
-  EXPECT_EQ(kv_hptimer_dispose(timer), 0);
+  EXPECT_EQ(kv_hptimer_dispose(std::exchange(mTimer, nullptr)), 0);
   EXPECT_EQ(others.use_count(), 1);
   mHost.advance(1000 * kMs);
   EXPECT_EQ(*others, 2);
@@ -178,38 +167,35 @@ class GrudgingHost final : public host::ForwardingHost {
   host::ThreadRole role = host::ThreadRole::ordinary;
 };
 
-TEST(HighResolutionTimerThread, AsksForItsShareGoesOnWhenRefusedAndTellsWhenItIsNotStarted) {
+TEST(HighResolutionTimerThread, AsksForItsShareAndRunsWhenRefused) {
   host::SimulatedHost inner;
   GrudgingHost host(inner);
+  const struct {
+    std::uint64_t interval;
+    double computation;  // 0: refused
+    Policy policy;
+  } cases[] = {// Cut to a whole number and to 32 bits before it is doubled.
+               {(std::uint64_t{1} << 34) + 7, 0.5, {0, 3, 6, 0}},
+               // A new interval takes a twentieth again.
+               {40 * kMs, 0, {0, 2'000'000, 4'000'000, 0}}};
   int calls = 0;
   kv_hptimer_s* timer = nullptr;
-  kv_hptimer_create(&timer, 40 * kMs);
+  kv_hptimer_create(&timer, kMs);
   kv_hptimer_set_block(timer, [&calls](const host::RealtimeContext&) { ++calls; });
   kv_hptimer_set_repeat_count(timer, 2);
   host.refuseThreads = true;
   EXPECT_GT(kv_hptimer_start(timer), 0);
   EXPECT_EQ(kv_hptimer_stop(timer), -50);
   host.refuseThreads = false;
-  EXPECT_EQ(kv_hptimer_start(timer), 0);
-  kv_hptimer_join(timer);
-  EXPECT_EQ(calls, 2);
+  for (const auto& [interval, computation, policy] : cases) {
+    kv_hptimer_set_interval(timer, interval);
+    kv_hptimer_set_computation(timer, computation);
+    EXPECT_EQ(kv_hptimer_start(timer), 0);
+    kv_hptimer_join(timer);
+    EXPECT_EQ(host.policy, policy);
+  }
+  EXPECT_EQ(calls, 4);
   EXPECT_EQ(host.role, host::ThreadRole::timer);
-  EXPECT_EQ(host.policy, (Policy{0, 2'000'000, 4'000'000, 0}));
-  kv_hptimer_dispose(timer);
-
-  // Half of 2^34 + 7 ns is cut to a whole number and to 32 bits before it is doubled.
-  kv_hptimer_create(&timer, (std::uint64_t{1} << 34) + 7);
-  kv_hptimer_set_computation(timer, 0.5);
-  kv_hptimer_set_repeat_count(timer, 1);
-  kv_hptimer_start(timer);
-  kv_hptimer_join(timer);
-  EXPECT_EQ(host.policy, (Policy{0, 3, 6, 0}));
-
-  // A new interval takes a twentieth again.
-  kv_hptimer_set_interval(timer, 20 * kMs);
-  kv_hptimer_start(timer);
-  kv_hptimer_join(timer);
-  EXPECT_EQ(host.policy, (Policy{0, 1'000'000, 2'000'000, 0}));
   kv_hptimer_dispose(timer);
 }
 
