@@ -10,6 +10,7 @@
 
 #include "platform/host/SystemHost.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
+#include "tests/support/FairRun.h"
 #include "tests/support/JackPeer.h"
 #include "tests/support/PacketList.h"
 #include "tests/support/Servers.h"
@@ -127,47 +128,49 @@ TEST_F(JackMIDITest, APortThatIsOpenedAgainAtOnceIsConnectedAgain) {
 
 // A server opens a connection within two cycles, which last 85 ms here.
 TEST(JackMIDIAtALargePeriod, PortsThatAreDueTogetherOpenTogetherAlsoWhenTheServerReturns) {
-  constexpr std::size_t kPorts = 24;
-  test::JackServer server(2048);
-  server.enter();
-  server.start();
-  host::SystemHost host;
-  MIDIObjectTable table(std::make_unique<JackMIDI>());
-  MIDIClientRef client = 0;
-  MIDIPortRef out = 0;
-  table.MIDIClientCreate("Velor", nullptr, nullptr, &client);
-  table.MIDIOutputPortCreate(client, "Velor Clock Out", &out);
-  const auto makeDesk = [&] {
-    auto desk = std::make_unique<test::JackPeer>("Desk");
-    for (std::size_t i = 0; i < kPorts; ++i) {
-      desk->addInput("in " + std::to_string(i));
-    }
-    desk->activate();
-    return desk;
-  };
-  for (const char* when : {"at the start", "after the server's return"}) {
-    auto desk = makeDesk();
-    const auto areThere = [&] { return table.MIDIGetNumberOfDestinations() == kPorts; };
-    std::uint64_t start = host.AudioGetCurrentHostTime();
-    ASSERT_TRUE(test::waitFor(10, areThere));
-    table.waitUntilSettled();
-    if (desk->ports("Velor:.*").empty()) {
-      start = host.AudioGetCurrentHostTime();
-    }
-    for (std::size_t i = 0; i < kPorts; ++i) {
-      EXPECT_EQ(table.MIDISend(out, table.MIDIGetDestination(i), PacketList(0).get()), 0);
-    }
-    table.waitUntilSettled();
-    const double seconds = static_cast<double>(host.AudioGetCurrentHostTime() - start) / 1e9;
-    std::printf("%zu ports opened %s in %.2f s\n", kPorts, when, seconds);
-    EXPECT_LT(seconds, 0.7) << when;
-    EXPECT_TRUE(test::waitFor(1, [&] { return desk->recordedCount() == kPorts; })) << when;
-    server.kill();
-    ASSERT_TRUE(test::waitFor(1, [&] { return !table.isConnected(); }));
-    desk.reset();
+  test::inFairRun([] {
+    constexpr std::size_t kPorts = 24;
+    test::JackServer server(2048);
+    server.enter();
     server.start();
-    ASSERT_TRUE(test::waitFor(5, [&] { return table.isConnected(); }));
-  }
+    host::SystemHost host;
+    MIDIObjectTable table(std::make_unique<JackMIDI>());
+    MIDIClientRef client = 0;
+    MIDIPortRef out = 0;
+    table.MIDIClientCreate("Velor", nullptr, nullptr, &client);
+    table.MIDIOutputPortCreate(client, "Velor Clock Out", &out);
+    const auto makeDesk = [&] {
+      auto desk = std::make_unique<test::JackPeer>("Desk");
+      for (std::size_t i = 0; i < kPorts; ++i) {
+        desk->addInput("in " + std::to_string(i));
+      }
+      desk->activate();
+      return desk;
+    };
+    for (const char* when : {"at the start", "after the server's return"}) {
+      auto desk = makeDesk();
+      const auto areThere = [&] { return table.MIDIGetNumberOfDestinations() == kPorts; };
+      std::uint64_t start = host.AudioGetCurrentHostTime();
+      ASSERT_TRUE(test::waitFor(10, areThere));
+      table.waitUntilSettled();
+      if (desk->ports("Velor:.*").empty()) {
+        start = host.AudioGetCurrentHostTime();
+      }
+      for (std::size_t i = 0; i < kPorts; ++i) {
+        EXPECT_EQ(table.MIDISend(out, table.MIDIGetDestination(i), PacketList(0).get()), 0);
+      }
+      table.waitUntilSettled();
+      const double seconds = static_cast<double>(host.AudioGetCurrentHostTime() - start) / 1e9;
+      std::printf("%zu ports opened %s in %.2f s\n", kPorts, when, seconds);
+      EXPECT_LT(seconds, 0.7) << when;
+      EXPECT_TRUE(test::waitFor(1, [&] { return desk->recordedCount() == kPorts; })) << when;
+      server.kill();
+      ASSERT_TRUE(test::waitFor(1, [&] { return !table.isConnected(); }));
+      desk.reset();
+      server.start();
+      ASSERT_TRUE(test::waitFor(5, [&] { return table.isConnected(); }));
+    }
+  });
 }
 
 TEST_F(JackMIDITest, APortGoesAfterItsLastPacketWhenSendingEndsAndTheNextSendOpensItAgain) {
