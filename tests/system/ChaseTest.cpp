@@ -312,7 +312,7 @@ TEST(HeadlessChase, ALoopThatReturnsWithItsServerIsFoundAgain) {
   console.reset();
   server.start();
   console = makeConsole();
-  EXPECT_TRUE(waitFor(5, [&] { return loopsTold() == 2; })) << velor.errors();
+  EXPECT_TRUE(waitFor(5, [&] { return loopsTold() == 2; })) << velor.log();
   EXPECT_EQ(velor.end(SIGTERM), 0);
 }
 

@@ -238,6 +238,7 @@ TEST_F(Headless, TheStatusLineIsWrittenOverInPlaceAndFitsTheTerminal) {
     EXPECT_EQ(velor.end(SIGINT), 0);
     const std::string& text = velor.text();
     EXPECT_GE(countOf(text, "\r12:34"), 25U);
+    EXPECT_EQ(text.find("MIDI: internal, no server") != std::string::npos, columns == 120);
     // One line until standard error is told of the quit.
     const auto first = text.find("\r12:34");
     EXPECT_LT(text.find("velor: stopping; timecode was running", first) - text.find('\n', first),

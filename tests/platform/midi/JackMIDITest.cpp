@@ -75,6 +75,26 @@ class JackMIDITest : public testing::Test {
   MIDIPortRef mOut = 0;
 };
 
+TEST_F(JackMIDITest, EndpointsVanishWithTheirProgramOrTheServerAndKeepTheirIds) {
+  open();
+  std::int32_t known = 0;
+  for (const bool isServersEnd : {false, true}) {
+    auto desk = makeDesk();
+    const MIDIEndpointRef destination = await(false, "Desk:in");
+    ASSERT_NE(destination, 0U);
+    std::int32_t id = 0;
+    mTable->MIDIObjectGetIntegerProperty(destination, kMIDIPropertyUniqueID, &id);
+    EXPECT_TRUE(!isServersEnd || id == known);
+    known = id;
+    if (isServersEnd) {
+      mServer.kill();
+    }
+    desk.reset();
+    EXPECT_TRUE(test::waitFor(3, [this] { return find(false, "Desk:in") == 0; }));
+    EXPECT_EQ(mTable->MIDISend(mOut, destination, PacketList(0).get()), kMIDIUnknownEndpoint);
+  }
+}
+
 // A jackd that is killed leaves our names for people to the ports that get our numbers.
 TEST_F(JackMIDITest, NamesThatTheServersDeathLeftBehindAreNobodyElses) {
   open();
