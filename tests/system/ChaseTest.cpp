@@ -294,7 +294,8 @@ TEST_F(ChaseAtALargePeriod, ALoopIsFoundWhenItsDestinationIsAddedToARollingClock
 }
 
 TEST(HeadlessChase, ALoopThatReturnsWithItsServerIsFoundAgain) {
-  JackServer server;
+  // Under load a server skips programs in short cycles, and with them the one token.
+  JackServer server(512);
   server.enter();
   server.start();
   auto console = makeConsole();
