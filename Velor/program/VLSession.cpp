@@ -38,8 +38,8 @@ constexpr int kUsageStatus = 2;
 // Quarter frames are scheduled up to 16 ahead. The ports stay open until the last block
 // has gone out, so that no receiver is left with half of it.
 constexpr std::uint64_t kRunOut = 300'000'000;
-// The first of several ports that are chosen, or return, starts a loop check, which takes
-// 100 ms and swallows the requests of the others. It is over by then; check again.
+// The first of several ports that are chosen, or return, starts a loop check, which swallows
+// the requests of the others. It takes 100 ms from when all connections are open; check again.
 constexpr std::uint64_t kLoopCheckDelay = 250'000'000;
 constexpr std::uint64_t kLookInterval = 500'000'000;  // for missing ports and channels
 
@@ -419,10 +419,12 @@ void VLSession::showReader() {
 }
 
 void VLSession::checkLoopsSoon() {
-  mMainQueue.after(kLoopCheckDelay, [weak = std::weak_ptr(mApp)] {
-    if (const auto app = weak.lock()) {
-      app->clock().doLoopDetection();
-    }
+  midi::service().whenSettled(mMainQueue, [&queue = mMainQueue, weak = std::weak_ptr(mApp)] {
+    queue.after(kLoopCheckDelay, [weak] {
+      if (const auto app = weak.lock()) {
+        app->clock().doLoopDetection();
+      }
+    });
   });
 }
 
