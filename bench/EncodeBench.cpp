@@ -32,9 +32,9 @@ long peakKilobytes() {
   return usage.ru_maxrss;
 }
 
-void endAt(const std::string& error) {
-  if (!error.empty()) {
-    std::fprintf(stderr, "%s\n", error.c_str());
+void endAt(const Expected<>& result) {
+  if (!result) {
+    std::fprintf(stderr, "%s\n", result.error().text.c_str());
     std::exit(1);
   }
 }
@@ -55,12 +55,12 @@ double timesRealTimeRead(const std::string& file, double duration, std::uint64_t
   double best = 0;
   for (int round = 0; round < kRounds; ++round) {
     const auto start = std::chrono::steady_clock::now();
-    audio::SoundFileReader reader(file);
-    std::string error;
+    const auto reader = audio::SoundFileReader::open(file);
+    endAt(reader.map([](const auto&) {}));
     const auto summary = VLDecodeFile(
-        reader, 1, [](const VLDecodedFrame&) {}, [](double) {}, error);
-    endAt(error);
-    endAt(summary.frames == frames ? "" : "frames are missing");
+        **reader, 1, [](const VLDecodedFrame&) {}, [](double) {});
+    endAt(summary.error ? Expected<>(tl::unexpected(*summary.error)) : Expected<>());
+    endAt(summary.frames == frames ? Expected<>() : failure("frames are missing"));
     best = std::max(best, duration / secondsSince(start));
   }
   return best;

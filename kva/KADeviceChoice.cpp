@@ -96,7 +96,7 @@ void KADeviceChoice::tell() {
     if (mWasChosenUsed) {
       missing = device + "missing; no LTC until it returns";
     } else if (mUsedUID.empty()) {
-      missing = device + "missing, and there is no other; no LTC until one appears";
+      missing = device + "missing and no other is present; no LTC until one appears";
     } else {
       missing = device + "missing; LTC " + mDoing + " '" + mUsedUID + "' until it returns";
     }

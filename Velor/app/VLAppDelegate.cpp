@@ -59,7 +59,7 @@ VLAppDelegate::~VLAppDelegate() {
 
 // --- the life of the application
 
-bool VLAppDelegate::applicationOpenFile(const std::filesystem::path& path) {
+Expected<> VLAppDelegate::applicationOpenFile(const std::filesystem::path& path) {
   return mDocuments.openFile(path);
 }
 
@@ -77,9 +77,9 @@ void VLAppDelegate::applicationDidFinishLaunching(const std::optional<std::files
   mMIDIObserver = KVNotificationCenter::defaultCenter().addObserver(
       KVMIDINotification, [this](const KVNotification&) { mTransport.dropVanishedSyncSource(); });
   server().setDelegate(shared_from_this());
-  mSettings.load(*mBackground, [weak = weak_from_this()](const std::string& error) {
+  mSettings.load(*mBackground, [weak = weak_from_this()](const Error& error) {
     if (const auto self = weak.lock()) {
-      self->window->presentError(error);
+      self->window->presentError(error.text);
     }
   });
   mDisplay.followFrames();
@@ -144,12 +144,13 @@ VLAppDelegate::TerminateReply VLAppDelegate::applicationShouldTerminate() {
   return TerminateReply::later;
 }
 
-std::string VLAppDelegate::applicationWillTerminate() {
-  const std::string unsaved = mDocuments.saveLastState();
+Expected<> VLAppDelegate::applicationWillTerminate() {
+  const auto saved = mDocuments.saveLastState();
   const bool areSettingsSaved = mFolders.config().empty() || mSettings.save();
-  return areSettingsSaved || !unsaved.empty()
-             ? unsaved
-             : "cannot save the settings in " + mFolders.config().string();
+  if (saved && !areSettingsSaved) {
+    return failure("cannot save the settings in " + mFolders.config().string());
+  }
+  return saved;
 }
 
 template <class Call>
@@ -278,11 +279,12 @@ void VLAppDelegate::gotoPrevMarker() {
 
 // --- documents
 
-bool VLAppDelegate::saveApplicationStateToURL(const std::filesystem::path& path) {
+Expected<> VLAppDelegate::saveApplicationStateToURL(const std::filesystem::path& path) {
   return mDocuments.state().saveToURL(path);
 }
 
-bool VLAppDelegate::loadApplicationStateFromURL(const std::filesystem::path& path) {
+Expected<VLApplicationState::Unrestored> VLAppDelegate::loadApplicationStateFromURL(
+    const std::filesystem::path& path) {
   return mDocuments.state().loadFromURL(path);
 }
 

@@ -60,8 +60,8 @@ class VLAppDelegate final : public KVObservable,
 
   // --- the life of the application, in this order
 
-  /// Whether the document was loaded.
-  bool applicationOpenFile(const std::filesystem::path& path);
+  /// Fails when the document is not loaded.
+  Expected<> applicationOpenFile(const std::filesystem::path& path);
   /// Opens the document, if one is given, once everything stands that it changes;
   /// without one, or when it cannot be loaded, what the last run left, unless the start
   /// is to be fresh.
@@ -69,10 +69,9 @@ class VLAppDelegate final : public KVObservable,
                                      bool isFresh = false);
   /// Asks the user while something runs; the window gets the reply then.
   TerminateReply applicationShouldTerminate();
-  /// Saves the state and the settings, as far as there are folders for them. What could not
-  /// be saved, and why; empty when all was. The recovery copy keeps a state that is not
-  /// saved.
-  std::string applicationWillTerminate();
+  /// Saves the state and the settings, as far as there are folders for them. The recovery
+  /// copy keeps a state that is not saved.
+  Expected<> applicationWillTerminate();
 
   /// Until the settings of OSC, which are read in the background, have been taken over.
   void waitForSettings();
@@ -130,11 +129,10 @@ class VLAppDelegate final : public KVObservable,
 
   // --- documents
 
-  /// Whether it was written; the log has the reason when it was not.
-  bool saveApplicationStateToURL(const std::filesystem::path& path);
-  /// False for a file that is not a document, which changes nothing, and for a damaged
-  /// document, which is applied up to the damage; the log has the reason.
-  bool loadApplicationStateFromURL(const std::filesystem::path& path);
+  /// As VLApplicationState does.
+  Expected<> saveApplicationStateToURL(const std::filesystem::path& path);
+  Expected<VLApplicationState::Unrestored> loadApplicationStateFromURL(
+      const std::filesystem::path& path);
   void setupApplicationDefaultState();
   VLDocuments& documents() noexcept { return mDocuments; }
   /// Frees it in the background, where many objects take long.

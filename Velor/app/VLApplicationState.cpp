@@ -66,36 +66,25 @@ std::span<const store::KeyedClass> VLApplicationState::classes() {
   return kDocumentClasses;
 }
 
-bool VLApplicationState::failedToSave(const std::filesystem::path& path, const std::string& why) {
-  mError = why;
-  VELOR_LOG_WARNING("failed to write application state to %s", path.c_str());
-  VELOR_LOG_WARNING("%s", why.c_str());
-  return false;
-}
-
 // --- writing
 
-bool VLApplicationState::saveToURL(const std::filesystem::path& path) {
-  const auto document = data();
-  if (!document) {
-    return failedToSave(path, mError);
-  }
-  if (const auto written = store::AtomicFile::write(path, *document); !written) {
-    return failedToSave(path, written.error().text);
+Expected<> VLApplicationState::saveToURL(const std::filesystem::path& path) {
+  auto written = data().and_then([&path](const std::string& document) -> Expected<> {
+    return store::AtomicFile::write(path, document);
+  });
+  if (!written) {
+    VELOR_LOG_WARNING("failed to write application state to %s", path.c_str());
+    VELOR_LOG_WARNING("%s", written.error().text.c_str());
+    return written;
   }
   VELOR_LOG_INFO("saved application state to %s", path.c_str());
-  return true;
+  return written;
 }
 
-std::optional<std::string> VLApplicationState::data() {
+Expected<std::string> VLApplicationState::data() const {
   store::KeyedArchiver coder;
   encode(coder);
-  auto document = coder.data();
-  if (!document) {
-    mError = document.error().text;
-    return std::nullopt;
-  }
-  return *std::move(document);
+  return coder.data();
 }
 
 void VLApplicationState::encode(store::KeyedArchiver& coder) const {
@@ -125,33 +114,37 @@ void VLApplicationState::encode(store::KeyedArchiver& coder) const {
 
 // --- reading
 
-bool VLApplicationState::loadFromURL(const std::filesystem::path& path) {
+Expected<VLApplicationState::Unrestored> VLApplicationState::loadFromURL(
+    const std::filesystem::path& path) {
   auto document = store::KeyedUnarchiver::readFile(path, kDocumentClasses);
   if (!document) {
-    mError = document.error().text;
     VELOR_LOG_WARNING("failed to load application state from %s, error: %s", path.c_str(),
-                      mError.c_str());
-    return false;
+                      document.error().text.c_str());
+    return failure(document.error().text);
   }
   VELOR_LOG_INFO("will load application state from %s", path.c_str());
-  if (!decode(*document)) {
-    mError = path.string() + ": " + mError;
+  auto decoded = decode(*document);
+  if (!decoded) {
     VELOR_LOG_WARNING("error while restoring application state, set app to default values");
-    return false;
+    return failure(path.string() + ": " + decoded.error().text);
   }
   VELOR_LOG_INFO("did load application state from %s", path.c_str());
-  const std::string devices = VLDeviceManager::sharedManager().decodeError();
-  mError = devices.empty() ? "" : path.string() + ": " + devices;
-  return true;
+  if (*decoded) {
+    (*decoded)->text.insert(0, path.string() + ": ");
+  }
+  return decoded;
 }
 
-bool VLApplicationState::decode(store::KeyedUnarchiver& coder) {
+Expected<VLApplicationState::Unrestored> VLApplicationState::decode(store::KeyedUnarchiver& coder) {
   constexpr const char* kFailed = "exception decoding application state: %s";
+  Unrestored unrestored;
   Expected<> values;
   try {
     decodeClock(coder);
     if (!coder.failed()) {
-      VLDeviceManager::sharedManager().decodeState(coder);
+      if (const auto devices = VLDeviceManager::sharedManager().decodeState(coder); !devices) {
+        unrestored = devices.error();
+      }
       mRemainder = coder.remainder();
     }
     values = coder.check();
@@ -159,16 +152,14 @@ bool VLApplicationState::decode(store::KeyedUnarchiver& coder) {
     values = failure(exception.what());
   } catch (...) {
     mApp.undoManager().removeAllActions();
-    mError = "it cannot be loaded";
-    return false;
+    return failure("it cannot be loaded");
   }
   if (!values) {
-    mError = values.error().text;
-    VELOR_LOG_ERROR(kFailed, mError.c_str());
+    VELOR_LOG_ERROR(kFailed, values.error().text.c_str());
     mApp.setupApplicationDefaultState();
   }
   mApp.undoManager().removeAllActions();
-  return values.has_value();
+  return values.map([&unrestored] { return unrestored; });
 }
 
 // The format first: every later time must fit it.

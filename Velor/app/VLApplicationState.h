@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "platform/host/Error.h"
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedCoding.h"
 #include "platform/store/KeyedUnarchiver.h"
@@ -28,30 +29,28 @@ class VLApplicationState {
 
   explicit VLApplicationState(VLAppDelegate& app) : mApp(app) {}
 
-  /// Whether it was written.
-  bool saveToURL(const std::filesystem::path& path);
-  /// False for a file that is not a document, which changes nothing, and for a damaged
-  /// document, which is applied up to the damage.
-  bool loadFromURL(const std::filesystem::path& path);
-  /// Why the last save or load failed, or which part of a document was not applied, for
-  /// people; the log has it too.
-  const std::string& error() const noexcept { return mError; }
+  /// The devices of a document that was loaded, when they could not all be restored.
+  using Unrestored = std::optional<Error>;
 
-  /// The document. None when it exceeds the limits.
-  std::optional<std::string> data();
+  /// The log has the error too.
+  Expected<> saveToURL(const std::filesystem::path& path);
+  /// Fails for a file that is not a document, which changes nothing, and for a damaged
+  /// document, which is applied up to the damage. The log has each error too.
+  Expected<Unrestored> loadFromURL(const std::filesystem::path& path);
+
+  /// The document. Fails when it exceeds the limits.
+  Expected<std::string> data() const;
   void encode(store::KeyedArchiver& coder) const;
-  bool decode(store::KeyedUnarchiver& coder);
+  Expected<Unrestored> decode(store::KeyedUnarchiver& coder);
 
  private:
   void decodeClock(store::KeyedUnarchiver& coder);
   void decodePlayMode(store::KeyedUnarchiver& coder);
   void decodeSource(store::KeyedUnarchiver& coder);
   void decodeMarkers(store::KeyedUnarchiver& coder);
-  bool failedToSave(const std::filesystem::path& path, const std::string& why);
 
   VLAppDelegate& mApp;
   store::KeyedRemainder mRemainder;  // what the document held for a later version
-  std::string mError;
 };
 
 }  // namespace velor

@@ -18,25 +18,26 @@ VLDocuments::VLDocuments(VLAppDelegate& app, const store::ApplicationFolders& fo
       mState(app),
       mRecovery(mFolders.state(), [this] { return mState.data(); }) {}
 
-bool VLDocuments::openFile(const std::filesystem::path& path) {
+Expected<> VLDocuments::openFile(const std::filesystem::path& path) {
   std::error_code error;
   if (!std::filesystem::exists(path, error)) {
-    mOpenError = path.string() + ": " + (error ? error.message() : "No such file or directory");
-    return false;
+    mOpenError =
+        Error{path.string() + ": " + (error ? error.message() : "No such file or directory")};
+    return tl::unexpected(*mOpenError);
   }
-  mDidLoadFileAtStartup = mState.loadFromURL(path);
-  mOpenError = mState.error();
-  return mDidLoadFileAtStartup;
+  const auto loaded = mState.loadFromURL(path);
+  mDidLoadFileAtStartup = loaded.has_value();
+  mOpenError = loaded ? *loaded : loaded.error();
+  return loaded.map([](const auto&) {});
 }
 
-std::optional<std::filesystem::path> VLDocuments::lastStateFile() const {
+Expected<std::filesystem::path> VLDocuments::lastStateFile() const {
   const auto folder = mFolders.createData();
   if (!folder) {
     VELOR_LOG_ERROR("failed to create application support directory %s, %s",
                     mFolders.data().c_str(), folder.error().text.c_str());
-    return std::nullopt;
   }
-  return *folder / "laststate.velor";
+  return folder.map([](const auto& made) { return made / "laststate.velor"; });
 }
 
 void VLDocuments::openLastState() {
@@ -46,39 +47,47 @@ void VLDocuments::openLastState() {
   }
   const std::filesystem::path& path = *last;
   std::error_code error;
-  const bool isWhole = mState.loadFromURL(path) && mState.error().empty();
-  if (isWhole || !std::filesystem::exists(path, error)) {
+  const auto loaded = mState.loadFromURL(path);
+  const std::optional<Error> damage = loaded ? *loaded : loaded.error();
+  if (!damage || !std::filesystem::exists(path, error)) {
     return;
   }
-  mLastStateError = mState.error() + "; " +
-                    store::DamagedFile::keep(path, path.parent_path() / kDamagedStateName);
-  VELOR_LOG_WARNING("%s", mLastStateError.c_str());
+  mLastStateError = Error{damage->text + "; " +
+                          store::DamagedFile::keep(path, path.parent_path() / kDamagedStateName)};
+  VELOR_LOG_WARNING("%s", mLastStateError->text.c_str());
 }
 
-std::string VLDocuments::saveLastState() {
-  const auto last = lastStateFile();
-  if (!mFolders.data().empty() && !(last && mState.saveToURL(*last))) {
+Expected<> VLDocuments::saveLastState() {
+  const auto saved =
+      lastStateFile().and_then([this](const auto& last) { return mState.saveToURL(last); });
+  if (!mFolders.data().empty() && !saved) {
     mRecovery.keep();
-    return "cannot save the state: " + (last ? mState.error() : mFolders.createData().error().text);
+    return failure("cannot save the state: " + saved.error().text);
   }
   mRecovery.end();
-  return "";
+  return {};
 }
 
-bool VLDocuments::recover() {
-  if (!mRecovery.leftBehind() || !mState.loadFromURL(*mRecovery.leftBehind())) {
-    return false;
+Expected<> VLDocuments::recover() {
+  if (!mRecovery.leftBehind()) {
+    return failure("no state of an interrupted run");
   }
-  mRecovery.take();
-  return true;
+  const auto loaded = mState.loadFromURL(*mRecovery.leftBehind());
+  if (loaded) {
+    mRecovery.take();
+  }
+  return loaded.map([](const auto&) {});
 }
 
 void VLDocuments::saveWithPanel(VLMainWindowOutlet& window) {
   window.beginSavePanel(VLAppDelegate::kFileType,
                         [weak = std::weak_ptr<VLDocuments>(mSelf), &window](const auto& path) {
                           const auto self = weak.lock();
-                          if (self != nullptr && !path.empty() && !self->mState.saveToURL(path)) {
-                            window.presentError(self->mState.error());
+                          if (self == nullptr || path.empty()) {
+                            return;
+                          }
+                          if (const auto saved = self->mState.saveToURL(path); !saved) {
+                            window.presentError(saved.error().text);
                           }
                         });
 }
@@ -90,9 +99,9 @@ void VLDocuments::openWithPanel(VLMainWindowOutlet& window) {
                           if (self == nullptr || path.empty()) {
                             return;
                           }
-                          self->mState.loadFromURL(path);
-                          if (!self->mState.error().empty()) {
-                            window.presentError(self->mState.error());
+                          const auto loaded = self->mState.loadFromURL(path);
+                          if (const auto error = loaded ? *loaded : loaded.error()) {
+                            window.presentError(error->text);
                           }
                         });
 }

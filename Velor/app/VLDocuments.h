@@ -10,6 +10,7 @@
 #include "Kv-Appkit/KVObservable.h"
 #include "Velor/app/VLApplicationState.h"
 #include "Velor/app/VLRecovery.h"
+#include "platform/host/Error.h"
 #include "platform/host/WeakSelf.h"
 #include "platform/store/ApplicationFolders.h"
 
@@ -27,21 +28,21 @@ class VLDocuments {
 
   VLDocuments(VLAppDelegate& app, const store::ApplicationFolders& folders);
 
-  /// Opens the document of the start. False when it is not loaded.
-  bool openFile(const std::filesystem::path& path);
+  /// Opens the document of the start.
+  Expected<> openFile(const std::filesystem::path& path);
   bool didLoadFileAtStartup() const noexcept { return mDidLoadFileAtStartup; }
-  /// Why the document of the start, or which part of it, was not opened, for people.
-  const std::string& openError() const noexcept { return mOpenError; }
+  /// Why the document of the start, or which part of it, was not opened.
+  const std::optional<Error>& openError() const noexcept { return mOpenError; }
 
   /// Restores the state of the last run, unless the document of the start was loaded. A
   /// damaged one is kept beside it, as the end overwrites it.
   void openLastState();
   /// Why the state of the last run was not restored, or not wholly, and where its file is
-  /// kept; empty when it was restored, and when there is none.
-  const std::string& lastStateError() const noexcept { return mLastStateError; }
-  /// Saves the state for the next run, as far as there is a folder for it. Why it cannot, for
-  /// people; empty when it is saved. The recovery copy keeps a state that is not saved.
-  std::string saveLastState();
+  /// kept.
+  const std::optional<Error>& lastStateError() const noexcept { return mLastStateError; }
+  /// Saves the state for the next run, as far as there is a folder for it. The recovery copy
+  /// keeps a state that is not saved.
+  Expected<> saveLastState();
 
   /// Asks for a file, and presents what fails.
   void saveWithPanel(VLMainWindowOutlet& window);
@@ -55,20 +56,20 @@ class VLDocuments {
 
   VLRecovery& recovery() noexcept { return mRecovery; }
   const VLRecovery& recovery() const noexcept { return mRecovery; }
-  /// Restores the state of an interrupted run. False when it cannot be loaded.
-  bool recover();
+  /// Restores the state of an interrupted run.
+  Expected<> recover();
 
  private:
-  // None when there can be no folder for it.
-  std::optional<std::filesystem::path> lastStateFile() const;
+  // Fails without a folder for it.
+  Expected<std::filesystem::path> lastStateFile() const;
 
   VLAppDelegate& mApp;
   const store::ApplicationFolders& mFolders;
   VLApplicationState mState;
   VLRecovery mRecovery;
   bool mDidLoadFileAtStartup = false;
-  std::string mOpenError;
-  std::string mLastStateError;
+  std::optional<Error> mOpenError;
+  std::optional<Error> mLastStateError;
   std::vector<KVObserverToken> mEditTokens;
   const host::WeakSelf<VLDocuments> mSelf{this};
 };

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/host/Error.h"
 #include "platform/host/Queue.h"
 #include "platform/host/WeakSelf.h"
 
@@ -28,8 +29,8 @@ class VLRecovery {
   /// another run is interrupted.
   static constexpr const char* kOldFileName = "recovery.old.velor";
 
-  /// Gives the document, or none when there can be none.
-  using Encode = std::function<std::optional<std::string>()>;
+  /// Gives the document.
+  using Encode = std::function<Expected<std::string>()>;
 
   /// Makes the folder if it is missing.
   VLRecovery(std::filesystem::path folder, Encode encode);

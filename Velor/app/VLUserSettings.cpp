@@ -37,8 +37,7 @@ struct Stored {
 VLUserSettings::VLUserSettings(store::ApplicationFolders folders)
     : mFolders(std::move(folders)), mDefaults(mFolders.config() / "settings.json", kClasses) {}
 
-void VLUserSettings::load(host::Queue& background,
-                          std::function<void(const std::string& error)> tell) {
+void VLUserSettings::load(host::Queue& background, std::function<void(const Error&)> tell) {
   Stored stored;
   Expected<> read;
   // Without a folder the name alone would mean a file of the working directory.
@@ -52,7 +51,7 @@ void VLUserSettings::load(host::Queue& background,
   }
   if (!read) {
     stored = {};
-    tell(read.error().text);
+    tell(read.error());
   }
   mRemainder = stored.remainder;
   mServerSettings = stored.server;
@@ -61,8 +60,8 @@ void VLUserSettings::load(host::Queue& background,
   VLOSCServer& server = VLOSCServer::sharedServer();
   VLOSCClientDispatcher& dispatcher = VLOSCClientDispatcher::sharedDispatcher();
   background.async([this, stored, &server, &dispatcher, tell = std::move(tell)] {
-    const auto tellOnMain = [&tell](const std::string& error) {
-      host::current().mainQueue().async([tell, error] { tell(error); });
+    const auto tellOnMain = [&tell](std::string text) {
+      host::current().mainQueue().async([tell, error = Error{std::move(text)}] { tell(error); });
     };
     const auto restored = stored.server != nullptr ? server.loadSettingsDictionary(*stored.server)
                                                    : GCDAsyncUdpSocketResult();

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Velor/osc/VLOSCServerSettings.h"
+#include "platform/host/Error.h"
 #include "platform/host/Queue.h"
 #include "platform/store/ApplicationFolders.h"
 #include "platform/store/KeyedRemainder.h"
@@ -24,7 +25,7 @@ class VLUserSettings {
 
   /// Reads the file, and has OSC take its part over on the queue, where a slow network
   /// holds up nobody. Reports what fails on the main queue. The queue ends first.
-  void load(host::Queue& background, std::function<void(const std::string& error)> tell);
+  void load(host::Queue& background, std::function<void(const Error&)> tell);
   /// False, with the reason in the log, when it cannot be written.
   bool save() const;
   /// The saved port at which this run could not receive OSC, and the next run will not try.

@@ -274,15 +274,17 @@ void VLDeviceManager::observeEdits() {
   }
 }
 
-std::string VLDeviceManager::tooManyDevices(std::size_t count) {
-  return count <= kMostDevices ? ""
-                               : std::to_string(count) + " devices; at most " +
-                                     std::to_string(kMostDevices) + " are possible";
+Expected<> VLDeviceManager::checkDeviceCount(std::size_t count) {
+  if (count > kMostDevices) {
+    return failure(std::to_string(count) + " devices; at most " + std::to_string(kMostDevices) +
+                   " are possible");
+  }
+  return {};
 }
 
 void VLDeviceManager::requireRoomForOne() const {
-  if (const std::string problem = tooManyDevices(mDevices.size() + 1); !problem.empty()) {
-    throw KVException(kServiceExceptionName, problem);
+  if (const auto room = checkDeviceCount(mDevices.size() + 1); !room) {
+    throw KVException(kServiceExceptionName, room.error().text);
   }
 }
 
@@ -375,39 +377,36 @@ void VLDeviceManager::encodeState(store::KeyedArchiver& coder) const {
   coder.encodeArray(destinations, kDestinationsKey);
 }
 
-void VLDeviceManager::decodeState(store::KeyedUnarchiver& coder) {
+Expected<> VLDeviceManager::decodeState(store::KeyedUnarchiver& coder) {
   const std::lock_guard lock(mLock);
   _inStateRestauration = true;
-  mDecodeError.clear();
+  Expected<> restored;
   try {
     restoreDevices(coder);
     restoreDestinations(coder);
   } catch (const KVException& exception) {
-    mDecodeError = exception.what();
+    restored = failure(exception.what());
   } catch (...) {
     _inStateRestauration = false;
     throw;
   }
-  if (const auto values = coder.check(); !values) {
-    mDecodeError = values.error().text;
+  if (auto values = coder.check(); !values) {
+    restored = std::move(values);
   }
   _inStateRestauration = false;
   observeEdits();
-  if (!mDecodeError.empty()) {
-    VELOR_LOG_ERROR("exception decoding state of device manager: %s", mDecodeError.c_str());
+  if (!restored) {
+    VELOR_LOG_ERROR("exception decoding state of device manager: %s",
+                    restored.error().text.c_str());
   }
-}
-
-std::string VLDeviceManager::decodeError() const {
-  const std::lock_guard lock(mLock);
-  return mDecodeError;
+  return restored;
 }
 
 void VLDeviceManager::restoreDevices(store::KeyedUnarchiver& coder) {
   // All are read before any running device is touched.
   const auto stored = coder.decodeArray<VLDevice>(kDevicesKey);
-  if (const auto problem = tooManyDevices(stored ? stored->size() : 0); !problem.empty()) {
-    coder.refuse(kDevicesKey, problem);
+  if (const auto room = checkDeviceCount(stored ? stored->size() : 0); !room) {
+    coder.refuse(kDevicesKey, room.error().text);
   }
   if (coder.failed()) {
     return;

@@ -15,6 +15,7 @@
 #include "Velor/devices/VLTimecodeDestinationDevice.h"
 #include "Velor/devices/VLTimecodeDestinationDeviceDelegate.h"
 #include "kva/MIDI/KVMIDICore.h"
+#include "platform/host/Error.h"
 #include "platform/host/RecursiveMutex.h"
 #include "platform/host/WeakSelf.h"
 
@@ -47,8 +48,7 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
 
   /// Each has threads and ports of its own.
   static constexpr std::size_t kMostDevices = 64;
-  /// The refusal for people; empty when the count is allowed.
-  static std::string tooManyDevices(std::size_t count);
+  static Expected<> checkDeviceCount(std::size_t count);
 
   /// In archives; they must never change.
   static constexpr std::string_view kDevicesKey = "devices.manager";
@@ -96,10 +96,8 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   void encodeState(store::KeyedArchiver& coder) const;
   /// Replaces the devices by the stored ones, unless one of these is damaged or there are
   /// more than kMostDevices. Switches on the destinations that are stored as switched on. A
-  /// failure is logged; what was done before it stays done.
-  void decodeState(store::KeyedUnarchiver& coder);
-  /// Why the last restore did not finish, for people; empty when it did.
-  std::string decodeError() const;
+  /// failure is logged too; what was done before it stays done.
+  Expected<> decodeState(store::KeyedUnarchiver& coder);
 
  private:
   friend class KVShared<VLDeviceManager>;
@@ -131,7 +129,6 @@ class VLDeviceManager final : public KVObservable, public VLTimecodeDestinationD
   std::set<midi::MIDIUniqueID> mTemporarySwitches;  // of destinations that are on
   std::vector<KVObserverToken> mEdits;              // of the devices
   bool _inStateRestauration = false;
-  std::string mDecodeError;
 
   const host::WeakSelf<VLDeviceManager> mSelf;
   KVObserverToken mObserver;

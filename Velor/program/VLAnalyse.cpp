@@ -19,22 +19,23 @@ constexpr int kUsageStatus = 2;
 constexpr std::size_t kSamplesPerBlock = 1 << 16;  // of all channels
 
 // The error of a file that is damaged comes with what was read before it.
-std::string readInto(VLLTCAnalysis& analysis, audio::SoundFileReader& reader, int channel) {
+std::optional<Error> readInto(VLLTCAnalysis& analysis, audio::SoundFileReader& reader,
+                              int channel) {
   const auto channels = static_cast<std::size_t>(reader.channels());
   std::vector<float> room(kSamplesPerBlock / channels * channels);
   std::vector<float> samples;
   VLProgressBar bar("analyse");
   std::int64_t done = 0;
   for (;;) {
-    const auto part = reader.read(room);
+    auto part = reader.read(room);
     samples.resize(part.frames);
     for (std::size_t i = 0; i < part.frames; ++i) {
       samples[i] = room[i * channels + static_cast<std::size_t>(channel) - 1];
     }
     analysis.process(samples);
-    if (part.frames == 0 || !part.error.empty()) {
+    if (part.frames == 0 || part.error) {
       analysis.finish();
-      return part.error;
+      return std::move(part.error);
     }
     done += static_cast<std::int64_t>(part.frames);
     if (reader.frames()) {
@@ -46,10 +47,11 @@ std::string readInto(VLLTCAnalysis& analysis, audio::SoundFileReader& reader, in
 }  // namespace
 
 int VLAnalyseRun(const VLAnalyseOptions& options) {
-  audio::SoundFileReader reader(*options.file);
-  if (!reader.error().empty()) {
-    return VLAnalyseOutput::fail(reader.error(), 1);
+  const auto opened = audio::SoundFileReader::open(*options.file);
+  if (!opened) {
+    return VLAnalyseOutput::fail(opened.error().text, 1);
   }
+  audio::SoundFileReader& reader = **opened;
   if (options.channel > reader.channels()) {
     return VLAnalyseOutput::fail("--channel: " + *options.file + " has no channel " +
                                      std::to_string(options.channel) + " (1 to " +
@@ -57,16 +59,15 @@ int VLAnalyseRun(const VLAnalyseOptions& options) {
                                  kUsageStatus);
   }
   VLLTCAnalysis analysis(reader.sampleRate());
-  const std::string error = readInto(analysis, reader, options.channel);
+  const auto error = readInto(analysis, reader, options.channel);
   const VLLTCReport report = analysis.report();
   const int status = VLAnalyseOutput::end<VLAnalysisText>(
       report, options, std::filesystem::path(*options.file).filename());
-  if (!error.empty()) {
-    return VLAnalyseOutput::fail(error, 1);
+  if (error) {
+    return VLAnalyseOutput::fail(error->text, 1);
   }
   if (status == 0 && report.frames == 0) {
-    return VLAnalyseOutput::fail("there is no LTC on channel " + std::to_string(options.channel),
-                                 1);
+    return VLAnalyseOutput::fail("no LTC on channel " + std::to_string(options.channel), 1);
   }
   return status;
 }

@@ -172,9 +172,8 @@ int analyseInput(const VLAnalyseOptions& options) {
                  "and splices there are not those of the line\n",
                  static_cast<unsigned long long>(incoming.lost()));
   }
-  return status != 0 || report.frames > 0
-             ? status
-             : VLAnalyseOutput::fail("there is no LTC on " + channel->name, 1);
+  return status != 0 || report.frames > 0 ? status
+                                          : VLAnalyseOutput::fail("no LTC on " + channel->name, 1);
 }
 
 // The read thread adds, and the main queue looks.

@@ -275,20 +275,20 @@ void deinterleave(std::span<const float> room, std::size_t channels, std::size_t
 
 // Reads a channel up to the end, or to what is wrong with the file, which it gives.
 template <class Reading>
-std::string readInto(Reading& reading, audio::SoundFileReader& reader, int channel,
-                     const std::function<void(double part)>& progress) {
+std::optional<Error> readInto(Reading& reading, audio::SoundFileReader& reader, int channel,
+                              const std::function<void(double part)>& progress) {
   const auto channels = static_cast<std::size_t>(reader.channels());
   std::vector<float> room(kSamplesPerBlock / channels * channels);
   std::vector<float> samples;
   std::int64_t done = 0;
-  std::string error;
+  std::optional<Error> error;
   for (;;) {
-    const auto part = reader.read(room);
+    auto part = reader.read(room);
     deinterleave(std::span(room).first(part.frames * channels), channels,
                  static_cast<std::size_t>(channel - 1), samples);
     reading.take(samples);
-    error = part.error;
-    if (part.frames == 0 || !error.empty()) {
+    error = std::move(part.error);
+    if (part.frames == 0 || error) {
       break;
     }
     done += static_cast<std::int64_t>(part.frames);
@@ -362,7 +362,11 @@ void print(const VLDecodeSummary& summary, double sampleRate) {
 
 // From 1 on; the one on which a frame is read first. `channel` holds none.
 std::optional<std::size_t> channelWithLTC(const std::string& file, std::size_t channel) {
-  audio::SoundFileReader reader(file);
+  const auto opened = audio::SoundFileReader::open(file);
+  if (!opened) {
+    return std::nullopt;
+  }
+  audio::SoundFileReader& reader = **opened;
   const auto channels = static_cast<std::size_t>(reader.channels());
   std::vector<std::unique_ptr<VLLTCVarispeedDecoder>> decoders;
   bool isFound = false;
@@ -396,27 +400,28 @@ int fail(const std::string& error, int status) {
 
 VLDecodeSummary VLDecodeFile(audio::SoundFileReader& reader, int channel, bool isPlain,
                              const std::function<void(const VLDecodedFrame&)>& frame,
-                             const std::function<void(double part)>& progress, std::string& error) {
+                             const std::function<void(double part)>& progress) {
   Tally tally(reader.sampleRate(), frame);
-  if (!isPlain) {
+  std::optional<Error> error;
+  if (isPlain) {
+    PlainReading reading(reader.sampleRate(), tally);
+    error =
+        reading.isThere() ? readInto(reading, reader, channel, progress) : Error{"out of memory"};
+  } else {
     ConditionedReading reading(reader.sampleRate(), tally);
     error = readInto(reading, reader, channel, progress);
-    return tally.finish();
   }
-  PlainReading reading(reader.sampleRate(), tally);
-  if (!reading.isThere()) {
-    error = "out of memory";
-    return {};
-  }
-  error = readInto(reading, reader, channel, progress);
-  return tally.finish();
+  VLDecodeSummary summary = tally.finish();
+  summary.error = std::move(error);
+  return summary;
 }
 
 int VLDecodeRun(const VLDecodeOptions& options) {
-  audio::SoundFileReader reader(options.file);
-  if (!reader.error().empty()) {
-    return fail(reader.error(), 1);
+  const auto opened = audio::SoundFileReader::open(options.file);
+  if (!opened) {
+    return fail(opened.error().text, 1);
   }
+  audio::SoundFileReader& reader = **opened;
   if (options.channel > reader.channels()) {
     return fail("--channel: " + options.file + " has no channel " +
                     std::to_string(options.channel) + " (1 to " +
@@ -427,7 +432,6 @@ int VLDecodeRun(const VLDecodeOptions& options) {
   if (options.form == VLDecodeOptions::Form::csv) {
     std::puts("sample,seconds,time,drop,user_bits,rate,format,direction");
   }
-  std::string error;
   VLDecodeSummary summary;
   {
     VLProgressBar bar("decode");
@@ -439,21 +443,20 @@ int VLDecodeRun(const VLDecodeOptions& options) {
           if (!isHidden) {
             bar.show(part);
           }
-        },
-        error);
+        });
   }
   if (!VLStandardOutput::hasTaken()) {
     return fail(VLStandardOutput::kRefusal, 1);
   }
   print(summary, sampleRate);
-  if (!error.empty()) {
-    return fail(error, 1);
+  if (summary.error) {
+    return fail(summary.error->text, 1);
   }
   if (summary.frames != 0) {
     return 0;
   }
   const auto channel = channelWithLTC(options.file, static_cast<std::size_t>(options.channel));
-  return fail("there is no LTC on channel " + std::to_string(options.channel) +
+  return fail("no LTC on channel " + std::to_string(options.channel) +
                   (channel ? "; channel " + std::to_string(*channel) + " carries LTC" : ""),
               1);
 }

@@ -12,6 +12,7 @@
 #include "kvtimecode/SMPTETime.h"
 #include "kvtimecode/ltc_frame.h"
 #include "platform/audio/file/SoundFileReader.h"
+#include "platform/host/Error.h"
 
 namespace velor {
 
@@ -52,15 +53,16 @@ struct VLDecodeSummary {
   std::optional<std::uint32_t> format;
   /// Frames a second, over all frames that follow each other; 0 without any.
   double meanRate = 0;
+  std::optional<Error> error;  ///< that ended the reading before the end of the file
 };
 
 /// Reads the LTC on a channel, which must be there, up to the end or to what is wrong
-/// with the file: `error`, for people. Either with VLLTCVarispeedDecoder, or plainly with
+/// with the file. Either with VLLTCVarispeedDecoder, or plainly with
 /// ltc_decoder, which misses the first two frames of each stretch of signal, and for which
 /// the file's end counts as that of the bit in which it falls.
 VLDecodeSummary VLDecodeFile(audio::SoundFileReader& reader, int channel, bool isPlain,
                              const std::function<void(const VLDecodedFrame&)>& frame,
-                             const std::function<void(double part)>& progress, std::string& error);
+                             const std::function<void(double part)>& progress);
 
 /// The command: a line a frame on standard output, the summary on standard error. Gives
 /// the exit status: 0, 1 when the file is none or damaged or holds no LTC, 2 for a

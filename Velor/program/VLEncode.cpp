@@ -130,30 +130,29 @@ std::int64_t VLEncodeLength(const VLEncodeOptions& options) {
   return std::llround(options.duration * options.sound.sampleRate);
 }
 
-std::string VLEncodeFile(const VLEncodeOptions& options,
-                         const std::function<bool(double part)>& progress) {
+Expected<> VLEncodeFile(const VLEncodeOptions& options,
+                        const std::function<bool(double part)>& progress) {
   const std::int64_t length = VLEncodeLength(options);
   Signal signal(options);
   if (!signal.isThere()) {
-    return "out of memory";
+    return failure("out of memory");
   }
-  audio::SoundFileWriter writer(options.file, options.sound, length);
-  if (!writer.error().empty()) {
-    return writer.error();
+  const auto writer = audio::SoundFileWriter::create(options.file, options.sound, length);
+  if (!writer) {
+    return failure(writer.error().text);
   }
   for (std::int64_t done = 0; done < length;) {
     if (!progress(static_cast<double>(done) / static_cast<double>(length))) {
-      return "stopped; " + options.file + " was not written";
+      return failure("stopped; " + options.file + " was not written");
     }
     auto samples = signal.next();
     samples = samples.first(std::min(samples.size(), static_cast<std::size_t>(length - done)));
-    const std::string error = writer.write(samples);
-    if (!error.empty()) {
-      return error;
+    if (auto written = (*writer)->write(samples); !written) {
+      return written;
     }
     done += static_cast<std::int64_t>(samples.size());
   }
-  return writer.finish();
+  return (*writer)->finish();
 }
 
 int VLEncodeRun(const VLEncodeOptions& options) {
@@ -163,15 +162,15 @@ int VLEncodeRun(const VLEncodeOptions& options) {
   VLStopSignalsInstall([](int) { gIsStopped = 1; });
   // A file that may not grow further is told of as a full disk is.
   std::signal(SIGXFSZ, SIG_IGN);
-  std::string error;
+  Expected<> written;
   {
     VLProgressBar bar("encode");
-    error = VLEncodeFile(options, [&bar](double part) {
+    written = VLEncodeFile(options, [&bar](double part) {
       bar.show(part);
       return gIsStopped == 0;
     });
   }
-  return error.empty() ? 0 : fail(error);
+  return written ? 0 : fail(written.error().text);
 }
 
 }  // namespace velor

@@ -9,6 +9,7 @@
 #include "kvtimecode/SMPTETime.h"
 #include "kvtimecode/ltc_frame.h"
 #include "platform/audio/file/SoundFormat.h"
+#include "platform/host/Error.h"
 
 namespace velor {
 
@@ -36,9 +37,9 @@ std::int64_t VLEncodeLength(const VLEncodeOptions& options);
 /// it goes on, and the last one ends with the duration, whole or not.
 ///
 /// `progress` is told the part that is done, 0 to 1, now and then; false from it ends
-/// the work. Empty when the file is there; else, for people, why it is not.
-std::string VLEncodeFile(const VLEncodeOptions& options,
-                         const std::function<bool(double part)>& progress);
+/// the work. Fails when the file cannot be written.
+Expected<> VLEncodeFile(const VLEncodeOptions& options,
+                        const std::function<bool(double part)>& progress);
 
 /// The command: tells of errors on standard error, and how far it is. SIGINT, SIGTERM
 /// and SIGHUP leave no file behind. Gives the exit status, 0 or 1. Main thread.

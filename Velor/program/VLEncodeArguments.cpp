@@ -52,9 +52,11 @@ Expected<VLEncodeOptions> VLEncodeArguments::options() const {
   if (refusal.isRefused()) {
     return refusal.resultOf(options);
   }
-  const std::string cannot =
-      audio::SoundFileWriter::refusal(mFile, options.sound, VLEncodeLength(options));
-  refusal.refuseIf(!cannot.empty(), cannot);
+  const auto possible =
+      audio::SoundFileWriter::check(mFile, options.sound, VLEncodeLength(options));
+  if (!possible) {
+    refusal.refuseIf(true, possible.error().text);
+  }
   refusal.refuseIf(VLEncodeLength(options) == 0,
                    "--duration: '" + mDuration + "' is shorter than half a sample");
   refusal.refuseIf(audio::SoundFileWriter::isSilent(options.level, options.sound.encoding),

@@ -230,8 +230,8 @@ class Inspecting {
 
   void readDevices() {
     const auto devices = objects<VLInspectedDevice>(VLDeviceManager::kDevicesKey);
-    if (const auto problem = VLDeviceManager::tooManyDevices(devices.size()); !problem.empty()) {
-      mFindings.add(std::string(VLDeviceManager::kDevicesKey), problem);
+    if (const auto room = VLDeviceManager::checkDeviceCount(devices.size()); !room) {
+      mFindings.add(std::string(VLDeviceManager::kDevicesKey), room.error().text);
     }
     tell("Devices", std::to_string(devices.size()));
     for (const auto& device : devices) {

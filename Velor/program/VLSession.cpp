@@ -269,19 +269,20 @@ VLSession::Ended VLSession::reportLastRun() {
     warn("the last run was interrupted; --recover restores its state (" +
          recovery.leftBehind()->string() + ")");
   }
-  if (!mApp->documents().lastStateError().empty()) {
+  if (const auto& error = mApp->documents().lastStateError()) {
     VLStandardError::tell("the state of the last run cannot be restored completely: " +
-                          mApp->documents().lastStateError());
+                          error->text);
   }
   return std::nullopt;
 }
 
 VLSession::Ended VLSession::checkDocument() {
-  if (mOptions.file && !mApp->documents().didLoadFileAtStartup()) {
-    return fail(kFailureStatus, mApp->documents().openError());
+  const auto& error = mApp->documents().openError();
+  if (error && !mApp->documents().didLoadFileAtStartup()) {
+    return fail(kFailureStatus, error->text);
   }
-  if (!mApp->documents().openError().empty()) {
-    mFrontEnd->mainWindow()->presentError(mApp->documents().openError());
+  if (error) {
+    mFrontEnd->mainWindow()->presentError(error->text);
   }
   return std::nullopt;
 }
@@ -294,11 +295,11 @@ VLSession::Ended VLSession::recover() {
     return fail(kFailureStatus, "--recover: another velor runs with the same folders; end it");
   }
   if (!mApp->documents().recovery().leftBehind()) {
-    return fail(kUsageStatus, "--recover: there is no state of an interrupted run");
+    return fail(kUsageStatus, "--recover: no state of an interrupted run");
   }
-  return mApp->documents().recover()
-             ? std::nullopt
-             : Ended(fail(kFailureStatus, "--recover: " + mApp->documents().state().error()));
+  const auto recovered = mApp->documents().recover();
+  return recovered ? std::nullopt
+                   : Ended(fail(kFailureStatus, "--recover: " + recovered.error().text));
 }
 
 VLSession::Ended VLSession::applyOSC() {
@@ -366,7 +367,7 @@ VLSession::Ended VLSession::run() {
 VLSession::Ended VLSession::end() {
   mApp->clock().stop();
   mApp->clock().disarm();
-  const std::string unsaved = mApp->applicationWillTerminate();
+  const auto saved = mApp->applicationWillTerminate();
   if (const auto port = mApp->settings().lostOSCPort()) {
     VLStandardError::tell("OSC port " + std::to_string(*port) +
                           " could not be used; later starts receive no OSC unless --osc-port is "
@@ -379,7 +380,7 @@ VLSession::Ended VLSession::end() {
   const std::uint64_t deadline = host::current().AudioGetCurrentHostTime() + kRunOut;
   while (mMainQueue.drainUntil(deadline)) {
   }
-  return unsaved.empty() ? 0 : fail(kFailureStatus, unsaved);
+  return saved ? 0 : fail(kFailureStatus, saved.error().text);
 }
 
 // --- while it runs ---

@@ -131,8 +131,8 @@ void VLMainWindow::setController(const std::shared_ptr<VLAppDelegate>& controlle
   followClock(*controller);
   mForm->statusRow->follow(controller, [this] {
     performOnController([this](VLAppDelegate& app) {
-      if (!app.documents().recover()) {
-        presentError(app.documents().state().error());
+      if (const auto recovered = app.documents().recover(); !recovered) {
+        presentError(recovered.error().text);
       }
     });
   });

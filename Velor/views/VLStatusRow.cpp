@@ -177,7 +177,8 @@ void VLStatusRow::showWarning() {
 void VLStatusRow::showLastRun(VLAppDelegate& controller) {
   const VLRecovery& recovery = controller.documents().recovery();
   const bool canRecover = recovery.leftBehind().has_value() && !recovery.isBesideAnother();
-  const QString error = QString::fromStdString(controller.documents().lastStateError());
+  const auto& lastStateError = controller.documents().lastStateError();
+  const QString error = lastStateError ? QString::fromStdString(lastStateError->text) : QString();
   mLastRun->setText(canRecover        ? tr("The last run was interrupted.")
                     : error.isEmpty() ? QString()
                                       : tr("Last state not restored: %1").arg(error));

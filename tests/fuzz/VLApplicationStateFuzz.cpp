@@ -72,10 +72,10 @@ class Application {
       require(coder.error().text.find(": ") != std::string::npos, "a refusal says where and why");
       return;
     }
-    if (!mState->decode(*coder)) {
-      require(mState->error().find(": ") != std::string::npos, "a refusal says where and why");
+    if (const auto decoded = mState->decode(*coder); !decoded) {
+      require(decoded.error().text.find(": ") != std::string::npos, "a refusal says where and why");
       require(!inspection->problems.empty(),
-              ("what cannot be opened whole has problems: " + mState->error()).c_str());
+              ("what cannot be opened whole has problems: " + decoded.error().text).c_str());
     }
     mHost.settle();
     require(ltc_is_valid_type(mApp->clock().smpteFormat()), "the format is one");
@@ -85,7 +85,7 @@ class Application {
     require(written.has_value(), "the state can be written");
     auto again = store::KeyedUnarchiver::read(*written, VLApplicationState::classes());
     require(static_cast<bool>(again), "what is written can be read");
-    require(mState->decode(*again), "what is written can be taken over");
+    require(mState->decode(*again).has_value(), "what is written can be taken over");
   }
 
  private:

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "platform/audio/file/SoundFormat.h"
 
@@ -87,52 +88,64 @@ bool isReadHere(int format) {
 
 }  // namespace
 
-SoundFileReader::SoundFileReader(const std::filesystem::path& path) : mPath(path) {
+SoundFileReader::SoundFileReader(const std::filesystem::path& path, store::RegularFile file)
+    : mPath(path), mFile(std::move(file)), mHandle(mFile.descriptor(), SFM_READ, mInfo) {}
+
+Expected<std::unique_ptr<SoundFileReader>> SoundFileReader::open(
+    const std::filesystem::path& path) {
   auto file = store::RegularFile::open(path);
   if (!file) {
-    mError = file.error().text;
-    return;
+    return tl::unexpected(file.error());
   }
-  mFile.emplace(*std::move(file));
-  if (mFile->size() == 0) {
-    mError = failed("it is empty");
-    return;
+  std::unique_ptr<SoundFileReader> reader(new SoundFileReader(path, *std::move(file)));
+  if (const auto readable = reader->checkHeader(); !readable) {
+    return tl::unexpected(readable.error());
   }
-  mHandle.emplace(mFile->descriptor(), SFM_READ, mInfo);
-  if (mHandle->get() == nullptr) {
-    mError = failed("it is no sound file, or a damaged one (" + mHandle->failure() + ")");
-  } else if (!isReadHere(mInfo.format)) {
-    mError = failed("it is no WAV, W64 or FLAC file");
-  } else if (mInfo.channels < 1 || mInfo.channels > SoundFormat::kMaxChannels) {
-    mError = failed("it has " + std::to_string(mInfo.channels) + " channels (1 to " +
-                    std::to_string(SoundFormat::kMaxChannels) + " can be read)");
-  } else if (mInfo.samplerate < SoundFormat::kMinSampleRate ||
-             mInfo.samplerate > SoundFormat::kMaxSampleRate) {
-    mError = failed("its sample rate is " + std::to_string(mInfo.samplerate) + " Hz (" +
-                    std::to_string(SoundFormat::kMinSampleRate) + " to " +
-                    std::to_string(SoundFormat::kMaxSampleRate) + " can be read)");
-  } else {
-    const std::uint64_t end = declaredEnd(mFile->descriptor(), mFile->size());
-    mBytesMissing = end > mFile->size() ? end - mFile->size() : 0;
+  const std::uint64_t size = reader->mFile.size();
+  const std::uint64_t end = declaredEnd(reader->mFile.descriptor(), size);
+  reader->mBytesMissing = end > size ? end - size : 0;
+  return reader;
+}
+
+Expected<> SoundFileReader::checkHeader() const {
+  if (mFile.size() == 0) {
+    return tl::unexpected(error("it is empty"));
   }
+  if (mHandle.get() == nullptr) {
+    return tl::unexpected(error("not a sound file, or damaged (" + mHandle.failure() + ")"));
+  }
+  if (!isReadHere(mInfo.format)) {
+    return tl::unexpected(error("not a WAV, W64 or FLAC file"));
+  }
+  if (mInfo.channels < 1 || mInfo.channels > SoundFormat::kMaxChannels) {
+    return tl::unexpected(error("it has " + std::to_string(mInfo.channels) + " channels (1 to " +
+                                std::to_string(SoundFormat::kMaxChannels) + " can be read)"));
+  }
+  if (mInfo.samplerate < SoundFormat::kMinSampleRate ||
+      mInfo.samplerate > SoundFormat::kMaxSampleRate) {
+    return tl::unexpected(error("its sample rate is " + std::to_string(mInfo.samplerate) + " Hz (" +
+                                std::to_string(SoundFormat::kMinSampleRate) + " to " +
+                                std::to_string(SoundFormat::kMaxSampleRate) + " can be read)"));
+  }
+  return {};
 }
 
 std::optional<std::int64_t> SoundFileReader::frames() const noexcept {
   return mInfo.frames < SF_COUNT_MAX ? std::optional<std::int64_t>(mInfo.frames) : std::nullopt;
 }
 
-std::string SoundFileReader::failed(const std::string& why) const {
-  return "cannot read " + mPath.string() + ": " + why;
+Error SoundFileReader::error(const std::string& why) const {
+  return {"cannot read " + mPath.string() + ": " + why};
 }
 
 SoundFileReader::Part SoundFileReader::read(std::span<float> room) {
-  if (!mError.empty()) {
+  if (mHasFailed) {
     return {};
   }
   const auto channels = static_cast<std::size_t>(mInfo.channels);
   const std::size_t wanted = room.size() / channels;
   const sf_count_t got =
-      sf_readf_float(mHandle->get(), room.data(), static_cast<sf_count_t>(wanted));
+      sf_readf_float(mHandle.get(), room.data(), static_cast<sf_count_t>(wanted));
   Part part{static_cast<std::size_t>(std::max<sf_count_t>(got, 0)), {}};
   const auto samples = room.first(part.frames * channels);
   const auto bad =
@@ -141,23 +154,22 @@ SoundFileReader::Part SoundFileReader::read(std::span<float> room) {
   if (bad != samples.end()) {
     const auto index = static_cast<std::size_t>(bad - samples.begin());
     part.frames = index / channels;
-    part.error =
-        failed("there is no number" + behind(mPosition + static_cast<std::int64_t>(part.frames)) +
-               " of channel " + std::to_string(index % channels + 1));
+    part.error = error("not a number" + behind(mPosition + static_cast<std::int64_t>(part.frames)) +
+                       " of channel " + std::to_string(index % channels + 1));
   } else if (part.frames < wanted) {
     const std::int64_t end = mPosition + got;
-    const std::string why = mHandle->failure();
+    const std::string why = mHandle.failure();
     if (!why.empty()) {
-      part.error = failed("it is damaged" + behind(end) + " (" + why + ")");
+      part.error = error("it is damaged" + behind(end) + " (" + why + ")");
     } else if (mBytesMissing != 0) {
-      part.error = failed("it is cut off" + behind(end) + ", " + std::to_string(mBytesMissing) +
-                          " bytes before its end");
+      part.error = error("it is cut off" + behind(end) + ", " + std::to_string(mBytesMissing) +
+                         " bytes before its end");
     } else if (const auto whole = frames(); whole && end < *whole) {
-      part.error = failed("it is cut off" + behind(end) + " of " + std::to_string(*whole));
+      part.error = error("it is cut off" + behind(end) + " of " + std::to_string(*whole));
     }
   }
   mPosition += static_cast<std::int64_t>(part.frames);
-  mError = part.error;
+  mHasFailed = part.error.has_value();
   return part;
 }
 

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstddef>
+#include <utility>
 
 namespace velor::audio {
 namespace {
@@ -83,26 +84,27 @@ constexpr int kShift24 = 8;
 
 }  // namespace
 
-std::string SoundFileWriter::refusal(const std::filesystem::path& path, const SoundFormat& format,
-                                     std::int64_t frames) {
+Expected<> SoundFileWriter::check(const std::filesystem::path& path, const SoundFormat& format,
+                                  std::int64_t frames) {
   const Container* const container = containerOf(path);
   if (container == nullptr) {
-    return "cannot tell the kind of file from the name '" + path.string() +
-           "' (.wav, .w64 or .flac)";
+    return failure("cannot tell the kind of file from the name '" + path.string() +
+                   "' (.wav, .w64 or .flac)");
   }
   const std::string kind = container->extension;
   if (!container->hasFloats && format.encoding == SampleEncoding::float32) {
-    return kind + " holds no floats (16 or 24 bits, or another kind of file)";
+    return failure(kind + " holds no floats (16 or 24 bits, or another kind of file)");
   }
   if (format.sampleRate < SoundFormat::kMinSampleRate ||
       format.sampleRate > container->maxSampleRate) {
-    return outOfRange("a sample rate", format.sampleRate, SoundFormat::kMinSampleRate,
-                      container->maxSampleRate) +
-           " for " + kind;
+    return failure(outOfRange("a sample rate", format.sampleRate, SoundFormat::kMinSampleRate,
+                              container->maxSampleRate) +
+                   " for " + kind);
   }
   if (container->maxOddSampleRate < format.sampleRate && format.sampleRate % 10 != 0) {
-    return kind + " holds no sample rate of " + std::to_string(format.sampleRate) + " (above " +
-           std::to_string(container->maxOddSampleRate) + " only multiples of 10)";
+    return failure(kind + " holds no sample rate of " + std::to_string(format.sampleRate) +
+                   " (above " + std::to_string(container->maxOddSampleRate) +
+                   " only multiples of 10)");
   }
   SF_INFO info{};
   info.samplerate = format.sampleRate;
@@ -110,14 +112,14 @@ std::string SoundFileWriter::refusal(const std::filesystem::path& path, const So
   info.format = container->format | subtypeOf(format.encoding);
   if (format.channels < 1 || format.channels > SoundFormat::kMaxChannels ||
       sf_format_check(&info) == 0) {
-    return kind + " does not hold " + std::to_string(format.channels) + " channels";
+    return failure(kind + " does not hold " + std::to_string(format.channels) + " channels");
   }
   const std::int64_t maxFrames =
       std::min(container->maxFrames,
                container->maxBytes / (std::int64_t{format.channels} * bytesOf(format.encoding)));
   if (frames > maxFrames) {
-    return kind + " holds at most " + std::to_string(maxFrames / format.sampleRate) +
-           " s of this (.w64 holds more)";
+    return failure(kind + " holds at most " + std::to_string(maxFrames / format.sampleRate) +
+                   " s of this (.w64 holds more)");
   }
   return {};
 }
@@ -134,37 +136,42 @@ bool SoundFileWriter::isSilent(float peak, SampleEncoding encoding) {
 }
 
 SoundFileWriter::SoundFileWriter(const std::filesystem::path& path, const SoundFormat& format,
-                                 std::int64_t frames)
-    : mPath(path), mEncoding(format.encoding), mError(refusal(path, format, frames)) {
-  if (!mError.empty()) {
-    return;
+                                 SF_INFO info, store::ReplacementFile replacement)
+    : mPath(path),
+      mEncoding(format.encoding),
+      mReplacement(std::move(replacement)),
+      mHandle(mReplacement.descriptor(), SFM_WRITE, info) {}
+
+Expected<std::unique_ptr<SoundFileWriter>> SoundFileWriter::create(
+    const std::filesystem::path& path, const SoundFormat& format, std::int64_t frames) {
+  if (const auto possible = check(path, format, frames); !possible) {
+    return tl::unexpected(possible.error());
   }
   auto replacement = store::ReplacementFile::create(path, kMode);
   if (!replacement) {
-    mError = replacement.error().text;
-    return;
+    return tl::unexpected(replacement.error());
   }
-  mReplacement.emplace(*std::move(replacement));
   SF_INFO info{};
   info.samplerate = format.sampleRate;
   info.channels = format.channels;
   info.format = containerOf(path)->format | subtypeOf(format.encoding);
-  mHandle.emplace(mReplacement->descriptor(), SFM_WRITE, info);
-  if (mHandle->get() == nullptr) {
-    mError = failed(mHandle->failure());
-    return;
+  std::unique_ptr<SoundFileWriter> writer(
+      new SoundFileWriter(path, format, info, *std::move(replacement)));
+  if (writer->mHandle.get() == nullptr) {
+    return tl::unexpected(writer->error(writer->mHandle.failure()));
   }
   // It would hold the time of writing: equal input gives equal files.
-  sf_command(mHandle->get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+  sf_command(writer->mHandle.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+  return writer;
 }
 
-std::string SoundFileWriter::failed(const std::string& why) {
-  return "cannot write " + mPath.string() + ": " + why;
+Error SoundFileWriter::error(const std::string& why) const {
+  return {"cannot write " + mPath.string() + ": " + why};
 }
 
-std::string SoundFileWriter::write(std::span<const float> samples) {
+Expected<> SoundFileWriter::write(std::span<const float> samples) {
   if (!std::all_of(samples.begin(), samples.end(), [](float each) { return each == each; })) {
-    return failed("a sample is no number");
+    return tl::unexpected(error("a sample is not a number"));
   }
   const auto count = static_cast<sf_count_t>(samples.size());
   sf_count_t written = 0;
@@ -173,30 +180,31 @@ std::string SoundFileWriter::write(std::span<const float> samples) {
     std::transform(samples.begin(), samples.end(), mShorts.begin(), [](float each) {
       return static_cast<std::int16_t>(quantised(each, kFullScale16));
     });
-    written = sf_write_short(mHandle->get(), mShorts.data(), count);
+    written = sf_write_short(mHandle.get(), mShorts.data(), count);
   } else if (mEncoding == SampleEncoding::int24) {
     mInts.resize(samples.size());
     std::transform(samples.begin(), samples.end(), mInts.begin(),
                    [](float each) { return quantised(each, kFullScale24) * (1 << kShift24); });
-    written = sf_write_int(mHandle->get(), mInts.data(), count);
+    written = sf_write_int(mHandle.get(), mInts.data(), count);
   } else {
     mFloats.resize(samples.size());
     std::transform(samples.begin(), samples.end(), mFloats.begin(), cut);
-    written = sf_write_float(mHandle->get(), mFloats.data(), count);
+    written = sf_write_float(mHandle.get(), mFloats.data(), count);
   }
-  const std::string why = mHandle->failure();
-  return written == count && why.empty() ? std::string()
-                                         : failed(why.empty() ? "not all was taken" : why);
+  const std::string why = mHandle.failure();
+  if (written != count || !why.empty()) {
+    return tl::unexpected(error(why.empty() ? "not all was taken" : why));
+  }
+  return {};
 }
 
-std::string SoundFileWriter::finish() {
-  mHandle->close();
-  const std::string why = mHandle->failure();
+Expected<> SoundFileWriter::finish() {
+  mHandle.close();
+  const std::string why = mHandle.failure();
   if (!why.empty()) {
-    return failed(why);
+    return tl::unexpected(error(why));
   }
-  const auto done = mReplacement->takePlace();
-  return done ? "" : done.error().text;
+  return mReplacement.takePlace();
 }
 
 }  // namespace velor::audio

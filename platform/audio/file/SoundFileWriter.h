@@ -3,13 +3,14 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <optional>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "platform/audio/file/SoundFileHandle.h"
 #include "platform/audio/file/SoundFormat.h"
+#include "platform/host/Error.h"
 #include "platform/store/ReplacementFile.h"
 
 namespace velor::audio {
@@ -18,42 +19,42 @@ namespace velor::audio {
 /// of its own beside the file whose place it takes, until `finish`: a disk that fills
 /// up, or an end before, leaves the old file as it was and no other.
 ///
-/// Errors are lines for people with the path; empty: all is well. Belongs to one
-/// thread; it waits for the disk. Realtime-safe: no.
+/// Belongs to one thread; it waits for the disk. Realtime-safe: no.
 class SoundFileWriter {
  public:
-  /// Why no such file of so many frames can be, whatever the disk says: its extension,
-  /// the format, the length. Empty when it can.
-  static std::string refusal(const std::filesystem::path& path, const SoundFormat& format,
-                             std::int64_t frames);
+  /// Fails when no disk can hold such a file of so many frames: for its extension, the
+  /// format or the length.
+  static Expected<> check(const std::filesystem::path& path, const SoundFormat& format,
+                          std::int64_t frames);
 
   /// Whether a signal of that peak would be all zeros.
   static bool isSilent(float peak, SampleEncoding encoding);
 
-  /// `frames` is the most that will come. See `error`.
-  SoundFileWriter(const std::filesystem::path& path, const SoundFormat& format,
-                  std::int64_t frames);
-
-  const std::string& error() const noexcept { return mError; }
+  /// `frames` is the most that will come.
+  static Expected<std::unique_ptr<SoundFileWriter>> create(const std::filesystem::path& path,
+                                                           const SoundFormat& format,
+                                                           std::int64_t frames);
 
   /// Interleaved, whole frames, 1.0 at full scale; what is beyond is cut there. Integers
   /// are the nearest ones, without dither, and of the same size on both sides of zero.
-  [[nodiscard]] std::string write(std::span<const float> samples);
+  [[nodiscard]] Expected<> write(std::span<const float> samples);
 
   /// Makes the file what its name promises. Once, and last.
-  [[nodiscard]] std::string finish();
+  [[nodiscard]] Expected<> finish();
 
  private:
-  std::string failed(const std::string& why);
+  SoundFileWriter(const std::filesystem::path& path, const SoundFormat& format, SF_INFO info,
+                  store::ReplacementFile replacement);
+
+  Error error(const std::string& why) const;
 
   const std::filesystem::path mPath;
   const SampleEncoding mEncoding;
   std::vector<std::int16_t> mShorts;
   std::vector<std::int32_t> mInts;
   std::vector<float> mFloats;
-  std::string mError;
-  std::optional<store::ReplacementFile> mReplacement;
-  std::optional<SoundFileHandle> mHandle;  // ends before the file that it writes
+  store::ReplacementFile mReplacement;
+  SoundFileHandle mHandle;  // ends before the file that it writes
 };
 
 }  // namespace velor::audio

@@ -95,7 +95,7 @@ std::vector<Damage> damagesOf(const std::string& document) {
 
 class DamagedDocumentTest : public FullDocument, public testing::WithParamInterface<int> {
  protected:
-  bool load(const std::string& document) {
+  Expected<VLApplicationState::Unrestored> load(const std::string& document) {
     mFailures = logged().size();
     return app().loadApplicationStateFromURL(write("damaged.velor", document));
   }
@@ -165,9 +165,8 @@ TEST_P(DamagedDocumentTest, IsReportedByItsPlaceAndTheNextWholeOneOpensAsBefore)
       continue;
     }
     SCOPED_TRACE(damage.told);
-    if (!load(damage.text)) {
-      EXPECT_TRUE(namesAPlace(app().documents().state().error()))
-          << app().documents().state().error();
+    if (const auto loaded = load(damage.text); !loaded) {
+      EXPECT_TRUE(namesAPlace(loaded.error().text)) << loaded.error().text;
       EXPECT_FALSE(app().undoManager().canUndo());
       EXPECT_EQ(clock().smpteFormat(), Json::accept(damage.text) ? kSMPTETimeType25 : kFormat)
           << "it is as before, or the default";
@@ -179,7 +178,7 @@ TEST_P(DamagedDocumentTest, IsReportedByItsPlaceAndTheNextWholeOneOpensAsBefore)
     mHost.settle();
     expectALegalClock();
     app().setPlayRate(1);  // beside a sync source it stays what it is
-    EXPECT_TRUE(load(mDocument)) << app().documents().state().error();
+    EXPECT_TRUE(load(mDocument));
     EXPECT_EQ(deviceError(), "");
     mHost.settle();
     EXPECT_EQ(saved(), mDocument);

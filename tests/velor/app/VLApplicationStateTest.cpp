@@ -27,12 +27,12 @@ class VLApplicationStateTest : public AppFixture {
   }
   Json saved() { return Json::parse(contents(save())); }
   bool load(const Json& document) {
-    return app().loadApplicationStateFromURL(write("edited.velor", document.dump()));
+    return app().loadApplicationStateFromURL(write("edited.velor", document.dump())).has_value();
   }
 };
 
 TEST_F(FullDocument, AnotherRunRestoresAllThatWasSetExceptTheRateWithASyncSource) {
-  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_TRUE(app().applicationWillTerminate());
   std::string keys;
   Json last = Json::parse(contents(folders().data() / "laststate.velor"));
   for (const auto& member : last.items()) {
@@ -79,16 +79,16 @@ TEST_F(FullDocument, DevicesThatCannotAllBeTakenOverLeaveTheRunningOnesAsTheyAre
   for (const auto& [document, error] :
        {std::pair(damaged, "devices.manager[1].reader.inputChannel: expected a whole number"),
         std::pair(many, "devices.manager: 65 devices; at most 64 are possible")}) {
-    EXPECT_TRUE(app().loadApplicationStateFromURL(write("edited.velor", document.dump())));
-    EXPECT_NE(app().documents().state().error().find(error), std::string::npos)
-        << app().documents().state().error();
+    const auto loaded = app().loadApplicationStateFromURL(write("edited.velor", document.dump()));
+    ASSERT_TRUE(loaded && *loaded);
+    EXPECT_NE((*loaded)->text.find(error), std::string::npos) << (*loaded)->text;
     mHost.settle();
     EXPECT_EQ(manager().devices(), running);
     EXPECT_EQ(running[0]->midiEndpoint(), endpoint) << error;
   }
   many["devices.manager"].erase(0);
-  EXPECT_TRUE(app().loadApplicationStateFromURL(write("edited.velor", many.dump())));
-  EXPECT_EQ(app().documents().state().error(), "");
+  const auto loaded = app().loadApplicationStateFromURL(write("edited.velor", many.dump()));
+  EXPECT_TRUE(loaded && !*loaded);
   EXPECT_EQ(manager().devices().size(), VLDeviceManager::kMostDevices);
   EXPECT_THROW(manager().createGenerator(), KVException);
   EXPECT_THROW(manager().createrReader(), KVException);
@@ -142,7 +142,7 @@ TEST_F(VLApplicationStateTest, MissingValuesStayAMissingFormatIs24AndInvalidOnes
   document["tc.type"] = 99;
   document["playbackMode"] = 1717986918;
   goTo("00:00:10:00");
-  EXPECT_TRUE(load(document)) << app().documents().state().error();
+  EXPECT_TRUE(load(document));
   EXPECT_EQ(now(), "00:00:01:00");
   EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType24);
   EXPECT_TRUE(mLog.has("tc.type: 99 is not a format"));
@@ -155,7 +155,7 @@ TEST_F(VLApplicationStateTest, APointThatIsANumberLeftOutDoesNotKeepADocumentFro
   clock().setLoopEndTime(timeOf("00:02:00;01", kSMPTETimeType2997Drop));
   clock().setSmpteOffset(timeOf("00:03:00;00", kSMPTETimeType2997Drop));
   goTo("00:00:01;00");
-  EXPECT_TRUE(load(saved())) << app().documents().state().error();
+  EXPECT_TRUE(load(saved()));
   EXPECT_EQ(now(), "00:00:01;00");
   EXPECT_EQ(stringFromSMPTETime(clock().stopTime()), "00:01:00;02");
 }
@@ -164,9 +164,9 @@ TEST_F(VLApplicationStateTest, AFileThatIsNotADocumentChangesNothingAndIsReporte
   goTo("00:00:05:00");
   const std::string before = saved().dump();
   const auto refuses = [this](const std::filesystem::path& path, const char* reason) {
-    EXPECT_FALSE(app().loadApplicationStateFromURL(path));
-    EXPECT_NE(app().documents().state().error().find(reason), std::string::npos)
-        << app().documents().state().error();
+    const auto loaded = app().loadApplicationStateFromURL(path);
+    ASSERT_FALSE(loaded);
+    EXPECT_NE(loaded.error().text.find(reason), std::string::npos) << loaded.error().text;
   };
   refuses(mFolder.path() / "missing.velor", "missing.velor");
   refuses(write("empty.velor", ""), "empty.velor: line 1, column 1: ");
@@ -234,12 +234,12 @@ TEST_F(VLApplicationStateTest, WithoutAHomeFolderNothingIsSavedAndTheEndIsNotAFa
   launch();
   goTo("00:00:07:00");
   mHost.advance(20'000'000'000);
-  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_TRUE(app().applicationWillTerminate());
 }
 
 TEST_F(VLApplicationStateTest, AFileAtTheStartIsLoadedInPlaceOfTheStateOfTheLastRun) {
   goTo("00:00:01:00");
-  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_TRUE(app().applicationWillTerminate());
   clock().setSmpteFormat(kSMPTETimeType24);
   goTo("00:00:02:00");
   const auto file = save();
@@ -254,7 +254,7 @@ TEST_F(VLApplicationStateTest, AFileAtTheStartIsLoadedInPlaceOfTheStateOfTheLast
 
 TEST_F(VLApplicationStateTest, AStateOfTheLastRunThatCannotBeReadIsKeptAside) {
   app().addMarker();
-  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_TRUE(app().applicationWillTerminate());
   const auto last = folders().data() / "laststate.velor";
   const auto aside = folders().data() / "laststate.damaged.velor";
   Json document = Json::parse(contents(last));
@@ -265,25 +265,26 @@ TEST_F(VLApplicationStateTest, AStateOfTheLastRunThatCannotBeReadIsKeptAside) {
        {document.dump(), laterDevice.dump(), std::string("{"), std::string()}) {
     std::ofstream(last) << damaged;
     launch();
+    const auto& error = app().documents().lastStateError();
+    ASSERT_TRUE(error);
     for (const char* path : {last.c_str(), aside.c_str()}) {
-      EXPECT_NE(app().documents().lastStateError().find(path), std::string::npos)
-          << app().documents().lastStateError();
+      EXPECT_NE(error->text.find(path), std::string::npos) << error->text;
     }
-    EXPECT_EQ(app().applicationWillTerminate(), "");
+    EXPECT_TRUE(app().applicationWillTerminate());
     EXPECT_EQ(contents(aside), damaged);
     launch();
-    EXPECT_EQ(app().documents().lastStateError(), "");
+    EXPECT_FALSE(app().documents().lastStateError());
   }
   end();
   std::filesystem::remove(last);
   launch();
-  EXPECT_EQ(app().documents().lastStateError(), "") << "as at the first start";
+  EXPECT_FALSE(app().documents().lastStateError()) << "as at the first start";
 }
 
 TEST_F(VLApplicationStateTest, SettingsOutliveARunAndDamagedOnesDoNotKeepItFromStarting) {
   app().setDisableMTCLoopCheck(true);
   EXPECT_TRUE(app().server().startUdPServerAtPort(7771));
-  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_TRUE(app().applicationWillTerminate());
   launch();
   app().waitForSettings();
   EXPECT_TRUE(app().disableMTCLoopCheck());
@@ -297,7 +298,7 @@ TEST_F(VLApplicationStateTest, SettingsOutliveARunAndDamagedOnesDoNotKeepItFromS
   std::ofstream(file) << settings;
   launch();
   app().waitForSettings();
-  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_TRUE(app().applicationWillTerminate());
   EXPECT_EQ(Json::parse(contents(file)), settings) << "what a later version wrote survives";
   const std::string aside = file.string() + ".damaged";
   for (const auto& [damaged, place] :
@@ -314,7 +315,7 @@ TEST_F(VLApplicationStateTest, SettingsOutliveARunAndDamagedOnesDoNotKeepItFromS
     }
     EXPECT_FALSE(app().disableMTCLoopCheck());
     EXPECT_FALSE(app().server().running());
-    EXPECT_EQ(app().applicationWillTerminate(), "");
+    EXPECT_TRUE(app().applicationWillTerminate());
     EXPECT_NE(contents(file), damaged);
     EXPECT_EQ(contents(aside), damaged);
   }
@@ -327,7 +328,7 @@ TEST_F(VLApplicationStateTest, DamagedListsOfOSCAreReportedAndTheirFileIsKeptAsi
   VLOSCClientDispatcher::sharedDispatcher().addClient(
       VLUserDefinedOSCClient::initWithUdpHost("10.0.0.6", 9000));
   mHost.settle();
-  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_TRUE(app().applicationWillTerminate());
   const std::string whole = contents(file);
   const std::string port = R"(port\": 9000)";
   const std::string base64 = R"("$base64": ")";
@@ -343,7 +344,7 @@ TEST_F(VLApplicationStateTest, DamagedListsOfOSCAreReportedAndTheirFileIsKeptAsi
     app().waitForSettings();
     mHost.settle();
     EXPECT_EQ(mWindow->errors.size(), 1U) << place;
-    EXPECT_EQ(app().applicationWillTerminate(), "");
+    EXPECT_TRUE(app().applicationWillTerminate());
     EXPECT_NE(contents(file), damaged);
     EXPECT_EQ(contents(file.string() + ".damaged"), damaged) << place;
   }

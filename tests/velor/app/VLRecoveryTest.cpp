@@ -45,7 +45,7 @@ TEST_F(VLRecoveryTest, EditsAreInTheCopySoonAndACleanEndRemovesIt) {
   }
   EXPECT_NE(contents(copy()), second);
 
-  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_TRUE(app().applicationWillTerminate());
   EXPECT_FALSE(isThere());
   launch();
   EXPECT_FALSE(app().documents().recovery().wasCutOff());
@@ -97,7 +97,7 @@ TEST_F(VLRecoveryTest, TheLastInterruptedRunCanBeRestoredAtAnyLaterStart) {
   goTo("00:00:13:00");
   mHost.advance(3 * kSecond);
   EXPECT_EQ(contents(copy()).find("Marker 1"), std::string::npos);
-  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_TRUE(app().applicationWillTerminate());
   EXPECT_FALSE(isThere());
   launch();
   EXPECT_FALSE(app().documents().recovery().wasCutOff());
@@ -107,7 +107,7 @@ TEST_F(VLRecoveryTest, TheLastInterruptedRunCanBeRestoredAtAnyLaterStart) {
   EXPECT_EQ(app().markers().markers().size(), 1U);
   EXPECT_FALSE(app().documents().recovery().leftBehind());
   EXPECT_TRUE(std::filesystem::exists(old())) << "this run may be cut off, too";
-  EXPECT_EQ(app().applicationWillTerminate(), "");
+  EXPECT_TRUE(app().applicationWillTerminate());
   EXPECT_FALSE(std::filesystem::exists(old()));
   EXPECT_FALSE(isThere());
 }
@@ -147,7 +147,9 @@ TEST_F(VLRecoveryTest, ARunWhoseStateCannotBeSavedCountsAsInterrupted) {
   launch();
   goTo("00:00:42:00");  // a moment ago
   std::filesystem::create_directories(folders().data() / "laststate.velor");
-  EXPECT_NE(app().applicationWillTerminate().find("laststate.velor"), std::string::npos);
+  const auto saved = app().applicationWillTerminate();
+  ASSERT_FALSE(saved);
+  EXPECT_NE(saved.error().text.find("laststate.velor"), std::string::npos);
   launch();
   EXPECT_TRUE(app().documents().recovery().wasCutOff());
   EXPECT_TRUE(app().documents().recover());

@@ -59,27 +59,27 @@ class SoundFileTest : public testing::Test {
     std::ofstream(file(name), std::ios::binary) << bytes;
     return file(name);
   }
-  static std::string written(const fs::path& path, const SoundFormat& format,
-                             const std::vector<float>& samples) {
-    SoundFileWriter writer(path, format,
-                           static_cast<std::int64_t>(samples.size()) / format.channels);
-    std::string error = writer.error();
-    for (std::size_t at = 0; error.empty() && at < samples.size(); at += 1000) {
-      error = writer.write(
+  static Expected<> write(const fs::path& path, const SoundFormat& format,
+                          const std::vector<float>& samples) {
+    const auto writer = SoundFileWriter::create(
+        path, format, static_cast<std::int64_t>(samples.size()) / format.channels);
+    auto written = writer.map([](const auto&) {});
+    for (std::size_t at = 0; written && at < samples.size(); at += 1000) {
+      written = (*writer)->write(
           std::span(samples).subspan(at, std::min<std::size_t>(1000, samples.size() - at)));
     }
-    return error.empty() ? writer.finish() : error;
+    return written ? (*writer)->finish() : written;
   }
   struct Sound {
     std::vector<float> samples;
-    std::string error;
+    std::optional<Error> error;
   };
   static Sound readAll(SoundFileReader& reader) {
-    Sound sound{{}, reader.error()};
-    const auto channels = static_cast<std::size_t>(std::max(reader.channels(), 1));
+    Sound sound;
+    const auto channels = static_cast<std::size_t>(reader.channels());
     std::vector<float> room(700 * channels);
     std::size_t frames = 1;
-    while (sound.error.empty() && frames > 0) {
+    while (!sound.error && frames > 0) {
       const auto part = reader.read(room);
       frames = part.frames;
       sound.samples.insert(sound.samples.end(), room.begin(),
@@ -109,16 +109,17 @@ TEST_F(SoundFileTest, IntegersAreTheNearestOnesAndTheSameOnBothSidesOfZero) {
     samples.push_back(static_cast<float>(unit / 32767));
     wav.data += little(static_cast<std::uint16_t>(std::lround(unit)), 2);
   }
-  ASSERT_EQ(written(file("16.wav"), {44100, 1, SampleEncoding::int16}, samples), "");
+  ASSERT_TRUE(write(file("16.wav"), {44100, 1, SampleEncoding::int16}, samples));
   EXPECT_EQ(fileContents(file("16.wav")), wav.bytes());
 
-  ASSERT_EQ(written(file("24.wav"), {44100, 1, SampleEncoding::int24},
-                    {1.0F, -1.0F, 0.5F, static_cast<float>(-0.6 / 8388607)}),
-            "");
+  ASSERT_TRUE(write(file("24.wav"), {44100, 1, SampleEncoding::int24},
+                    {1.0F, -1.0F, 0.5F, static_cast<float>(-0.6 / 8388607)}));
   EXPECT_THAT(
       fileContents(file("24.wav")),
       testing::EndsWith(std::string("\xFF\xFF\x7F\x01\x00\x80\x00\x00\x40\xFF\xFF\xFF", 12)));
-  EXPECT_THAT(written(file("16.wav"), {}, {0.0F, NAN}), HasSubstr("no number"));
+  const auto written = write(file("16.wav"), {}, {0.0F, NAN});
+  ASSERT_FALSE(written);
+  EXPECT_THAT(written.error().text, HasSubstr("a sample is not a number"));
 }
 
 TEST_F(SoundFileTest, EachKindBringsItsSamplesBackAndIsForTheUserAsTheUmaskSays) {
@@ -128,22 +129,22 @@ TEST_F(SoundFileTest, EachKindBringsItsSamplesBackAndIsForTheUserAsTheUmaskSays)
          {SampleEncoding::int16, SampleEncoding::int24, SampleEncoding::float32}) {
       SCOPED_TRACE(std::string(name) + " " + std::to_string(static_cast<int>(encoding)));
       const SoundFormat format{96000, 2, encoding};
-      if (!SoundFileWriter::refusal(name, format, 5000).empty()) {
+      if (!SoundFileWriter::check(name, format, 5000)) {
         EXPECT_STREQ(name, "a.flac");
         EXPECT_EQ(encoding, SampleEncoding::float32);
         continue;
       }
       const mode_t before = umask(027);
-      EXPECT_EQ(written(file(name), format, samples), "");
+      EXPECT_TRUE(write(file(name), format, samples));
       umask(before);
       EXPECT_EQ(test::modeOf(file(name)), 0640U);
 
-      SoundFileReader reader(file(name));
-      const Sound sound = readAll(reader);
-      EXPECT_EQ(sound.error, "");
-      EXPECT_EQ(reader.sampleRate(), 96000);
-      EXPECT_EQ(reader.channels(), 2);
-      EXPECT_EQ(reader.frames(), 5000);
+      const auto reader = SoundFileReader::open(file(name)).value();
+      const Sound sound = readAll(*reader);
+      EXPECT_FALSE(sound.error);
+      EXPECT_EQ(reader->sampleRate(), 96000);
+      EXPECT_EQ(reader->channels(), 2);
+      EXPECT_EQ(reader->frames(), 5000);
       ASSERT_EQ(sound.samples.size(), samples.size());
       // Half a step, and the step that full scale lacks on the upper side.
       const double step = encoding == SampleEncoding::int16   ? 1 / 32768.0
@@ -179,13 +180,15 @@ TEST_F(SoundFileTest, WhatNoFileCanHoldIsRefusedBeforeOneIsMade) {
       {"a.wav", {192000, 1, SampleEncoding::float32}, 2 * kHour * 192000, "at most 5592 s"},
   };
   for (const Case& c : cases) {
-    EXPECT_THAT(SoundFileWriter(file(c.name), c.format, c.frames).error(), HasSubstr(c.told))
-        << c.name;
+    const auto writer = SoundFileWriter::create(file(c.name), c.format, c.frames);
+    ASSERT_FALSE(writer) << c.name;
+    EXPECT_THAT(writer.error().text, HasSubstr(c.told));
   }
-  EXPECT_EQ(SoundFileWriter::refusal("a.wav", {}, 12 * kHour * 48000), "");
-  EXPECT_EQ(SoundFileWriter::refusal("a.w64", {}, 1000 * kHour * 48000), "");
-  EXPECT_THAT(SoundFileWriter(file("none") / "a.wav", {}, 1).error(),
-              HasSubstr("none: No such file"));
+  EXPECT_TRUE(SoundFileWriter::check("a.wav", {}, 12 * kHour * 48000));
+  EXPECT_TRUE(SoundFileWriter::check("a.w64", {}, 1000 * kHour * 48000));
+  const auto nowhere = SoundFileWriter::create(file("none") / "a.wav", {}, 1);
+  ASSERT_FALSE(nowhere);
+  EXPECT_THAT(nowhere.error().text, HasSubstr("none: No such file"));
   EXPECT_EQ(mFolder.size(), 0U);
 }
 
@@ -194,23 +197,23 @@ TEST_F(SoundFileTest, WhatNoFileCanHoldIsRefusedBeforeOneIsMade) {
 TEST_F(SoundFileTest, ADiskThatFillsUpAnywhereLeavesTheOldFileAndNoOther) {
   const std::vector<float> samples = noise(60000);
   for (const char* name : {"a.wav", "a.w64", "a.flac"}) {
-    ASSERT_EQ(written(file(name), {}, samples), "");
+    ASSERT_TRUE(write(file(name), {}, samples));
     const auto whole = fs::file_size(file(name));
     std::ofstream(file(name)) << "old";
     for (const std::uintmax_t limit : {std::uintmax_t{0}, whole / 3, whole - 1000, whole - 1}) {
       const test::FullDisk disk(limit);
-      EXPECT_EQ(written(file(name), {}, samples),
-                "cannot write " + file(name).string() + ": File too large")
-          << limit;
+      const auto written = write(file(name), {}, samples);
+      ASSERT_FALSE(written) << limit;
+      EXPECT_EQ(written.error().text, "cannot write " + file(name).string() + ": File too large");
       EXPECT_EQ(fileContents(file(name)), "old") << name << ", " << limit;
     }
     {
       const test::FullDisk disk(whole);
-      EXPECT_EQ(written(file(name), {}, samples), "");
+      EXPECT_TRUE(write(file(name), {}, samples));
     }
     std::ofstream(file(name)) << "old";
-    SoundFileWriter unfinished(file(name), {}, 60000);
-    EXPECT_EQ(unfinished.write(samples), "");
+    const auto unfinished = SoundFileWriter::create(file(name), {}, 60000).value();
+    EXPECT_TRUE(unfinished->write(samples));
   }
   EXPECT_EQ(fileContents(file("a.flac")), "old");
   EXPECT_EQ(mFolder.size(), 3U);
@@ -220,8 +223,8 @@ TEST_F(SoundFileTest, DamagedFilesAreReadUpToTheDamageAndToldOfInOneLine) {
   std::string floats(8 * 900, '\0');
   floats.replace(8 * 800 + 4, 4, little(0x7FC00000, 4));  // no number
 
-  EXPECT_EQ(written(file("whole.flac"), {}, noise(20000)), "");
-  EXPECT_EQ(written(file("whole.w64"), {}, noise(20000)), "");
+  EXPECT_TRUE(write(file("whole.flac"), {}, noise(20000)));
+  EXPECT_TRUE(write(file("whole.w64"), {}, noise(20000)));
   const std::string flac = fileContents(file("whole.flac"));
   const std::string w64 = fileContents(file("whole.w64"));
   struct Case {
@@ -231,7 +234,8 @@ TEST_F(SoundFileTest, DamagedFilesAreReadUpToTheDamageAndToldOfInOneLine) {
     const char* told;
   };
   const Case cases[] = {
-      {"text.wav", "This is no sound, whatever its name may say of it.", 0, "no sound file"},
+      {"text.wav", "This is no sound, whatever its name may say of it.", 0,
+       "not a sound file, or damaged ("},
       {"empty.wav", "", 0, "it is empty"},
       {"head.wav", Wav().bytes().substr(0, 20), 0, "damaged"},
       {"many.wav", Wav{.channels = 200}.bytes(), 0, "200 channels (1 to 64 can be read)"},
@@ -243,30 +247,34 @@ TEST_F(SoundFileTest, DamagedFilesAreReadUpToTheDamageAndToldOfInOneLine) {
       {"recording.wav", Wav{.more = 0xFFFFFFFF - 2000}.bytes(), 1000, ""},
       {"nothing.wav", Wav{.data = ""}.bytes(), 0, ""},
       {"nan.wav", Wav{.tag = 3, .channels = 2, .bits = 32, .data = floats}.bytes(), 1600,
-       "no number at sample 800 of channel 2"},
+       "not a number at sample 800 of channel 2"},
       {"cut.w64", w64.substr(0, w64.size() - 10000), 15000, "cut off at sample 15000, 10000"},
       {"whole2.w64", w64, 20000, ""},
       {"cut.flac", flac.substr(0, flac.size() / 2), 8000, "at sample "},
       {"au.wav", ".snd" + std::string("\0\0\0\x18\0\0\0\x04\0\0\0\x03\0\0\xBB\x80\0\0\0\1abcd", 24),
-       0, "no WAV, W64 or FLAC"},
+       0, "not a WAV, W64 or FLAC"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    SoundFileReader reader(fileOf(c.name, c.bytes));
-    const Sound sound = readAll(reader);
+    const auto reader = SoundFileReader::open(fileOf(c.name, c.bytes));
+    const Sound sound = reader ? readAll(**reader) : Sound{{}, reader.error()};
+    const std::string error = sound.error ? sound.error->text : "";
     // Where a block of FLAC ends, is the encoder's affair.
     const bool isCutInABlock = fs::path(c.name) == "cut.flac";
     EXPECT_NEAR(static_cast<double>(sound.samples.size()), static_cast<double>(c.samples),
                 isCutInABlock ? 4000 : 0);
-    EXPECT_THAT(sound.error, HasSubstr(c.told));
-    EXPECT_EQ(sound.error.empty(), *c.told == 0);
-    EXPECT_TRUE(sound.error.empty() ||
-                sound.error.starts_with("cannot read " + file(c.name).string() + ": "));
-    EXPECT_EQ(sound.error.find('\n'), std::string::npos);
-    EXPECT_EQ(reader.read({}).frames, 0U);
+    EXPECT_THAT(error, HasSubstr(c.told));
+    EXPECT_EQ(error.empty(), *c.told == 0);
+    EXPECT_TRUE(error.empty() || error.starts_with("cannot read " + file(c.name).string() + ": "));
+    EXPECT_EQ(error.find('\n'), std::string::npos);
+    EXPECT_TRUE(!reader || (*reader)->read({}).frames == 0);
   }
-  EXPECT_THAT(SoundFileReader(file("none")).error(), HasSubstr("No such file"));
-  EXPECT_THAT(SoundFileReader(mFolder.path()).error(), HasSubstr("not a regular file"));
+  for (const auto& [path, told] :
+       {std::pair(file("none"), "No such file"), std::pair(mFolder.path(), "not a regular file")}) {
+    const auto reader = SoundFileReader::open(path);
+    ASSERT_FALSE(reader);
+    EXPECT_THAT(reader.error().text, HasSubstr(told));
+  }
 }
 
 }  // namespace
