@@ -88,7 +88,7 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
 
   /// Stops receiving and sending; drops datagrams whose delivery has not begun. The delegate
   /// gets udpSocketDidClose if there was a descriptor. The socket can be bound or connected
-  /// anew.
+  /// again.
   void close();
 
   /// As SocketAddress::host.

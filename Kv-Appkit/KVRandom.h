@@ -10,7 +10,7 @@ namespace velor {
 /// The source of KVRandom; a test installs its own and restores the system's.
 using KVRandomSource = std::uint32_t (*)() noexcept;
 
-inline std::atomic<KVRandomSource>& KVRandomSourceInForce() noexcept {
+inline std::atomic<KVRandomSource>& KVCurrentRandomSource() noexcept {
   static std::atomic<KVRandomSource> source{
       []() noexcept -> std::uint32_t { return arc4random(); }};
   return source;
@@ -19,7 +19,7 @@ inline std::atomic<KVRandomSource>& KVRandomSourceInForce() noexcept {
 /// 32 random bits, from the system's generator, which nobody can foretell. Any
 /// thread. Realtime-safe: no, the generator may ask the kernel.
 inline std::uint32_t KVRandom() noexcept {
-  return KVRandomSourceInForce().load(std::memory_order_relaxed)();
+  return KVCurrentRandomSource().load(std::memory_order_relaxed)();
 }
 
 }  // namespace velor

@@ -25,10 +25,10 @@ enum class KAUnitProperty : std::uint8_t {
   renderCallback,         ///< AURenderCallbackStruct; of an input
   inputCallback,          ///< AURenderCallbackStruct; gets the channels that came in
   nickName,               ///< std::string; what a server calls the ports, from the start on
-  currentDevice,          ///< AudioObjectID; listeners also hear of its loss, return and channels
-  isRunning,              ///< std::uint32_t, 0 or 1
-  channelMap,             ///< AudioChannelMap; of the output's or the input's device
-  enableIO,               ///< std::uint32_t, 0 or 1
+  currentDevice,  ///< AudioObjectID; also reported at its loss, return and change of channels
+  isRunning,      ///< std::uint32_t, 0 or 1
+  channelMap,     ///< AudioChannelMap; of the output's or the input's device
+  enableIO,       ///< std::uint32_t, 0 or 1
   startTimestampsAtZero,  ///< std::uint32_t; 1, as it is at first: times count from the start
   latency,                ///< std::uint32_t; samples
   nominalSampleRate,      ///< double; Hz
@@ -81,7 +81,7 @@ class KAAudioUnit : public std::enable_shared_from_this<KAAudioUnit> {
   /// `offset`: frames into the next cycle; taken as 0.
   void setParameter(KAUnitParameter parameter, KAUnitScope scope, KAUnitElement element,
                     float value, std::uint32_t offset);
-  /// What fills the unit's input; called on a real-time thread while it runs.
+  /// Fills the unit's input; called on a real-time thread while it runs.
   void setInputRenderCallback(audio::AURenderCallback callback, void* refCon, KAUnitElement bus);
 
   audio::AudioStreamBasicDescription getStreamDescription(KAUnitScope scope,
@@ -103,7 +103,7 @@ class KAAudioUnit : public std::enable_shared_from_this<KAAudioUnit> {
 
   /// Takes the signal from `source`, which outlives the cycles of this unit. Not while it runs.
   void connect(KAAudioUnit& source) noexcept { mSource = &source; }
-  /// What `render` gives; without channels for a unit that ends a graph.
+  /// Format of what `render` gives; without channels for a unit that ends a graph.
   virtual audio::AudioStreamBasicDescription outputFormat() const { return {}; }
   /// Fills the channels, each `frames` long. A real-time callback alone.
   virtual audio::OSStatus render(const host::RealtimeContext& realtime,

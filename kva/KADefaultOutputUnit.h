@@ -85,7 +85,7 @@ class KADefaultOutputUnit : public KAAudioUnit, private audio::AudioDeviceListen
   std::string mName = "Velor";
   std::array<Direction, 2> mDirections;
 
-  // What a change while running is picked up from.
+  // The cycles pick up a change here while the unit runs.
   host::LatestValue<audio::AURenderCallbackStruct> mInputCallback;
   host::LatestValue<audio::AURenderCallbackStruct> mRenderCallback;
   std::atomic<double> mSampleRate{0};

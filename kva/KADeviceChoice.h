@@ -19,19 +19,19 @@ inline constexpr const char* KADeviceChoiceNotification = "KADeviceChoiceNotific
 /// what is meant for one device must not come out of another in the middle of a run. Where
 /// nothing was chosen, the first default device is.
 ///
-/// Main queue. Nothing here raises but what is told to: failures are logged.
+/// Main queue. Only operations that say so raise: other failures are logged.
 class KADeviceChoice {
  public:
   using Device = std::shared_ptr<KAHALAudioDevice>;
   /// Takes the device into use. KVException where that fails, with nothing in use.
   using Use = std::function<void(const Device& device)>;
 
-  /// `scope`: of input or output, in which the device needs channels. `doing`: what people
-  /// are told that LTC does with it, such as "plays on".
+  /// `scope`: of input or output, in which the device needs channels. `doing`: the words
+  /// of messages for what LTC does with it, such as "plays on".
   KADeviceChoice(audio::AudioDirection scope, const char* doing) noexcept
       : mScope(scope), mDoing(doing) {}
 
-  /// By the UID, of a device that may be away; empty for none.
+  /// By the UID, of a device that may be missing; empty for none.
   void choose(std::string uid);
   const std::string& chosenUID() const noexcept { return mChosenUID; }
   /// The device in use; empty while there is none.
@@ -39,7 +39,7 @@ class KADeviceChoice {
   /// It may be missing now, and is used again when it returns.
   bool isChosenInUse() const noexcept { return !mUsedUID.empty() && mUsedUID == mChosenUID; }
 
-  /// Chooses the device and takes it into use; null is none, of which `use` is told, too.
+  /// Chooses the device and takes it into use; null is none, and `use` is called for it, too.
   /// Raises what `use` raises, with none in use then, and before that KVException where
   /// the device is unknown.
   void take(const Device& device, const Use& use);
@@ -64,7 +64,7 @@ class KADeviceChoice {
   std::string mChosenUID;
   std::string mUsedUID;
   bool mWasChosenUsed = false;
-  std::string mTold;  // the sentence about its absence that was told last
+  std::string mTold;  // the last reported sentence about its absence
 };
 
 }  // namespace velor

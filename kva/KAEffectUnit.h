@@ -12,7 +12,7 @@ namespace velor {
 
 /// A unit within a graph, from its input 0 to its output 0: the converter, which hands on
 /// what its source or its render callback gives, and the low-pass of the second order
-/// behind it. Formats of both sides are the same from `initialize` on; input takes that of
+/// after it. Formats of both sides are the same from `initialize` on; input takes that of
 /// the source, and output that of the input unless it was set.
 class KAEffectUnit final : public KAAudioUnit {
  public:

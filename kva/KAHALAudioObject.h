@@ -6,7 +6,7 @@
 
 namespace velor {
 
-/// An object of the audio service in force: the system or a device.
+/// An object of the current audio service: the system or a device.
 ///
 /// The classes of this folder raise KVException "err" where the service fails:
 /// "Error: ", the method and the status. Any thread. Realtime-safe: no.

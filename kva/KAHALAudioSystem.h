@@ -13,7 +13,7 @@
 
 namespace velor {
 
-/// The audio service in force as an object: the devices that are there now, the
+/// The current audio service as an object: the devices that are there now, the
 /// default ones first.
 ///
 /// Observable: "audioDevices", "defaultInputDevice", "defaultOutputDevice" and
@@ -24,7 +24,7 @@ class KAHALAudioSystem final : public KAHALAudioObject,
  public:
   using Devices = std::vector<std::shared_ptr<KAHALAudioDevice>>;
 
-  /// Made at first use, by the main thread, with a service in force. Ends with
+  /// Made at first use, by the main thread, with a current service. Ends with
   /// KVSharedInstances::clear, on the main thread and before the service.
   static KAHALAudioSystem& defaultSystem();
 

@@ -382,7 +382,7 @@ void SimulatedHost::advance(std::uint64_t duration) {
   const std::uint64_t target = scheduler.now + duration;
   while (queue.drainUntil(target)) {
   }
-  // What is due now, and what follows from it.
+  // Jobs that are due now, and jobs that follow from them.
   while (queue.drainUntil(scheduler.now) || scheduler.anythingDue()) {
     if (scheduler.anythingDue()) {
       scheduler.block(scheduler.now);

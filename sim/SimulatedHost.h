@@ -32,7 +32,7 @@ class SimulatedHost final : public Host {
   /// Lets everything run that can without time going by.
   void settle() { advance(0); }
 
-  /// What the wall clock shows now; it goes on with simulated time. UTC, 00:00:00 on the
+  /// Sets the wall clock; it goes on with simulated time. UTC, 00:00:00 on the
   /// first day of 1970 when the host is made.
   void setWallClock(timeval now);
 

@@ -45,7 +45,7 @@ class SimulatedUDPNetwork final : public UDPNetwork {
   /// A datagram from anywhere reaches this machine; false when no socket takes it.
   bool arrive(const SocketAddress& from, const SocketAddress& to,
               std::span<const std::uint8_t> data);
-  /// What was sent to other machines since the last call, in order.
+  /// The datagrams sent to other machines since the last call, in order.
   std::vector<Datagram> takeSent();
   /// Has the call after the next `after` ones of its kind fail with this errno.
   void failNext(Call call, int errorNumber, unsigned after = 0);

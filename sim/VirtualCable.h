@@ -23,7 +23,7 @@ class VirtualCable final : public VirtualAudioDevice::Cable {
   /// of the writing device's cycles, and than a sample.
   VirtualCable(const VirtualAudioDevice& source, std::uint64_t delay);
 
-  /// What lies between these frames and the ones before is silence.
+  /// Between these frames and the ones before there is silence.
   void write(std::int64_t position, std::uint32_t frames,
              std::span<float* const> channels) noexcept override;
 

@@ -12,7 +12,7 @@ struct VLAlerts {
   /// The source sends another format than that of the clock; both by name.
   static VLAlert wrongFormat(const std::string& source, const std::string& received,
                              const std::string& current);
-  /// What is sent to the destination comes back by the source.
+  /// MTC sent to the destination returns by the source.
   static VLAlert mtcLoop(const std::string& source, const std::string& destination);
   static VLAlert devicesAreRunning();
 };

@@ -53,7 +53,7 @@ class VLAppDelegate final : public KVObservable,
   static constexpr std::string_view kFileType = "velor";
   enum class TerminateReply { now, later };
 
-  /// The services, the network and discovery must be in force. Nothing is done yet.
+  /// The current services, network and discovery must exist. Nothing is done yet.
   VLAppDelegate(std::shared_ptr<VLMainWindowOutlet> mainWindow,
                 std::shared_ptr<VLTimecodeViewOutlet> counters, store::ApplicationFolders folders);
   ~VLAppDelegate() override;

@@ -33,7 +33,7 @@ class VLMainWindowOutlet {
     Tint tint = Tint::none;
     bool operator==(const Image&) const = default;
   };
-  /// Whoever picks an entry wants its tag in force.
+  /// Called with the tag of the entry that the user picks.
   using Chosen = std::function<void(std::uint64_t tag)>;
   /// Empty when the user has cancelled.
   using FileChosen = std::function<void(const std::filesystem::path& path)>;

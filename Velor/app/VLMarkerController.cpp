@@ -19,7 +19,7 @@ namespace {
 constexpr std::string_view kArrangedKey = "arrangedObjects";
 constexpr std::string_view kSelectionKey = "selectionIndexes";
 
-// What a marker is sorted by, read once, and the marker.
+// A marker and the values that it is sorted by, read once.
 struct Place {
   explicit Place(const std::shared_ptr<VLMarker>& object)
       : seconds(object->isValid() ? ltc_seconds_from_smpte_time(object->time()->timeStamp())

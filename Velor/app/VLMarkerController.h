@@ -14,15 +14,15 @@
 
 namespace velor {
 
-/// A list of markers as a table shows it: sorted, with a selection, and sorted anew
+/// A list of markers as a table shows it: sorted, with a selection, and sorted again
 /// whenever a marker is edited.
 ///
 /// The order is by time, then name, then the place in the list. Times of different
-/// formats stand in the order of their seconds; those that are not known stand behind,
+/// formats stand in the order of their seconds; those that are not known come last,
 /// by name.
 ///
 /// Observable: arrangedObjects, at each rearranging; selectionIndexes, when they change.
-/// Both are as they will be when the first of them is told.
+/// Both have their new values when the first of them is reported.
 ///
 /// Main queue. Realtime-safe: no.
 class VLMarkerController final : public KVObservable {
@@ -37,7 +37,7 @@ class VLMarkerController final : public KVObservable {
 
   const Markers& arrangedObjects() const noexcept { return mArrangedObjects; }
 
-  /// Sorts anew: after changes inside the times, which markers do not announce.
+  /// Sorts again: after changes inside the times, which markers do not announce.
   void rearrangeObjects();
 
   /// To be called after each change of the list. What is selected stays so, unless it

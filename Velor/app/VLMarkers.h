@@ -31,7 +31,7 @@ class VLMarkers final : public KVObservable, public VLMarkerList {
   const Markers& markers() const noexcept override { return mMarkers; }
   void insertMarkers(const Markers& markers, const std::set<std::size_t>& indexes) override;
   void removeMarkersAtIndexes(const std::set<std::size_t>& indexes) override;
-  /// Another list, which is no step of the user's.
+  /// Replaces the list; the user cannot undo it.
   void setMarkers(Markers markers);
 
   /// At this time, if none is there.

@@ -144,7 +144,7 @@ Expected<VLOSCOptions::Target> VLOSCTargetFromText(const std::string& text) {
   if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
     host = host.substr(1, host.size() - 2);
   } else if (host.find(':') != std::string::npos) {
-    host.clear();  // which of its colons is the last could not be told
+    host.clear();  // its last colon could belong to the address
   }
   if (host.empty() || digits.empty() ||
       digits.find_first_not_of("0123456789") != std::string::npos) {

@@ -44,7 +44,7 @@ class VLTransport {
   void setType(std::uint32_t format);
 
  private:
-  // What a play changed.
+  // The values that a play changed.
   struct StateBeforeStart {
     std::shared_ptr<KVMIDIEndpoint> syncSource;  // null: there was none
     bool armed;

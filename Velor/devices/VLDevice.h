@@ -33,13 +33,13 @@ class VLDevice : public store::KeyedCoding {
  public:
   static constexpr std::string_view kClassName = "VLDevice";
 
-  /// What the device has under the key, of the type that the key stands for; empty
-  /// where it has nothing.
+  /// The value under the key, of the type that the key stands for; empty if the device
+  /// has none.
   virtual std::any getPropertyForKey(std::string_view key) const = 0;
   /// Keys that the device does not know are ignored.
   virtual void setProperty(std::any value, std::string_view key) = 0;
 
-  /// For people. None where the device has lost what it stands for.
+  /// For people. None if the device's endpoint is gone.
   virtual std::optional<std::string> name() const = 0;
   /// The same in every run.
   virtual std::optional<std::string> uuid() const = 0;
@@ -49,7 +49,7 @@ class VLDevice : public store::KeyedCoding {
   virtual std::uint32_t deviceStatus() const = 0;
 
   /// Makes what a device that was read from an archive needs of the system: its endpoint,
-  /// its audio device. Until then it is only what was stored, and nobody hears of it. Once.
+  /// its audio device. Until then it holds stored values only, and nothing is reported. Once.
   /// Raises KVException "err" where a service fails.
   virtual void open() {}
 

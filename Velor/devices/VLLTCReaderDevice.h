@@ -29,7 +29,7 @@ inline constexpr std::uint32_t kVLDeviceTypeLTCReader = KVFourCC("ltcr");
 /// "audioObjectId", "channel" and "channelNames", which follow what becomes of devices;
 /// "freewheelTime" and "conditionsInput".
 ///
-/// Main queue, unless told otherwise. Made and ended there.
+/// Main queue, unless stated otherwise. Made and ended there.
 class VLLTCReaderDevice final : public VLReaderDevice,
                                 public KVObservable,
                                 public std::enable_shared_from_this<VLLTCReaderDevice> {

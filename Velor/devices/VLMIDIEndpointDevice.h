@@ -43,7 +43,7 @@ class VLMIDIEndpointDevice : public VLDevice {
   void setEndpoint(std::shared_ptr<KVMIDIEndpoint> endpoint) {
     mEndpoint.store(std::move(endpoint));
   }
-  /// What a class derived from this one reads of its own endpoint.
+  /// Reads the endpoint from an archive, for derived classes.
   static std::shared_ptr<KVMIDIEndpoint> decodedEndpoint(store::KeyedUnarchiver& coder);
 
  private:

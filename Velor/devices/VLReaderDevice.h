@@ -5,7 +5,7 @@
 
 namespace velor {
 
-/// What reads timecode and sends it on, from the MIDI source that is its endpoint.
+/// Reads timecode and sends it on from the MIDI source that is its endpoint.
 class VLReaderDevice : public VLMIDIEndpointDevice {
  public:
   static constexpr std::string_view kClassName = "VLReaderDevice";

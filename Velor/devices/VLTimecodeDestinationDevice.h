@@ -55,7 +55,7 @@ class VLTimecodeDestinationDevice : public VLDevice {
 
  protected:
   explicit VLTimecodeDestinationDevice(std::shared_ptr<VLDevice> device);
-  /// What a class derived from this one reads of its switch and its device.
+  /// Reads the switch and the device from an archive, for derived classes.
   void decodeBase(store::KeyedUnarchiver& coder);
   void setDevice(std::shared_ptr<VLDevice> device) { _device.store(std::move(device)); }
 

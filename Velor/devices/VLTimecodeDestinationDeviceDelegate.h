@@ -5,7 +5,7 @@ namespace velor {
 
 class VLTimecodeDestinationDevice;
 
-/// Who makes a destination's switch take effect.
+/// Makes a destination's switch take effect.
 class VLTimecodeDestinationDeviceDelegate {
  public:
   virtual ~VLTimecodeDestinationDeviceDelegate() = default;

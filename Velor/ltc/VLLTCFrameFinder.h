@@ -43,7 +43,7 @@ struct VLLTCBits {
 class VLLTCFrameFinder {
  public:
   std::optional<VLLTCBits> push(const VLLTCHalfBit& halfBit);
-  /// The signal ends: a frame in reverse otherwise comes with the half bit behind it.
+  /// The signal ends: a frame in reverse otherwise comes with the half bit after it.
   std::optional<VLLTCBits> finish() const;
 
  private:

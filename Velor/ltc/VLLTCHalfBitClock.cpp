@@ -183,7 +183,7 @@ void VLLTCHalfBitClock::interpolate() {
   }
 }
 
-// The mean is that of as much signal before the sample as behind it, which takes out hum
+// The mean is that of as much signal before the sample as after it, which takes out hum
 // too and moves no edge.
 void VLLTCHalfBitClock::removeMean(float sample) {
   ++mRawStep;
@@ -422,7 +422,7 @@ bool VLLTCHalfBitClock::fit(double length) {
 }
 
 double VLLTCHalfBitClock::sumTo(double place) const {
-  // A sample reaches from half a step before its place to half a step behind it.
+  // A sample reaches from half a step before its place to half a step after it.
   const double at = place - 0.5;
   const double whole = std::floor(at);
   const auto last = static_cast<std::int64_t>(mStep);

@@ -287,10 +287,10 @@ void VLLTCReader::auPropertyListener(void* refCon, KAUnitProperty property) {
   });
 }
 
-// What fits is left alone: the making of the input itself may be what was told. The input
+// An input that fits is left alone: making it may itself have caused the report. The input
 // follows a device that goes and returns, and its channels, by itself.
 void VLLTCReader::devicesChanged() {
-  if (isInputInForce()) {
+  if (isInputCurrent()) {
     followDevice();
     return;
   }
@@ -305,7 +305,7 @@ void VLLTCReader::devicesChanged() {
   }
 }
 
-bool VLLTCReader::isInputInForce() {
+bool VLLTCReader::isInputCurrent() {
   try {
     return !mChoice.needsSettling() && mInputUnit != nullptr &&
            mInputUnit->getStreamDescription(KAUnitScope::input, kInputElement).mSampleRate ==
@@ -336,7 +336,7 @@ void VLLTCReader::followDevice() {
       mChannelNames = std::move(names);
     }
   } catch (const KVException& exception) {
-    VELOR_LOG_WARNING("%s", exception.what());  // gone meanwhile, which will be told
+    VELOR_LOG_WARNING("%s", exception.what());  // gone meanwhile, which will be reported
   }
 }
 

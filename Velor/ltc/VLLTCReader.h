@@ -38,7 +38,7 @@ using LTCReaderCallback = void (*)(const host::RealtimeContext& realtime, const 
 /// Observable, on the main queue: "audioDeviceId", and with it the channel; and
 /// "conditionsInput".
 ///
-/// Main queue, unless told otherwise. Failures of the audio service are logged; the
+/// Main queue, unless stated otherwise. Failures of the audio service are logged; the
 /// reader is silent then, and tries again when devices change.
 class VLLTCReader final : public KVObservable,
                           public store::KeyedCoding,
@@ -51,7 +51,7 @@ class VLLTCReader final : public KVObservable,
   static constexpr std::string_view kChannelKey = "inputChannel";
   static constexpr std::string_view kConditionKey = "conditionInput";  // written when it is on
 
-  /// What a cycle gives beside the statuses of the audio service.
+  /// A cycle's result that is not a status of the audio service.
   static constexpr audio::OSStatus kNotSetUp = -7;
 
   /// A channel that no device has: nothing is read.
@@ -74,8 +74,8 @@ class VLLTCReader final : public KVObservable,
 
   /// The device that it listens to now; 0 while there is none. Any thread.
   audio::AudioObjectID audioDeviceId() const noexcept { return mAudioDeviceId.load(); }
-  /// Chooses a device, in force when this returns. One that is not there or has no
-  /// inputs is refused, with a warning; the channel is the first in any case.
+  /// Chooses a device; the reader uses it when this returns. A device that is missing or has
+  /// no inputs is refused, with a warning; the channel is the first in any case.
   void setAudioDeviceId(audio::AudioObjectID objectID);
 
   /// Whether it listens to the device that was chosen, and not to one that stands in.
@@ -92,7 +92,7 @@ class VLLTCReader final : public KVObservable,
   void setConditionsInput(bool conditions);
 
   /// Null removes it; the one before may be called once more then, unless the reader
-  /// has been stopped. The rate is measured anew. One thread at a time.
+  /// has been stopped. The rate is measured again. One thread at a time.
   void setCallback(LTCReaderCallback callback, void* refCon) noexcept;
 
   void setNickName(std::string nickName);
@@ -129,7 +129,7 @@ class VLLTCReader final : public KVObservable,
   void giveNickName(KAHALDeviceOutputUnit& unit) const;
   bool makeDecoder(double sampleRate);
   void disposeGraph();
-  bool isInputInForce();
+  bool isInputCurrent();
   void devicesChanged();
   void followDevice();
   void mapChannel(KAHALDeviceOutputUnit& unit) const;

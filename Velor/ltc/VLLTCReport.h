@@ -13,7 +13,7 @@
 
 namespace velor {
 
-/// What VLLTCAnalysis measured. Levels are parts of full scale, times are seconds.
+/// The measurements of VLLTCAnalysis. Levels are parts of full scale, times are seconds.
 struct VLLTCReport {
   static constexpr std::size_t kListed = 1000;  // events, changes of user bits
 
@@ -55,7 +55,7 @@ struct VLLTCReport {
   double peak = 0;
   std::uint64_t frames = 0;
   std::uint64_t reverseFrames = 0;
-  // What follows is measured only where there are frames.
+  // The following are measured only where there are frames.
   double begin = 0;
   SMPTETime first{};
   SMPTETime last{};

@@ -14,7 +14,7 @@
 
 namespace velor {
 
-/// What VLMTCAnalysis measured; times are seconds, places are from the first message on.
+/// The measurements of VLMTCAnalysis; times are seconds, places are from the first message on.
 struct VLMTCReport {
   static constexpr std::size_t kListed = 1000;  // events
 

@@ -6,7 +6,7 @@
 
 namespace velor {
 
-/// What `velor analyse` is asked for: one of `file`, `live` and `mtc`.
+/// The options of `velor analyse`, checked: one of `file`, `live` and `mtc`.
 struct VLAnalyseOptions {
   std::optional<std::string> file;
   int channel = 1;                  // of the file, from 1 on

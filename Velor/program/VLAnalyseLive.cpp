@@ -20,9 +20,9 @@
 #include "Velor/program/VLAnalyseOutput.h"
 #include "Velor/program/VLAnalysisText.h"
 #include "Velor/program/VLAudioDevices.h"
+#include "Velor/program/VLCurrentServices.h"
 #include "Velor/program/VLMTCAnalysisText.h"
 #include "Velor/program/VLPortNames.h"
-#include "Velor/program/VLServicesInForce.h"
 #include "Velor/program/VLStopSignals.h"
 #include "kva/KAHALDeviceOutputUnit.h"
 #include "kva/MIDI/KVMIDICore.h"
@@ -225,7 +225,7 @@ int analysePort(const VLAnalyseOptions& options) {
 }  // namespace
 
 int VLAnalyseLiveRun(const VLAnalyseOptions& options) {
-  const VLServicesInForce services;
+  const VLCurrentServices services;
   try {
     return options.live ? analyseInput(options) : analysePort(options);
   } catch (const KVException& exception) {

@@ -12,7 +12,7 @@
 
 namespace velor {
 
-/// What `velor analyse` ends with.
+/// The end of `velor analyse`.
 struct VLAnalyseOutput {
   static int fail(const std::string& error, int status) {
     std::fprintf(stderr, "velor: analyse: %s\n", store::printable(error).c_str());

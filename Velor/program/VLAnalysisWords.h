@@ -14,7 +14,7 @@
 
 namespace velor {
 
-/// What the texts of reports have in common.
+/// Words that the texts of reports share.
 struct VLAnalysisWords {
   /// As printf; long ones are cut.
   template <class... Values>

@@ -96,7 +96,7 @@ class Tally {
 };
 
 // Gives the decoder the samples from one crossing of zero to the next, so that it is
-// known at which one a frame has ended when it is told.
+// known at which one a frame has ended when it is reported.
 class PlainReading {
  public:
   PlainReading(double sampleRate, Tally& tally) : mSampleRate(sampleRate), mTally(tally) {
@@ -104,7 +104,7 @@ class PlainReading {
     mIsThere = ltc_decoder_create(mDecoder) == 0 &&
                ltc_decoder_init(mDecoder, static_cast<std::uint64_t>(sampleRate), sampleRate,
                                 kStartRate) == 0 &&
-               ltc_decoder_set_callback(*mDecoder, &PlainReading::told, this) == 0;
+               ltc_decoder_set_callback(*mDecoder, &PlainReading::frameRead, this) == 0;
   }
   ~PlainReading() { ltc_decoder_dispose(mDecoder); }
   PlainReading(const PlainReading&) = delete;
@@ -134,9 +134,9 @@ class PlainReading {
   }
 
  private:
-  // Takes the sample before `next`. A single zero inside a signal is no side of it: an
-  // encoder puts it where a change falls on it, or into the middle of a bit, where the
-  // decoder, which has but two sides, would take it for two changes.
+  // Takes the sample before `next`. A single zero inside a signal has no sign: an
+  // encoder writes it where a change falls on the sample, or into the middle of a bit, where
+  // the decoder, which knows two signs only, would take it for two changes.
   void settle(float next) { append(mLast == 0 && next != 0 ? mBefore : mLast); }
 
   void append(float sample) {
@@ -159,8 +159,8 @@ class PlainReading {
     mRun.clear();
   }
 
-  static void told(const SMPTETime& time, const std::uint8_t* userBits, void* refCon,
-                   std::uint64_t hostTime, double fps) {
+  static void frameRead(const SMPTETime& time, const std::uint8_t* userBits, void* refCon,
+                        std::uint64_t hostTime, double fps) {
     static_cast<PlainReading*>(refCon)->take(time, userBits, hostTime, fps);
   }
 

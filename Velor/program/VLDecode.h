@@ -16,7 +16,7 @@
 
 namespace velor {
 
-/// What `velor decode` is asked for.
+/// The options of `velor decode`, checked.
 struct VLDecodeOptions {
   enum class Form : std::uint8_t { text, csv, json };
 
@@ -35,7 +35,7 @@ struct VLDecodedFrame {
   bool isReverse = false;  ///< played backwards: its last bit comes first
 };
 
-/// What can be said of all frames together.
+/// Totals of all frames.
 struct VLDecodeSummary {
   static constexpr std::size_t kGapsListed = 100;
 

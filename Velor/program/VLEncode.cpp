@@ -91,7 +91,7 @@ class Signal {
     }
     const auto samples = std::span(mSamples).first(mSamples.size() - 1);
     mLowPass.process(mCoefficients, samples);
-    // What swings over behind an edge would else be louder than asked for, and clip.
+    // The overshoot after an edge would otherwise be louder than the level, and clip.
     for (float& sample : samples) {
       sample = std::clamp(sample, -mOptions.level, mOptions.level);
     }
@@ -160,7 +160,7 @@ int VLEncodeRun(const VLEncodeOptions& options) {
     return fail(options.file + " exists; --force replaces it");
   }
   VLStopSignalsInstall([](int) { gIsStopped = 1; });
-  // A file that may not grow further is told of as a full disk is.
+  // A file that may not grow further is reported as a full disk is.
   std::signal(SIGXFSZ, SIG_IGN);
   Expected<> written;
   {

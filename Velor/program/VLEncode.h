@@ -15,8 +15,8 @@ namespace velor {
 
 /// The options of `velor encode`, checked.
 struct VLEncodeOptions {
-  /// Samples a second; with fewer, half a bit and a whole one can no longer be told
-  /// apart in all formats.
+  /// Samples a second; with fewer, half a bit and a whole one cannot be
+  /// distinguished in all formats.
   static constexpr int kMinSampleRate = 11025;
 
   std::string file;
@@ -36,13 +36,13 @@ std::int64_t VLEncodeLength(const VLEncodeOptions& options);
 /// sample above the level. A frame begins at the sample that is nearest to its time, however long
 /// it goes on, and the last one ends with the duration, whole or not.
 ///
-/// `progress` is told the part that is done, 0 to 1, now and then; false from it ends
-/// the work. Fails when the file cannot be written.
+/// `progress` gets the part that is done, 0 to 1, now and then; if it returns false the
+/// work ends. Fails when the file cannot be written.
 Expected<> VLEncodeFile(const VLEncodeOptions& options,
                         const std::function<bool(double part)>& progress);
 
-/// The command: tells of errors on standard error, and how far it is. SIGINT, SIGTERM
-/// and SIGHUP leave no file behind. Gives the exit status, 0 or 1. Main thread.
+/// The command: reports errors and its progress on standard error. SIGINT, SIGTERM
+/// and SIGHUP leave no file behind. Returns the exit status, 0 or 1. Main thread.
 int VLEncodeRun(const VLEncodeOptions& options);
 
 }  // namespace velor

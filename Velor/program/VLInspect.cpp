@@ -193,7 +193,7 @@ class Inspecting {
     return objects;
   }
 
-  // Its flags are set anew when it is read.
+  // Its flags are set again when it is read.
   static SMPTETime timeOf(const VLInspectedItem& marker) {
     const auto item = marker.item(VLMarker::kTimeKey);
     if (item == nullptr) {

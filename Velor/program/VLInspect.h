@@ -20,8 +20,8 @@ struct VLInspection {
 /// to be a document.
 Expected<VLInspection> VLInspectDocument(std::string_view document);
 
-/// The command: what the document says on standard output. Gives the exit status: 0, or
-/// 1 when it has problems or is no document, then with a line on standard error. Needs
+/// The command: prints the document's content on standard output. Returns the exit status: 0,
+/// or 1 with a line on standard error if it has problems or is not a document. Needs
 /// neither a host nor a service. Main thread.
 int VLInspectRun(const std::string& file);
 

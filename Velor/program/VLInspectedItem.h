@@ -19,7 +19,7 @@
 
 namespace velor {
 
-/// What an inspection finds beside the values.
+/// The problems that an inspection finds.
 class VLInspectFindings {
  public:
   /// Takes the coder's error as a problem, so that it reads on. False for an error.

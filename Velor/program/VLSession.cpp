@@ -16,9 +16,9 @@
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
 #include "Velor/program/VLAudioDevices.h"
-#include "Velor/program/VLNetworkInForce.h"
+#include "Velor/program/VLCurrentNetwork.h"
+#include "Velor/program/VLCurrentServices.h"
 #include "Velor/program/VLPortNames.h"
-#include "Velor/program/VLServicesInForce.h"
 #include "Velor/program/VLStandardError.h"
 #include "Velor/program/VLStandardOutput.h"
 #include "Velor/program/VLStopSignals.h"
@@ -141,7 +141,7 @@ class VLSession {
 
  private:
   using Reach = SystemUDPNetwork::Reach;
-  using Outside = VLServicesInForce::Outside;
+  using Outside = VLCurrentServices::Outside;
 
   Ended list();
   Ended catchSignals();
@@ -169,8 +169,8 @@ class VLSession {
   const VLMakeFrontEnd& mMakeFrontEnd;
   host::MainQueue& mMainQueue;
   const store::ApplicationFolders mFolders;
-  const VLNetworkInForce mNetwork;  // before the services, with whose end the sockets go
-  const VLServicesInForce mServices;
+  const VLCurrentNetwork mNetwork;  // before the services, with whose end the sockets go
+  const VLCurrentServices mServices;
   std::optional<StopSignals> mSignals;
   std::optional<VLWantedDevices> mDevices;
   std::unique_ptr<VLFrontEnd> mFrontEnd;

@@ -28,7 +28,7 @@ using VLMakeFrontEnd = std::function<std::unique_ptr<VLFrontEnd>(VLWantedDevices
 
 /// Sets the application up as the options say, and runs it until the front end or a signal
 /// (SIGINT, SIGTERM, SIGHUP) ends it. Returns the exit status: 0 done, 1 failed, 2 used
-/// wrongly. Main thread; a host must be in force.
+/// wrongly. Main thread; a host must exist.
 int VLSessionRun(const VLOptions& options, const VLWorld& world, const VLMakeFrontEnd& make);
 
 /// The names of its steps, in the order in which it takes them.

@@ -14,7 +14,7 @@ void VLStandardError::tell(const std::string& text) {
                              ? open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)
                              : -1;
   const std::string line = "velor: " + store::printable(text) + "\n";
-  // Who reads it may have gone, which is no reason to stop the clock.
+  // If the reader has gone the clock goes on.
   static_cast<void>(!write(own >= 0 ? own : STDERR_FILENO, line.data(), line.size()));
 }
 

@@ -11,7 +11,7 @@ struct VLStandardOutput {
   /// reader that has gone.
   static bool hasTaken() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
   static constexpr const char* kRefusal = "cannot write to standard output";
-  /// The exit status: the one given, or 1 when it has not, which is told then.
+  /// The exit status: the given one, or 1 with a message if the output was not written.
   static int end(int status) {
     if (hasTaken()) {
       return status;

@@ -162,7 +162,7 @@ void VLStatusLine::leave() {
 }
 
 bool VLStatusLine::writeOut(const std::string& text) const {
-  // A terminal that has gone is no reason to stop the clock.
+  // If the terminal has gone the clock goes on.
   return write(mOwn >= 0 ? mOwn : STDOUT_FILENO, text.data(), text.size()) ==
          static_cast<ssize_t>(text.size());
 }

@@ -17,13 +17,13 @@ struct VLNamedPort {
   std::string standIn;  ///< the device in use meanwhile; empty: none
 };
 
-/// A generator of LTC: where it was told to play, and how fast the time comes in.
+/// A generator of LTC: where it should play, and how fast the time comes in.
 struct VLLTCOutput {
   VLNamedPort port;
   std::string rate;
 };
 
-/// A reader of LTC: where it was told to listen, and what it reads.
+/// A reader of LTC: where it should listen, and what it reads.
 struct VLLTCInput {
   VLNamedPort port;
   SMPTETime time{};

@@ -65,7 +65,7 @@ class VLWantedDevices {
     std::uint32_t channels;
     std::string port;  // of the device, which moves when others come and go
   };
-  // What an option names: missing until it is found, and then not in use until it is applied.
+  // A device that an option names: missing until it is found, then unused until it is applied.
   template <class Found>
   struct Wanted {
     std::string text;  // as typed

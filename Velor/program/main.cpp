@@ -29,7 +29,7 @@ bool hasDisplay() {
   return isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
 }
 
-// What runs on the host, with its log.
+// Runs `body` with a host and its log.
 int run(const std::function<int()>& body) {
   try {
     std::optional<velor::store::LogFile> log;

@@ -190,7 +190,7 @@ void KVMIDICore::didReceiveMidiNotification(const midi::MIDINotification& notifi
   willChangeValueForKey("sources");
   resyncDeviceList();
   didChangeValueForKey("sources");
-  // Both lists are new by now; observers of this one are told all the same.
+  // Both lists are new by now; observers of this one are notified as well.
   willChangeValueForKey("destinations");
   didChangeValueForKey("destinations");
   KVNotificationCenter::defaultCenter().postOnMainQueue(KVMIDINotification, message);

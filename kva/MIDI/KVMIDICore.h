@@ -67,7 +67,7 @@ class KVMIDICore : public KVObservable {
   /// Messages that tell of no change are ignored. Queue: main.
   void didReceiveMidiNotification(const midi::MIDINotification& notification);
 
-  /// What identifies an endpoint from one refresh to the next: the unique id XOR
+  /// Identifies an endpoint from one refresh to the next: the unique id XOR
   /// the device id, an unknown property counting as 0. None for an endpoint whose
   /// properties cannot be read.
   std::optional<std::int32_t> keyForEndpoint(midi::MIDIEndpointRef endpoint) const;

@@ -13,11 +13,11 @@
 
 namespace velor {
 
-/// One MIDI source or destination of the service in force.
+/// One MIDI source or destination of the current service.
 ///
-/// Any thread may call any operation; there is no lock. What is cached is asked
-/// for once and then stands for the object's life, whatever becomes of the
-/// endpoint. A platform failure raises KVException "err" unless told otherwise.
+/// Any thread may call any operation; there is no lock. Cached values are read
+/// once and then hold for the object's life, whatever happens to the
+/// endpoint. A platform failure raises KVException "err" unless stated otherwise.
 ///
 /// In an archive it is its unique id, by which it is found again in another run,
 /// and the display name that it had.

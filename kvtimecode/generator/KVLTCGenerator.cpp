@@ -196,7 +196,7 @@ void KVLTCGenerator::rebuild() {
 void KVLTCGenerator::devicesChanged() {
   bool fits = false;
   try {
-    fits = isGraphInForce();
+    fits = isGraphCurrent();
   } catch (const KVException& exception) {
     VELOR_LOG_WARNING("%s", exception.what());  // gone while it was asked
   }
@@ -207,7 +207,7 @@ void KVLTCGenerator::devicesChanged() {
   }
 }
 
-bool KVLTCGenerator::isGraphInForce() {
+bool KVLTCGenerator::isGraphCurrent() {
   return !mChoice.needsSettling() && mGraph != nullptr &&
          mGraph->output().sampleRate() == mGraph->sampleRate();
 }

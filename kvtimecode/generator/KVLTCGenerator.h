@@ -131,7 +131,7 @@ class KVLTCGenerator final : public KVObservable,
   static void auPropertyListener(void* refCon, KAUnitProperty property);
   void rebuild();
   void devicesChanged();
-  bool isGraphInForce();
+  bool isGraphCurrent();
   void notePresence();
 
   // Status.

@@ -91,7 +91,7 @@ void AudioService::serverChanged() {
 }
 
 void AudioService::callListeners(std::function<void(AudioDeviceListener&)> call) {
-  // Who listens from now on looks for itself at what is there.
+  // Later listeners look at the devices themselves.
   mQueue.async([this, call = std::move(call), listeners = mListeners] {
     for (AudioDeviceListener* listener : listeners) {
       {

@@ -17,7 +17,7 @@ namespace velor::discovery {
 /// queue; one may come after the activity has ended. The service must outlive its activities.
 ///
 /// The daemon that does the work may be missing, die and return at any time. No activity
-/// fails by that: publications and searches start anew when it returns, and a search
+/// fails by that: publications and searches start again when it returns, and a search
 /// reports everything gone in between.
 class DiscoveryService {
  public:

@@ -12,7 +12,7 @@ namespace velor::discovery {
 /// The strings of a TXT record, each after its length (RFC 6763, section 6.1).
 using DiscoveryTXTData = std::vector<std::uint8_t>;
 
-/// What identifies a service. Type and domain have no dot at the end.
+/// The identity of a service. Type and domain have no dot at the end.
 struct DiscoveryKey {
   std::string name;    ///< 1 to 63 bytes of UTF-8, for people
   std::string type;    ///< "_osc._udp"

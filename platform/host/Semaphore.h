@@ -6,7 +6,7 @@
 namespace velor::host {
 
 /// A counting semaphore: each wait that returns true has taken one signal.
-/// Made by a Host, so that simulated time can stand behind it.
+/// Made by a Host, so that it can run on simulated time.
 class Semaphore {
  public:
   virtual ~Semaphore() = default;

@@ -27,12 +27,12 @@ constexpr std::uint64_t kReconnectDelay = 250 * host::kNsPerMs;
 // One report for all xruns within it.
 constexpr std::uint64_t kXrunDelay = 100 * host::kNsPerMs;
 constexpr std::uint64_t kReportInterval = 5000 * host::kNsPerMs;
-// Fits the limit of every server, also with a number behind it.
+// Fits the limit of every server, also with a number after it.
 constexpr std::size_t kLongestPortName = 200;
 constexpr const char* kOrderKey = "http://jackaudio.org/metadata/order";
 
-// What jack_client_open takes while it looks for a server, and as many for other threads.
-// The library ends the program when it finds none left in some places.
+// Descriptors that jack_client_open takes while it looks for a server, and as many for other
+// threads. The library ends the program when it finds none left in some places.
 constexpr std::size_t kDescriptorsToOpen = 32;
 
 void ignoreMessage(const char*) {}

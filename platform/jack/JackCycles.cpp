@@ -7,7 +7,7 @@ namespace velor::jack {
 namespace {
 
 constexpr std::uint64_t kPoll = 1'000'000;  // ns
-// From the end of a cycle until the server has told its clients that the graph
+// From the end of a cycle until the server has notified its clients that the graph
 // has changed with it, ns.
 constexpr std::uint64_t kTellingDelay = 10'000'000;
 // Others may keep the graph moving without end; the hazard is small after so many looks.

@@ -23,12 +23,12 @@ struct JackCycle {
 };
 
 /// Brings the server's time to host time. jackd counts CLOCK_MONOTONIC_RAW, which
-/// drifts against the host's clock, so that the difference is taken anew in every
+/// drifts against the host's clock, so that the difference is measured in every
 /// cycle and smoothed; its frame counter has 32 bits and wraps after 24.9 hours
 /// at 48 kHz, and is widened to 64.
 class JackTimeBase {
  public:
-  /// What a cycle brings. The server's time lies between two readings of the
+  /// One cycle's reading. The server's time lies between two readings of the
   /// host's.
   struct Reading {
     std::uint32_t frame = 0;    ///< of the cycle's start, wrapping

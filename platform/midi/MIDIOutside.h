@@ -17,7 +17,7 @@ struct ReceiverRef {
   std::uint32_t generation = 0;
 };
 
-/// What an object table offers to the back end behind it.
+/// An object table, as its back end sees it.
 class MIDIInside {
  public:
   virtual ~MIDIInside() = default;
@@ -70,7 +70,7 @@ class MIDIOutside {
   virtual OSStatus send(Named port, Named destination, const MIDIPacketList& packets) = 0;
   /// From a virtual source to whoever listens outside.
   virtual OSStatus received(MIDIEndpointRef source, const MIDIPacketList& packets) = 0;
-  /// What serves the pair goes after the last packet that was sent.
+  /// The pair's resources are freed after the last packet that was sent.
   virtual void endSending(MIDIPortRef port, MIDIEndpointRef destination) = 0;
   /// The output port is disposed of; all that serves it goes.
   virtual void removePort(MIDIPortRef port) = 0;

@@ -38,7 +38,7 @@ class MIDIService {
                                        MIDIReadProc readProc, void* refCon, MIDIPortRef* port) = 0;
   virtual OSStatus MIDIPortDispose(MIDIPortRef port) = 0;
 
-  /// What the source sends comes to the port's read function from now on. A
+  /// From now on the port's read function gets the packets of the source. A
   /// source of the outside that goes and comes back is connected again.
   virtual OSStatus MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRef source,
                                          void* sourceRefCon) = 0;

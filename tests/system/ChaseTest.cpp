@@ -18,8 +18,8 @@
 #include "Kv-Appkit/KVShared.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
+#include "Velor/program/VLCurrentServices.h"
 #include "Velor/program/VLPortNames.h"
-#include "Velor/program/VLServicesInForce.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "kvtimecode/ltc_utils.h"
 #include "platform/host/SystemHost.h"
@@ -66,7 +66,7 @@ class Chase : public testing::Test {
   explicit Chase(int period = 128) : mServer(period) {
     makeClients();
     mHost = std::make_unique<host::SystemHost>();
-    mService = std::make_unique<VLServicesInForce>();
+    mService = std::make_unique<VLCurrentServices>();
     VLDeviceManager::sharedManager();
     clock().setDelegate(mReports);
   }
@@ -143,7 +143,7 @@ class Chase : public testing::Test {
   std::unique_ptr<JackPeer> mRecorder;
   std::unique_ptr<JackPeer> mSender;
   std::unique_ptr<host::SystemHost> mHost;
-  std::unique_ptr<VLServicesInForce> mService;
+  std::unique_ptr<VLCurrentServices> mService;
   const std::shared_ptr<Reports> mReports = std::make_shared<Reports>();
 };
 

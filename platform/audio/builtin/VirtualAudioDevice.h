@@ -56,7 +56,7 @@ class VirtualAudioDevice {
     /// latency included.
     virtual void write(std::int64_t position, std::uint32_t frames,
                        std::span<float* const> channels) noexcept = 0;
-    /// What comes in from the host time `hostTime` on, a sample every 1/`rate` s.
+    /// The sound that comes in from the host time `hostTime` on, a sample every 1/`rate` s.
     virtual void read(std::uint64_t hostTime, double rate, std::uint32_t frames,
                       std::span<float* const> channels) const noexcept = 0;
   };

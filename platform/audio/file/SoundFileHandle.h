@@ -21,10 +21,10 @@ class SoundFileHandle {
 
   /// Null when the library refused it, or after `close`.
   SNDFILE* get() const noexcept { return mFile; }
-  /// Writes what is left to be written; `failure` tells how that went.
+  /// Writes what is left to be written; `failure` then has the outcome.
   void close() noexcept;
-  /// What went wrong first for the system, else for the library, for people; empty:
-  /// all is well.
+  /// The first failure, of the system or else of the library, for people; empty if there
+  /// was none.
   std::string failure() const;
 
  private:

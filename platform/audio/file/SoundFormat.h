@@ -8,7 +8,7 @@ namespace velor::audio {
 /// How a sample lies in a file.
 enum class SampleEncoding : std::uint8_t { int16, int24, float32 };
 
-/// What a sound file holds. What lies outside the ranges is taken for a damaged header.
+/// The format of a sound file. Values outside the ranges mean a damaged header.
 struct SoundFormat {
   static constexpr int kMinSampleRate = 8000;
   static constexpr int kMaxSampleRate = 768000;

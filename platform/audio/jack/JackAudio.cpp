@@ -129,7 +129,7 @@ void JackAudio::addPort(Devices& devices, const std::string& fullName, jack_port
   const auto flags = static_cast<unsigned long>(library.jack_port_flags(port));
   const std::size_t colon = fullName.find(':');
   const bool isPhysical = (flags & JackPortIsPhysical) != 0;
-  // What a client puts out comes in to us.
+  // A client's outputs are our inputs.
   const bool isInput = (flags & JackPortIsOutput) != 0;
   // PipeWire gives each sink outputs that repeat what is played there.
   if (colon == std::string::npos ||
@@ -236,7 +236,7 @@ void JackAudio::rescan(const std::set<std::string>& renewed) {
     }
     stream->setLatency(device.description.side(stream->direction()).latency);
     for (jack::JackPort* port : stream->ports()) {
-      // One that is registered anew has lost its connections.
+      // A port that is registered again has lost its connections.
       if (renewed.contains(port->peer)) {
         mJack->connectPeer(*port);
       }

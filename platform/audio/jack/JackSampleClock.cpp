@@ -7,7 +7,7 @@ namespace velor::audio {
 namespace {
 
 constexpr double kNsPerSecond = 1e9;
-// What is measured over less is no better than the nominal rate.
+// A measurement over less time is not better than the nominal rate.
 constexpr std::uint64_t kShortestMeasure = 1'000'000'000;
 constexpr std::uint64_t kMarkInterval = 10'000'000'000;
 // No crystal is further off; the count has jumped then.

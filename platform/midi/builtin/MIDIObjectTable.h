@@ -83,7 +83,7 @@ class MIDIObjectTable final : public MIDIService, private MIDIInside {
 
   // Both under mMutex.
   OSStatus createPort(MIDIClientRef client, Type type, const std::string& name, MIDIPortRef* port);
-  // Clients are told once of all that happens until the main queue gets to it.
+  // Clients get one report of all that happens until the main queue runs it.
   void notify(MIDINotificationMessageID message);
 
   // On the main queue; these take the lock, and call without it.

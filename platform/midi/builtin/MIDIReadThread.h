@@ -20,11 +20,11 @@ class MIDIReadThread {
  public:
   /// Receivers that can exist at once.
   static constexpr std::uint32_t kReceivers = 256;
-  /// Packets that can wait at once, for their time or to be taken up.
+  /// Packets that can wait at once, for their time or to be read.
   static constexpr std::uint32_t kPackets = 2048;
 
   MIDIReadThread();
-  /// What waits for its time is dropped.
+  /// Drops the packets that wait for their time.
   ~MIDIReadThread();
   MIDIReadThread(const MIDIReadThread&) = delete;
   MIDIReadThread& operator=(const MIDIReadThread&) = delete;
@@ -63,7 +63,7 @@ class MIDIReadThread {
     MIDIReadProc readProc = nullptr;
     void* refCon = nullptr;
   };
-  // What waits for its time: a heap of places in mWaitingStore, earliest first,
+  // A packet that waits for its time: a heap of places in mWaitingStore, earliest first,
   // and the order of arrival among equals.
   struct Waiting {
     MIDITimeStamp due;

@@ -22,7 +22,7 @@ namespace velor::midi {
 /// not get between them.
 class JackOutputLane {
  public:
-  /// Packets that can wait, in each of two places: to be taken up, and for their
+  /// Packets that can wait, in each of two places: to be read, and for their
   /// cycle. When full, `send` refuses.
   static constexpr std::uint32_t kPackets = 256;
   /// A packet that is still here this long (ns) after its time, or after it was sent if that

@@ -33,10 +33,10 @@ class ScriptedRandom {
   explicit ScriptedRandom(std::vector<std::uint32_t> numbers) {
     sNumbers = std::move(numbers);
     sDrawn = 0;
-    mFormer = KVRandomSourceInForce().exchange(
+    mFormer = KVCurrentRandomSource().exchange(
         []() noexcept -> std::uint32_t { return sNumbers[sDrawn++ % sNumbers.size()]; });
   }
-  ~ScriptedRandom() { KVRandomSourceInForce() = mFormer; }
+  ~ScriptedRandom() { KVCurrentRandomSource() = mFormer; }
   std::size_t drawn() const { return sDrawn; }
 
  private:

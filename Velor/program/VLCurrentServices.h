@@ -9,10 +9,9 @@
 namespace velor {
 
 /// Makes the host's services by the back end that is preferred of those that are
-/// available here, and puts them in force; the owner takes them out of force with
-/// it, and before that ends what the process shares, which stands on them. The host
-/// must be there.
-class VLServicesInForce {
+/// available here, and makes them the current ones until its end, before which it
+/// ends the shared instances that use them. The host must exist.
+class VLCurrentServices {
  public:
   struct Services {
     std::unique_ptr<midi::MIDIService> midi;
@@ -21,10 +20,10 @@ class VLServicesInForce {
 
   enum class Outside { ifAvailable, none };
 
-  explicit VLServicesInForce(Outside outside = Outside::ifAvailable);
-  ~VLServicesInForce();
-  VLServicesInForce(const VLServicesInForce&) = delete;
-  VLServicesInForce& operator=(const VLServicesInForce&) = delete;
+  explicit VLCurrentServices(Outside outside = Outside::ifAvailable);
+  ~VLCurrentServices();
+  VLCurrentServices(const VLCurrentServices&) = delete;
+  VLCurrentServices& operator=(const VLCurrentServices&) = delete;
 
  private:
   const Services mServices;

@@ -7,13 +7,13 @@
 namespace velor {
 
 /// Makes the system's network and its discovery, by the daemon whenever there is one, and
-/// puts both in force; the owner takes them out of force with it.
-class VLNetworkInForce {
+/// makes both the current ones until its end.
+class VLCurrentNetwork {
  public:
-  explicit VLNetworkInForce(SystemUDPNetwork::Reach reach = SystemUDPNetwork::Reach::allInterfaces);
-  ~VLNetworkInForce();
-  VLNetworkInForce(const VLNetworkInForce&) = delete;
-  VLNetworkInForce& operator=(const VLNetworkInForce&) = delete;
+  explicit VLCurrentNetwork(SystemUDPNetwork::Reach reach = SystemUDPNetwork::Reach::allInterfaces);
+  ~VLCurrentNetwork();
+  VLCurrentNetwork(const VLCurrentNetwork&) = delete;
+  VLCurrentNetwork& operator=(const VLCurrentNetwork&) = delete;
 
  private:
   SystemUDPNetwork mNetwork;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Velor/program/VLServicesInForce.h"
+#include "Velor/program/VLCurrentServices.h"
 
 #include <algorithm>
 #include <array>
@@ -18,7 +18,7 @@
 namespace velor {
 namespace {
 
-using Services = VLServicesInForce::Services;
+using Services = VLCurrentServices::Services;
 
 struct BackEnd {
   // Whether it can be made here; what it serves may come later.
@@ -55,7 +55,7 @@ constexpr std::array<BackEnd, 2> kBackEnds = {{
 
 }  // namespace
 
-VLServicesInForce::VLServicesInForce(Outside outside)
+VLCurrentServices::VLCurrentServices(Outside outside)
     : mServices(outside == Outside::none
                     ? makeBuiltin()
                     : std::find_if(kBackEnds.begin(), kBackEnds.end(), [](const BackEnd& each) {
@@ -65,7 +65,7 @@ VLServicesInForce::VLServicesInForce(Outside outside)
   audio::setService(mServices.audio.get());
 }
 
-VLServicesInForce::~VLServicesInForce() {
+VLCurrentServices::~VLCurrentServices() {
   KVSharedInstances::clear();
   host::current().mainQueue().drainPending();  // what waits there may hold a socket
   audio::setService(nullptr);

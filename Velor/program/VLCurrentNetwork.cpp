@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "Velor/program/VLNetworkInForce.h"
+#include "Velor/program/VLCurrentNetwork.h"
 
 namespace velor {
 
-VLNetworkInForce::VLNetworkInForce(SystemUDPNetwork::Reach reach) : mNetwork(reach) {
+VLCurrentNetwork::VLCurrentNetwork(SystemUDPNetwork::Reach reach) : mNetwork(reach) {
   setUDPNetwork(&mNetwork);
   discovery::setService(&mDiscovery);
 }
 
-VLNetworkInForce::~VLNetworkInForce() {
+VLCurrentNetwork::~VLCurrentNetwork() {
   discovery::setService(nullptr);
   setUDPNetwork(nullptr);
 }
