@@ -101,7 +101,7 @@ TEST_F(KVWatchdogTest, ANewIntervalIsDueAtOnceAndMeasuresTheNext) {
   EXPECT_EQ(mFired, (Times{100, 150}));
 }
 
-TEST_F(KVWatchdogTest, TheActionMayDropItsOwnWatchdogAndPartsOfANanosecondAreCutOff) {
+TEST_F(KVWatchdogTest, TheActionMayDropItsOwnWatchdogAndPartsOfANanosecondAreDropped) {
   const auto alive = std::make_shared<int>(7);
   std::shared_ptr<KVWatchdog> watchdog = KVWatchdog::initWithTimeinterval(
       2.9e-9,

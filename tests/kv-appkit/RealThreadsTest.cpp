@@ -32,7 +32,7 @@ void besideTheMainQueue(host::Host& host, Body body) {
   thread->join();
 }
 
-TEST(RealThreads, WatchdogsThatAreToldWhileTheyFireActOnceEach) {
+TEST(RealThreads, WatchdogsThatAreFedWhileTheyFireActOnceEach) {
   constexpr int kRounds = 150;
   host::SystemHost host;
   host::Queue queue("watched");

@@ -29,7 +29,7 @@ LTCPhaseLock locked(double& next) {
   return phase;
 }
 
-TEST(LTCPhaseLockTest, AShiftIsTakenUpByTwoFramesUntilItIsAJump) {
+TEST(LTCPhaseLockTest, AShiftIsCorrectedByTwoFramesUntilItIsAJump) {
   // Two frames are 3840 samples. An eighth of them is a jump, or 301 in a frame.
   struct Case {
     double shift;

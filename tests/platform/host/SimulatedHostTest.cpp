@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::uint64_t kMs = 1'000'000;
 
-TEST(SimulatedHost, TimeJumpsFromDeadlineToDeadlineAndStopsWhereItIsTold) {
+TEST(SimulatedHost, TimeJumpsFromDeadlineToDeadlineAndStopsAtTheGivenTime) {
   SimulatedHost host;
   const std::uint64_t start = host.AudioGetCurrentHostTime();
   std::vector<std::uint64_t> wakes;

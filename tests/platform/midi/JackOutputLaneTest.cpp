@@ -164,7 +164,7 @@ TEST(JackOutputLane, APacketLongerThanTheServiceTakesIsRefusedAndHarmsNoOther) {
   EXPECT_EQ(callback.written(), (std::vector<Written>{{4096, 7}}));
 }
 
-TEST(JackOutputLane, ANewCountOfFramesIsTakenUpInTheMiddleOfAList) {
+TEST(JackOutputLane, ANewCountOfFramesTakesEffectInTheMiddleOfAList) {
   JackOutputLane lane;
   Callback callback(48000, 480);
   lane.send(*PacketList(kStart + 2 * kMs, 0, 10 * kMs, 4).get(), kStart);

@@ -103,7 +103,7 @@ TEST_F(MIDIObjectTableTest, ChangesThatComeTogetherAreReportedTogetherAndOnlyIfT
   EXPECT_EQ(listener.messages, std::vector<int>{kMIDIMsgSetupChanged});
 }
 
-TEST_F(MIDIObjectTableTest, AClientMayBeDisposedOfByOneThatIsBeingTold) {
+TEST_F(MIDIObjectTableTest, AClientMayBeDisposedOfByAnotherThatIsNotified) {
   Listener first;
   Listener second;
   const MIDIClientRef itself = makeClient(first);

@@ -207,7 +207,7 @@ TEST_P(MIDIServiceContract, EndpointsHaveUniqueIdsAndProperties) {
             kMIDIWrongPropertyType);
 }
 
-TEST_P(MIDIServiceContract, TheListsFollowAndClientsAreToldOnTheMainQueue) {
+TEST_P(MIDIServiceContract, TheListsFollowAndClientsAreNotifiedOnTheMainQueue) {
   const MIDIEndpointRef destination = makeDestination("listed");
   EXPECT_TRUE(isListed(destination));
   EXPECT_TRUE(isTold(kMIDIMsgObjectAdded));

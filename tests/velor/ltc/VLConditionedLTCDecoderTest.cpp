@@ -237,7 +237,7 @@ TEST(VLLTCVarispeedDecoder, WhatIsNotLTCHasNoFrames) {
 }
 
 // Samples that are not numbers spoil what they touch, and nothing behind it.
-TEST(VLConditionedLTCDecoder, WhatIsNoSampleCostsItsFrameAlone) {
+TEST(VLConditionedLTCDecoder, AValueThatIsNotASampleCostsItsFrameAlone) {
   LTCSignal signal = LTCSignalMaker{.frames = 50}.make();
   for (std::size_t i = 0; i < 600; ++i) {
     signal.samples[20000 + i] = i % 2 == 0 ? std::numeric_limits<float>::quiet_NaN()

@@ -64,7 +64,7 @@ TEST(VLMTCAnalysis, RateSpacingAndJitterAreMeasured) {
   EXPECT_NEAR(shaken.longest, 0.012, 2e-4);
 }
 
-TEST(VLMTCAnalysis, MissingOnesStopsJumpsAndReverseAreToldApart) {
+TEST(VLMTCAnalysis, MissingQuarterFramesStopsJumpsAndReverseAreDistinguished) {
   auto messages = stream(100);
   messages.erase(messages.begin() + 403);                          // one
   messages.erase(messages.begin() + 600, messages.begin() + 609);  // a block and one

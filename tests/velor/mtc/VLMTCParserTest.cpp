@@ -197,7 +197,7 @@ TEST_F(VLMTCParserTest, ADamagedBlockIsLostAloneAndWithItsLastPieceTheNextOneToo
   EXPECT_EQ(numbersReadWith(reverse), two);
 }
 
-TEST_F(VLMTCParserTest, TenFramesOfSilenceEndAStreamAndTheNextOneBeginsAnew) {
+TEST_F(VLMTCParserTest, TenFramesOfSilenceEndAStreamAndTheNextOneStartsAgain) {
   const std::uint64_t start = mHost.AudioGetCurrentHostTime();
   for (unsigned number = 0; number < 10; ++number) {
     // Faster by 2 % than nominal.

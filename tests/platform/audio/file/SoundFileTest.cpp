@@ -219,7 +219,7 @@ TEST_F(SoundFileTest, ADiskThatFillsUpAnywhereLeavesTheOldFileAndNoOther) {
   EXPECT_EQ(mFolder.size(), 3U);
 }
 
-TEST_F(SoundFileTest, DamagedFilesAreReadUpToTheDamageAndToldOfInOneLine) {
+TEST_F(SoundFileTest, DamagedFilesAreReadUpToTheDamageAndReportedInOneLine) {
   std::string floats(8 * 900, '\0');
   floats.replace(8 * 800 + 4, 4, little(0x7FC00000, 4));  // no number
 
