@@ -13,6 +13,7 @@
 #include "Velor/clock/VLClock.h"
 #include "Velor/views/VLClockStatusText.h"
 #include "Velor/views/VLTimecodeAccessible.h"
+#include "Velor/views/VLTimecodeLayout.h"
 #include "Velor/views/VLTimecodeTextView.h"
 #include "kvtimecode/ltc_utils.h"
 
@@ -25,20 +26,7 @@ constexpr QColor kFocusColor(26, 79, 191);
 constexpr int kMainPixelSize = 36;
 constexpr int kSmallPixelSize = 12;
 constexpr int kLabelPixelSize = 10;
-
-// At scale 1; places are from the bottom left.
-constexpr double kHeight = 100;
-constexpr double kLeastWidth = 330;
-constexpr double kCornerRadius = 3;
-constexpr double kMainInset = 3;
-constexpr double kSideInset = 5;
-constexpr double kStripInset = 3;
-constexpr double kStripBelowMiddle = 12;
-constexpr double kStripHeight = 8;
-constexpr double kBoxInset = 2;
-constexpr double kCellBottom = 18;
-constexpr double kCellHeight = 16;
-constexpr double kLabelBelowCell = 12;
+constexpr double kCornerRadius = 3;  // at scale 1
 
 // The panel keeps its colours, whatever those of the desktop are.
 QPalette editorPalette() {
@@ -403,40 +391,25 @@ QSize VLTimecodeView::sizeHint() const {
 }
 
 QSize VLTimecodeView::minimumSizeHint() const {
-  return (QSizeF(kLeastWidth, kHeight) * mScale).toSize();
+  return (VLTimecodeLayout::kLeastSize * mScale).toSize();
 }
 
 QRectF VLTimecodeView::frame(Time which) const {
-  if (which == Time::main) {
-    const double inset = kMainInset * mScale;
-    return {0, inset, static_cast<double>(width()), height() / 2.0 - 2 * inset};
-  }
-  const double column = (width() - 2 * kSideInset * mScale) / 3;
-  return {kSideInset * mScale + column * (static_cast<int>(which) - 1),
-          height() - (kCellBottom + kCellHeight) * mScale, column, kCellHeight * mScale};
-}
-
-QRectF VLTimecodeView::strip() const {
-  const double room = height() - 2 * kStripInset * mScale;
-  const double bottom = kStripInset * mScale + room / 2 - kStripBelowMiddle * mScale;
-  return {kSideInset * mScale, height() - bottom - kStripHeight * mScale,
-          width() - 2 * kSideInset * mScale, kStripHeight * mScale};
+  const VLTimecodeLayout layout(size(), mScale);
+  return which == Time::main ? layout.mainTime() : layout.smallTime(static_cast<int>(which) - 1);
 }
 
 // On whole device pixels, so that all boxes look alike.
 QRectF VLTimecodeView::boxFrame(int index) const {
-  const QRectF row = strip();
-  const double boxWidth = row.width() / std::max(mNumFrames, 1);
-  const double inset = kBoxInset * mScale;
+  const QRectF box = VLTimecodeLayout(size(), mScale).box(index, mNumFrames);
   const double ratio = devicePixelRatioF();
   // The window begins on one; at a ratio of 1.5 this view may not.
   const QPointF begin = mapTo(window(), QPointF());
   const auto snap = [ratio](double place, double from) {
     return std::round((from + place) * ratio) / ratio - from;
   };
-  const double left = snap(row.x() + index * boxWidth + inset, begin.x());
-  const double right = snap(row.x() + (index + 1) * boxWidth - inset, begin.x());
-  return {QPointF(left, snap(row.top(), begin.y())), QPointF(right, snap(row.bottom(), begin.y()))};
+  return {QPointF(snap(box.left(), begin.x()), snap(box.top(), begin.y())),
+          QPointF(snap(box.right(), begin.x()), snap(box.bottom(), begin.y()))};
 }
 
 void VLTimecodeView::updateFrame(const QRectF& frame) {
@@ -509,7 +482,7 @@ void VLTimecodeView::drawLabel(QPainter& painter, Time which, const QColor& colo
   const QRectF cellFrame = frame(which);
   painter.setFont(font);
   painter.setPen(color);
-  const double bottom = height() - (kCellBottom - kLabelBelowCell) * mScale;
+  const double bottom = VLTimecodeLayout(size(), mScale).labelBottom();
   painter.drawText(QPointF(cellFrame.x(), bottom - QFontMetricsF(font).descent()), label(which));
 }
 

@@ -115,7 +115,6 @@ class VLTimecodeView final : public QWidget, public VLTimecodeViewOutlet {
   void updateFrame(const QRectF& frame);
   bool moveFocus(bool next);
 
-  QRectF strip() const;
   void drawBackground(QPainter& painter, const QRegion& region) const;
   void drawBoxes(QPainter& painter, const QRegion& region) const;
   void drawLabel(QPainter& painter, Time which, const QColor& color) const;
