@@ -223,13 +223,15 @@ class Picture {
                                             : (point.begin + point.end) / 2);
         mean += line("%s%.1f,%.1f", k == i ? "M" : "L", x, yOf(point.mean));
         above += line("%s%.1f,%.1f", k == i ? "M" : "L", x, yOf(point.high));
-        below = line("L%.1f,%.1f", x, yOf(point.low)) + below;
+        below.insert(0, line("L%.1f,%.1f", x, yOf(point.low)));
         if (end == i + 1) {
           mean += line("L%.1f,%.1f", xOf(point.end), yOf(point.mean));
         }
       }
-      mText += line("<path class=\"band%zu\" d=\"", number) + above + below + "Z\"/>\n";
-      mText += line("<path class=\"line%zu\" d=\"", number) + mean + "\"/>\n";
+      mText += line("<path class=\"band%zu\" d=\"", number);
+      mText.append(above).append(below).append("Z\"/>\n");
+      mText += line("<path class=\"line%zu\" d=\"", number);
+      mText.append(mean).append("\"/>\n");
       i = end;
     }
   }

@@ -137,7 +137,8 @@ void VLWantedDevices::findChannel(Wanted<Channel>& wanted, audio::AudioDirection
   const Channel channel{named->name, named->device->objectID(), named->channel - 1, named->channels,
                         named->port};
   const bool isTwice =
-      &wanted != &*mInput && std::any_of(mOutputs.begin(), mOutputs.end(), [&](const auto& other) {
+      &wanted != &*mInput &&
+      std::any_of(mOutputs.begin(), mOutputs.end(), [&](const Wanted<Channel>& other) {
         return other.found && other.found->deviceID == channel.deviceID &&
                other.found->channel == channel.channel;
       });
@@ -150,7 +151,7 @@ void VLWantedDevices::findChannel(Wanted<Channel>& wanted, audio::AudioDirection
 
 std::vector<std::string> VLWantedDevices::missing(bool withSource) const {
   std::vector<std::string> problems;
-  const auto add = [&problems](const auto& wanted) {
+  const auto add = [&problems]<class Found>(const Wanted<Found>& wanted) {
     if (!wanted.found) {
       problems.push_back(wanted.found.error().text);
     }
@@ -389,9 +390,10 @@ void VLWantedDevices::describeDestinations(VLStatus& status) const {
     });
   };
   const auto isNamed = [this](const KVMIDIEndpoint& endpoint) {
-    return std::any_of(mDestinations.begin(), mDestinations.end(), [&endpoint](const auto& port) {
-      return port.found && port.found->uniqueID == endpoint.uniqueID();
-    });
+    return std::any_of(mDestinations.begin(), mDestinations.end(),
+                       [&endpoint](const Wanted<Port>& port) {
+                         return port.found && port.found->uniqueID == endpoint.uniqueID();
+                       });
   };
   for (const auto& destination : manager.destinations()) {
     const auto endpoint = destination->midiEndpoint();

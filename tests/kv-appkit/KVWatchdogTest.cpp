@@ -118,10 +118,11 @@ TEST_F(KVWatchdogTest, TheActionMayDropItsOwnWatchdogAndPartsOfANanosecondAreDro
   EXPECT_EQ(alive.use_count(), 1);
 }
 
-// Intervals that no clock holds have always passed, or never pass.
-static_assert(KVNanosecondsFromSeconds(-1) == 0);
-static_assert(KVNanosecondsFromSeconds(std::numeric_limits<double>::quiet_NaN()) == 0);
-static_assert(KVNanosecondsFromSeconds(1e290) == std::uint64_t{1} << 63);
+TEST(KVNanosecondsFromSeconds, IntervalsThatNoClockHoldsHaveAlwaysPassedOrNeverPass) {
+  EXPECT_EQ(KVNanosecondsFromSeconds(-1), 0U);
+  EXPECT_EQ(KVNanosecondsFromSeconds(std::numeric_limits<double>::quiet_NaN()), 0U);
+  EXPECT_EQ(KVNanosecondsFromSeconds(1e290), std::uint64_t{1} << 63);
+}
 
 TEST_F(KVWatchdogTest, ThePlainModuleDoesTheSameAndRefusesBadArgumentsByCode) {
   struct Module {
