@@ -58,7 +58,7 @@ double timesRealTimeRead(const std::string& file, double duration, std::uint64_t
     const auto reader = audio::SoundFileReader::open(file);
     endAt(reader.map([](const auto&) {}));
     const auto summary = VLDecodeFile(
-        **reader, 1, [](const VLDecodedFrame&) {}, [](double) {});
+        **reader, 1, false, [](const VLDecodedFrame&) {}, [](double) {});
     endAt(summary.error ? Expected<>(tl::unexpected(*summary.error)) : Expected<>());
     endAt(summary.frames == frames ? Expected<>() : failure("frames are missing"));
     best = std::max(best, duration / secondsSince(start));
