@@ -67,17 +67,17 @@ VLNamedPort audioPort(const std::string& name, bool present, audio::AudioObjectI
 
 VLWantedDevices::VLWantedDevices(const VLOptions& options) : mOptions(options) {
   for (const std::string& text : options.mtcOut) {
-    mDestinations.push_back({text});
+    mDestinations.emplace_back(text);
   }
   for (const std::string& text : options.ltcOut) {
-    mOutputs.push_back({text});
+    mOutputs.emplace_back(text);
   }
   mGenerators.resize(mOutputs.size());
   if (options.syncSource) {
-    mSource = {*options.syncSource};
+    mSource.emplace(*options.syncSource);
   }
   if (options.ltcIn) {
-    mInput = {*options.ltcIn};
+    mInput.emplace(*options.ltcIn);
   }
 }
 
@@ -118,7 +118,7 @@ void VLWantedDevices::findPort(Wanted<Port>& wanted, bool isSource) {
       VLEndpointNamed(wanted.text, isSource ? core.sources() : core.destinations(),
                       isSource ? "source" : "destination");
   if (!endpoint) {
-    wanted.found = failure((isSource ? "--sync-source: " : "--mtc-out: ") + endpoint.error().text);
+    wanted.problem.text = (isSource ? "--sync-source: " : "--mtc-out: ") + endpoint.error().text;
     return;
   }
   wanted.found = Port{(*endpoint)->uniqueID(), VLPortName(**endpoint)};
@@ -131,7 +131,7 @@ void VLWantedDevices::findChannel(Wanted<Channel>& wanted, audio::AudioDirection
   const char* option = scope == audio::AudioDirection::input ? "--ltc-in: " : "--ltc-out: ";
   const auto named = VLAudioChannelNamed(wanted.text, scope, KAHALAudioSystem::defaultSystem());
   if (!named) {
-    wanted.found = failure(option + named.error().text);
+    wanted.problem.text = option + named.error().text;
     return;
   }
   const Channel channel{named->name, named->device->objectID(), named->channel - 1, named->channels,
@@ -143,7 +143,7 @@ void VLWantedDevices::findChannel(Wanted<Channel>& wanted, audio::AudioDirection
                other.found->channel == channel.channel;
       });
   if (isTwice) {
-    wanted.found = failure(option + ("'" + channel.name + "' is named twice"));
+    wanted.problem.text = option + ("'" + channel.name + "' is named twice");
     return;
   }
   wanted.found = channel;
@@ -153,7 +153,7 @@ std::vector<std::string> VLWantedDevices::missing(bool withSource) const {
   std::vector<std::string> problems;
   const auto add = [&problems]<class Found>(const Wanted<Found>& wanted) {
     if (!wanted.found) {
-      problems.push_back(wanted.found.error().text);
+      problems.push_back(wanted.problem.text);
     }
   };
   std::for_each(mDestinations.begin(), mDestinations.end(), add);
@@ -179,7 +179,7 @@ Expected<> VLWantedDevices::apply(VLAppDelegate& app) {
     findPort(*mSource, true);
   }
   if (!mSource->found && !mOptions.wait) {
-    return tl::unexpected(mSource->found.error());
+    return tl::unexpected(mSource->problem);
   }
   // While the named one is missing the clock follows no other.
   app.setSyncSource(mSource->found

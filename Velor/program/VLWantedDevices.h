@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Velor/program/VLOptions.h"
@@ -68,8 +69,11 @@ class VLWantedDevices {
   // A device that an option names: missing until it is found, then unused until it is applied.
   template <class Found>
   struct Wanted {
+    explicit Wanted(std::string typed) : text(std::move(typed)) {}
+
     std::string text;  // as typed
-    Expected<Found> found = failure("not searched yet");
+    std::optional<Found> found;
+    Error problem;  // why it was not found
     bool isInUse = false;
 
     bool isReady() const { return found && !isInUse; }
