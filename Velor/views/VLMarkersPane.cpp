@@ -38,6 +38,8 @@ VLMarkersPane::VLMarkersPane(VLTableView& table, VLPerform perform)
 
 VLMarkersPane::~VLMarkersPane() {
   markerTable.selectionModel()->disconnect(mModel);
+  // An open editor ends with its model; otherwise it would commit to what has ended.
+  markerTable.setModel(nullptr);
 }
 
 void VLMarkersPane::setController(const std::shared_ptr<VLAppDelegate>& controller) {
