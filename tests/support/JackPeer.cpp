@@ -12,6 +12,8 @@
 namespace velor::test {
 namespace {
 
+constexpr int kSmallestPeriod = 64;
+
 std::uint64_t hostNow() {
   timespec t{};
   clock_gettime(CLOCK_MONOTONIC, &t);
@@ -51,7 +53,6 @@ void JackPeer::playAudio(const std::string& name, std::vector<float> samples) {
 }
 
 void JackPeer::recordClock(double seconds) {
-  constexpr int kSmallestPeriod = 64;
   mCycles.resize(static_cast<std::size_t>(seconds * sampleRate() / kSmallestPeriod));
 }
 
@@ -63,6 +64,17 @@ double JackPeer::clockDrift(std::uint64_t frame) const {
   const Cycle& first = mCycles.front();
   return static_cast<double>(cycle->time - first.time) * sampleRate() / 1e6 -
          static_cast<double>(cycle->frame - first.frame);
+}
+
+double JackPeer::clockWander(std::uint64_t first, std::uint64_t last) const {
+  double least = clockDrift(first);
+  double greatest = least;
+  for (std::uint64_t frame = first; frame <= last; frame += kSmallestPeriod) {
+    const double drift = clockDrift(frame);
+    least = std::min(least, drift);
+    greatest = std::max(greatest, drift);
+  }
+  return greatest - least;
 }
 
 std::vector<float> JackPeer::recordedAudio() const {

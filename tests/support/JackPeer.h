@@ -70,6 +70,8 @@ class JackPeer : public JackTestClient {
   /// How much later than by its frames since the first cycle the recorded cycle came that
   /// holds the frame, in samples, by the server's own time.
   double clockDrift(std::uint64_t frame) const;
+  /// By how much that changed between the two frames, from its least to its greatest.
+  double clockWander(std::uint64_t first, std::uint64_t last) const;
 
   /// The frame at which the next cycle begins, about.
   std::uint64_t frameNow() const { return mCycleFrame.load(); }
