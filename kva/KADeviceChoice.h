@@ -34,8 +34,6 @@ class KADeviceChoice {
   /// By the UID, of a device that may be missing; empty for none.
   void choose(std::string uid);
   const std::string& chosenUID() const noexcept { return mChosenUID; }
-  /// The device in use; empty while there is none.
-  const std::string& usedUID() const noexcept { return mUsedUID; }
   /// It may be missing now, and is used again when it returns.
   bool isChosenInUse() const noexcept { return !mUsedUID.empty() && mUsedUID == mChosenUID; }
 
@@ -62,7 +60,7 @@ class KADeviceChoice {
   const audio::AudioDirection mScope;
   const char* const mDoing;
   std::string mChosenUID;
-  std::string mUsedUID;
+  std::string mUsedUID;  // of the device in use; empty while there is none
   bool mWasChosenUsed = false;
   std::string mTold;  // the last reported sentence about its absence
 };

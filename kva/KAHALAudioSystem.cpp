@@ -25,6 +25,9 @@ void KAHALAudioSystem::deviceChanged(const audio::AudioDeviceChange& change) {
   if (change.presence) {
     keys.emplace_back("audioDevices");
   }
+  if (change.channels) {
+    keys.emplace_back("deviceChannels");
+  }
   if (change.defaultInput) {
     keys.emplace_back("defaultInputDevice");
   }

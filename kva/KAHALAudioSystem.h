@@ -16,8 +16,8 @@ namespace velor {
 /// The current audio service as an object: the devices that are there now, the
 /// default ones first.
 ///
-/// Observable: "audioDevices", "defaultInputDevice", "defaultOutputDevice" and
-/// "serverStatus", reported on the main queue after each change.
+/// Observable: "audioDevices", "deviceChannels" of any of them, "defaultInputDevice",
+/// "defaultOutputDevice" and "serverStatus", reported on the main queue after each change.
 class KAHALAudioSystem final : public KAHALAudioObject,
                                public KVObservable,
                                private audio::AudioDeviceListener {

@@ -103,6 +103,21 @@ void VLLTCReaderDevice::open() {
   setFreewheelTime(mStored.freewheelTime);
 }
 
+void VLLTCReaderDevice::addDelegate(const std::weak_ptr<LTCReaderDeviceDelegate>& delegate) {
+  std::erase_if(mDelegates, [](const auto& each) { return each.expired(); });
+  mDelegates.push_back(delegate);
+}
+
+// One may come or end with the report.
+template <class Report>
+void VLLTCReaderDevice::report(Report toDelegate) const {
+  for (const auto& each : std::vector(mDelegates)) {
+    if (const auto delegate = each.lock()) {
+      toDelegate(*delegate);
+    }
+  }
+}
+
 std::vector<KVObserverToken> VLLTCReaderDevice::observeEdits(const KVObservable::Observer& edited) {
   std::vector<KVObserverToken> tokens;
   tokens.push_back(addObserver("channel", edited));  // depends on the audio device
@@ -194,9 +209,8 @@ void VLLTCReaderDevice::frameCallback(const host::RealtimeContext& realtime, con
   }
   VLMTCSendTime(realtime, con.mtc, &time, hostTime);
   con.mainQueue->async(realtime, [weak, time] {
-    const auto self = weak.lock();
-    if (const auto delegate = self != nullptr ? self->delegate() : nullptr) {
-      delegate->setInputTimecode(time);
+    if (const auto self = weak.lock()) {
+      self->report([&](auto& delegate) { delegate.setInputTimecode(time); });
     }
   });
 
@@ -210,17 +224,15 @@ void VLLTCReaderDevice::frameCallback(const host::RealtimeContext& realtime, con
   con.heard.store(heard);
   if (heard.userbits != before.userbits) {
     con.mainQueue->async(realtime, [weak] {
-      const auto self = weak.lock();
-      if (const auto delegate = self != nullptr ? self->delegate() : nullptr) {
-        delegate->changedUserbits(self->userbits());
+      if (const auto self = weak.lock()) {
+        self->report([&](auto& delegate) { delegate.changedUserbits(self->userbits()); });
       }
     });
   }
   if (std::fabs(speed - heard.speed) > kAnnouncedSpeedStep) {
     con.mainQueue->async(realtime, [weak, now = heard.speed] {
-      const auto self = weak.lock();
-      if (const auto delegate = self != nullptr ? self->delegate() : nullptr) {
-        delegate->changedCurrentSpeed(now);
+      if (const auto self = weak.lock()) {
+        self->report([&](auto& delegate) { delegate.changedCurrentSpeed(now); });
       }
     });
   }
@@ -233,9 +245,7 @@ void VLLTCReaderDevice::mtcDidChangeState(VLMTC* /*mtc*/, VLMTCState state, void
     return;
   }
   self->updateState();
-  if (const auto delegate = self->delegate()) {
-    delegate->mtcDidChangeState(state);
-  }
+  self->report([state](auto& delegate) { delegate.mtcDidChangeState(state); });
   VELOR_LOG_INFO("LTC Reader (%s) changed state: %s", self->name().value_or("(null)").c_str(),
                  stringFromMTCState(state));
 }

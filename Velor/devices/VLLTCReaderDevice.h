@@ -53,10 +53,8 @@ class VLLTCReaderDevice final : public VLReaderDevice,
   std::string_view archiveClassName() const override { return kClassName; }
   void encodeWithCoder(store::KeyedArchiver& coder) const override;
 
-  std::shared_ptr<LTCReaderDeviceDelegate> delegate() const { return _delegate.lock(); }
-  void setDelegate(std::weak_ptr<LTCReaderDeviceDelegate> delegate) {
-    _delegate = std::move(delegate);
-  }
+  /// Each gets all reports from then on, as long as it lives.
+  void addDelegate(const std::weak_ptr<LTCReaderDeviceDelegate>& delegate);
 
   std::vector<KVObserverToken> observeEdits(const KVObservable::Observer& edited) override;
   bool makesItsEndpoint() const override { return true; }
@@ -82,6 +80,8 @@ class VLLTCReaderDevice final : public VLReaderDevice,
   audio::AudioObjectID audioObjectId() const noexcept { return mReader->audioDeviceId(); }
   /// Whether that is the one that was chosen, and none that stands in.
   bool isOnChosenDevice() const noexcept { return mReader->isOnChosenDevice(); }
+  /// Of the one that was chosen, which may be missing; empty for none.
+  const std::string& chosenDeviceUID() const noexcept { return mReader->chosenDeviceUID(); }
   void setAudioObjectId(audio::AudioObjectID objectID) { mReader->setAudioDeviceId(objectID); }
   /// From 0.
   std::uint32_t channel() const noexcept { return mReader->inputChannel(); }
@@ -134,9 +134,11 @@ class VLLTCReaderDevice final : public VLReaderDevice,
                             double fps);
   static void mtcDidChangeState(VLMTC* mtc, VLMTCState state, void* refCon);
   void updateState();
+  template <class Report>
+  void report(Report toDelegate) const;
 
   const std::shared_ptr<VLLTCReader> mReader;
-  std::weak_ptr<LTCReaderDeviceDelegate> _delegate;
+  std::vector<std::weak_ptr<LTCReaderDeviceDelegate>> mDelegates;
   Con mCon;
   Stored mStored;
   KVObserverToken mReaderToken;

@@ -414,7 +414,7 @@ void VLSession::showReader() {
     return;
   }
   mReader = reader;
-  mReader->setDelegate(mFrontEnd->readerDelegate());
+  mReader->addDelegate(mFrontEnd->readerDelegate());
   mReaderToken =
       mReader->addObserver("audioObjectId", [this](const auto&) { mDevices->keepChannel(); });
 }

@@ -81,6 +81,8 @@ class KVLTCGenerator final : public KVObservable,
   audio::AudioObjectID audioObjectId() const noexcept { return mAudioObjectId.load(); }
   /// Whether that is the one that was chosen, and none that stands in.
   bool isOnChosenDevice() const { return mChoice.isChosenInUse() && audioObjectId() != 0; }
+  /// Of the one that was chosen, which may be missing; empty for none.
+  const std::string& chosenDeviceUID() const noexcept { return mChoice.chosenUID(); }
   /// 0 stands for the default output. The channel map becomes the device's own.
   void setAudioObjectId(audio::AudioObjectID objectID);
 

@@ -67,7 +67,7 @@ class VLLTCReaderDeviceTest : public LoopbackFixture {
   void make() {
     mGenerator = created();
     mReader = manager().createrReader();
-    mReader->setDelegate(mDelegate);
+    mReader->addDelegate(mDelegate);
     inputOf(*mGenerator)->setEnable(true);
     clock().setSmpteFormat(kSMPTETimeType25);
     clock().setTime(ltc_smptetime_from_frame_number(kFirst, kSMPTETimeType25));
@@ -127,6 +127,9 @@ TEST_F(VLLTCReaderDeviceTest, EachStepOfAFreewheelIsReportedOnceAndShownAsItsSta
   clock().start();
   mHost.advance(3 * kSecond);
   mDelegate->states.clear();
+  const auto other = std::make_shared<Delegate>();
+  mReader->addDelegate(other);
+  mReader->addDelegate(std::make_shared<Delegate>());  // ends at once
   int announced = 0;
   const auto token = mReader->addObserver("deviceStatus", [&](const auto&) { ++announced; });
   inputOf(*mGenerator)->setEnable(false);
@@ -145,6 +148,7 @@ TEST_F(VLLTCReaderDeviceTest, EachStepOfAFreewheelIsReportedOnceAndShownAsItsSta
   EXPECT_EQ(mReader->deviceStatus(), kVLDeviceStatusIdle);
   EXPECT_EQ(mReader->getLatestSpeed(), 0);
   EXPECT_EQ(mDelegate->states, "fwst resm rdst fwst fwsp");
+  EXPECT_EQ(other->states, mDelegate->states);
 }
 
 TEST_F(VLLTCReaderDeviceTest, TheDelegateHearsEverySecondFrameAndOnlyWhatChanges) {
