@@ -81,8 +81,8 @@ class GCDAsyncUdpSocket final : public std::enable_shared_from_this<GCDAsyncUdpS
   bool isConnected() const { return ends().connected; }
   /// Port of the destination; 0 before it is connected.
   std::uint16_t connectedPort() const { return ends().connectedPort; }
-  /// Of the IPv4 descriptor if there is one, otherwise of the IPv6 one. 0 and null for a
-  /// closed socket.
+  /// The socket's own port and address: those of its IPv4 descriptor if that is open,
+  /// otherwise those of its IPv6 descriptor. 0 and null for a closed socket.
   std::uint16_t localPort() const { return ends().localPort; }
   std::optional<std::string> localHost() const { return ends().localHost; }
 

@@ -39,7 +39,7 @@ struct GCDAsyncUdpSocketError {
   std::string description() const;
 };
 
-/// What an operation of a socket returns.
+/// The result of an operation of a socket: nothing, or why it failed.
 using GCDAsyncUdpSocketResult = tl::expected<void, GCDAsyncUdpSocketError>;
 
 inline tl::unexpected<GCDAsyncUdpSocketError> failure(GCDAsyncUdpSocketError error) {
