@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/views/VLDestinationsPane.h"
 
+#include <QGuiApplication>
 #include <QHeaderView>
 #include <utility>
 
@@ -14,24 +15,58 @@
 namespace velor {
 namespace {
 
+enum ColumnPlace { kOn, kName, kState };
+
 constexpr int kStateWidth = 88;
 constexpr int kOnWidth = 44;
 
 }  // namespace
 
 VLDestinationsPane::VLDestinationsPane(VLTableView& table, VLPerform perform)
-    : mModel(new VLDestinationsModel(std::move(perform), &table)) {
+    : mModel(new Model(columns(), std::move(perform), &table)) {
   table.setModel(mModel);
   table.setSelectionMode(QAbstractItemView::SingleSelection);
   table.setEmptyText(QObject::tr(
       "No MIDI destinations. Start a program with a MIDI input, or a JACK or PipeWire server."));
-  table.setItemDelegateForColumn(VLDestinationsModel::kOn, new VLSwitchDelegate(&table));
+  table.setItemDelegateForColumn(kOn, new VLSwitchDelegate(&table));
   QHeaderView& header = *table.horizontalHeader();
   header.setStretchLastSection(false);
-  header.setSectionResizeMode(VLDestinationsModel::kName, QHeaderView::Stretch);
+  header.setSectionResizeMode(kName, QHeaderView::Stretch);
   header.setMinimumSectionSize(VLStyle::kControlHeight);
-  header.resizeSection(VLDestinationsModel::kOn, kOnWidth);
-  header.resizeSection(VLDestinationsModel::kState, kStateWidth);
+  header.resizeSection(kOn, kOnWidth);
+  header.resizeSection(kState, kStateWidth);
+}
+
+bool VLDestinationsPane::isSending(const VLTimecodeDestinationDevice& destination) const {
+  return mIsMoving && destination.enable() && destination.midiEndpoint() != nullptr;
+}
+
+QString VLDestinationsPane::stateOf(const VLTimecodeDestinationDevice& destination) const {
+  if (destination.midiEndpoint() == nullptr) {
+    return QObject::tr("missing");
+  }
+  return !destination.enable()    ? QObject::tr("off")
+         : isSending(destination) ? QObject::tr("sending")
+                                  : QObject::tr("ready");
+}
+
+VLDestinationsPane::Model::Columns VLDestinationsPane::columns() const {
+  using Destination = VLTimecodeDestinationDevice;
+  using Column = VLTableColumn<Destination>;
+  const Column on(
+      QObject::tr("On"), [](const Destination& each) { return each.enable(); },
+      [](Destination& each, bool isOn) { each.setEnable(isOn); });
+  const Column name(QObject::tr("Name"), [](const Destination& each) {
+    return QString::fromStdString(each.name().value_or(""));
+  });
+  Column state(QObject::tr("State"), [this](const Destination& each) { return stateOf(each); });
+  state.color = [this](const Destination& each) -> std::optional<QColor> {
+    if (!isSending(each)) {
+      return std::nullopt;
+    }
+    return VLStyle::color(VLStyle::State::running, QGuiApplication::palette());
+  };
+  return {on, name, state};
 }
 
 void VLDestinationsPane::follow() {
@@ -45,8 +80,8 @@ void VLDestinationsPane::follow() {
 }
 
 void VLDestinationsPane::showDestinations() {
-  const VLClock& clock = VLClock::sharedClock();
-  mModel->setDestinations(VLDeviceManager::sharedManager().destinations(), clock.running());
+  mIsMoving = VLClock::sharedClock().running();
+  mModel->show(VLDeviceManager::sharedManager().destinations());
 }
 
 }  // namespace velor

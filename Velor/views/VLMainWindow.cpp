@@ -6,7 +6,6 @@
 #include <QActionGroup>
 #include <QCloseEvent>
 #include <QLocale>
-#include <exception>
 #include <utility>
 
 #include "Velor/app/VLAppDelegate.h"
@@ -18,7 +17,6 @@
 #include "Velor/views/VLStyle.h"
 #include "Velor/views/VLTimecodeView.h"
 #include "platform/host/Host.h"
-#include "platform/host/Log.h"
 
 namespace velor {
 namespace {
@@ -54,10 +52,10 @@ VLMainWindow::Choices choicesOf(std::span<const VLChoice> given,
 VLMainWindow::VLMainWindow()
     : mForm(madeForm(*this)),
       mTimecodeView(new VLTimecodeView(this)),
-      mSheets(*this, performer()),
+      mSheets(*this),
       mPanels(*this, mSheets),
-      mMarkers(*mForm->markerTable, performer()),
-      mDestinations(*mForm->mtcDestinationsTable, performer()),
+      mMarkers(*mForm->markerTable, mSheets.performer()),
+      mDestinations(*mForm->mtcDestinationsTable, mSheets.performer()),
       mMenu(new VLMainMenu(*this)) {
   mForm->timecodeViewPlace->addWidget(mTimecodeView);
   setUpTransport();
@@ -95,7 +93,8 @@ void VLMainWindow::setUpTransport() {
       *mForm->playRateButton, [](VLAppDelegate& app) { app.openPlaybackRateSheet(); },
       tr("Play rate, as a difference to the normal speed (Ctrl+R)"));
   connect(mForm->formatPopupButton, &QComboBox::activated, this, [this](int index) {
-    perform([&] { mFormats.chosen(mForm->formatPopupButton->itemData(index).toULongLong()); });
+    mSheets.perform(
+        [&] { mFormats.chosen(mForm->formatPopupButton->itemData(index).toULongLong()); });
     setSelectedFormat(mSelectedFormat);  // a clock that runs keeps its format
   });
 }
@@ -159,22 +158,9 @@ void VLMainWindow::showClock() {
 
 // --- what the user does
 
-VLPerform VLMainWindow::performer() {
-  return [this](const std::function<void()>& action) { perform(action); };
-}
-
-void VLMainWindow::perform(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const std::exception& failure) {
-    VELOR_LOG_ERROR("%s", failure.what());
-    presentError(failure.what());
-  }
-}
-
 void VLMainWindow::performOnController(const std::function<void(VLAppDelegate&)>& action) {
   if (const auto controller = mController.lock()) {
-    perform([&] { action(*controller); });
+    mSheets.perform([&] { action(*controller); });
   }
 }
 
@@ -246,7 +232,7 @@ void VLMainWindow::setPlayModes(std::span<const VLChoice> modes, const Chosen& c
     control->addSegment(tr(each.title.toUtf8()), each.tag);
   }
   connect(control, &VLSegmentedControl::segmentChosen, this,
-          [this](std::uint64_t tag) { perform([&] { mPlayModes.chosen(tag); }); });
+          [this](std::uint64_t tag) { mSheets.perform([&] { mPlayModes.chosen(tag); }); });
   delete std::exchange(playbackModeControl, control);
   mForm->modePlace->addWidget(control);
   fitTransport();
@@ -288,7 +274,7 @@ void VLMainWindow::fillWithChoices(QMenu& menu, const Choices& choices, std::uin
     item->setCheckable(true);
     item->setChecked(each.tag == current);
     connect(item, &QAction::triggered, this,
-            [this, &choices, tag = each.tag] { perform([&] { choices.chosen(tag); }); });
+            [this, &choices, tag = each.tag] { mSheets.perform([&] { choices.chosen(tag); }); });
   }
 }
 
@@ -319,7 +305,7 @@ void VLMainWindow::beginPlayRateSheet(double percent) {
   QComboBox& popup = playrateSheet->formatPopupButton2();
   fillFormatPopup(popup);
   connect(&popup, &QComboBox::activated, this, [this, &popup](int index) {
-    perform([&] { mFormats.chosen(popup.itemData(index).toULongLong()); });
+    mSheets.perform([&] { mFormats.chosen(popup.itemData(index).toULongLong()); });
     setSelectedFormat(mSelectedFormat);
   });
   mSheets.begin(*playrateSheet, nullptr);
@@ -350,7 +336,7 @@ void VLMainWindow::presentAlert(const VLAlert& alert, VLAlert::Answer answer) {
 }
 
 void VLMainWindow::presentError(const std::string& text) {
-  mSheets.ask({tr("Error").toStdString(), text, tr("OK").toStdString(), ""}, nullptr);
+  mSheets.presentError(text);
 }
 
 void VLMainWindow::beginSavePanel(std::string_view fileType, FileChosen chosen) {

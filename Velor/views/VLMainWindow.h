@@ -92,8 +92,6 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   void resizeEvent(QResizeEvent* event) override;
 
  private:
-  VLPerform performer();
-  void perform(const std::function<void()>& action);
   void setUpTransport();
   void setUpMarkers();
   void connectButton(VLButton& button, std::function<void(VLAppDelegate&)> action,

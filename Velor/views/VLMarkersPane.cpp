@@ -14,21 +14,42 @@
 #include "Velor/views/VLTableView.h"
 
 namespace velor {
+namespace {
+
+enum ColumnPlace { kName, kTime, kColumns };
+
+}  // namespace
+
+VLMarkersPane::Model::Columns VLMarkersPane::columns(const QFont& timeFont) {
+  using Column = VLTableColumn<VLMarker>;
+  Column name(QObject::tr("Name"),
+              [](const VLMarker& marker) { return QString::fromStdString(marker.name()); });
+  name.setText = [](VLMarker& marker, const QString& typed) {
+    marker.setName(typed.toStdString());
+    return true;
+  };
+  Column time(QObject::tr("Time"), [](const VLMarker& marker) {
+    return QString::fromStdString(marker.timecodeString());
+  });
+  time.setText = [](VLMarker& marker, const QString& typed) {
+    return marker.setTimecodeString(typed.toStdString());
+  };
+  time.font = timeFont;
+  return {name, time};
+}
 
 VLMarkersPane::VLMarkersPane(VLTableView& table, VLPerform perform)
     : markerTable(table),
       mPerform(std::move(perform)),
-      mModel(new VLMarkersModel(mPerform, &table)) {
-  const QFont timeFont = VLStyle::timeFont(table.font());
-  mModel->setTimeFont(timeFont);
+      mModel(new Model(columns(VLStyle::timeFont(table.font())), mPerform, &table)) {
   table.setModel(mModel);
   table.setEmptyText(QObject::tr("No markers. + adds one at the current time."));
   QHeaderView& header = *table.horizontalHeader();
   header.setStretchLastSection(false);
-  header.setSectionResizeMode(VLMarkersModel::kName, QHeaderView::Stretch);
+  header.setSectionResizeMode(kName, QHeaderView::Stretch);
   header.resizeSection(
-      VLMarkersModel::kTime,
-      QFontMetrics(timeFont).horizontalAdvance("00:00:00:00") + 2 * VLStyle::kEdge);
+      kTime, QFontMetrics(VLStyle::timeFont(table.font())).horizontalAdvance("00:00:00:00") +
+                 2 * VLStyle::kEdge);
   QObject::connect(table.selectionModel(), &QItemSelectionModel::selectionChanged, mModel, [this] {
     if (!mIsFollowing) {
       mPerform([this] { selectionDidChange(); });
@@ -56,9 +77,8 @@ void VLMarkersPane::showMarkers() {
   if (const auto controller = mController.lock()) {
     {
       const QScopedValueRollback following(mIsFollowing, true);
-      mModel->setMarkers(controller->markers().controller().arrangedObjects());
+      mModel->show(controller->markers().controller().arrangedObjects());
     }
-    markerTable.viewport()->update();
     showSelection();
   }
 }
@@ -77,7 +97,7 @@ void VLMarkersPane::showSelection() {
     while (++it != indexes.end() && static_cast<int>(*it) == last + 1) {
       ++last;
     }
-    selection.select(mModel->index(first, 0), mModel->index(last, VLMarkersModel::kColumns - 1));
+    selection.select(mModel->index(first, 0), mModel->index(last, kColumns - 1));
   }
   QItemSelectionModel& model = *markerTable.selectionModel();
   if (model.selection() != selection) {

@@ -2,12 +2,14 @@
 #include "Velor/views/VLSheets.h"
 
 #include <QDialog>
+#include <exception>
 #include <utility>
+
+#include "platform/host/Log.h"
 
 namespace velor {
 
-VLSheets::VLSheets(QWidget& window, VLPerform perform)
-    : mWindow(window), mPerform(std::move(perform)) {}
+VLSheets::VLSheets(QWidget& window) : mWindow(window) {}
 
 VLSheets::~VLSheets() {
   for (const Sheet& sheet : mSheets) {
@@ -15,6 +17,19 @@ VLSheets::~VLSheets() {
       sheet.dialog->disconnect();
     }
   }
+}
+
+void VLSheets::perform(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const std::exception& failure) {
+    VELOR_LOG_ERROR("%s", failure.what());
+    presentError(failure.what());
+  }
+}
+
+void VLSheets::presentError(const std::string& text) {
+  ask({QObject::tr("Error").toStdString(), text, QObject::tr("OK").toStdString(), ""}, nullptr);
 }
 
 void VLSheets::ask(const VLSheetText& text, Finished finished) {
@@ -47,7 +62,7 @@ void VLSheets::didFinish(bool isAccepted) {
   mCurrent = nullptr;
   sheet.dialog->deleteLater();
   if (sheet.finished) {
-    mPerform([&] { sheet.finished(isAccepted); });
+    perform([&] { sheet.finished(isAccepted); });
   }
   // The answer may have begun one.
   if (mCurrent == nullptr) {

@@ -5,7 +5,7 @@
 #include <QWidget>
 #include <deque>
 #include <functional>
-#include <memory>
+#include <string>
 
 #include "Velor/views/VLAlertSheet.h"
 #include "Velor/views/VLPerform.h"
@@ -20,11 +20,18 @@ class VLSheets {
  public:
   using Finished = std::function<void(bool isAccepted)>;
 
-  /// The window outlives it; `perform` guards what the answers do.
-  VLSheets(QWidget& window, VLPerform perform);
+  /// The window outlives it.
+  explicit VLSheets(QWidget& window);
   ~VLSheets();
   VLSheets(const VLSheets&) = delete;
   VLSheets& operator=(const VLSheets&) = delete;
+
+  /// Does what the user has asked for; a failure becomes a line of the log and a sheet.
+  void perform(const std::function<void()>& action);
+  VLPerform performer() {
+    return [this](const std::function<void()>& action) { perform(action); };
+  }
+  void presentError(const std::string& text);
 
   /// The dialog is a child of the window, and deleted at its end.
   void begin(QDialog& dialog, Finished finished);
@@ -44,7 +51,6 @@ class VLSheets {
   void didFinish(bool isAccepted);
 
   QWidget& mWindow;
-  const VLPerform mPerform;
   std::deque<Sheet> mSheets;  // the first is the open one
   QPointer<QDialog> mCurrent;
 };

@@ -9,10 +9,12 @@
 
 #include "Velor/views/VLEventModifiers.h"
 #include "Velor/views/VLStyle.h"
+#include "Velor/views/VLTextDelegate.h"
 
 namespace velor {
 
 VLTableView::VLTableView(QWidget* parent) : QTableView(parent) {
+  setItemDelegate(new VLTextDelegate(this));
   setSelectionBehavior(SelectRows);
   setSelectionMode(ExtendedSelection);
   setEditTriggers(DoubleClicked | EditKeyPressed);
