@@ -9,6 +9,12 @@ if(VELOR_CCACHE AND NOT VELOR_ANALYSE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
       ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${VELOR_CCACHE})
 endif()
 
+# Links the many test binaries in a third of the time.
+find_program(VELOR_MOLD mold)
+if(VELOR_MOLD AND VELOR_TESTS)
+  add_link_options(-fuse-ld=mold)
+endif()
+
 if(VELOR_ANALYSE)
   if(NOT CMAKE_CXX_CLANG_TIDY)
     message(FATAL_ERROR "VELOR_ANALYSE leaves the libraries to CMAKE_CXX_CLANG_TIDY, which is empty")
