@@ -18,7 +18,11 @@ class VLFrontEnd {
 
   virtual std::shared_ptr<VLMainWindowOutlet> mainWindow() const = 0;
   virtual std::shared_ptr<VLTimecodeViewOutlet> counters() const = 0;
+  /// Null where the windows of devices follow them by themselves.
   virtual std::shared_ptr<LTCReaderDeviceDelegate> readerDelegate() const = 0;
+
+  virtual void willLaunch(const std::shared_ptr<VLAppDelegate>& /*app*/) {}
+  virtual void didLaunch() {}
 
   /// An event in a few words, which standard error or a question has in full.
   virtual void showNotice(const std::string& notice) = 0;

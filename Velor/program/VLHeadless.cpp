@@ -21,8 +21,7 @@ class HeadlessFrontEnd final : public VLFrontEnd {
   HeadlessFrontEnd(const VLOptions& options, VLWantedDevices& devices)
       : mView(std::make_shared<VLHeadlessView>(devices, usesClock(options))),
         mWindow(std::make_shared<VLHeadlessWindow>(
-            VLHeadlessWindow::Answers{options.autoFormat, options.ignoreLoops},
-            [this](const std::string& notice) { showNotice(notice); })) {}
+            VLAlertAnswers(options), [this](const std::string& notice) { showNotice(notice); })) {}
 
   std::shared_ptr<VLMainWindowOutlet> mainWindow() const override { return mWindow; }
   std::shared_ptr<VLTimecodeViewOutlet> counters() const override { return mView; }

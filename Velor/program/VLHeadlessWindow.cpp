@@ -10,17 +10,16 @@
 namespace velor {
 
 VLHeadlessWindow::Decision VLHeadlessWindow::decide(const VLAlert& alert) const {
+  if (const auto answer = mAnswers.answerTo(alert)) {
+    return {answer->isDefault, answer->text, ""};
+  }
   switch (alert.kind) {
     case VLAlert::Kind::wrongFormat:
-      return mAnswers.takesFormat
-                 ? Decision{true, "MTC at " + alert.subject + ": changed the clock's format", ""}
-                 : Decision{false, "MTC at " + alert.subject + ": disarmed the clock",
-                            "; --auto-format changes its format instead"};
+      return {false, "MTC at " + alert.subject + ": disarmed the clock",
+              "; --auto-format changes its format instead"};
     case VLAlert::Kind::mtcLoop:
-      return mAnswers.ignoresLoops
-                 ? Decision{false, "MTC loop " + alert.subject + ": still sending", ""}
-                 : Decision{true, "MTC loop " + alert.subject + ": switched the destination off",
-                            "; --ignore-loops keeps it on"};
+      return {true, "MTC loop " + alert.subject + ": switched the destination off",
+              "; --ignore-loops keeps it on"};
     case VLAlert::Kind::devicesAreRunning:
       break;  // a signal to end is meant
   }

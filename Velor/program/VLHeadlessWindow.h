@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Velor/app/VLMainWindowOutlet.h"
+#include "Velor/program/VLAlertAnswers.h"
 
 namespace velor {
 
@@ -13,14 +14,10 @@ namespace velor {
 /// cue is lost. Reports each answer in the status line, on standard error and in the log.
 class VLHeadlessWindow final : public VLMainWindowOutlet {
  public:
-  struct Answers {
-    bool takesFormat = false;   ///< whatever format comes in, instead of disarming
-    bool ignoresLoops = false;  ///< instead of switching the destination off
-  };
   /// Gets a short text before standard error gets the whole.
   using Notice = std::function<void(const std::string& text)>;
 
-  VLHeadlessWindow(Answers answers, Notice notice)
+  VLHeadlessWindow(VLAlertAnswers answers, Notice notice)
       : mAnswers(answers), mNotice(std::move(notice)) {}
 
   /// The answer comes by the main queue.
@@ -40,7 +37,7 @@ class VLHeadlessWindow final : public VLMainWindowOutlet {
   };
   Decision decide(const VLAlert& alert) const;
 
-  const Answers mAnswers;
+  const VLAlertAnswers mAnswers;
   const Notice mNotice;
 };
 

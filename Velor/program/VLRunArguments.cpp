@@ -147,8 +147,6 @@ Expected<VLOptions> VLRunArguments::options() const {
                    "--arm contradicts --play: an armed clock is started by MTC");
   refusal.refuseIf(options.file && options.recover, "FILE contradicts --recover");
   refusal.refuseIf(options.fresh && options.recover, "--fresh contradicts --recover");
-  refusal.refuseIf(!options.headless && !options.list,
-                   "there is no window yet; use --headless or --list (--help lists all options)");
   return refusal.resultOf(options);
 }
 

@@ -228,6 +228,7 @@ VLSession::Ended VLSession::findDevices() {
 VLSession::Ended VLSession::launch() {
   mFrontEnd = mMakeFrontEnd(*mDevices);
   mApp = std::make_shared<VLAppDelegate>(mFrontEnd->mainWindow(), mFrontEnd->counters(), mFolders);
+  mFrontEnd->willLaunch(mApp);
   KVNotificationCenter& center = KVNotificationCenter::defaultCenter();
   mTokens.push_back(
       center.addObserver(KADeviceChoiceNotification, [this](const KVNotification& notification) {
@@ -239,6 +240,7 @@ VLSession::Ended VLSession::launch() {
   mTokens.push_back(center.addObserver(
       KVMIDINotification, [this](const KVNotification&) { mDevices->willFollowSetup(*mApp); }));
   mApp->applicationDidFinishLaunching(mOptions.file, mOptions.fresh);
+  mFrontEnd->didLaunch();
   observe();
   return std::nullopt;
 }
@@ -261,7 +263,7 @@ VLSession::Ended VLSession::reportLastRun() {
   }
   const VLRecovery& recovery = mApp->documents().recovery();
   if (recovery.isBesideAnother() && !mOptions.recover) {
-    VLStandardError::tell(
+    warn(
         "another velor runs with the same folders; the one that ends last overwrites the other's "
         "state; set XDG_DATA_HOME, XDG_CONFIG_HOME and XDG_STATE_HOME for one of them");
   }
@@ -414,7 +416,9 @@ void VLSession::showReader() {
     return;
   }
   mReader = reader;
-  mReader->addDelegate(mFrontEnd->readerDelegate());
+  if (const auto delegate = mFrontEnd->readerDelegate()) {
+    mReader->addDelegate(delegate);
+  }
   mReaderToken =
       mReader->addObserver("audioObjectId", [this](const auto&) { mDevices->keepChannel(); });
 }

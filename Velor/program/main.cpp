@@ -9,25 +9,19 @@
 #include <vector>
 
 #include "Velor/program/VLAnalyseLive.h"
+#include "Velor/program/VLApplication.h"
 #include "Velor/program/VLCommandLine.h"
 #include "Velor/program/VLDemonstration.h"
 #include "Velor/program/VLHeadless.h"
 #include "Velor/program/VLInspect.h"
 #include "Velor/program/VLStandardOutput.h"
+#include "Velor/program/VLWindowed.h"
 #include "platform/host/Log.h"
 #include "platform/host/SystemHost.h"
 #include "platform/store/ApplicationFolders.h"
 #include "platform/store/LogFile.h"
 
 namespace {
-
-bool hasDisplay() {
-  const auto isSet = [](const char* name) {
-    const char* value = std::getenv(name);
-    return value != nullptr && *value != 0;
-  };
-  return isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
-}
 
 // Runs `body` with a host and its log.
 int run(const std::function<int()>& body) {
@@ -45,14 +39,28 @@ int run(const std::function<int()>& body) {
   }
 }
 
+int demonstrate() {
+  return run(&velor::VLDemonstrationRun);
+}
+
+int refuseWithoutDisplay() {
+  std::fputs("velor: cannot open a display; use --headless to run without a window\n", stderr);
+  return 1;
+}
+
+int runWithWindows(const velor::VLOptions& options, velor::VLApplication::NoDisplay noDisplay) {
+  if (!velor::VLApplication::isDisplayNamed()) {
+    return noDisplay();
+  }
+  velor::VLApplication application(noDisplay);
+  return run([&] { return velor::VLWindowedRun(application, options); });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   // A limit of the file size is an error of one write, and not the end of the clock.
   std::signal(SIGXFSZ, SIG_IGN);
-  if (argc == 1 && !hasDisplay()) {
-    return run(&velor::VLDemonstrationRun);
-  }
   const velor::VLCommandLine commandLine =
       velor::VLParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
   if (commandLine.encode) {
@@ -76,5 +84,9 @@ int main(int argc, char** argv) {
     std::fputs(commandLine.output.c_str(), stdout);
     return velor::VLStandardOutput::end(0);
   }
-  return run([&commandLine] { return velor::VLHeadlessRun(*commandLine.options); });
+  const velor::VLOptions& options = *commandLine.options;
+  if (options.headless || options.list) {
+    return run([&options] { return velor::VLHeadlessRun(options); });
+  }
+  return runWithWindows(options, argc == 1 ? &demonstrate : &refuseWithoutDisplay);
 }

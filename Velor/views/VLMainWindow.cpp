@@ -128,7 +128,10 @@ void VLMainWindow::setController(const std::shared_ptr<VLAppDelegate>& controlle
   controller->undoManager().setChanged(
       mSelf.job([](VLMainWindow& self) { self.mMenu->undoDidChange(); }));
   followClock(*controller);
-  mForm->statusRow->follow(controller, [this] {
+}
+
+void VLMainWindow::followStatus() {
+  mForm->statusRow->follow(mController.lock(), [this] {
     performOnController([this](VLAppDelegate& app) {
       if (const auto recovered = app.documents().recover(); !recovered) {
         presentError(recovered.error().text);
@@ -322,6 +325,11 @@ bool VLMainWindow::isControlKeyHeld() const {
 }
 
 void VLMainWindow::presentAlert(const VLAlert& alert, VLAlert::Answer answer) {
+  if (const auto given = mAnswerTo ? mAnswerTo(alert) : std::nullopt) {
+    host::current().mainQueue().async(
+        [answer = std::move(answer), isDefault = *given] { answer(isDefault); });
+    return;
+  }
   mSheets.ask({alert.title, alert.message, alert.defaultButton, alert.otherButton},
               [this, kind = alert.kind, answer = std::move(answer)](bool isDefault) {
                 // The format may have been set, or the clock disarmed, while the question stood.

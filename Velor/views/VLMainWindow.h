@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "Kv-Appkit/KVObservable.h"
@@ -53,6 +55,13 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
 
   /// Before the launch is finished; held weakly. Actions do nothing without it.
   void setController(const std::shared_ptr<VLAppDelegate>& controller);
+  /// Shows the state of the system, and the warnings of the log from now on: those of the
+  /// launch would greet who starts the program for the first time.
+  void followStatus();
+
+  /// Answers questions in place of the user; none: the user is asked.
+  using AnswerTo = std::function<std::optional<bool>(const VLAlert& alert)>;
+  void setAnswerTo(AnswerTo answerTo) { mAnswerTo = std::move(answerTo); }
 
   /// Does what the user has asked for; a failure becomes a sheet.
   void performOnController(const std::function<void(VLAppDelegate&)>& action);
@@ -114,6 +123,7 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   std::uint32_t mSelectedFormat = 0;
   VLSegmentedControl* playbackModeControl = nullptr;  // a child
   QPointer<VLPlayRateSheet> playrateSheet;
+  AnswerTo mAnswerTo;
   bool mIsAskingToQuit = false;
   std::vector<KVObserverToken> mTokens;
   const host::WeakSelf<VLMainWindow> mSelf{this};

@@ -88,7 +88,6 @@ TEST(VLCommandLine, AWrongWordIsOneLineThatNamesItWithTheStatus2) {
       {{"decode", "a.wav"}, "--headless cannot be used with decode"},
   };
   const Case commands[] = {
-      {{"--play"}, "there is no window yet; use --headless or --list (--help lists all options)"},
       {{"--play", "--inspect", "a.velor"}, "--play cannot be used with --inspect"},
       {{"encode", "--fps", "25", "a.wav"}, "unknown option --fps (--help lists all options)"},
       {{"encode", "--duration", "1"}, "encode needs FILE"},
