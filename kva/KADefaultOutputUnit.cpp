@@ -40,11 +40,11 @@ KADefaultOutputUnit::KADefaultOutputUnit()
   direction(AudioDirection::output).enabled = true;
   direction(AudioDirection::input).cycle = &inputCycle;
   takeOverDevice();
-  mService.addListener(*this);
+  mService.addListener(mDeviceListener);
 }
 
 KADefaultOutputUnit::~KADefaultOutputUnit() {
-  mService.removeListener(*this);
+  mService.removeListener(mDeviceListener);
   closeStreams();
 }
 

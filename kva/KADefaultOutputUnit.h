@@ -19,7 +19,7 @@ namespace velor {
 /// in the cycles of the device. At first its device is the default output device, output is
 /// on and input off. While its device is missing it is silent; started then, it begins with
 /// the device's return.
-class KADefaultOutputUnit : public KAAudioUnit, private audio::AudioDeviceListener {
+class KADefaultOutputUnit : public KAAudioUnit {
  public:
   KADefaultOutputUnit();
   /// Stops it.
@@ -34,6 +34,15 @@ class KADefaultOutputUnit : public KAAudioUnit, private audio::AudioDeviceListen
   audio::AudioObjectID deviceID() const;
 
  private:
+  // Apart from the unit, whose virtual functions change while a derived class is made or
+  // destroyed: the queue of the listeners may call at that moment.
+  struct DeviceListener final : audio::AudioDeviceListener {
+    explicit DeviceListener(KADefaultOutputUnit& listening) : unit(listening) {}
+    void deviceChanged(const audio::AudioDeviceChange& change) override {
+      unit.deviceChanged(change);
+    }
+    KADefaultOutputUnit& unit;
+  };
   struct Direction {
     audio::AudioCycleProc cycle = nullptr;
     bool enabled = false;
@@ -50,7 +59,8 @@ class KADefaultOutputUnit : public KAAudioUnit, private audio::AudioDeviceListen
   audio::OSStatus set(const Address& address, const KAPropertyValue& value) override;
   audio::OSStatus get(const Address& address, KAPropertyValue& value) const override;
   bool isWriteable(const Address& address) const override;
-  void deviceChanged(const audio::AudioDeviceChange& change) override;
+  // Calls no virtual function of this unit.
+  void deviceChanged(const audio::AudioDeviceChange& change);
 
   static void outputCycle(const host::RealtimeContext& realtime, void* refCon,
                           const audio::AudioTimeStamp& time, std::uint32_t frames,
@@ -80,6 +90,7 @@ class KADefaultOutputUnit : public KAAudioUnit, private audio::AudioDeviceListen
   }
 
   audio::AudioService& mService;
+  DeviceListener mDeviceListener{*this};
   audio::AudioObjectID mDevice = audio::kAudioObjectUnknown;
   bool mRunning = false;
   std::string mName = "Velor";

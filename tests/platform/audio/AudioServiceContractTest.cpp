@@ -414,9 +414,6 @@ TEST_P(AudioServiceContract, TheServersRateAndPeriodCanBeReadAndALateCycleCounts
   reports = 0;
   recorder.stall = mSetting->stall();
   EXPECT_TRUE(until([&] { return reports > 0 && system.serverStatus().xruns > before.xruns; }));
-  // More than the 100 ms between two reports; the end of a listener then waits for the last.
-  EXPECT_TRUE(awaitMore(recorder.cycles, 100));
-  const KADefaultOutputUnit waiter;
 }
 
 template <class Kind>
