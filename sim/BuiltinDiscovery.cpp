@@ -9,14 +9,20 @@
 
 namespace velor::discovery {
 
-class BuiltinDiscovery::Search final : public DiscoveryTask {
+template <class Reply>
+class BuiltinDiscovery::Task : public DiscoveryTask {
+ protected:
+  Task(BuiltinDiscovery& network, Reply reply)
+      : DiscoveryTask(network.mQueue), mNetwork(network), mReply(std::move(reply)) {}
+
+  BuiltinDiscovery& mNetwork;
+  const Reply mReply;
+};
+
+class BuiltinDiscovery::Search final : public Task<SearchReply> {
  public:
   Search(BuiltinDiscovery& network, std::string type, std::string domain, SearchReply reply)
-      : DiscoveryTask(network.mQueue),
-        mNetwork(network),
-        mType(std::move(type)),
-        mDomain(std::move(domain)),
-        mReply(std::move(reply)) {}
+      : Task(network, std::move(reply)), mType(std::move(type)), mDomain(std::move(domain)) {}
 
   bool covers(const DiscoveryKey& key) const { return key.type == mType && key.domain == mDomain; }
   void tell(std::vector<DiscoveryFind> finds) { replyFinds(mReply, std::move(finds)); }
@@ -25,19 +31,14 @@ class BuiltinDiscovery::Search final : public DiscoveryTask {
   void begin() override;
   void end() override { std::erase(mNetwork.mSearches, this); }
 
-  BuiltinDiscovery& mNetwork;
   const std::string mType;
   const std::string mDomain;
-  const SearchReply mReply;
 };
 
-class BuiltinDiscovery::Resolution final : public DiscoveryTask {
+class BuiltinDiscovery::Resolution final : public Task<ResolveReply> {
  public:
   Resolution(BuiltinDiscovery& network, DiscoveryKey key, ResolveReply reply)
-      : DiscoveryTask(network.mQueue),
-        mNetwork(network),
-        mKey(std::move(key)),
-        mReply(std::move(reply)) {}
+      : Task(network, std::move(reply)), mKey(std::move(key)) {}
 
   /// True once it has replied.
   bool answer();
@@ -50,18 +51,13 @@ class BuiltinDiscovery::Resolution final : public DiscoveryTask {
   }
   void end() override { std::erase(mNetwork.mResolutions, this); }
 
-  BuiltinDiscovery& mNetwork;
   const DiscoveryKey mKey;
-  const ResolveReply mReply;
 };
 
-class BuiltinDiscovery::Publication final : public DiscoveryTask {
+class BuiltinDiscovery::Publication final : public Task<PublishReply> {
  public:
   Publication(BuiltinDiscovery& network, DiscoveryRecord record, PublishReply reply)
-      : DiscoveryTask(network.mQueue),
-        mNetwork(network),
-        mRecord(std::move(record)),
-        mReply(std::move(reply)) {}
+      : Task(network, std::move(reply)), mRecord(std::move(record)) {}
 
   const DiscoveryRecord& record() const { return mRecord; }
   bool isAnnounced() const { return mIsAnnounced; }
@@ -115,9 +111,7 @@ class BuiltinDiscovery::Publication final : public DiscoveryTask {
     }
   }
 
-  BuiltinDiscovery& mNetwork;
   const DiscoveryRecord mRecord;
-  const PublishReply mReply;
   std::string mName;
   bool mIsAnnounced = false;
   std::uint64_t mAttempt = 0;  // counts probes and withdrawals

@@ -30,6 +30,8 @@ class BuiltinDiscovery final : public DiscoveryService {
   DiscoveryActivity resolveService(DiscoveryKey key, ResolveReply reply) override;
 
  private:
+  template <class Reply>
+  class Task;
   class Publication;
   class Search;
   class Resolution;
