@@ -158,7 +158,10 @@ void JackServer::start() {
   mProcess = Process({"jackd", "--name", mName, "-R", "-S", "-d", "dummy", "-r",
                       std::to_string(mRate), "-p", std::to_string(mPeriod)},
                      {}, log);
-  const bool up = runToEnd({"jack_wait", "-s", mName, "-w", "-t", "10"}, {}) == 0;
+  // `jack_wait -w` looks only once a second.
+  const bool up = waitFor(10, [this] {
+    return runToEnd({"sh", "-c", "jack_wait -s \"$0\" -c | grep -qx running", mName}, {}) == 0;
+  });
   if (!mProcess.isRunning() || !up) {
     throw std::runtime_error("jackd did not start: " + fileContents(log));
   }

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,6 +35,9 @@ class Headless : public testing::Test {
 
   JackServer mServer;  // not started
 };
+
+// With no server, so other tests may run at the same time.
+class HeadlessAlone : public Headless {};
 
 std::size_t countOf(const std::string& text, const std::string& part) {
   std::size_t count = 0;
@@ -120,27 +125,33 @@ TEST_F(Headless, OffsetPrerollStopAndRateShapeRunsThatEachEndWithAWholeBlock) {
       {{"--start", "01:00:00:00", "--rate-percent", "2"}, "01:00:00:03", ""},
   };
   JackPeer desk("Desk");
-  desk.addInput("in");
+  std::vector<std::unique_ptr<VelorProcess>> runs;
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    desk.addInput(std::to_string(i));
+  }
   desk.activate();
-  for (const Case& c : cases) {
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    std::vector<std::string> arguments = {"--headless", "--play", "--mtc-out",
+                                          desk.fullName(std::to_string(i))};
+    arguments.insert(arguments.end(), cases[i].arguments.begin(), cases[i].arguments.end());
+    runs.push_back(std::make_unique<VelorProcess>(arguments, mServer.environment()));
+  }
+  const auto received = [&desk](std::size_t run) {
+    return readStream(desk.recorded(), static_cast<int>(run));
+  };
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    EXPECT_TRUE(waitFor(10, [&] { return received(i).blocks.size() >= 13; })) << runs[i]->errors();
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));  // what is stopped sends no more
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const Case& c = cases[i];
     SCOPED_TRACE(testing::PrintToString(c.arguments));
-    const auto received = [&desk, before = desk.recordedCount()] {
-      auto events = desk.recorded();
-      events.erase(events.begin(), events.begin() + static_cast<std::ptrdiff_t>(before));
-      return readStream(events, 0);
-    };
-    std::vector<std::string> arguments = {"--headless", "--play", "--mtc-out", "Desk:in"};
-    arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
-    VelorProcess velor(arguments, mServer.environment());
-    const bool stops = *c.lastBlock != 0;
-    ASSERT_TRUE(waitFor(10, [&] { return received().blocks.size() >= (stops ? 13U : 25U); }))
-        << velor.errors();
-    std::this_thread::sleep_for(std::chrono::milliseconds(stops ? 500 : 0));
-    EXPECT_EQ(velor.end(SIGINT), 0);
-    const Stream stream = received();
+    EXPECT_EQ(runs[i]->end(SIGINT), 0);
+    const Stream stream = received(i);
     EXPECT_EQ(stream.faults, 0) << stream.fault << ": the last block runs out";
+    ASSERT_FALSE(stream.blocks.empty());
     EXPECT_EQ(stream.blocks.front().label.text(), c.firstBlock);
-    if (stops) {
+    if (*c.lastBlock != 0) {
       EXPECT_EQ(stream.blocks.back().label.text(), c.lastBlock);
     }
   }
@@ -169,13 +180,13 @@ TEST_F(Headless, AClockIsArmedByTheSyncSourceThatTheLastRunLeftAndByNoneAtAllNot
   for (const auto& arguments : {std::vector<std::string>{"--headless", "--sync-source", "Deck:out"},
                                 std::vector<std::string>{"--headless", "--arm"}}) {
     VelorProcess velor(arguments, environment);
-    EXPECT_EQ(velor.waitForEnd(1.5), -1) << velor.errors();
+    EXPECT_EQ(velor.waitForEnd(1), -1) << velor.errors();
     EXPECT_EQ(velor.end(SIGTERM), 0) << velor.errors();
     EXPECT_EQ(velor.errors(), "");
   }
 }
 
-TEST_F(Headless, ALogThatCannotBeWrittenIsReportedAndStopsNothing) {
+TEST_F(HeadlessAlone, ALogThatCannotBeWrittenIsReportedAndStopsNothing) {
   VelorProcess velor({"--headless", "--play"}, environmentWith({"XDG_STATE_HOME=/proc/nowhere"}));
   ASSERT_TRUE(waitFor(5, [&] { return countOf(velor.errors(), "\n") >= 2; })) << velor.errors();
   EXPECT_NE(velor.errors().find("log"), std::string::npos) << velor.errors();
@@ -186,11 +197,11 @@ TEST_F(Headless, ALogThatCannotBeWrittenIsReportedAndStopsNothing) {
   const TemporaryFolder folder;
   Process limited({"/bin/sh", "-c", "ulimit -f 0; exec \"$0\" --headless --play", VELOR_PROGRAM},
                   environmentWith(VelorFolders(folder)), "/dev/null");
-  EXPECT_EQ(limited.waitForEnd(1.5), -1);
+  EXPECT_EQ(limited.waitForEnd(1), -1);
   EXPECT_EQ(limited.end(SIGTERM), 1) << "the state is not saved";
 }
 
-TEST_F(Headless, ATerminalThatTakesNothingHoldsUpNoStop) {
+TEST_F(HeadlessAlone, ATerminalThatTakesNothingHoldsUpNoStop) {
   VelorOnTerminal velor(80, {"--headless", "--play"}, mServer.environment());
   ASSERT_TRUE(velor.readUntil("rolling", 5)) << velor.text();
   velor.hold();
@@ -198,7 +209,7 @@ TEST_F(Headless, ATerminalThatTakesNothingHoldsUpNoStop) {
   EXPECT_EQ(velor.endUnread(SIGTERM, 3), 0);
 }
 
-TEST_F(Headless, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
+TEST_F(HeadlessAlone, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
   struct sigaction ignore {};
   struct sigaction before {};
   ignore.sa_handler = SIG_IGN;
@@ -219,7 +230,7 @@ TEST_F(Headless, AHangUpThatTheCallerIgnoresAndAClosedPipeStopNothing) {
   EXPECT_EQ(velor.end(SIGINT), 0);
 }
 
-TEST_F(Headless, WhatCannotBePrintedIsAFailure) {
+TEST_F(HeadlessAlone, WhatCannotBePrintedIsAFailure) {
   const TemporaryFolder folder;
   for (const char* option : {"--list", "--help", "--version"}) {
     const auto errors = folder.path() / option;
@@ -230,7 +241,7 @@ TEST_F(Headless, WhatCannotBePrintedIsAFailure) {
   }
 }
 
-TEST_F(Headless, TheStatusLineIsWrittenOverInPlaceAndFitsTheTerminal) {
+TEST_F(HeadlessAlone, TheStatusLineIsWrittenOverInPlaceAndFitsTheTerminal) {
   for (const unsigned short columns : {std::uint16_t{120}, std::uint16_t{40}}) {
     VelorOnTerminal velor(columns, {"--headless", "--play", "--start", "12:34:00:00"},
                           mServer.environment());

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // LTC by an encoder that knows nothing of this program, and the MTC and the status line
-// that the program makes of it. VELOR_SOAK_SECONDS makes the run longer than the 20 s of
+// that the program makes of it. VELOR_SOAK_SECONDS makes the run longer than the 8 s of
 // the suite.
 #include <gtest/gtest.h>
 

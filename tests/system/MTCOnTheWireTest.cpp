@@ -93,7 +93,7 @@ TEST_P(MTCOnTheWire, AllFormatsAtOnceArriveWholeOnTheirGridOverMinutesAndMidnigh
 
     // Drop-frame numbers are left out at the full minute; the others pass midnight.
     const auto startOf = [](const WireFormat& format) {
-      return format.drop ? "00:00:52:00" : "23:59:52:00";
+      return format.drop ? "00:00:56:00" : "23:59:56:00";
     };
     std::vector<std::unique_ptr<VelorProcess>> processes;
     for (const WireFormat& format : wireFormats()) {
@@ -149,10 +149,10 @@ bool awaitBlocks(const JackPeer& recorder, std::size_t count) {
   return waitFor(5, [&] { return recorder.recordedCount() >= count * 8; });
 }
 
-// Two seconds of the stream from now on, from the next whole block.
-Stream nextSeconds(const JackPeer& recorder) {
+// A second of the stream from now on, from the next whole block.
+Stream nextSecond(const JackPeer& recorder) {
   auto from = static_cast<std::ptrdiff_t>(recorder.recordedCount());
-  sleepSeconds(2);
+  sleepSeconds(1);
   auto events = recorder.recorded();
   events.erase(events.begin(),
                std::find_if(events.begin() + from, events.end(), [](const JackPeer::Event& event) {
@@ -164,7 +164,7 @@ Stream nextSeconds(const JackPeer& recorder) {
 // Whole blocks, each two frames after the one before, on the grid of this rate.
 void expectUnbroken(const Stream& stream, const WireFormat& format, double sampleRate) {
   EXPECT_EQ(stream.faults, 0) << stream.fault;
-  ASSERT_GE(stream.blocks.size(), 20U);
+  ASSERT_GE(stream.blocks.size(), 10U);
   for (std::size_t i = 1; i < stream.blocks.size(); ++i) {
     EXPECT_EQ(stream.blocks[i].label.text(),
               next(next(stream.blocks[i - 1].label, format), format).text());
@@ -200,7 +200,7 @@ TEST(MTCOverChanges, AfterAJackHasChangedItsPeriodNoBlockIsLostOrDoubled) {
     for (const int period : {1024, 128, 512}) {
       recorder.setPeriod(period);
       sleepSeconds(0.2);
-      expectUnbroken(nextSeconds(recorder), wireFormat("25"), 48000);
+      expectUnbroken(nextSecond(recorder), wireFormat("25"), 48000);
     }
   });
 }
@@ -218,7 +218,7 @@ TEST(MTCOverChanges, AfterAPipeWireHasChangedItsRateAndPeriodNoBlockIsLostOrDoub
       server.force(setting.rate, setting.period);
       ASSERT_TRUE(waitFor(5, [&] { return recorder.sampleRate() == setting.rate; }));
       sleepSeconds(0.3);
-      expectUnbroken(nextSeconds(recorder), wireFormat("25"), setting.rate);
+      expectUnbroken(nextSecond(recorder), wireFormat("25"), setting.rate);
     }
   });
 }

@@ -162,7 +162,7 @@ double quantile(std::vector<double> values, double part) {
 
 double soakSeconds() {
   const char* soak = std::getenv("VELOR_SOAK_SECONDS");
-  return soak != nullptr ? std::atof(soak) : 20.0;
+  return soak != nullptr ? std::atof(soak) : 8.0;
 }
 
 }  // namespace velor::test
