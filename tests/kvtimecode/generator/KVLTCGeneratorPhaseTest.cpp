@@ -18,6 +18,7 @@ namespace velor {
 namespace {
 
 constexpr std::uint64_t kMs = 1'000'000;
+constexpr int kSeconds = 50;        // of a long run
 constexpr double kRounding = 1e-3;  // of samples, by ns and by the reading of edges
 
 void expectWhole(const LTCRun& run, std::int64_t atLeast) {
@@ -32,8 +33,8 @@ TEST(KVLTCGeneratorPhase, FramesLeaveWhenTheyAreDueWhateverTheDevicesClock) {
     SCOPED_TRACE(ppm);
     LTCRun run({.ppm = ppm});
     run.start();
-    run.run(120);
-    expectWhole(run, 120 * 25 - 5);
+    run.run(kSeconds);
+    expectWhole(run, kSeconds * 25 - 5);
     EXPECT_EQ(run.first, 2);
     EXPECT_LE(run.settledWorst, 1 + kRounding);
     EXPECT_NEAR(run.generator->deviation(), -ppm * 1e-4, 1e-5);
@@ -70,12 +71,12 @@ TEST(KVLTCGeneratorPhase, JitterAndLateCallsMoveFramesAndHarmNone) {
                 .latency = each.latency,
                 .period = each.period});
     run.start();
-    run.run(120);
+    run.run(kSeconds);
     EXPECT_EQ(run.wrong, 0);
     // The first, of which the device may have read the beginning.
     EXPECT_LE(run.torn(), each.period == 64 ? 0 : 1);
     EXPECT_EQ(run.silences(), 0);
-    EXPECT_GE(run.frames, 120 * 25 - 7);
+    EXPECT_GE(run.frames, kSeconds * 25 - 7);
     EXPECT_LE(run.settledWorst, each.worst);
   }
 }

@@ -33,7 +33,7 @@ TEST(Mailbox, HoldsItsCapacityThenRefusesAndCountsUntilThereIsRoom) {
 // slot would show.
 TEST(Mailbox, UnderContentionEveryAcceptedValueComesOnceAndInOrder) {
   constexpr std::uint64_t kPosters = 3;
-  constexpr std::uint64_t kValues = 20000;
+  constexpr std::uint64_t kValues = 4000;
   Mailbox<std::uint64_t> mailbox(16);
   std::vector<std::thread> threads;
   for (std::uint64_t poster = 0; poster < kPosters; ++poster) {

@@ -232,7 +232,7 @@ INSTANTIATE_TEST_SUITE_P(
     Services, MIDIServiceContract,
     testing::Values(
         ServiceKind{"builtin", [] { return std::unique_ptr<Setting>(new BuiltinSetting); }, 300},
-        ServiceKind{"jack", [] { return std::unique_ptr<Setting>(new JackSetting); }, 60}),
+        ServiceKind{"jack", [] { return std::unique_ptr<Setting>(new JackSetting); }, 20}),
     [](const auto& kind) { return std::string(kind.param.name); });
 
 }  // namespace

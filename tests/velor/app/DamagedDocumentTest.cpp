@@ -15,7 +15,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 using Pointer = Json::json_pointer;
 
-constexpr int kParts = 10;  // that run beside each other
+constexpr int kParts = 4;  // that run beside each other
 // Stands in for a number that the writer of JSON would not write.
 constexpr const char* kMark = "@@mark@@";
 
@@ -42,7 +42,7 @@ struct Damage {
   bool isFatal;  // else what is there now can be a value as good as before
 };
 
-// Every value replaced by others, and the file cut everywhere.
+// Every value replaced by some others, and the file cut everywhere.
 std::vector<Damage> damagesOf(const std::string& document) {
   std::vector<Damage> damages;
   const Json whole = Json::parse(document);
@@ -53,14 +53,19 @@ std::vector<Damage> damagesOf(const std::string& document) {
     damaged[at] = value;
     damages.push_back({at.to_string() + " is " + value.dump(), damaged.dump(), isFatal});
   };
+  std::size_t turn = 0;
   for (const Pointer& at : places) {
     const Json& old = whole[at];
-    for (const Json& other :
-         {Json(5), Json(true), Json("text"), Json::array({1}), Json{{"a", 1}}}) {
+    // Two of the other types, in turn.
+    const Json others[] = {Json(5), Json(true), Json("text"), Json::array({1}), Json{{"a", 1}}};
+    for (std::size_t i = 0, found = 0; found < 2; ++i) {
+      const Json& other = others[(turn + i) % std::size(others)];
       if (other.type() != old.type() && !(other.is_number() && old.is_number())) {
         put(at, other, true);
+        ++found;
       }
     }
+    ++turn;
     if (at.back() == "$class") {
       put(at, "Nothing", true);
       put(at, old == "KVSMPTETime" ? "VLMarker" : "KVSMPTETime", true);
@@ -87,7 +92,7 @@ std::vector<Damage> damagesOf(const std::string& document) {
     damaged["playbackRate"] = rate;
     damages.push_back({"a rate of " + std::to_string(rate), damaged.dump(), true});
   }
-  for (std::size_t size = 0; size < document.rfind('}'); size += 101) {
+  for (std::size_t size = 0; size < document.rfind('}'); size += 307) {
     damages.push_back({"cut to " + std::to_string(size), document.substr(0, size), true});
   }
   return damages;

@@ -16,10 +16,10 @@ namespace velor {
 namespace {
 
 constexpr std::uint64_t kSecond = 1'000'000'000;
-// Some 40 minutes each; VELOR_WALK_STEPS asks for more.
+// Some 20 minutes each; VELOR_WALK_STEPS asks for more.
 int steps() {
   const char* wanted = std::getenv("VELOR_WALK_STEPS");
-  return wanted != nullptr ? std::atoi(wanted) : 1000;
+  return wanted != nullptr ? std::atoi(wanted) : 500;
 }
 
 class VLAppWalk : public AppFixture, public testing::WithParamInterface<std::uint64_t> {

@@ -98,7 +98,7 @@ TEST_P(VLClockFaults, NeverPassAWrongTimeOn) {
   EXPECT_LT(relayed, 4000U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, VLClockFaults, testing::Range<std::uint64_t>(1, 6));
+INSTANTIATE_TEST_SUITE_P(Seeds, VLClockFaults, testing::Range<std::uint64_t>(1, 4));
 
 }  // namespace
 }  // namespace velor

@@ -61,21 +61,21 @@ TEST(VLLTCReaderDeviceThreads, WhatIsReadIsNeverHalfAChangeWhileDevicesComeAndGo
     });
     int reading = 0;
     std::uint32_t bits = 0;
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 150; ++i) {
       bits = static_cast<std::uint32_t>(i) * 0x10001U;
       generator->generator()->setUserbits(bits);
-      if (i % 100 == 30) {
-        loopback.setSampleRate(i % 200 == 30 ? 96000 : 48000);
-      } else if (i % 100 == 60) {
+      if (i % 60 == 15) {
+        loopback.setSampleRate(i % 120 == 15 ? 96000 : 48000);
+      } else if (i % 60 == 30) {
         loopback.vanish();
-      } else if (i % 100 == 65) {
+      } else if (i % 60 == 35) {
         loopback.appear();
       }
       rest(10'000'000);
       mainQueue.drainPending();
       reading += reader->running() ? 1 : 0;
     }
-    EXPECT_GT(reading, 100);
+    EXPECT_GT(reading, 50);
     // It goes while it reads.
     ending = true;
     looker.join();
@@ -86,7 +86,7 @@ TEST(VLLTCReaderDeviceThreads, WhatIsReadIsNeverHalfAChangeWhileDevicesComeAndGo
   }
   KVSharedInstances::clear();
   // Parsers of MTC stay until the ends of their streams are told.
-  for (int i = 0; i < 100; ++i) {
+  for (int i = 0; i < 60; ++i) {
     rest(10'000'000);
     mainQueue.drainPending();
   }
