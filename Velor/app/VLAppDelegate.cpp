@@ -9,6 +9,7 @@
 #include "Velor/app/VLOnMain.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/devices/VLTimecodeDestinationDevice.h"
+#include "Velor/media/VLMediaPlaybackWindowController.h"
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_two_frames.h"
 #include "kvtimecode/ltc_utils.h"

@@ -31,9 +31,6 @@
 
 namespace velor {
 
-/// Posted with the new format code (std::uint32_t) when the clock's format has changed.
-inline constexpr const char* VLChangedTimecodeType = "Velor.ChangedTimecodeType";
-
 /// The top of the program: owns the long-lived parts, connects them, and turns what
 /// the user does, at a window, by OSC or on the command line, into calls on the clock.
 ///

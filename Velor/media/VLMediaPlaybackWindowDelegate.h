@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kvtimecode/SMPTETime.h"
+
+namespace velor {
+
+class VLMediaPlaybackWindowController;
+
+/// The application, as its media windows know it. Queue: main.
+class VLMediaPlaybackWindowDelegate {
+ public:
+  virtual ~VLMediaPlaybackWindowDelegate() = default;
+
+  virtual void play(VLMediaPlaybackWindowController& sender) = 0;
+  virtual void stop(VLMediaPlaybackWindowController& sender) = 0;
+  /// Of a time as it is sent, with the clock's offset in it.
+  virtual void setCurrentSMPTETime(const SMPTETime& time) = 0;
+  /// Drops the controller.
+  virtual void mediaPlaybackWindowDidClose(VLMediaPlaybackWindowController& window) = 0;
+};
+
+}  // namespace velor

@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: MIT
+#include "Velor/media/VLMediaChase.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/velor/media/MediaFixture.h"
+
+namespace velor {
+namespace {
+
+using media::MediaTime;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using testing::DoubleNear;
+using testing::HasSubstr;
+
+class VLMediaChaseTest : public MediaFixture {
+ protected:
+  VLMediaChaseTest() {
+    mMedia.clips["long.mp4"].duration = seconds(600);
+    // Behind by two frames, as readers of MTC show its time.
+    mBehind = DoubleNear(-80, 1);
+  }
+
+  testing::Matcher<double> mBehind = testing::_;
+};
+
+TEST_F(VLMediaChaseTest, ThePlayerIsStartedOnceAndKeepsStepWithTheClock) {
+  const auto window = open("long.mp4", "01:00:00:00");
+  EXPECT_EQ(outlet().title, "long.mp4");
+  playFrom("01:00:00:00");
+  pass(0.5);
+  EXPECT_EQ(outlet().status, VLClockRolling);
+  ASSERT_EQ(player().starts().size(), 1U);
+  const auto& start = player().starts()[0];
+  EXPECT_EQ(start.time - milliseconds(-80), MediaTime(start.hostTime - mBegin));
+  EXPECT_THAT(ahead("01:00:00:00"), mBehind);
+  pass(60);
+  EXPECT_EQ(player().starts().size(), 1U);
+  EXPECT_THAT(ahead("01:00:00:00"), mBehind);
+  EXPECT_THAT(outlet().deviation, HasSubstr("0.000% [-"));
+  EXPECT_THAT(outlet().mtcIn.back(), HasSubstr("MTC In: 01:01:00:"));
+
+  clock().stop();
+  pass(1);
+  EXPECT_EQ(player().rate(), 0);
+  EXPECT_EQ(outlet().status, VLClockStopped);
+  EXPECT_EQ(outlet().deviation, "");
+}
+
+TEST_F(VLMediaChaseTest, ADifferenceOf80MillisecondsTakesTwoReportsToBeMadeGood) {
+  const auto window = open("long.mp4", "01:00:00:00");
+  playFrom("01:00:10:00");
+  pass(1);
+  player().setDrift(-0.01);  // 10 ms a second
+  pass(5);
+  EXPECT_EQ(player().starts().size(), 1U);
+  EXPECT_TRUE(mLog.matching("resyncing").empty());
+  pass(5);
+  ASSERT_EQ(player().starts().size(), 2U);
+  const auto found = mLog.matching("resyncing");
+  ASSERT_EQ(found.size(), 1U);
+  EXPECT_THAT(found[0], HasSubstr("media offset for long.mp4 is -0.08"));
+  // Two more reports are 160 ms.
+  player().setDrift(0);
+  player().setRate(1, player().currentTime() + seconds(30), mHost.AudioGetCurrentHostTime());
+  pass(0.2);
+  EXPECT_EQ(player().starts().size(), 4U);  // with the one above
+  EXPECT_THAT(ahead("01:00:00:00"), mBehind);
+
+  // The clock jumps, forwards and backwards.
+  for (const char* time : {"01:05:00:00", "01:00:30:00"}) {
+    playFrom(time);
+    pass(0.5);
+    EXPECT_THAT(ahead("01:00:00:00"), mBehind) << time;
+  }
+}
+
+TEST_F(VLMediaChaseTest, OutsideOfItTheClipStandsAndTheFieldSaysOnWhichSide) {
+  const auto window = open("clip.mp4", "01:00:00:00");
+  playFrom("00:59:59:00");
+  pass(0.9);
+  EXPECT_TRUE(player().starts().empty());
+  EXPECT_THAT(outlet().mtcIn.back(), HasSubstr("MTC In: << 00:59:59:"));
+  pass(0.6);
+  EXPECT_EQ(player().rate(), 1);
+  pass(9.8);
+  EXPECT_EQ(player().rate(), 0);
+  EXPECT_THAT(outlet().mtcIn.back(), HasSubstr("MTC In: >> 01:00:10:"));
+  EXPECT_EQ(player().starts().size(), 1U);
+  // A clip that stands there may be moved and started by the user.
+  player().setRate(1, seconds(2), mHost.AudioGetCurrentHostTime());
+  window->setOnline(false);
+  pass(0.5);
+  EXPECT_EQ(player().rate(), 1);
+  EXPECT_THAT(outlet().mtcIn.back(), HasSubstr("MTC In:off >> 01:00:1"));
+  window->setOnline(true);
+  pass(0.2);
+  EXPECT_EQ(player().rate(), 0);
+}
+
+TEST_F(VLMediaChaseTest, OnLineGatesTheStartAndNotWhatRuns) {
+  const auto window = open("long.mp4", "01:00:00:00");
+  window->setOnline(false);
+  playFrom("01:00:01:00");
+  pass(1);
+  EXPECT_TRUE(player().starts().empty());
+  EXPECT_THAT(outlet().mtcIn.back(), HasSubstr("MTC In:off 01:00:0"));
+  window->setOnline(true);
+  pass(0.2);
+  EXPECT_EQ(player().starts().size(), 1U);
+  // The chase wins over the user.
+  window->mediaPlayer()->pause();
+  EXPECT_EQ(player().rate(), 0);
+  pass(0.5);
+  EXPECT_EQ(player().rate(), 1);
+  EXPECT_THAT(ahead("01:00:00:00"), mBehind);
+  window->setOnline(false);
+  pass(2);
+  EXPECT_EQ(player().rate(), 1);
+  clock().stop();
+  pass(1);
+  EXPECT_EQ(player().rate(), 0);
+}
+
+TEST_F(VLMediaChaseTest, AClipThatIsOpenedUnderwayStartsWithinTwoReportsOfBeingReady) {
+  mMedia.clips["slow.mp4"].openTime = seconds(2);
+  const auto window = shown(VLMediaPlaybackWindowController::initWithDelegate(mApp));
+  window->setClipStartTime(timeOf("01:00:00:00"));
+  playFrom("01:00:01:00");
+  window->loadMediumAtURL(fileNamed("slow.mp4"));
+  pass(1.99);
+  EXPECT_FALSE(window->isReady());
+  EXPECT_TRUE(player().starts().empty());
+  pass(0.2);
+  EXPECT_TRUE(window->isReady());
+  EXPECT_EQ(player().starts().size(), 1U);
+  EXPECT_THAT(ahead("01:00:00:00"), mBehind);
+  player().fail("the disk has gone");
+  mHost.settle();
+  EXPECT_EQ(outlet().errors, std::vector<std::string>{"the disk has gone"});
+  pass(1);
+  EXPECT_EQ(player().starts().size(), 1U);
+}
+
+TEST_F(VLMediaChaseTest, TheStartFollowsTheSpeedOfTheSourceUnlessToldNotTo) {
+  const auto window = open("long.mp4", "01:00:00:00");
+  clock().setPlayRate(1.01);
+  playFrom("01:00:01:00");
+  pass(1);
+  window->setClipStartTimeString("01:00:00:01");  // starts anew, once the deviation is known
+  pass(2);
+  ASSERT_EQ(player().starts().size(), 2U);
+  EXPECT_NEAR(static_cast<double>(player().starts()[1].rate), 1.01, 0.001);
+  window->setAdjustSpeed(false);
+  window->setClipStartTimeString("none");  // ignored
+  pass(1);
+  EXPECT_EQ(player().starts().size(), 2U);
+  window->setClipStartTimeString("01:00:00:02");
+  pass(0.3);
+  EXPECT_EQ(player().starts().back().rate, 1);
+}
+
+TEST_F(VLMediaChaseTest, WindowsFollowTheSameStreamEachFromItsOwnStart) {
+  open("long.mp4", "01:00:00:00");
+  const auto second = open("clip.mp4", "01:00:05:00");
+  playFrom("01:00:04:00");
+  pass(0.9);
+  EXPECT_EQ(player(0).rate(), 1);
+  EXPECT_EQ(player(1).rate(), 0);
+  pass(2);
+  EXPECT_THAT(ahead("01:00:00:00", 0), mBehind);
+  EXPECT_THAT(ahead("01:00:05:00", 1), mBehind);
+  second->windowWillClose();
+  EXPECT_EQ(player(1).rate(), 0);
+  EXPECT_EQ(mApp->calls, std::vector<std::string>{"closed"});
+  pass(1);
+  EXPECT_EQ(player(1).rate(), 0);
+  EXPECT_EQ(player(0).rate(), 1);
+}
+
+struct Decisions final : VLMediaChaseDelegate {
+  void chaseStarts(float rate, MediaTime position, std::uint64_t hostTime) override {
+    add("start", std::to_string(rate) + " " + std::to_string(position.count()) + " " +
+                     std::to_string(hostTime));
+  }
+  void chaseStops() override { add("stop", ""); }
+  void chaseLocates(MediaTime position) override {
+    add("locate", std::to_string(position.count()));
+  }
+  void chaseReceivedMTC(const std::string& text) override { add(text, ""); }
+  void chaseMeasuredDeviation(const std::string& text) override { add(text, ""); }
+  void add(const std::string& what, const std::string& values) {
+    list.push_back(values.empty() ? what : what + " " + values);
+  }
+
+  std::vector<std::string> list;
+};
+
+TEST_F(VLMediaChaseTest, EachReportIsDecidedByTheTable) {
+  const auto decisions = std::make_shared<Decisions>();
+  host::Queue queue("chase");
+  VLMediaChase chase(queue, decisions);
+  const auto report = [&](const char* text, std::uint32_t counter) {
+    SMPTETime time = timeOf(text);
+    time.mCounter = counter;
+    queue.sync([&] { chase.copyTime(time, 5'000, 0.001); });
+    mHost.settle();
+    return std::exchange(decisions->list, {});
+  };
+  using List = std::vector<std::string>;
+  VLMediaChase::Settings settings{true, true, true, timeOf("01:00:00:00"), 10, "clip"};
+  queue.sync([&] { chase.setSettings(settings); });
+  EXPECT_EQ(report("01:00:00:00", 3), List{});
+  EXPECT_EQ(report("01:00:00:00", 6),
+            (List{"MTC In: 01:00:00:00", "start 1.001000 -80000000 5000"}));
+  // Without a player, the clip stands at its start. The text comes on each tenth frame.
+  EXPECT_EQ(report("01:00:00:01", 9), List{"MTC In: 01:00:00:01"});
+  EXPECT_EQ(report("01:00:00:10", 12), (List{"MTC In: 01:00:00:10", "-100.000% [-400.00ms]"}));
+  EXPECT_EQ(report("01:00:10:00", 15),
+            (List{"MTC In: 01:00:10:00", "start 1.001000 9920000000 5000"}));
+  EXPECT_EQ(report("01:00:10:01", 18), List{"MTC In: >> 01:00:10:01"});  // at rate 0: no stop
+  queue.sync([&] { chase.gotoTime(timeOf("01:00:10:00")); });
+  queue.sync([&] { chase.gotoTime(timeOf("00:59:59:24")); });
+  queue.sync([&] { chase.parserDidStop(); });
+  mHost.settle();
+  EXPECT_EQ(std::exchange(decisions->list, {}),
+            (List{"MTC In: 01:00:10:00", "locate 10000000000", "MTC In: 00:59:59:24", "stop"}));
+  // A clip of unknown length has no end, and one that is not ready is not started.
+  settings.assetDuration = std::numeric_limits<double>::quiet_NaN();
+  settings.isReady = false;
+  queue.sync([&] { chase.setSettings(settings); });
+  EXPECT_EQ(report("23:00:00:00", 6), List{"MTC In: 23:00:00:00"});
+  EXPECT_TRUE(queue.sync([&] { return chase.synced(); }));
+}
+
+}  // namespace
+}  // namespace velor
