@@ -60,6 +60,18 @@ QSize VLButton::sizeHint() const {
   return {std::max(width, height), height};
 }
 
+void VLButton::setElided(bool elided) {
+  mIsElided = elided;
+  setSizePolicy(elided ? QSizePolicy::Maximum : QSizePolicy::Fixed, QSizePolicy::Fixed);
+}
+
+QSize VLButton::minimumSizeHint() const {
+  const QSize whole = sizeHint();
+  return mIsElided
+             ? QSize(std::max(whole.height(), 2 * kMargin + iconSize().width()), whole.height())
+             : whole;
+}
+
 void VLButton::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
   painter.setRenderHint(QPainter::Antialiasing);
@@ -77,7 +89,10 @@ void VLButton::paintEvent(QPaintEvent* /*event*/) {
   const QFontMetrics metrics = fontMetrics();
   const int iconWidth = icon().isNull() ? 0 : iconSize().width();
   const int gap = iconWidth != 0 && showsText() ? VLStyle::kGap - 2 : 0;
-  const int textWidth = showsText() ? metrics.horizontalAdvance(text()) : 0;
+  const int room = width() - 2 * kMargin - iconWidth - gap;
+  const bool isCut = mIsElided && metrics.horizontalAdvance(text()) > room;
+  const QString shown = isCut ? metrics.elidedText(text(), Qt::ElideRight, room) : text();
+  const int textWidth = showsText() ? metrics.horizontalAdvance(shown) : 0;
   int x = (width() - iconWidth - gap - textWidth) / 2;
   if (iconWidth != 0) {
     icon().paint(&painter, QRect(QPoint(x, (height() - iconSize().height()) / 2), iconSize()),
@@ -87,7 +102,7 @@ void VLButton::paintEvent(QPaintEvent* /*event*/) {
   if (showsText()) {
     painter.setPen(
         palette().color(isEnabled() ? QPalette::Active : QPalette::Disabled, QPalette::ButtonText));
-    painter.drawText(QRect(x, 0, width() - x, height()), Qt::AlignVCenter | Qt::AlignLeft, text());
+    painter.drawText(QRect(x, 0, width() - x, height()), Qt::AlignVCenter | Qt::AlignLeft, shown);
   }
   if (hasFocus()) {
     painter.setBrush(Qt::NoBrush);

@@ -18,9 +18,12 @@ class VLButton final : public QToolButton {
   void setJoined(bool before, bool after);
   /// With neither, the icon alone, for narrow windows.
   void setTextVisible(bool visible);
+  /// One that gives way where there is no room, down to its icon: its text then ends in an
+  /// ellipsis.
+  void setElided(bool elided);
 
   QSize sizeHint() const override;
-  QSize minimumSizeHint() const override { return sizeHint(); }
+  QSize minimumSizeHint() const override;
 
  protected:
   void paintEvent(QPaintEvent* event) override;
@@ -33,6 +36,7 @@ class VLButton final : public QToolButton {
   bool mJoinedBefore = false;
   bool mJoinedAfter = false;
   bool mIsTextVisible = true;
+  bool mIsElided = false;
 };
 
 }  // namespace velor

@@ -88,6 +88,9 @@ void VLMainWindow::setUpTransport() {
       *mForm->prerollButton, [](VLAppDelegate& app) { app.togglePreroll(); },
       tr("Start early by the pre-roll time (Ctrl+Shift+P)"));
   connect(mForm->prerollButton, &VLButton::clicked, this, [this] { showClock(); });
+  for (VLButton* each : transportButtons()) {
+    each->setElided(true);
+  }
   mForm->prerollButton->setIcon(VLIcons::icon("prerollTemplate"));
   connectButton(
       *mForm->playRateButton, [](VLAppDelegate& app) { app.openPlaybackRateSheet(); },
@@ -191,10 +194,13 @@ void VLMainWindow::resizeEvent(QResizeEvent* event) {
   fitTransport();
 }
 
+std::array<VLButton*, 4> VLMainWindow::transportButtons() const {
+  return {mForm->startButton, mForm->stopButton, mForm->armButton, mForm->prerollButton};
+}
+
 // In a narrow window the icons have to do.
 void VLMainWindow::fitTransport() {
-  VLButton* const buttons[] = {mForm->startButton, mForm->stopButton, mForm->armButton,
-                               mForm->prerollButton};
+  const auto buttons = transportButtons();
   int missing = -width() + 2 * VLStyle::kEdge;
   for (VLButton* each : buttons) {
     each->setTextVisible(true);
@@ -203,6 +209,9 @@ void VLMainWindow::fitTransport() {
   for (VLButton* each : buttons) {
     each->setTextVisible(missing <= 0);
   }
+  // The request for a layout is lost when the window grows within one.
+  mForm->mainLayout->invalidate();
+  mForm->mainLayout->activate();
 }
 
 // --- what the controller shows

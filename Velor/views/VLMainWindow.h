@@ -4,6 +4,7 @@
 #include <QMainWindow>
 #include <QPointer>
 #include <QString>
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -108,6 +109,7 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   void fillFormatPopup(QComboBox& popup);
   void followClock(VLAppDelegate& controller);
   void showClock();
+  std::array<VLButton*, 4> transportButtons() const;
   void fitTransport();
 
   const std::unique_ptr<Ui::VLMainWindow> mForm;

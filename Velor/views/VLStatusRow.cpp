@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/views/VLStatusRow.h"
 
-#include <QFrame>
 #include <QHBoxLayout>
+#include <QPainter>
 #include <QStringList>
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <utility>
@@ -24,8 +25,12 @@
 namespace velor {
 namespace {
 
-constexpr std::uint64_t kLookInterval = 500'000'000;  // ns, for warnings
-constexpr int kMostOfWarning = 360;                   // pixels
+// In pixels.
+constexpr int kLeastOfWarning = 104;
+constexpr int kMostOfWarning = 360;
+constexpr int kMostOfState = 280;                     // that a text keeps; the rest gives way
+constexpr int kMostOfLastRun = 136;                   // of its text, in the same way
+constexpr std::uint64_t kLookInterval = 500'000'000;  // ns, for what nobody reports
 
 QString timeOfDay() {
   const timeval now = host::current().gettimeofday();
@@ -53,11 +58,13 @@ VLStatusRow::VLStatusRow(QWidget* parent)
   mWarning->setObjectName("lastWarning");
   mWarning->setIcon(VLIcons::icon("warningTemplate"));
   mWarning->setIconSize({VLStyle::kIcon, VLStyle::kIcon});
+  mWarning->setMinimumWidth(kLeastOfWarning);
   mWarning->setMaximumWidth(kMostOfWarning);
-  mWarning->setToolTip(tr("Click to dismiss"));
+  mWarning->setElided(true);
   connect(mWarning, &VLButton::clicked, mWarning, &QWidget::hide);
   mLayout->addWidget(mWarning, 0);
   mLastRun->setObjectName("lastRun");
+  mLastRun->setFont(VLStyle::secondaryFont(font()));
   mLayout->addWidget(mLastRun, 0);
   mRecover->setObjectName("recover");
   mRecover->setText(tr("Recover"));
@@ -74,7 +81,7 @@ VLStatusRow::~VLStatusRow() = default;
 
 VLElidedLabel* VLStatusRow::addText(const char* name) {
   if (mLayout->count() > 0) {
-    addLine();
+    mLayout->addSpacing(VLStyle::kGap);  // with a line in its middle
   }
   auto* label = new VLElidedLabel(this);
   label->setObjectName(name);
@@ -83,12 +90,18 @@ VLElidedLabel* VLStatusRow::addText(const char* name) {
   return label;
 }
 
-void VLStatusRow::addLine() {
-  auto* line = new QFrame(this);
-  line->setFrameShape(QFrame::VLine);
-  line->setForegroundRole(QPalette::Mid);
-  line->setFixedHeight(VLStyle::kIcon);
-  mLayout->addWidget(line);
+void VLStatusRow::show(VLElidedLabel& label, const QString& text, int kept) {
+  label.setText(text);
+  label.setMinimumWidth(std::min(label.sizeHint().width(), kept));
+}
+
+void VLStatusRow::paintEvent(QPaintEvent* /*event*/) {
+  QPainter painter(this);
+  painter.setPen(VLStyle::line(palette()));
+  for (const QWidget* each : {mSync, mOSC}) {
+    const int x = each->x() - 3 * VLStyle::kGap / 2;
+    painter.drawLine(x, (height() - VLStyle::kIcon) / 2, x, (height() + VLStyle::kIcon) / 2);
+  }
 }
 
 void VLStatusRow::follow(const std::shared_ptr<VLAppDelegate>& controller,
@@ -107,19 +120,23 @@ void VLStatusRow::follow(const std::shared_ptr<VLAppDelegate>& controller,
   }
   mTokens.push_back(KAHALAudioSystem::defaultSystem().addObserver("serverStatus", later));
   mTokens.push_back(controller->server().addObserver("running", later));
-  refresh();
   lookAgain();
 }
 
-// Nobody reports warnings.
+// Nobody reports warnings, the MIDI server, nor a port that OSC cannot have.
 void VLStatusRow::lookAgain() {
-  host::current().mainQueue().after(kLookInterval, mSelf.job([](VLStatusRow& self) {
-    self.showWarning();
-    self.lookAgain();
-  }));
+  refresh();
+  showWarning();
+  host::current().mainQueue().after(kLookInterval,
+                                    mSelf.job([](VLStatusRow& self) { self.lookAgain(); }));
 }
 
-QString VLStatusRow::serverText() const {
+QString VLStatusRow::serverText() {
+  const QString audioText = audioServerText();
+  return midi::service().isConnected() ? audioText : tr("No MIDI server") + " · " + audioText;
+}
+
+QString VLStatusRow::audioServerText() {
   const audio::AudioServerStatus status = KAHALAudioSystem::defaultSystem().serverStatus();
   const QString name = QString::fromStdString(audio::service().serverDescription());
   if (status.sampleRate <= 0) {
@@ -166,9 +183,7 @@ void VLStatusRow::showWarning() {
   }
   mWarningShown = problem.number;
   const QString whole = timeOfDay() + "  " + QString::fromStdString(problem.line);
-  const QFontMetrics metrics = mWarning->fontMetrics();
-  mWarning->setText(metrics.elidedText(whole.simplified(), Qt::ElideRight,
-                                       kMostOfWarning - VLStyle::kIcon - 4 * VLStyle::kGap));
+  mWarning->setText(whole.simplified());
   mWarning->setAccessibleName(whole);
   mWarning->setToolTip(whole + "\n" + tr("Click to dismiss"));
   mWarning->show();
@@ -179,9 +194,11 @@ void VLStatusRow::showLastRun(VLAppDelegate& controller) {
   const bool canRecover = recovery.leftBehind().has_value() && !recovery.isBesideAnother();
   const auto& lastStateError = controller.documents().lastStateError();
   const QString error = lastStateError ? QString::fromStdString(lastStateError->text) : QString();
-  mLastRun->setText(canRecover        ? tr("The last run was interrupted.")
-                    : error.isEmpty() ? QString()
-                                      : tr("Last state not restored: %1").arg(error));
+  show(*mLastRun,
+       canRecover        ? tr("Last run interrupted")
+       : error.isEmpty() ? QString()
+                         : tr("Last state not restored: %1").arg(error),
+       kMostOfLastRun);
   mLastRun->setVisible(!mLastRun->text().isEmpty());
   mRecover->setVisible(canRecover);
 }
@@ -191,11 +208,10 @@ void VLStatusRow::refresh() {
   if (controller == nullptr) {
     return;
   }
-  mServer->setText(serverText());
+  show(*mServer, serverText(), kMostOfState);
   mSync->setText(syncText(*controller));
-  mOSC->setText(oscText());
+  show(*mOSC, oscText(), kMostOfState);
   showLastRun(*controller);
-  setAccessibleDescription(stringValue());
 }
 
 QString VLStatusRow::stringValue() const {

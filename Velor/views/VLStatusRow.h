@@ -12,7 +12,6 @@
 #include "platform/host/WeakSelf.h"
 
 class QHBoxLayout;
-class QLabel;
 
 namespace velor {
 
@@ -37,10 +36,14 @@ class VLStatusRow final : public QWidget {
   /// The whole row, for screen readers.
   QString stringValue() const;
 
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+
  private:
   VLElidedLabel* addText(const char* name);
-  void addLine();
-  QString serverText() const;
+  static void show(VLElidedLabel& label, const QString& text, int kept);
+  static QString serverText();
+  static QString audioServerText();
   QString syncText(const VLAppDelegate& controller) const;
   static QString oscText();
   void showWarning();

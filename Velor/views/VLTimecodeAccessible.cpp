@@ -8,6 +8,7 @@
 
 #include "Velor/views/VLBigTimecodeView.h"
 #include "Velor/views/VLClockStatusText.h"
+#include "Velor/views/VLStatusRow.h"
 #include "Velor/views/VLTimecodeField.h"
 #include "Velor/views/VLTimecodeTextView.h"
 #include "Velor/views/VLTimecodeView.h"
@@ -249,6 +250,9 @@ QAccessibleInterface* make(const QString& /*className*/, QObject* object) {
   }
   if (auto* big = qobject_cast<VLBigTimecodeView*>(object)) {
     return new TextInterface<VLBigTimecodeView>(*big, false);
+  }
+  if (auto* status = qobject_cast<VLStatusRow*>(object)) {
+    return new TextInterface<VLStatusRow>(*status, false);
   }
   if (auto* cell = qobject_cast<VLTimecodeCell*>(object)) {
     if (auto* view = qobject_cast<VLTimecodeView*>(cell->parent())) {

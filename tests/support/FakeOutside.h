@@ -103,7 +103,7 @@ class FakeOutside final : public MIDIOutside {
   void removePort(MIDIPortRef port) override { removedPorts.push_back(port); }
   void waitUntilSettled() override {}
   void whenSettled(host::Queue& queue, host::Task task) override { queue.async(std::move(task)); }
-  bool isConnected() override { return true; }
+  bool isConnected() override { return isServerThere; }
   std::string description() override { return "a test"; }
 
   std::vector<Sent> sent;
@@ -111,6 +111,7 @@ class FakeOutside final : public MIDIOutside {
   std::vector<Connection> connections;
   std::vector<MIDIEndpointRef> ended;
   std::vector<MIDIPortRef> removedPorts;
+  bool isServerThere = true;
 
  private:
   void keep(MIDIPortRef port, const std::string& portName, MIDIEndpointRef endpoint,

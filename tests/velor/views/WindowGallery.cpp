@@ -4,7 +4,10 @@
 #include <QDialog>
 #include <QDir>
 #include <QMenu>
+#include <QTime>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 
 #include "platform/host/Log.h"
 #include "tests/velor/views/WindowFixture.h"
@@ -25,39 +28,90 @@ class Gallery final : public WindowFixture {
       save(*mMain, "empty");
       fill();
       save(*mMain, "stopped");
-      child<QWidget>("armButton").setFocus(Qt::TabFocusReason);
-      clock().setPlayMode(VLPlayModeLoop);
-      app().play();
-      mHost.advance(2 * kFrame25);
-      VELOR_LOG_WARNING("lost the JACK server; will reconnect");
-      mHost.advance(20 * kFrame25);
-      settle();
-      save(*mMain, "running");
-      mMain->resize(mMain->minimumSizeHint().width(), 480);
-      settle();
-      save(*mMain, "narrow");
-      mMain->resize(1400, 700);
-      settle();
-      save(*mMain, "wide");
-      for (const char* name : {"fileMenu", "editMenu", "clockMenu", "mtcDestinationsMenu"}) {
-        auto& menu = child<QMenu>(name);
-        menu.popup({});
-        settle();
-        save(menu, name);
-        menu.close();
-      }
-      app().openPlaybackRateSheet();
-      settle();
-      saveSheet("rate");
-      mMain->quit();
-      settle();
-      saveSheet("quit");
+      savePicturesOfARun();
+      saveMenus();
+      saveSheets();
       close();
       KVSharedInstances::clear();
+      saveNotices();
     }
   }
 
  private:
+  void savePicturesOfARun() {
+    child<QWidget>("armButton").setFocus(Qt::TabFocusReason);
+    clock().setPlayMode(VLPlayModeLoop);
+    app().popOutMainCounter();
+    app().play();
+    mHost.advance(22 * kFrame25);
+    settle();
+    save(*mMain, "main");
+    for (QWidget* each : QApplication::topLevelWidgets()) {
+      if (each->objectName() == "bigTimecodeWindow") {
+        each->resize(640, 480);
+        settle();
+        save(*each, "big");
+        each->close();
+      }
+    }
+    mMain->resize(mMain->minimumSizeHint().width(), 480);
+    settle();
+    save(*mMain, "narrow");
+    mMain->resize(1400, 700);
+    settle();
+    save(*mMain, "wide");
+    saveLarger();
+  }
+  void saveLarger() {
+    for (const char* name : {"larger", "larger2", "larger3"}) {
+      action("larger").trigger();
+      mMain->resize(mMain->minimumSizeHint().width(), 640);
+      settle();
+      save(*mMain, name);
+    }
+    for (int i = 0; i < 3; ++i) {
+      action("smaller").trigger();
+    }
+  }
+  void saveMenus() {
+    for (const char* name : {"fileMenu", "editMenu", "clockMenu", "mtcDestinationsMenu"}) {
+      auto& menu = child<QMenu>(name);
+      menu.popup({});
+      settle();
+      save(menu, name);
+      menu.close();
+    }
+  }
+  void saveSheets() {
+    app().openPlaybackRateSheet();
+    settle();
+    saveSheet("rate");
+    mMain->quit();
+    settle();
+    saveSheet("quit");
+  }
+  // All that a status row can have to say, with more rows than there is room for.
+  void saveNotices() {
+    std::filesystem::create_directories(folders().state());
+    std::ofstream(folders().state() / VLRecovery::kFileName) << "{}";
+    open();
+    for (int i = 0; i < 200; ++i) {
+      goTo(QTime(1, i / 60, i % 60).toString("hh:mm:ss':00'").toStdString());
+      app().addMarker();
+    }
+    app().setSyncSource(addSource("Desk with a long name of its port"));
+    mHost.advance(kFrame25);
+    VELOR_LOG_WARNING("lost the JACK server; will reconnect");
+    mHost.advance(host::kNsPerSecond);
+    settle();
+    save(*mMain, "notices");
+    mMain->resize(mMain->minimumSizeHint().width(), 300);
+    settle();
+    save(*mMain, "notices-narrow");
+    close();
+    KVSharedInstances::clear();
+    std::filesystem::remove_all(folders().state());
+  }
   static QPalette darkPalette() {
     QPalette palette(QColor(45, 45, 48));
     palette.setColor(QPalette::Base, QColor(30, 30, 32));
@@ -86,7 +140,7 @@ class Gallery final : public WindowFixture {
     settle();
   }
   void save(QWidget& widget, const char* name) {
-    widget.grab().save(mFolderOfPictures.filePath(QString("main-%1-%2.png").arg(mTheme, name)));
+    widget.grab().save(mFolderOfPictures.filePath(QString("%1-%2.png").arg(name, mTheme)));
   }
   void saveSheet(const char* name) {
     if (QDialog* sheet = mMain->sheets().current()) {
