@@ -12,18 +12,13 @@
 #include "Kv-Appkit/KVRandom.h"
 #include "tests/support/ErrOf.h"
 #include "tests/support/MIDITest.h"
-#include "tests/support/MockMIDIService.h"
+#include "tests/support/ScriptedMIDIService.h"
 
 namespace velor {
 namespace {
 
 using midi::MIDIEndpointKind;
 using midi::MIDIEndpointRef;
-using testing::_;
-using testing::DoAll;
-using testing::NiceMock;
-using testing::Return;
-using testing::SetArgPointee;
 
 void ignorePackets(const midi::MIDIPacketList*, void*, void*) {}
 
@@ -193,69 +188,48 @@ class KVMIDICoreFailureTest : public testing::Test {
     KVSharedInstances::clear();
     midi::setService(nullptr);
   }
-  void letTheCoreBegin() {
-    ON_CALL(mService, MIDIClientCreate("Velor", _, _, _))
-        .WillByDefault(DoAll(SetArgPointee<3>(5), Return(0)));
-    KVMIDICore::sharedCore();
-  }
 
   host::SimulatedHost mHost;
-  NiceMock<midi::MockMIDIService> mService;
+  midi::ScriptedMIDIService mService;
 };
 
 TEST_F(KVMIDICoreFailureTest, AFailingCallIsMadeAgainAndItsSecondStatusIsReported) {
-  letTheCoreBegin();
-  EXPECT_CALL(mService, MIDIClientCreate("other", _, _, _))
-      .WillOnce(Return(-1))
-      .WillOnce(Return(-2));
-  EXPECT_EQ(errOf([] { KVMIDICore::sharedCore().clientWithName("other"); }),
+  KVMIDICore& core = KVMIDICore::sharedCore();
+  mService.clients = {{-1}, {-2}};
+  EXPECT_EQ(errOf([&] { core.clientWithName("other"); }),
             "err: Error: -[KVMIDICore clientWithName:] (-2)");
-  EXPECT_CALL(mService, MIDIObjectFindByUniqueID(9, _))
-      .WillOnce(Return(-10842))
-      .WillOnce(Return(-3))
-      .WillOnce(Return(-4));
-  EXPECT_EQ(KVMIDICore::sharedCore().endpointWithUniqueId(9), 0U);
-  EXPECT_EQ(errOf([] { KVMIDICore::sharedCore().endpointWithUniqueId(9); }),
+  mService.searches = {{-10842}, {-3}, {-4}};
+  EXPECT_EQ(core.endpointWithUniqueId(9), 0U);
+  EXPECT_EQ(errOf([&] { core.endpointWithUniqueId(9); }),
             "err: Error: -[KVMIDICore endpointWithUniqueId:] (-4)");
 }
 
 TEST_F(KVMIDICoreFailureTest, WhatTheSecondCallMadeIsTakenBack) {
-  letTheCoreBegin();
-  EXPECT_CALL(mService, MIDISourceCreate(5, "source", _))
-      .WillOnce(Return(-1))
-      .WillOnce(DoAll(SetArgPointee<2>(31), Return(0)));
-  EXPECT_CALL(mService, MIDIEndpointDispose(31));
-  EXPECT_EQ(errOf([] { KVMIDICore::sharedCore().createSource(5, "source", 1); }),
+  KVMIDICore& core = KVMIDICore::sharedCore();
+  const midi::MIDIClientRef client = core.defaultClient();
+  mService.endpoints = mService.clients = {{-1}};
+  EXPECT_EQ(errOf([&] { core.createSource(client, "source", 1); }),
             "err: Error: -[KVMIDICore createSource:name:uniqueID:] (0)");
-  EXPECT_CALL(mService, MIDIClientCreate("other", _, _, _))
-      .WillOnce(Return(-1))
-      .WillOnce(DoAll(SetArgPointee<3>(6), Return(0)));
-  EXPECT_CALL(mService, MIDIClientDispose(6));
-  EXPECT_THROW(KVMIDICore::sharedCore().clientWithName("other"), KVException);
-  EXPECT_CALL(mService, MIDIClientDispose(5));  // at the core's end
+  EXPECT_THROW(core.clientWithName("other"), KVException);
+  KVSharedInstances::clear();
+  EXPECT_EQ(mService.disposed, (std::vector<midi::MIDIObjectRef>{client + 1, client + 2, client}));
 }
 
 TEST_F(KVMIDICoreFailureTest, AnEndpointThatCannotBeReadIsInNoList) {
-  ON_CALL(mService, MIDIGetNumberOfSources()).WillByDefault(Return(3));
-  ON_CALL(mService, MIDIGetSource(_)).WillByDefault([](std::size_t index) {
-    return static_cast<MIDIEndpointRef>(100 + index);
-  });
-  ON_CALL(mService, MIDIObjectGetIntegerProperty(100, _, _)).WillByDefault(Return(-1));
-  ON_CALL(mService, MIDIObjectGetIntegerProperty(101, midi::kMIDIPropertyUniqueID, _))
-      .WillByDefault(DoAll(SetArgPointee<2>(7), Return(0)));
-  ON_CALL(mService, MIDIObjectGetIntegerProperty(101, midi::kMIDIPropertyDeviceID, _))
-      .WillByDefault(DoAll(SetArgPointee<2>(99), Return(-10835)));
-  ON_CALL(mService, MIDIObjectGetIntegerProperty(102, midi::kMIDIPropertyDeviceID, _))
-      .WillByDefault(Return(-1));
-  letTheCoreBegin();
+  mService.integers = {{1, {{midi::kMIDIPropertyUniqueID, {-1, 0}}}},
+                       {2,
+                        {{midi::kMIDIPropertyUniqueID, {0, 7}},
+                         {midi::kMIDIPropertyDeviceID, {midi::kMIDIUnknownProperty, 99}}}},
+                       {3, {{midi::kMIDIPropertyDeviceID, {-1, 0}}}}};
   const auto sources = KVMIDICore::sharedCore().sources();
   ASSERT_EQ(sources.size(), 1U);
-  EXPECT_EQ(sources[0]->endpoint(), 101U);
-  EXPECT_EQ(KVMIDICore::sharedCore().keyForEndpoint(101), 7);
+  EXPECT_EQ(sources[0]->endpoint(), 2U);
+  EXPECT_EQ(KVMIDICore::sharedCore().keyForEndpoint(2), 7);
 }
 
 TEST_F(KVMIDICoreFailureTest, WithoutAClientTheProgramEnds) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
+  mService.next = 0;
   EXPECT_DEATH(KVMIDICore::sharedCore(), "failed to create MIDI Client");
 }
 

@@ -16,17 +16,12 @@
 #include "platform/store/KeyedUnarchiver.h"
 #include "tests/support/ErrOf.h"
 #include "tests/support/MIDITest.h"
-#include "tests/support/MockMIDIService.h"
+#include "tests/support/ScriptedMIDIService.h"
 
 namespace velor {
 namespace {
 
 using midi::MIDIEndpointKind;
-using testing::_;
-using testing::DoAll;
-using testing::Return;
-using testing::SetArgPointee;
-using testing::StrictMock;
 
 constexpr store::KeyedClass kClasses[] = {store::KeyedClass::of<KVMIDIEndpoint>()};
 
@@ -108,27 +103,20 @@ TEST_F(KVMIDIEndpointTest, AStoredEndpointIsFoundByItsIdWhateverItsNameHasBecome
 }
 
 TEST(KVMIDIEndpointFailureTest, AStoredNameServesWhereThePlatformHasNone) {
-  StrictMock<midi::MockMIDIService> service;
+  midi::ScriptedMIDIService service;
   midi::setService(&service);
-  EXPECT_CALL(service, MIDIObjectFindByUniqueID(-9, _))
-      .WillRepeatedly(DoAll(SetArgPointee<1>(3), Return(0)));
-  EXPECT_CALL(service, MIDIObjectGetStringProperty(3, midi::kMIDIPropertyDisplayName, _))
-      .WillRepeatedly(Return(midi::kMIDIUnknownProperty));
-  EXPECT_CALL(service, MIDIObjectSetStringProperty(3, midi::kMIDIPropertyDisplayName, "Desk"))
-      .WillOnce(Return(0))
-      .WillRepeatedly(Return(-1));
+  service.names = {{midi::kMIDIUnknownProperty}, {midi::kMIDIUnknownProperty}};
   const auto endpoint = decoded(stored(-9, "Desk"));
   ASSERT_NE(endpoint, nullptr);
   EXPECT_EQ(endpoint->displayName(), "Desk");
+  service.renames = {{-1}, {-1}};
   EXPECT_THROW(decoded(stored(-9, "Desk")), KVException);
-  EXPECT_CALL(service, MIDIObjectFindByUniqueID(-9, _)).WillOnce(Return(-1));
+  service.searches = {{-1}};
   EXPECT_EQ(decoded(stored(-9, "Desk")), nullptr) << "a failing search has found nothing";
 
   // A name that is left in spite of a failure counts, once and for all.
   const KVMIDIEndpoint half(4);
-  EXPECT_CALL(service, MIDIObjectGetStringProperty(4, midi::kMIDIPropertyDisplayName, _))
-      .WillOnce(DoAll(SetArgPointee<2>("junk"), Return(midi::kMIDIUnknownProperty)))
-      .WillOnce(DoAll(SetArgPointee<2>("half a na"), Return(-1)));
+  service.names = {{midi::kMIDIUnknownProperty, "junk"}, {-1, "half a na"}, {0, "another"}};
   for (const auto& name : {std::optional<std::string>(), {"half a na"}, {"half a na"}}) {
     EXPECT_EQ(half.displayName(), name);
   }
