@@ -121,15 +121,13 @@ TEST_P(DiscoveryContract, ServicesGoWithTheDaemonAndReturnWithIt) {
   const auto resolved = make("Velor-OSC");
   resolved->resolveWithTimeout(60);
   mSetting->startDaemon();
-  for (std::size_t round = 1; round <= 2; ++round) {
-    ASSERT_TRUE(untilThere("Velor-OSC")) << round;
-    ASSERT_TRUE(until([&] { return mWitness->published.size() == round; }));
-    mSetting->killDaemon();
-    ASSERT_TRUE(until([&] { return mWitness->present.empty(); })) << round;
-    mSetting->startDaemon();
-  }
   ASSERT_TRUE(untilThere("Velor-OSC"));
-  EXPECT_EQ(mWitness->removed, std::vector<std::string>(2, "Velor-OSC"));
+  ASSERT_TRUE(until([&] { return mWitness->published.size() == 1; }));
+  mSetting->killDaemon();
+  ASSERT_TRUE(until([&] { return mWitness->present.empty(); }));
+  mSetting->startDaemon();
+  ASSERT_TRUE(untilThere("Velor-OSC"));
+  EXPECT_EQ(mWitness->removed, std::vector<std::string>{"Velor-OSC"});
   EXPECT_EQ(mWitness->resolved, std::vector{resolved});
   EXPECT_EQ(mWitness->errors, std::vector<int>());
 }
