@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 #include "kvtimecode/ltc_frame.h"
 
@@ -11,19 +12,11 @@ namespace velor {
 namespace {
 
 constexpr double kHalfBits = 2.0 * static_cast<double>(kLTCFrameBits);
-constexpr double kLeastSteps = 8;  // for each half bit
 constexpr double kBeyond = 1.5;
 
-// Moving averages, as parts of the middle half bit. Together they are shorter than the
-// shortest one, so that an edge moves none of its neighbours.
-constexpr double kFirstPart = 0.55;
-constexpr double kSecondPart = 0.3;
-
-constexpr double kMeanHalfBits = 16;
 constexpr double kEnvelopeHalfBits = 12;
 constexpr float kHysteresis = 0.3F;
 constexpr float kQuietest = 1e-7F;  // -140 dBFS
-constexpr float kLoudest = 1e3F;
 // In silence filters would fall to numbers with which processors are slow.
 constexpr float kNoDenormals = 1e-20F;
 
@@ -37,6 +30,7 @@ constexpr float kQuietJitter = 0.004F;
 constexpr float kErrorPart = 1.0F / 16;
 constexpr float kLostErrors = 0.05F;  // random edges have 1/12
 constexpr std::size_t kMostUnseen = 40;
+constexpr double kLongestWait = 4;  // half bits without an edge before they count
 
 constexpr double kLockCoherence = 0.75;
 constexpr double kFitError = 0.15;  // half bits, rms
@@ -46,6 +40,10 @@ constexpr double kFewLockCoherence = 0.6;
 constexpr double kFewFitError = 0.2;
 constexpr double kFewFar = 0.42;
 constexpr double kCandidateStep = 1.014;
+constexpr int kCandidatesAtOnce = 3;
+constexpr std::size_t kFewEdges = 8;
+constexpr double kFewCoherence = 0.45;
+constexpr double kHalfCoherence = 0.5;
 constexpr std::size_t kNewEdges = 6;
 // From here on an attempt is made for all new edges only: what is found late is read from
 // its begin on all the same.
@@ -69,77 +67,30 @@ const std::array<float, kTurn>& cosines() {
   return table;
 }
 
-std::vector<float> interpolator(std::size_t parts, std::size_t taps) {
-  std::vector<float> filter;
-  for (std::size_t part = 0; part < parts; ++part) {
-    std::vector<double> values;
-    double sum = 0;
-    for (std::size_t tap = 0; tap < taps; ++tap) {
-      const double x = static_cast<double>(tap) - static_cast<double>(taps) / 2 + 1 -
-                       static_cast<double>(part) / static_cast<double>(parts);
-      const double angle = std::numbers::pi * x;
-      const double window = 0.5 + 0.5 * std::cos(2 * angle / static_cast<double>(taps));
-      values.push_back((x == 0 ? 1 : std::sin(angle) / angle) * window);
-      sum += values.back();
-    }
-    for (const double value : values) {
-      filter.push_back(static_cast<float>(value / sum));
-    }
-  }
-  return filter;
-}
-
 }  // namespace
 
-VLLTCHalfBitClock::VLLTCHalfBitClock(double sampleRate, double slowest, double fastest) {
-  double middle = sampleRate / kHalfBits / std::sqrt(slowest * fastest);
-  mLockCoherence = middle < kFewSamples ? kFewLockCoherence : kLockCoherence;
-  mFar = middle < kFewSamples ? kFewFar : kFar;
-  mFitError = middle < kFewSamples ? kFewFitError : kFitError;
-  while (middle < kLeastSteps) {
-    middle *= 2;
-    mMultiply *= 2;
-  }
-  mDivide = std::max<std::size_t>(1, static_cast<std::size_t>(middle / kLeastSteps));
-  middle /= static_cast<double>(mDivide);
-  const double scale = static_cast<double>(mMultiply) / static_cast<double>(mDivide);
-  mShortest = sampleRate * scale / kHalfBits / fastest;
-  mLongest = sampleRate * scale / kHalfBits / slowest;
-  mFirstWidth =
-      std::max<std::size_t>(1, static_cast<std::size_t>(std::lround(kFirstPart * middle)));
-  mSecondWidth =
-      std::max<std::size_t>(1, static_cast<std::size_t>(std::lround(kSecondPart * middle)));
-  mMeanWidth = 2 * static_cast<std::size_t>(std::lround(kMeanHalfBits * middle / 2));
-  mDelay = static_cast<double>(mFirstWidth + mSecondWidth - 2) / 2;
-  mEnvelopePart = static_cast<float>(1 / (kEnvelopeHalfBits * middle));
-  if (mMultiply > 1) {
-    mFilter = interpolator(mMultiply, kTaps);
-  }
+VLLTCHalfBitClock::VLLTCHalfBitClock(double sampleRate, double slowest, double fastest)
+    : mFilter(sampleRate / kHalfBits / std::sqrt(slowest * fastest)) {
+  const double steps = sampleRate * mFilter.scale() / kHalfBits;
+  mShortest = steps / fastest;
+  mLongest = steps / slowest;
+  mEnvelopePart = static_cast<float>(1 / (kEnvelopeHalfBits * std::sqrt(mShortest * mLongest)));
+  const bool hasFewSamples = sampleRate / kHalfBits / std::sqrt(slowest * fastest) < kFewSamples;
+  mLockCoherence = hasFewSamples ? kFewLockCoherence : kLockCoherence;
+  mFar = hasFewSamples ? kFewFar : kFar;
+  mFitError = hasFewSamples ? kFewFitError : kFitError;
   cosines();
-  restart(0);
 }
 
 void VLLTCHalfBitClock::restart(double place) {
-  // Step n stands at mOrigin + n * mDivide / mMultiply, and the first one is 1.
-  const double perStep = static_cast<double>(mDivide) / static_cast<double>(mMultiply);
-  mOrigin =
-      place - perStep +
-      (mMultiply > 1 ? -static_cast<double>(kTaps) / 2 : static_cast<double>(mDivide - 1) / 2);
-  mDivided = 0;
-  mDividedCount = 0;
-  mTaps.fill(0);
-  mRawStep = 0;
-  mRaw.fill(0);
-  mRawSums.fill(0);
-  mRawSum = 0;
+  mFilter.restart(place);
+  mSteps = {};
+  mIndex = 0;
+  mBlockStep = 0;
   mStep = 0;
-  mSums.fill(0);
-  mSmoothSums.fill(0);
-  mSum = 0;
-  mSmoothSum = 0;
   mLast = 0;
   mEnvelope = 0;
-  mIsHigh = false;
+  mSign = -1;
   mBoundary = 0;
   mHalfBitCount = 0;
   mPastCount = 0;
@@ -153,78 +104,54 @@ void VLLTCHalfBitClock::unlock() {
   mEdgeCount = 0;
 }
 
-void VLLTCHalfBitClock::push(float sample) {
-  // A false comparison is that of what is not a number.
-  const float value = std::fabs(sample) <= kLoudest ? sample : 0.0F;
-  if (mMultiply > 1) {
-    std::copy(mTaps.begin() + 1, mTaps.end(), mTaps.begin());
-    mTaps.back() = value;
-    interpolate();
-  } else if (mDivide > 1) {
-    mDivided += value;
-    if (++mDividedCount == mDivide) {
-      removeMean(mDivided / static_cast<float>(mDivide));
-      mDivided = 0;
-      mDividedCount = 0;
-    }
-  } else {
-    removeMean(value);
-  }
+// Where the signal crosses zero between a step of the block and the one before it.
+double VLLTCHalfBitClock::crossingBefore(std::size_t index) const {
+  const auto after = static_cast<double>(mSteps[index]);
+  const auto before = static_cast<double>(index > 0 ? mSteps[index - 1] : mLast);
+  return static_cast<double>(mBlockStep + index) + before / (before - after) - mFilter.delay();
 }
 
-void VLLTCHalfBitClock::interpolate() {
-  for (std::size_t part = 0; part < mMultiply; ++part) {
-    const float* const filter = mFilter.data() + part * kTaps;
-    float value = 0;
-    for (std::size_t i = 0; i < kTaps; ++i) {
-      value += filter[i] * mTaps[i];
+// Goes on to the first step after which there are half bits; false when the block has none
+// left. Noise crosses zero often and at random, so that it is cheaper to work the place of a
+// crossing out only once it is that of an edge.
+bool VLLTCHalfBitClock::advance() {
+  constexpr std::size_t kNone = VLLTCLineFilter::kBlock;
+  std::size_t crossed = kNone;
+  float envelope = mEnvelope;
+  bool wasPositive = (mIndex > 0 ? mSteps[mIndex - 1] : mLast) > 0;
+  for (; mIndex < mSteps.size() && mHalfBitCount == 0; ++mIndex) {
+    const float value = mSteps[mIndex];
+    const bool isPositive = value > 0;
+    crossed = isPositive != wasPositive ? mIndex : crossed;
+    wasPositive = isPositive;
+    envelope = (1 - mEnvelopePart) * envelope + mEnvelopePart * (std::fabs(value) + kNoDenormals);
+    mStep = mBlockStep + mIndex + 1;
+    if (value * mSign < -std::max(kHysteresis * envelope, kQuietest)) {
+      mSign = -mSign;
+      mCrossing = crossed < kNone ? crossingBefore(crossed) : mCrossing;
+      takeEdge(mCrossing);
     }
-    removeMean(value);
-  }
-}
-
-// The mean is that of as much signal before the sample as after it, which takes out hum
-// too and moves no edge.
-void VLLTCHalfBitClock::removeMean(float sample) {
-  ++mRawStep;
-  const auto at = [this](std::uint64_t back) { return (mRawStep - back) % kRawKept; };
-  mRawSum += static_cast<double>(sample);
-  mRaw[at(0)] = sample;
-  mRawSums[at(0)] = mRawSum;
-  const std::uint64_t half = mMeanWidth / 2;
-  if (mRawStep > half) {
-    const std::uint64_t width = std::min<std::uint64_t>(mMeanWidth, mRawStep);
-    mMean = static_cast<float>((mRawSum - mRawSums[at(width)]) / static_cast<double>(width));
-    step(mRaw[at(half)] - mMean);
-  }
-}
-
-void VLLTCHalfBitClock::step(float sample) {
-  ++mStep;
-  const auto at = [this](std::uint64_t back) { return (mStep - back) % kSumsKept; };
-  mSum += static_cast<double>(sample);
-  mSums[at(0)] = mSum;
-  mSmoothSum += mSum - mSums[at(mFirstWidth)];
-  mSmoothSums[at(0)] = mSmoothSum;
-  const auto smooth = static_cast<float>((mSmoothSum - mSmoothSums[at(mSecondWidth)]) /
-                                         static_cast<double>(mFirstWidth * mSecondWidth));
-  mEnvelope += mEnvelopePart * (std::fabs(smooth) + kNoDenormals - mEnvelope);
-  if ((smooth > 0) != (mLast > 0)) {
-    const double part = static_cast<double>(mLast) / static_cast<double>(mLast - smooth);
-    mCrossing = static_cast<double>(mStep) - 1 + part - mDelay;
-  }
-  mLast = smooth;
-  const float threshold = std::max(kHysteresis * mEnvelope, kQuietest);
-  if (mIsHigh ? smooth < -threshold : smooth > threshold) {
-    mIsHigh = !mIsHigh;
-    takeEdge(mCrossing);
-  }
-  if (mIsLocked && static_cast<double>(mStep) - mDelay > mBoundary + 4.0 * mLength) {
-    emit(mBoundary + mLength);
-    if (++mUnseen > kMostUnseen) {
-      unlock();
+    if (mIsLocked &&
+        static_cast<double>(mStep) - mFilter.delay() > mBoundary + kLongestWait * mLength) {
+      emit(mBoundary + mLength);
+      if (++mUnseen > kMostUnseen) {
+        unlock();
+      }
     }
   }
+  mCrossing = crossed < kNone ? crossingBefore(crossed) : mCrossing;
+  mEnvelope = envelope;
+  if (mHalfBitCount != 0) {
+    return true;
+  }
+  mLast = mSteps.empty() ? mLast : mSteps.back();
+  return false;
+}
+
+void VLLTCHalfBitClock::begin(std::span<const float> steps) {
+  mBlockStep = mStep;
+  mSteps = steps;
+  mIndex = 0;
 }
 
 void VLLTCHalfBitClock::takeEdge(double place) {
@@ -281,40 +208,44 @@ bool VLLTCHalfBitClock::follow(double edge) {
   return true;
 }
 
-// How well the edges lie on a grid: 1 for exactly, about 1/sqrt(kEdges) for random ones.
-// Returns 0 early when the first half of the edges does not fit a grid.
-double VLLTCHalfBitClock::coherence(double length) const {
+// How well the first edges lie on a grid: 1 for exactly, about 1/sqrt(count) for random ones.
+double VLLTCHalfBitClock::coherence(double length, std::size_t count) const {
   const auto& table = cosines();
   const double perStep = static_cast<double>(kTurn) / length;
   float x = 0;
   float y = 0;
-  const auto add = [&](std::size_t from, std::size_t to) {
-    for (std::size_t i = from; i < to; ++i) {
-      const auto angle = static_cast<std::size_t>((mEdges[i] - mEdges[0]) * perStep);
-      x += table[angle % kTurn];
-      y += table[(angle + kTurn / 4) % kTurn];
-    }
-    return x * x + y * y;
-  };
-  constexpr std::size_t kHalf = kEdges / 2;
-  constexpr float kLeast = 0.5F * static_cast<float>(kHalf);
-  if (add(0, kHalf) < kLeast * kLeast) {
-    return 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto angle = static_cast<std::size_t>((mEdges[i] - mEdges[0]) * perStep);
+    x += table[angle % kTurn];
+    y += table[(angle + kTurn / 4) % kTurn];
   }
-  return static_cast<double>(std::sqrt(add(kHalf, kEdges))) / static_cast<double>(kEdges);
+  return static_cast<double>(std::sqrt(x * x + y * y)) / static_cast<double>(count);
+}
+
+// The grid on which the edges lie best, and how well they do. Most signals are not LTC, so
+// that few edges and few lengths decide first whether to look closer.
+std::pair<double, double> VLLTCHalfBitClock::bestGrid() const {
+  double best = 0;
+  double length = 0;
+  for (double each = mLongest; each >= mShortest * 0.999;) {
+    const bool isLikely = coherence(each / kCandidateStep, kFewEdges) >= kFewCoherence;
+    for (int i = 0; i < kCandidatesAtOnce; ++i, each /= kCandidateStep) {
+      if (!isLikely || coherence(each, kEdges / 2) < kHalfCoherence) {
+        continue;
+      }
+      // Half of a grid's length fits as well: the longest that fits is the one.
+      const double value = coherence(each, kEdges);
+      if (value > best * 1.05 || (value > best && each > length * 0.9)) {
+        best = value;
+        length = each;
+      }
+    }
+  }
+  return {length, best};
 }
 
 void VLLTCHalfBitClock::acquire() {
-  double best = 0;
-  double length = 0;
-  // Half of a grid's length fits as well: the longest that fits is the one.
-  for (double each = mLongest; each >= mShortest * 0.999; each /= kCandidateStep) {
-    const double value = coherence(each);
-    if (value > best * 1.05 || (value > best && each > length * 0.9)) {
-      best = value;
-      length = each;
-    }
-  }
+  const auto [length, best] = bestGrid();
   const double end = mBoundary;
   if (best <= mLockCoherence || !fit(length)) {
     // The next attempt is worth its time when some edges are new.
@@ -351,7 +282,8 @@ void VLLTCHalfBitClock::acquire() {
 
 // The edges before those by which the grid was found may lie on it too, up to this place.
 void VLLTCHalfBitClock::reachBack(double end) {
-  const double oldest = static_cast<double>(mStep) - static_cast<double>(kSumsKept) + mLongest;
+  const double oldest =
+      static_cast<double>(mStep) - static_cast<double>(VLLTCLineFilter::kKept) + mLongest;
   double boundary = mBoundary;
   double length = mLength;
   double errors = 0;
@@ -421,42 +353,21 @@ bool VLLTCHalfBitClock::fit(double length) {
   return true;
 }
 
-double VLLTCHalfBitClock::sumTo(double place) const {
-  // A sample reaches from half a step before its place to half a step after it.
-  const double at = place - 0.5;
-  const double whole = std::floor(at);
-  const auto last = static_cast<std::int64_t>(mStep);
-  const std::int64_t index =
-      std::clamp(static_cast<std::int64_t>(whole),
-                 std::max<std::int64_t>(0, last - static_cast<std::int64_t>(kSumsKept) + 1),
-                 std::max<std::int64_t>(0, last - 1));
-  const double low = mSums[static_cast<std::size_t>(index) % kSumsKept];
-  const double high = mSums[static_cast<std::size_t>(std::min(index + 1, last)) % kSumsKept];
-  return low + (at - whole) * (high - low);
-}
-
 void VLLTCHalfBitClock::emit(double end) {
   if (mHalfBitCount == kHalfBitsKept) {
     return;
   }
-  const double perStep = static_cast<double>(mDivide) / static_cast<double>(mMultiply);
   VLLTCHalfBit& halfBit = mHalfBits[mHalfBitCount++];
-  halfBit.level = static_cast<float>((sumTo(end) - sumTo(mBoundary)) / (end - mBoundary));
-  halfBit.begin = mOrigin + mBoundary * perStep;
-  halfBit.end = mOrigin + end * perStep;
+  halfBit.level = static_cast<float>((mFilter.sumTo(end, mStep) - mFilter.sumTo(mBoundary, mStep)) /
+                                     (end - mBoundary));
+  halfBit.begin = mFilter.placeOf(mBoundary);
+  halfBit.end = mFilter.placeOf(end);
   halfBit.isFirst = mIsFirst;
   mIsFirst = false;
   mBoundary = end;
 }
 
-void VLLTCHalfBitClock::flush() {
-  const float value = mMean;
-  for (std::size_t i = 0; i < (mMultiply > 1 ? kTaps / 2 : 0); ++i) {
-    push(value);
-  }
-  for (std::size_t i = 0; i < mMeanWidth / 2; ++i) {
-    removeMean(value);
-  }
+void VLLTCHalfBitClock::emitRest() {
   while (mIsLocked && mBoundary + kLeastPart * mLength < static_cast<double>(mStep)) {
     emit(mBoundary + mLength);
   }

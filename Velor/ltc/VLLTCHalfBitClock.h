@@ -1,20 +1,23 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
+#include <utility>
+
+#include "Velor/ltc/VLLTCLineFilter.h"
 
 // Recovers the clock of an LTC signal and the level of each half bit.
 //
-// The signal loses its DC and runs at 8 to 16 samples for each half bit. Two moving
-// averages smooth it, and each crossing of zero that goes on beyond a part of the envelope
-// is an edge. While the clock is not locked, it looks for the grid of half bits on which
-// the last edges lie. A second-order loop then keeps the grid on the edges. The level of a
-// half bit is the mean of the signal over its whole length, which is the best filter for a
-// square pulse in white noise; edges alone decide where half bits begin.
+// VLLTCLineFilter takes out the DC and smooths the signal. Each crossing of zero that goes on
+// beyond a part of the envelope is an edge. While the clock is not locked, it looks for the
+// grid of half bits on which the last edges lie. A second-order loop then keeps the grid on
+// the edges. The level of a half bit is the mean of the signal over its whole length, which
+// is the best filter for a square pulse in white noise; edges alone decide where half bits
+// begin.
 namespace velor {
 
 /// Half a bit of a biphase mark signal.
@@ -35,9 +38,11 @@ class VLLTCHalfBitClock {
   /// Reads samples on, and calls `take` with each half bit, a few bits later.
   template <class Take>
   void process(std::span<const float> samples, Take&& take) {
-    for (const float sample : samples) {
-      push(sample);
-      if (mHalfBitCount != 0) {
+    while (!samples.empty()) {
+      const std::size_t count = std::min(samples.size(), VLLTCLineFilter::kSamples);
+      begin(mFilter.process(samples.first(count)));
+      samples = samples.subspan(count);
+      while (advance()) {
         drain(take);
       }
     }
@@ -46,7 +51,11 @@ class VLLTCHalfBitClock {
   /// The input ends: gives the half bits up to there.
   template <class Take>
   void finish(Take&& take) {
-    flush();
+    begin(mFilter.flush());
+    while (advance()) {
+      drain(take);
+    }
+    emitRest();
     drain(take);
   }
 
@@ -56,27 +65,23 @@ class VLLTCHalfBitClock {
   bool isLocked() const { return mIsLocked; }
 
  private:
-  static constexpr std::size_t kTaps = 8;
-  static constexpr std::size_t kRawKept = 1024;
-  static constexpr std::size_t kSumsKept = 4096;
   static constexpr std::size_t kEdges = 24;
   static constexpr std::size_t kPastKept = 256;  // edges
   static constexpr std::size_t kHalfBitsKept = 512;
 
-  void push(float sample);
-  void interpolate();
-  void removeMean(float sample);
-  void step(float sample);
+  void begin(std::span<const float> steps);
+  bool advance();
+  double crossingBefore(std::size_t index) const;
   void takeEdge(double place);
   void forgetEdges(std::size_t count);
   bool follow(double edge);
   void acquire();
   void reachBack(double end);
-  double coherence(double length) const;
+  double coherence(double length, std::size_t count) const;
+  std::pair<double, double> bestGrid() const;
   bool fit(double length);
   void emit(double end);
-  double sumTo(double place) const;
-  void flush();
+  void emitRest();
   void unlock();
 
   template <class Take>
@@ -87,42 +92,24 @@ class VLLTCHalfBitClock {
     mHalfBitCount = 0;
   }
 
-  // Constant. Lengths are in steps, which are samples of the signal that is looked at.
-  std::size_t mDivide = 1;
-  std::size_t mMultiply = 1;
+  VLLTCLineFilter mFilter;
+
+  // Constant. Lengths are in steps of the filter.
   double mShortest = 0;  // half bits
   double mLongest = 0;
-  std::size_t mFirstWidth = 0;
-  std::size_t mSecondWidth = 0;
-  double mDelay = 0;
-  std::size_t mMeanWidth = 0;
   float mEnvelopePart = 0;
   double mLockCoherence = 0;
   double mFitError = 0;
   double mFar = 0;
-  std::vector<float> mFilter;  // kTaps for each part of a sample
 
-  // From input to steps.
-  double mOrigin = 0;
-  float mDivided = 0;
-  std::size_t mDividedCount = 0;
-  std::array<float, kTaps> mTaps{};
-
-  // The filtered signal.
-  std::uint64_t mRawStep = 0;
-  std::array<float, kRawKept> mRaw{};
-  std::array<double, kRawKept> mRawSums{};
-  double mRawSum = 0;
-  float mMean = 0;
+  std::span<const float> mSteps;  // a block of the filter
+  std::size_t mIndex = 0;         // of the first one that is still to be looked at
+  std::uint64_t mBlockStep = 0;   // the last one before the block
   std::uint64_t mStep = 0;
-  std::array<double, kSumsKept> mSums{};
-  std::array<double, kSumsKept> mSmoothSums{};
-  double mSum = 0;
-  double mSmoothSum = 0;
-  float mLast = 0;
+  float mLast = 0;  // the last step before the block
   float mEnvelope = 0;
   double mCrossing = 0;
-  bool mIsHigh = false;
+  float mSign = -1;  // of the signal after the last edge
 
   std::array<double, kEdges> mEdges{};
   std::size_t mEdgeCount = 0;
