@@ -6,9 +6,10 @@
 
 namespace velor {
 
-/// The length between neighbours in rows of places that should be evenly spaced, by least
-/// squares: one length for all rows, which may begin anywhere. Sums are about the mean and
-/// about the first length, so that long rows keep their digits.
+/// Fits straight lines through rows of places that should be evenly spaced, by least squares.
+/// All lines have the same slope, the length from one place to the next; each row may begin
+/// anywhere. The sums are those of deviations from the mean and from the first length, so that
+/// long rows keep their digits.
 class KVLineFit {
  public:
   void startRow() {
@@ -19,7 +20,7 @@ class KVLineFit {
     mRows += 1;
     mRow = {};
   }
-  /// The place with this number in its row.
+  /// Adds a place, with its number in the row.
   void add(double number, double place) {
     if (mRow.n == 0) {
       mFirst = place;
@@ -41,16 +42,16 @@ class KVLineFit {
 
   bool hasLength() const { return mAll.xx + mRow.xx > 0; }
   double length() const { return mReference + slope(); }
-  /// Whether there are enough places to know their scatter.
+  /// Whether there are more places than the lines need, so that scatter() means something.
   bool hasScatter() const { return hasLength() && free() > 0; }
-  /// Of the places, about their lines, rms.
+  /// How far the places are from their lines, rms.
   double scatter() const {
     const double squares = mAll.yy + mRow.yy - slope() * (mAll.xy + mRow.xy);
     return hasScatter() ? std::sqrt(std::max(0.0, squares) / free()) : 0;
   }
   /// Standard deviation of the length.
   double uncertainty() const { return scatter() / std::sqrt(mAll.xx + mRow.xx); }
-  /// Where the row's line has this number.
+  /// The place on the line of the last row that has this number.
   double at(double number) const {
     return mFirst + mReference * (number - mFirstNumber) + mRow.y + slope() * (number - mRow.x);
   }
@@ -60,12 +61,12 @@ class KVLineFit {
     double n = 0, x = 0, y = 0, xx = 0, xy = 0, yy = 0;
   };
   double slope() const { return (mAll.xy + mRow.xy) / (mAll.xx + mRow.xx); }
-  // Each row has a begin of its own, and all have one length.
+  // Degrees of freedom: each row has a begin of its own, and all share one length.
   double free() const { return mAll.n + mRow.n - mRows - 2; }
 
   Sums mRow;
   Sums mAll;
-  double mRows = 0;  // that have ended
+  double mRows = 0;  // rows that have ended
   double mFirst = 0;
   double mFirstNumber = 0;
   double mReference = 0;

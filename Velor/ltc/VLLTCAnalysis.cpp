@@ -19,8 +19,9 @@ constexpr double kGapErrorPart = 0.02;
 constexpr double kClockError = 50;        // ppm, standard deviation of clocks of audio devices
 constexpr double kFarFromFormats = 5000;  // ppm
 constexpr double kMostRatio = 120;        // dB
-// Noise below the level of a half bit, which is the mean of its samples, with which frames
-// begin to be lost: 3 dB in the whole band at 48 kHz and 25 frames per second.
+// Frames begin to be lost when a half bit, taken as the mean of its samples, is less than
+// this above its noise. At 48 kHz and 25 frames per second that is noise 3 dB below the
+// signal in the whole band.
 constexpr double kLimit = 13.8;  // dB
 constexpr double kPerMillion = 1e6;
 constexpr double kHalfBits = 2.0 * static_cast<double>(kLTCFrameBits);

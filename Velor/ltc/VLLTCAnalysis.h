@@ -14,8 +14,8 @@
 
 namespace velor {
 
-/// Measures LTC and the line that it comes over: what VLLTCVarispeedDecoder reads of it, and
-/// the signal of each of those frames.
+/// Measures LTC and the line that it comes over. It reads with VLLTCVarispeedDecoder, and
+/// measures the signal of each frame that was read.
 ///
 /// One thread. Realtime-safe: no.
 class VLLTCAnalysis {
@@ -23,9 +23,9 @@ class VLLTCAnalysis {
   explicit VLLTCAnalysis(double sampleRate);
 
   void process(std::span<const float> samples);
-  /// No more samples come.
+  /// The input ends. Call it once, after the last samples.
   void finish();
-  /// Of what was read so far.
+  /// The measurements up to now; more samples may follow.
   VLLTCReport report() const;
 
  private:
@@ -62,7 +62,8 @@ class VLLTCAnalysis {
   VLLTCBits mFirst;
   Frame mLast;
   double mNominalRate = 25;
-  // Digits of frames: the highest, and the one before a second began; -1 for none.
+  // Frame numbers that were read: the highest one, and the highest one right before a new
+  // second; -1 for none.
   std::int32_t mHighest = 0;
   std::int32_t mLastOfSecond = -1;
 

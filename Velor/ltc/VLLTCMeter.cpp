@@ -46,7 +46,7 @@ double VLLTCMeter::take(const VLLTCBits& bits, std::span<const float> samples, s
   return mGridBegin;
 }
 
-// In the order of time, which is that of the bits or the other way round.
+// Fills the edges in the order of time; in reverse the last bit comes first.
 void VLLTCMeter::findEdges(const VLLTCBits& bits) {
   float sign = -1;
   for (std::size_t i = 0; i < kLTCFrameBits; ++i) {
@@ -106,7 +106,7 @@ void VLLTCMeter::takeLevels(const VLLTCBits& bits, const Signal& signal) {
   mWindow.bit += 2 * half / mSampleRate;
 }
 
-// The line through the edges, and how far they are from it.
+// Fits a line through the edges, and measures how far each is from it.
 void VLLTCMeter::takeJitter(const VLLTCBits& bits, const Signal& signal) {
   const double half = (bits.end - bits.begin) / kHalfBitCount;
   std::array<double, kHalfBits> places{};
@@ -135,7 +135,7 @@ void VLLTCMeter::takeJitter(const VLLTCBits& bits, const Signal& signal) {
         }
       }
     }
-    // Before the first sample nothing crosses.
+    // A crossing cannot be seen before the first sample.
     if (isFound && signal.from <= found) {
       places[count] = found - bits.begin;
       numbers[count++] = static_cast<double>(i);
@@ -194,7 +194,7 @@ double VLLTCMeter::riseTime() const {
   if (mShapes == 0) {
     return 0;
   }
-  // Steps without a sample have the value of those before.
+  // A step without a sample takes the value of the step before it.
   std::array<double, kSteps> shape{};
   double value = -1;
   for (std::size_t i = 0; i < kSteps; ++i) {
@@ -263,8 +263,8 @@ void VLLTCMeter::close() {
   mHalfBits.clear();
 }
 
-// Takes it off the residue. A fit to noise alone has some power too. Hum is slow beside half
-// bits, so that their means do.
+// Measures hum in the residue and subtracts it there. Hum is slow beside half bits, so that the
+// mean of each half bit is enough. Noise alone gives a fit some power, which is subtracted.
 void VLLTCMeter::measureHum(std::vector<double>& residue, VLLTCReport::Window& window) const {
   struct Mean {
     double angle = 0;  // at 1 Hz

@@ -16,23 +16,23 @@ namespace velor {
 /// Measures the signal of frames whose bits are known, which tell where each edge
 /// belongs and which level the signal has between them.
 ///
-/// Jitter is how far edges cross the middle of the signal from an even grid through all
-/// edges of the frame. Noise is what is left of the middle half of each half bit when the
-/// mean of those that have the same neighbours, and hum, are taken off.
+/// Jitter is the distance of each edge, where the signal crosses its middle, from an even
+/// grid through all edges of the frame. For noise, the middle half of each half bit counts:
+/// the mean of all half bits that have the same neighbours is subtracted from it, then hum.
 ///
-/// One thread.
+/// One thread. Realtime-safe: no.
 class VLLTCMeter {
  public:
   explicit VLLTCMeter(double sampleRate) : mSampleRate(sampleRate) {}
 
-  /// The samples begin at the place `from` of the input and hold the frame. Gives the place
-  /// of its begin on the grid of its edges.
+  /// Measures a frame. `samples` begin at the place `from` of the input and hold all of it.
+  /// Gives the place at which the frame begins on the grid of its edges.
   double take(const VLLTCBits& bits, std::span<const float> samples, std::uint64_t from);
-  /// The next frame does not follow the last one.
+  /// Ends the window: the next frame does not follow the last one, or none comes.
   void close();
 
   const std::vector<VLLTCReport::Window>& windows() const { return mWindows; }
-  /// From 10 to 90 % of the mean edge, s.
+  /// Seconds in which the mean edge rises from 10 to 90 %.
   double riseTime() const;
 
  private:
@@ -59,7 +59,8 @@ class VLLTCMeter {
   void measureHum(std::vector<double>& residue, VLLTCReport::Window& window) const;
 
   const double mSampleRate;
-  // Of the frame: whether an edge stands at a boundary of half bits, and the levels.
+  // The frame that is measured, by boundary between half bits: whether its bits have an edge
+  // there, and whether the signal is above (1) or below (-1) its middle after it.
   std::array<bool, kHalfBits + 1> mIsEdge{};
   std::array<float, kHalfBits> mSigns{};
   double mCentre = 0;
@@ -67,20 +68,20 @@ class VLLTCMeter {
   double mGridEnd = 0;
   double mLevel = 0;
 
-  // Of the window.
+  // The window to which frames are added until it is long enough.
   VLLTCReport::Window mWindow;
-  KVLineFit mBegins;  // of its frames
-  double mFirst = 0;
-  double mEnd = 0;
-  double mSquares = 0;
-  std::vector<Sample> mSamples;
-  std::vector<double> mHalfBits;  // their middles
+  KVLineFit mBegins;              // where its frames begin
+  double mFirst = 0;              // where its first frame begins
+  double mEnd = 0;                // where its last frame ends
+  double mSquares = 0;            // sum of the squares of the jitter of its edges
+  std::vector<Sample> mSamples;   // those in the middle halves of its half bits
+  std::vector<double> mHalfBits;  // the middles of its half bits
   std::vector<VLLTCReport::Window> mWindows;
 
   std::array<double, kSteps> mShape{};
   std::array<std::uint64_t, kSteps> mShapeCounts{};
-  double mShapeSeconds = 0;  // of half bits
-  std::uint64_t mShapes = 0;
+  double mShapeSeconds = 0;   // sum of the lengths of half bits, one of each frame
+  std::uint64_t mShapes = 0;  // frames in the mean edge
 };
 
 }  // namespace velor

@@ -30,7 +30,7 @@ struct VLLTCReport {
     double offset = 0;  ///< DC
     double jitter = 0;  ///< rms
     double jitterPeak = 0;
-    double bit = 0;  ///< its length
+    double bit = 0;  ///< length of a bit
     std::uint64_t frames = 0;
     std::uint64_t edges = 0;
     std::uint64_t missingEdges = 0;
@@ -39,8 +39,8 @@ struct VLLTCReport {
   enum class Kind : std::uint8_t { dropOut, splice, repeat, turn };
   struct Event {
     Kind kind = Kind::dropOut;
-    double seconds = 0;  ///< where the frame before it ends
-    double length = 0;   ///< without a frame
+    double seconds = 0;  ///< end of the frame before
+    double length = 0;   ///< time from there to the next frame
     SMPTETime before{};
     SMPTETime behind{};
   };
@@ -62,34 +62,35 @@ struct VLLTCReport {
 
   std::uint32_t format = kSMPTETimeType25;
   std::uint32_t other = kSMPTETimeType24;  ///< the nearest format of another rate
-  /// How sure the format is not the other one; none where the speed is far from both.
+  /// Standard deviations by which the rate fits `format` better than `other`; none when the
+  /// speed is far from both.
   std::optional<double> sigmas;
   double rate = 0;         ///< frames per second
   double deviation = 0;    ///< from the format's rate, ppm
-  double uncertainty = 0;  ///< of that, standard deviation, ppm
+  double uncertainty = 0;  ///< standard deviation of `deviation`, ppm
   double drift = 0;        ///< ppm a minute
-  double lowest = 0;       ///< deviation of a window, ppm
-  double highest = 0;      ///< likewise
+  double lowest = 0;       ///< lowest deviation of a window, ppm
+  double highest = 0;      ///< highest deviation of a window, ppm
 
   double level = 0;
   double lowestLevel = 0;
   double highestLevel = 0;
   double noise = 0;
   double signalToNoise = 0;  ///< dB, at most 120
-  double margin = 0;         ///< dB above the noise with which frames are lost
+  double margin = 0;         ///< dB by which noise may rise before frames are lost
   double hum = 0;
   double humFrequency = 0;  ///< Hz
   double offset = 0;
-  double riseTime = 0;  ///< from 10 to 90 %
+  double riseTime = 0;  ///< time of an edge from 10 to 90 %
   double bit = 0;
   double jitter = 0;
   double jitterPeak = 0;
   std::uint64_t missingEdges = 0;
 
   std::array<std::uint64_t, 4> counts{};  ///< of events, by Kind
-  std::vector<Event> events;              ///< the first ones
+  std::vector<Event> events;              ///< the first kListed
   std::uint64_t userBitChanges = 0;
-  std::vector<UserBits> userBits;  ///< the first ones, and the first frame's
+  std::vector<UserBits> userBits;  ///< those of the first frame and the first changes
   std::vector<Window> windows;
 
   std::uint64_t count(Kind kind) const { return counts[static_cast<std::size_t>(kind)]; }

@@ -14,7 +14,7 @@
 
 namespace velor {
 
-/// The measurements of VLMTCAnalysis; times are seconds, places are from the first message on.
+/// The measurements of VLMTCAnalysis. Times are seconds, counted from the first message.
 struct VLMTCReport {
   static constexpr std::size_t kListed = 1000;  // events
 
@@ -23,22 +23,22 @@ struct VLMTCReport {
     double begin = 0;
     double end = 0;
     double spacing = 0;  ///< mean
-    double jitter = 0;   ///< from an even spacing, rms
+    double jitter = 0;   ///< deviation from an even spacing, rms
     double jitterPeak = 0;
   };
   enum class Kind : std::uint8_t { missing, outOfOrder, jump, stop };
   struct Event {
     Kind kind = Kind::missing;
     double seconds = 0;
-    std::uint64_t count = 0;  ///< of missing quarter frames
-    double length = 0;        ///< of a stop
-    SMPTETime before{};       ///< of a jump; invalid elsewhere
+    std::uint64_t count = 0;  ///< missing quarter frames
+    double length = 0;        ///< length of a stop
+    SMPTETime before{};       ///< time before a jump; invalid for other kinds
     SMPTETime behind{};
   };
 
   double duration = 0;
   std::uint64_t quarterFrames = 0;
-  std::uint64_t reverse = 0;  ///< of them
+  std::uint64_t reverse = 0;  ///< quarter frames that ran backwards
   std::uint64_t fullFrames = 0;
   std::uint64_t blocks = 0;             ///< complete ones
   std::optional<std::uint32_t> format;  ///< none without a complete block
@@ -46,15 +46,15 @@ struct VLMTCReport {
   SMPTETime last{};
   double rate = 0;         ///< frames per second
   double deviation = 0;    ///< from the format's rate, ppm
-  double uncertainty = 0;  ///< of that, standard deviation, ppm
+  double uncertainty = 0;  ///< standard deviation of `deviation`, ppm
   double spacing = 0;
   double shortest = 0;
-  double longest = 0;  ///< but for stops and missing ones
+  double longest = 0;  ///< longest spacing, without stops and missing quarter frames
   double jitter = 0;
   double jitterPeak = 0;
   std::uint64_t missing = 0;           ///< quarter frames
   std::uint64_t outOfOrder = 0;        ///< quarter frames
-  std::uint64_t blocksOutOfOrder = 0;  ///< whose time does not follow
+  std::uint64_t blocksOutOfOrder = 0;  ///< blocks whose time does not follow the one before
   std::uint64_t stops = 0;
   std::vector<Event> events;
   std::vector<Window> windows;
@@ -68,13 +68,14 @@ struct VLMTCReport {
 /// One thread. Realtime-safe: no.
 class VLMTCAnalysis {
  public:
-  /// One message, of any bytes, and the host time (ns) of its arrival.
+  /// Adds one message, of any bytes, that arrived at this host time (ns).
   void add(const std::uint8_t* bytes, std::size_t count, std::uint64_t hostTime);
   VLMTCReport report() const;
 
  private:
   void addQuarterFrame(std::uint8_t data, double seconds);
-  /// Quarter frames from the last one to this, 1 for its neighbour; 0 for out of order.
+  /// How many quarter frames lie from the last one to this: 1 for the next one, 0 for one
+  /// that is out of order.
   int stepTo(int piece, double passed);
   void startRow(int piece, std::uint8_t nibble, double seconds);
   void takeSpacing(double seconds, double passed, int step);

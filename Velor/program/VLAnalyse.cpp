@@ -18,7 +18,8 @@ namespace {
 constexpr int kUsageStatus = 2;
 constexpr std::size_t kSamplesPerBlock = 1 << 16;  // of all channels
 
-// The error of a file that is damaged comes with what was read before it.
+// Reads the file up to its end or to the damage, which it gives; what stands before the
+// damage is analysed.
 std::optional<Error> readInto(VLLTCAnalysis& analysis, audio::SoundFileReader& reader,
                               int channel) {
   const auto channels = static_cast<std::size_t>(reader.channels());

@@ -6,7 +6,7 @@
 
 namespace velor {
 
-/// The options of `velor analyse`, checked: one of `file`, `live` and `mtc`.
+/// The checked options of `velor analyse`. Exactly one of `file`, `live` and `mtc` is set.
 struct VLAnalyseOptions {
   std::optional<std::string> file;
   int channel = 1;                  // of the file, from 1 on
@@ -16,9 +16,8 @@ struct VLAnalyseOptions {
   std::optional<std::string> plot;  // a file to write
 };
 
-/// Analyses a file. Prints the report on standard output. Gives the exit status: 0, 1 when
-/// the file cannot be read or holds no LTC, 2 for a channel that it does not have. Main
-/// thread.
+/// Analyses a file, and prints the report on standard output. Gives the exit status: 0, 1
+/// when the file cannot be read or holds no LTC, 2 when it has no such channel. Main thread.
 int VLAnalyseRun(const VLAnalyseOptions& options);
 
 }  // namespace velor

@@ -35,7 +35,7 @@ Expected<VLAnalyseOptions> VLAnalyseArguments::options() const {
     options.channel = refusal.read(
         "--channel", VLOptionText::wholeNumber(*mChannel, 1, std::numeric_limits<int>::max()));
   }
-  // No sound file is replaced by mistake.
+  // The picture must not replace a sound file by mistake.
   refusal.refuseIf(options.plot && !options.plot->ends_with(".svg"),
                    "--plot: '" + options.plot.value_or("") + "' does not end in .svg");
   return refusal.resultOf(options);

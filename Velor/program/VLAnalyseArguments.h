@@ -22,7 +22,7 @@ class VLAnalyseArguments {
   VLAnalyseArguments& operator=(const VLAnalyseArguments&) = delete;
 
   const CLI::App& command() const noexcept { return mCommand; }
-  /// Checks them.
+  /// Checks the arguments that were typed.
   Expected<VLAnalyseOptions> options() const;
 
  private:

@@ -33,12 +33,13 @@ namespace velor {
 namespace {
 
 constexpr int kUsageStatus = 2;
-constexpr std::uint64_t kLook = 50'000'000;  // ns between looks at what came in
+constexpr std::uint64_t kLook = 50'000'000;  // ns between two reads of the incoming samples
 constexpr int kLooksPerStatus = 20;
 constexpr std::size_t kRoom = 1 << 20;  // samples; seconds at any rate
 constexpr KAUnitElement kInputElement = 1;
 
-// Samples from the audio thread to the main queue; those that find no room are counted.
+// Passes samples from the audio thread to the main queue, and counts those that are lost:
+// skipped by the device, or come while there is no room.
 class Incoming {
  public:
   static audio::OSStatus cycle(const host::RealtimeContext&, void* refCon,
@@ -84,14 +85,14 @@ class Incoming {
   std::atomic<std::uint64_t> mWritten{0};
   std::atomic<std::uint64_t> mRead{0};
   std::atomic<std::uint64_t> mLost{0};
-  // The audio thread's.
+  // Only the audio thread reads and writes these.
   struct {
     double next = 0;
     bool hasNext = false;
   } rt;
 };
 
-// Runs the main queue until a signal, and looks in between.
+// Runs the main queue until SIGINT or SIGTERM, and calls `look` every kLook.
 class Listening {
  public:
   template <class Look>
@@ -176,7 +177,7 @@ int analyseInput(const VLAnalyseOptions& options) {
                                           : VLAnalyseOutput::fail("no LTC on " + channel->name, 1);
 }
 
-// The read thread adds, and the main queue looks.
+// MIDI's read thread adds messages, and the main queue takes reports.
 struct Arriving {
   static void read(const midi::MIDIPacketList* packets, void* refCon, void* /*source*/) {
     auto& self = *static_cast<Arriving*>(refCon);

@@ -5,8 +5,9 @@
 
 namespace velor {
 
-/// Analyses `live` or `mtc`, and listens until SIGINT or SIGTERM. The host must be there.
-/// Otherwise as VLAnalyseRun, but for 2 where there is no such channel or port.
+/// Analyses `live` or `mtc` until SIGINT or SIGTERM, and prints the report on standard
+/// output. Gives the exit status: 0, 1 when the device fails or no timecode came, 2 when the
+/// device has no such channel or there is no such port. The host must exist. Main thread.
 int VLAnalyseLiveRun(const VLAnalyseOptions& options);
 
 }  // namespace velor

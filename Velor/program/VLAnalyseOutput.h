@@ -12,7 +12,7 @@
 
 namespace velor {
 
-/// The end of `velor analyse`.
+/// How all kinds of `velor analyse` end: with a report, or with an error.
 struct VLAnalyseOutput {
   static int fail(const std::string& error, int status) {
     std::fprintf(stderr, "velor: analyse: %s\n", store::printable(error).c_str());

@@ -77,10 +77,16 @@ std::string formatWords(const VLLTCReport& report) {
              : name + " by its digits; the speed fits no format";
 }
 
-// In percent; without a sign where it is shown as 0.
 double share(double part, double whole) {
-  const double percent = whole > 0 ? 100 * part / whole : 0;
-  return std::fabs(percent) < 0.005 ? 0 : percent;
+  return whole > 0 ? 100 * part / whole : 0;
+}
+
+std::string ppm(double value) {
+  return Words::of("%+.1f", Words::rounded(value, 1));
+}
+
+std::string dBFS(double level) {
+  return Words::of("%.1f", Words::rounded(Words::decibels(level), 1));
 }
 
 std::string rateWords(const VLLTCReport& report) {
@@ -88,23 +94,25 @@ std::string rateWords(const VLLTCReport& report) {
   if (!report.sigmas) {
     text += Words::of("%.4f times the speed of the format", 1 + report.deviation * 1e-6);
   } else {
-    text += Words::of("%+.1f ppm of nominal", report.deviation);
+    text += ppm(report.deviation) + " ppm of nominal";
     text += report.uncertainty < 1000 ? Words::of(" (%.2g standard deviation)",
                                                   std::max(kLeastUncertainty, report.uncertainty))
                                       : "";
   }
-  return text + Words::of("\n%-10s %+.1f ppm a minute; from %+.1f to %+.1f ppm within\n", "drift",
-                          report.drift, report.lowest, report.highest);
+  return text + Words::of("\n%-10s %s ppm a minute; from %s to %s ppm within\n", "drift",
+                          ppm(report.drift).c_str(), ppm(report.lowest).c_str(),
+                          ppm(report.highest).c_str());
 }
 
 std::string signalWords(const VLLTCReport& report) {
-  std::string text = Words::of("%-10s %.1f dBFS (%.1f to %.1f), peak %.1f dBFS\n", "level",
-                               Words::decibels(report.level), Words::decibels(report.lowestLevel),
-                               Words::decibels(report.highestLevel), Words::decibels(report.peak));
+  std::string text = Words::of("%-10s %s dBFS (%s to %s), peak %s dBFS\n", "level",
+                               dBFS(report.level).c_str(), dBFS(report.lowestLevel).c_str(),
+                               dBFS(report.highestLevel).c_str(), dBFS(report.peak).c_str());
   text += Words::of("%-10s %.1f dBFS, %.1f dB below the signal; %.1f dB %s the limit\n", "noise",
                     Words::decibels(report.noise), report.signalToNoise, std::fabs(report.margin),
                     report.margin < 0 ? "below" : "above");
-  text += Words::of("%-10s %+.1f %% of the level\n", "DC", share(report.offset, report.level));
+  text += Words::of("%-10s %+.1f %% of the level\n", "DC",
+                    Words::rounded(share(report.offset, report.level), 1));
   text += Words::of("%-10s %.1f %% of the level", "hum", share(report.hum, report.level));
   text += share(report.hum, report.level) >= 0.05 ? Words::of(", of %.0f Hz\n", report.humFrequency)
                                                   : "\n";
@@ -122,7 +130,7 @@ std::string signalWords(const VLLTCReport& report) {
 
 std::string VLAnalysisText::text(const VLLTCReport& report) {
   if (report.frames == 0) {
-    return Words::of("%-10s %.1f dBFS\n%-10s ", "peak", Words::decibels(report.peak), "verdict") +
+    return Words::of("%-10s %s dBFS\n%-10s ", "peak", dBFS(report.peak).c_str(), "verdict") +
            report.verdict() + "\n";
   }
   std::string text = Words::of("%-10s %s\n", "format", formatWords(report).c_str());
@@ -245,14 +253,14 @@ VLPlot VLAnalysisText::plot(const VLLTCReport& report, const std::string& name) 
 
 std::string VLAnalysisText::status(const VLLTCReport& report) {
   if (report.frames == 0) {
-    return Words::of("%6.0f s  ", report.duration) + report.verdict() +
-           Words::of(", peak %.1f dBFS", Words::decibels(report.peak));
+    return Words::of("%6.0f s  ", report.duration) + report.verdict() + ", peak " +
+           dBFS(report.peak) + " dBFS";
   }
   const auto& last = report.windows.empty() ? VLLTCReport::Window() : report.windows.back();
-  return Words::of("%6.0f s  %s  %s  %+.1f ppm  %.1f dBFS  noise %.1f dBFS  jitter %.1f us  ",
+  return Words::of("%6.0f s  %s  %s  %s ppm  %s dBFS  noise %s dBFS  jitter %.1f us  ",
                    report.duration, Words::time(report.last).c_str(), VLFormatName(report.format),
-                   report.deviation, Words::decibels(last.level), Words::decibels(last.noise),
-                   1e6 * last.jitter) +
+                   ppm(report.deviation).c_str(), dBFS(last.level).c_str(),
+                   dBFS(last.noise).c_str(), 1e6 * last.jitter) +
          Words::of("drop-outs %" PRIu64, report.count(Kind::dropOut));
 }
 

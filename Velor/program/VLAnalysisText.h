@@ -8,13 +8,13 @@
 
 namespace velor {
 
-/// Reports of LTC as lines for people, as one JSON object in a line, and as a plot.
+/// Writes a report of LTC as lines for people, as one JSON object in a line, or as a plot.
 struct VLAnalysisText {
   static std::string text(const VLLTCReport& report);
   static std::string json(const VLLTCReport& report);
   static VLPlot plot(const VLLTCReport& report, const std::string& name);
 
-  /// The state of a run that goes on, in one line without its end.
+  /// One line without a line feed, for a measurement that still runs.
   static std::string status(const VLLTCReport& report);
 };
 

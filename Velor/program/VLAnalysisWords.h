@@ -16,7 +16,7 @@ namespace velor {
 
 /// Words that the texts of reports share.
 struct VLAnalysisWords {
-  /// As printf; long ones are cut.
+  /// A text as printf makes it, cut after 319 characters.
   template <class... Values>
   static std::string of(const char* format, Values... values) {
     std::array<char, 320> text{};
@@ -34,7 +34,13 @@ struct VLAnalysisWords {
     return of("%02x%02x%02x%02x", bits[3], bits[2], bits[1], bits[0]);
   }
 
-  /// At least -120.
+  /// The value as it is printed with so many decimals, which is 0 and not -0 near 0.
+  static double rounded(double value, int decimals) {
+    const double scale = std::pow(10, decimals);
+    return std::round(value * scale) / scale + 0.0;
+  }
+
+  /// 20 times the logarithm of a part of full scale; at least -120.
   static double decibels(double level) { return 20 * std::log10(std::max(level, 1e-6)); }
 };
 

@@ -14,6 +14,7 @@
 
 #include "Velor/ltc/VLLTCVarispeedDecoder.h"
 #include "Velor/ltc/ltc_decoder.h"
+#include "Velor/program/VLAnalysisWords.h"
 #include "Velor/program/VLOptionText.h"
 #include "Velor/program/VLProgressBar.h"
 #include "Velor/program/VLStandardOutput.h"
@@ -345,7 +346,7 @@ void print(const VLDecodeSummary& summary, double sampleRate) {
     if (summary.meanRate > 0) {
       const double deviation = summary.meanRate * ltc_seconds_per_frame(*summary.format) - 1;
       std::fprintf(stderr, "rate    %.6f frames a second, %+.1f ppm of nominal\n", summary.meanRate,
-                   1e6 * deviation);
+                   VLAnalysisWords::rounded(1e6 * deviation, 1));
     }
   }
   std::fprintf(stderr, "gaps    %" PRIu64 "\n", summary.gapCount);

@@ -21,7 +21,7 @@ class VLDecodeArguments {
   VLDecodeArguments& operator=(const VLDecodeArguments&) = delete;
 
   const CLI::App& command() const noexcept { return mCommand; }
-  /// Checks them.
+  /// Checks the arguments that were typed.
   Expected<VLDecodeOptions> options() const;
 
  private:

@@ -13,10 +13,12 @@ namespace velor {
 class VLJSONObject {
  public:
   void number(const char* key, double value, int digits = 6) {
-    add(key, std::isfinite(value) ? VLAnalysisWords::of("%.*f", digits, value) : "null");
+    add(key, std::isfinite(value)
+                 ? VLAnalysisWords::of("%.*f", digits, VLAnalysisWords::rounded(value, digits))
+                 : "null");
   }
   void count(const char* key, std::uint64_t value) { add(key, std::to_string(value)); }
-  /// Of a text without quotes and backslashes.
+  /// The value must have neither quotes nor backslashes.
   void text(const char* key, const std::string& value) { add(key, '"' + value + '"'); }
   void add(const char* key, const std::string& json) {
     mText += (mText.empty() ? "{\"" : ",\"") + std::string(key) + "\":" + json;

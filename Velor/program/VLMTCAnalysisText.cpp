@@ -48,7 +48,7 @@ std::string VLMTCAnalysisText::text(const VLMTCReport& report) {
     text += Words::of("%-10s %" PRIu64 "\n", "full", report.fullFrames);
     text +=
         Words::of("%-10s %.6f frames a second, %+.1f ppm of nominal (%.2g standard deviation)\n",
-                  "rate", report.rate, report.deviation, report.uncertainty);
+                  "rate", report.rate, Words::rounded(report.deviation, 1), report.uncertainty);
     text += Words::of("%-10s %.4f ms, from %.3f to %.3f ms\n", "spacing", 1000 * report.spacing,
                       1000 * report.shortest, 1000 * report.longest);
     text += Words::of("%-10s %.1f us rms, %.1f us peak\n", "jitter", 1e6 * report.jitter,
@@ -142,8 +142,8 @@ std::string VLMTCAnalysisText::status(const VLMTCReport& report) {
   }
   return Words::of(
       "%6.0f s  %s  %+.0f ppm  jitter %.2f ms  missing %" PRIu64 "  out of order %" PRIu64,
-      report.duration, Words::time(report.last).c_str(), report.deviation, 1000 * report.jitter,
-      report.missing, report.outOfOrder + report.blocksOutOfOrder);
+      report.duration, Words::time(report.last).c_str(), Words::rounded(report.deviation, 0),
+      1000 * report.jitter, report.missing, report.outOfOrder + report.blocksOutOfOrder);
 }
 
 }  // namespace velor

@@ -8,13 +8,13 @@
 
 namespace velor {
 
-/// Reports of MTC as lines for people, as one JSON object in a line, and as a plot.
+/// Writes a report of MTC as lines for people, as one JSON object in a line, or as a plot.
 struct VLMTCAnalysisText {
   static std::string text(const VLMTCReport& report);
   static std::string json(const VLMTCReport& report);
   static VLPlot plot(const VLMTCReport& report, const std::string& name);
 
-  /// The state of a run that goes on, in one line without its end.
+  /// One line without a line feed, for a measurement that still runs.
   static std::string status(const VLMTCReport& report);
 };
 
