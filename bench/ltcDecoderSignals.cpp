@@ -28,11 +28,13 @@ std::size_t signalsOfARow = 1;
 struct Sum {
   std::size_t right = 0;
   std::size_t wrong = 0;
+  std::size_t falseTimes = 0;
 
   void add(const LTCSignal& signal, const std::vector<LTCTold>& told) {
     const LTCScore score = scoreOf(signal, told);
     right += score.right;
     wrong += score.wrong;
+    falseTimes += score.falseTimes;
   }
 };
 
@@ -89,8 +91,8 @@ class Row {
   // Shares are rounded down, so that 100.0 is all.
   std::string text(const Sum& sum) const {
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%.2f | %zu", std::floor(share(sum.right) * 100) / 100,
-                  sum.wrong);
+    std::snprintf(text.data(), text.size(), "%.2f | %zu (%zu)",
+                  std::floor(share(sum.right) * 100) / 100, sum.wrong, sum.falseTimes);
     return text.data();
   }
 

@@ -14,6 +14,7 @@ constexpr double kSlowest = 22.5;  // frames per second
 constexpr double kFastest = 31.5;
 constexpr double kNewLengthWeight = 0.1;
 constexpr double kGone = 1.5;  // frames without one
+constexpr double kLatest = 1;  // frames from the end of one to when it is reported
 
 }  // namespace
 
@@ -31,7 +32,8 @@ void VLConditionedLTCDecoder::process(const audio::AudioTimeStamp& timeStamp, co
   const double place = sampleTime - mFirstSample;
   if (!mIsRunning || place != static_cast<double>(mPlace)) {
     if (mIsRunning) {
-      mClock.finish([this](const VLLTCHalfBit& halfBit) { take(halfBit); });
+      mClock.finish([this](const VLLTCHalfBit& halfBit) { take(mFinder.push(halfBit)); });
+      take(mFinder.finish());
     }
     // Back or far ahead, nothing of what was read stands in a place of the same stream.
     if (!mIsRunning || !(place > static_cast<double>(mPlace)) ||
@@ -47,13 +49,16 @@ void VLConditionedLTCDecoder::process(const audio::AudioTimeStamp& timeStamp, co
   }
   mStampPlace = static_cast<double>(mPlace);
   mStampHostTime = timeStamp.mHostTime;
-  mClock.process(std::span(samples, count), [this](const VLLTCHalfBit& halfBit) { take(halfBit); });
+  mClock.process(std::span(samples, count),
+                 [this](const VLLTCHalfBit& halfBit) { take(mFinder.push(halfBit)); });
   mPlace += count;
 }
 
-void VLConditionedLTCDecoder::take(const VLLTCHalfBit& halfBit) noexcept {
-  const auto bits = mFinder.push(halfBit);
-  if (bits && !bits->isReverse) {
+// A frame that was cut may come when the signal is there again, which can be much later.
+void VLConditionedLTCDecoder::take(const std::optional<VLLTCBits>& bits) noexcept {
+  const bool isLate =
+      bits && bits->isCut && mStampPlace > bits->end + kLatest * (bits->end - bits->begin);
+  if (bits && !bits->isReverse && !isLate) {
     mRun.push(*bits, [this](const VLLTCBits& frame) { deliver(frame); });
   }
 }

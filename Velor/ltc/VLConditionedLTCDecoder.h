@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "Velor/ltc/VLLTCFrameFinder.h"
 #include "Velor/ltc/VLLTCHalfBitClock.h"
@@ -31,7 +32,7 @@ class VLConditionedLTCDecoder {
                std::uint32_t count) noexcept;
 
  private:
-  void take(const VLLTCHalfBit& halfBit) noexcept;
+  void take(const std::optional<VLLTCBits>& bits) noexcept;
   void deliver(const VLLTCBits& bits) noexcept;
 
   const double mTicksPerSample;

@@ -4,12 +4,14 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <utility>
 
 namespace velor {
 namespace {
 
 constexpr std::size_t kSyncHalfBits = 2 * kLTCSyncBits;
-constexpr int kSyncErrors = 2;  // half bits, that the rule of the code corrects
+constexpr std::size_t kCutHalfBits = 8;  // that may be missing at the end of a sync word
+constexpr int kSyncErrors = 2;           // half bits, that the rule of the code corrects
 
 // How sure each bit must be: 4 for a clean square wave, below 0 for a wrong bit.
 constexpr float kLeastMargin = 1.0F;
@@ -43,6 +45,13 @@ bool isNear(std::uint32_t levels, std::uint32_t wanted) {
   return std::min(errors, static_cast<int>(kSyncHalfBits) - errors) <= kSyncErrors;
 }
 
+// All of a sync word but its end, without errors.
+bool isMostOfSync(std::uint32_t levels) {
+  constexpr std::uint32_t kMost = (1U << (kSyncHalfBits - kCutHalfBits)) - 1U;
+  const std::uint32_t wrong = (levels ^ kForward >> kCutHalfBits) & kMost;
+  return wrong == 0 || wrong == kMost;
+}
+
 bool hasDigits(const VLLTCBits& bits) {
   const auto isBelow = [&bits](const LTCField& units, const LTCField& tens, std::uint32_t limit) {
     return bits.field(units) < 10 && bits.field(tens) * 10 + bits.field(units) < limit;
@@ -58,7 +67,9 @@ using Sums = std::array<std::array<float, 2>, kLTCFrameBits + 1>;
 }  // namespace
 
 std::optional<VLLTCBits> VLLTCFrameFinder::push(const VLLTCHalfBit& halfBit) {
+  std::optional<VLLTCBits> bits;
   if (halfBit.isFirst) {
+    bits = takeCut();
     mCount = 0;
   }
   mHalfBits[mNumber % kKept] = halfBit;
@@ -66,21 +77,34 @@ std::optional<VLLTCBits> VLLTCFrameFinder::push(const VLLTCHalfBit& halfBit) {
   ++mCount;
   mIsReverseSync[mNumber % kKept] = mCount >= kSyncHalfBits && isNear(mSigns, kReverse);
   ++mNumber;
-  if (mCount < kHalfBits) {
-    return std::nullopt;
+  if (mCount > kHalfBits - kCutHalfBits && isMostOfSync(mSigns)) {
+    mMostOfSync = mNumber;
   }
-  std::optional<VLLTCBits> bits;
+  if (mCount < kHalfBits) {
+    return bits;
+  }
   if (isNear(mSigns, kForward)) {
-    bits = read(false, mCount > kHalfBits ? 1 : 0);
+    bits = read({0, 0, false, mCount > kHalfBits});
+    mMostOfSync = bits ? 0 : mMostOfSync;
+  }
+  if (!bits && mNumber == mMostOfSync + kCutHalfBits) {
+    bits = takeCut();
   }
   if (!bits && mCount > kHalfBits && hasReverseSync(1)) {
-    bits = read(true, 1);
+    bits = read({1, 0, true, true});
   }
   return bits;
 }
 
-std::optional<VLLTCBits> VLLTCFrameFinder::finish() const {
-  return mCount >= kHalfBits && hasReverseSync(0) ? read(true, 0) : std::nullopt;
+std::optional<VLLTCBits> VLLTCFrameFinder::finish() {
+  return mCount >= kHalfBits && hasReverseSync(0) ? read({0, 0, true, false}) : takeCut();
+}
+
+std::optional<VLLTCBits> VLLTCFrameFinder::takeCut() {
+  const std::uint64_t end = std::exchange(mMostOfSync, 0);
+  return end != 0 && mNumber <= end + kCutHalfBits
+             ? read({static_cast<std::size_t>(mNumber - end), kCutHalfBits, false, true})
+             : std::nullopt;
 }
 
 bool VLLTCFrameFinder::hasReverseSync(std::size_t extra) const {
@@ -88,21 +112,21 @@ bool VLLTCFrameFinder::hasReverseSync(std::size_t extra) const {
   return mIsReverseSync[(mNumber - 1 - kToSync - extra) % kKept];
 }
 
-// An extra half bit, beside the first bit of the frame, makes sure of that.
-std::optional<VLLTCBits> VLLTCFrameFinder::read(bool isReverse, std::size_t extra) const {
+// The half bit beside the first bit of the frame makes sure of that bit.
+std::optional<VLLTCBits> VLLTCFrameFinder::read(const Row& row) const {
   std::array<float, kHalfBits> levels{};
   float mean = 0;
-  const std::size_t last = isReverse ? extra : 0;
-  for (std::size_t i = 0; i < kHalfBits; ++i) {
-    levels[i] = back(isReverse ? i + last : kHalfBits - 1 - i).level;
-    mean += std::fabs(levels[i]) / static_cast<float>(kHalfBits);
+  const std::size_t count = kHalfBits - row.missing;
+  for (std::size_t i = 0; i < count; ++i) {
+    levels[i] = back(row.newest + (row.isReverse ? i : count - 1 - i)).level;
+    mean += std::fabs(levels[i]) / static_cast<float>(count);
   }
   // [0] is for a bit that begins high. It ends high for a 0 and low for a 1; the next one begins at
   // the other level.
   Sums before{};
   Sums behind{};
-  if (extra > 0) {
-    const float outside = back(isReverse ? 0 : kHalfBits).level;
+  if (row.hasOutside) {
+    const float outside = back(row.isReverse ? row.newest - 1 : row.newest + count).level;
     before[0] = {-outside, outside};
   }
   const auto zero = [&levels](std::size_t i) { return levels[2 * i] + levels[2 * i + 1]; };
@@ -132,13 +156,16 @@ std::optional<VLLTCBits> VLLTCFrameFinder::read(bool isReverse, std::size_t extr
     }
     bits.word |= static_cast<std::uint64_t>(bit) << i;
   }
-  if (sync != kLTCSyncWord || !hasDigits(bits)) {
+  const std::size_t missingBits = row.missing / 2;
+  if (sync >> missingBits != std::uint32_t{kLTCSyncWord} >> missingBits || !hasDigits(bits)) {
     return std::nullopt;
   }
-  bits.begin = back(kHalfBits - 1 + last).begin;
-  bits.end = back(last).end;
+  bits.begin = back(row.newest + count - 1).begin;
+  bits.end = bits.begin + (back(row.newest).end - bits.begin) * static_cast<double>(kHalfBits) /
+                              static_cast<double>(count);
   bits.mark = bits.begin - (bits.end - bits.begin) / static_cast<double>(kHalfBits);
-  bits.isReverse = isReverse;
+  bits.isReverse = row.isReverse;
+  bits.isCut = row.missing > 0;
   return bits;
 }
 

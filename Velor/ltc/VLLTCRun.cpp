@@ -69,6 +69,10 @@ bool VLLTCRun::isDouble(const VLLTCBits& before, const VLLTCBits& bits) {
   return bits.begin < before.end - kPlaceError * (before.end - before.begin);
 }
 
+bool VLLTCRun::isNext(const VLLTCBits& before, const VLLTCBits& bits, Countings among) {
+  return framesBetween(before, bits) == 0 && countingsOf(before, bits, among) != 0;
+}
+
 bool VLLTCRun::isRepeat(const VLLTCBits& before, const VLLTCBits& bits) {
   return framesBetween(before, bits) == 0 && isLater(before, bits, 0, kSMPTETimeType30);
 }

@@ -14,6 +14,7 @@ namespace velor {
 /// The code of LTC has no check sum. A frame that continues the run of those before it,
 /// by its time and by its place, is passed on at once, also after a drop-out. Any other
 /// one is held back until the next one continues it, and is discarded when that does not.
+/// A frame that was cut in its sync word counts only directly after a frame of the run.
 ///
 /// One thread. Realtime-safe: yes.
 class VLLTCRun {
@@ -23,6 +24,13 @@ class VLLTCRun {
   void push(const VLLTCBits& bits, Take&& take) {
     const VLLTCBits* const before = mHeld ? &*mHeld : mLast ? &*mLast : nullptr;
     if (before != nullptr && isDouble(*before, bits)) {
+      return;
+    }
+    if (bits.isCut) {
+      if (mLast && !mHeld && isNext(*mLast, bits, mCountings)) {
+        mLast = bits;
+        take(bits);
+      }
       return;
     }
     mRepeats = before != nullptr && isRepeat(*before, bits) ? mRepeats + 1 : 0;
@@ -57,6 +65,8 @@ class VLLTCRun {
       take(*std::exchange(mHeld, std::nullopt));
     }
   }
+  /// Whether the one directly follows the other, by its time and by its place.
+  static bool isNext(const VLLTCBits& before, const VLLTCBits& bits, Countings among);
   static bool isDouble(const VLLTCBits& before, const VLLTCBits& bits);
   /// Those of `among` by which the one continues the other.
   static Countings countingsOf(const VLLTCBits& before, const VLLTCBits& bits, Countings among);

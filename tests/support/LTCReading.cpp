@@ -183,14 +183,16 @@ LTCScore scoreOf(const LTCSignal& signal, const std::vector<LTCTold>& told) {
   for (const LTCTold& got : told) {
     const std::size_t index = frameOf(signal, got);
     const LTCSignal::Frame& frame = signal.frames[index];
-    if (!score.read[index] && got.time.mHours == frame.time.mHours &&
+    const bool isTime =
+        !score.read[index] && got.time.mHours == frame.time.mHours &&
         got.time.mMinutes == frame.time.mMinutes && got.time.mSeconds == frame.time.mSeconds &&
-        got.time.mFrames == frame.time.mFrames &&
-        ltc_is_drop(got.time) == ltc_is_drop(frame.time) && got.userBytes == frame.userBytes) {
+        got.time.mFrames == frame.time.mFrames && ltc_is_drop(got.time) == ltc_is_drop(frame.time);
+    if (isTime && got.userBytes == frame.userBytes) {
       score.read[index] = true;
       ++score.right;
     } else {
       ++score.wrong;
+      score.falseTimes += isTime ? 0 : 1;
     }
   }
   return score;

@@ -38,7 +38,8 @@ std::vector<LTCTold> readByLibltc(const LTCSignal& signal, std::size_t bufferLen
 struct LTCScore {
   std::size_t right = 0;
   std::size_t wrong = 0;
-  std::vector<bool> read;  ///< by frame of the signal
+  std::size_t falseTimes = 0;  ///< of the wrong ones; the others have wrong user bits alone
+  std::vector<bool> read;      ///< by frame of the signal
 };
 
 /// A frame is told right when it is the one that ends nearest to the buffer in which it

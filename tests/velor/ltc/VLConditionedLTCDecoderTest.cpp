@@ -88,6 +88,35 @@ TEST(VLConditionedLTCDecoder, NoFrameIsMadeOfTheTwoSidesOfACut) {
   EXPECT_GT(score.right, 1800U);
 }
 
+// All that a frame says stands before its sync word, of which twelve bits tell that the bits
+// before them are whole. What follows the cut must not end the frame by chance.
+TEST(VLConditionedLTCDecoder, AFrameThatLacksFourBitsOfItsSyncWordIsReadAndOneThatLacksTenIsNot) {
+  constexpr double kBit = 24;  // samples
+  const LTCSignal before = LTCSignalMaker{.frames = 20}.make();
+  LTCSignal after = LTCSignalMaker{.frames = 20, .seed = 7}.make();
+  const std::size_t silence = after.samples.size();
+  after.samples.resize(silence + 4000);
+  const LTCSignal::Frame& last = before.frames[10];
+  for (const double missing : {0.7, 3.3, 9.7}) {
+    for (const std::size_t from : {std::size_t{5000}, std::size_t{5011}, silence}) {
+      LTCSignal signal = before;
+      signal.samples.resize(static_cast<std::size_t>(last.end - missing * kBit));
+      signal.samples.insert(signal.samples.end(),
+                            after.samples.begin() + static_cast<std::ptrdiff_t>(from),
+                            after.samples.end());
+      for (const auto& told : {readConditioned(signal, kBuffer), readVarispeed(signal)}) {
+        const auto found = std::find_if(told.begin(), told.end(), [&](const LTCTold& frame) {
+          return std::fabs(frame.place - last.begin) < kBit;
+        });
+        const bool isExpected = missing < 4;
+        ASSERT_EQ(found != told.end(), isExpected) << missing << " bits, then from " << from;
+        EXPECT_TRUE(!isExpected || (found->userBytes == last.userBytes &&
+                                    found->time.mFrames == last.time.mFrames));
+      }
+    }
+  }
+}
+
 // A cut gave 55:24 the first bits of another frame, so that it seems to be 55:23.
 TEST(VLLTCRun, ASecondThatIsTooShortConfirmsNoFrame) {
   VLLTCRun run;
