@@ -11,6 +11,7 @@
 #include "Kv-Appkit/KVCheckStatus.h"
 #include "Kv-Appkit/KVException.h"
 #include "Kv-Appkit/KVFourCC.h"
+#include "Velor/ltc/VLConditionedLTCDecoder.h"
 #include "kva/KAHALAudioSystem.h"
 #include "platform/audio/AudioService.h"
 #include "platform/host/Log.h"

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "Kv-Appkit/KVObservable.h"
-#include "Velor/ltc/VLConditionedLTCDecoder.h"
 #include "Velor/ltc/ltc_decoder.h"
 #include "kva/KADeviceChoice.h"
 #include "kva/KAHALDeviceOutputUnit.h"
@@ -21,6 +20,8 @@
 #include "platform/store/KeyedCoding.h"
 
 namespace velor {
+
+class VLConditionedLTCDecoder;
 
 /// Gets each frame that is read, in the cycle of audio in which it ended; as
 /// LTCDecoderCallback, which tells what the values are.
