@@ -30,7 +30,7 @@ class VLElidedLabel final : public QLabel {
     }
     QPainter painter(this);
     painter.setPen(palette().color(foregroundRole()));
-    painter.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft, shown);
+    painter.drawText(rect(), static_cast<int>(alignment()), shown);
   }
 };
 

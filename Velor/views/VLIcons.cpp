@@ -41,20 +41,20 @@ std::optional<VLStyle::State> stateOf(Tint tint) {
 
 class TemplateEngine final : public QIconEngine {
  public:
-  TemplateEngine(QByteArray svg, Tint tint) : mSvg(std::move(svg)), mTint(tint) {}
+  TemplateEngine(QByteArray svg, std::optional<VLStyle::State> state)
+      : mSvg(std::move(svg)), mState(state) {}
 
   void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode,
              QIcon::State /*state*/) override {
     const QPalette palette = QGuiApplication::palette();
-    const auto state = stateOf(mTint);
     const QColor color =
-        state && mode != QIcon::Disabled
-            ? VLStyle::color(*state, palette)
+        mState && mode != QIcon::Disabled
+            ? VLStyle::color(*mState, palette)
             : palette.color(mode == QIcon::Disabled ? QPalette::Disabled : QPalette::Active,
                             QPalette::ButtonText);
     QByteArray svg = mSvg;
     svg.replace("currentColor", color.name().toLatin1());
-    if (state) {
+    if (mState) {
       svg.replace("class=\"body\"", "fill=\"" + color.name().toLatin1() + "\"");
     }
     QSvgRenderer(svg).render(painter, rect);
@@ -68,20 +68,25 @@ class TemplateEngine final : public QIconEngine {
     return pixmap;
   }
 
-  QIconEngine* clone() const override { return new TemplateEngine(mSvg, mTint); }
+  QIconEngine* clone() const override { return new TemplateEngine(mSvg, mState); }
 
  private:
   const QByteArray mSvg;
-  const Tint mTint;
+  const std::optional<VLStyle::State> mState;
 };
 
 }  // namespace
 
 QIcon VLIcons::icon(std::string_view name, Tint tint) {
+  return icon(name, stateOf(tint));
+}
+
+QIcon VLIcons::icon(std::string_view name, std::optional<VLStyle::State> state) {
   loadIcons();
   QFile file(":/velor/" + QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size())) +
              ".svg");
-  return file.open(QIODevice::ReadOnly) ? QIcon(new TemplateEngine(file.readAll(), tint)) : QIcon();
+  return file.open(QIODevice::ReadOnly) ? QIcon(new TemplateEngine(file.readAll(), state))
+                                        : QIcon();
 }
 
 }  // namespace velor

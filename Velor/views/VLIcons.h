@@ -4,9 +4,11 @@
 #include <QColor>
 #include <QIcon>
 #include <QString>
+#include <optional>
 #include <string_view>
 
 #include "Velor/app/VLMainWindowOutlet.h"
+#include "Velor/views/VLStyle.h"
 
 namespace velor {
 
@@ -17,7 +19,8 @@ class VLIcons {
   using Tint = VLMainWindowOutlet::Image::Tint;
 
   /// `name`: of a file, without its extension. Follows the palette of the application.
-  static QIcon icon(std::string_view name, Tint tint = Tint::none);
+  static QIcon icon(std::string_view name, std::optional<VLStyle::State> state = {});
+  static QIcon icon(std::string_view name, Tint tint);
 };
 
 }  // namespace velor

@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "Velor/app/VLAppDelegate.h"
-#include "Velor/devices/VLDeviceManager.h"
 #include "Velor/views/VLMainWindow.h"
 #include "Velor/views/VLTimecodeView.h"
 
@@ -164,9 +163,14 @@ void VLMainMenu::fillMarkerItems(QMenu& menu) {
 
 void VLMainMenu::fillDevices(QMenu& menu) {
   add(menu, "addLTCReader", tr("New LTC &Reader"), Qt::CTRL | Qt::SHIFT | Qt::Key_R,
-      [](VLAppDelegate&) { VLDeviceManager::sharedManager().createrReader(); });
+      [this](VLAppDelegate&) { mWindow.deviceWindows().addLTCReader(); });
   add(menu, "addLTCGenerator", tr("New LTC &Generator"), Qt::CTRL | Qt::SHIFT | Qt::Key_G,
-      [](VLAppDelegate&) { VLDeviceManager::sharedManager().createGenerator(); });
+      [this](VLAppDelegate&) { mWindow.deviceWindows().addLTCGenerator(); });
+  add(menu, "showDestinationsWindow", tr("Show &Devices..."), Qt::CTRL | Qt::SHIFT | Qt::Key_D,
+      [this](VLAppDelegate&) { mWindow.deviceWindows().showDestinationsWindow(); });
+  QMenu& windows = addMenu(&menu, tr("&Windows"), "currentDevicesMenu");
+  connect(&windows, &QMenu::aboutToShow, this,
+          [this, &windows] { currentDevicesMenuNeedsUpdate(windows); });
 }
 
 void VLMainMenu::fillView(QMenu& menu) {
@@ -245,14 +249,27 @@ void VLMainMenu::mtcDestinationsMenuNeedsUpdate(QMenu& menu) {
   });
 }
 
-void VLMainMenu::addItems(QMenu& menu, const VLMenus::Items& items) {
+void VLMainMenu::currentDevicesMenuNeedsUpdate(QMenu& menu) {
+  mWindow.performOnController([this, &menu](VLAppDelegate&) {
+    menu.clear();
+    addItems(menu, mMenus->currentDevicesMenu([this](const auto& device) {
+      mWindow.showWindowForDevice(device);
+    }),
+             Marks::no);
+    if (menu.isEmpty()) {
+      menu.addAction(tr("No Devices"))->setEnabled(false);
+    }
+  });
+}
+
+void VLMainMenu::addItems(QMenu& menu, const VLMenus::Items& items, Marks marks) {
   for (const VLMenuItem& each : items) {
     if (each.title.empty() && !each.action) {
       menu.addSeparator();
       continue;
     }
     QAction* item = menu.addAction(titleOf(each.title));
-    item->setCheckable(true);
+    item->setCheckable(marks == Marks::yes);
     item->setChecked(each.isOn);
     connect(item, &QAction::triggered, this, [this, action = each.action] {
       mWindow.performOnController([&](VLAppDelegate&) { action(); });

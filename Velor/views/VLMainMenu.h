@@ -55,10 +55,12 @@ class VLMainMenu final : public QObject {
   void clockMenuNeedsUpdate();
   void syncSourceMenuNeedsUpdate(QMenu& menu);
   void mtcDestinationsMenuNeedsUpdate(QMenu& menu);
+  void currentDevicesMenuNeedsUpdate(QMenu& menu);
   void clockmenuFormatMenuNeedsUpdate(QMenu& menu);
   void playbackModeMenuNeedsUpdate(QMenu& menu);
 
-  void addItems(QMenu& menu, const VLMenus::Items& items);
+  enum class Marks { no, yes };
+  void addItems(QMenu& menu, const VLMenus::Items& items, Marks marks = Marks::yes);
 
   VLMainWindow& mWindow;
   std::unique_ptr<VLMenus> mMenus;

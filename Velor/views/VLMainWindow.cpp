@@ -56,6 +56,7 @@ VLMainWindow::VLMainWindow()
       mPanels(*this, mSheets),
       mMarkers(*mForm->markerTable, mSheets.performer()),
       mDestinations(*mForm->mtcDestinationsTable, mSheets.performer()),
+      mDeviceWindows(mSheets.performer()),
       mMenu(new VLMainMenu(*this)) {
   mForm->timecodeViewPlace->addWidget(mTimecodeView);
   setUpTransport();
@@ -128,6 +129,7 @@ void VLMainWindow::setController(const std::shared_ptr<VLAppDelegate>& controlle
   mMenu->setController(*controller);
   mMarkers.setController(controller);
   mDestinations.follow();
+  mDeviceWindows.follow();
   controller->undoManager().setChanged(
       mSelf.job([](VLMainWindow& self) { self.mMenu->undoDidChange(); }));
   followClock(*controller);

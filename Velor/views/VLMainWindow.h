@@ -15,6 +15,7 @@
 #include "Kv-Appkit/KVObservable.h"
 #include "Velor/app/VLMainWindowOutlet.h"
 #include "Velor/views/VLDestinationsPane.h"
+#include "Velor/views/VLDeviceWindows.h"
 #include "Velor/views/VLFilePanels.h"
 #include "Velor/views/VLMarkersPane.h"
 #include "Velor/views/VLPlayRateSheet.h"
@@ -76,6 +77,7 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   void fillWithChoices(QMenu& menu, const Choices& choices, std::uint64_t current);
   VLTimecodeView& timecodeView() { return *mTimecodeView; }
   VLSheets& sheets() { return mSheets; }
+  VLDeviceWindows& deviceWindows() { return mDeviceWindows; }
 
   void setStartImage(const Image& image) override;
   void setStopImage(const Image& image) override;
@@ -87,6 +89,9 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   void setSelectedFormat(std::uint32_t format) override;
   void rearrangeDestinations() override { mDestinations.showDestinations(); }
   void setNeedsDisplay() override;
+  void showWindowForDevice(const std::shared_ptr<VLDevice>& device) override {
+    mDeviceWindows.showWindowForDevice(device);
+  }
   std::shared_ptr<VLBigTimecodeOutlet> makeBigTimecodeWindow() override;
   void beginPlayRateSheet(double percent) override;
   void endPlayRateSheet() override;
@@ -119,6 +124,7 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   VLFilePanels mPanels;
   VLMarkersPane mMarkers;
   VLDestinationsPane mDestinations;
+  VLDeviceWindows mDeviceWindows;
   VLMainMenu* const mMenu;  // a child
   Choices mPlayModes;
   Choices mFormats;

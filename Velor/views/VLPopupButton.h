@@ -2,25 +2,36 @@
 #pragma once
 
 #include <QComboBox>
-#include <QKeyEvent>
+#include <QString>
+#include <cstdint>
+#include <optional>
+#include <vector>
 
 namespace velor {
 
-/// A pop-up that Return opens, since Space belongs to the transport. Queue: main.
+/// A pop-up that Return opens, since Space belongs to the transport. A choice that does not
+/// fit ends in an ellipsis, with the whole as its tooltip. Queue: main.
 class VLPopupButton final : public QComboBox {
   Q_OBJECT
 
  public:
+  struct Choice {
+    QString title;
+    std::int64_t tag;  // its data
+  };
+
   explicit VLPopupButton(QWidget* parent = nullptr) : QComboBox(parent) {}
 
+  /// Also while it is open: what stays keeps its place under the pointer as far as it can.
+  void setChoices(const std::vector<Choice>& choices, std::optional<std::int64_t> current);
+
  protected:
-  void keyPressEvent(QKeyEvent* event) override {
-    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
-      showPopup();
-    } else {
-      QComboBox::keyPressEvent(event);
-    }
-  }
+  bool event(QEvent* event) override;
+  void paintEvent(QPaintEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
+
+ private:
+  QString shownText() const;
 };
 
 }  // namespace velor

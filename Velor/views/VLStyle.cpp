@@ -11,6 +11,7 @@ namespace velor {
 namespace {
 
 constexpr double kSecondarySize = 0.85;
+constexpr int kPanelTime = 22;  // pixels
 
 struct Shades {
   QRgb light;
@@ -60,6 +61,12 @@ QFont VLStyle::timeFont(const QFont& font) {
   QFont time = QFontDatabase::systemFont(QFontDatabase::FixedFont);
   time.setPixelSize(QFontInfo(font).pixelSize());
   return time;
+}
+
+QFont VLStyle::panelTimeFont() {
+  QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+  font.setPixelSize(kPanelTime);
+  return font;
 }
 
 }  // namespace velor

@@ -19,6 +19,7 @@ struct VLStyle {
   static constexpr int kTransportIcon = 24;
   static constexpr int kIcon = 16;
   static constexpr int kRadius = 5;
+  static constexpr int kPanelText = 12;  ///< height of the text of a panel of fixed size
 
   enum class State : std::uint8_t { running, stopped, armed, warning };
 
@@ -32,6 +33,8 @@ struct VLStyle {
   static QFont secondaryFont(const QFont& font);
   /// With digits of one width.
   static QFont timeFont(const QFont& font);
+  /// Of the time of a device, readable from two steps away.
+  static QFont panelTimeFont();
 };
 
 }  // namespace velor

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QFont>
+#include <QIcon>
 #include <QString>
 #include <functional>
 #include <memory>
@@ -39,6 +40,8 @@ struct VLTableColumn {
   std::optional<QFont> font;
   /// None: the palette's.
   std::function<std::optional<QColor>(const Object& object)> color;
+  /// Beside the text; empty: none.
+  std::function<QIcon(const Object& object)> icon;
 };
 
 /// A table of objects by its columns. Queue: main.
@@ -96,6 +99,8 @@ class VLTableModel final : public VLRowsModel<Object> {
         return column.text ? column.text(object) : column.title;
       case Qt::FontRole:
         return column.font ? QVariant(*column.font) : QVariant();
+      case Qt::DecorationRole:
+        return column.icon ? QVariant(column.icon(object)) : QVariant();
       case Qt::ForegroundRole: {
         const auto color = column.color ? column.color(object) : std::nullopt;
         return color ? QVariant(*color) : QVariant();

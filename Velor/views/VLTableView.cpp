@@ -71,6 +71,8 @@ void VLTableView::actOn(const QModelIndex& index) {
     model()->setData(index, isOn ? Qt::Unchecked : Qt::Checked, Qt::CheckStateRole);
   } else if ((model()->flags(index) & Qt::ItemIsEditable) != 0) {
     edit(index);
+  } else {
+    emit activated(index);
   }
 }
 

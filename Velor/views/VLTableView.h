@@ -7,8 +7,8 @@
 namespace velor {
 
 /// A table of rows: Space is left to the transport, Return begins the edit of a cell or
-/// turns its switch, and a table without rows says what to do. Actions that a selection
-/// triggers can ask VLEventModifiers. Queue: main.
+/// turns its switch, or else is as a double click, and a table without rows says what to do.
+/// Actions that a selection triggers can ask VLEventModifiers. Queue: main.
 class VLTableView final : public QTableView {
   Q_OBJECT
 

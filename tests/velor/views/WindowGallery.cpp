@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// velor_window_gallery FOLDER: writes pictures of the main window and its sheets, to be looked
-// at. QT_SCALE_FACTOR sets their scale.
+// velor_window_gallery FOLDER: writes pictures of the main window, its sheets and the windows of
+// devices, to be looked at. QT_SCALE_FACTOR sets their scale.
 #include <QDialog>
 #include <QDir>
 #include <QMenu>
@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "Velor/devices/VLLTCReaderDevice.h"
 #include "platform/host/Log.h"
 #include "tests/velor/views/WindowFixture.h"
 
@@ -31,6 +32,7 @@ class Gallery final : public WindowFixture {
       savePicturesOfARun();
       saveMenus();
       saveSheets();
+      saveDevices();
       close();
       KVSharedInstances::clear();
       saveNotices();
@@ -138,6 +140,59 @@ class Gallery final : public WindowFixture {
     app().gotoPrevMarker();
     goTo("01:00:12:07");
     settle();
+  }
+  void saveDevices() {
+    app().stop();
+    VLDeviceWindows& windows = mMain->deviceWindows();
+    windows.showDestinationsWindow();
+    settle();
+    VLDestinationsViewController& list = *windows.destinationsWindow();
+    const auto device = std::dynamic_pointer_cast<VLLTCGeneratorDevice>(manager().devices()[0]);
+    save(list, "devices-generator");
+    device->generator()->setLevel(1);
+    inputOf(*device)->setEnable(true);
+    const auto reader = manager().createrReader();
+    manager().createrReader();
+    settle();
+    QWidget& output = windows.windowControllerForDevice(device)->window();
+    QWidget& input = windows.windowControllerForDevice(reader)->window();
+    settle();
+    save(output, "generator-idle");
+    save(input, "reader-new");
+    app().play();
+    mHost.advance(50 * kFrame25);
+    input.findChild<QWidget*>("stopFreewheelingButton")->setFocus(Qt::TabFocusReason);
+    settle();
+    save(output, "generator-running");
+    save(input, "reader-lock");
+    app().stop();
+    reader->setFreewheelTime(-1);
+    mHost.advance(50 * kFrame25);
+    list.findChild<QTableView*>("deviceTable")->selectRow(1);
+    settle();
+    save(input, "reader-freewheel");
+    save(list, "devices-three");
+    for (const char* name : {"devicePopUpButton", "freewheelField", "conditionBox"}) {
+      QApplication::setActiveWindow(&input);
+      input.findChild<QWidget*>(name)->setFocus(Qt::TabFocusReason);
+      settle();
+      save(input, (std::string("reader-") + name).c_str());
+    }
+    for (const char* name : {"levelSlider", "userbitsField"}) {
+      QApplication::setActiveWindow(&output);
+      output.findChild<QWidget*>(name)->setFocus(Qt::TabFocusReason);
+      settle();
+      save(output, (std::string("generator-") + name).c_str());
+    }
+    mLoopback->vanish();
+    settle();
+    save(output, "generator-missing");
+    save(input, "reader-missing");
+    mLoopback->appear();
+    settle();
+    manager().removeDevicesAtIndexes({0, 1, 2});
+    settle();
+    save(list, "devices-empty");
   }
   void save(QWidget& widget, const char* name) {
     widget.grab().save(mFolderOfPictures.filePath(QString("%1-%2.png").arg(name, mTheme)));
