@@ -13,7 +13,6 @@ namespace velor {
 namespace {
 
 constexpr int kMargin = 10;  // left and right of what it shows
-constexpr qreal kFocusWidth = 2;
 
 QColor fillColor(const QAbstractButton& button, bool isHovered) {
   const QPalette& palette = button.palette();
@@ -105,10 +104,7 @@ void VLButton::paintEvent(QPaintEvent* /*event*/) {
     painter.drawText(QRect(x, 0, width() - x, height()), Qt::AlignVCenter | Qt::AlignLeft, shown);
   }
   if (hasFocus()) {
-    painter.setBrush(Qt::NoBrush);
-    painter.setPen(QPen(palette().color(QPalette::Highlight), kFocusWidth));
-    painter.drawRoundedRect(QRectF(rect()).adjusted(1.5, 1.5, -1.5, -1.5), VLStyle::kRadius - 1,
-                            VLStyle::kRadius - 1);
+    VLStyle::drawFocus(painter, rect(), palette());
   }
 }
 

@@ -2,11 +2,11 @@
 #pragma once
 
 #include <QCheckBox>
-#include <QKeyEvent>
 
 namespace velor {
 
-/// A check box that Return turns, since Space belongs to the transport. Queue: main.
+/// A check box that Return turns, since Space belongs to the transport; its outline can be
+/// seen in the dark. Queue: main.
 class VLCheckBox final : public QCheckBox {
   Q_OBJECT
 
@@ -14,13 +14,8 @@ class VLCheckBox final : public QCheckBox {
   explicit VLCheckBox(QWidget* parent = nullptr) : QCheckBox(parent) {}
 
  protected:
-  void keyPressEvent(QKeyEvent* event) override {
-    if (event->key() != Qt::Key_Return && event->key() != Qt::Key_Enter) {
-      QCheckBox::keyPressEvent(event);
-    } else if (!event->isAutoRepeat()) {
-      click();
-    }
-  }
+  void paintEvent(QPaintEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
 };
 
 }  // namespace velor

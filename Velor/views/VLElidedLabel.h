@@ -16,6 +16,8 @@ class VLElidedLabel final : public QLabel {
     setTextFormat(Qt::PlainText);
   }
 
+  QString stringValue() const { return text(); }
+
   QSize sizeHint() const override {
     return {fontMetrics().horizontalAdvance(text()) + 1, fontMetrics().height()};
   }

@@ -48,7 +48,8 @@ class TemplateEngine final : public QIconEngine {
              QIcon::State /*state*/) override {
     const QPalette palette = QGuiApplication::palette();
     const QColor color =
-        mState && mode != QIcon::Disabled
+        mode == QIcon::Selected ? palette.color(QPalette::HighlightedText)
+        : mState && mode != QIcon::Disabled
             ? VLStyle::color(*mState, palette)
             : palette.color(mode == QIcon::Disabled ? QPalette::Disabled : QPalette::Active,
                             QPalette::ButtonText);

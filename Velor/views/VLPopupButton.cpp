@@ -9,6 +9,8 @@
 #include <QToolTip>
 #include <algorithm>
 
+#include "Velor/views/VLStyle.h"
+
 namespace velor {
 
 void VLPopupButton::setChoices(const std::vector<Choice>& choices,
@@ -63,6 +65,10 @@ void VLPopupButton::paintEvent(QPaintEvent* /*event*/) {
   painter.drawComplexControl(QStyle::CC_ComboBox, option);
   option.currentText = shownText();
   painter.drawControl(QStyle::CE_ComboBoxLabel, option);
+  if (hasFocus()) {
+    painter.setRenderHint(QPainter::Antialiasing);
+    VLStyle::drawFocus(painter, QRectF(rect()).adjusted(-1, -1, 1, 1), palette());
+  }
 }
 
 void VLPopupButton::keyPressEvent(QKeyEvent* event) {

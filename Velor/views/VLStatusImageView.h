@@ -19,6 +19,7 @@ class VLStatusImageView final : public QWidget {
   static QIcon icon(VLStatusImage image);
   static QString word(VLStatusImage image);
 
+  QString stringValue() const { return word(mImage); }
   VLStatusImage image() const { return mImage; }
   void setImage(VLStatusImage image);
 

@@ -3,6 +3,8 @@
 
 #include <QFontDatabase>
 #include <QFontInfo>
+#include <QPainter>
+#include <QPen>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -12,6 +14,7 @@ namespace {
 
 constexpr double kSecondarySize = 0.85;
 constexpr int kPanelTime = 22;  // pixels
+constexpr qreal kFocusWidth = 2;
 
 struct Shades {
   QRgb light;
@@ -49,6 +52,12 @@ QColor VLStyle::line(const QPalette& palette) {
 
 QColor VLStyle::secondaryText(const QPalette& palette) {
   return mixed(palette.color(QPalette::WindowText), palette.color(QPalette::Window), 0.25F);
+}
+
+void VLStyle::drawFocus(QPainter& painter, const QRectF& frame, const QPalette& palette) {
+  painter.setBrush(Qt::NoBrush);
+  painter.setPen(QPen(palette.color(QPalette::Highlight), kFocusWidth));
+  painter.drawRoundedRect(frame.adjusted(1.5, 1.5, -1.5, -1.5), kRadius - 1, kRadius - 1);
 }
 
 QFont VLStyle::secondaryFont(const QFont& font) {

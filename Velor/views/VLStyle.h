@@ -4,7 +4,10 @@
 #include <QColor>
 #include <QFont>
 #include <QPalette>
+#include <QRectF>
 #include <cstdint>
+
+class QPainter;
 
 namespace velor {
 
@@ -30,6 +33,8 @@ struct VLStyle {
   static QColor line(const QPalette& palette);
   /// Of text that explains.
   static QColor secondaryText(const QPalette& palette);
+  /// The ring of the control in `frame` that has the focus.
+  static void drawFocus(QPainter& painter, const QRectF& frame, const QPalette& palette);
   static QFont secondaryFont(const QFont& font);
   /// With digits of one width.
   static QFont timeFont(const QFont& font);

@@ -3,7 +3,10 @@
 
 #include <QKeyEvent>
 #include <QLineEdit>
+#include <QPainter>
 #include <utility>
+
+#include "Velor/views/VLStyle.h"
 
 namespace velor {
 
@@ -35,6 +38,18 @@ class VLTextField final : public QLineEdit {
   void textCommitted(const QString& text);
 
  protected:
+  // The outline of the toolkit's style is hard to see in the dark.
+  void paintEvent(QPaintEvent* event) override {
+    QLineEdit::paintEvent(event);
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    if (hasFocus()) {
+      VLStyle::drawFocus(painter, QRectF(rect()).adjusted(-1, -1, 1, 1), palette());
+    } else {
+      painter.setPen(VLStyle::line(palette()));
+      painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), kCorner, kCorner);
+    }
+  }
   void keyPressEvent(QKeyEvent* event) override {
     const bool isReturn = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
     if (event->key() == Qt::Key_Escape && mIsTyped) {
@@ -49,6 +64,8 @@ class VLTextField final : public QLineEdit {
   }
 
  private:
+  static constexpr qreal kCorner = 2;
+
   QString mValue;
   bool mIsTyped = false;  // a validator that corrects the text takes back isModified
 };

@@ -8,6 +8,8 @@
 
 #include "Velor/views/VLBigTimecodeView.h"
 #include "Velor/views/VLClockStatusText.h"
+#include "Velor/views/VLElidedLabel.h"
+#include "Velor/views/VLStatusImageView.h"
 #include "Velor/views/VLStatusRow.h"
 #include "Velor/views/VLTimecodeField.h"
 #include "Velor/views/VLTimecodeTextView.h"
@@ -253,6 +255,13 @@ QAccessibleInterface* make(const QString& /*className*/, QObject* object) {
   }
   if (auto* status = qobject_cast<VLStatusRow*>(object)) {
     return new TextInterface<VLStatusRow>(*status, false);
+  }
+  auto* label = qobject_cast<VLElidedLabel*>(object);
+  if (label != nullptr && !label->accessibleName().isEmpty()) {
+    return new TextInterface<VLElidedLabel>(*label, false);
+  }
+  if (auto* image = qobject_cast<VLStatusImageView*>(object)) {
+    return new TextInterface<VLStatusImageView>(*image, false);
   }
   if (auto* cell = qobject_cast<VLTimecodeCell*>(object)) {
     if (auto* view = qobject_cast<VLTimecodeView*>(cell->parent())) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QAccessible>
 #include <QCheckBox>
 #include <QLabel>
 #include <QMenu>
@@ -66,6 +67,19 @@ class VLDeviceWindowsTest : public WindowFixture {
     QTest::keyClicks(&field, keys);
     press(field, end);
   }
+  /// The text that a screen reader finds under the name.
+  static std::string heard(QWidget& window, const QString& name) {
+    for (QWidget* each : window.findChildren<QWidget*>()) {
+      auto* const found = QAccessible::queryAccessibleInterface(each);
+      if (found != nullptr && found->text(QAccessible::Name) == name &&
+          found->textInterface() != nullptr) {
+        return found->textInterface()
+            ->text(0, found->textInterface()->characterCount())
+            .toStdString();
+      }
+    }
+    return "no " + name.toStdString();
+  }
   std::vector<std::string> devicesMenu() {
     auto& menu = child<QMenu>("currentDevicesMenu");
     emit menu.aboutToShow();
@@ -116,6 +130,8 @@ TEST_F(VLDeviceWindowsTest, AGeneratorsPanelShowsAndSetsWhatGoesOut) {
   EXPECT_EQ(text(window, "tclabel").substr(0, 8), "01:00:00");
   EXPECT_EQ(text(window, "frLabel").substr(0, 9), "25.00 fps");
   EXPECT_EQ(in<VLStatusImageView>(window, "statusImage").image(), VLStatusImage::available);
+  EXPECT_EQ(heard(window, "Timecode"), generator.tcstring());
+  EXPECT_EQ(heard(window, "Status"), "running");
   press(bits, Qt::Key_A);
   window.close();
   mHost.advance(kSecond);

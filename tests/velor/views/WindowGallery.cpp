@@ -119,6 +119,9 @@ class Gallery final : public WindowFixture {
     palette.setColor(QPalette::Base, QColor(30, 30, 32));
     palette.setColor(QPalette::AlternateBase, QColor(37, 37, 40));
     palette.setColor(QPalette::Highlight, QColor(42, 110, 200));
+    for (const auto role : {QPalette::ButtonText, QPalette::WindowText, QPalette::Text}) {
+      palette.setColor(QPalette::Disabled, role, QColor(130, 130, 134));
+    }
     return palette;
   }
   void fill() {
