@@ -36,7 +36,10 @@ void VLCheckBox::paintEvent(QPaintEvent* /*event*/) {
     painter.drawPolyline(QPolygonF{at(0.25, 0.52), at(0.43, 0.7), at(0.76, 0.3)});
   }
   if (hasFocus()) {
-    VLStyle::drawFocus(painter, QRectF(contents).adjusted(-VLStyle::kNear, 0, 0, 0), palette());
+    const int width = fontMetrics().horizontalAdvance(text()) + 2 * VLStyle::kNear;
+    VLStyle::drawFocus(
+        painter, QRectF(contents.x() - VLStyle::kNear, contents.y(), width, contents.height()),
+        palette());
   }
   painter.setPen(palette().color(QPalette::WindowText));
   painter.drawText(contents, static_cast<int>(Qt::AlignVCenter | Qt::AlignLeft), text());
