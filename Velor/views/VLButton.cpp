@@ -2,7 +2,6 @@
 #include "Velor/views/VLButton.h"
 
 #include <QKeyEvent>
-#include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
 
@@ -108,9 +107,9 @@ void VLButton::paintEvent(QPaintEvent* /*event*/) {
   }
 }
 
-void VLButton::mouseReleaseEvent(QMouseEvent* event) {
-  const VLEventModifiers held(event->modifiers());
-  QToolButton::mouseReleaseEvent(event);
+bool VLButton::event(QEvent* event) {
+  const VLEventModifiers held(*event);
+  return QToolButton::event(event);
 }
 
 void VLButton::keyPressEvent(QKeyEvent* event) {
@@ -119,7 +118,6 @@ void VLButton::keyPressEvent(QKeyEvent* event) {
     return;
   }
   if (!event->isAutoRepeat()) {
-    const VLEventModifiers held(event->modifiers());
     click();
   }
 }

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <Qt>
-#include <utility>
+#include <QInputEvent>
 
 namespace velor {
 
@@ -11,8 +10,11 @@ namespace velor {
 /// nothing for what comes by OSC or by a screen reader. Queue: main.
 class VLEventModifiers {
  public:
-  explicit VLEventModifiers(Qt::KeyboardModifiers modifiers)
-      : mFormer(std::exchange(sHeld, modifiers)) {}
+  explicit VLEventModifiers(const QEvent& event) : mFormer(sHeld) {
+    if (event.isInputEvent()) {
+      sHeld = static_cast<const QInputEvent&>(event).modifiers();
+    }
+  }
   ~VLEventModifiers() { sHeld = mFormer; }
   VLEventModifiers(const VLEventModifiers&) = delete;
   VLEventModifiers& operator=(const VLEventModifiers&) = delete;

@@ -4,7 +4,6 @@
 #include <QHeaderView>
 #include <QHelpEvent>
 #include <QKeyEvent>
-#include <QMouseEvent>
 #include <QPainter>
 
 #include "Velor/views/VLEventModifiers.h"
@@ -38,6 +37,7 @@ void VLTableView::setEmptyText(const QString& text) {
 }
 
 bool VLTableView::viewportEvent(QEvent* event) {
+  const VLEventModifiers held(*event);
   if (event->type() == QEvent::ToolTip) {
     const QModelIndex index = indexAt(static_cast<QHelpEvent*>(event)->pos());
     const bool isCut =
@@ -92,18 +92,8 @@ void VLTableView::keyPressEvent(QKeyEvent* event) {
     QTableView::keyPressEvent(event);
     return;
   }
-  const VLEventModifiers held(event->modifiers());
+  const VLEventModifiers held(*event);
   QTableView::keyPressEvent(event);
-}
-
-void VLTableView::mousePressEvent(QMouseEvent* event) {
-  const VLEventModifiers held(event->modifiers());
-  QTableView::mousePressEvent(event);
-}
-
-void VLTableView::mouseMoveEvent(QMouseEvent* event) {
-  const VLEventModifiers held(event->modifiers());
-  QTableView::mouseMoveEvent(event);
 }
 
 // Control with an arrow selects as well as the arrow alone, so that the keyboard too can
