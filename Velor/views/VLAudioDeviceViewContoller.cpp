@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/views/VLAudioDeviceViewContoller.h"
 
-#include <QCoreApplication>
 #include <utility>
 
 #include "Kv-Appkit/KVException.h"
@@ -14,10 +13,6 @@ namespace velor {
 namespace {
 
 constexpr std::int64_t kMissing = -1;  // the tag of a device that has no id
-
-QString tr(const char* text) {
-  return QCoreApplication::translate("VLAudioDeviceViewContoller", text);
-}
 
 }  // namespace
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QCoreApplication>
 #include <QWidget>
 #include <cstdint>
 #include <functional>
@@ -26,6 +27,8 @@ class VLPopupButton;
 /// of its channels, which follow the system also while they are open. Queue: main, to which
 /// it brings the changes that it observes.
 class VLAudioDeviceViewContoller : public VLPanelController {
+  Q_DECLARE_TR_FUNCTIONS(velor::VLAudioDeviceViewContoller)
+
  public:
   ~VLAudioDeviceViewContoller() override;
   VLAudioDeviceViewContoller(const VLAudioDeviceViewContoller&) = delete;

@@ -120,9 +120,7 @@ void VLLTCReaderViewController::updateFrString() {
                     stringFromSMPTEFormat(time.mType).c_str(),
                     isFreewheeling ? "freewheel" : "lock", deviation(time.mType, mSpeed), '%');
     }
-    mForm->frLabel->setText(
-        isRunning ? QString::fromUtf8(text.data())
-                  : QCoreApplication::translate("VLLTCReaderViewController", "Not Reading"));
+    mForm->frLabel->setText(isRunning ? QString::fromUtf8(text.data()) : tr("Not Reading"));
     mForm->statusImage->setImage(!isRunning       ? VLStatusImage::none
                                  : isFreewheeling ? VLStatusImage::partiallyAvailable
                                                   : VLStatusImage::available);

@@ -19,6 +19,8 @@ class VLLTCReaderDevice;
 /// format and speed, its user bits. Queue: main.
 class VLLTCReaderViewController final : public VLAudioDeviceViewContoller,
                                         public LTCReaderDeviceDelegate {
+  Q_DECLARE_TR_FUNCTIONS(velor::VLLTCReaderViewController)
+
  public:
   /// Becomes a delegate of the device, and holds it weakly: it goes when it is removed.
   VLLTCReaderViewController(const std::shared_ptr<VLLTCReaderDevice>& device, VLPerform perform);
@@ -41,7 +43,6 @@ class VLLTCReaderViewController final : public VLAudioDeviceViewContoller,
 
   void connectControls();
   void updateFrString();
-  void setFreewheeling(bool isFreewheeling);
   void startTimer();
   void refreshTime();
   void commitFreewheelTime(const QString& text);

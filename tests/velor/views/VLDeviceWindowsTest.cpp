@@ -258,6 +258,26 @@ TEST_F(VLDeviceWindowsTest, AWindowGoesWithItsDeviceHoweverThatIsRemoved) {
   EXPECT_TRUE(mMain->isVisible());
 }
 
+TEST_F(VLDeviceWindowsTest, ADocumentBringsItsOwnWindowsAndNamesAChoiceForWhichAnotherStandsIn) {
+  const QPointer<QWidget> generator = &addGenerator();
+  const QPointer<QWidget> reader = &addReader();
+  ASSERT_TRUE(app().saveApplicationStateToURL(mFolder.path() / "show.velor"));
+  QString document = QString::fromStdString(contents(mFolder.path() / "show.velor"));
+  document.replace("velor.loopback", "usb.desk");
+  ASSERT_TRUE(app().loadApplicationStateFromURL(write("desk.velor", document.toStdString())));
+  settle();
+  EXPECT_EQ(generator, nullptr);
+  EXPECT_EQ(reader, nullptr);
+  ASSERT_EQ(manager().devices().size(), 2U);
+  for (const auto& device : manager().devices()) {
+    auto& popup = in<VLPopupButton>(panel(device), "devicePopUpButton");
+    EXPECT_EQ(choices(popup), (Texts{"Velor Loopback", "*usb.desk (missing)"}));
+    EXPECT_TRUE(popup.toolTip().contains("Velor Loopback stands in"));
+    choose(popup, 0);
+    EXPECT_EQ(choices(popup), (Texts{"*Velor Loopback"}));
+  }
+}
+
 TEST_F(VLDeviceWindowsTest, SixtyFourDevicesHaveWindowsAndTheNextOneIsRefused) {
   for (std::size_t i = 0; i < VLDeviceManager::kMostDevices; ++i) {
     addReader();
