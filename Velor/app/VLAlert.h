@@ -6,9 +6,9 @@
 
 namespace velor {
 
-/// A question to the user with two answers.
+/// A question to the user with two answers, or a notice that has only the first one.
 struct VLAlert {
-  enum class Kind { wrongFormat, mtcLoop, devicesAreRunning };
+  enum class Kind { wrongFormat, mtcLoop, devicesAreRunning, featureNotAvailable };
 
   Kind kind;
   std::string title;

@@ -34,4 +34,14 @@ VLAlert VLAlerts::devicesAreRunning() {
           "No"};
 }
 
+VLAlert VLAlerts::featureNotAvailable(const std::string& missing, const std::string& system) {
+  return {VLAlert::Kind::featureNotAvailable,
+          "Feature not available",
+          "",
+          "The Media Playback feature needs " + missing +
+              ", which is not installed. You are running " + system,
+          "OK",
+          ""};
+}
+
 }  // namespace velor

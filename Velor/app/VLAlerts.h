@@ -15,6 +15,8 @@ struct VLAlerts {
   /// MTC sent to the destination returns by the source.
   static VLAlert mtcLoop(const std::string& source, const std::string& destination);
   static VLAlert devicesAreRunning();
+  /// A notice: what is missing, and the name of the system, with its version.
+  static VLAlert featureNotAvailable(const std::string& missing, const std::string& system);
 };
 
 }  // namespace velor

@@ -9,7 +9,6 @@
 #include "Velor/app/VLOnMain.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/devices/VLTimecodeDestinationDevice.h"
-#include "Velor/media/VLMediaPlaybackWindowController.h"
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_two_frames.h"
 #include "kvtimecode/ltc_utils.h"
@@ -44,6 +43,7 @@ VLAppDelegate::VLAppDelegate(std::shared_ptr<VLMainWindowOutlet> mainWindow,
       mClock(VLClock::sharedClock()),
       mDisplay(mClock, *window, *timecodeView),
       mTransport(*this, *window, *timecodeView, mDisplay),
+      mMediaWindows(std::make_shared<VLMediaWindows>(*this, *window)),
       mBackground(std::make_unique<host::Queue>("velor.background")) {
   VELOR_LOG_INFO("%s %s (%s) is starting, Build date: %s %s, %sMAS Version [%s]", "Velor",
                  VELOR_VERSION, VELOR_VERSION, __DATE__, __TIME__, "Non-", "PRODUCTION");

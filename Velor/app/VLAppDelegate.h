@@ -15,6 +15,7 @@
 #include "Velor/app/VLDocuments.h"
 #include "Velor/app/VLMainWindowOutlet.h"
 #include "Velor/app/VLMarkers.h"
+#include "Velor/app/VLMediaWindows.h"
 #include "Velor/app/VLTimecodeViewDelegate.h"
 #include "Velor/app/VLTimecodeViewOutlet.h"
 #include "Velor/app/VLTransport.h"
@@ -78,6 +79,7 @@ class VLAppDelegate final : public KVObservable,
   VLOSCServer& server() const noexcept { return VLOSCServer::sharedServer(); }
   qt::UndoManager& undoManager() noexcept { return mUndoManager; }
   VLMarkers& markers() noexcept { return mMarkers; }
+  VLMediaWindows& mediaWindows() noexcept { return *mMediaWindows; }
 
   bool disableMTCLoopCheck() const noexcept { return mSettings.disablesMTCLoopCheck(); }
   void setDisableMTCLoopCheck(bool disable) noexcept { mSettings.setDisablesMTCLoopCheck(disable); }
@@ -95,6 +97,8 @@ class VLAppDelegate final : public KVObservable,
   void setLoopEndTime();
   void openPlaybackRateSheet();
   void dismissPlayRateSheet();
+  /// Opens a media window, or a sheet that says what it needs.
+  void newPlaybackWindow() { mMediaWindows->newPlaybackWindow(); }
   void popOutMainCounter() { mDisplay.popOut(); }
   void saveDocument();
   void openDocument();
@@ -182,6 +186,7 @@ class VLAppDelegate final : public KVObservable,
   KVObserverToken mMIDIObserver;
   qt::UndoManager mUndoManager;
   VLMarkers mMarkers{mUndoManager, mClock.smpteFormat()};
+  const std::shared_ptr<VLMediaWindows> mMediaWindows;
   VLDocuments mDocuments{*this, mFolders};
   std::unique_ptr<host::Queue> mBackground;
 };

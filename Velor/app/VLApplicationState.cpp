@@ -11,6 +11,7 @@
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/devices/VLLTCGeneratorDevice.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
+#include "Velor/media/VLMediaPlaybackWindowState.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "kvtimecode/ltc_two_frames.h"
 #include "kvtimecode/ltc_utils.h"
@@ -22,7 +23,7 @@ namespace {
 
 using Keys = VLDocumentKeys;
 
-constexpr std::array<store::KeyedClass, 10> kDocumentClasses{
+constexpr std::array<store::KeyedClass, 11> kDocumentClasses{
     store::KeyedClass::of<KVMIDIEndpoint>(),
     store::KeyedClass::of<VLMIDIEndpointDevice>(),
     store::KeyedClass::of<VLReaderDevice>(),
@@ -32,7 +33,8 @@ constexpr std::array<store::KeyedClass, 10> kDocumentClasses{
     store::KeyedClass::of<VLLTCReaderDevice>(),
     store::KeyedClass::of<VLLTCReader>(),
     store::KeyedClass::of<KVSMPTETime>(),
-    store::KeyedClass::of<VLMarker>()};
+    store::KeyedClass::of<VLMarker>(),
+    store::KeyedClass::of<VLMediaPlaybackWindowState>()};
 
 // Applies a value, unless the coder has an error already: from there on the state stays.
 template <class Value, class Apply>
@@ -69,9 +71,10 @@ std::span<const store::KeyedClass> VLApplicationState::classes() {
 // --- writing
 
 Expected<> VLApplicationState::saveToURL(const std::filesystem::path& path) {
-  auto written = data().and_then([&path](const std::string& document) -> Expected<> {
-    return store::AtomicFile::write(path, document);
-  });
+  auto written =
+      data(path.parent_path()).and_then([&path](const std::string& document) -> Expected<> {
+        return store::AtomicFile::write(path, document);
+      });
   if (!written) {
     VELOR_LOG_WARNING("failed to write application state to %s", path.c_str());
     VELOR_LOG_WARNING("%s", written.error().text.c_str());
@@ -81,13 +84,14 @@ Expected<> VLApplicationState::saveToURL(const std::filesystem::path& path) {
   return written;
 }
 
-Expected<std::string> VLApplicationState::data() const {
+Expected<std::string> VLApplicationState::data(const std::filesystem::path& folder) const {
   store::KeyedArchiver coder;
-  encode(coder);
+  encode(coder, folder);
   return coder.data();
 }
 
-void VLApplicationState::encode(store::KeyedArchiver& coder) const {
+void VLApplicationState::encode(store::KeyedArchiver& coder,
+                                const std::filesystem::path& folder) const {
   encodeSmpteTime(coder, mApp.clock().time(), Keys::kTime);
   encodeSmpteTime(coder, mApp.clock().smpteOffset(), Keys::kOffset);
   encodeSmpteTime(coder, mApp.clock().stopTime(), Keys::kStopTime);
@@ -109,6 +113,7 @@ void VLApplicationState::encode(store::KeyedArchiver& coder) const {
     coder.encodeBool(true, Keys::kExactDrop);
   }
   VLDeviceManager::sharedManager().encodeState(coder);
+  coder.encodeArray(mApp.mediaWindows().encodedStates(folder), Keys::kMediaWindows);
   coder.encodeRemainder(mRemainder);
 }
 
@@ -123,7 +128,7 @@ Expected<VLApplicationState::Unrestored> VLApplicationState::loadFromURL(
     return failure(document.error().text);
   }
   VELOR_LOG_INFO("will load application state from %s", path.c_str());
-  auto decoded = decode(*document);
+  auto decoded = decode(*document, path.parent_path());
   if (!decoded) {
     VELOR_LOG_WARNING("error while restoring application state, set app to default values");
     return failure(path.string() + ": " + decoded.error().text);
@@ -135,17 +140,26 @@ Expected<VLApplicationState::Unrestored> VLApplicationState::loadFromURL(
   return decoded;
 }
 
-Expected<VLApplicationState::Unrestored> VLApplicationState::decode(store::KeyedUnarchiver& coder) {
+Expected<VLApplicationState::Unrestored> VLApplicationState::decode(
+    store::KeyedUnarchiver& coder, const std::filesystem::path& folder) {
   constexpr const char* kFailed = "exception decoding application state: %s";
   Unrestored unrestored;
   Expected<> values;
   try {
     decodeClock(coder);
+    // The input of the media windows before the devices, so that a stored route finds it.
+    const auto windows = coder.decodeArray<VLMediaPlaybackWindowState>(Keys::kMediaWindows);
+    if (windows && !coder.failed()) {
+      VLMediaWindows::prepareFor(*windows);
+    }
     if (!coder.failed()) {
       if (const auto devices = VLDeviceManager::sharedManager().decodeState(coder); !devices) {
         unrestored = devices.error();
       }
       mRemainder = coder.remainder();
+    }
+    if (windows && !coder.failed()) {
+      mApp.mediaWindows().restore(*windows, folder);
     }
     values = coder.check();
   } catch (const KVException& exception) {

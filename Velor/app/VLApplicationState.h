@@ -38,10 +38,12 @@ class VLApplicationState {
   /// document, which is applied up to the damage. The log has each error too.
   Expected<Unrestored> loadFromURL(const std::filesystem::path& path);
 
-  /// The document. Fails when it exceeds the limits.
-  Expected<std::string> data() const;
-  void encode(store::KeyedArchiver& coder) const;
-  Expected<Unrestored> decode(store::KeyedUnarchiver& coder);
+  /// The document. Fails when it exceeds the limits. Clips are found again in its folder when
+  /// that moves; empty for a document that lies in none.
+  Expected<std::string> data(const std::filesystem::path& folder = {}) const;
+  void encode(store::KeyedArchiver& coder, const std::filesystem::path& folder = {}) const;
+  Expected<Unrestored> decode(store::KeyedUnarchiver& coder,
+                              const std::filesystem::path& folder = {});
 
  private:
   void decodeClock(store::KeyedUnarchiver& coder);

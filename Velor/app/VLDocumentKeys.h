@@ -23,6 +23,7 @@ struct VLDocumentKeys {
   static constexpr std::string_view kMarkers = "markers";
   static constexpr std::string_view kSelection = "selectedmarkerIndexes";
   static constexpr std::string_view kExactDrop = "exactDrop";  // written when it is on
+  static constexpr std::string_view kMediaWindows = "mediaWindows";
 };
 
 }  // namespace velor

@@ -119,6 +119,7 @@ void VLDocuments::followEdits() {
     mEditTokens.push_back(mApp.markers().controller().addObserver(key, note));
   }
   mEditTokens.push_back(VLDeviceManager::sharedManager().addObserver("state", note));
+  mEditTokens.push_back(mApp.mediaWindows().addObserver("encodedStates", note));
 }
 
 }  // namespace velor

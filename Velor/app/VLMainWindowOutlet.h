@@ -11,6 +11,7 @@
 
 #include "Velor/app/VLAlert.h"
 #include "Velor/app/VLBigTimecodeOutlet.h"
+#include "Velor/media/VLMediaPlaybackWindowController.h"
 
 namespace velor {
 
@@ -56,6 +57,13 @@ class VLMainWindowOutlet {
   virtual void showWindowForDevice(const std::shared_ptr<VLDevice>& /*device*/) {}
   /// Null where there are no windows.
   virtual std::shared_ptr<VLBigTimecodeOutlet> makeBigTimecodeWindow() { return nullptr; }
+  /// For a media window that is about to be shown. Null where there are no windows.
+  virtual std::shared_ptr<VLMediaPlaybackWindowOutlet> makeMediaPlaybackWindow(
+      const std::shared_ptr<VLMediaPlaybackWindowController>& /*controller*/) {
+    return nullptr;
+  }
+  /// Above the other windows, with the keyboard.
+  virtual void makeKeyAndOrderFront() {}
   virtual void beginPlayRateSheet(double /*percent*/) {}
   virtual void endPlayRateSheet() {}
 

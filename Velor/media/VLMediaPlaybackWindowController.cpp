@@ -29,7 +29,7 @@ VLMediaPlaybackWindowController::VLMediaPlaybackWindowController(Delegate delega
 }
 
 VLMediaPlaybackWindowController::~VLMediaPlaybackWindowController() {
-  mInput.removeWindow(*mChase);
+  endListening();
 }
 
 std::shared_ptr<VLMediaPlaybackWindowController> VLMediaPlaybackWindowController::initWithDelegate(
@@ -50,7 +50,8 @@ VLMediaPlaybackWindowController::initWithEncodedState(
     return controller;
   }
   const auto bookmark = VLMediaBookmark::fromData(*state->bookmark);
-  controller->mRestored = std::move(state);
+  controller->mRestored = state;
+  controller->mDecoded = std::move(state);
   const auto clip = bookmark.resolve(folder);
   if (!clip) {
     controller->mError = bookmark.absolute.string() + ": No such file";
@@ -77,8 +78,11 @@ std::shared_ptr<VLMediaPlaybackWindowState> VLMediaPlaybackWindowController::enc
     state->audioSumMode = audioSumMode();
     state->controlMasterClock = mControlMasterClock;
     state->online = mOnline;
-    state->volume = mPlayer != nullptr ? mPlayer->player().volume() : 1.0F;
+    state->volume = volume();
     state->adjustSpeed = mAdjustSpeed;
+  }
+  if (mDecoded != nullptr) {
+    state->takeRemainder(*mDecoded);
   }
   state->bookmark.reset();
   if (!mMediumURL.empty()) {
@@ -108,6 +112,7 @@ void VLMediaPlaybackWindowController::windowDidLoad() {
   mOutlet->setMTCIn("MTC In: --:--:--:--");
   settingsChanged();
   mInput.addWindow(*mChase);
+  mIsListening = true;
   host::current().mainQueue().async([weak = weak_from_this()] {
     const auto self = weak.lock();
     if (self == nullptr) {
@@ -123,12 +128,19 @@ void VLMediaPlaybackWindowController::windowDidLoad() {
 
 void VLMediaPlaybackWindowController::windowWillClose() {
   const auto self = shared_from_this();
-  mInput.removeWindow(*mChase);
+  endListening();
   if (mPlayer != nullptr && std::isnormal(mPlayer->player().rate())) {
     mPlayer->pauseInEveryCase();
   }
   if (const auto delegate = mDelegate.lock()) {
     delegate->mediaPlaybackWindowDidClose(*this);
+  }
+}
+
+// A window that is closed may outlive the input.
+void VLMediaPlaybackWindowController::endListening() {
+  if (std::exchange(mIsListening, false)) {
+    mInput.removeWindow(*mChase);
   }
 }
 
@@ -143,6 +155,7 @@ void VLMediaPlaybackWindowController::runOpenPanel() {
       return;
     }
     self->mRestored = nullptr;
+    self->mDecoded = nullptr;
     self->loadMediumAtURL(path);
   });
 }
@@ -352,7 +365,14 @@ void VLMediaPlaybackWindowController::setAudioSumMode(std::int32_t mode) {
   for (const auto& tap : mSummingTaps) {
     tap->setSummingMode(mode);
   }
-  mOutlet->settingsDidChange();
+  didChange();
+}
+
+void VLMediaPlaybackWindowController::setVolume(float volume) {
+  if (mPlayer != nullptr) {
+    mPlayer->player().setVolume(volume);
+    didChange();
+  }
 }
 
 void VLMediaPlaybackWindowController::settingsChanged() {
@@ -360,7 +380,14 @@ void VLMediaPlaybackWindowController::settingsChanged() {
     mChase->setSettings(
         {mOnline, mAdjustSpeed, mIsReady, mClipStartTime->timeStamp(), mAssetDuration, mTitle});
   });
+  didChange();
+}
+
+void VLMediaPlaybackWindowController::didChange() {
   mOutlet->settingsDidChange();
+  if (const auto delegate = mDelegate.lock()) {
+    delegate->mediaPlaybackWindowDidChange(*this);
+  }
 }
 
 }  // namespace velor

@@ -99,6 +99,10 @@ class VLMediaPlaybackWindowController final
   /// Does nothing while there is no sound.
   void setAudioSumMode(std::int32_t mode);
 
+  float volume() const { return mPlayer != nullptr ? mPlayer->player().volume() : 1.0F; }
+  /// Does nothing without a clip.
+  void setVolume(float volume);
+
   // --- from the chase
 
   void chaseStarts(float rate, media::MediaTime position, std::uint64_t hostTime) override;
@@ -118,12 +122,14 @@ class VLMediaPlaybackWindowController final
   void playerHasFrame(media::Player& player) override;
 
   void windowDidLoad();
+  void endListening();
   void becomeReady(media::Player& player);
   void makeTaps(media::Player& player);
   void putPlayer(std::unique_ptr<VLMediaPlayer> player);
   void setTitle(std::string title);
   void timecodeTypeChanged();
   void settingsChanged();
+  void didChange();
 
   const Delegate mDelegate;
   VLMediaPlaybackMTCIn& mInput;
@@ -136,11 +142,13 @@ class VLMediaPlaybackWindowController final
   std::filesystem::path mMediumURL;
   std::filesystem::path mMediumURLToLoad;
   std::shared_ptr<VLMediaPlaybackWindowState> mRestored;  // until it is applied or dropped
+  std::shared_ptr<VLMediaPlaybackWindowState> mDecoded;   // for keys that a later version wrote
   std::shared_ptr<KVSMPTETime> mClipStartTime;
   std::string mTitle = "Media Playback";
   std::string mError;
   double mAssetDuration = std::numeric_limits<double>::quiet_NaN();  // seconds
   bool mIsLoaded = false;                                            // the window
+  bool mIsListening = false;                                         // to the input
   bool mIsReady = false;
   bool mOnline = true;
   bool mAdjustSpeed = false;

@@ -16,6 +16,8 @@ class VLMediaPlaybackWindowDelegate {
   virtual void stop(VLMediaPlaybackWindowController& sender) = 0;
   /// Of a time as it is sent, with the clock's offset in it.
   virtual void setCurrentSMPTETime(const SMPTETime& time) = 0;
+  /// Something that is saved has changed.
+  virtual void mediaPlaybackWindowDidChange(VLMediaPlaybackWindowController& window) = 0;
   /// Drops the controller.
   virtual void mediaPlaybackWindowDidClose(VLMediaPlaybackWindowController& window) = 0;
 };

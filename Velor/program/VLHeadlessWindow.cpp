@@ -20,6 +20,8 @@ VLHeadlessWindow::Decision VLHeadlessWindow::decide(const VLAlert& alert) const 
     case VLAlert::Kind::mtcLoop:
       return {true, "MTC loop " + alert.subject + ": switched the destination off",
               "; --ignore-loops keeps it on"};
+    case VLAlert::Kind::featureNotAvailable:
+      return {true, alert.message, ""};
     case VLAlert::Kind::devicesAreRunning:
       break;  // a signal to end is meant
   }

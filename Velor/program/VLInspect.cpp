@@ -16,6 +16,7 @@
 #include "Velor/app/VLMarker.h"
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
+#include "Velor/media/VLMediaPlaybackWindowState.h"
 #include "Velor/program/VLInspectedItem.h"
 #include "Velor/program/VLOptionText.h"
 #include "Velor/program/VLOptions.h"
@@ -53,6 +54,7 @@ class Inspecting {
     readClock();
     readMarkers();
     readDevices();
+    readMediaWindows();
     readRest();
     return {std::move(mText), std::move(mFindings.problems())};
   }
@@ -244,6 +246,14 @@ class Inspecting {
           std::string("    ") +
           (destination->value<bool>(VLTimecodeDestinationDevice::kEnableKey) ? "on   " : "off  ") +
           destination->text() + "\n";
+    }
+  }
+
+  void readMediaWindows() {
+    const auto windows = objects<VLInspected<VLMediaPlaybackWindowState>>(Keys::kMediaWindows);
+    tell("Media windows", std::to_string(windows.size()));
+    for (const auto& window : windows) {
+      mText += "    " + window->text() + "\n";
     }
   }
 

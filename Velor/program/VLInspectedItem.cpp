@@ -10,6 +10,9 @@
 #include "Velor/app/VLMarker.h"
 #include "Velor/devices/VLLTCGeneratorDevice.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
+#include "Velor/media/VLMediaBookmark.h"
+#include "Velor/media/VLMediaPlaybackWindowState.h"
+#include "kvtimecode/SMPTEString.h"
 #include "platform/store/Printable.h"
 
 namespace velor {
@@ -91,6 +94,7 @@ struct Row {
 using Destination = VLTimecodeDestinationDevice;
 using Generator = VLLTCGeneratorDevice;
 using Reader = VLLTCReaderDevice;
+using MediaWindow = VLMediaPlaybackWindowState;
 
 constexpr Row kRows[] = {
     {KVSMPTETime::kClassName, KVSMPTETime::kTimestampKey, &decodedTime},
@@ -123,9 +127,16 @@ constexpr Row kRows[] = {
     {VLLTCReader::kClassName, VLLTCReader::kDeviceKey, kString, &missingDevice},
     {VLLTCReader::kClassName, VLLTCReader::kChannelKey, kInt64, &wrongChannel},
     {VLLTCReader::kClassName, VLLTCReader::kConditionKey, kBool},
+    {MediaWindow::kClassName, MediaWindow::kBookmarkKey, kBytes},
+    {MediaWindow::kClassName, MediaWindow::kStartTimeKey, &decodedItem<VLInspected<KVSMPTETime>>},
+    {MediaWindow::kClassName, MediaWindow::kAudioSumModeKey, kInt32},
+    {MediaWindow::kClassName, MediaWindow::kControlMasterClockKey, kBool},
+    {MediaWindow::kClassName, MediaWindow::kOnlineKey, kBool},
+    {MediaWindow::kClassName, MediaWindow::kVolumeKey, kDouble, &wrongLevel},
+    {MediaWindow::kClassName, MediaWindow::kAdjustSpeedKey, kBool},
 };
 
-constexpr std::array<store::KeyedClass, 10> kClasses{
+constexpr std::array<store::KeyedClass, 11> kClasses{
     store::KeyedClass::of<VLInspected<KVSMPTETime>>(),
     store::KeyedClass::of<VLInspected<VLMarker>>(),
     store::KeyedClass::of<VLInspected<KVMIDIEndpoint>>(),
@@ -135,7 +146,8 @@ constexpr std::array<store::KeyedClass, 10> kClasses{
     store::KeyedClass::of<VLInspected<KVLTCGenerator>>(),
     store::KeyedClass::of<VLInspected<VLLTCGeneratorDevice, VLInspectedDestination>>(),
     store::KeyedClass::of<VLInspected<VLLTCReader>>(),
-    store::KeyedClass::of<VLInspected<VLLTCReaderDevice, VLInspectedReaderDevice>>()};
+    store::KeyedClass::of<VLInspected<VLLTCReaderDevice, VLInspectedReaderDevice>>(),
+    store::KeyedClass::of<VLInspected<VLMediaPlaybackWindowState>>()};
 
 std::string quoted(const std::string& name) {
   return "\"" + store::printable(name) + "\"";
@@ -241,6 +253,9 @@ std::string VLInspectedItem::text() const {
     const auto device = item(Destination::kDeviceKey);
     return device != nullptr ? device->text() : "a destination without a device";
   }
+  if (mClassName == MediaWindow::kClassName) {
+    return mediaWindowText();
+  }
   const auto endpoint = item(VLMIDIEndpointDevice::kEndpointKey);
   return (mClassName == VLReaderDevice::kClassName ? "reader " : "MIDI endpoint ") +
          (endpoint != nullptr ? endpoint->text() : "that is not known");
@@ -281,6 +296,18 @@ std::string VLInspectedItem::readerText() const {
                                                : ", channel " + std::to_string(channel + 1);
   }
   return text + (value<bool>(VLLTCReader::kConditionKey) ? ", input conditioned" : "");
+}
+
+std::string VLInspectedItem::mediaWindowText() const {
+  const auto data = value<std::vector<std::uint8_t>>(MediaWindow::kBookmarkKey);
+  const auto clip = VLMediaBookmark::fromData(data).absolute.string();
+  const auto start = item(MediaWindow::kStartTimeKey);
+  return (clip.empty() ? "a window without a clip" : "clip " + quoted(clip)) +
+         (start != nullptr
+              ? " at " + stringFromSMPTETime(start->value<SMPTETime>(KVSMPTETime::kTimestampKey))
+              : "") +
+         (value<bool>(MediaWindow::kOnlineKey) ? ", on line" : ", off line") +
+         (value<bool>(MediaWindow::kControlMasterClockKey) ? ", controls the master clock" : "");
 }
 
 }  // namespace velor

@@ -80,6 +80,7 @@ class VLInspectedItem : public store::KeyedCoding {
 
   std::string generatorText() const;
   std::string readerText() const;
+  std::string mediaWindowText() const;
 
   std::string_view mClassName;
   std::map<std::string_view, Cell> mCells;

@@ -20,6 +20,7 @@
 #include "platform/store/KeyedUnarchiver.h"
 #include "sim/BuiltinDiscovery.h"
 #include "sim/SimulatedHost.h"
+#include "sim/SimulatedMedia.h"
 #include "sim/SimulatedUDPNetwork.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/support/TemporaryFolder.h"
@@ -52,6 +53,7 @@ class Application {
     audio::setService(&mAudio);
     setUDPNetwork(&mNetwork);
     discovery::setService(&mDiscovery);
+    media::setService(&mMedia);
     mApp = std::make_shared<VLAppDelegate>(
         std::make_shared<NoWindow>(), std::make_shared<VLTimecodeValues>(),
         store::ApplicationFolders([home](const char* name) -> const char* {
@@ -86,6 +88,10 @@ class Application {
     auto again = store::KeyedUnarchiver::read(*written, VLApplicationState::classes());
     require(static_cast<bool>(again), "what is written can be read");
     require(mState->decode(*again).has_value(), "what is written can be taken over");
+    mHost.settle();
+    while (!mApp->mediaWindows().windows().empty()) {
+      mApp->mediaWindows().windows().back()->windowWillClose();
+    }
   }
 
  private:
@@ -94,6 +100,7 @@ class Application {
   audio::AudioService mAudio{loopback()};
   SimulatedUDPNetwork mNetwork;
   discovery::BuiltinDiscovery mDiscovery;
+  media::SimulatedMedia mMedia;
   std::shared_ptr<VLAppDelegate> mApp;
   std::unique_ptr<VLApplicationState> mState;
 };

@@ -15,6 +15,7 @@
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
 #include "sim/BuiltinDiscovery.h"
+#include "sim/SimulatedMedia.h"
 #include "sim/SimulatedUDPNetwork.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/velor/devices/LoopbackFixture.h"
@@ -131,9 +132,11 @@ class AppFixture : public LoopbackFixture {
   AppFixture() {
     setUDPNetwork(&mNetwork);
     discovery::setService(&mDiscovery);
+    media::setService(&mMedia);
   }
   ~AppFixture() override {
     end();
+    media::setService(nullptr);
     discovery::setService(nullptr);
     setUDPNetwork(nullptr);
   }
@@ -207,6 +210,7 @@ class AppFixture : public LoopbackFixture {
   bool mHasHome = true;
   SimulatedUDPNetwork mNetwork;
   discovery::BuiltinDiscovery mDiscovery;
+  media::SimulatedMedia mMedia;
   std::vector<std::string> mCalls;
   const std::shared_ptr<RecordingWindow> mWindow = std::make_shared<RecordingWindow>(mCalls);
   const std::shared_ptr<VLTimecodeValues> mView = std::make_shared<VLTimecodeValues>();

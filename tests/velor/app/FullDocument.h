@@ -8,7 +8,7 @@ namespace velor {
 
 /// A run of the application whose document has all keys: a generator, a reader, a
 /// destination that is on and one that is off, a sync source, five markers of which two
-/// are selected.
+/// are selected, and a media window.
 class FullDocument : public AppFixture {
  protected:
   static constexpr std::uint32_t kFormat = kSMPTETimeType30;
@@ -44,7 +44,14 @@ class FullDocument : public AppFixture {
     app().addMarker();
     app().markers().controller().setSelectionIndexes({1, 3});
     goTo("01:30:00:00");
-    mHost.settle();
+    app().newPlaybackWindow();
+    const auto& window = app().mediaWindows().windows().at(0);
+    window->loadMediumAtURL(write("walk-in.mp4", ""));
+    mHost.advance(100'000'000);
+    window->setClipStartTime(at("02:00:00:00"));
+    window->setControlMasterClock(true);
+    window->setAudioSumMode(1);
+    window->setVolume(0.5F);
     const auto path = mFolder.path() / "full.velor";
     EXPECT_TRUE(app().saveApplicationStateToURL(path));
     mDocument = contents(path);

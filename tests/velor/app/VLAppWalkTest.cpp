@@ -75,7 +75,11 @@ class VLAppWalk : public AppFixture, public testing::WithParamInterface<std::uin
           clock().setSmpteFormat(kFormats[draw(kFormats.size())]);
         },
         [this] { EXPECT_TRUE(app().saveApplicationStateToURL(mFolder.path() / drawDocument())); },
-        [this] { app().loadApplicationStateFromURL(mFolder.path() / drawDocument()); },
+        [this] {
+          closeMediaWindows(0);  // each document adds its own
+          app().loadApplicationStateFromURL(mFolder.path() / drawDocument());
+        },
+        [this] { changeMediaWindows(); },
         [this] {
           app().setPlayRate(static_cast<float>(draw(5)) - 2);
           clock().setPreroll(drawn());
@@ -130,6 +134,29 @@ class VLAppWalk : public AppFixture, public testing::WithParamInterface<std::uin
     mHost.settle();
     for (const auto& destination : manager().destinations()) {
       destination->setEnable(drawn());
+    }
+  }
+
+  void closeMediaWindows(std::size_t left) {
+    while (app().mediaWindows().windows().size() > left) {
+      app().mediaWindows().windows().back()->windowWillClose();
+    }
+  }
+  void changeMediaWindows() {
+    closeMediaWindows(2);
+    if (drawn()) {
+      app().newPlaybackWindow();
+    }
+    for (const auto& window : app().mediaWindows().windows()) {
+      if (window->mediaPlayer() == nullptr || draw(4) == 0) {
+        window->loadMediumAtURL(write("clip.mp4", ""));
+      }
+      window->setClipStartTime(drawTime());
+      window->setOnline(draw(4) != 0);
+      window->setControlMasterClock(drawn());
+      mHost.advance(kSecond);
+      window->mediaPlayer()->player().seekToTime(std::chrono::seconds(draw(10)), {});
+      drawn() ? window->mediaPlayer()->play() : window->mediaPlayer()->pause();
     }
   }
 

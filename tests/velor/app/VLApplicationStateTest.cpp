@@ -41,13 +41,14 @@ TEST_F(FullDocument, AnotherRunRestoresAllThatWasSetExceptTheRateWithASyncSource
   EXPECT_EQ(keys,
             "time offset stoptime loopStart loopEnd tc.type prerollTime preroll playbackRate "
             "playbackMode appVersion syncSource markers selectedmarkerIndexes devices.manager "
-            "destinations.manager ");
+            "destinations.manager mediaWindows ");
 
   launch();
   EXPECT_EQ(now(), "01:30:00:00");
   EXPECT_EQ(mView->playMode(), VLPlayModeLoop);
   last["playbackRate"] = 1.0;
-  const auto again = mFolder.path() / "again.velor";
+  mHost.advance(100'000'000);  // until the clip is ready
+  const auto again = folders().data() / "again.velor";
   EXPECT_TRUE(app().saveApplicationStateToURL(again));
   EXPECT_EQ(Json::parse(contents(again)), last);
   EXPECT_TRUE(app().syncSource() != nullptr && app().syncSource()->isEqual(*mDeck));
@@ -55,7 +56,7 @@ TEST_F(FullDocument, AnotherRunRestoresAllThatWasSetExceptTheRateWithASyncSource
   EXPECT_EQ(markers(), (std::vector<std::string>{"01:00:00:00 Marker 5", "02:00:00:00 Marker 4",
                                                  "03:00:00:00 Marker 3", "04:00:00:00 Marker 2",
                                                  "05:00:00:00 Marker 1"}));
-  EXPECT_EQ(listed(), (Listed{"+desk", "-lamp", "-LTC Generator 1"}));
+  EXPECT_EQ(listed(), (Listed{"+desk", "-lamp", "-LTC Generator 1", "+Velor Media Playback"}));
   EXPECT_FALSE(app().undoManager().canUndo());
   const auto devices = manager().devices();
   ASSERT_EQ(devices.size(), 2U);
@@ -203,15 +204,55 @@ TEST_F(VLApplicationStateTest, ASaveKeepsWhatALaterVersionWrote) {
   destination["delay"] = 4;
   destination["device.destinationdevice"]["gain"] = 1;
   destination["device.destinationdevice"]["endpoint"]["alias"] = "board";
-  document["mediaWindows"] = Json::array({{{"$class", "VLFutureWindow"}, {"clip", "a.mov"}}});
+  document["lights"] = Json::array({{{"$class", "VLFutureCue"}, {"scene", "a"}}});
   document["later"] = {{"$base64", "AAAA"}};
   document["markers"][0]["colour"] = "red";
   EXPECT_TRUE(load(document));
   const Json again = saved();
-  EXPECT_EQ(again["mediaWindows"], document["mediaWindows"]);
+  EXPECT_EQ(again["lights"], document["lights"]);
   EXPECT_EQ(again["later"], document["later"]);
   EXPECT_EQ(again["markers"], document["markers"]);
   EXPECT_EQ(again["destinations.manager"], document["destinations.manager"]);
+}
+
+TEST_F(FullDocument, MediaWindowsReturnWithTheirInputAndAreKeptWhereNothingPlaysThem) {
+  Json document = Json::parse(mDocument);
+  EXPECT_TRUE(mWindow->alerts.empty());
+  // The route was off; a restore leaves it so.
+  for (Json& destination : document["destinations.manager"]) {
+    destination["enabled.device"] = false;
+  }
+  document["mediaWindows"][0]["later"] = 1;
+  const auto path = write("edited.velor", document.dump());
+  launch(path);
+  ASSERT_EQ(app().mediaWindows().windows().size(), 1U);
+  mHost.advance(100'000'000);
+  const auto window = app().mediaWindows().windows()[0];
+  EXPECT_EQ(window->clipStartTimeString(), "02:00:00:00");
+  EXPECT_EQ(window->volume(), 0.5F);
+  for (const auto& destination : manager().destinations()) {
+    EXPECT_FALSE(destination->enable()) << destination->name().value_or("?");
+  }
+  const auto windowsSaved = [this] {
+    const auto again = mFolder.path() / "again.velor";
+    EXPECT_TRUE(app().saveApplicationStateToURL(again));
+    return Json::parse(contents(again))["mediaWindows"];
+  };
+  EXPECT_EQ(windowsSaved(), document["mediaWindows"]);
+  window->windowWillClose();
+  EXPECT_EQ(windowsSaved(), Json::array());
+
+  mMedia.missing = {"gstreamer1.0-libav", "gstreamer1.0-plugins-good"};
+  launch(path);
+  EXPECT_TRUE(app().mediaWindows().windows().empty());
+  EXPECT_EQ(windowsSaved(), document["mediaWindows"]);
+  app().newPlaybackWindow();
+  const auto alert = mWindow->answer(true);
+  EXPECT_EQ(alert.title, "Feature not available");
+  EXPECT_EQ(alert.message.find("The Media Playback feature needs gstreamer1.0-libav, "
+                               "gstreamer1.0-plugins-good, which is not installed. "
+                               "You are running "),
+            0U);
 }
 
 TEST_F(VLApplicationStateTest, ASaveThatFailsIsReportedAndTheStateIsKept) {

@@ -42,11 +42,15 @@ struct RecordingApplication final : VLMediaPlaybackWindowDelegate {
   void setCurrentSMPTETime(const SMPTETime& time) override {
     calls.push_back(stringFromSMPTETime(time));
   }
+  void mediaPlaybackWindowDidChange(VLMediaPlaybackWindowController& /*window*/) override {
+    ++changes;
+  }
   void mediaPlaybackWindowDidClose(VLMediaPlaybackWindowController& /*window*/) override {
     calls.emplace_back("closed");
   }
 
   std::vector<std::string> calls;
+  int changes = 0;
 };
 
 /// Media windows that the clock drives, by way of the device manager, on simulated time.
