@@ -12,10 +12,15 @@
 #include <utility>
 #include <vector>
 
+#include "platform/audio/AudioService.h"
+#include "platform/audio/builtin/BuiltinAudio.h"
+#include "platform/host/SystemHost.h"
 #include "platform/media/MediaService.h"
+#include "platform/media/gstreamer/GStreamerMedia.h"
 #include "sim/SimulatedHost.h"
 #include "sim/SimulatedMedia.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestClip.h"
 #include "tests/support/Until.h"
 
 namespace velor::media {
@@ -61,6 +66,32 @@ struct SimulatedSetting final : Setting {
 
   host::SimulatedHost mHost;
   SimulatedMedia mMedia;
+};
+
+// The service needs sound to go somewhere.
+std::vector<std::unique_ptr<audio::AudioOutside>> loopback() {
+  std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
+  outsides.push_back(std::make_unique<audio::BuiltinAudio>());
+  return outsides;
+}
+
+struct GStreamerSetting final : Setting {
+  GStreamerSetting() { audio::setService(&mAudio); }
+  ~GStreamerSetting() override { audio::setService(nullptr); }
+  host::Host& host() override { return mHost; }
+  MediaService& media() override { return mMedia; }
+  bool until(double most, const std::function<bool()>& condition) override {
+    return test::until(mHost, most, condition);
+  }
+  std::filesystem::path clip() override {
+    test::TestClip{.title = "Test clip"}.make(folder.path() / "clip.mkv");
+    return folder.path() / "clip.mkv";
+  }
+  MediaTime tolerance() override { return milliseconds(30); }  // of a machine that has other work
+
+  host::SystemHost mHost;
+  audio::AudioService mAudio{loopback()};
+  GStreamerMedia mMedia;
 };
 
 struct MediaKind {
@@ -279,7 +310,8 @@ std::unique_ptr<Setting> make() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Players, PlayerContract,
-                         testing::Values(MediaKind{"Simulated", &make<SimulatedSetting>}),
+                         testing::Values(MediaKind{"Simulated", &make<SimulatedSetting>},
+                                         MediaKind{"GStreamer", &make<GStreamerSetting>}),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
 }  // namespace
