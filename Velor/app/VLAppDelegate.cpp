@@ -85,6 +85,7 @@ void VLAppDelegate::applicationDidFinishLaunching(const std::optional<std::files
   });
   mDisplay.followFrames();
   mDisplay.bindStatus();
+  mSleepGuard.follow();
   if (file) {
     applicationOpenFile(*file);
   }
@@ -112,8 +113,12 @@ void VLAppDelegate::bindClock() {
   mDisplay.bindFormat();
 }
 
+void VLAppDelegate::inBackground(host::Task job) {
+  mBackground->async(std::move(job));
+}
+
 void VLAppDelegate::letGo(std::shared_ptr<void> object) {
-  mBackground->async([object = std::move(object)]() mutable { object.reset(); });
+  inBackground([object = std::move(object)]() mutable { object.reset(); });
 }
 
 void VLAppDelegate::waitForSettings() {

@@ -16,6 +16,7 @@
 #include "Velor/app/VLMainWindowOutlet.h"
 #include "Velor/app/VLMarkers.h"
 #include "Velor/app/VLMediaWindows.h"
+#include "Velor/app/VLSleepGuard.h"
 #include "Velor/app/VLTimecodeViewDelegate.h"
 #include "Velor/app/VLTimecodeViewOutlet.h"
 #include "Velor/app/VLTransport.h"
@@ -27,6 +28,7 @@
 #include "kva/MIDI/KVMIDIEndpoint.h"
 #include "kvtimecode/KVSMPTETime.h"
 #include "platform/host/Queue.h"
+#include "platform/host/Task.h"
 #include "platform/qt/UndoManager.h"
 #include "platform/store/ApplicationFolders.h"
 
@@ -99,6 +101,7 @@ class VLAppDelegate final : public KVObservable,
   void dismissPlayRateSheet();
   /// Opens a media window, or a sheet that says what it needs.
   void newPlaybackWindow() { mMediaWindows->newPlaybackWindow(); }
+  void showOSCSetup() { window->showOSCSetup(); }
   void popOutMainCounter() { mDisplay.popOut(); }
   void saveDocument();
   void openDocument();
@@ -136,6 +139,8 @@ class VLAppDelegate final : public KVObservable,
       const std::filesystem::path& path);
   void setupApplicationDefaultState();
   VLDocuments& documents() noexcept { return mDocuments; }
+  /// Runs the job where it may wait, on velor.background.
+  void inBackground(host::Task job);
   /// Frees it in the background, where many objects take long.
   void letGo(std::shared_ptr<void> object);
 
@@ -182,6 +187,7 @@ class VLAppDelegate final : public KVObservable,
   VLClock& mClock;
   VLClockDisplay mDisplay;
   VLTransport mTransport;
+  VLSleepGuard mSleepGuard{mClock};
   KVKeyValueObserver mFormatObserver;
   KVObserverToken mMIDIObserver;
   qt::UndoManager mUndoManager;

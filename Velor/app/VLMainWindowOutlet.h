@@ -64,6 +64,8 @@ class VLMainWindowOutlet {
   }
   /// Above the other windows, with the keyboard.
   virtual void makeKeyAndOrderFront() {}
+  /// Made on first use.
+  virtual void showOSCSetup() {}
   virtual void beginPlayRateSheet(double /*percent*/) {}
   virtual void endPlayRateSheet() {}
 

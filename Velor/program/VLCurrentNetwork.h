@@ -3,11 +3,12 @@
 
 #include "CocoaAsyncSocket/SystemUDPNetwork.h"
 #include "platform/discovery/avahi/AvahiDiscovery.h"
+#include "platform/network/SystemHostAddresses.h"
 
 namespace velor {
 
-/// Makes the system's network and its discovery, by the daemon whenever there is one, and
-/// makes both the current ones until its end.
+/// Makes the system's network, its addresses of this host and its discovery, by the daemon
+/// whenever there is one, and makes them the current ones until its end.
 class VLCurrentNetwork {
  public:
   explicit VLCurrentNetwork(SystemUDPNetwork::Reach reach = SystemUDPNetwork::Reach::allInterfaces);
@@ -17,6 +18,7 @@ class VLCurrentNetwork {
 
  private:
   SystemUDPNetwork mNetwork;
+  network::SystemHostAddresses mAddresses;
   discovery::AvahiDiscovery mDiscovery;
 };
 

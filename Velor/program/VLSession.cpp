@@ -16,6 +16,7 @@
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLLTCReaderDevice.h"
 #include "Velor/program/VLAudioDevices.h"
+#include "Velor/program/VLCurrentDesktop.h"
 #include "Velor/program/VLCurrentNetwork.h"
 #include "Velor/program/VLCurrentServices.h"
 #include "Velor/program/VLPortNames.h"
@@ -129,7 +130,11 @@ class VLSession {
         mFolders(world.isApart ? store::ApplicationFolders([](const char*) { return nullptr; })
                                : store::ApplicationFolders()),
         mNetwork(world.isApart ? Reach::loopback : Reach::allInterfaces),
-        mServices(world.isApart ? Outside::none : Outside::ifAvailable) {}
+        mServices(world.isApart ? Outside::none : Outside::ifAvailable) {
+    if (!world.isApart) {
+      mDesktop.emplace();
+    }
+  }
 
   // Each step may end the run with an exit status.
   using Ended = std::optional<int>;
@@ -171,6 +176,7 @@ class VLSession {
   const store::ApplicationFolders mFolders;
   const VLCurrentNetwork mNetwork;  // before the services, with whose end the sockets go
   const VLCurrentServices mServices;
+  std::optional<VLCurrentDesktop> mDesktop;
   std::optional<StopSignals> mSignals;
   std::optional<VLWantedDevices> mDevices;
   std::unique_ptr<VLFrontEnd> mFrontEnd;
