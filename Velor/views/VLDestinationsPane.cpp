@@ -2,13 +2,11 @@
 #include "Velor/views/VLDestinationsPane.h"
 
 #include <QGuiApplication>
-#include <QHeaderView>
 #include <utility>
 
 #include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/views/VLStyle.h"
-#include "Velor/views/VLSwitchDelegate.h"
 #include "Velor/views/VLTableView.h"
 #include "platform/host/Host.h"
 
@@ -18,7 +16,6 @@ namespace {
 enum ColumnPlace { kOn, kName, kState };
 
 constexpr int kStateWidth = 88;
-constexpr int kOnWidth = 44;
 
 }  // namespace
 
@@ -28,13 +25,9 @@ VLDestinationsPane::VLDestinationsPane(VLTableView& table, VLPerform perform)
   table.setSelectionMode(QAbstractItemView::SingleSelection);
   table.setEmptyText(QObject::tr(
       "No MIDI destinations. Start a program with a MIDI input, or a JACK or PipeWire server."));
-  table.setItemDelegateForColumn(kOn, new VLSwitchDelegate(&table));
-  QHeaderView& header = *table.horizontalHeader();
-  header.setStretchLastSection(false);
-  header.setSectionResizeMode(kName, QHeaderView::Stretch);
-  header.setMinimumSectionSize(VLStyle::kControlHeight);
-  header.resizeSection(kOn, kOnWidth);
-  header.resizeSection(kState, kStateWidth);
+  table.setSwitchColumn(kOn);
+  table.setStretchColumn(kName);
+  table.setColumnWidth(kState, kStateWidth);
 }
 
 bool VLDestinationsPane::isSending(const VLTimecodeDestinationDevice& destination) const {

@@ -193,11 +193,20 @@ void VLMainMenu::stepScale(int step) {
 void VLMainMenu::fillWindow(QMenu& menu) {
   add(menu, "popOutMainCounter", tr("&Big Timecode"), Qt::CTRL | Qt::Key_B,
       [](VLAppDelegate& app) { app.popOutMainCounter(); });
+  add(menu, "showOSCSetup", tr("&OSC Setup..."), Qt::CTRL | Qt::SHIFT | Qt::Key_O,
+      [](VLAppDelegate& app) { app.showOSCSetup(); });
 }
 
 void VLMainMenu::fillHelp(QMenu& menu) {
   add(menu, "openFeedbackAndSupportWindow", tr("&Feedback and Support"), {},
-      [](VLAppDelegate&) { QDesktopServices::openUrl(QUrl(kFeedbackAddress)); });
+      [this](VLAppDelegate&) { openFeedbackAndSupportWindow(); });
+}
+
+void VLMainMenu::openFeedbackAndSupportWindow() {
+  if (!QDesktopServices::openUrl(QUrl(kFeedbackAddress))) {
+    mWindow.presentError(
+        tr("no browser can be opened; the page is %1").arg(kFeedbackAddress).toStdString());
+  }
 }
 
 // --- what is built when it opens

@@ -50,6 +50,7 @@ class VLMainMenu final : public QObject {
   void stepScale(int step);
   void fillWindow(QMenu& menu);
   void fillHelp(QMenu& menu);
+  void openFeedbackAndSupportWindow();
 
   void editMenuNeedsUpdate();
   void clockMenuNeedsUpdate();

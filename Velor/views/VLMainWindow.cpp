@@ -13,6 +13,7 @@
 #include "Velor/views/VLEventModifiers.h"
 #include "Velor/views/VLIcons.h"
 #include "Velor/views/VLMainMenu.h"
+#include "Velor/views/VLOSCSetupWindowController.h"
 #include "Velor/views/VLSegmentedControl.h"
 #include "Velor/views/VLStyle.h"
 #include "Velor/views/VLTimecodeView.h"
@@ -298,6 +299,13 @@ void VLMainWindow::setNeedsDisplay() {
 
 std::shared_ptr<VLBigTimecodeOutlet> VLMainWindow::makeBigTimecodeWindow() {
   return std::make_shared<VLBigTimecodeWindowController>();
+}
+
+void VLMainWindow::showOSCSetup() {
+  if (mOSCSetupWindow == nullptr) {
+    mOSCSetupWindow = std::make_unique<VLOSCSetupWindowController>(mController.lock());
+  }
+  mOSCSetupWindow->showWindow();
 }
 
 void VLMainWindow::beginPlayRateSheet(double percent) {

@@ -33,6 +33,7 @@ namespace velor {
 class VLAppDelegate;
 class VLButton;
 class VLMainMenu;
+class VLOSCSetupWindowController;
 class VLSegmentedControl;
 class VLTimecodeView;
 
@@ -93,6 +94,7 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
     mDeviceWindows.showWindowForDevice(device);
   }
   std::shared_ptr<VLBigTimecodeOutlet> makeBigTimecodeWindow() override;
+  void showOSCSetup() override;
   void beginPlayRateSheet(double percent) override;
   void endPlayRateSheet() override;
   bool isControlKeyHeld() const override;
@@ -131,6 +133,7 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   std::uint32_t mSelectedFormat = 0;
   VLSegmentedControl* playbackModeControl = nullptr;  // a child
   QPointer<VLPlayRateSheet> playrateSheet;
+  std::unique_ptr<VLOSCSetupWindowController> mOSCSetupWindow;
   AnswerTo mAnswerTo;
   bool mIsAskingToQuit = false;
   std::vector<KVObserverToken> mTokens;

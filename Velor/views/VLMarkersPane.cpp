@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/views/VLMarkersPane.h"
 
-#include <QHeaderView>
 #include <QItemSelection>
 #include <QScopedValueRollback>
 #include <cstddef>
@@ -44,12 +43,9 @@ VLMarkersPane::VLMarkersPane(VLTableView& table, VLPerform perform)
       mModel(new Model(columns(VLStyle::timeFont(table.font())), mPerform, &table)) {
   table.setModel(mModel);
   table.setEmptyText(QObject::tr("No markers. + adds one at the current time."));
-  QHeaderView& header = *table.horizontalHeader();
-  header.setStretchLastSection(false);
-  header.setSectionResizeMode(kName, QHeaderView::Stretch);
-  header.resizeSection(
-      kTime, QFontMetrics(VLStyle::timeFont(table.font())).horizontalAdvance("00:00:00:00") +
-                 2 * VLStyle::kEdge);
+  table.setStretchColumn(kName);
+  const QFontMetrics metrics(VLStyle::timeFont(table.font()));
+  table.setColumnWidth(kTime, metrics.horizontalAdvance("00:00:00:00") + 2 * VLStyle::kEdge);
   QObject::connect(table.selectionModel(), &QItemSelectionModel::selectionChanged, mModel, [this] {
     if (!mIsFollowing) {
       mPerform([this] { selectionDidChange(); });
@@ -115,9 +111,8 @@ void VLMarkersPane::selectionDidChange() {
   if (controller == nullptr) {
     return;
   }
-  const QItemSelectionModel& model = *markerTable.selectionModel();
   std::set<std::size_t> indexes;
-  for (const QModelIndex& row : model.selectedRows()) {
+  for (const QModelIndex& row : markerTable.selectedRows()) {
     indexes.insert(static_cast<std::size_t>(row.row()));
   }
   {

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QColor>
 #include <QFont>
 #include <QIcon>
 #include <QString>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -58,6 +61,21 @@ class VLTableModel final : public VLRowsModel<Object> {
   void show(const Rows& rows) {
     this->setRows(rows);
     this->rowsDidChange();
+  }
+
+  /// The places in `objects` of those that these rows show.
+  std::set<std::size_t> placesOf(const QModelIndexList& rows, const Rows& objects) const {
+    std::set<std::shared_ptr<Object>> wanted;
+    for (const QModelIndex& each : rows) {
+      wanted.insert(this->at(each));
+    }
+    std::set<std::size_t> places;
+    for (std::size_t i = 0; i < objects.size(); ++i) {
+      if (wanted.contains(objects[i])) {
+        places.insert(i);
+      }
+    }
+    return places;
   }
 
   int columnCount(const QModelIndex& parent = {}) const override {

@@ -8,9 +8,15 @@
 
 #include "Velor/views/VLEventModifiers.h"
 #include "Velor/views/VLStyle.h"
+#include "Velor/views/VLSwitchDelegate.h"
 #include "Velor/views/VLTextDelegate.h"
 
 namespace velor {
+namespace {
+
+constexpr int kSwitchWidth = 44;
+
+}  // namespace
 
 VLTableView::VLTableView(QWidget* parent) : QTableView(parent) {
   setItemDelegate(new VLTextDelegate(this));
@@ -34,6 +40,17 @@ VLTableView::VLTableView(QWidget* parent) : QTableView(parent) {
 void VLTableView::setEmptyText(const QString& text) {
   mEmptyText = text;
   viewport()->update();
+}
+
+void VLTableView::setSwitchColumn(int column) {
+  setItemDelegateForColumn(column, new VLSwitchDelegate(this));
+  horizontalHeader()->setMinimumSectionSize(VLStyle::kControlHeight);
+  setColumnWidth(column, kSwitchWidth);
+}
+
+void VLTableView::setStretchColumn(int column) {
+  horizontalHeader()->setStretchLastSection(false);
+  horizontalHeader()->setSectionResizeMode(column, QHeaderView::Stretch);
 }
 
 bool VLTableView::viewportEvent(QEvent* event) {

@@ -16,6 +16,12 @@ class VLTableView final : public QTableView {
   explicit VLTableView(QWidget* parent = nullptr);
 
   void setEmptyText(const QString& text);
+  /// For a model with switches in this column.
+  void setSwitchColumn(int column);
+  /// The column that takes what the others leave.
+  void setStretchColumn(int column);
+  /// One index for each.
+  QModelIndexList selectedRows() const { return selectionModel()->selectedRows(); }
 
  protected:
   bool viewportEvent(QEvent* event) override;

@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <QComboBox>
+#include <QDesktopServices>
 #include <QDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QTextBrowser>
+#include <QUrl>
 
 #include "Kv-Appkit/KVException.h"
 #include "Velor/views/VLSplitView.h"
@@ -257,6 +260,20 @@ TEST_F(VLMainWindowTest, TheCounterGrowsByStepsAndStaysWithinThem) {
     scales.push_back(mMain->timecodeView().scale());
   }
   EXPECT_EQ(scales, (std::vector<double>{1.5, 2, 3, 3, 2}));
+}
+
+TEST_F(VLMainWindowTest, FeedbackOpensItsPageOrNamesItWhereThereIsNoBrowser) {
+  QTextBrowser browser;
+  QDesktopServices::setUrlHandler("https", &browser, "setSource");
+  action("openFeedbackAndSupportWindow").trigger();
+  EXPECT_EQ(browser.source(), QUrl("https://velor.invalid/feedback?app=velor"));
+  QDesktopServices::unsetUrlHandler("https");
+  EXPECT_EQ(sheet(), nullptr);
+  action("openFeedbackAndSupportWindow").trigger();  // this platform has none
+  settle();
+  ASSERT_NE(sheet(), nullptr);
+  EXPECT_EQ(texts()[2],
+            "no browser can be opened; the page is https://velor.invalid/feedback?app=velor");
 }
 
 }  // namespace

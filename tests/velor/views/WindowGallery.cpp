@@ -10,6 +10,9 @@
 #include <fstream>
 
 #include "Velor/devices/VLLTCReaderDevice.h"
+#include "Velor/osc/VLOSCClientDispatcher.h"
+#include "Velor/osc/VLUserDefinedOSCClient.h"
+#include "Velor/views/VLOSCSetupWindowController.h"
 #include "platform/host/Log.h"
 #include "tests/velor/views/WindowFixture.h"
 
@@ -31,6 +34,7 @@ class Gallery final : public WindowFixture {
       save(*mMain, "stopped");
       savePicturesOfARun();
       saveMenus();
+      saveOSCSetup();
       saveSheets();
       saveDevices();
       close();
@@ -196,6 +200,47 @@ class Gallery final : public WindowFixture {
     manager().removeDevicesAtIndexes({0, 1, 2});
     settle();
     save(list, "devices-empty");
+  }
+  void saveOSCSetup() {
+    app().showOSCSetup();
+    settle();
+    VLOSCSetupWindowController* window = nullptr;
+    for (QWidget* each : QApplication::topLevelWidgets()) {
+      auto* found = dynamic_cast<VLOSCSetupWindowController*>(each);
+      window = found != nullptr ? found : window;
+    }
+    save(*window, "osc-empty");
+    window->changeServerStatus();
+    VLOSCServer& server = app().server();
+    for (const char* host : {"192.168.2.31", "192.168.2.40", "fe80::42:c0ff:fea8:202"}) {
+      server.addHostFilterObject(VLOSCHostFilterEntry::initWithAddress(
+          host, std::weak_ptr<VLOSCHostFilterEntryDelegate>()));
+    }
+    server.objectInHostFilterAtIndex(0)->setEnabled(true);
+    window->addClientEntry();
+    const auto desk = VLOSCClient::initWithUdpHost("10.0.0.7", 9100);
+    desk->setServiceName("Lighting desk with quite a long name");
+    auto& targets = VLOSCClientDispatcher::sharedDispatcher();
+    targets.addClient(desk);
+    targets.addClient(VLUserDefinedOSCClient::initWithUdpHost("desk.show", 9000));
+    targets.clients().front()->setEnabled(false);
+    settle();
+    window->findChild<QWidget*>("clientsTableView")->setFocus(Qt::TabFocusReason);
+    settle();
+    save(*window, "osc");
+    window->resize(window->minimumSizeHint());
+    settle();
+    save(*window, "osc-narrow");
+    window->changeServerStatus();
+    mNetwork.failNext(SimulatedUDPNetwork::Call::bind, EADDRINUSE);
+    window->changeServerStatus();
+    settle();
+    if (QDialog* sheet = window->sheets().current()) {
+      save(*sheet, "osc-refused");
+      sheet->accept();
+    }
+    window->close();
+    settle();
   }
   void save(QWidget& widget, const char* name) {
     widget.grab().save(mFolderOfPictures.filePath(QString("%1-%2.png").arg(name, mTheme)));
