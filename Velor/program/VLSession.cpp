@@ -403,7 +403,7 @@ void VLSession::follow() {
   showReader();
 }
 
-// Channels that a device gains are not announced.
+// Until it is there: the port, the device or the channel.
 void VLSession::lookForMissing() {
   if (mDevices->missing().empty()) {
     return;

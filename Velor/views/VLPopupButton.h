@@ -3,6 +3,7 @@
 
 #include <QComboBox>
 #include <QString>
+#include <QWheelEvent>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -29,6 +30,8 @@ class VLPopupButton final : public QComboBox {
   bool event(QEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
+  // A wheel that turns over it by chance must not choose another device or format.
+  void wheelEvent(QWheelEvent* event) override { event->ignore(); }
 
  private:
   QString shownText() const;

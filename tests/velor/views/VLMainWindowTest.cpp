@@ -104,6 +104,10 @@ TEST_F(VLMainWindowTest, ReturnPressesTheFocusedControlAndControlGoesWithItsEven
 
   auto& popup = child<QComboBox>("formatPopupButton");
   popup.setFocus();
+  QWheelEvent turn(QPointF(5, 5), popup.mapToGlobal(QPointF(5, 5)), {}, {0, -120}, {}, {},
+                   Qt::NoScrollPhase, false);
+  QApplication::sendEvent(&popup, &turn);
+  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType25);
   press(popup, Qt::Key_Return);
   EXPECT_NE(QApplication::activePopupWidget(), nullptr);
   popup.hidePopup();
