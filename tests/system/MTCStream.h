@@ -73,7 +73,7 @@ std::uint64_t sendStream(JackPeer& peer, int port, const WireFormat& format, Lab
 
 double quantile(std::vector<double> values, double part);
 
-/// The length of a run: the 20 s of the suite, or VELOR_SOAK_SECONDS.
+/// The length of a run: the 8 s of the suite, or VELOR_SOAK_SECONDS.
 double soakSeconds();
 
 }  // namespace velor::test
