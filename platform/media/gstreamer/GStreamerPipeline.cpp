@@ -279,7 +279,11 @@ void GStreamerPipeline::showSample(GstSample& sample) {
   frame->data = static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(mapped.get(), 0));
   frame->pixelAspect = static_cast<double>(info.par_n) / std::max(info.par_d, 1);
   frame->owner = std::move(mapped);
-  mEvents.frameArrived(std::move(frame), lateFrames());
+  // A seek makes the sink count from 0.
+  const std::uint64_t late = lateFrames();
+  mLate += late >= mLateBefore ? late - mLateBefore : late;
+  mLateBefore = late;
+  mEvents.frameArrived(std::move(frame), mLate);
 }
 
 GstFlowReturn GStreamerPipeline::takeAudio(GstAppSink* sink, gpointer self) {

@@ -109,6 +109,8 @@ class GStreamerPipeline {
   // One of GStreamer's threads uses it at a time.
   std::shared_ptr<SoundRing> mRing;
   std::vector<std::vector<float>> mBlock;
+  std::uint64_t mLate = 0;        // frames so far
+  std::uint64_t mLateBefore = 0;  // of the sink, at the frame before
 
   // The queue's.
   ClipContents mContents;
