@@ -75,7 +75,7 @@ class VLAppDelegate final : public KVObservable,
 
   /// Until the settings of OSC, which are read in the background, have been taken over.
   void waitForSettings();
-  const VLUserSettings& settings() const { return mSettings; }
+  VLUserSettings& settings() noexcept { return mSettings; }
 
   VLClock& clock() const noexcept { return mClock; }
   VLOSCServer& server() const noexcept { return VLOSCServer::sharedServer(); }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Velor/app/VLOfferedFormats.h"
 #include "Velor/app/VLOnMain.h"
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "kvtimecode/SMPTEString.h"
@@ -14,11 +15,6 @@ namespace velor {
 namespace {
 
 using Image = VLMainWindowOutlet::Image;
-
-// In the order of the menus. 23.98 is for decoding alone.
-constexpr std::array<std::uint32_t, 6> kOfferedFormats{kSMPTETimeType24,   kSMPTETimeType25,
-                                                       kSMPTETimeType2997, kSMPTETimeType2997Drop,
-                                                       kSMPTETimeType30,   kSMPTETimeType30Drop};
 
 constexpr Image kArmedImage{"clockTemplate", Image::Tint::blue};
 constexpr Image kDisarmedImage{"clockTemplate", Image::Tint::none};
@@ -62,11 +58,11 @@ void VLClockDisplay::bindTimes() {
 }
 
 void VLClockDisplay::bindFormat() {
-  std::array<std::string, kOfferedFormats.size()> titles;
+  std::array<std::string, kVLOfferedFormats.size()> titles;
   std::vector<VLChoice> formats;
   for (std::size_t i = 0; i < titles.size(); ++i) {
-    titles[i] = stringFromSMPTEFormat(kOfferedFormats[i]);
-    formats.push_back({titles[i], kOfferedFormats[i]});
+    titles[i] = stringFromSMPTEFormat(kVLOfferedFormats[i]);
+    formats.push_back({titles[i], kVLOfferedFormats[i]});
   }
   mWindow.setFormats(formats, [&clock = mClock](std::uint64_t tag) {
     clock.setSmpteFormat(static_cast<std::uint32_t>(tag));

@@ -4,10 +4,12 @@
 #include <algorithm>
 
 #include "Velor/app/VLAppDelegate.h"
+#include "Velor/app/VLOfferedFormats.h"
 #include "Velor/clock/VLClockStatus.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "Velor/devices/VLTimecodeDestinationDevice.h"
 #include "kva/MIDI/KVMIDICore.h"
+#include "kvtimecode/SMPTEString.h"
 
 namespace velor {
 namespace {
@@ -54,6 +56,24 @@ VLMenus::Items VLMenus::currentDevicesMenu(const ShowDevice& show) const {
                          show(chosen);
                        }
                      }});
+  }
+  return items;
+}
+
+VLMenus::Items VLMenus::clockmenuFormatMenu() const {
+  Items items;
+  for (const std::uint32_t format : kVLOfferedFormats) {
+    items.push_back({stringFromSMPTEFormat(format), format == mApp.clock().smpteFormat(), "",
+                     [this, format] { changeTimecodeFormatFromMenu(format); }});
+  }
+  return items;
+}
+
+VLMenus::Items VLMenus::playbackModeMenu() const {
+  Items items;
+  for (const VLPlayModeTitle& mode : kVLPlayModes) {
+    items.push_back({std::string(mode.title), mode.playMode == mApp.clock().playMode(), "",
+                     [this, tag = mode.playMode] { changePlaybackMode(tag); }});
   }
   return items;
 }

@@ -37,6 +37,8 @@ class VLMenus {
   Items syncSourceMenu() const;
   Items mtcDestinationsMenu() const;
   Items currentDevicesMenu(const ShowDevice& show) const;
+  Items clockmenuFormatMenu() const;
+  Items playbackModeMenu() const;
 
   // The two items of the clock's menu that have a state.
   bool isArmed() const;

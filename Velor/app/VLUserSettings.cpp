@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/app/VLUserSettings.h"
 
+#include <algorithm>
 #include <array>
 #include <memory>
 #include <optional>
@@ -22,13 +23,17 @@ constexpr std::string_view kServerKey = "osc.server.settings";
 constexpr std::string_view kClientsKey = "osc.client.settings";
 constexpr std::string_view kLoopCheckKey = "mtcLoopCheck.disable";
 
-constexpr std::array<store::KeyedClass, 1> kClasses{store::KeyedClass::of<VLOSCServerSettings>()};
+constexpr std::string_view kWindowPlacesKey = "windows.places";
+
+constexpr std::array<store::KeyedClass, 2> kClasses{store::KeyedClass::of<VLOSCServerSettings>(),
+                                                    store::KeyedClass::of<VLWindowPlace>()};
 
 // The contents of the file.
 struct Stored {
   std::shared_ptr<VLOSCServerSettings> server;
   std::optional<std::string> clients;
   bool disablesLoopCheck = false;
+  std::vector<std::shared_ptr<VLWindowPlace>> windowPlaces;
   store::KeyedRemainder remainder;
 };
 
@@ -46,6 +51,9 @@ void VLUserSettings::load(host::Queue& background, std::function<void(const Erro
       stored.server = coder.decodeObject<VLOSCServerSettings>(kServerKey);
       stored.clients = coder.decodeString(kClientsKey);
       stored.disablesLoopCheck = coder.decodeBool(kLoopCheckKey).value_or(false);
+      stored.windowPlaces = coder.decodeArray<VLWindowPlace>(kWindowPlacesKey)
+                                .value_or(decltype(stored.windowPlaces)());
+      std::erase(stored.windowPlaces, nullptr);
       stored.remainder = coder.remainder();
     });
   }
@@ -55,6 +63,7 @@ void VLUserSettings::load(host::Queue& background, std::function<void(const Erro
   }
   mRemainder = stored.remainder;
   mServerSettings = stored.server;
+  mWindowPlaces = stored.windowPlaces;
   mDisablesMTCLoopCheck.store(stored.disablesLoopCheck);
   // The first call of these is the main thread's.
   VLOSCServer& server = VLOSCServer::sharedServer();
@@ -105,6 +114,18 @@ bool VLUserSettings::save() const {
   return written.has_value();
 }
 
+const std::vector<std::uint8_t>& VLUserSettings::windowPlace(const std::string& name) const {
+  static const std::vector<std::uint8_t> kNone;
+  const auto found =
+      std::ranges::find(mWindowPlaces, name, [](const auto& each) { return each->name(); });
+  return found == mWindowPlaces.end() ? kNone : (*found)->place();
+}
+
+void VLUserSettings::setWindowPlace(const std::string& name, std::vector<std::uint8_t> place) {
+  std::erase_if(mWindowPlaces, [&name](const auto& each) { return each->name() == name; });
+  mWindowPlaces.push_back(std::make_shared<VLWindowPlace>(name, std::move(place)));
+}
+
 void VLUserSettings::encode(store::KeyedArchiver& coder) const {
   const auto server = VLOSCServer::sharedServer().settingsDictionary();
   if (!server) {
@@ -122,6 +143,7 @@ void VLUserSettings::encode(store::KeyedArchiver& coder) const {
   }
   coder.encodeString(*clients, kClientsKey);
   coder.encodeBool(mDisablesMTCLoopCheck.load(), kLoopCheckKey);
+  coder.encodeArray(mWindowPlaces, kWindowPlacesKey);
   coder.encodeRemainder(mRemainder);
 }
 

@@ -7,7 +7,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "Velor/app/VLWindowPlace.h"
 #include "Velor/osc/VLOSCServerSettings.h"
 #include "platform/host/Error.h"
 #include "platform/host/Queue.h"
@@ -17,8 +19,8 @@
 
 namespace velor {
 
-/// The settings that outlive a run and belong to no document: the OSC hosts and targets, and
-/// whether the clock checks for MTC loops. Queue: main.
+/// The settings that outlive a run and belong to no document: the OSC hosts and targets,
+/// whether the clock checks for MTC loops, and the places of windows. Queue: main.
 class VLUserSettings {
  public:
   explicit VLUserSettings(store::ApplicationFolders folders);
@@ -35,6 +37,10 @@ class VLUserSettings {
   bool disablesMTCLoopCheck() const noexcept { return mDisablesMTCLoopCheck.load(); }
   void setDisablesMTCLoopCheck(bool disables) noexcept { mDisablesMTCLoopCheck.store(disables); }
 
+  /// As it was set last, in this run or an earlier one; empty: never.
+  const std::vector<std::uint8_t>& windowPlace(const std::string& name) const;
+  void setWindowPlace(const std::string& name, std::vector<std::uint8_t> place);
+
  private:
   void encode(store::KeyedArchiver& coder) const;
 
@@ -43,6 +49,7 @@ class VLUserSettings {
   // Both for the keys of a later version.
   std::shared_ptr<const VLOSCServerSettings> mServerSettings;
   store::KeyedRemainder mRemainder;
+  std::vector<std::shared_ptr<VLWindowPlace>> mWindowPlaces;
   std::atomic<bool> mDisablesMTCLoopCheck{false};
   std::atomic<std::uint16_t> mRefusedOSCPort{0};
 };

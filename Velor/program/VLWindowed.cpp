@@ -40,7 +40,7 @@ class WindowedFrontEnd final : public VLFrontEnd {
   void willLaunch(const std::shared_ptr<VLAppDelegate>& app) override {
     mWindow->setController(app);
   }
-  void didLaunch() override { mWindow->followStatus(); }
+  void didLaunch() override { mWindow->didLaunch(); }
   // The log has it too, and the status row shows the last warning of the log.
   void showNotice(const std::string& /*notice*/) override {}
   void begin() override {
@@ -50,6 +50,7 @@ class WindowedFrontEnd final : public VLFrontEnd {
   // The window has asked before it ends the loop; a signal ends it without a question.
   void run(VLAppDelegate& /*app*/) override {
     qt::EventLoop(host::current().mainQueue()).run();
+    mWindow->savePlaces();
     for (QWidget* each : QApplication::topLevelWidgets()) {
       each->hide();
     }

@@ -3,16 +3,21 @@
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QDir>
+#include <QKeyEvent>
 #include <QMenuBar>
+#include <QStandardPaths>
 #include <QUrl>
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <iterator>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "Velor/app/VLAppDelegate.h"
+#include "Velor/app/VLMediaWindows.h"
 #include "Velor/views/VLMainWindow.h"
 #include "Velor/views/VLTimecodeView.h"
 
@@ -32,7 +37,48 @@ QString titleOf(const std::string& name) {
 // Of the control that has the focus, if it can.
 bool canInvoke(const char* slot) {
   const QWidget* focus = QApplication::focusWidget();
-  return focus != nullptr && focus->metaObject()->indexOfMethod(slot) >= 0;
+  return focus != nullptr &&
+         focus->metaObject()->indexOfMethod((std::string(slot) + "()").c_str()) >= 0;
+}
+
+void invokeIfAble(const char* slot) {
+  if (canInvoke(slot)) {
+    QMetaObject::invokeMethod(QApplication::focusWidget(), slot);
+  }
+}
+
+// Whether the control that has the focus edits a text, whose key it then is.
+bool isDeleteOfText() {
+  QKeyEvent key(QEvent::ShortcutOverride, Qt::Key_Delete, Qt::NoModifier);
+  key.ignore();
+  QWidget* focus = QApplication::focusWidget();
+  return focus != nullptr && QApplication::sendEvent(focus, &key) && key.isAccepted();
+}
+
+void deleteSelected(VLAppDelegate& app) {
+  if (isDeleteOfText()) {
+    QKeyEvent key(QEvent::KeyPress, Qt::Key_Delete, Qt::NoModifier);
+    QApplication::sendEvent(QApplication::focusWidget(), &key);
+  } else {
+    app.deleteMarkers();
+  }
+}
+
+// Of the installed program, or of the tree in which it was built; empty: neither is there.
+QString manualPage() {
+  const QString page = "manual/windows.md";
+  const QString installed =
+      QStandardPaths::locate(QStandardPaths::GenericDataLocation, "doc/velor/" + page);
+  if (!installed.isEmpty()) {
+    return installed;
+  }
+  QDir folder(QCoreApplication::applicationDirPath());
+  do {
+    if (folder.exists("docs/" + page)) {
+      return folder.filePath("docs/" + page);
+    }
+  } while (folder.cdUp());
+  return {};
 }
 
 }  // namespace
@@ -42,6 +88,9 @@ VLMainMenu::VLMainMenu(VLMainWindow& window) : QObject(&window), mWindow(window)
   fillEdit(addMenu(nullptr, tr("&Edit"), "editMenu"));
   fillClock(addMenu(nullptr, tr("&Clock"), "clockMenu"));
   fillDevices(addMenu(nullptr, tr("&Devices"), "devicesMenu"));
+  if (VLMediaWindows::canHaveMediaPlaybackFeature()) {
+    fillPlayback(addMenu(nullptr, tr("&Playback"), "playbackMenu"));
+  }
   fillView(addMenu(nullptr, tr("&View"), "viewMenu"));
   fillWindow(addMenu(nullptr, tr("&Window"), "windowMenu"));
   fillHelp(addMenu(nullptr, tr("&Help"), "helpMenu"));
@@ -86,14 +135,11 @@ void VLMainMenu::fillEdit(QMenu& menu) {
   mRedo = add(menu, "redo", tr("&Redo"), Qt::CTRL | Qt::SHIFT | Qt::Key_Z,
               [](VLAppDelegate& app) { app.undoManager().redo(); });
   menu.addSeparator();
-  mCopy = add(menu, "copy", tr("&Copy"), QKeySequence::Copy, [](VLAppDelegate&) {
-    QMetaObject::invokeMethod(QApplication::focusWidget(), "copy");
-  });
-  mPaste = add(menu, "paste", tr("&Paste"), QKeySequence::Paste, [](VLAppDelegate&) {
-    QMetaObject::invokeMethod(QApplication::focusWidget(), "paste");
-  });
-  mDelete = add(menu, "delete", tr("&Delete"), Qt::Key_Delete,
-                [](VLAppDelegate& app) { app.deleteMarkers(); });
+  mCopy = add(menu, "copy", tr("&Copy"), QKeySequence::Copy,
+              [](VLAppDelegate&) { invokeIfAble("copy"); });
+  mPaste = add(menu, "paste", tr("&Paste"), QKeySequence::Paste,
+               [](VLAppDelegate&) { invokeIfAble("paste"); });
+  mDelete = add(menu, "delete", tr("&Delete"), Qt::Key_Delete, &deleteSelected);
   // The table is where the user sees what goes.
   mDelete->setShortcutContext(Qt::WidgetWithChildrenShortcut);
   for (QAction* each : {mUndo, mRedo, mCopy, mPaste}) {
@@ -173,6 +219,11 @@ void VLMainMenu::fillDevices(QMenu& menu) {
           [this, &windows] { currentDevicesMenuNeedsUpdate(windows); });
 }
 
+void VLMainMenu::fillPlayback(QMenu& menu) {
+  add(menu, "newPlaybackWindow", tr("&Playback Window"), Qt::CTRL | Qt::Key_P,
+      [](VLAppDelegate& app) { app.newPlaybackWindow(); });
+}
+
 void VLMainMenu::fillView(QMenu& menu) {
   QAction* larger = add(menu, "larger", tr("&Larger"), Qt::CTRL | Qt::Key_Plus,
                         [this](VLAppDelegate&) { stepScale(1); });
@@ -198,6 +249,10 @@ void VLMainMenu::fillWindow(QMenu& menu) {
 }
 
 void VLMainMenu::fillHelp(QMenu& menu) {
+  add(menu, "openManual", tr("&Manual"), QKeySequence::HelpContents, [](VLAppDelegate&) {
+    const QString page = manualPage();
+    QDesktopServices::openUrl(page.isEmpty() ? QUrl(kManualAddress) : QUrl::fromLocalFile(page));
+  });
   add(menu, "openFeedbackAndSupportWindow", tr("&Feedback and Support"), {},
       [this](VLAppDelegate&) { openFeedbackAndSupportWindow(); });
 }
@@ -223,9 +278,9 @@ void VLMainMenu::undoDidChange() {
 
 void VLMainMenu::editMenuNeedsUpdate() {
   mWindow.performOnController([this](VLAppDelegate& app) {
-    mCopy->setEnabled(canInvoke("copy()"));
-    mPaste->setEnabled(canInvoke("paste()"));
-    mDelete->setEnabled(!app.markers().controller().selectionIndexes().empty());
+    mCopy->setEnabled(canInvoke("copy"));
+    mPaste->setEnabled(canInvoke("paste"));
+    mDelete->setEnabled(isDeleteOfText() || !app.markers().controller().selectionIndexes().empty());
   });
 }
 
@@ -287,14 +342,20 @@ void VLMainMenu::addItems(QMenu& menu, const VLMenus::Items& items, Marks marks)
 }
 
 void VLMainMenu::clockmenuFormatMenuNeedsUpdate(QMenu& menu) {
-  mWindow.performOnController([this, &menu](VLAppDelegate& app) {
-    mWindow.fillWithChoices(menu, mWindow.formats(), app.clock().smpteFormat());
+  mWindow.performOnController([this, &menu](VLAppDelegate&) {
+    menu.clear();
+    addItems(menu, mMenus->clockmenuFormatMenu());
   });
 }
 
 void VLMainMenu::playbackModeMenuNeedsUpdate(QMenu& menu) {
-  mWindow.performOnController([this, &menu](VLAppDelegate& app) {
-    mWindow.fillWithChoices(menu, mWindow.playModes(), app.clock().playMode());
+  mWindow.performOnController([this, &menu](VLAppDelegate&) {
+    VLMenus::Items items = mMenus->playbackModeMenu();
+    for (VLMenuItem& each : items) {
+      each.title = VLMainWindow::tr(each.title.c_str()).toStdString();
+    }
+    menu.clear();
+    addItems(menu, items);
   });
 }
 

@@ -21,6 +21,8 @@ class VLMainMenu final : public QObject {
 
  public:
   static constexpr const char* kFeedbackAddress = "https://velor.invalid/feedback?app=velor";
+  /// Where no pages of the manual are installed.
+  static constexpr const char* kManualAddress = "https://velor.invalid/manual";
   static constexpr int kPrerollTag = 1010;
   static constexpr int kArmTag = 1011;
 
@@ -46,6 +48,7 @@ class VLMainMenu final : public QObject {
   void fillClock(QMenu& menu);
   void fillMarkerItems(QMenu& menu);
   void fillDevices(QMenu& menu);
+  void fillPlayback(QMenu& menu);
   void fillView(QMenu& menu);
   void stepScale(int step);
   void fillWindow(QMenu& menu);

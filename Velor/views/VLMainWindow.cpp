@@ -13,6 +13,7 @@
 #include "Velor/views/VLEventModifiers.h"
 #include "Velor/views/VLIcons.h"
 #include "Velor/views/VLMainMenu.h"
+#include "Velor/views/VLMainWindowPlaces.h"
 #include "Velor/views/VLOSCSetupWindowController.h"
 #include "Velor/views/VLSegmentedControl.h"
 #include "Velor/views/VLStyle.h"
@@ -127,6 +128,7 @@ void VLMainWindow::setUpMarkers() {
 
 void VLMainWindow::setController(const std::shared_ptr<VLAppDelegate>& controller) {
   mController = controller;
+  mFrames.setController(controller);
   mMenu->setController(*controller);
   mMarkers.setController(controller);
   mDestinations.follow();
@@ -136,7 +138,8 @@ void VLMainWindow::setController(const std::shared_ptr<VLAppDelegate>& controlle
   followClock(*controller);
 }
 
-void VLMainWindow::followStatus() {
+void VLMainWindow::didLaunch() {
+  VLMainWindowPlaces(*this, *mTimecodeView).restore(mFrames);
   mForm->statusRow->follow(mController.lock(), [this] {
     performOnController([this](VLAppDelegate& app) {
       if (const auto recovered = app.documents().recover(); !recovered) {
@@ -144,6 +147,13 @@ void VLMainWindow::followStatus() {
       }
     });
   });
+}
+
+void VLMainWindow::savePlaces() {
+  VLMainWindowPlaces(*this, *mTimecodeView).save(mFrames);
+  if (const auto bigWindow = mBigWindow.lock()) {
+    mFrames.saveFrame(bigWindow->window().objectName(), bigWindow->window().saveGeometry());
+  }
 }
 
 void VLMainWindow::followClock(VLAppDelegate& controller) {
@@ -282,23 +292,15 @@ void VLMainWindow::setSelectedFormat(std::uint32_t format) {
   }
 }
 
-void VLMainWindow::fillWithChoices(QMenu& menu, const Choices& choices, std::uint64_t current) {
-  menu.clear();
-  for (const Choices::Choice& each : choices.rows) {
-    QAction* item = menu.addAction(each.title);
-    item->setCheckable(true);
-    item->setChecked(each.tag == current);
-    connect(item, &QAction::triggered, this,
-            [this, &choices, tag = each.tag] { mSheets.perform([&] { choices.chosen(tag); }); });
-  }
-}
-
 void VLMainWindow::setNeedsDisplay() {
   centralWidget()->update();
 }
 
 std::shared_ptr<VLBigTimecodeOutlet> VLMainWindow::makeBigTimecodeWindow() {
-  return std::make_shared<VLBigTimecodeWindowController>();
+  const auto bigWindow = std::make_shared<VLBigTimecodeWindowController>();
+  bigWindow->window().restoreGeometry(mFrames.frame(bigWindow->window().objectName()));
+  mBigWindow = bigWindow;
+  return bigWindow;
 }
 
 void VLMainWindow::showOSCSetup() {

@@ -19,6 +19,7 @@
 #include "Velor/views/VLFilePanels.h"
 #include "Velor/views/VLMarkersPane.h"
 #include "Velor/views/VLPlayRateSheet.h"
+#include "Velor/views/VLSavedWindowFrames.h"
 #include "Velor/views/VLSheets.h"
 #include "platform/host/WeakSelf.h"
 
@@ -31,6 +32,7 @@ class QMenu;
 namespace velor {
 
 class VLAppDelegate;
+class VLBigTimecodeWindowController;
 class VLButton;
 class VLMainMenu;
 class VLOSCSetupWindowController;
@@ -58,9 +60,14 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
 
   /// Before the launch is finished; held weakly. Actions do nothing without it.
   void setController(const std::shared_ptr<VLAppDelegate>& controller);
-  /// Shows the state of the system, and the warnings of the log from now on: those of the
-  /// launch would greet who starts the program for the first time.
-  void followStatus();
+  /// Arranges the window as the user left it. Shows the state of the system, and the warnings
+  /// of the log from now on: those of the launch would greet who starts the program for the
+  /// first time.
+  void didLaunch();
+  /// For the next run, before the settings are saved.
+  void savePlaces();
+  /// Those of all windows.
+  VLWindowFrames& windowFrames() { return mFrames; }
 
   /// Answers questions in place of the user; none: the user is asked.
   using AnswerTo = std::function<std::optional<bool>(const VLAlert& alert)>;
@@ -72,10 +79,6 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   /// front.
   void quit();
 
-  const Choices& playModes() const { return mPlayModes; }
-  const Choices& formats() const { return mFormats; }
-  /// Anew, with a mark at the current one.
-  void fillWithChoices(QMenu& menu, const Choices& choices, std::uint64_t current);
   VLTimecodeView& timecodeView() { return *mTimecodeView; }
   VLSheets& sheets() { return mSheets; }
   VLDeviceWindows& deviceWindows() { return mDeviceWindows; }
@@ -122,6 +125,8 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   const std::unique_ptr<Ui::VLMainWindow> mForm;
   VLTimecodeView* const mTimecodeView;  // a child
   std::weak_ptr<VLAppDelegate> mController;
+  VLSavedWindowFrames mFrames;
+  std::weak_ptr<VLBigTimecodeWindowController> mBigWindow;
   VLSheets mSheets;
   VLFilePanels mPanels;
   VLMarkersPane mMarkers;

@@ -48,9 +48,6 @@ SMPTETime VLTimecodeTextView::smpteTime() const {
 
 void VLTimecodeTextView::setSmpteTime(SMPTETime time) {
   ltc_normalize(time);
-  if (!mIsEditable) {
-    return;
-  }
   if (mTypeProvider != nullptr) {
     mTypeProvider->setSmpteTime(time);
   }
@@ -131,7 +128,7 @@ void VLTimecodeTextView::keyPressEvent(QKeyEvent* event) {
     copy();
   } else if (event->matches(QKeySequence::Paste)) {
     paste();
-  } else if (mIsEditable) {
+  } else {
     const bool isBacktab =
         event->key() == Qt::Key_Tab && (event->modifiers() & Qt::ShiftModifier) != 0;
     const QString typed = event->text();

@@ -24,7 +24,6 @@ class VLTimecodeTextView final : public QWidget {
 
   /// Must outlive its use here, or be replaced.
   void setTypeProvider(VLTimecodeTypeProvider* provider) { mTypeProvider = provider; }
-  void setEditable(bool editable) { mIsEditable = editable; }
   /// Where the text begins, in this view.
   void setTextOrigin(QPointF origin);
 
@@ -52,6 +51,7 @@ class VLTimecodeTextView final : public QWidget {
   QRectF frameOfCharacter(qsizetype index) const;
   qsizetype indexOfCharacterAt(QPointF place) const;
 
+ public slots:
   void copy() const;
   void paste();
 
@@ -76,7 +76,6 @@ class VLTimecodeTextView final : public QWidget {
   void prepareGlyphs() const;
 
   VLTimecodeTypeProvider* mTypeProvider = nullptr;
-  bool mIsEditable = true;
   QString mText;
   QPointF mOrigin;
   qsizetype mSelectionStart = -1;

@@ -94,10 +94,6 @@ Expected<fs::path> ApplicationFolders::createConfig() const {
   return create(mConfig);
 }
 
-Expected<fs::path> ApplicationFolders::createState() const {
-  return create(mState);
-}
-
 std::string ApplicationFolders::missing() const {
   struct Row {
     const fs::path& folder;

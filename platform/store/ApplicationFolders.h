@@ -31,8 +31,6 @@ class ApplicationFolders {
   Expected<std::filesystem::path> createData() const;
   /// Settings: $XDG_CONFIG_HOME/velor.
   Expected<std::filesystem::path> createConfig() const;
-  /// Files kept between runs that are not documents: $XDG_STATE_HOME/velor.
-  Expected<std::filesystem::path> createState() const;
 
   /// The same, and the log's folder in the state folder, by name only: they need
   /// not exist. Empty when there is no home.

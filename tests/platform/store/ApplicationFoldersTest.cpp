@@ -45,7 +45,7 @@ TEST(ApplicationFolders, WithoutAHomeTheFoldersAreUnknownAndTheVariablesToSetAre
        {Variables{}, Variables{{"HOME", ""}}, Variables{{"HOME", "here"}}}) {
     const auto folders = foldersOf(variables);
     EXPECT_TRUE(folders.logs().empty());
-    EXPECT_NE(folders.createState().error().text.find("HOME"), std::string::npos);
+    EXPECT_NE(folders.createData().error().text.find("HOME"), std::string::npos);
     EXPECT_EQ(folders.missing(),
               "cannot save the state, the settings, the log: no home folder; set HOME, or "
               "XDG_DATA_HOME and XDG_CONFIG_HOME and XDG_STATE_HOME");

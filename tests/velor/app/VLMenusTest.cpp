@@ -47,11 +47,11 @@ TEST_F(VLMenusTest, TheItemsSayWhatIsChosenAndChooseWhatIsStillThere) {
   ASSERT_EQ(shown.size(), 1U);
   EXPECT_EQ(shown[0], device);
 
-  menus.changePlaybackMode(VLPlayModeLoop);
+  menus.playbackModeMenu()[2].action();
   menus.changePlaybackMode(17);
-  EXPECT_EQ(clock().playMode(), VLPlayModeLoop);
-  menus.changeTimecodeFormatFromMenu(kSMPTETimeType30);
-  EXPECT_EQ(clock().smpteFormat(), kSMPTETimeType30);
+  EXPECT_EQ(text(menus.playbackModeMenu()), "Normal, Stop, Loop on, Time of day, ");
+  menus.clockmenuFormatMenu()[4].action();
+  EXPECT_EQ(text(menus.clockmenuFormatMenu()), "24, 25, 29.97, 29.97 Drop, 30 on, 30 Drop, ");
 }
 
 }  // namespace

@@ -6,9 +6,12 @@
 #include <QComboBox>
 #include <QDesktopServices>
 #include <QDialog>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QScreen>
+#include <QSplitter>
 #include <QTextBrowser>
 #include <QUrl>
 
@@ -231,6 +234,46 @@ TEST_F(VLMainWindowTest, TheEditMenuSaysWhatIsUndone) {
   press(*mMain, Qt::Key_Z, Qt::ControlModifier);
   EXPECT_EQ(action("redo").text(), "&Redo insert Marker 1");
   EXPECT_EQ(markers(), std::vector<std::string>{"00:00:10:00 Marker 1"});
+}
+
+TEST_F(VLMainWindowTest, TheEditMenuReachesTheTimeThatIsEdited) {
+  addMarkers({"00:00:10:00"});
+  goTo("00:00:20:00");
+  settle();
+  QTest::mouseClick(&mMain->timecodeView(), Qt::LeftButton, {},
+                    QPoint(mMain->timecodeView().width() / 2, 20));
+  settle();
+  emit child<QMenu>("editMenu").aboutToShow();
+  EXPECT_TRUE(action("copy").isEnabled());
+  action("copy").trigger();
+  action("delete").trigger();
+  EXPECT_EQ(now(), "00:00:00:00");
+  EXPECT_EQ(markers(), std::vector<std::string>{"00:00:10:00 Marker 1"});
+  action("paste").trigger();
+  EXPECT_EQ(now(), "00:00:20:00");
+}
+
+TEST_F(VLMainWindowTest, TheArrangementOutlivesARunAndTheScreenThatItWasMadeFor) {
+  const auto& divider = [this]() -> QSplitter& { return child<QSplitter>("mainSplitView"); };
+  mMain->resize(760, 500);
+  divider().setSizes({200, 530});
+  markerTable().horizontalHeader()->resizeSection(1, 222);
+  action("larger").trigger();
+  settle();
+  const QList<int> sizes = divider().sizes();
+  const int column = markerTable().columnWidth(1);
+  const QSize size = mMain->size();
+  mMain->move(QApplication::primaryScreen()->geometry().bottomRight() + QPoint(300, 300));
+  mMain->savePlaces();
+  ASSERT_TRUE(app().applicationWillTerminate());
+  close();
+  open();
+  EXPECT_EQ(mMain->size(), size);
+  EXPECT_EQ(divider().sizes(), sizes);
+  EXPECT_EQ(markerTable().columnWidth(1), column);
+  EXPECT_EQ(mMain->timecodeView().scale(), 1.5);
+  EXPECT_TRUE(QApplication::primaryScreen()->geometry().contains(mMain->geometry()))
+      << mMain->x() << " " << mMain->y() << " " << mMain->width();
 }
 
 TEST_F(VLMainWindowTest, DestinationsAreSwitchedInTheirRowsAndFollowTheSystem) {

@@ -26,7 +26,7 @@ class WindowFixture : public AppFixture {
         mMain, std::shared_ptr<VLTimecodeViewOutlet>(mMain, &mMain->timecodeView()), folders());
     mMain->setController(mApp);
     mApp->applicationDidFinishLaunching();
-    mMain->followStatus();
+    mMain->didLaunch();
     mMain->show();
     QApplication::setActiveWindow(mMain.get());
     settle();
