@@ -31,10 +31,7 @@ GStreamerPlayer::GStreamerPlayer(PlayerRequest request, PlayerDelegate& delegate
       mDelegate(delegate),
       mFrames([this] { mDelegate.playerHasFrame(*this); }),
       mQueue(std::make_unique<host::Queue>("velor.player")) {
-  mQueue->async([this] {
-    PipelineEvents& events = *this;
-    mPipeline = std::make_unique<GStreamerPipeline>(*mQueue, mRequest, events);
-  });
+  mQueue->async([this] { open(mRequest); });
 }
 
 GStreamerPlayer::~GStreamerPlayer() {
@@ -163,7 +160,14 @@ void GStreamerPlayer::setAudioTap(std::size_t track, std::shared_ptr<AudioTap> t
 
 // --- on the player's queue
 
+void GStreamerPlayer::open(const PlayerRequest& request) {
+  PipelineEvents& events = *this;
+  mPipeline.reset();
+  mPipeline = std::make_unique<GStreamerPipeline>(*mQueue, request, events);
+}
+
 void GStreamerPlayer::clipIsReady(const ClipContents& contents) {
+  mIsOpened = true;
   report([contents](GStreamerPlayer& self) {
     self.mContents = contents;
     self.mEnd = contents.duration;
@@ -173,6 +177,12 @@ void GStreamerPlayer::clipIsReady(const ClipContents& contents) {
 }
 
 void GStreamerPlayer::clipFailed(const std::string& reason) {
+  // A clip without sound is no clip to a pipeline that decodes sound alone; with its video
+  // it has a length and a time.
+  if (!mRequest.wantsVideo && !std::exchange(mIsOpened, true)) {
+    mQueue->async([this] { open({mRequest.path, true}); });
+    return;
+  }
   report([reason](GStreamerPlayer& self) {
     self.mError = "cannot play '" + self.mRequest.path.string() + "': " + reason;
     self.endSeek(false);
@@ -201,8 +211,10 @@ void GStreamerPlayer::clipEnded(std::uint64_t serial) {
 // --- in GStreamer's threads
 
 void GStreamerPlayer::frameArrived(std::shared_ptr<const VideoFrame> frame, std::uint64_t late) {
-  mLateFrames = late;
-  mFrames.put(std::move(frame));
+  if (mRequest.wantsVideo) {
+    mLateFrames = late;
+    mFrames.put(std::move(frame));
+  }
 }
 
 std::shared_ptr<SoundRing> GStreamerPlayer::soundBegins(std::uint32_t channels, double rate) {

@@ -64,6 +64,7 @@ class GStreamerPlayer final : public Player, private PipelineEvents {
   std::shared_ptr<SoundRing> soundBegins(std::uint32_t channels, double rate) override;
   std::shared_ptr<AudioTap> audioTap() override;
 
+  void open(const PlayerRequest& request);
   void follow(const PlayerTimeline& timeline, bool isSeek);
   void store(const PlayerTimeline& timeline);
   void endSeek(bool isDone);
@@ -89,6 +90,7 @@ class GStreamerPlayer final : public Player, private PipelineEvents {
   std::shared_ptr<AudioTap> mTap;
 
   // The queue's. The sound before what plays it.
+  bool mIsOpened = false;  // or being tried with its video
   std::shared_ptr<SoundRing> mRing;
   std::unique_ptr<SoundOutput> mOutput;
   std::unique_ptr<GStreamerPipeline> mPipeline;

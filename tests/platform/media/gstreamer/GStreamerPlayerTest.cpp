@@ -227,6 +227,15 @@ TEST(GStreamerPlayer, OpensOddNamesAndAllNumbersOfChannels) {
     EXPECT_EQ(rig.openFully(folder() / name), PlayerStatus::readyToPlay) << rig.error;
     EXPECT_EQ(rig.player->audioTrackCount(), 0U);
   }
+  {
+    SCOPED_TRACE("nothing to see and nothing to hear, but a time");
+    PlayerRig rig;
+    ASSERT_EQ(rig.openFully(clip("plain.mp4", video), false), PlayerStatus::readyToPlay)
+        << rig.error;
+    rig.player->setRate(1, seconds(0.5), rig.now());
+    EXPECT_TRUE(rig.until(3, [&] { return rig.player->rate() == 0; }));
+    EXPECT_TRUE(rig.shown.empty());
+  }
   for (const int channels : {1, 3, 9, 32}) {
     SCOPED_TRACE(channels);
     PlayerRig rig;
