@@ -13,6 +13,7 @@
 #include "Velor/app/VLAppDelegate.h"
 #include "Velor/app/VLMainWindowOutlet.h"
 #include "Velor/devices/VLDeviceManager.h"
+#include "Velor/media/VLMediaBookmark.h"
 #include "platform/host/Log.h"
 #include "platform/media/MediaService.h"
 
@@ -56,6 +57,10 @@ bool VLMediaWindows::canHaveMediaPlaybackFeature() {
   return media::service() != nullptr && media::service()->missingPackages().empty();
 }
 
+VLAlert VLMediaWindows::unavailable() {
+  return VLAlerts::featureNotAvailable(missingPackages(), systemName());
+}
+
 void VLMediaWindows::show(const Window& window) {
   if (auto outlet = mMainWindow.makeMediaPlaybackWindow(window)) {
     window->setOutlet(std::move(outlet));
@@ -67,11 +72,23 @@ void VLMediaWindows::show(const Window& window) {
 
 void VLMediaWindows::newPlaybackWindow() {
   if (!canHaveMediaPlaybackFeature()) {
-    mMainWindow.presentAlert(VLAlerts::featureNotAvailable(missingPackages(), systemName()),
-                             [](bool /*isDefault*/) {});
+    mMainWindow.presentAlert(unavailable(), [](bool /*isDefault*/) {});
     return;
   }
   show(VLMediaPlaybackWindowController::initWithDelegate(weak_from_this()));
+}
+
+VLMediaWindows::Window VLMediaWindows::open(const std::filesystem::path& clip,
+                                            const SMPTETime& start, bool isSaved) {
+  auto state = std::make_shared<VLMediaPlaybackWindowState>();
+  state->bookmark = VLMediaBookmark::of(clip, {}).data();
+  state->startTime = KVSMPTETime::smpteTimeWithTime(start);
+  auto window = VLMediaPlaybackWindowController::initWithEncodedState(state, {}, weak_from_this());
+  if (!isSaved) {
+    mNotSaved.insert(window.get());
+  }
+  show(window);
+  return window;
 }
 
 // --- documents
@@ -109,7 +126,7 @@ std::vector<VLMediaWindows::State> VLMediaWindows::encodedStates(
     const std::filesystem::path& folder) const {
   std::vector<State> states;
   for (const Window& window : mPlaybackWindows) {
-    if (window->isVisible()) {
+    if (window->isVisible() && !mNotSaved.contains(window.get())) {
       states.push_back(window->encodedState(folder));
     }
   }
@@ -137,6 +154,7 @@ void VLMediaWindows::mediaPlaybackWindowDidChange(VLMediaPlaybackWindowControlle
 
 void VLMediaWindows::mediaPlaybackWindowDidClose(VLMediaPlaybackWindowController& window) {
   const KVAnnouncement announcement(*this, kStates);
+  mNotSaved.erase(&window);
   std::erase_if(mPlaybackWindows, [&window](const Window& open) { return open.get() == &window; });
 }
 

@@ -3,9 +3,11 @@
 
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "Kv-Appkit/KVObservable.h"
+#include "Velor/app/VLAlert.h"
 #include "Velor/media/VLMediaPlaybackWindowController.h"
 #include "Velor/media/VLMediaPlaybackWindowDelegate.h"
 #include "Velor/media/VLMediaPlaybackWindowState.h"
@@ -33,7 +35,12 @@ class VLMediaWindows final : public KVObservable,
   /// Whether clips can be played. The first call can start the library that plays them.
   static bool canHaveMediaPlaybackFeature();
 
+  /// The sheet for when they cannot.
+  static VLAlert unavailable();
+
   void newPlaybackWindow();
+  /// A window with the clip, which starts at the time. It is saved only if `isSaved`.
+  Window open(const std::filesystem::path& clip, const SMPTETime& start, bool isSaved);
   const std::vector<Window>& windows() const noexcept { return mPlaybackWindows; }
 
   // --- documents
@@ -60,6 +67,7 @@ class VLMediaWindows final : public KVObservable,
   VLAppDelegate& mApp;
   VLMainWindowOutlet& mMainWindow;
   std::vector<Window> mPlaybackWindows;
+  std::set<const VLMediaPlaybackWindowController*> mNotSaved;
   std::vector<State> mNotRestored;  // of a document, while the feature is not available
 };
 

@@ -54,7 +54,10 @@ VLMediaPlaybackWindowController::initWithEncodedState(
   controller->mDecoded = std::move(state);
   const auto clip = bookmark.resolve(folder);
   if (!clip) {
-    controller->mError = bookmark.absolute.string() + ": No such file";
+    std::error_code error;
+    const bool isThere = std::filesystem::exists(bookmark.absolute, error);
+    controller->mError = bookmark.absolute.string() +
+                         (isThere ? ": not a regular file" : ": No such file or directory");
     VELOR_LOG_WARNING("the clip of a media window is missing: %s", bookmark.absolute.c_str());
     return controller;
   }

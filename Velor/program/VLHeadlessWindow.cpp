@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "Velor/program/VLHeadlessMediaWindow.h"
 #include "Velor/program/VLStandardError.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
@@ -40,6 +41,11 @@ void VLHeadlessWindow::presentAlert(const VLAlert& alert, VLAlert::Answer answer
 void VLHeadlessWindow::presentError(const std::string& text) {
   VELOR_LOG_ERROR("%s", text.c_str());
   VLStandardError::tell(text);
+}
+
+std::shared_ptr<VLMediaPlaybackWindowOutlet> VLHeadlessWindow::makeMediaPlaybackWindow(
+    const std::shared_ptr<VLMediaPlaybackWindowController>& controller) {
+  return std::make_shared<VLHeadlessMediaWindow>(controller);
 }
 
 void VLHeadlessWindow::replyToApplicationShouldTerminate(bool terminate) {

@@ -23,6 +23,8 @@ class VLHeadlessWindow final : public VLMainWindowOutlet {
   /// The answer comes by the main queue.
   void presentAlert(const VLAlert& alert, VLAlert::Answer answer) override;
   void presentError(const std::string& text) override;
+  std::shared_ptr<VLMediaPlaybackWindowOutlet> makeMediaPlaybackWindow(
+      const std::shared_ptr<VLMediaPlaybackWindowController>& controller) override;
   // Without a window no file is chosen.
   void beginSavePanel(std::string_view /*fileType*/, FileChosen /*chosen*/) override {}
   void beginOpenPanel(std::string_view /*fileType*/, FileChosen /*chosen*/) override {}

@@ -32,6 +32,12 @@ struct VLTimes {
 /// Fails when one of them is not a time of the format.
 Expected<VLTimes> VLTimesFromWords(const VLTimeWords& words, std::uint32_t format);
 
+/// A clip that the command line names.
+struct VLMediaWords {
+  std::string path;
+  std::optional<std::string> start;  ///< the timecode of its first frame, as typed; else 0
+};
+
 /// The options of a run, checked; no two contradict each other. What is not given stays as
 /// the document has it. Ports and times are as they were typed; times are checked against
 /// the format when one is given.
@@ -66,6 +72,7 @@ struct VLOptions {
   std::optional<int> freewheel;              // seconds; -1 without end
   std::optional<bool> ltcCondition;
   VLOSCOptions osc;
+  std::vector<VLMediaWords> media;
 };
 
 }  // namespace velor

@@ -55,6 +55,7 @@ VLRunArguments::VLRunArguments(CLI::App& app) {
   addMTC(app);
   addLTC(app);
   addOSC(app);
+  addMedia(app);
   addDocument(app);
   addRun(app);
 }
@@ -117,6 +118,12 @@ void VLRunArguments::addOSC(CLI::App& app) {
            "Saved OSC host or target to remove; may be repeated");
 }
 
+void VLRunArguments::addMedia(CLI::App& app) {
+  Group media(app, "Media");
+  media.list("--media", mMedia, "CLIP[@TIME]",
+             "Clip to play in step with MTC, and when it starts; may be repeated");
+}
+
 void VLRunArguments::addDocument(CLI::App& app) {
   Group document(app, "Document");
   document.option("FILE", mGiven.file, "", "Document to open (default: state of the last run)");
@@ -143,6 +150,7 @@ Expected<VLOptions> VLRunArguments::options() const {
   readPlayMode(options, refusal);
   readLTC(options, refusal);
   readOSC(options, refusal);
+  readMedia(options, refusal);
   refusal.refuseIf(options.arm && options.play,
                    "--arm contradicts --play: an armed clock is started by MTC");
   refusal.refuseIf(options.file && options.recover, "FILE contradicts --recover");
@@ -260,6 +268,21 @@ void VLRunArguments::readOSC(VLOptions& options, VLRefusal& refusal) const {
   }
   for (const std::string& text : mOSCForget) {
     refusal.check("--osc-forget", VLOSCForgetFromText(text, osc));
+  }
+}
+
+// The last "@" separates, since a path may have others.
+void VLRunArguments::readMedia(VLOptions& options, VLRefusal& refusal) const {
+  refusal.refuseIf(!mMedia.empty() && !options.headless, "--media needs --headless");
+  for (const std::string& text : mMedia) {
+    const std::size_t at = text.rfind('@');
+    VLMediaWords words{text.substr(0, at), std::nullopt};
+    refusal.refuseIf(words.path.empty(), "--media: '" + text + "' is not a CLIP@TIME");
+    if (at != std::string::npos) {
+      words.start = text.substr(at + 1);
+      refusal.check("--media", VLOptionText::checkTime(*words.start));
+    }
+    options.media.push_back(std::move(words));
   }
 }
 

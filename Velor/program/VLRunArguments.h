@@ -34,12 +34,14 @@ class VLRunArguments {
   void addMTC(CLI::App& app);
   void addLTC(CLI::App& app);
   void addOSC(CLI::App& app);
+  void addMedia(CLI::App& app);
   void addDocument(CLI::App& app);
   void addRun(CLI::App& app);
   void readClock(VLOptions& options, VLRefusal& refusal) const;
   void readPlayMode(VLOptions& options, VLRefusal& refusal) const;
   void readLTC(VLOptions& options, VLRefusal& refusal) const;
   void readOSC(VLOptions& options, VLRefusal& refusal) const;
+  void readMedia(VLOptions& options, VLRefusal& refusal) const;
 
   VLOptions mGiven;  // what needs no check
   Text mFormat;
@@ -58,6 +60,7 @@ class VLRunArguments {
   std::vector<std::string> mOSCAllow;
   std::vector<std::string> mOSCTargets;
   std::vector<std::string> mOSCForget;
+  std::vector<std::string> mMedia;
 };
 
 }  // namespace velor

@@ -19,6 +19,7 @@
 #include "Velor/program/VLCurrentDesktop.h"
 #include "Velor/program/VLCurrentNetwork.h"
 #include "Velor/program/VLCurrentServices.h"
+#include "Velor/program/VLOptionText.h"
 #include "Velor/program/VLPortNames.h"
 #include "Velor/program/VLStandardError.h"
 #include "Velor/program/VLStandardOutput.h"
@@ -42,6 +43,8 @@ constexpr std::uint64_t kRunOut = 300'000'000;
 // The first of several ports that are chosen, or return, starts a loop check, which swallows
 // the requests of the others. It takes 100 ms from when all connections are open; check again.
 constexpr std::uint64_t kLoopCheckDelay = 250'000'000;
+// A clip on a slow disk or network; after that the start fails.
+constexpr std::uint64_t kClipOpens = 30'000'000'000;
 constexpr std::uint64_t kLookInterval = 500'000'000;  // for missing ports and channels
 
 // The signals end the main loop, as a quit does.
@@ -142,7 +145,7 @@ class VLSession {
     const char* name;
     Ended (VLSession::*take)();
   };
-  static const std::array<Step, 14> kSteps;
+  static const std::array<Step, 15> kSteps;
 
  private:
   using Reach = SystemUDPNetwork::Reach;
@@ -158,6 +161,7 @@ class VLSession {
   Ended applyOSC();
   Ended applyClock();
   Ended applyDevices();
+  Ended openClips();
   Ended showStatus();
   Ended waitForPorts();
   Ended run();
@@ -188,7 +192,7 @@ class VLSession {
 };
 
 // The order is the reason of this table: VLSessionTest says what must come before what.
-constexpr std::array<VLSession::Step, 14> VLSession::kSteps = {{
+constexpr std::array<VLSession::Step, 15> VLSession::kSteps = {{
     {"list", &VLSession::list},
     {"catch signals", &VLSession::catchSignals},
     {"find devices", &VLSession::findDevices},
@@ -199,6 +203,7 @@ constexpr std::array<VLSession::Step, 14> VLSession::kSteps = {{
     {"apply OSC options", &VLSession::applyOSC},
     {"apply clock options", &VLSession::applyClock},
     {"apply devices", &VLSession::applyDevices},
+    {"open clips", &VLSession::openClips},
     {"show status", &VLSession::showStatus},
     {"wait for ports", &VLSession::waitForPorts},
     {"run", &VLSession::run},
@@ -341,6 +346,29 @@ VLSession::Ended VLSession::applyDevices() {
     mFrontEnd->mainWindow()->presentError(problem + "; waiting for it");
   }
   lookForMissing();
+  return std::nullopt;
+}
+
+VLSession::Ended VLSession::openClips() {
+  if (!mOptions.media.empty() && !VLMediaWindows::canHaveMediaPlaybackFeature()) {
+    return fail(kFailureStatus, "--media: " + VLMediaWindows::unavailable().message);
+  }
+  for (const VLMediaWords& words : mOptions.media) {
+    const auto start =
+        VLOptionText::time(words.start.value_or("00:00:00:00"), mApp->clock().smpteFormat());
+    if (!start) {
+      return fail(kUsageStatus, "--media: " + start.error().text);
+    }
+    const auto window = mApp->mediaWindows().open(words.path, *start, mOptions.keep);
+    const std::uint64_t deadline = host::current().AudioGetCurrentHostTime() + kClipOpens;
+    while (!window->isReady() && window->error().empty() && mMainQueue.drainUntil(deadline)) {
+    }
+    if (!window->isReady()) {
+      return fail(kFailureStatus, "--media: " + (window->error().empty()
+                                                     ? words.path + ": no answer from the player"
+                                                     : window->error()));
+    }
+  }
   return std::nullopt;
 }
 

@@ -173,6 +173,12 @@ class AppFixture : public LoopbackFixture {
     return result;
   }
 
+  /// But for so many; each document that is opened adds its own.
+  void closeMediaWindows(std::size_t left = 0) {
+    while (app().mediaWindows().windows().size() > left) {
+      app().mediaWindows().windows().back()->windowWillClose();
+    }
+  }
   std::shared_ptr<KVMIDIEndpoint> addSource(const std::string& name) {
     const auto endpoint = mOutside->appear(midi::MIDIEndpointKind::source, name);
     mHost.settle();

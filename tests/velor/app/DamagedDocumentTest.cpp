@@ -102,6 +102,7 @@ class DamagedDocumentTest : public FullDocument, public testing::WithParamInterf
  protected:
   Expected<VLApplicationState::Unrestored> load(const std::string& document) {
     mFailures = logged().size();
+    closeMediaWindows();
     return app().loadApplicationStateFromURL(write("damaged.velor", document));
   }
   std::vector<std::string> logged() const {

@@ -76,7 +76,7 @@ class VLAppWalk : public AppFixture, public testing::WithParamInterface<std::uin
         },
         [this] { EXPECT_TRUE(app().saveApplicationStateToURL(mFolder.path() / drawDocument())); },
         [this] {
-          closeMediaWindows(0);  // each document adds its own
+          closeMediaWindows();
           app().loadApplicationStateFromURL(mFolder.path() / drawDocument());
         },
         [this] { changeMediaWindows(); },
@@ -137,11 +137,6 @@ class VLAppWalk : public AppFixture, public testing::WithParamInterface<std::uin
     }
   }
 
-  void closeMediaWindows(std::size_t left) {
-    while (app().mediaWindows().windows().size() > left) {
-      app().mediaWindows().windows().back()->windowWillClose();
-    }
-  }
   void changeMediaWindows() {
     closeMediaWindows(2);
     if (drawn()) {

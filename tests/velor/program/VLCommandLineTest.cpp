@@ -71,6 +71,8 @@ TEST(VLCommandLine, AWrongWordIsOneLineThatNamesItWithTheStatus2) {
        "--freewheel: '-2' is out of range (-1 to 86400)"},
       {{"--freewheel", "1"}, "--freewheel needs --ltc-in"},
       {{"--no-ltc-condition"}, "--no-ltc-condition needs --ltc-in"},
+      {{"--media", "a@b.mp4"}, "--media: 'b.mp4' is not a time; expected HH:MM:SS:FF"},
+      {{"--media", "@01:00:00:00"}, "--media: '@01:00:00:00' is not a CLIP@TIME"},
       {{"--osc-port", "0"}, "--osc-port: '0' is out of range (1 to 65535)"},
       {{"--osc-port", "99999999999"}, "--osc-port: '99999999999' is out of range (1 to 65535)"},
       {{"--osc-allow", "127.0.0.1"}, "--osc-allow needs --osc-port"},

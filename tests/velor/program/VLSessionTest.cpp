@@ -27,6 +27,8 @@ TEST(VLSession, TheStepsOfARunComeInAnOrderThatKeepsItsPromises) {
       {"recover", "apply devices", "options add to the devices that were restored"},
       {"apply OSC options", "run", "a command that is due finds its host allowed"},
       {"apply clock options", "apply devices", "a wrong time ends the start before LTC plays"},
+      {"apply clock options", "open clips", "their start is of the clock's format"},
+      {"open clips", "wait for ports", "the first block finds their input"},
       {"apply devices", "wait for ports", "their ports are those that must be open"},
       {"show status", "run", "the first frame is shown"},
       {"wait for ports", "run", "the first block finds its port open"},
