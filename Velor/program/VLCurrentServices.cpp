@@ -12,6 +12,7 @@
 #include "platform/audio/jack/JackAudio.h"
 #include "platform/host/Host.h"
 #include "platform/jack/JackClient.h"
+#include "platform/media/gstreamer/GStreamerMedia.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
 #include "platform/midi/jack/JackMIDI.h"
 
@@ -58,16 +59,19 @@ constexpr std::array<BackEnd, 2> kBackEnds = {{
 VLCurrentServices::VLCurrentServices(Outside outside)
     : mServices(outside == Outside::none
                     ? makeBuiltin()
-                    : std::find_if(kBackEnds.begin(), kBackEnds.end(), [](const BackEnd& each) {
-                        return each.available();
-                      })->make()) {
+                    : std::find_if(kBackEnds.begin(), kBackEnds.end(),
+                                   [](const BackEnd& each) { return each.available(); })
+                          ->make()),
+      mMedia(std::make_unique<media::GStreamerMedia>()) {
   midi::setService(mServices.midi.get());
   audio::setService(mServices.audio.get());
+  media::setService(mMedia.get());
 }
 
 VLCurrentServices::~VLCurrentServices() {
   KVSharedInstances::clear();
   host::current().mainQueue().drainPending();  // what waits there may hold a socket
+  media::setService(nullptr);
   audio::setService(nullptr);
   midi::setService(nullptr);
 }

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "platform/audio/AudioService.h"
+#include "platform/media/MediaService.h"
 #include "platform/midi/MIDIService.h"
 
 namespace velor {
@@ -27,6 +28,7 @@ class VLCurrentServices {
 
  private:
   const Services mServices;
+  const std::unique_ptr<media::MediaService> mMedia;
 };
 
 }  // namespace velor
