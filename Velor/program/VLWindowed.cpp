@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/program/VLWindowed.h"
 
+#include <QLocale>
 #include <memory>
 #include <string>
 
@@ -10,6 +11,7 @@
 #include "Velor/program/VLSession.h"
 #include "Velor/views/VLMainWindow.h"
 #include "Velor/views/VLTimecodeView.h"
+#include "Velor/views/VLTranslation.h"
 #include "platform/host/Host.h"
 #include "platform/host/Log.h"
 #include "platform/qt/EventLoop.h"
@@ -65,6 +67,7 @@ class WindowedFrontEnd final : public VLFrontEnd {
 }  // namespace
 
 int VLWindowedRun(VLApplication& application, const VLOptions& options) {
+  VLTranslation::install(application, QLocale::system());
   return VLSessionRun(options, {}, [&](VLWantedDevices& /*devices*/) {
     return std::make_unique<WindowedFrontEnd>(application, options);
   });

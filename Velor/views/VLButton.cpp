@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/views/VLButton.h"
 
+#include <QAccessibleWidget>
 #include <QKeyEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -27,9 +28,49 @@ QColor fillColor(const QAbstractButton& button, bool isHovered) {
                                          : plain;
 }
 
+// One that can be checked stays a button for screen readers, so that Arm is the same thing
+// in both of its states.
+class ButtonInterface final : public QAccessibleWidget {
+ public:
+  explicit ButtonInterface(VLButton& button)
+      : QAccessibleWidget(&button, QAccessible::Button), mButton(button) {}
+
+  QString text(QAccessible::Text kind) const override {
+    const QString text = QAccessibleWidget::text(kind);
+    return kind == QAccessible::Name && text.isEmpty() ? mButton.text() : text;
+  }
+  QAccessible::State state() const override {
+    QAccessible::State state = QAccessibleWidget::state();
+    state.checkable = mButton.isCheckable();
+    state.checked = mButton.isChecked();
+    state.pressed = mButton.isDown();
+    return state;
+  }
+  QStringList actionNames() const override {
+    return mButton.isEnabled() ? QStringList{pressAction()} : QStringList();
+  }
+  void doAction(const QString& name) override {
+    if (name == pressAction()) {
+      mButton.click();
+    }
+  }
+
+ private:
+  VLButton& mButton;
+};
+
+QAccessibleInterface* makeInterface(const QString& /*className*/, QObject* object) {
+  auto* button = qobject_cast<VLButton*>(object);
+  return button != nullptr ? new ButtonInterface(*button) : nullptr;
+}
+
 }  // namespace
 
 VLButton::VLButton(QWidget* parent) : QToolButton(parent) {
+  [[maybe_unused]] static const bool isInstalled = [] {
+    QAccessible::installFactory(makeInterface);
+    return true;
+  }();
   setFocusPolicy(Qt::TabFocus);
   setAttribute(Qt::WA_Hover);
 }

@@ -1,30 +1,25 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/views/VLFilePanels.h"
 
-#include <QCoreApplication>
 #include <QFileDialog>
 #include <utility>
 
 namespace velor {
 namespace {
 
-QString tr(const char* text) {
-  return QCoreApplication::translate("VLFilePanels", text);
-}
-
 std::filesystem::path pathOf(const QString& file) {
   return {QFile::encodeName(file).toStdString()};
 }
 
-VLSheetText replaceText(const std::filesystem::path& path) {
+}  // namespace
+
+VLSheetText VLFilePanels::replaceText(const std::filesystem::path& path) {
   return {tr("Replace the document?").toStdString(),
           tr("\"%1\" exists already.")
               .arg(QString::fromStdString(path.filename().string()))
               .toStdString(),
           tr("Replace").toStdString(), tr("Cancel").toStdString()};
 }
-
-}  // namespace
 
 void VLFilePanels::begin(std::string_view fileType, bool isSave, FileChosen chosen) {
   const QString suffix =

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QCoreApplication>
+#include <filesystem>
 #include <string_view>
 
 #include "Velor/app/VLMainWindowOutlet.h"
@@ -10,6 +12,8 @@ namespace velor {
 
 /// The panels that ask for a document, as sheets. Queue: main.
 class VLFilePanels {
+  Q_DECLARE_TR_FUNCTIONS(VLFilePanels)
+
  public:
   using FileChosen = VLMainWindowOutlet::FileChosen;
 
@@ -20,6 +24,7 @@ class VLFilePanels {
   void beginOpen(std::string_view fileType, FileChosen chosen);
 
  private:
+  static VLSheetText replaceText(const std::filesystem::path& path);
   void begin(std::string_view fileType, bool isSave, FileChosen chosen);
 
   QWidget& mWindow;

@@ -20,6 +20,7 @@
 #include "Velor/app/VLMediaWindows.h"
 #include "Velor/views/VLMainWindow.h"
 #include "Velor/views/VLTimecodeView.h"
+#include "Velor/views/VLTranslation.h"
 
 namespace velor {
 namespace {
@@ -30,8 +31,8 @@ constexpr int kNextMarker = 101;
 constexpr std::array kScales{1.0, 1.5, 2.0, 3.0};  // of the timecode view
 
 // What is named may hold the mark of a mnemonic.
-QString titleOf(const std::string& name) {
-  return QString::fromStdString(name).replace('&', "&&");
+QString titleOf(QString name) {
+  return name.replace('&', "&&");
 }
 
 // Of the control that has the focus, if it can.
@@ -270,9 +271,11 @@ void VLMainMenu::undoDidChange() {
   mWindow.performOnController([this](VLAppDelegate& app) {
     qt::UndoManager& manager = app.undoManager();
     mUndo->setEnabled(manager.canUndo());
-    mUndo->setText(tr("&Undo %1").arg(titleOf(manager.undoActionName())).trimmed());
+    mUndo->setText(
+        tr("&Undo %1").arg(titleOf(VLTranslation::text(manager.undoActionName()))).trimmed());
     mRedo->setEnabled(manager.canRedo());
-    mRedo->setText(tr("&Redo %1").arg(titleOf(manager.redoActionName())).trimmed());
+    mRedo->setText(
+        tr("&Redo %1").arg(titleOf(VLTranslation::text(manager.redoActionName()))).trimmed());
   });
 }
 
@@ -332,7 +335,7 @@ void VLMainMenu::addItems(QMenu& menu, const VLMenus::Items& items, Marks marks)
       menu.addSeparator();
       continue;
     }
-    QAction* item = menu.addAction(titleOf(each.title));
+    QAction* item = menu.addAction(titleOf(QString::fromStdString(each.title)));
     item->setCheckable(marks == Marks::yes);
     item->setChecked(each.isOn);
     connect(item, &QAction::triggered, this, [this, action = each.action] {

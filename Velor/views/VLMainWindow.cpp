@@ -15,9 +15,11 @@
 #include "Velor/views/VLMainMenu.h"
 #include "Velor/views/VLMainWindowPlaces.h"
 #include "Velor/views/VLOSCSetupWindowController.h"
+#include "Velor/views/VLScreenFit.h"
 #include "Velor/views/VLSegmentedControl.h"
 #include "Velor/views/VLStyle.h"
 #include "Velor/views/VLTimecodeView.h"
+#include "Velor/views/VLTranslation.h"
 #include "platform/host/Host.h"
 
 namespace velor {
@@ -44,7 +46,7 @@ VLMainWindow::Choices choicesOf(std::span<const VLChoice> given,
                                 const VLMainWindow::Chosen& chosen) {
   VLMainWindow::Choices choices{{}, chosen};
   for (const VLChoice& each : given) {
-    choices.rows.push_back({textOf(each.title), each.tag});
+    choices.rows.push_back({VLTranslation::text(each.title), each.tag});
   }
   return choices;
 }
@@ -61,11 +63,16 @@ VLMainWindow::VLMainWindow()
       mDeviceWindows(mSheets.performer()),
       mMenu(new VLMainMenu(*this)) {
   mForm->timecodeViewPlace->addWidget(mTimecodeView);
+  // Screen readers read in this order.
+  mTimecodeView->lower();
+  mForm->destinationsContainer->lower();
+  mForm->startButton->setFocus();
   setUpTransport();
   setUpMarkers();
   mForm->mainSplitView->setStretchFactor(0, 0);
   mForm->mainSplitView->setStretchFactor(1, 1);
   resize(kFirstSize);
+  VLScreenFit::follow(*this);
   mForm->mainSplitView->setSizes({kFirstDestinations, kFirstSize.width() - kFirstDestinations});
 }
 
@@ -254,13 +261,35 @@ void VLMainWindow::setPlayModes(std::span<const VLChoice> modes, const Chosen& c
   control->setObjectName("playbackModeControl");
   control->setAccessibleName(tr("Play Mode"));
   for (const Choices::Choice& each : mPlayModes.rows) {
-    control->addSegment(tr(each.title.toUtf8()), each.tag);
+    control->addSegment(each.title, each.tag);
   }
   connect(control, &VLSegmentedControl::segmentChosen, this,
           [this](std::uint64_t tag) { mSheets.perform([&] { mPlayModes.chosen(tag); }); });
   delete std::exchange(playbackModeControl, control);
   mForm->modePlace->addWidget(control);
+  control->stackUnder(mForm->formatLabel);
+  setTabs();
   fitTransport();
+}
+
+// The keyboard goes from the counters on, as people read.
+void VLMainWindow::setTabs() {
+  QWidgetList order{mTimecodeView};
+  for (VLButton* each : transportButtons()) {
+    order.push_back(each);
+  }
+  for (VLButton* each : playbackModeControl->findChildren<VLButton*>()) {
+    order.push_back(each);
+  }
+  order += {mForm->formatPopupButton,    mForm->playRateButton,  mForm->mtcDestinationsTable,
+            mForm->previousMarkerButton, mForm->addMarkerButton, mForm->nextMarkerButton,
+            mForm->markerTable};
+  for (VLButton* each : mForm->statusRow->findChildren<VLButton*>()) {
+    order.push_back(each);
+  }
+  for (qsizetype i = 1; i < order.size(); ++i) {
+    setTabOrder(order[i - 1], order[i]);
+  }
 }
 
 void VLMainWindow::setSelectedPlayMode(std::uint64_t playMode) {
@@ -351,17 +380,18 @@ void VLMainWindow::presentAlert(const VLAlert& alert, VLAlert::Answer answer) {
         [answer = std::move(answer), isDefault = *given] { answer(isDefault); });
     return;
   }
-  mSheets.ask({alert.title, alert.message, alert.defaultButton, alert.otherButton},
-              [this, kind = alert.kind, answer = std::move(answer)](bool isDefault) {
-                // The format may have been set, or the clock disarmed, while the question stood.
-                const auto controller = mController.lock();
-                const bool hasPassed = kind == VLAlert::Kind::wrongFormat &&
-                                       controller != nullptr &&
-                                       controller->clock().status() != VLClockArmedWrongFormat;
-                if (!hasPassed && answer) {
-                  answer(isDefault);
-                }
-              });
+  const auto text = [](const std::string& each) { return VLTranslation::text(each).toStdString(); };
+  mSheets.ask(
+      {text(alert.title), text(alert.message), text(alert.defaultButton), text(alert.otherButton)},
+      [this, kind = alert.kind, answer = std::move(answer)](bool isDefault) {
+        // The format may have been set, or the clock disarmed, while the question stood.
+        const auto controller = mController.lock();
+        const bool hasPassed = kind == VLAlert::Kind::wrongFormat && controller != nullptr &&
+                               controller->clock().status() != VLClockArmedWrongFormat;
+        if (!hasPassed && answer) {
+          answer(isDefault);
+        }
+      });
 }
 
 void VLMainWindow::presentError(const std::string& text) {

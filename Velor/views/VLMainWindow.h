@@ -120,6 +120,7 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   void followClock(VLAppDelegate& controller);
   void showClock();
   std::array<VLButton*, 4> transportButtons() const;
+  void setTabs();
   void fitTransport();
 
   const std::unique_ptr<Ui::VLMainWindow> mForm;

@@ -5,6 +5,7 @@
 #include <QFontInfo>
 #include <QPainter>
 #include <QPen>
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -15,6 +16,7 @@ namespace {
 constexpr double kSecondarySize = 0.85;
 constexpr int kPanelTime = 22;  // pixels
 constexpr qreal kFocusWidth = 2;
+constexpr double kLeastContrast = 3;  // of what is no text
 
 struct Shades {
   QRgb light;
@@ -34,6 +36,20 @@ QColor mixed(const QColor& one, const QColor& other, float share) {
                           mix(one.blueF(), other.blueF()));
 }
 
+// As WCAG 2.1 defines it.
+double luminance(const QColor& color) {
+  const auto linear = [](double part) {
+    return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+  };
+  return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) +
+         0.0722 * linear(color.blueF());
+}
+
+double contrast(const QColor& one, const QColor& other) {
+  const auto [less, more] = std::minmax({luminance(one), luminance(other)});
+  return (more + 0.05) / (less + 0.05);
+}
+
 }  // namespace
 
 bool VLStyle::isDark(const QPalette& palette) {
@@ -50,13 +66,22 @@ QColor VLStyle::line(const QPalette& palette) {
   return mixed(palette.color(QPalette::Window), palette.color(QPalette::WindowText), 0.25F);
 }
 
+QColor VLStyle::focus(const QPalette& palette) {
+  const QColor window = palette.color(QPalette::Window);
+  QColor focus = palette.color(QPalette::Highlight);
+  for (int i = 0; i < 10 && contrast(focus, window) < kLeastContrast; ++i) {
+    focus = mixed(focus, palette.color(QPalette::WindowText), 0.1F);
+  }
+  return focus;
+}
+
 QColor VLStyle::secondaryText(const QPalette& palette) {
   return mixed(palette.color(QPalette::WindowText), palette.color(QPalette::Window), 0.25F);
 }
 
 void VLStyle::drawFocus(QPainter& painter, const QRectF& frame, const QPalette& palette) {
   painter.setBrush(Qt::NoBrush);
-  painter.setPen(QPen(palette.color(QPalette::Highlight), kFocusWidth));
+  painter.setPen(QPen(focus(palette), kFocusWidth));
   painter.drawRoundedRect(frame.adjusted(1.5, 1.5, -1.5, -1.5), kRadius - 1, kRadius - 1);
 }
 

@@ -31,6 +31,9 @@ struct VLStyle {
   static QColor color(State state, const QPalette& palette);
   /// Of lines between and around things.
   static QColor line(const QPalette& palette);
+  /// Of the ring around what has the focus: the palette's, with a contrast to its window of at
+  /// least 3 to 1.
+  static QColor focus(const QPalette& palette);
   /// Of text that explains.
   static QColor secondaryText(const QPalette& palette);
   /// The ring of the control in `frame` that has the focus.

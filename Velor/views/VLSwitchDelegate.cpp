@@ -24,7 +24,7 @@ void VLSwitchDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opti
   const QPalette& palette = option.palette;
   const QColor ink = palette.color(isSelected ? QPalette::HighlightedText : QPalette::Text);
   const QColor ground = palette.color(isSelected ? QPalette::Highlight : QPalette::Base);
-  const QColor on = isSelected ? ink : palette.color(QPalette::Highlight);
+  const QColor on = isSelected ? ink : VLStyle::focus(palette);
 
   QRectF slot(QPointF(), kSlot);
   slot.moveCenter(QRectF(option.rect).center());

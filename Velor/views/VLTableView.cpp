@@ -70,7 +70,7 @@ void VLTableView::paintEvent(QPaintEvent* event) {
   QTableView::paintEvent(event);
   QPainter painter(viewport());
   if (hasFocus()) {
-    painter.setPen(QPen(palette().color(QPalette::Highlight), 2));
+    painter.setPen(QPen(VLStyle::focus(palette()), 2));
     painter.drawRect(viewport()->rect().adjusted(1, 1, -1, -1));
   }
   if (model() == nullptr || model()->rowCount() > 0) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// velor_window_gallery FOLDER: writes pictures of the main window, its sheets and the windows of
-// devices, to be looked at. QT_SCALE_FACTOR sets their scale.
+// velor_window_gallery FOLDER [LANGUAGE]: writes pictures of the windows and sheets, in light
+// and dark, to be looked at. QT_SCALE_FACTOR sets their scale.
 #include <QDialog>
 #include <QDir>
 #include <QMenu>
@@ -13,6 +13,7 @@
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLUserDefinedOSCClient.h"
 #include "Velor/views/VLOSCSetupWindowController.h"
+#include "Velor/views/VLTranslation.h"
 #include "platform/host/Log.h"
 #include "tests/velor/views/WindowFixture.h"
 
@@ -261,13 +262,14 @@ class Gallery final : public WindowFixture {
 }  // namespace velor
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fputs("usage: velor_window_gallery FOLDER\n", stderr);
+  if (argc != 2 && argc != 3) {
+    std::fputs("usage: velor_window_gallery FOLDER [LANGUAGE]\n", stderr);
     return 2;
   }
   qputenv("QT_QPA_PLATFORM", "offscreen");
-  const QApplication application(argc, argv);
+  QApplication application(argc, argv);
   QApplication::setStyle("Fusion");
+  velor::VLTranslation::install(application, QLocale(argc == 3 ? argv[2] : "en"));
   velor::Gallery(argv[1]).TestBody();
   return 0;
 }
