@@ -227,5 +227,28 @@ TEST_F(Windows, OffscreenItStartsPlaysAndEnds) {
   EXPECT_EQ(velor->end(SIGTERM), 0);
 }
 
+TEST_F(Windows, OnWaylandItStartsPlaysPaintsAndEnds) {
+  Process weston({"weston", "--backend=headless-backend.so", "--socket=wayland", "--no-config"}, {},
+                 file("weston.log"));
+  ASSERT_TRUE(waitFor(kPatience, [this] { return std::filesystem::exists(file("wayland")); }))
+      << fileContents(file("weston.log"));
+  const auto velor =
+      start({"--play", "--start", "10:00:00:00"}, {"WAYLAND_DISPLAY=wayland", "WAYLAND_DEBUG=1"});
+  mDump->waitForLine("/velor/time s \"10:00:02:00\"");
+  // Each picture is a request of the client, which its library reports.
+  const auto pictures = [&velor] {
+    const std::string requests = velor->errors();
+    int count = 0;
+    for (auto at = requests.find(".commit()"); at != std::string::npos;
+         at = requests.find(".commit()", at + 1)) {
+      ++count;
+    }
+    return count;
+  };
+  EXPECT_TRUE(waitFor(kPatience, [&] { return pictures() > 10; })) << pictures();
+  EXPECT_EQ(velor->end(SIGTERM), 0);
+  weston.end(SIGTERM);
+}
+
 }  // namespace
 }  // namespace velor::test
