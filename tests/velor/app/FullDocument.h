@@ -20,6 +20,9 @@ class FullDocument : public AppFixture {
     mDeck = addSource("deck");
     clock().setSmpteFormat(kFormat);
     destinationOf(desk)->setEnable(true);
+    // Before the generator, whose input each opening makes anew, behind all others.
+    app().newPlaybackWindow();
+    mHost.settle();
     created()->generator()->setUserbits(0x12345678);
     const auto reader = manager().createrReader();
     reader->setChannel(1);
@@ -44,7 +47,6 @@ class FullDocument : public AppFixture {
     app().addMarker();
     app().markers().controller().setSelectionIndexes({1, 3});
     goTo("01:30:00:00");
-    app().newPlaybackWindow();
     const auto& window = app().mediaWindows().windows().at(0);
     window->loadMediumAtURL(write("walk-in.mp4", ""));
     mHost.advance(100'000'000);

@@ -56,7 +56,7 @@ TEST_F(FullDocument, AnotherRunRestoresAllThatWasSetExceptTheRateWithASyncSource
   EXPECT_EQ(markers(), (std::vector<std::string>{"01:00:00:00 Marker 5", "02:00:00:00 Marker 4",
                                                  "03:00:00:00 Marker 3", "04:00:00:00 Marker 2",
                                                  "05:00:00:00 Marker 1"}));
-  EXPECT_EQ(listed(), (Listed{"+desk", "-lamp", "-LTC Generator 1", "+Velor Media Playback"}));
+  EXPECT_EQ(listed(), (Listed{"+desk", "-lamp", "+Velor Media Playback", "-LTC Generator 1"}));
   EXPECT_FALSE(app().undoManager().canUndo());
   const auto devices = manager().devices();
   ASSERT_EQ(devices.size(), 2U);
