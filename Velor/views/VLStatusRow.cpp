@@ -99,7 +99,7 @@ void VLStatusRow::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
   painter.setPen(VLStyle::line(palette()));
   for (const QWidget* each : {mSync, mOSC}) {
-    const int x = each->x() - 3 * VLStyle::kGap / 2;
+    const int x = each->x() - VLStyle::kGap;
     painter.drawLine(x, (height() - VLStyle::kIcon) / 2, x, (height() + VLStyle::kIcon) / 2);
   }
 }
