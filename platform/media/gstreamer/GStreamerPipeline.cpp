@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/media/gstreamer/GStreamerPipeline.h"
 
-#include <gst/audio/audio.h>
 #include <gst/pbutils/missing-plugins.h>
-#include <gst/video/video.h>
 
 #include <algorithm>
 #include <cmath>
@@ -20,7 +18,7 @@ using host::kNsPerMs;
 
 // A clip that has not shown anything by then is given up, ns.
 constexpr std::uint64_t kOpenTime = 10'000 * kNsPerMs;
-// One of which a part cannot be decoded may have others, ns.
+// A clip of which one stream cannot be decoded may have others; they get so long, ns.
 constexpr std::uint64_t kMissingTime = 1'000 * kNsPerMs;
 // A seek that takes longer has failed, ns.
 constexpr std::uint64_t kSeekTime = 5'000 * kNsPerMs;
@@ -28,9 +26,6 @@ constexpr std::uint64_t kSeekTime = 5'000 * kNsPerMs;
 // decoder is fast enough, backwards the picture stands still.
 constexpr std::int64_t kForwards = 400 * kNsPerMs;
 constexpr std::int64_t kBackwards = 100 * kNsPerMs;
-// Containers and callers round the start of a frame to a millisecond: a clip that stands shows
-// the frame that begins so little later, ns.
-constexpr std::int64_t kFrameSlack = 1 * kNsPerMs;
 // A seek goes to where the timeline will be when it has ended: so much later, ns.
 constexpr std::uint64_t kFirstSeek = 100 * kNsPerMs;
 constexpr std::uint64_t kLeastLead = 20 * kNsPerMs;
@@ -39,16 +34,6 @@ constexpr std::uint64_t kMostLead = 900 * kNsPerMs;
 // All of the clip is due early, for its sound, which waits in the ring for its cycle; the video
 // sink waits as long (its ts-offset). A sink cannot be set early instead: it has no time below 0.
 constexpr GstClockTime kEarlySound = 250 * kNsPerMs;
-// Frames that are later than a frame of 25 a second are left out.
-constexpr const char* kVideoChain =
-    "queue max-size-buffers=4 max-size-bytes=0 max-size-time=0 ! videoconvert ! "
-    "video/x-raw,format=BGRx ! appsink name=sink sync=true qos=false max-lateness=40000000 "
-    "ts-offset=250000000 "
-    "max-buffers=2";
-constexpr const char* kAudioChain =
-    "queue max-size-buffers=0 max-size-bytes=0 max-size-time=500000000 ! audioconvert ! "
-    "audio/x-raw,format=F32LE,layout=non-interleaved ! "
-    "appsink name=sink sync=true qos=false max-buffers=4";
 
 std::uint64_t now() {
   return host::current().AudioGetCurrentHostTime();
@@ -83,7 +68,8 @@ GStreamerPipeline::GStreamerPipeline(host::Queue& queue, const PlayerRequest& re
       mEvents(events),
       mWantsVideo(request.wantsVideo),
       mPipeline(gst_pipeline_new("player")),
-      mFrameRate(std::numeric_limits<double>::quiet_NaN()),
+      mVideo(events),
+      mSound(events),
       mSeekLasts(kFirstSeek) {
   gst_object_ref_sink(mPipeline.get());
   GstElement* source = gst_element_factory_make("uridecodebin", nullptr);
@@ -131,7 +117,7 @@ GstBusSyncReply GStreamerPipeline::busCall(GstBus* /*bus*/, GstMessage* message,
     case GST_MESSAGE_STATE_CHANGED:
       // A sink that has its first frame says so in any case, the pipeline only once it has
       // ended its own change of state.
-      if (from != pipeline.mVideoSink.load() && from != pipeline.mAudioSink.load()) {
+      if (from != pipeline.mVideo.element() && from != pipeline.mSound.element()) {
         gst_message_unref(message);
         return GST_BUS_DROP;
       }
@@ -154,28 +140,6 @@ GstBusSyncReply GStreamerPipeline::busCall(GstBus* /*bus*/, GstMessage* message,
   }
 }
 
-// Sound of many channels often has no layout, and converters refuse to guess one: it gets the
-// layout "none".
-GstPadProbeReturn GStreamerPipeline::completeCaps(GstPad* /*pad*/, GstPadProbeInfo* info,
-                                                  gpointer /*self*/) {
-  GstEvent* event = gst_pad_probe_info_get_event(info);
-  if (GST_EVENT_TYPE(event) != GST_EVENT_CAPS) {
-    return GST_PAD_PROBE_OK;
-  }
-  GstCaps* caps = nullptr;
-  gst_event_parse_caps(event, &caps);
-  const GstStructure* form = gst_caps_get_structure(caps, 0);
-  gint channels = 0;
-  if (gst_structure_get_int(form, "channels", &channels) != FALSE && channels > 2 &&
-      gst_structure_has_field(form, "channel-mask") == FALSE) {
-    const CapsRef complete(gst_caps_copy(caps));
-    gst_caps_set_simple(complete.get(), "channel-mask", GST_TYPE_BITMASK, guint64{0}, nullptr);
-    GST_PAD_PROBE_INFO_DATA(info) = gst_event_new_caps(complete.get());
-    gst_event_unref(event);
-  }
-  return GST_PAD_PROBE_OK;
-}
-
 void GStreamerPipeline::padAdded(GstElement* /*source*/, GstPad* pad, gpointer self) {
   static_cast<GStreamerPipeline*>(self)->link(*pad);
 }
@@ -190,155 +154,13 @@ void GStreamerPipeline::padsComplete(GstElement* /*source*/, gpointer self) {
   });
 }
 
-// The first of each kind.
+// Of each kind the first, where it is wanted.
 void GStreamerPipeline::link(GstPad& pad) {
-  const bool isVideo = mWantsVideo && mVideoSink.load() == nullptr && isOf(pad, "video/");
-  const bool isAudio = !isVideo && mAudioSink.load() == nullptr && isOf(pad, "audio/");
-  if (!isVideo && !isAudio) {
-    return;
+  if (mWantsVideo && mVideo.element() == nullptr && isOf(pad, "video/")) {
+    mVideo.link(*mPipeline, pad);
+  } else if (mSound.element() == nullptr && isOf(pad, "audio/")) {
+    mSound.link(*mPipeline, pad);
   }
-  GError* error = nullptr;
-  GstElement* chain =
-      gst_parse_bin_from_description(isVideo ? kVideoChain : kAudioChain, TRUE, &error);
-  if (error != nullptr) {
-    GST_ELEMENT_ERROR(mPipeline.get(), CORE, MISSING_PLUGIN, ("%s", error->message), (nullptr));
-    g_clear_error(&error);
-    if (chain != nullptr) {
-      gst_object_unref(gst_object_ref_sink(chain));
-    }
-    return;
-  }
-  const ElementRef sink(gst_bin_get_by_name(GST_BIN(chain), "sink"));
-  GstAppSinkCallbacks callbacks{};
-  if (isVideo) {
-    callbacks.new_sample = &GStreamerPipeline::takeVideo;
-    callbacks.new_preroll = &GStreamerPipeline::takeVideoPreroll;
-  } else {
-    callbacks.new_sample = &GStreamerPipeline::takeAudio;
-    callbacks.new_preroll = &GStreamerPipeline::takeAudioPreroll;
-  }
-  gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, this, nullptr);
-  gst_bin_add(GST_BIN(mPipeline.get()), chain);
-  (isVideo ? mVideoSink : mAudioSink).store(sink.get());
-  const PadRef in(gst_element_get_static_pad(chain, "sink"));
-  if (isAudio) {
-    gst_pad_add_probe(&pad, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, &GStreamerPipeline::completeCaps,
-                      nullptr, nullptr);
-  }
-  gst_pad_link(&pad, in.get());
-  gst_element_sync_state_with_parent(chain);
-}
-
-GstFlowReturn GStreamerPipeline::takeVideo(GstAppSink* sink, gpointer self) {
-  const SampleRef sample(gst_app_sink_pull_sample(sink));
-  if (sample == nullptr) {
-    return GST_FLOW_EOS;
-  }
-  static_cast<GStreamerPipeline*>(self)->showSample(*sample);
-  return GST_FLOW_OK;
-}
-
-// Of a clip that is opened or sought while it stands; one that is paused keeps its frame.
-GstFlowReturn GStreamerPipeline::takeVideoPreroll(GstAppSink* sink, gpointer self) {
-  const SampleRef sample(gst_app_sink_pull_preroll(sink));
-  auto& pipeline = *static_cast<GStreamerPipeline*>(self);
-  if (sample != nullptr && pipeline.mShowsPreroll.load()) {
-    pipeline.showSample(*sample);
-  }
-  return GST_FLOW_OK;
-}
-
-void GStreamerPipeline::showSample(GstSample& sample) {
-  GstVideoInfo info;
-  GstBuffer* buffer = gst_sample_get_buffer(&sample);
-  if (buffer == nullptr || gst_video_info_from_caps(&info, gst_sample_get_caps(&sample)) == FALSE) {
-    return;
-  }
-  if (info.fps_n > 0 && info.fps_d > 0) {
-    mFrameRate = static_cast<double>(info.fps_n) / info.fps_d;
-  }
-  auto mapped = std::shared_ptr<GstVideoFrame>(new GstVideoFrame{}, [](GstVideoFrame* frame) {
-    if (frame->buffer != nullptr) {
-      gst_video_frame_unmap(frame);
-    }
-    delete frame;
-  });
-  if (gst_video_frame_map(mapped.get(), &info, buffer, GST_MAP_READ) == FALSE) {
-    mapped->buffer = nullptr;
-    return;
-  }
-  auto frame = std::make_shared<VideoFrame>();
-  frame->time = MediaTime(static_cast<std::int64_t>(gst_segment_to_stream_time(
-      gst_sample_get_segment(&sample), GST_FORMAT_TIME, GST_BUFFER_PTS(buffer))));
-  if (frame->time.count() == mStandsAt.load()) {
-    frame->time -= MediaTime(kFrameSlack);
-  }
-  frame->width = info.width;
-  frame->height = info.height;
-  frame->bytesPerRow = static_cast<std::size_t>(GST_VIDEO_FRAME_PLANE_STRIDE(mapped.get(), 0));
-  frame->data = static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(mapped.get(), 0));
-  frame->pixelAspect = static_cast<double>(info.par_n) / std::max(info.par_d, 1);
-  frame->owner = std::move(mapped);
-  // A seek makes the sink count from 0.
-  const std::uint64_t late = lateFrames();
-  mLate += late >= mLateBefore ? late - mLateBefore : late;
-  mLateBefore = late;
-  mEvents.frameArrived(std::move(frame), mLate);
-}
-
-GstFlowReturn GStreamerPipeline::takeAudio(GstAppSink* sink, gpointer self) {
-  const SampleRef sample(gst_app_sink_pull_sample(sink));
-  if (sample == nullptr) {
-    return GST_FLOW_EOS;
-  }
-  static_cast<GStreamerPipeline*>(self)->playSample(*sample);
-  return GST_FLOW_OK;
-}
-
-// The output opens while the clip does, not when it has to sound.
-GstFlowReturn GStreamerPipeline::takeAudioPreroll(GstAppSink* sink, gpointer self) {
-  const SampleRef sample(gst_app_sink_pull_preroll(sink));
-  GstAudioInfo info;
-  if (sample != nullptr &&
-      gst_audio_info_from_caps(&info, gst_sample_get_caps(sample.get())) != FALSE) {
-    static_cast<GStreamerPipeline*>(self)->makeRing(static_cast<std::uint32_t>(info.channels),
-                                                    info.rate);
-  }
-  return GST_FLOW_OK;
-}
-
-void GStreamerPipeline::makeRing(std::uint32_t channels, double rate) {
-  if (mRing == nullptr || mRing->channels() != channels || mRing->rate() != rate) {
-    mRing = mEvents.soundBegins(channels, rate);
-  }
-}
-
-void GStreamerPipeline::playSample(GstSample& sample) {
-  GstAudioInfo info;
-  GstAudioBuffer mapped;
-  GstBuffer* buffer = gst_sample_get_buffer(&sample);
-  if (buffer == nullptr || gst_audio_info_from_caps(&info, gst_sample_get_caps(&sample)) == FALSE ||
-      gst_audio_buffer_map(&mapped, &info, buffer, GST_MAP_READ) == FALSE) {
-    return;
-  }
-  const auto channels = static_cast<std::uint32_t>(info.channels);
-  makeRing(channels, info.rate);
-  std::vector<float*> block;
-  mBlock.resize(channels);
-  for (std::uint32_t channel = 0; channel < channels; ++channel) {
-    const auto* from = static_cast<const float*>(mapped.planes[channel]);
-    mBlock[channel].assign(from, from + mapped.n_samples);
-    block.push_back(mBlock[channel].data());
-  }
-  const std::size_t frames = mapped.n_samples;
-  gst_audio_buffer_unmap(&mapped);
-  if (const auto tap = mEvents.audioTap()) {
-    const host::RealtimeContext realtime;
-    tap->process(realtime, block, frames, frames);
-  }
-  const auto time = static_cast<std::int64_t>(gst_segment_to_stream_time(
-      gst_sample_get_segment(&sample), GST_FORMAT_TIME, GST_BUFFER_PTS(buffer)));
-  mRing->write(std::llround(static_cast<double>(time) * 1e-9 * info.rate), block, frames);
 }
 
 // --- on the queue
@@ -411,7 +233,7 @@ std::string GStreamerPipeline::missingReason() const {
 }
 
 bool GStreamerPipeline::isPrerolled() const {
-  for (GstElement* sink : {mVideoSink.load(), mAudioSink.load()}) {
+  for (GstElement* sink : {mVideo.element(), mSound.element()}) {
     if (sink != nullptr &&
         gst_element_get_state(sink, nullptr, nullptr, 0) == GST_STATE_CHANGE_ASYNC) {
       return false;
@@ -422,10 +244,10 @@ bool GStreamerPipeline::isPrerolled() const {
 
 // A clip is ready when each stream that is decoded has its first frame or block.
 void GStreamerPipeline::checkReady() {
-  if (mIsReady || mHasFailed || !mHasAllPads || !isPrerolled()) {
+  if (mWillBeReady || mHasFailed || !mHasAllPads || !isPrerolled()) {
     return;
   }
-  if (mVideoSink.load() == nullptr && mAudioSink.load() == nullptr) {
+  if (mVideo.element() == nullptr && mSound.element() == nullptr) {
     fail("it has neither video nor sound");
     return;
   }
@@ -435,29 +257,17 @@ void GStreamerPipeline::checkReady() {
     fail("it has no length, as a still picture has none");
     return;
   }
-  mIsReady = true;
+  mWillBeReady = true;
   mContents.duration = MediaTime(duration);
-  mContents.frameRate = frameRate();
-  mContents.audioChannels = audioChannels();
-  mEvents.clipIsReady(mContents);
-}
-
-double GStreamerPipeline::frameRate() const {
-  return mVideoSink.load() == nullptr ? std::numeric_limits<double>::quiet_NaN()
-                                      : mFrameRate.load();
-}
-
-std::uint32_t GStreamerPipeline::audioChannels() const {
-  GstElement* sink = mAudioSink.load();
-  if (sink == nullptr) {
-    return 0;
-  }
-  const PadRef pad(gst_element_get_static_pad(sink, "sink"));
-  const CapsRef caps(gst_pad_get_current_caps(pad.get()));
-  GstAudioInfo info;
-  return caps != nullptr && gst_audio_info_from_caps(&info, caps.get()) != FALSE
-             ? static_cast<std::uint32_t>(info.channels)
-             : 0;
+  mContents.frameRate = mVideo.frameRate();
+  mContents.audioChannels = mSound.channels();
+  // The sinks are ahead of what they told: the title may be queued behind what is handled now.
+  mQueue.async([weak = std::weak_ptr(mSelf)] {
+    if (const auto self = weak.lock(); self != nullptr && !(*self)->mHasFailed) {
+      (*self)->mIsReady = true;
+      (*self)->mEvents.clipIsReady((*self)->mContents);
+    }
+  });
 }
 
 // The sound has been pulled before it is heard, and a file that was cut off ends before its time.
@@ -474,22 +284,9 @@ void GStreamerPipeline::end() {
     return;
   }
   mIsRunning = false;
-  mShowsPreroll = false;
+  mVideo.setShowsPreroll(false);
   gst_element_set_state(mPipeline.get(), GST_STATE_PAUSED);
   mEvents.clipEnded(mSerial);
-}
-
-std::uint64_t GStreamerPipeline::lateFrames() const {
-  GstElement* sink = mVideoSink.load();
-  if (sink == nullptr) {
-    return 0;
-  }
-  GstStructure* stats = nullptr;
-  g_object_get(sink, "stats", &stats, nullptr);
-  guint64 dropped = 0;
-  gst_structure_get_uint64(stats, "dropped", &dropped);
-  gst_structure_free(stats);
-  return dropped;
 }
 
 void GStreamerPipeline::follow(const PlayerTimeline& timeline, bool seek, std::uint64_t serial) {
@@ -501,7 +298,7 @@ void GStreamerPipeline::follow(const PlayerTimeline& timeline, bool seek, std::u
   const bool isNear = mIsRunning && ahead <= kForwards && ahead >= -kBackwards;
   if (timeline.rate > 0) {
     if (seek || !isNear) {
-      mShowsPreroll = false;
+      mVideo.setShowsPreroll(false);
       this->seek(timeline, time, serial);
     } else {
       mapClock(timeline, time);
@@ -510,14 +307,14 @@ void GStreamerPipeline::follow(const PlayerTimeline& timeline, bool seek, std::u
       gst_element_set_state(mPipeline.get(), GST_STATE_PLAYING);
     }
   } else {
-    mShowsPreroll = false;
+    mVideo.setShowsPreroll(false);
     if (std::exchange(mIsRunning, false)) {
       gst_element_set_state(mPipeline.get(), GST_STATE_PAUSED);
     } else {
       seek = seek || ahead != 0;
     }
     if (seek) {
-      mShowsPreroll = true;
+      mVideo.setShowsPreroll(true);
       this->seek(timeline, time, serial);
     }
   }
@@ -531,10 +328,10 @@ void GStreamerPipeline::follow(const PlayerTimeline& timeline, bool seek, std::u
 void GStreamerPipeline::mapClock(const PlayerTimeline& timeline, std::uint64_t time) {
   const GstClockTime base = mClock.map(timeline, time) - kEarlySound;
   gst_element_set_base_time(mPipeline.get(), base);
-  if (GstElement* sink = mVideoSink.load(); sink != nullptr) {
+  if (GstElement* sink = mVideo.element(); sink != nullptr) {
     gst_element_set_base_time(sink, base);
   }
-  if (GstElement* sink = mAudioSink.load(); sink != nullptr) {
+  if (GstElement* sink = mSound.element(); sink != nullptr) {
     gst_element_set_base_time(sink, base);
   }
 }
@@ -550,7 +347,7 @@ void GStreamerPipeline::seek(const PlayerTimeline& timeline, std::uint64_t time,
       timeline.rate > 0 ? timeline.at(time + lead) : timeline.position + kFrameSlack, 0,
       mContents.duration.count());
   // A frame that begins before the position gets that as its time.
-  mStandsAt = timeline.rate > 0 ? -1 : to;
+  mVideo.setStandsAt(timeline.rate > 0 ? -1 : to);
   mSeekBegan = time;
   mIsAtEnd = false;
   mClock.setSegmentStart(to);

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <gst/app/gstappsink.h>
+#include <gst/gst.h>
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/host/Queue.h"
 #include "platform/media/AudioTap.h"
@@ -18,6 +16,8 @@
 #include "platform/media/gstreamer/PipelineClock.h"
 #include "platform/media/gstreamer/PlayerTimeline.h"
 #include "platform/media/gstreamer/SoundRing.h"
+#include "platform/media/gstreamer/SoundSink.h"
+#include "platform/media/gstreamer/VideoSink.h"
 
 namespace velor::media {
 
@@ -69,16 +69,8 @@ class GStreamerPipeline {
   static GstBusSyncReply busCall(GstBus* bus, GstMessage* message, gpointer self);
   static void padAdded(GstElement* source, GstPad* pad, gpointer self);
   static void padsComplete(GstElement* source, gpointer self);
-  static GstPadProbeReturn completeCaps(GstPad* pad, GstPadProbeInfo* info, gpointer self);
-  static GstFlowReturn takeVideo(GstAppSink* sink, gpointer self);
-  static GstFlowReturn takeVideoPreroll(GstAppSink* sink, gpointer self);
-  static GstFlowReturn takeAudio(GstAppSink* sink, gpointer self);
-  static GstFlowReturn takeAudioPreroll(GstAppSink* sink, gpointer self);
 
   void link(GstPad& pad);
-  void showSample(GstSample& sample);
-  void playSample(GstSample& sample);
-  void makeRing(std::uint32_t channels, double rate);
 
   void handle(GstMessage& message);
   void fail(const std::string& reason);
@@ -90,9 +82,6 @@ class GStreamerPipeline {
   void mapClock(const PlayerTimeline& timeline, std::uint64_t time);
   void end();
   void seek(const PlayerTimeline& timeline, std::uint64_t now, std::uint64_t serial);
-  std::uint64_t lateFrames() const;
-  double frameRate() const;
-  std::uint32_t audioChannels() const;
 
   host::Queue& mQueue;
   PipelineEvents& mEvents;
@@ -100,22 +89,14 @@ class GStreamerPipeline {
 
   ElementRef mPipeline;
   PipelineClock mClock;
-  // Set once by GStreamer's thread that finds the stream, read after.
-  std::atomic<GstElement*> mVideoSink{nullptr};
-  std::atomic<GstElement*> mAudioSink{nullptr};
-  std::atomic<bool> mShowsPreroll{true};
-  std::atomic<std::int64_t> mStandsAt{-1};  // sought so while it stands, ns; -1 while it runs
-  std::atomic<double> mFrameRate;
-  // One of GStreamer's threads uses it at a time.
-  std::shared_ptr<SoundRing> mRing;
-  std::vector<std::vector<float>> mBlock;
-  std::uint64_t mLate = 0;        // frames so far
-  std::uint64_t mLateBefore = 0;  // of the sink, at the frame before
+  VideoSink mVideo;
+  SoundSink mSound;
 
   // The queue's.
   ClipContents mContents;
   std::string mMissing;  // a decoder that is not installed
   bool mHasAllPads = false;
+  bool mWillBeReady = false;
   bool mIsReady = false;
   bool mHasFailed = false;
   bool mIsRunning = false;
