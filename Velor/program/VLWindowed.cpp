@@ -49,10 +49,10 @@ class WindowedFrontEnd final : public VLFrontEnd {
     mWindow->show();
     QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
   }
-  // The window has asked before it ends the loop; a signal ends it without a question.
+  // The window has asked before it ends the loop; a signal ends it without a question. Windows
+  // save their places when they are hidden, before the settings are written.
   void run(VLAppDelegate& /*app*/) override {
     qt::EventLoop(host::current().mainQueue()).run();
-    mWindow->savePlaces();
     for (QWidget* each : QApplication::topLevelWidgets()) {
       each->hide();
     }

@@ -8,6 +8,7 @@
 #include "Velor/devices/VLLTCReaderDevice.h"
 #include "Velor/views/VLGeneratorViewController.h"
 #include "Velor/views/VLLTCReaderViewController.h"
+#include "Velor/views/VLWindowPlaces.h"
 #include "platform/host/Host.h"
 
 namespace velor {
@@ -27,9 +28,13 @@ void VLDeviceWindows::addLTCGenerator() {
 }
 
 void VLDeviceWindows::showDestinationsWindow() {
+  if (mDestinationsWindow != nullptr) {
+    mDestinationsWindow->hide();  // saves its place
+  }
   mDestinationsWindow = std::make_unique<VLDestinationsViewController>(
       mPerform, [this](const auto& device) { showWindowForDevice(device); },
       [this](const auto& device) { closeAndRemovewindowControllerForDevice(device); });
+  VLWindowPlaces::keep(*mDestinationsWindow, "devicesWindow", mFrames);
   mDestinationsWindow->show();
   mDestinationsWindow->raise();
   mDestinationsWindow->activateWindow();
@@ -57,7 +62,7 @@ VLPopOutWindowController* VLDeviceWindows::windowControllerForDevice(
     return nullptr;
   }
   auto& made = mWindowControllers[device];
-  made = std::make_unique<VLPopOutWindowController>(std::move(panel));
+  made = std::make_unique<VLPopOutWindowController>(std::move(panel), std::nullopt, mFrames);
   made->showWindow();
   return made.get();
 }

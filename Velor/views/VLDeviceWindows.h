@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "Kv-Appkit/KVObservable.h"
@@ -11,6 +12,7 @@
 #include "Velor/views/VLPanelController.h"
 #include "Velor/views/VLPerform.h"
 #include "Velor/views/VLPopOutWindowController.h"
+#include "Velor/views/VLWindowFrames.h"
 #include "platform/host/WeakSelf.h"
 
 namespace velor {
@@ -20,7 +22,8 @@ namespace velor {
 /// whatever way, goes. Queue: main.
 class VLDeviceWindows {
  public:
-  explicit VLDeviceWindows(VLPerform perform) : mPerform(std::move(perform)) {}
+  VLDeviceWindows(VLPerform perform, std::shared_ptr<VLWindowFrames> frames)
+      : mPerform(std::move(perform)), mFrames(std::move(frames)) {}
   VLDeviceWindows(const VLDeviceWindows&) = delete;
   VLDeviceWindows& operator=(const VLDeviceWindows&) = delete;
 
@@ -45,6 +48,7 @@ class VLDeviceWindows {
   void closeRemoved();
 
   const VLPerform mPerform;
+  const std::shared_ptr<VLWindowFrames> mFrames;
   std::map<std::weak_ptr<VLDevice>, std::unique_ptr<VLPopOutWindowController>, std::owner_less<>>
       mWindowControllers;
   std::unique_ptr<VLDestinationsViewController> mDestinationsWindow;

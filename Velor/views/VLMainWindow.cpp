@@ -6,6 +6,7 @@
 #include <QActionGroup>
 #include <QCloseEvent>
 #include <QLocale>
+#include <algorithm>
 #include <utility>
 
 #include "Velor/app/VLAppDelegate.h"
@@ -13,13 +14,12 @@
 #include "Velor/views/VLEventModifiers.h"
 #include "Velor/views/VLIcons.h"
 #include "Velor/views/VLMainMenu.h"
-#include "Velor/views/VLMainWindowPlaces.h"
 #include "Velor/views/VLOSCSetupWindowController.h"
-#include "Velor/views/VLScreenFit.h"
 #include "Velor/views/VLSegmentedControl.h"
 #include "Velor/views/VLStyle.h"
 #include "Velor/views/VLTimecodeView.h"
 #include "Velor/views/VLTranslation.h"
+#include "Velor/views/VLWindowPlaces.h"
 #include "platform/host/Host.h"
 
 namespace velor {
@@ -30,6 +30,8 @@ enum MarkerSegment { kPrevSegment, kAddSegment, kNextSegment };
 constexpr QSize kFirstSize(960, 560);
 constexpr int kFirstDestinations = 380;
 constexpr int kRateDecimals = 2;
+constexpr const char* kScaleName = "timecodeView.scale";
+constexpr double kMostScale = 3;
 
 QString textOf(std::string_view text) {
   return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
@@ -56,11 +58,12 @@ VLMainWindow::Choices choicesOf(std::span<const VLChoice> given,
 VLMainWindow::VLMainWindow()
     : mForm(madeForm(*this)),
       mTimecodeView(new VLTimecodeView(this)),
+      mFrames(std::make_shared<VLSavedWindowFrames>()),
       mSheets(*this),
       mPanels(*this, mSheets),
       mMarkers(*mForm->markerTable, mSheets.performer()),
       mDestinations(*mForm->mtcDestinationsTable, mSheets.performer()),
-      mDeviceWindows(mSheets.performer()),
+      mDeviceWindows(mSheets.performer(), mFrames),
       mMenu(new VLMainMenu(*this)) {
   mForm->timecodeViewPlace->addWidget(mTimecodeView);
   // Screen readers read in this order.
@@ -72,7 +75,6 @@ VLMainWindow::VLMainWindow()
   mForm->mainSplitView->setStretchFactor(0, 0);
   mForm->mainSplitView->setStretchFactor(1, 1);
   resize(kFirstSize);
-  VLScreenFit::follow(*this);
   mForm->mainSplitView->setSizes({kFirstDestinations, kFirstSize.width() - kFirstDestinations});
 }
 
@@ -135,7 +137,7 @@ void VLMainWindow::setUpMarkers() {
 
 void VLMainWindow::setController(const std::shared_ptr<VLAppDelegate>& controller) {
   mController = controller;
-  mFrames.setController(controller);
+  mFrames->setController(controller);
   mMenu->setController(*controller);
   mMarkers.setController(controller);
   mDestinations.follow();
@@ -146,7 +148,12 @@ void VLMainWindow::setController(const std::shared_ptr<VLAppDelegate>& controlle
 }
 
 void VLMainWindow::didLaunch() {
-  VLMainWindowPlaces(*this, *mTimecodeView).restore(mFrames);
+  bool isNumber = false;
+  const double scale = mFrames->frame(kScaleName).toDouble(&isNumber);
+  if (isNumber) {
+    mTimecodeView->setScale(std::clamp(scale, 1.0, kMostScale));
+  }
+  VLWindowPlaces::keep(*this, "mainWindow", mFrames);
   mForm->statusRow->follow(mController.lock(), [this] {
     performOnController([this](VLAppDelegate& app) {
       if (const auto recovered = app.documents().recover(); !recovered) {
@@ -154,13 +161,6 @@ void VLMainWindow::didLaunch() {
       }
     });
   });
-}
-
-void VLMainWindow::savePlaces() {
-  VLMainWindowPlaces(*this, *mTimecodeView).save(mFrames);
-  if (const auto bigWindow = mBigWindow.lock()) {
-    mFrames.saveFrame(bigWindow->window().objectName(), bigWindow->window().saveGeometry());
-  }
 }
 
 void VLMainWindow::followClock(VLAppDelegate& controller) {
@@ -207,6 +207,11 @@ void VLMainWindow::quit() {
 void VLMainWindow::closeEvent(QCloseEvent* event) {
   event->ignore();
   quit();
+}
+
+void VLMainWindow::hideEvent(QHideEvent* event) {
+  QMainWindow::hideEvent(event);
+  mFrames->saveFrame(kScaleName, QByteArray::number(mTimecodeView->scale()));
 }
 
 void VLMainWindow::resizeEvent(QResizeEvent* event) {
@@ -327,14 +332,14 @@ void VLMainWindow::setNeedsDisplay() {
 
 std::shared_ptr<VLBigTimecodeOutlet> VLMainWindow::makeBigTimecodeWindow() {
   const auto bigWindow = std::make_shared<VLBigTimecodeWindowController>();
-  bigWindow->window().restoreGeometry(mFrames.frame(bigWindow->window().objectName()));
-  mBigWindow = bigWindow;
+  VLWindowPlaces::keep(bigWindow->window(), bigWindow->window().objectName(), mFrames);
   return bigWindow;
 }
 
 void VLMainWindow::showOSCSetup() {
   if (mOSCSetupWindow == nullptr) {
     mOSCSetupWindow = std::make_unique<VLOSCSetupWindowController>(mController.lock());
+    VLWindowPlaces::keep(*mOSCSetupWindow, "oscSetupWindow", mFrames);
   }
   mOSCSetupWindow->showWindow();
 }

@@ -64,10 +64,6 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   /// of the log from now on: those of the launch would greet who starts the program for the
   /// first time.
   void didLaunch();
-  /// For the next run, before the settings are saved.
-  void savePlaces();
-  /// Those of all windows.
-  VLWindowFrames& windowFrames() { return mFrames; }
 
   /// Answers questions in place of the user; none: the user is asked.
   using AnswerTo = std::function<std::optional<bool>(const VLAlert& alert)>;
@@ -109,6 +105,7 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  void hideEvent(QHideEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
 
  private:
@@ -126,8 +123,7 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
   const std::unique_ptr<Ui::VLMainWindow> mForm;
   VLTimecodeView* const mTimecodeView;  // a child
   std::weak_ptr<VLAppDelegate> mController;
-  VLSavedWindowFrames mFrames;
-  std::weak_ptr<VLBigTimecodeWindowController> mBigWindow;
+  const std::shared_ptr<VLSavedWindowFrames> mFrames;  // of all windows
   VLSheets mSheets;
   VLFilePanels mPanels;
   VLMarkersPane mMarkers;

@@ -5,13 +5,16 @@
 #include <utility>
 
 #include "Kv-Appkit/KVAssert.h"
+#include "Velor/views/VLWindowPlaces.h"
 
 namespace velor {
 
 VLPopOutWindowController::VLPopOutWindowController(
     std::unique_ptr<VLPanelController> viewController, std::optional<Attributes> attributes,
-    VLWindowFrames* frames)
-    : mViewController(std::move(viewController)), mAttributes(attributes), mFrames(frames) {
+    std::shared_ptr<VLWindowFrames> frames)
+    : mViewController(std::move(viewController)),
+      mAttributes(attributes),
+      mFrames(std::move(frames)) {
   KV_REQUIRE_PARAMETER(mViewController != nullptr, "viewController");
 }
 
@@ -19,7 +22,7 @@ VLPopOutWindowController::~VLPopOutWindowController() {
   if (mWindow == nullptr) {
     return;
   }
-  saveFrame();
+  mWindow->hide();  // saves its frame
   if (QWidget* view = mViewController->view()) {
     view->setParent(nullptr);  // the panel's, and not the window's to delete
   }
@@ -53,7 +56,7 @@ void VLPopOutWindowController::windowDidLoad() {
   mWindow->setWindowTitle(mViewController->viewControllerTitle());
   mAttributes.reset();
   if (mFrames != nullptr && !mViewController->frameSaveName().isEmpty()) {
-    mWindow->restoreGeometry(mFrames->frame(mViewController->frameSaveName()));
+    VLWindowPlaces::keep(*mWindow, mViewController->frameSaveName(), mFrames);
   }
 }
 
@@ -71,14 +74,7 @@ void VLPopOutWindowController::showWindow() {
 
 void VLPopOutWindowController::close() {
   if (mWindow != nullptr) {
-    saveFrame();
     mWindow->close();
-  }
-}
-
-void VLPopOutWindowController::saveFrame() {
-  if (mFrames != nullptr && !mViewController->frameSaveName().isEmpty()) {
-    mFrames->saveFrame(mViewController->frameSaveName(), mWindow->saveGeometry());
   }
 }
 

@@ -18,11 +18,10 @@ class VLPopOutWindowController {
     int styleMask = 0;  ///< added to that of the window
   };
 
-  /// Raises a KVException without a controller. Without `frames` none is saved; else they
-  /// outlive it.
+  /// Raises a KVException without a controller. Without `frames` none is saved.
   explicit VLPopOutWindowController(std::unique_ptr<VLPanelController> viewController,
                                     std::optional<Attributes> attributes = {},
-                                    VLWindowFrames* frames = nullptr);
+                                    std::shared_ptr<VLWindowFrames> frames = nullptr);
   ~VLPopOutWindowController();
   VLPopOutWindowController(const VLPopOutWindowController&) = delete;
   VLPopOutWindowController& operator=(const VLPopOutWindowController&) = delete;
@@ -35,11 +34,10 @@ class VLPopOutWindowController {
  private:
   void windowDidLoad();
   void setStyleMask(int styleMask);
-  void saveFrame();
 
   const std::unique_ptr<VLPanelController> mViewController;
   std::optional<Attributes> mAttributes;
-  VLWindowFrames* const mFrames;
+  const std::shared_ptr<VLWindowFrames> mFrames;
   std::unique_ptr<QWidget> mWindow;  // made when it is first needed
 };
 

@@ -6,12 +6,12 @@
 
 namespace velor {
 
-/// The frames of windows, by name, as they outlive a run. Queue: main.
+/// The frames of windows and the places of their parts, by name, as they outlive a run. Queue: main.
 class VLWindowFrames {
  public:
   virtual ~VLWindowFrames() = default;
 
-  /// As QWidget::saveGeometry gives it; empty: none is saved.
+  /// As the toolkit gives it, for example QWidget::saveGeometry; empty: none is saved.
   virtual QByteArray frame(const QString& name) const = 0;
   virtual void saveFrame(const QString& name, const QByteArray& frame) = 0;
 };

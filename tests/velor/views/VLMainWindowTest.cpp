@@ -264,7 +264,7 @@ TEST_F(VLMainWindowTest, TheArrangementOutlivesARunAndTheScreenThatItWasMadeFor)
   const int column = markerTable().columnWidth(1);
   const QSize size = mMain->size();
   mMain->move(QApplication::primaryScreen()->geometry().bottomRight() + QPoint(300, 300));
-  mMain->savePlaces();
+  mMain->hide();
   ASSERT_TRUE(app().applicationWillTerminate());
   close();
   open();

@@ -40,7 +40,7 @@ class VLPopOutWindowControllerTest : public ViewFixture {
   QSize sizeAfterResize(bool isResizeable,
                         std::optional<VLPopOutWindowController::Attributes> more) {
     VLPopOutWindowController controller(std::make_unique<Panel>(isResizeable, QSize(400, 400)),
-                                        more, &mFrames);
+                                        more, mFrames);
     controller.showWindow();
     settle();
     EXPECT_EQ(controller.window().windowTitle(), "LTC Reader 1");
@@ -50,17 +50,17 @@ class VLPopOutWindowControllerTest : public ViewFixture {
     EXPECT_EQ(controller.viewController().view()->size(), controller.window().size());
     return controller.window().size();
   }
-  Frames mFrames;
+  const std::shared_ptr<Frames> mFrames = std::make_shared<Frames>();
 };
 
 TEST_F(VLPopOutWindowControllerTest, APanelKeepsItsSizeUnlessItOrTheAttributesAllowAnother) {
   EXPECT_EQ(sizeAfterResize(false, {}), QSize(276, 159));
-  mFrames.saved.clear();
+  mFrames->saved.clear();
   EXPECT_EQ(sizeAfterResize(true, {}), QSize(400, 300));
-  EXPECT_FALSE(mFrames.saved["reader"].isEmpty());
-  VLPopOutWindowController next(std::make_unique<Panel>(true, QSize(400, 400)), {}, &mFrames);
+  EXPECT_FALSE(mFrames->saved["reader"].isEmpty());
+  VLPopOutWindowController next(std::make_unique<Panel>(true, QSize(400, 400)), {}, mFrames);
   EXPECT_EQ(next.window().size(), QSize(400, 300));
-  mFrames.saved.clear();
+  mFrames->saved.clear();
   EXPECT_EQ(
       sizeAfterResize(
           false, VLPopOutWindowController::Attributes{VLPopOutWindowController::kResizableBit}),
