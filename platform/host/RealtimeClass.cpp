@@ -9,7 +9,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+
+#include "platform/host/BusConnection.h"
 
 namespace velor::host {
 namespace {
@@ -23,7 +27,6 @@ constexpr int kTimingPriority = 16;
 // Cycles take long compared with the others, and have a period's time.
 constexpr int kAudioPriority = 15;
 constexpr int kRtkitNiceLevel = -15;
-constexpr int kRtkitTimeoutMs = 500;
 // rtkit asks for a limit on uninterrupted real-time work; it allows at most 200 ms.
 constexpr rlim_t kRealtimeLimitUs = 200000;
 
@@ -49,36 +52,28 @@ bool tryFifo(int priority) noexcept {
 }
 
 // One call to rtkit for the calling thread: `method` with the thread's id and
-// `argument`, of the D-Bus type `argumentType`.
+// `argument`, of the D-Bus type `argumentType`. A bus that did not answer is not asked again:
+// each thread would start late.
 bool callRtkit(const char* method, int argumentType, const void* argument) noexcept {
-  DBusError error;
-  dbus_error_init(&error);
-  DBusConnection* bus = dbus_bus_get_private(DBUS_BUS_SYSTEM, &error);
-  if (bus == nullptr) {
-    dbus_error_free(&error);
+  static std::atomic<bool> sIsMute{false};
+  if (sIsMute) {
     return false;
   }
-  dbus_connection_set_exit_on_disconnect(bus, FALSE);
+  const auto begun = std::chrono::steady_clock::now();
+  const auto bus = BusConnection::open(BusConnection::systemBus());
   bool granted = false;
-  DBusMessage* call =
-      dbus_message_new_method_call("org.freedesktop.RealtimeKit1", "/org/freedesktop/RealtimeKit1",
-                                   "org.freedesktop.RealtimeKit1", method);
-  if (call != nullptr) {
+  if (bus) {
+    const BusMessage call =
+        BusConnection::makeCall("org.freedesktop.RealtimeKit1", "/org/freedesktop/RealtimeKit1",
+                                "org.freedesktop.RealtimeKit1", method);
     const auto thread = static_cast<dbus_uint64_t>(gettid());
-    if (dbus_message_append_args(call, DBUS_TYPE_UINT64, &thread, argumentType, argument,
-                                 DBUS_TYPE_INVALID) != FALSE) {
-      DBusMessage* reply =
-          dbus_connection_send_with_reply_and_block(bus, call, kRtkitTimeoutMs, &error);
-      if (reply != nullptr) {
-        granted = dbus_message_get_type(reply) == DBUS_MESSAGE_TYPE_METHOD_RETURN;
-        dbus_message_unref(reply);
-      }
-    }
-    dbus_message_unref(call);
+    granted = dbus_message_append_args(call.get(), DBUS_TYPE_UINT64, &thread, argumentType,
+                                       argument, DBUS_TYPE_INVALID) != FALSE &&
+              (*bus)->call(call).has_value();
   }
-  dbus_error_free(&error);
-  dbus_connection_close(bus);
-  dbus_connection_unref(bus);
+  if (!granted && std::chrono::steady_clock::now() - begun >= BusConnection::kMostWait) {
+    sIsMute = true;
+  }
   return granted;
 }
 

@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/host/BusConnection.h"
 #include "platform/host/Log.h"
 #include "platform/host/Queue.h"
 #include "platform/power/dbus/Inhibition.h"
@@ -32,15 +33,10 @@ std::string sessionBus() {
              : "";
 }
 
-std::string systemBus() {
-  const std::string given = environment("DBUS_SYSTEM_BUS_ADDRESS");
-  return given.empty() ? "unix:path=/run/dbus/system_bus_socket" : given;
-}
-
 }  // namespace
 
 DBusSleepInhibitor::Addresses DBusSleepInhibitor::Addresses::ofEnvironment() {
-  return {sessionBus(), systemBus()};
+  return {sessionBus(), host::BusConnection::systemBus()};
 }
 
 class DBusSleepInhibitor::Bus {
@@ -68,9 +64,18 @@ class DBusSleepInhibitor::Bus {
       mGranted = nullptr;
       return;
     }
-    if (mGranted != nullptr) {
-      return;
+    if (mGranted == nullptr || !mGranted->isHeld()) {
+      askAgain();
     }
+    if (!std::exchange(mLookPending, true)) {
+      mQueue.after(kRetryInterval, [this] {
+        mLookPending = false;
+        follow();
+      });
+    }
+  }
+  void askAgain() {
+    mGranted = nullptr;
     auto granted = mAddress.empty() ? failure("no such bus") : mAsk(mAddress, *mReason);
     if (granted) {
       mGranted = *std::move(granted);
@@ -78,12 +83,6 @@ class DBusSleepInhibitor::Bus {
     }
     if (!std::exchange(mHasTold, true)) {
       VELOR_LOG_DEBUG("cannot inhibit the %s: %s", mWhat, granted.error().text.c_str());
-    }
-    if (!std::exchange(mRetryPending, true)) {
-      mQueue.after(kRetryInterval, [this] {
-        mRetryPending = false;
-        follow();
-      });
     }
   }
 
@@ -94,7 +93,7 @@ class DBusSleepInhibitor::Bus {
   std::optional<std::string> mReason;  // null: not wanted
   std::unique_ptr<Inhibition> mGranted;
   bool mHasTold = false;
-  bool mRetryPending = false;
+  bool mLookPending = false;
   host::Queue mQueue;  // ends first
 };
 

@@ -10,7 +10,8 @@
 namespace velor::power {
 
 /// Asks the screen saver on the session bus, and the login service on the system bus. A bus or
-/// a service that is missing leaves a debug line, and is asked again every kRetryInterval.
+/// a service that is missing leaves a debug line, and is asked again every kRetryInterval; so is
+/// one that has ended and come back.
 ///
 /// Each bus has a queue of its own, "velor.screensaver" and "velor.sleep": one that does not
 /// answer holds nobody else, and the end of the object for at most a few seconds.

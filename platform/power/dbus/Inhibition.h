@@ -9,12 +9,15 @@
 namespace velor::power {
 
 /// What a service of the desktop or of the system grants; it ends with the object. One thread
-/// at a time; each call waits at most for a few times BusConnection::kMostWait.
+/// at a time; each call waits at most for a few times host::BusConnection::kMostWait.
 class Inhibition {
  public:
   virtual ~Inhibition() = default;
   Inhibition(const Inhibition&) = delete;
   Inhibition& operator=(const Inhibition&) = delete;
+
+  /// False once the service that granted it has ended or was started again.
+  virtual bool isHeld() = 0;
 
   using Granted = Expected<std::unique_ptr<Inhibition>>;
 

@@ -12,17 +12,20 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include "platform/host/BusConnection.h"
 #include "platform/host/Log.h"
+#include "platform/host/RealtimeClass.h"
 #include "platform/host/SystemHost.h"
-#include "platform/power/dbus/BusConnection.h"
 #include "sim/SimulatedHost.h"
 #include "tests/support/Servers.h"
 #include "tests/support/TemporaryFolder.h"
@@ -159,7 +162,21 @@ class DBusSleepInhibitorTest : public BusFixture {
 // Waits are real.
 class DBusSleepInhibitorWaits : public BusFixture {
  protected:
+  DBusSleepInhibitorWaits() {
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    path("mute").copy(name.sun_path, sizeof name.sun_path - 1);
+    EXPECT_EQ(::bind(mMute, reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
+    EXPECT_EQ(::listen(mMute, 8), 0);
+  }
+  ~DBusSleepInhibitorWaits() override { close(mMute); }
+  /// Accepts connections, and no more.
+  std::string mute() const { return "unix:path=" + path("mute"); }
+
   host::SystemHost mHost;
+
+ private:
+  const int mMute = ::socket(AF_UNIX, SOCK_STREAM, 0);
 };
 
 TEST_F(DBusSleepInhibitorTest, BothServicesAreAskedOnceAndReleasedWithinASecond) {
@@ -195,6 +212,22 @@ TEST_F(DBusSleepInhibitorTest, TheEndReleases) {
   EXPECT_TRUE(soon([&] { return desktop.calls().size() == 3 && !desktop.holdsSleep(); }));
 }
 
+TEST_F(DBusSleepInhibitorTest, AServiceThatIsStartedAgainIsAskedAgain) {
+  startBus();
+  DBusSleepInhibitor inhibitor({address(), address()});
+  std::optional<Desktop> desktop(address());
+  inhibitor.inhibit("Show");
+  mHost.settle();
+  mHost.advance(3 * DBusSleepInhibitor::kRetryInterval);
+  EXPECT_EQ(desktop->calls().size(), 2U) << "it holds";
+  desktop.reset();
+  mHost.advance(DBusSleepInhibitor::kRetryInterval);  // nobody to ask
+  desktop.emplace(address());
+  mHost.advance(DBusSleepInhibitor::kRetryInterval);
+  EXPECT_THAT(desktop->calls(), UnorderedElementsAre(kScreenSaverCall, kSleepCall));
+  EXPECT_TRUE(desktop->holdsSleep());
+}
+
 TEST_F(DBusSleepInhibitorTest, AMissingBusOrServiceIsAskedAgainWithoutALineOfTheLog) {
   DBusSleepInhibitor inhibitor({address(), ""});
   inhibitor.inhibit("Show");
@@ -214,27 +247,33 @@ TEST_F(DBusSleepInhibitorTest, AMissingBusOrServiceIsAskedAgainWithoutALineOfThe
 }
 
 TEST_F(DBusSleepInhibitorWaits, ABusThatNeverAnswersHoldsNeitherTheCallerNorTheOtherBusNorTheEnd) {
-  const int mute = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un name{};
-  name.sun_family = AF_UNIX;
-  path("mute").copy(name.sun_path, sizeof name.sun_path - 1);
-  ASSERT_EQ(::bind(mute, reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
-  ASSERT_EQ(::listen(mute, 8), 0);
   startBus();
   const auto begun = std::chrono::steady_clock::now();
   const auto elapsed = [&] { return std::chrono::steady_clock::now() - begun; };
   {
     Desktop desktop(address());
-    DBusSleepInhibitor inhibitor({"unix:path=" + path("mute"), address()});
+    DBusSleepInhibitor inhibitor({mute(), address()});
     inhibitor.inhibit("Show");
     inhibitor.release();
     inhibitor.inhibit("Show");
     EXPECT_LT(elapsed(), std::chrono::milliseconds(100));
     EXPECT_TRUE(soon([&] { return desktop.calls().size() == 2 && desktop.holdsSleep(); }));
-    EXPECT_LT(elapsed(), BusConnection::kMostWait);
+    EXPECT_LT(elapsed(), host::BusConnection::kMostWait);
   }
   EXPECT_LT(elapsed(), std::chrono::seconds(10));
-  close(mute);
+}
+
+TEST_F(DBusSleepInhibitorWaits, AThreadAsksABusThatNeverAnswersForItsClassOnce) {
+  const char* const former = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  const std::string kept = former != nullptr ? former : "";
+  ::setenv("DBUS_SYSTEM_BUS_ADDRESS", mute().c_str(), 1);
+  const auto begun = std::chrono::steady_clock::now();
+  for (int thread = 0; thread < 20; ++thread) {
+    EXPECT_FALSE(host::kSystemRealtimeAttempts.rtkitNice());
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 3 * host::BusConnection::kMostWait);
+  former != nullptr ? ::setenv("DBUS_SYSTEM_BUS_ADDRESS", kept.c_str(), 1)
+                    : ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
 }
 
 }  // namespace

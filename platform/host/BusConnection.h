@@ -10,7 +10,7 @@
 
 #include "platform/host/Error.h"
 
-namespace velor::power {
+namespace velor::host {
 
 struct FreeMessage {
   void operator()(DBusMessage* message) const { dbus_message_unref(message); }
@@ -24,6 +24,9 @@ class BusConnection {
  public:
   /// For each answer.
   static constexpr std::chrono::milliseconds kMostWait{1000};
+
+  /// The address of the system bus, of which there is always one. Reads the environment.
+  static std::string systemBus();
 
   /// `address`: as in DBUS_SESSION_BUS_ADDRESS.
   static Expected<std::unique_ptr<BusConnection>> open(const std::string& address);
@@ -48,4 +51,4 @@ class BusConnection {
   DBusConnection* const mConnection;
 };
 
-}  // namespace velor::power
+}  // namespace velor::host

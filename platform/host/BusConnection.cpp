@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "platform/power/dbus/BusConnection.h"
+#include "platform/host/BusConnection.h"
 
+#include <cstdlib>
 #include <new>
 
-namespace velor::power {
+namespace velor::host {
 namespace {
 
 struct FreePendingCall {
@@ -48,6 +49,11 @@ Expected<std::unique_ptr<BusConnection>> BusConnection::open(const std::string& 
   }
   dbus_bus_set_unique_name(opened, name);
   return connection;
+}
+
+std::string BusConnection::systemBus() {
+  const char* const given = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  return given != nullptr && *given != 0 ? given : "unix:path=/run/dbus/system_bus_socket";
 }
 
 BusConnection::~BusConnection() {
@@ -105,4 +111,4 @@ void BusConnection::send(const BusMessage& message) {
   }
 }
 
-}  // namespace velor::power
+}  // namespace velor::host
