@@ -45,7 +45,6 @@ constexpr std::uint64_t kRunOut = 300'000'000;
 constexpr std::uint64_t kLoopCheckDelay = 250'000'000;
 // A clip on a slow disk or network; after that the start fails.
 constexpr std::uint64_t kClipOpens = 30'000'000'000;
-constexpr std::uint64_t kLookInterval = 500'000'000;  // for missing ports and channels
 
 // The signals end the main loop, as a quit does.
 class StopSignals {
@@ -169,7 +168,6 @@ class VLSession {
 
   void observe();
   void follow();
-  void lookForMissing();
   void showReader();
   void checkLoopsSoon();
 
@@ -259,6 +257,10 @@ VLSession::Ended VLSession::launch() {
 void VLSession::observe() {
   mTokens.push_back(KVNotificationCenter::defaultCenter().addObserver(
       KVMIDINotification, [this](const KVNotification&) { follow(); }));
+  for (const char* key : {"audioDevices", "deviceChannels"}) {
+    mTokens.push_back(
+        KAHALAudioSystem::defaultSystem().addObserver(key, [this](const auto&) { follow(); }));
+  }
   mTokens.push_back(mApp->clock().addObserver("status", [this](const auto&) {
     mMainQueue.async([this, weak = std::weak_ptr(mApp)] {
       if (weak.lock() != nullptr) {
@@ -341,11 +343,10 @@ VLSession::Ended VLSession::applyDevices() {
     return fail(kUsageStatus, applied.error().text);
   }
   mIsApplied = true;
-  showReader();
+  follow();  // one may have come since they were looked for
   for (const std::string& problem : mDevices->missing()) {
     mFrontEnd->mainWindow()->presentError(problem + "; waiting for it");
   }
-  lookForMissing();
   return std::nullopt;
 }
 
@@ -429,19 +430,6 @@ void VLSession::follow() {
     checkLoopsSoon();
   }
   showReader();
-}
-
-// Until it is there: the port, the device or the channel.
-void VLSession::lookForMissing() {
-  if (mDevices->missing().empty()) {
-    return;
-  }
-  mMainQueue.after(kLookInterval, [this, weak = std::weak_ptr(mApp)] {
-    if (weak.lock() != nullptr) {
-      follow();
-      lookForMissing();
-    }
-  });
 }
 
 void VLSession::showReader() {

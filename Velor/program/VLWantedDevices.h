@@ -38,10 +38,10 @@ class VLWantedDevices {
   /// Why each missing one was not found, for people.
   std::vector<std::string> missing() const { return missing(true); }
 
-  /// Call before and after each change of the MIDI setup, and `follow` also after each stop
-  /// of the clock and now and then while one is missing: takes those that have appeared,
-  /// and a sync source that has returned, and arms the clock as it was. Not while the
-  /// clock plays. True when the sync source was set.
+  /// Call before and after each change of the MIDI setup, and `follow` also after each change
+  /// of the audio devices or their channels and after each stop of the clock: takes those that
+  /// have appeared, and a sync source that has returned, and arms the clock as it was. Not
+  /// while the clock plays. True when the sync source was set.
   void willFollowSetup(const VLAppDelegate& app);
   bool follow(VLAppDelegate& app);
 
