@@ -6,7 +6,8 @@
 
 namespace velor {
 
-/// The frames of windows and the places of their parts, by name, as they outlive a run. Queue: main.
+/// The frames of windows and the places of their parts, by name, as they outlive a run.
+/// Queue: main.
 class VLWindowFrames {
  public:
   virtual ~VLWindowFrames() = default;
