@@ -17,6 +17,7 @@
 #include "Velor/views/VLOSCSetupWindowController.h"
 #include "Velor/views/VLSegmentedControl.h"
 #include "Velor/views/VLStyle.h"
+#include "Velor/views/VLTimecodeAccessible.h"
 #include "Velor/views/VLTimecodeView.h"
 #include "Velor/views/VLTranslation.h"
 #include "Velor/views/VLWindowPlaces.h"
@@ -39,6 +40,8 @@ QString textOf(std::string_view text) {
 
 // Of the form, which makes what the other members stand on.
 Ui::VLMainWindow* madeForm(VLMainWindow& window) {
+  // A screen reader that runs asks for the form's controls while they are made.
+  VLTimecodeAccessible::install();
   auto* form = new Ui::VLMainWindow;
   form->setupUi(&window);
   return form;

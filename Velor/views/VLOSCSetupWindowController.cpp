@@ -27,6 +27,7 @@ constexpr int kStartError = -51000;
 Ui::VLOSCSetupWindowController* madeForm(VLOSCSetupWindowController& window) {
   auto* form = new Ui::VLOSCSetupWindowController;
   form->setupUi(&window);
+  form->serverView->lower();  // screen readers read it first
   return form;
 }
 

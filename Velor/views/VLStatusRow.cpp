@@ -142,9 +142,10 @@ QString VLStatusRow::audioServerText() {
   if (status.sampleRate <= 0) {
     return name;
   }
+  // What follows the comma says the rate again.
   return tr("%1 %2 kHz / %3 · %4 xruns", "the server, its sample rate, its period")
-      .arg(name, QString::number(status.sampleRate / 1000), QString::number(status.period),
-           QString::number(status.xruns));
+      .arg(name.section(',', 0, 0), QString::number(status.sampleRate / 1000),
+           QString::number(status.period), QString::number(status.xruns));
 }
 
 QString VLStatusRow::syncText(const VLAppDelegate& controller) const {
