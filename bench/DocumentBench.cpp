@@ -15,19 +15,9 @@
 #include <string>
 #include <vector>
 
-#include "Kv-Appkit/KVShared.h"
-#include "Velor/app/VLAppDelegate.h"
 #include "Velor/app/VLTimecodeValues.h"
-#include "bench/TickErrors.h"
+#include "bench/AppWorld.h"
 #include "kvtimecode/ltc_utils.h"
-#include "platform/audio/AudioService.h"
-#include "platform/audio/builtin/BuiltinAudio.h"
-#include "platform/host/Log.h"
-#include "platform/midi/MIDIService.h"
-#include "platform/midi/builtin/MIDIObjectTable.h"
-#include "sim/BuiltinDiscovery.h"
-#include "sim/SimulatedUDPNetwork.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace velor {
 namespace {
@@ -168,35 +158,13 @@ bool measure(WatchedHost& host, VLAppDelegate& app, int rounds,
 }
 
 int run(int rounds) {
-  host::setLogSink([](host::LogLevel, std::string_view) {});
-  WatchedHost host;
-  midi::MIDIObjectTable midi(nullptr);
-  midi::setService(&midi);
-  std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
-  outsides.push_back(std::make_unique<audio::BuiltinAudio>());
-  auto audio = std::make_unique<audio::AudioService>(std::move(outsides));
-  audio::setService(audio.get());
-  SimulatedUDPNetwork network;
-  setUDPNetwork(&network);
-  discovery::BuiltinDiscovery discovery;
-  discovery::setService(&discovery);
-  const test::TemporaryFolder folder;
-  const std::string home = folder.path().string();
-  auto app = std::make_shared<VLAppDelegate>(
-      std::make_shared<NoWindow>(), std::make_shared<VLTimecodeValues>(),
-      store::ApplicationFolders([home](const char* name) -> const char* {
-        return std::string_view(name) == "HOME" ? home.c_str() : nullptr;
-      }));
+  AppWorld world;
+  auto app = std::make_shared<VLAppDelegate>(std::make_shared<NoWindow>(),
+                                             std::make_shared<VLTimecodeValues>(), world.folders());
   app->applicationDidFinishLaunching();
   app->waitForSettings();
-  const bool isWithin = measure(host, *app, rounds, folder);
+  const bool isWithin = measure(world.host(), *app, rounds, world.folder());
   app.reset();
-  KVSharedInstances::clear();
-  discovery::setService(nullptr);
-  setUDPNetwork(nullptr);
-  audio.reset();
-  audio::setService(nullptr);
-  midi::setService(nullptr);
   return isWithin ? 0 : 1;
 }
 
