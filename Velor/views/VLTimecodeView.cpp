@@ -429,8 +429,9 @@ void VLTimecodeView::paintEvent(QPaintEvent* event) {
     }
     cell(which).draw(painter, frame(which));
   }
+  const int labels = static_cast<int>(frame(Time::offset).bottom());
   for (const Time which : {Time::offset, Time::first, Time::second}) {
-    if (isShown(which)) {
+    if (isShown(which) && region.boundingRect().bottom() >= labels) {
       drawLabel(painter, which, which == Time::second ? colorForSecondTimeLabel() : kLabelColor);
     }
   }
