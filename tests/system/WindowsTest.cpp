@@ -205,6 +205,20 @@ TEST_F(Windows, AShowIsSetUpPlayedSavedLeftAndFoundAgain) {
   expect("windows", "Big_Timecode; Velor");
   key("alt+F4");
   expect("windows", "Velor");
+  for (const auto& [keys, titles] : {std::pair{"ctrl+shift+d", "Devices; Velor"},
+                                     std::pair{"ctrl+shift+o", "OSC_Setup; Velor"}}) {
+    key(keys);
+    expect("windows", titles);
+    key("alt+F4");
+    expect("windows", "Velor");
+  }
+  // A document of its own.
+  key("ctrl+s");
+  expect("windows", "Save; Velor");
+  tool("type --delay 20 " + file("show.velor"));
+  key("Return");
+  expect("windows", "Velor");
+  EXPECT_TRUE(std::filesystem::exists(file("show.velor")));
   // The quit asks while the clock runs.
   key("space");
   mDump->waitForLine("/velor/transport/play f 1.000000", line);
