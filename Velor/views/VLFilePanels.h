@@ -8,9 +8,11 @@
 #include "Velor/app/VLMainWindowOutlet.h"
 #include "Velor/views/VLSheets.h"
 
+class QFileDialog;
+
 namespace velor {
 
-/// The panels that ask for a document, as sheets. Queue: main.
+/// The panels that ask for a document or a clip, as sheets. Queue: main.
 class VLFilePanels {
   Q_DECLARE_TR_FUNCTIONS(VLFilePanels)
 
@@ -22,10 +24,14 @@ class VLFilePanels {
   /// Asks before a file is replaced.
   void beginSave(std::string_view fileType, FileChosen chosen);
   void beginOpen(std::string_view fileType, FileChosen chosen);
+  /// Of any format.
+  void beginOpenClip(FileChosen chosen);
 
  private:
   static VLSheetText replaceText(const std::filesystem::path& path);
-  void begin(std::string_view fileType, bool isSave, FileChosen chosen);
+  QFileDialog& makePanel(const QString& title, bool isSave);
+  void begin(QFileDialog& panel, FileChosen chosen);
+  void beginDocument(std::string_view fileType, bool isSave, FileChosen chosen);
 
   QWidget& mWindow;
   VLSheets& mSheets;

@@ -17,10 +17,10 @@
 #include <utility>
 
 #include "Velor/app/VLAppDelegate.h"
-#include "Velor/app/VLMediaWindows.h"
 #include "Velor/views/VLMainWindow.h"
 #include "Velor/views/VLTimecodeView.h"
 #include "Velor/views/VLTranslation.h"
+#include "platform/media/MediaService.h"
 
 namespace velor {
 namespace {
@@ -89,7 +89,9 @@ VLMainMenu::VLMainMenu(VLMainWindow& window) : QObject(&window), mWindow(window)
   fillEdit(addMenu(nullptr, tr("&Edit"), "editMenu"));
   fillClock(addMenu(nullptr, tr("&Clock"), "clockMenu"));
   fillDevices(addMenu(nullptr, tr("&Devices"), "devicesMenu"));
-  if (VLMediaWindows::canHaveMediaPlaybackFeature()) {
+  // What its players still need is told when the first window is asked for: to find out starts
+  // their library.
+  if (media::service() != nullptr) {
     fillPlayback(addMenu(nullptr, tr("&Playback"), "playbackMenu"));
   }
   fillView(addMenu(nullptr, tr("&View"), "viewMenu"));

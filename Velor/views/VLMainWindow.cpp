@@ -14,6 +14,7 @@
 #include "Velor/views/VLEventModifiers.h"
 #include "Velor/views/VLIcons.h"
 #include "Velor/views/VLMainMenu.h"
+#include "Velor/views/VLMediaPlaybackWindow.h"
 #include "Velor/views/VLOSCSetupWindowController.h"
 #include "Velor/views/VLSegmentedControl.h"
 #include "Velor/views/VLStyle.h"
@@ -337,6 +338,19 @@ std::shared_ptr<VLBigTimecodeOutlet> VLMainWindow::makeBigTimecodeWindow() {
   const auto bigWindow = std::make_shared<VLBigTimecodeWindowController>();
   VLWindowPlaces::keep(bigWindow->window(), bigWindow->window().objectName(), mFrames);
   return bigWindow;
+}
+
+std::shared_ptr<VLMediaPlaybackWindowOutlet> VLMainWindow::makeMediaPlaybackWindow(
+    const std::shared_ptr<VLMediaPlaybackWindowController>& controller) {
+  auto window = std::make_shared<VLMediaPlaybackWindow>(controller);
+  VLWindowPlaces::keep(*window, window->objectName(), mFrames);
+  return window;
+}
+
+void VLMainWindow::makeKeyAndOrderFront() {
+  show();
+  raise();
+  activateWindow();
 }
 
 void VLMainWindow::showOSCSetup() {

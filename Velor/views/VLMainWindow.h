@@ -93,6 +93,9 @@ class VLMainWindow final : public QMainWindow, public VLMainWindowOutlet {
     mDeviceWindows.showWindowForDevice(device);
   }
   std::shared_ptr<VLBigTimecodeOutlet> makeBigTimecodeWindow() override;
+  std::shared_ptr<VLMediaPlaybackWindowOutlet> makeMediaPlaybackWindow(
+      const std::shared_ptr<VLMediaPlaybackWindowController>& controller) override;
+  void makeKeyAndOrderFront() override;
   void showOSCSetup() override;
   void beginPlayRateSheet(double percent) override;
   void endPlayRateSheet() override;

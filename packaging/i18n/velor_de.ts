@@ -243,6 +243,10 @@
         <source>Velor documents</source>
         <translation>Velor-Dokumente</translation>
     </message>
+    <message>
+        <source>Open Clip</source>
+        <translation>Clip öffnen</translation>
+    </message>
 </context>
 <context>
     <name>VLGeneratorViewController</name>
@@ -375,6 +379,105 @@
     <message>
         <source>Status</source>
         <translation>Status</translation>
+    </message>
+</context>
+<context>
+    <name>VLMediaPlaybackWindow</name>
+    <message>
+        <source>Video</source>
+        <translation>Video</translation>
+    </message>
+    <message>
+        <source>Position</source>
+        <translation>Position</translation>
+    </message>
+    <message>
+        <source>Position in the clip</source>
+        <translation>Position im Clip</translation>
+    </message>
+    <message>
+        <source>Play</source>
+        <translation>Start</translation>
+    </message>
+    <message>
+        <source>Starts or stops the clip; with &quot;control master clock&quot;, the clock</source>
+        <translation>Startet oder stoppt den Clip; mit „Master-Uhr steuern“ die Uhr</translation>
+    </message>
+    <message>
+        <source>Previous Frame</source>
+        <translation>Voriges Bild</translation>
+    </message>
+    <message>
+        <source>Previous frame</source>
+        <translation>Voriges Bild</translation>
+    </message>
+    <message>
+        <source>Next Frame</source>
+        <translation>Nächstes Bild</translation>
+    </message>
+    <message>
+        <source>Next frame</source>
+        <translation>Nächstes Bild</translation>
+    </message>
+    <message>
+        <source>Full Screen</source>
+        <translation>Vollbild</translation>
+    </message>
+    <message>
+        <source>The picture alone on the whole screen; Escape goes back</source>
+        <translation>Das Bild allein auf dem ganzen Bildschirm; zurück mit Escape</translation>
+    </message>
+    <message>
+        <source>Volume</source>
+        <translation>Lautstärke</translation>
+    </message>
+    <message>
+        <source>Volume of the clip</source>
+        <translation>Lautstärke des Clips</translation>
+    </message>
+    <message>
+        <source>Audio</source>
+        <translation>Ton</translation>
+    </message>
+    <message>
+        <source>The channel that gets the sum of all channels</source>
+        <translation>Der Kanal, der die Summe aller Kanäle erhält</translation>
+    </message>
+    <message>
+        <source>Online</source>
+        <translation>Online</translation>
+    </message>
+    <message>
+        <source>Whether the clip follows MTC</source>
+        <translation>Ob der Clip dem MTC folgt</translation>
+    </message>
+    <message>
+        <source>Start Time</source>
+        <translation>Startzeit</translation>
+    </message>
+    <message>
+        <source>Timecode of the first frame of the clip</source>
+        <translation>Timecode des ersten Bildes des Clips</translation>
+    </message>
+    <message>
+        <source>Action</source>
+        <translation>Aktion</translation>
+    </message>
+    <message>
+        <source>What the clip does to the clock and the speed</source>
+        <translation>Was der Clip mit Uhr und Geschwindigkeit macht</translation>
+    </message>
+    <message>
+        <source>Clip</source>
+        <translation>Clip</translation>
+    </message>
+    <message>
+        <source>Deviation</source>
+        <translation>Abweichung</translation>
+    </message>
+    <message>
+        <source>MTC In</source>
+        <translation>MTC-Eingang</translation>
     </message>
 </context>
 <context>
@@ -711,6 +814,61 @@
     <message>
         <source>Play Mode</source>
         <translation>Abspielmodus</translation>
+    </message>
+</context>
+<context>
+    <name>velor::VLMediaPlaybackWindow</name>
+    <message>
+        <source>Action</source>
+        <translation>Aktion</translation>
+    </message>
+    <message>
+        <source>control master clock</source>
+        <translation>Master-Uhr steuern</translation>
+    </message>
+    <message>
+        <source>adjust playback speed</source>
+        <translation>Geschwindigkeit anpassen</translation>
+    </message>
+    <message>
+        <source>All channels</source>
+        <translation>Alle Kanäle</translation>
+    </message>
+    <message>
+        <source>Mono on %1</source>
+        <translation>Mono auf %1</translation>
+    </message>
+    <message>
+        <source>No clip.</source>
+        <translation>Kein Clip.</translation>
+    </message>
+    <message>
+        <source>Opening the clip ...</source>
+        <translation>Der Clip wird geöffnet ...</translation>
+    </message>
+    <message>
+        <source>This clip has no picture.</source>
+        <translation>Dieser Clip hat kein Bild.</translation>
+    </message>
+    <message>
+        <source>No sound server: the sound plays on &quot;%1&quot;, where nobody hears it.</source>
+        <translation>Kein Audio-Server: Der Ton läuft auf „%1“, wo ihn niemand hört.</translation>
+    </message>
+    <message>
+        <source>in step with MTC</source>
+        <translation>im Takt mit MTC</translation>
+    </message>
+    <message>
+        <source>off line</source>
+        <translation>offline</translation>
+    </message>
+    <message>
+        <source>MTC has stopped</source>
+        <translation>MTC steht</translation>
+    </message>
+    <message>
+        <source>waiting for MTC</source>
+        <translation>wartet auf MTC</translation>
     </message>
 </context>
 <context>

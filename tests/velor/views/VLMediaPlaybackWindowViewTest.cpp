@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+
+#include <QDialog>
+#include <QLineEdit>
+#include <QMenuBar>
+#include <fstream>
+
+#include "Velor/views/VLMediaPlaybackWindow.h"
+#include "Velor/views/VLPopupButton.h"
+#include "Velor/views/VLSlider.h"
+#include "tests/velor/views/WindowFixture.h"
+
+namespace velor {
+namespace {
+
+class VLMediaPlaybackWindowViewTest : public WindowFixture {
+ protected:
+  VLMediaPlaybackWindowViewTest() {
+    open();
+    action("newPlaybackWindow").trigger();
+    settle();
+  }
+
+  static VLMediaPlaybackWindow* window() {
+    for (QWidget* each : QApplication::topLevelWidgets()) {
+      if (auto* found = dynamic_cast<VLMediaPlaybackWindow*>(each)) {
+        return found;
+      }
+    }
+    return nullptr;
+  }
+  template <class Widget>
+  static Widget& part(const char* name) {
+    return *window()->findChild<Widget*>(name);
+  }
+  void clickPart(const char* name) {
+    QTest::mouseClick(&part<VLButton>(name), Qt::LeftButton);
+    settle();
+  }
+  VLMediaPlaybackWindowController& controller() { return *app().mediaWindows().windows().at(0); }
+  void load(const char* name) {
+    std::ofstream(folders().state() / name) << "";
+    QDialog& panel = *window()->sheets().current();
+    panel.disconnect();  // one that ends without a choice closes the window
+    panel.hide();
+    controller().loadMediumAtURL(folders().state() / name);
+    mHost.advance(50'000'000);
+    settle();
+  }
+};
+
+TEST_F(VLMediaPlaybackWindowViewTest, AsksForAClipAtOnceAndClosesWithoutOne) {
+  EXPECT_EQ(mMain->menuBar()->actions().at(4)->menu()->objectName(), "playbackMenu");
+  ASSERT_NE(window(), nullptr);
+  EXPECT_EQ(window()->windowTitle(), "Media Playback");
+  EXPECT_EQ(part<QLineEdit>("mtcInField").text(), "MTC In: 00:00:00:00");
+  ASSERT_NE(window()->sheets().current(), nullptr);
+  window()->sheets().current()->reject();
+  settle();
+  EXPECT_EQ(window(), nullptr);
+  EXPECT_TRUE(app().mediaWindows().windows().empty());
+}
+
+TEST_F(VLMediaPlaybackWindowViewTest, TheControlsDriveTheClip) {
+  mMedia.clips["clip.mp4"].title = "Walk-in";
+  std::filesystem::create_directories(folders().state());
+  load("clip.mp4");
+  EXPECT_EQ(window()->windowTitle(), "Walk-in");
+  EXPECT_EQ(part<VLPopupButton>("audioPopUpButton").count(), 3);
+  media::SimulatedPlayer& player = *mMedia.players.at(0);
+  clickPart("playButton");
+  EXPECT_EQ(player.rate(), 1);
+  clickPart("playButton");
+  EXPECT_EQ(player.rate(), 0);
+  part<VLSlider>("positionSlider").setValue(4000);
+  mHost.advance(host::kNsPerSecond);
+  EXPECT_EQ(player.currentTime(), std::chrono::seconds(4));
+  clickPart("nextFrameButton");
+  mHost.advance(host::kNsPerSecond);
+  EXPECT_EQ(player.currentTime(), std::chrono::milliseconds(4040));
+  part<VLSlider>("volumeSlider").setValue(50);
+  EXPECT_EQ(player.volume(), 0.5F);
+  clickPart("onlineButton");
+  EXPECT_FALSE(controller().online());
+  part<QAction>("controlMasterClock").trigger();
+  EXPECT_TRUE(controller().controlMasterClock());
+
+  clickPart("fullScreenButton");
+  EXPECT_TRUE(window()->isFullScreen());
+  EXPECT_FALSE(part<QWidget>("controls").isVisible());
+  QApplication::setActiveWindow(window());
+  settle();
+  press(*window(), Qt::Key_Escape);
+  EXPECT_FALSE(window()->isFullScreen());
+  EXPECT_TRUE(part<QWidget>("controls").isVisible());
+
+  player.fail("the disk is gone");
+  settle();
+  EXPECT_TRUE(controller().isVisible());
+  EXPECT_FALSE(part<VLButton>("playButton").isEnabled());
+}
+
+}  // namespace
+}  // namespace velor
