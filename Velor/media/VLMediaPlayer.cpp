@@ -13,9 +13,10 @@ Expected<std::unique_ptr<VLMediaPlayer>> VLMediaPlayer::initWithURL(
   if (service == nullptr) {
     return failure(request.path.string() + ": no player for clips");
   }
-  return service->initWithURL(request, reports).map([&delegate](auto&& player) {
-    return std::unique_ptr<VLMediaPlayer>(new VLMediaPlayer(std::move(player), delegate));
-  });
+  return service->initWithURL(request, reports)
+      .map([&delegate](std::unique_ptr<media::Player> player) {
+        return std::unique_ptr<VLMediaPlayer>(new VLMediaPlayer(std::move(player), delegate));
+      });
 }
 
 void VLMediaPlayer::play() {
