@@ -58,11 +58,12 @@ void VLClockDisplay::bindTimes() {
 }
 
 void VLClockDisplay::bindFormat() {
-  std::array<std::string, kVLOfferedFormats.size()> titles;
+  constexpr auto kOffered = VLOfferedFormats();
+  std::array<std::string, kOffered.size()> titles;
   std::vector<VLChoice> formats;
   for (std::size_t i = 0; i < titles.size(); ++i) {
-    titles[i] = stringFromSMPTEFormat(kVLOfferedFormats[i]);
-    formats.push_back({titles[i], kVLOfferedFormats[i]});
+    titles[i] = stringFromSMPTEFormat(kOffered[i]);
+    formats.push_back({titles[i], kOffered[i]});
   }
   mWindow.setFormats(formats, [&clock = mClock](std::uint64_t tag) {
     clock.setSmpteFormat(static_cast<std::uint32_t>(tag));

@@ -62,7 +62,7 @@ VLMenus::Items VLMenus::currentDevicesMenu(const ShowDevice& show) const {
 
 VLMenus::Items VLMenus::clockmenuFormatMenu() const {
   Items items;
-  for (const std::uint32_t format : kVLOfferedFormats) {
+  for (const std::uint32_t format : VLOfferedFormats()) {
     items.push_back({stringFromSMPTEFormat(format), format == mApp.clock().smpteFormat(), "",
                      [this, format] { changeTimecodeFormatFromMenu(format); }});
   }

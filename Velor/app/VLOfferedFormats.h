@@ -9,8 +9,9 @@
 namespace velor {
 
 /// The formats that a user can choose, in the order of the menus. 23.98 is for decoding alone.
-inline constexpr std::array<std::uint32_t, 6> kVLOfferedFormats{
-    kSMPTETimeType24,       kSMPTETimeType25, kSMPTETimeType2997,
-    kSMPTETimeType2997Drop, kSMPTETimeType30, kSMPTETimeType30Drop};
+constexpr std::array<std::uint32_t, 6> VLOfferedFormats() {
+  return {kSMPTETimeType24,       kSMPTETimeType25, kSMPTETimeType2997,
+          kSMPTETimeType2997Drop, kSMPTETimeType30, kSMPTETimeType30Drop};
+}
 
 }  // namespace velor
