@@ -193,6 +193,14 @@ TEST_F(Windows, AShowIsSetUpPlayedSavedLeftAndFoundAgain) {
   click("cell Markers 0 0");
   key("Return ctrl+a A c t Return");
   expect("rows Markers", "Act_01:02:03:04");
+  // With Ctrl a click jumps to the marker, without it to none.
+  key("ctrl+m");
+  expect("rows Markers", "Marker_2_00:00:00:00; Act_01:02:03:04");
+  click("cell Markers 1 0");
+  click("cell Markers 0 0");
+  expectTime("00:00:00:00");
+  click("cell Markers 1 0", "ctrl");
+  expectTime("01:02:03:04");
   // A destination, switched on by a click.
   key("ctrl+shift+g");
   expect("windows", "LTC_Generator_1; Velor");
@@ -228,8 +236,14 @@ TEST_F(Windows, AShowIsSetUpPlayedSavedLeftAndFoundAgain) {
   EXPECT_EQ(velor->waitForEnd(kPatience), 0);
   // All is found as it was.
   velor = start({});
-  expect("rows Markers", "Act_01:02:03:04");
+  expect("rows Markers", "Marker_2_00:00:00:00; Act_01:02:03:04");
   expect("rows Destinations", "On_LTC_Generator_1_ready");
+  click("place Timecode");
+  key("Left 0 5 0 6 0 7 0 8 Return");
+  expectTime("05:06:07:08");
+  EXPECT_EQ(velor->end(SIGTERM), 0);
+  velor = start({});
+  expectTime("05:06:07:08");
   EXPECT_EQ(velor->end(SIGTERM), 0);
   closeDisplay();
 }
