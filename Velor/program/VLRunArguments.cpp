@@ -273,7 +273,6 @@ void VLRunArguments::readOSC(VLOptions& options, VLRefusal& refusal) const {
 
 // The last "@" separates, since a path may have others.
 void VLRunArguments::readMedia(VLOptions& options, VLRefusal& refusal) const {
-  refusal.refuseIf(!mMedia.empty() && !options.headless, "--media needs --headless");
   for (const std::string& text : mMedia) {
     const std::size_t at = text.rfind('@');
     VLMediaWords words{text.substr(0, at), std::nullopt};
