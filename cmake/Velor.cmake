@@ -27,17 +27,9 @@ if(VELOR_ANALYSE)
       "${CMAKE_COMMAND} -E touch <OBJECT>")
   set(CMAKE_CXX_CREATE_STATIC_LIBRARY "${CMAKE_COMMAND} -E touch <TARGET>")
   set(CMAKE_CXX_LINK_EXECUTABLE "${CMAKE_COMMAND} -E touch <TARGET>")
-  set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
   # Clang alone reads what moc writes there: without any check, its tidy refuses to start.
   file(WRITE ${CMAKE_BINARY_DIR}/generated/.clang-tidy "Checks: '-*,misc-unused-alias-decls'\n")
 endif()
-
-# For a folder and those below: Clang alone reads them, without its tidy.
-macro(velor_without_tidy)
-  set(CMAKE_CXX_CLANG_TIDY "")
-  string(REPLACE "-Xclang -Eonly -c" "-fsyntax-only" CMAKE_CXX_COMPILE_OBJECT
-                 "${CMAKE_CXX_COMPILE_OBJECT}")
-endmacro()
 
 add_library(velor_options INTERFACE)
 target_compile_options(velor_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
@@ -75,8 +67,7 @@ function(velor_library name)
 endfunction()
 
 # velor_share_test_headers(NAME): what nearly all tests include, compiled once for
-# a build. The tidy build has none, and so finds a test that does not include what
-# it uses.
+# a build.
 function(velor_share_test_headers name)
   if(VELOR_TEST_PCH)
     target_precompile_headers(${name} REUSE_FROM velor_test_support)
