@@ -24,7 +24,8 @@ struct LongJobs::LeftBehind {
         each->thread->join();
       } else {
         // Still reachable at the end, or a check for leaks would report it.
-        static auto& unfinished = *new std::vector<std::unique_ptr<Thread>>;
+        static auto& unfinished =
+            *std::make_unique<std::vector<std::unique_ptr<Thread>>>().release();
         unfinished.push_back(std::move(each->thread));
       }
     }
