@@ -37,11 +37,20 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
+// The bus may have just been started.
+DBusConnection* opened(const std::string& address) {
+  DBusConnection* connection = nullptr;
+  EXPECT_TRUE(test::waitFor(5, [&] {
+    connection = dbus_connection_open_private(address.c_str(), nullptr);
+    return connection != nullptr;
+  }));
+  return connection;
+}
+
 /// The screen saver and the login service, both on one bus.
 class Desktop {
  public:
-  explicit Desktop(const std::string& address)
-      : mConnection(dbus_connection_open_private(address.c_str(), nullptr)) {
+  explicit Desktop(const std::string& address) : mConnection(opened(address)) {
     dbus_bus_register(mConnection, nullptr);
     for (const char* name : {"org.freedesktop.ScreenSaver", "org.freedesktop.login1"}) {
       dbus_bus_request_name(mConnection, name, DBUS_NAME_FLAG_DO_NOT_QUEUE, nullptr);
