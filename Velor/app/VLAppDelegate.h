@@ -109,7 +109,7 @@ class VLAppDelegate final : public KVObservable,
   std::shared_ptr<KVSMPTETime> currentTime() const;
   /// Of a clock that stands it can be undone. An invalid time is ignored.
   void setCurrentTime(const std::shared_ptr<KVSMPTETime>& time) { mTransport.setCurrentTime(time); }
-  /// Of a time as it is sent, with the offset in it.
+  /// Moves the clock. `time` is one that the clock sends, so it includes the clock's offset.
   void setCurrentSMPTETime(const SMPTETime& time);
 
   std::shared_ptr<KVMIDIEndpoint> syncSource() const;

@@ -55,9 +55,9 @@ class VLMainWindowOutlet {
   virtual void rearrangeDestinations() {}
   virtual void setNeedsDisplay() {}
   virtual void showWindowForDevice(const std::shared_ptr<VLDevice>& /*device*/) {}
-  /// Null where there are no windows.
+  /// Makes the big window; returns null in a run without windows.
   virtual std::shared_ptr<VLBigTimecodeOutlet> makeBigTimecodeWindow() { return nullptr; }
-  /// For a media window that is about to be shown. Null where there are no windows.
+  /// Makes the window of the controller's clip; after null the clip plays without one.
   virtual std::shared_ptr<VLMediaPlaybackWindowOutlet> makeMediaPlaybackWindow(
       const std::shared_ptr<VLMediaPlaybackWindowController>& /*controller*/) {
     return nullptr;

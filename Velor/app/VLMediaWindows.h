@@ -50,7 +50,7 @@ class VLMediaWindows final : public KVObservable,
   /// Adds the windows of a document in the folder. What cannot be played here is kept for the
   /// next save. A failure is logged.
   void restore(const std::vector<State>& states, const std::filesystem::path& folder);
-  /// Of the visible windows, for a document in the folder.
+  /// The states of the visible windows, as a document in the folder stores them.
   std::vector<State> encodedStates(const std::filesystem::path& folder) const;
 
   // --- from the windows

@@ -80,7 +80,7 @@ class VLLTCReaderDevice final : public VLReaderDevice,
   audio::AudioObjectID audioObjectId() const noexcept { return mReader->audioDeviceId(); }
   /// Whether that is the one that was chosen, and none that stands in.
   bool isOnChosenDevice() const noexcept { return mReader->isOnChosenDevice(); }
-  /// Of the one that was chosen, which may be missing; empty for none.
+  /// The UID of the audio device that was chosen, which may be missing; empty if none was.
   const std::string& chosenDeviceUID() const noexcept { return mReader->chosenDeviceUID(); }
   void setAudioObjectId(audio::AudioObjectID objectID) { mReader->setAudioDeviceId(objectID); }
   /// From 0.

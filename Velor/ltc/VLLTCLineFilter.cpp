@@ -114,7 +114,7 @@ std::size_t VLLTCLineFilter::interpolate(std::span<const float> samples) {
   std::array<float, kSamples> values{};
   for (std::size_t part = 0; part < mMultiply; ++part) {
     const float* const filter = mFilter.data() + part * kTaps;
-    // Of a length that compilers know, so that they do several samples at a time.
+    // Both loops have constant lengths, so that compilers use vector instructions.
     for (std::size_t i = 0; i < kSamples; ++i) {
       float value = 0;
       for (std::size_t tap = 0; tap < kTaps; ++tap) {

@@ -81,7 +81,7 @@ class VLLTCReader final : public KVObservable,
 
   /// Whether it listens to the device that was chosen, and not to one that stands in.
   bool isOnChosenDevice() const noexcept { return mChoice.isChosenInUse(); }
-  /// Of the one that was chosen, which may be missing; empty for none.
+  /// The UID of the audio device that was chosen, which may be missing; empty if none was.
   const std::string& chosenDeviceUID() const noexcept { return mChoice.chosenUID(); }
 
   /// From 0; beyond those of the device nothing is read. It follows its channel when the

@@ -36,7 +36,7 @@ inline constexpr double kVLMediaLargestOffset = 0.08;
 /// do is posted to the main queue, and the settings come from there as posts.
 class VLMediaChase {
  public:
-  /// What a report is read against.
+  /// The window's settings and the clip's length, by which the chase judges each report.
   struct Settings {
     bool online = true;
     bool adjustSpeed = false;

@@ -22,7 +22,7 @@ namespace velor {
 /// comes or goes.
 class VLMediaPlaybackMTCIn final : public VLMTCParserDelegate {
  public:
-  /// Of the destination, for good: stored setups know it by this.
+  /// The unique ID of the MIDI destination. It never changes: documents store it.
   static constexpr midi::MIDIUniqueID kUniqueID = KVFourCC("mply");
 
   /// The first call, which publishes the destination, is the main thread's. Raises KVException

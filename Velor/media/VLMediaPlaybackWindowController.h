@@ -56,7 +56,8 @@ class VLMediaPlaybackWindowController final
   std::shared_ptr<VLMediaPlaybackWindowState> encodedState(
       const std::filesystem::path& folder) const;
 
-  /// Once, before `showWindow`; without it there is no window.
+  /// The window to show. To be called once, before `showWindow`, or not at all: then the clip
+  /// plays without a window.
   void setOutlet(Outlet outlet) { mOutlet = std::move(outlet); }
   /// The first call starts the chase, and the clip or the file panel a moment later.
   void showWindow();
@@ -73,7 +74,7 @@ class VLMediaPlaybackWindowController final
   /// Null without a clip.
   VLMediaPlayer* mediaPlayer() const noexcept { return mPlayer.get(); }
   bool isReady() const noexcept { return mIsReady; }
-  /// Why the clip cannot be played; empty when there is no such reason.
+  /// Why the clip cannot be played; empty while it can.
   const std::string& error() const noexcept { return mError; }
 
   // --- settings; the outlet hears of each change
@@ -94,9 +95,9 @@ class VLMediaPlaybackWindowController final
   /// A text without a time is ignored; the next report starts the clip again.
   void setClipStartTimeString(std::string_view text);
 
-  /// VLMonoSumTap::kNoSumming while there is no sound.
+  /// The mode of the summing tap; VLMonoSumTap::kNoSumming while the clip has no sound.
   std::int32_t audioSumMode() const noexcept;
-  /// Does nothing while there is no sound.
+  /// Sets the mode of the summing tap; does nothing while the clip has no sound.
   void setAudioSumMode(std::int32_t mode);
 
   float volume() const { return mPlayer != nullptr ? mPlayer->player().volume() : 1.0F; }

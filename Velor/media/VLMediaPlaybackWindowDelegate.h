@@ -14,7 +14,7 @@ class VLMediaPlaybackWindowDelegate {
 
   virtual void play(VLMediaPlaybackWindowController& sender) = 0;
   virtual void stop(VLMediaPlaybackWindowController& sender) = 0;
-  /// Of a time as it is sent, with the clock's offset in it.
+  /// Moves the clock. `time` is one that the clock sends, so it includes the clock's offset.
   virtual void setCurrentSMPTETime(const SMPTETime& time) = 0;
   /// Something that is saved has changed.
   virtual void mediaPlaybackWindowDidChange(VLMediaPlaybackWindowController& window) = 0;

@@ -51,7 +51,7 @@ class VLAudioDeviceViewContoller : public VLPanelController {
   /// The audio device in use; 0 for none.
   virtual audio::AudioObjectID deviceId() const = 0;
   virtual void setDeviceId(audio::AudioObjectID deviceId) = 0;
-  /// Of the one that was chosen; empty for none.
+  /// The UID of the audio device that was chosen, which may be missing; empty if none was.
   virtual std::string chosenDeviceUID() const = 0;
   /// From 0; none, or one that no device has, selects none.
   virtual std::optional<std::uint32_t> channel() const = 0;

@@ -81,7 +81,7 @@ class KVLTCGenerator final : public KVObservable,
   audio::AudioObjectID audioObjectId() const noexcept { return mAudioObjectId.load(); }
   /// Whether that is the one that was chosen, and none that stands in.
   bool isOnChosenDevice() const { return mChoice.isChosenInUse() && audioObjectId() != 0; }
-  /// Of the one that was chosen, which may be missing; empty for none.
+  /// The UID of the audio device that was chosen, which may be missing; empty if none was.
   const std::string& chosenDeviceUID() const noexcept { return mChoice.chosenUID(); }
   /// 0 stands for the default output. The channel map becomes the device's own.
   void setAudioObjectId(audio::AudioObjectID objectID);
