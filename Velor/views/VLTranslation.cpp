@@ -16,6 +16,20 @@ static void loadTranslations() {
 namespace velor {
 namespace {
 
+// Named, as two pieces of one text within the list below would pass for a missing comma.
+constexpr const char* kWrongFormat =
+    QT_TRANSLATE_NOOP("VLAppDelegate",
+                      "The clock receives MTC on %1 at %2 fps, which does not match the currently "
+                      "set format of %3 fps");
+constexpr const char* kLoop =
+    QT_TRANSLATE_NOOP("VLAppDelegate",
+                      "There appears to be a MIDI loop between \"%1\" and \"%2\". For correct "
+                      "operation \"%3\" should not be a MTC Destination");
+constexpr const char* kQuit =
+    QT_TRANSLATE_NOOP("VLAppDelegate",
+                      "Do you really want to quit Velor? Some devices are currently running and "
+                      "generating timecode.");
+
 // What the controller gives; the more particular one first.
 constexpr const char* kTexts[] = {
     QT_TRANSLATE_NOOP("VLAppDelegate", "Normal"),
@@ -23,21 +37,15 @@ constexpr const char* kTexts[] = {
     QT_TRANSLATE_NOOP("VLAppDelegate", "Loop"),
     QT_TRANSLATE_NOOP("VLAppDelegate", "Time of day"),
     QT_TRANSLATE_NOOP("VLAppDelegate", "Wrong SMPTE Format"),
-    QT_TRANSLATE_NOOP("VLAppDelegate",
-                      "The clock receives MTC on %1 at %2 fps, which does not match the currently "
-                      "set format of %3 fps"),
+    kWrongFormat,
     QT_TRANSLATE_NOOP("VLAppDelegate", "use %1 fps"),
     QT_TRANSLATE_NOOP("VLAppDelegate", "Cancel"),
     QT_TRANSLATE_NOOP("VLAppDelegate", "MIDI/MTC Loop detected!"),
-    QT_TRANSLATE_NOOP("VLAppDelegate",
-                      "There appears to be a MIDI loop between \"%1\" and \"%2\". For correct "
-                      "operation \"%3\" should not be a MTC Destination"),
+    kLoop,
     QT_TRANSLATE_NOOP("VLAppDelegate", "Disable %1"),
     QT_TRANSLATE_NOOP("VLAppDelegate", "Proceed anyway"),
     QT_TRANSLATE_NOOP("VLAppDelegate", "Devices are running - Quit anyway?"),
-    QT_TRANSLATE_NOOP("VLAppDelegate",
-                      "Do you really want to quit Velor? Some devices are currently running and "
-                      "generating timecode."),
+    kQuit,
     QT_TRANSLATE_NOOP("VLAppDelegate", "Yes"),
     QT_TRANSLATE_NOOP("VLAppDelegate", "No"),
     QT_TRANSLATE_NOOP("VLAppDelegate", "change start time %1"),
