@@ -67,7 +67,7 @@ void deleteSelected(VLAppDelegate& app) {
 
 // Of the installed program, or of the tree in which it was built; empty: neither is there.
 QString manualPage() {
-  const QString page = "manual/windows.md";
+  const QString page = "manual/index.md";
   const QString installed =
       QStandardPaths::locate(QStandardPaths::GenericDataLocation, "doc/velor/" + page);
   if (!installed.isEmpty()) {
