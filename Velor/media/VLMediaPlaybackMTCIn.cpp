@@ -2,6 +2,8 @@
 #include "Velor/media/VLMediaPlaybackMTCIn.h"
 
 #include "Kv-Appkit/KVException.h"
+#include "Kv-Appkit/KVNotificationCenter.h"
+#include "Velor/clock/VLClock.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "platform/host/Log.h"
 
@@ -18,6 +20,11 @@ VLMediaPlaybackMTCIn::VLMediaPlaybackMTCIn()
           })),
       mDelegate(mSelf) {
   mParser->setDelegate(mDelegate);
+  mParser->setExpectedType(VLClock::sharedClock().smpteFormat());
+  mTimecodeTypeObserver = KVNotificationCenter::defaultCenter().addObserver(
+      VLChangedTimecodeType, [parser = mParser](const KVNotification&) {
+        parser->setExpectedType(VLClock::sharedClock().smpteFormat());
+      });
   KVMIDICore& core = KVMIDICore::sharedCore();
   mInput = std::make_shared<KVMIDIEndpoint>(
       core.createDestination(core.defaultClient(), "Velor Media Playback",

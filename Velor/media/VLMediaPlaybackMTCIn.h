@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Kv-Appkit/KVFourCC.h"
+#include "Kv-Appkit/KVObserverList.h"
 #include "Kv-Appkit/KVShared.h"
 #include "Velor/media/VLMediaChase.h"
 #include "Velor/mtc/VLMTCParser.h"
@@ -16,10 +17,16 @@
 
 namespace velor {
 
+/// Posted with the new format code (std::uint32_t) when the clock's format has changed.
+inline constexpr const char* VLChangedTimecodeType = "Velor.ChangedTimecodeType";
+
 /// The MTC input that all media windows share: a virtual MIDI destination, a parser, and the
 /// queue "velor.mediainputs", on which every window gets each report. Neither the MIDI read
 /// thread nor that queue waits for anyone; the main queue waits for that queue when a window
 /// comes or goes.
+///
+/// A rate code of MTC that stands for two formats is read as the clock's, when it is one of
+/// them: clips whose start is a time of 29.97 follow blocks of 29.97, not of 30.
 class VLMediaPlaybackMTCIn final : public VLMTCParserDelegate {
  public:
   /// The unique ID of the MIDI destination. It never changes: documents store it.
@@ -48,6 +55,7 @@ class VLMediaPlaybackMTCIn final : public VLMTCParserDelegate {
   void parserDidStopReading(VLMTCParser& parser) override;
   void parserDidReceiveFFMsg(VLMTCParser& parser, const SMPTETime& time) override;
 
+  KVObserverToken mTimecodeTypeObserver;
   host::Queue mQueue{"velor.mediainputs"};
   std::vector<VLMediaChase*> mWindows KV_ON_QUEUE(mQueue);
   const std::shared_ptr<VLMTCParser> mParser;

@@ -20,9 +20,6 @@
 
 namespace velor {
 
-/// Posted with the new format code (std::uint32_t) when the clock's format has changed.
-inline constexpr const char* VLChangedTimecodeType = "Velor.ChangedTimecodeType";
-
 /// One clip that follows the MTC of the shared input, with or without a window. The transport of
 /// its player drives the master clock instead while `controlMasterClock` is on.
 ///
@@ -107,6 +104,7 @@ class VLMediaPlaybackWindowController final
   // --- from the chase
 
   void chaseStarts(float rate, media::MediaTime position, std::uint64_t hostTime) override;
+  void chaseFollows(float rate, media::MediaTime position, std::uint64_t hostTime) override;
   void chaseStops() override;
   void chaseLocates(media::MediaTime position) override;
   void chaseReceivedMTC(const std::string& text) override { mOutlet->setMTCIn(text); }

@@ -73,6 +73,15 @@ void VLMTCParser::clear() noexcept {
   mRxed = 0;
 }
 
+void VLMTCParser::setExpectedType(std::uint32_t type) noexcept {
+  const std::lock_guard lock(mMutex);
+  mExpectedType = type;
+}
+
+std::uint32_t VLMTCParser::typeOfRateCode(std::uint32_t rate) const noexcept {
+  return rate == mtc_rate_code(mExpectedType) ? mExpectedType : kMTCTypeOfRateCode[rate];
+}
+
 std::shared_ptr<VLMTCParserDelegate> VLMTCParser::delegate() const {
   const std::lock_guard lock(mMutex);
   return _delegate.lock();
@@ -112,6 +121,10 @@ void VLMTCParser::addMessage(const midi::MIDIPacket& packet) {
     return;
   }
   if (isFullFrame) {
+    {
+      const std::lock_guard lock(mMutex);
+      time.mType = typeOfRateCode(mtc_rate_code(time.mType));
+    }
     receiver->parserDidReceiveFFMsg(*this, time);
   } else {
     receiver->parserDidReceiveLoopToken(*this, *token);
@@ -163,7 +176,7 @@ void VLMTCParser::takeIn(std::uint8_t code, std::uint8_t nibble,
   } else if (code == kMTCRatePiece) {
     const unsigned rate = value >> kMTCRatePieceRateShift;
     if (rate < kMTCRateCodes) {
-      mTime.mType = kMTCTypeOfRateCode[rate];
+      mTime.mType = typeOfRateCode(rate);
     }
     value &= kMTCRatePieceHoursMask;
   }

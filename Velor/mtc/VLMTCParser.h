@@ -52,6 +52,11 @@ class VLMTCParser : public std::enable_shared_from_this<VLMTCParser> {
   /// block adds to them. Any thread.
   void clear() noexcept;
 
+  /// The format for which a rate code stands that it shares with others: with 29.97, blocks of
+  /// the code of 30 are of 29.97. At first each code stands for the format of
+  /// kMTCTypeOfRateCode. Any thread.
+  void setExpectedType(std::uint32_t type) noexcept;
+
   /// Held weakly. Any thread.
   std::shared_ptr<VLMTCParserDelegate> delegate() const;
   void setDelegate(const std::shared_ptr<VLMTCParserDelegate>& delegate);
@@ -64,6 +69,7 @@ class VLMTCParser : public std::enable_shared_from_this<VLMTCParser> {
   void watchdogFired();
 
   // Under mMutex.
+  std::uint32_t typeOfRateCode(std::uint32_t rate) const noexcept;
   void takeIn(std::uint8_t code, std::uint8_t nibble, midi::MIDITimeStamp timeStamp) noexcept;
   void weighDeviation() noexcept;
   void feedWatchdog(double secondsPerFrame);
@@ -74,6 +80,7 @@ class VLMTCParser : public std::enable_shared_from_this<VLMTCParser> {
   // All below under mMutex.
   SMPTETime mTime;         // the block in progress
   std::uint8_t mRxed = 0;  // the piece that comes next
+  std::uint32_t mExpectedType = kSMPTETimeType25;
   std::uint64_t mTimestampOfFirst = 0;
   std::uint64_t _lastTimeStamp = 0;  // of the first piece of the block before
   std::uint64_t _delta = 0;          // between the last two first pieces

@@ -250,6 +250,32 @@ TEST_F(VLMTCParserTest, RateCodesFoldToFourFormatsAndTheSilenceThatEndsAStreamIs
   }
 }
 
+TEST_F(VLMTCParserTest, ARateCodeThatFormatsShareStandsForTheOneThatIsExpected) {
+  const struct {
+    std::uint32_t expected;
+    unsigned rate;
+    double framesPerSecond;
+  } cases[] = {{kSMPTETimeType2398, 0, 24 / 1.001},
+               {kSMPTETimeType30Drop, 2, 30},
+               {kSMPTETimeType2997, 3, 29.97}};
+  for (const auto& [expected, rate, framesPerSecond] : cases) {
+    mParser->setExpectedType(expected);
+    const auto block = static_cast<std::uint64_t>(2e9 / framesPerSecond);
+    for (unsigned number = 0; number < 3; ++number) {
+      addBlock(number, mStart + number * block, block, rate);
+    }
+    EXPECT_EQ(mBlocks.back().time.mType, expected);
+    EXPECT_NEAR(mBlocks.back().deviation, 0, 1e-6);
+    endStream();
+  }
+  add(mStart, kFullFrame);  // of 30
+  EXPECT_EQ(mListener->fullFrames.back().mType, kSMPTETimeType2997);
+  // One of another code is read as ever.
+  addBlock(0, mStart);
+  addBlock(1, mStart + kBlock);
+  EXPECT_EQ(mBlocks.back().time.mType, kSMPTETimeType25);
+}
+
 TEST_F(VLMTCParserTest, ABlockThatSilenceInterruptedGoesOnAfterIt) {
   addBlock(0, mStart);
   addBlock(1, mStart + kBlock);
