@@ -84,6 +84,7 @@ void VLMediaChase::copyTime(const SMPTETime& time, std::uint64_t timestamp, doub
       post([](auto& delegate) { delegate.chaseStops(); });
     }
   } else if (mState == VLMediaChaseState::inStep) {
+    follow(time, timestamp);
     measure(time, position);
   } else if (mSettings.online && change(VLMediaChaseEvent::dueInClip)) {
     start(time, position, timestamp, deviation);
@@ -104,6 +105,34 @@ void VLMediaChase::start(const SMPTETime& time, milliseconds position, std::uint
     delegate.chaseStarts(rate, start, timestamp);
     pending->fetch_sub(1);
   });
+  mFollows = mSettings.adjustSpeed;
+  mStartRate = static_cast<double>(rate);
+  mTold = {secondsOf(position + kVLMediaStartOffset), mStartRate, timestamp};
+  mLine.begin(mTold);
+}
+
+// Reports that come while the player is still being started count too.
+void VLMediaChase::follow(const SMPTETime& time, std::uint64_t timestamp) {
+  if (!mFollows) {
+    return;
+  }
+  const double position = ltc_seconds_from_smpte_time(time) -
+                          ltc_seconds_from_smpte_time(mSettings.clipStartTime) +
+                          std::chrono::duration<double>(kVLMediaStartOffset).count();
+  if (!(std::abs(position - mLine.at(timestamp)) < kVLMediaLargestOffset)) {
+    mFollows = false;  // a jump; the player's own offset ends the step
+    return;
+  }
+  const VLTimecodeLine::Place is = mLine.add(position, timestamp);
+  if (std::abs(is.rate - mStartRate) > kVLMediaLargestTrim) {
+    mFollows = false;
+  } else if (std::abs(is.position - mTold.at(timestamp)) > kVLMediaFollowedOffset) {
+    mTold = is;
+    post([is](auto& delegate) {
+      delegate.chaseFollows(static_cast<float>(is.rate),
+                            media::MediaTime(std::llround(is.position * 1e9)), is.hostTime);
+    });
+  }
 }
 
 void VLMediaChase::measure(const SMPTETime& time, milliseconds position) {

@@ -16,6 +16,8 @@ class VLMediaChaseDelegate {
 
   /// From the host time (ns) on, at the rate, as if the clip had been at `position` then.
   virtual void chaseStarts(float rate, media::MediaTime position, std::uint64_t hostTime) = 0;
+  /// Where the clip runs: on along this line, of which it is off by less than it may be.
+  virtual void chaseFollows(float rate, media::MediaTime position, std::uint64_t hostTime) = 0;
   /// Where the clip runs: MTC has ended or left it.
   virtual void chaseStops() = 0;
   /// To exactly this position.

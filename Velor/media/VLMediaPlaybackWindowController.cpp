@@ -260,6 +260,14 @@ void VLMediaPlaybackWindowController::chaseStarts(float rate, media::MediaTime p
   }
 }
 
+// The user may have paused the clip since the report.
+void VLMediaPlaybackWindowController::chaseFollows(float rate, media::MediaTime position,
+                                                   std::uint64_t hostTime) {
+  if (mIsReady && mPlayer->player().rate() > 0) {
+    mPlayer->player().setRate(rate, position, hostTime);
+  }
+}
+
 void VLMediaPlaybackWindowController::chaseStops() {
   if (mPlayer == nullptr || !std::isnormal(mPlayer->player().rate())) {
     return;
