@@ -19,7 +19,6 @@ struct VLStyle {
   static constexpr int kEdge = 12;  ///< to the edge of the window
   static constexpr int kTransportHeight = 44;
   static constexpr int kControlHeight = 28;
-  static constexpr int kTransportIcon = 24;
   static constexpr int kIcon = 16;
   static constexpr int kRadius = 5;
   static constexpr int kPanelText = 12;  ///< height of the text of a panel of fixed size

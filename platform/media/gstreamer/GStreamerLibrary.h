@@ -21,7 +21,6 @@ using PadRef = std::unique_ptr<GstPad, FreedBy<&gst_object_unref>>;
 using BusRef = std::unique_ptr<GstBus, FreedBy<&gst_object_unref>>;
 using ClockRef = std::unique_ptr<GstClock, FreedBy<&gst_object_unref>>;
 using SampleRef = std::unique_ptr<GstSample, FreedBy<&gst_sample_unref>>;
-using MessageRef = std::unique_ptr<GstMessage, FreedBy<&gst_message_unref>>;
 using CapsRef = std::unique_ptr<GstCaps, FreedBy<&gst_caps_unref>>;
 using GText = std::unique_ptr<char, FreedBy<&g_free>>;
 
