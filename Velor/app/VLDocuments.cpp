@@ -7,6 +7,7 @@
 #include "Velor/app/VLAppDelegate.h"
 #include "Velor/app/VLOnMain.h"
 #include "Velor/devices/VLDeviceManager.h"
+#include "platform/crash/CrashReports.h"
 #include "platform/host/Log.h"
 #include "platform/store/DamagedFile.h"
 
@@ -16,7 +17,8 @@ VLDocuments::VLDocuments(VLAppDelegate& app, const store::ApplicationFolders& fo
     : mApp(app),
       mFolders(folders),
       mState(app),
-      mRecovery(mFolders.state(), [this] { return mState.data(); }) {}
+      mRecovery(mFolders.state(), [this] { return mState.data(); }),
+      mCrashReports(crash::CrashReports(mFolders.crashes()).takeNew()) {}
 
 Expected<> VLDocuments::openFile(const std::filesystem::path& path) {
   std::error_code error;

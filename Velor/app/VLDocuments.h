@@ -54,6 +54,9 @@ class VLDocuments {
   VLApplicationState& state() noexcept { return mState; }
   const VLApplicationState& state() const noexcept { return mState; }
 
+  /// The reports of crashes that no start has named before this one, the oldest first.
+  const std::vector<std::filesystem::path>& crashReports() const noexcept { return mCrashReports; }
+
   VLRecovery& recovery() noexcept { return mRecovery; }
   const VLRecovery& recovery() const noexcept { return mRecovery; }
   /// Restores the state of an interrupted run.
@@ -67,6 +70,7 @@ class VLDocuments {
   const store::ApplicationFolders& mFolders;
   VLApplicationState mState;
   VLRecovery mRecovery;
+  const std::vector<std::filesystem::path> mCrashReports;
   bool mDidLoadFileAtStartup = false;
   std::optional<Error> mOpenError;
   std::optional<Error> mLastStateError;

@@ -284,6 +284,9 @@ VLSession::Ended VLSession::reportLastRun() {
     warn("the last run was interrupted; --recover restores its state (" +
          recovery.leftBehind()->string() + ")");
   }
+  for (const auto& report : mApp->documents().crashReports()) {
+    warn("an earlier run crashed; the report is " + report.string());
+  }
   if (const auto& error = mApp->documents().lastStateError()) {
     VLStandardError::tell("the state of the last run cannot be restored completely: " +
                           error->text);

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -16,6 +17,8 @@
 #include "Velor/program/VLInspect.h"
 #include "Velor/program/VLStandardOutput.h"
 #include "Velor/program/VLWindowed.h"
+#include "platform/crash/CrashHandler.h"
+#include "platform/crash/CrashReports.h"
 #include "platform/host/Log.h"
 #include "platform/host/SystemHost.h"
 #include "platform/store/ApplicationFolders.h"
@@ -61,6 +64,9 @@ int runWithWindows(const velor::VLOptions& options, velor::VLApplication::NoDisp
 int main(int argc, char** argv) {
   // A limit of the file size is an error of one write, and not the end of the clock.
   std::signal(SIGXFSZ, SIG_IGN);
+  const std::filesystem::path crashes = velor::store::ApplicationFolders().crashes();
+  velor::crash::CrashReports(crashes).prune();
+  velor::crash::CrashHandler::install(crashes, VELOR_VERSION);
   const velor::VLCommandLine commandLine =
       velor::VLParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
   if (commandLine.encode) {

@@ -195,8 +195,10 @@ void VLStatusRow::showLastRun(VLAppDelegate& controller) {
   const bool canRecover = recovery.leftBehind().has_value() && !recovery.isBesideAnother();
   const auto& lastStateError = controller.documents().lastStateError();
   const QString error = lastStateError ? QString::fromStdString(lastStateError->text) : QString();
+  const auto& reports = controller.documents().crashReports();
   show(*mLastRun,
-       canRecover        ? tr("Last run interrupted")
+       !reports.empty()  ? tr("Crash report: %1").arg(QString::fromStdString(reports.back()))
+       : canRecover      ? tr("Last run interrupted")
        : error.isEmpty() ? QString()
                          : tr("Last state not restored: %1").arg(error),
        kMostOfLastRun);

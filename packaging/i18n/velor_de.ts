@@ -969,6 +969,10 @@
         <translation>Klicken blendet aus</translation>
     </message>
     <message>
+        <source>Crash report: %1</source>
+        <translation>Absturzbericht: %1</translation>
+    </message>
+    <message>
         <source>Last run interrupted</source>
         <translation>Letzter Lauf abgebrochen</translation>
     </message>

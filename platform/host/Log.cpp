@@ -7,6 +7,7 @@
 #include <shared_mutex>
 
 #include "platform/host/LogProblem.h"
+#include "platform/host/LogTail.h"
 #include "platform/host/Realtime.h"
 
 namespace velor::host {
@@ -59,6 +60,7 @@ void log(LogLevel level, const char* format, ...) {
   std::vsnprintf(line, sizeof line, format, arguments);
   va_end(arguments);
 
+  LogTail::shared().add(line);
   SinkSlot& slot = sinkSlot();
   if ((level & (kLogError | kLogWarning)) != 0) {
     const std::lock_guard lock(slot.problemMutex);

@@ -13,6 +13,7 @@
 #include <ctime>
 
 #include "platform/host/Log.h"
+#include "platform/host/SignalStack.h"
 #include "platform/host/ThreadState.h"
 
 namespace velor::host {
@@ -136,6 +137,7 @@ class SystemThread final : public Thread {
 
   static void* main(void* argument) {
     const std::unique_ptr<Start> start(static_cast<Start*>(argument));
+    const SignalStack signalStack;
     pthread_setname_np(pthread_self(), start->name.substr(0, kThreadNameBytes).c_str());
     threadState().semaphore = std::make_unique<SystemSemaphore>();
     start->body();

@@ -117,4 +117,8 @@ fs::path ApplicationFolders::logs() const {
   return mState.empty() ? fs::path() : mState / "Logs";
 }
 
+fs::path ApplicationFolders::crashes() const {
+  return mState.empty() ? fs::path() : mState / "Crashes";
+}
+
 }  // namespace velor::store

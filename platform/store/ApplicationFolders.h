@@ -32,12 +32,13 @@ class ApplicationFolders {
   /// Settings: $XDG_CONFIG_HOME/velor.
   Expected<std::filesystem::path> createConfig() const;
 
-  /// The same, and the log's folder in the state folder, by name only: they need
-  /// not exist. Empty when there is no home.
+  /// The same, and the folders of the log and of the reports of crashes in the state folder,
+  /// by name only: they need not exist. Empty when there is no home.
   const std::filesystem::path& data() const noexcept { return mData; }
   const std::filesystem::path& config() const noexcept { return mConfig; }
   const std::filesystem::path& state() const noexcept { return mState; }
   std::filesystem::path logs() const;
+  std::filesystem::path crashes() const;
 
   /// A message that lists what cannot be saved for lack of a folder, and the variables to
   /// set; empty when all folders are known.

@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/host/SignalStack.h"
 #include "platform/store/Printable.h"
 #include "platform/store/RollingFileSink.h"
 
@@ -35,7 +36,10 @@ class LogFile::Writer {
         mNow(std::move(now)),
         mPool(std::make_shared<spdlog::details::thread_pool>(
             limits.queueLines + kRoomForErrors, 1,
-            [] { pthread_setname_np(pthread_self(), "velor.log"); })),
+            [] {
+              pthread_setname_np(pthread_self(), "velor.log");
+              static thread_local const host::SignalStack signalStack;  // until the thread ends
+            })),
         mLogger(std::make_shared<spdlog::async_logger>(
             "velor",
             spdlog::sinks_init_list{

@@ -58,6 +58,18 @@ TEST_F(VLStatusRowTest, AnInterruptedRunIsOfferedUntilItIsRecovered) {
   EXPECT_FALSE(child("recover").isVisible());
 }
 
+TEST_F(VLStatusRowTest, NamesTheReportOfACrashBesideTheOffer) {
+  const auto report = folders().crashes() / "crash-2026-11-22-14-57-38-1234.txt";
+  std::filesystem::create_directories(folders().crashes());
+  std::ofstream(report) << "Velor crashed.";
+  std::ofstream(report.string() + ".new") << "";
+  std::ofstream(folders().state() / VLRecovery::kFileName) << "{}";
+  open();
+  EXPECT_TRUE(row().stringValue().endsWith("Crash report: " + QString::fromStdString(report)))
+      << row().stringValue().toStdString();
+  EXPECT_TRUE(child("recover").isVisible());
+}
+
 TEST_F(VLStatusRowTest, NamesALastStateThatCannotBeReadAndAMissingMIDIServer) {
   std::filesystem::create_directories(folders().data());
   std::ofstream(folders().data() / "laststate.velor") << "{";
