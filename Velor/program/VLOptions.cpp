@@ -22,6 +22,19 @@ Expected<SMPTETime> offsetOption(const std::string& text, std::uint32_t format) 
 
 }  // namespace
 
+Expected<VLMediaWords> VLMediaWordsFromText(const std::string& text) {
+  const std::size_t at = text.rfind('@');
+  VLMediaWords words{text.substr(0, at), std::nullopt};
+  if (words.path.empty()) {
+    return failure("'" + text + "' is not a CLIP@TIME");
+  }
+  if (at == std::string::npos) {
+    return words;
+  }
+  words.start = text.substr(at + 1);
+  return VLOptionText::checkTime(*words.start).map([&words] { return std::move(words); });
+}
+
 Expected<VLTimes> VLTimesFromWords(const VLTimeWords& words, std::uint32_t format) {
   VLTimes times;
   VLRefusal refusal;

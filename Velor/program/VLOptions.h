@@ -38,6 +38,9 @@ struct VLMediaWords {
   std::optional<std::string> start;  ///< the timecode of its first frame, as typed; else 0
 };
 
+/// Reads CLIP[@TIME]. The last "@" separates, since a path may have others.
+Expected<VLMediaWords> VLMediaWordsFromText(const std::string& text);
+
 /// The options of a run, checked; no two contradict each other. What is not given stays as
 /// the document has it. Ports and times are as they were typed; times are checked against
 /// the format when one is given.

@@ -271,17 +271,9 @@ void VLRunArguments::readOSC(VLOptions& options, VLRefusal& refusal) const {
   }
 }
 
-// The last "@" separates, since a path may have others.
 void VLRunArguments::readMedia(VLOptions& options, VLRefusal& refusal) const {
   for (const std::string& text : mMedia) {
-    const std::size_t at = text.rfind('@');
-    VLMediaWords words{text.substr(0, at), std::nullopt};
-    refusal.refuseIf(words.path.empty(), "--media: '" + text + "' is not a CLIP@TIME");
-    if (at != std::string::npos) {
-      words.start = text.substr(at + 1);
-      refusal.check("--media", VLOptionText::checkTime(*words.start));
-    }
-    options.media.push_back(std::move(words));
+    options.media.push_back(refusal.read("--media", VLMediaWordsFromText(text)));
   }
 }
 
