@@ -43,6 +43,22 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   target_compile_options(velor_options INTERFACE -Wthread-safety)
 endif()
 target_include_directories(velor_options INTERFACE ${PROJECT_SOURCE_DIR})
+if(VELOR_HARDEN)
+  # scripts/check-binary shows that it holds, and that the compiler makes position-independent
+  # programs, as Debian's do unasked. (To ask CMake for it would compile with -fPIC, which
+  # inlines less.)
+  include(CheckCXXCompilerFlag)
+  target_compile_options(velor_options INTERFACE
+    -D_FORTIFY_SOURCE=2 -fstack-protector-strong -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+  foreach(flag -fstack-clash-protection -fcf-protection)  # not on every processor
+    string(MAKE_C_IDENTIFIER "VELOR_HAS${flag}" known)
+    check_cxx_compiler_flag(${flag} ${known})
+    if(${known})
+      target_compile_options(velor_options INTERFACE ${flag})
+    endif()
+  endforeach()
+  target_link_options(velor_options INTERFACE LINKER:-z,relro LINKER:-z,now)
+endif()
 if(VELOR_SANITIZE)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # With the sanitizers' own branches GCC 12 takes std::regex for uninitialised.
