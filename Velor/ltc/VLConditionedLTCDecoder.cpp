@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/ltc/VLConditionedLTCDecoder.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <span>
@@ -13,7 +14,11 @@ namespace {
 constexpr double kSlowest = 22.5;  // frames per second
 constexpr double kFastest = 31.5;
 constexpr double kNewLengthWeight = 0.1;
-constexpr double kGone = 1.5;  // frames without one
+constexpr double kGone = 1.5;        // frames without one
+constexpr double kSlowestRead = 23;  // frames per second
+constexpr double kFastestRead = 31;
+// A rate that is measured this little beyond the border is at the border.
+constexpr double kRateError = 0.001;
 constexpr double kLatest = 1;  // frames from the end of one to when it is reported
 
 }  // namespace
@@ -71,8 +76,9 @@ void VLConditionedLTCDecoder::deliver(const VLLTCBits& bits) noexcept {
   }
   mAverageLength += kNewLengthWeight * (length - mAverageLength);
   mLastEnd = bits.end;
-  const double fps = std::round(mSampleRate * 1000 / mAverageLength) / 1000;
-  if (!ltc_is_valid_frame_rate(fps)) {
+  const double measured = std::round(mSampleRate * 1000 / mAverageLength) / 1000;
+  const double fps = std::clamp(measured, kSlowestRead, kFastestRead);
+  if (!(std::fabs(fps - measured) <= kRateError * fps)) {
     mAverageLength = 0;
     return;
   }

@@ -30,6 +30,8 @@ constexpr float kQuietJitter = 0.004F;
 constexpr float kErrorPart = 1.0F / 16;
 constexpr float kLostErrors = 0.05F;  // random edges have 1/12
 constexpr std::size_t kMostUnseen = 40;
+constexpr int kDouble = 4;  // half bits from one edge to the next; a 0 has two
+constexpr std::size_t kMostDoubles = 3;
 constexpr double kLongestWait = 4;  // half bits without an edge before they count
 
 constexpr double kLockCoherence = 0.75;
@@ -195,10 +197,19 @@ bool VLLTCHalfBitClock::follow(double edge) {
   if (count < 1) {
     return true;
   }
+  // Half the grid of a signal at half the speed fits too, and would be followed up to a speed
+  // at which the signal itself can be read.
+  const auto halfBits = static_cast<int>(count);
+  mDoubles = halfBits % 2 != 0 ? 0 : mDoubles + (halfBits == kDouble ? 1 : 0);
+  if (mDoubles > kMostDoubles) {
+    mIsLocked = false;
+    mMayJoin = false;
+    return false;
+  }
   const bool isOutlier = std::fabs(error) > std::max(kOutlier, mFar);
   const double move = isOutlier ? 0 : kPhasePart * error * mLength;
   const double each = mLength + move / count;
-  for (int i = 0; i < static_cast<int>(count); ++i) {
+  for (int i = 0; i < halfBits; ++i) {
     emit(mBoundary + each);
   }
   if (!isOutlier) {
@@ -271,6 +282,7 @@ void VLLTCHalfBitClock::acquire() {
   mErrors = 0;
   mJitter = kQuietJitter;
   mUnseen = 0;
+  mDoubles = 0;
   for (std::uint64_t back = std::min<std::uint64_t>(mPastCount, kPastKept); back > 0; --back) {
     const double edge = mPast[(mPastCount - back) % kPastKept];
     if (edge > mBoundary + mLength / 2 && !follow(edge)) {

@@ -126,6 +126,7 @@ class VLLTCHalfBitClock {
   float mErrors = 0;      // mean of the squares
   float mJitter = 0;      // mean of the squares, but for leaps
   std::size_t mUnseen = 0;
+  std::size_t mDoubles = 0;  // zeros of twice the length since an edge after 1 or 3 half bits
 
   std::array<VLLTCHalfBit, kHalfBitsKept> mHalfBits{};
   std::size_t mHalfBitCount = 0;

@@ -64,6 +64,7 @@ TEST(VLConditionedLTCDecoder, AllThatCanBeReadOfABadLineIsReadAndNothingElse) {
             [](double time) {
               return 25 * (1 + 0.1 * std::sin(2 * std::numbers::pi * 9 * time));
             }}},
+      {"23 frames per second", 1, {.speed = [](double) { return 23.0; }}},
       {"steps between 24 and 30",
        1,
        {.speed = [](double time) { return static_cast<int>(time / 2) % 2 == 0 ? 24 : 30; }}},
@@ -81,6 +82,20 @@ TEST(VLConditionedLTCDecoder, AllThatCanBeReadOfABadLineIsReadAndNothingElse) {
 
 // The frames on both sides of a cut are true; what stands across it is not, also where the
 // bits are as many as those of a frame.
+// At half the speed each bit looks like two.
+TEST(VLConditionedLTCDecoder, AMachineThatComesUpToSpeedIsReadFrom23FramesPerSecondOn) {
+  LTCSignalMaker maker;
+  maker.frames = 300;
+  maker.speed = [](double time) { return std::min(12.0 + time, 25.0); };
+  const LTCSignal signal = maker.make();
+  const LTCScore score = scoreOf(signal, readConditioned(signal, kBuffer));
+  EXPECT_EQ(score.wrong, 0U);
+  for (std::size_t i = 0; i + 1 < signal.frames.size(); ++i) {
+    const double rate = signal.sampleRate / (signal.frames[i].end - signal.frames[i].begin);
+    EXPECT_TRUE(rate < 23 || score.read[i]) << rate;
+  }
+}
+
 TEST(VLConditionedLTCDecoder, NoFrameIsMadeOfTheTwoSidesOfACut) {
   const LTCSignal signal = LTCSignalMaker{.frames = 3000, .splice = 0.333}.make();
   const LTCScore score = scoreOf(signal, readConditioned(signal, kBuffer));
