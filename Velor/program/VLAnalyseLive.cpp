@@ -134,6 +134,26 @@ void show(const std::string& status) {
   std::fprintf(stderr, "\r\033[K%s", status.c_str());
 }
 
+// Says when the input or the port goes, as with its server, and when it returns.
+class Presence {
+ public:
+  explicit Presence(std::string name) : mName(std::move(name)) {}
+
+  void note(bool isThere) {
+    if (isThere != mIsThere) {
+      mIsThere = isThere;
+      std::fprintf(stderr, "%svelor: analyse: '%s' is %s\n",
+                   isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "", store::printable(mName).c_str(),
+                   isThere ? "back; the measurement goes on"
+                           : "missing; nothing is measured until it returns");
+    }
+  }
+
+ private:
+  const std::string mName;
+  bool mIsThere = true;
+};
+
 int analyseInput(const VLAnalyseOptions& options) {
   const auto channel = VLAudioChannelNamed(*options.live, audio::AudioDirection::input,
                                            KAHALAudioSystem::defaultSystem());
@@ -156,7 +176,10 @@ int analyseInput(const VLAnalyseOptions& options) {
   VLLTCAnalysis analysis(sampleRate);
   unit.initialize();
   unit.start();
+  const std::string uid = channel->device->deviceUID();
+  Presence presence(channel->name);
   Listening().run([&](bool showsStatus) {
+    presence.note(KAHALAudioSystem::defaultSystem().audioDeviceForUID(uid) != nullptr);
     analysis.process(incoming.take());
     if (showsStatus) {
       show(VLAnalysisText::status(analysis.report()));
@@ -210,7 +233,10 @@ int analysePort(const VLAnalyseOptions& options) {
       midi::service().MIDIPortConnectSource(port, (*source)->endpoint(), nullptr) != 0) {
     return VLAnalyseOutput::fail("cannot listen to " + VLPortName(**source), 1);
   }
+  const midi::MIDIUniqueID uniqueID = (*source)->uniqueID();
+  Presence presence(VLPortName(**source));
   Listening().run([&](bool showsStatus) {
+    presence.note(core.sourceWithUniqueId(uniqueID) != nullptr);
     if (showsStatus) {
       show(VLMTCAnalysisText::status(arriving.report()));
     }
