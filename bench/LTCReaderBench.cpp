@@ -1,20 +1,23 @@
 // SPDX-License-Identifier: MIT
 // How what a generator plays is read over two clocks that differ, as a table in
-// Markdown, and what readers cost. The argument is the length of the runs in hours, 24
-// unless told.
+// Markdown, how late frames come from a conditioned input, and what readers cost. The argument is
+// the length of the runs in hours, 24 unless told.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "Velor/devices/VLLTCReaderDevice.h"
 #include "kva/MIDI/KVMIDICore.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
 #include "tests/support/LTCLoop.h"
+#include "tests/support/LTCReading.h"
 
 namespace velor {
 namespace {
@@ -54,6 +57,33 @@ void report(const LTCLoop::Parameters& parameters, double seconds) {
               static_cast<unsigned long long>(read), static_cast<unsigned long long>(wrong),
               earliest * samples, latest * samples, worst * 1e6);
   std::fflush(stdout);
+}
+
+// How much later than plainly frames are reported, with a drop-out each second.
+void reportLateness(double rate) {
+  constexpr std::size_t kShortBuffer = 16;
+  LTCSignalMaker maker{.frames = 1500, .speed = [rate](double) { return rate; }, .dropOut = 0.05};
+  const LTCSignal signal = maker.make();
+  std::map<std::pair<int, int>, double> plain;
+  for (const LTCTold& frame : readByVelor(signal, kShortBuffer)) {
+    plain[{frame.time.mMinutes * 60 + frame.time.mSeconds, frame.time.mFrames}] = frame.toldAt;
+  }
+  double sum = 0;
+  double most = -1e9;
+  std::size_t count = 0;
+  for (const LTCTold& frame : readConditioned(signal, kShortBuffer)) {
+    const auto found =
+        plain.find({frame.time.mMinutes * 60 + frame.time.mSeconds, frame.time.mFrames});
+    if (found != plain.end()) {
+      const double later = (frame.toldAt - found->second) * rate / signal.sampleRate;
+      sum += later;
+      most = std::max(most, later);
+      ++count;
+    }
+  }
+  std::printf(
+      "%.0f frames a second: %zu of %zu plain frames, %.3f later in the mean, %.3f at most\n", rate,
+      count, plain.size(), sum / static_cast<double>(count), most);
 }
 
 double processorSeconds() {
@@ -113,6 +143,10 @@ int main(int argc, char** argv) {
     parameters.playedPPM = ppm;
     parameters.heardPPM = -ppm;
     velor::report(parameters, seconds);
+  }
+  std::puts("\nA conditioned input beside a plain one, in frames, 48000 Hz, buffers of 16:\n");
+  for (const double rate : {23.0, 25.0, 31.0}) {
+    velor::reportLateness(rate);
   }
   constexpr int kReaders = 8;
   for (const double sampleRate : {48000.0, 96000.0}) {
