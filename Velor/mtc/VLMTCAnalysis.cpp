@@ -16,6 +16,8 @@ constexpr double kPerMillion = 1e6;
 constexpr double kPiecesPerFrame = 4;
 constexpr double kSlowSpacing = 1 / (24.0 * kPiecesPerFrame);  // s
 constexpr double kNewSpacing = 0.1;
+// At twice the speed. Quarter frames that come closer were late, and come in a bunch.
+constexpr double kLeastSpacing = 1 / (60.0 * kPiecesPerFrame);
 constexpr double kGoodJitter = 0.001;  // s, peak
 constexpr double kFairJitter = 0.004;
 constexpr double kFast = 200;  // ppm
@@ -82,6 +84,7 @@ void VLMTCAnalysis::startRow(int piece, std::uint8_t nibble, double seconds) {
   mPlaces.add(0, seconds);
   mWindow.push_back({0, seconds});
   mGathered = 0;
+  mBehind = 0;
   mBlock.reset();
   mLastSeconds = seconds;
   mLastPiece = piece;
@@ -110,22 +113,30 @@ int VLMTCAnalysis::stepTo(int piece, double passed) {
   if (step == 0 && passed < spacing * kPieceCount / 2) {
     return 0;
   }
-  // Whole rounds of eight may be missing too.
-  const double rounds = std::round((passed / spacing - static_cast<double>(step)) / kPieceCount);
-  return std::max(1, step + kPieceCount * std::max(step == 0 ? 1 : 0, static_cast<int>(rounds)));
+  // Whole rounds of eight are missing too when time passed for them, unless they were only late
+  // and now come in a bunch. So the first one after the bunch counts them.
+  const bool isBunch = passed < kLeastSpacing;
+  const auto rounds = isBunch ? 0 : std::max(0, static_cast<int>(mBehind / kPieceCount + 0.5));
+  const int some = step == 0 ? kPieceCount : step;
+  mBehind = (isBunch ? mBehind : 0) + passed / spacing - some;
+  return some + kPieceCount * rounds;
 }
 
 void VLMTCAnalysis::takeSpacing(double seconds, double passed, int step) {
   const double each = passed / static_cast<double>(step);
-  mSpacing = mSpacing > 0 ? mSpacing + kNewSpacing * (each - mSpacing) : each;
+  if (each > kLeastSpacing) {
+    mSpacing = mSpacing > 0 ? mSpacing + kNewSpacing * (each - mSpacing) : each;
+  }
   if (step == 1) {
     mReport.shortest = mReport.shortest > 0 ? std::min(mReport.shortest, passed) : passed;
     mReport.longest = std::max(mReport.longest, passed);
   }
   mNumber += static_cast<double>(step);
-  mPlaces.add(mNumber, seconds);
-  mWindow.push_back({mNumber, seconds});
-  if (seconds - mWindow.front().seconds >= kWindow) {
+  if (mBehind < kPieceCount / 2.0) {  // otherwise its number is not known yet
+    mPlaces.add(mNumber, seconds);
+    mWindow.push_back({mNumber, seconds});
+  }
+  if (!mWindow.empty() && seconds - mWindow.front().seconds >= kWindow) {
     closeWindow();
   }
 }

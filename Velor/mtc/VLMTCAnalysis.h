@@ -93,6 +93,7 @@ class VLMTCAnalysis {
   KVLineFit mPlaces;
   double mNumber = 0;
   double mSpacing = 0;  // smoothed
+  double mBehind = 0;   // quarter frames for which time passed, but which did not come
   struct Arrival {
     double number;
     double seconds;

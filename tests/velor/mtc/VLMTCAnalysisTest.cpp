@@ -64,6 +64,17 @@ TEST(VLMTCAnalysis, RateSpacingAndJitterAreMeasured) {
   EXPECT_NEAR(shaken.longest, 0.012, 2e-4);
 }
 
+// As from a machine that is overloaded: a wait of 120 ms, then the twelve that are due at once.
+TEST(VLMTCAnalysis, LateQuarterFramesAreNotMissing) {
+  auto messages = stream(100);
+  for (std::size_t i = 200; i < messages.size(); ++i) {
+    messages[i].seconds = messages[std::min(i / 12 * 12 + 11, messages.size() - 1)].seconds;
+  }
+  const VLMTCReport bunched = analysed(messages);
+  EXPECT_EQ(bunched.missing + bunched.outOfOrder + bunched.stops, 0U);
+  EXPECT_NEAR(bunched.rate, 25, 0.5);
+}
+
 TEST(VLMTCAnalysis, MissingQuarterFramesStopsJumpsAndReverseAreDistinguished) {
   auto messages = stream(100);
   messages.erase(messages.begin() + 403);                          // one
