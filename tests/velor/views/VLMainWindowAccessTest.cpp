@@ -69,18 +69,6 @@ TEST_F(VLMainWindowAccessTest, TabGoesInTheSameOrderAndComesAround) {
             "Previous Marker|Add Marker|Next Marker|Markers|counters|counters|");
 }
 
-TEST_F(VLMainWindowAccessTest, AButtonThatCanBeCheckedStaysAButtonAndCanBePressed) {
-  open();
-  auto* arm = QAccessible::queryAccessibleInterface(&child("armButton"));
-  EXPECT_EQ(arm->role(), QAccessible::Button);
-  app().setSyncSource(addSource("Desk"));
-  arm->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
-  settle();
-  EXPECT_TRUE(clock().armed());
-  EXPECT_EQ(arm->role(), QAccessible::Button);
-  EXPECT_TRUE(arm->state().checked);
-}
-
 TEST_F(VLMainWindowAccessTest, AnyKeyAnywhereLeavesTheWindowStanding) {
   open();
   addMarkers({"01:00:00:00", "02:00:00:00"});
@@ -113,17 +101,6 @@ TEST_F(VLMainWindowAccessTest, AnyKeyAnywhereLeavesTheWindowStanding) {
   }
   EXPECT_TRUE(mMain->isVisible());
   EXPECT_EQ(cell(markerTable(), 0, 1).size(), 11U);
-}
-
-TEST_F(VLMainWindowAccessTest, AScreenThatBecomesSmallerKeepsTheWindowWithin) {
-  open();
-  mMain->move(900, 700);
-  VLScreenFit::fit(*mMain, QRect(0, 30, 800, 450));
-  settle();
-  EXPECT_TRUE(QRect(0, 30, 800, 450).contains(mMain->frameGeometry()));
-  // One that is smaller than the window can be shows its beginning.
-  VLScreenFit::fit(*mMain, QRect(0, 30, 320, 200));
-  EXPECT_EQ(mMain->frameGeometry().topLeft(), QPoint(0, 30));
 }
 
 }  // namespace

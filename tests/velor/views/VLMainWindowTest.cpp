@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <QComboBox>
-#include <QDesktopServices>
 #include <QDialog>
 #include <QHeaderView>
 #include <QLabel>
@@ -12,8 +11,6 @@
 #include <QMenu>
 #include <QScreen>
 #include <QSplitter>
-#include <QTextBrowser>
-#include <QUrl>
 
 #include "Kv-Appkit/KVException.h"
 #include "Velor/views/VLSplitView.h"
@@ -226,16 +223,6 @@ TEST_F(VLMainWindowTest, ThePlayRateIsTakenAsTypedOrGivenBack) {
   EXPECT_EQ(child("playRateButton").text(), "+0.10 %");
 }
 
-TEST_F(VLMainWindowTest, TheEditMenuSaysWhatIsUndone) {
-  addMarkers({"00:00:10:00"});
-  app().markers().controller().remove();
-  settle();
-  EXPECT_EQ(action("undo").text(), "&Undo remove Marker 1");
-  press(*mMain, Qt::Key_Z, Qt::ControlModifier);
-  EXPECT_EQ(action("redo").text(), "&Redo insert Marker 1");
-  EXPECT_EQ(markers(), std::vector<std::string>{"00:00:10:00 Marker 1"});
-}
-
 TEST_F(VLMainWindowTest, TheEditMenuReachesTheTimeThatIsEdited) {
   addMarkers({"00:00:10:00"});
   goTo("00:00:20:00");
@@ -307,20 +294,6 @@ TEST_F(VLMainWindowTest, TheCounterGrowsByStepsAndStaysWithinThem) {
     scales.push_back(mMain->timecodeView().scale());
   }
   EXPECT_EQ(scales, (std::vector<double>{1.5, 2, 3, 3, 2}));
-}
-
-TEST_F(VLMainWindowTest, FeedbackOpensItsPageOrNamesItWhereThereIsNoBrowser) {
-  QTextBrowser browser;
-  QDesktopServices::setUrlHandler("https", &browser, "setSource");
-  action("openFeedbackAndSupportWindow").trigger();
-  EXPECT_EQ(browser.source(), QUrl("https://velor.invalid/feedback?app=velor"));
-  QDesktopServices::unsetUrlHandler("https");
-  EXPECT_EQ(sheet(), nullptr);
-  action("openFeedbackAndSupportWindow").trigger();  // this platform has none
-  settle();
-  ASSERT_NE(sheet(), nullptr);
-  EXPECT_EQ(texts()[2],
-            "no browser can be opened; the page is https://velor.invalid/feedback?app=velor");
 }
 
 }  // namespace

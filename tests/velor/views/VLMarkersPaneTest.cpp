@@ -114,25 +114,5 @@ TEST_F(VLMarkersPaneTest, AnOpenEditorOutlivesMarkersThatComeByOtherWays) {
   EXPECT_EQ(rows()[2], "00:00:30:00 Finale");
 }
 
-TEST_F(VLMarkersPaneTest, TenThousandMarkersAreShownSelectedAndTakenBack) {
-  VLMarkers::Markers many;
-  for (std::uint32_t i = 0; i < 10'000; ++i) {
-    const auto time =
-        KVSMPTETime::smpteTimeWithHours(0, i / 1500, i / 25 % 60, i % 25, kSMPTETimeType25);
-    many.push_back(VLMarker::initWithTime(time, "M" + std::to_string(i)));
-  }
-  app().markers().setMarkers(many);
-  settle();
-  EXPECT_EQ(markerTable().model()->rowCount(), 10'000);
-  markerTable().selectAll();
-  EXPECT_EQ(app().markers().controller().selectionIndexes().size(), 10'000U);
-  app().deleteMarkers();
-  settle();
-  EXPECT_EQ(markerTable().model()->rowCount(), 0);
-  app().undoManager().undo();
-  settle();
-  EXPECT_EQ(rows().back(), "00:06:39:24 M9999");
-}
-
 }  // namespace
 }  // namespace velor

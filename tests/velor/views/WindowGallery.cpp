@@ -3,7 +3,6 @@
 // and dark, to be looked at. QT_SCALE_FACTOR sets their scale.
 #include <QDialog>
 #include <QDir>
-#include <QMenu>
 #include <QTime>
 #include <cstdio>
 #include <filesystem>
@@ -34,7 +33,6 @@ class Gallery final : public WindowFixture {
       fill();
       save(*mMain, "stopped");
       savePicturesOfARun();
-      saveMenus();
       saveOSCSetup();
       saveSheets();
       saveDevices();
@@ -60,33 +58,6 @@ class Gallery final : public WindowFixture {
         save(*each, "big");
         each->close();
       }
-    }
-    mMain->resize(mMain->minimumSizeHint().width(), 480);
-    settle();
-    save(*mMain, "narrow");
-    mMain->resize(1400, 700);
-    settle();
-    save(*mMain, "wide");
-    saveLarger();
-  }
-  void saveLarger() {
-    for (const char* name : {"larger", "larger2", "larger3"}) {
-      action("larger").trigger();
-      mMain->resize(mMain->minimumSizeHint().width(), 640);
-      settle();
-      save(*mMain, name);
-    }
-    for (int i = 0; i < 3; ++i) {
-      action("smaller").trigger();
-    }
-  }
-  void saveMenus() {
-    for (const char* name : {"fileMenu", "editMenu", "clockMenu", "mtcDestinationsMenu"}) {
-      auto& menu = child<QMenu>(name);
-      menu.popup({});
-      settle();
-      save(menu, name);
-      menu.close();
     }
   }
   void saveSheets() {
@@ -180,18 +151,6 @@ class Gallery final : public WindowFixture {
     settle();
     save(input, "reader-freewheel");
     save(list, "devices-three");
-    for (const char* name : {"devicePopUpButton", "freewheelField", "conditionBox"}) {
-      QApplication::setActiveWindow(&input);
-      input.findChild<QWidget*>(name)->setFocus(Qt::TabFocusReason);
-      settle();
-      save(input, (std::string("reader-") + name).c_str());
-    }
-    for (const char* name : {"levelSlider", "userbitsField"}) {
-      QApplication::setActiveWindow(&output);
-      output.findChild<QWidget*>(name)->setFocus(Qt::TabFocusReason);
-      settle();
-      save(output, (std::string("generator-") + name).c_str());
-    }
     mLoopback->vanish();
     settle();
     save(output, "generator-missing");
