@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -29,9 +28,7 @@ TEST(VLCommandLine, AWrongWordIsOneLineThatNamesItWithTheStatus2) {
   };
   const Case runs[] = {
       {{"--start", "1:2"}, "--start: '1:2' is not a time; expected HH:MM:SS:FF"},
-      {{"--start", "01:00:00:00 "}, "--start: '01:00:00:00 ' is not a time; expected HH:MM:SS:FF"},
       {{"--start", "01:00\n:00:00"}, "--start: '01:00?:00:00' is not a time; expected HH:MM:SS:FF"},
-      {{"--stop-at", ""}, "--stop-at: '' is not a time; expected HH:MM:SS:FF"},
       {{"--offset", "-nonsense"}, "--offset: 'nonsense' is not a time; expected HH:MM:SS:FF"},
       {{"--format", "25", "--start", "24:00:00:00"},
        "--start: '24:00:00:00' is out of range (up to 23:59:59:24 at 25)"},
@@ -39,27 +36,17 @@ TEST(VLCommandLine, AWrongWordIsOneLineThatNamesItWithTheStatus2) {
        "--start: '00:01:00;01' does not exist at 29.97df: drop-frame counting leaves it out"},
       {{"--format", "26"},
        "--format: '26' is not a format; expected one of 23.98, 24, 25, 29.97, 29.97df, 30, 30df"},
-      {{"--mode", "sideways"},
-       "--mode: 'sideways' is not a play mode; expected one of normal, stop, loop, time-of-day"},
       {{"--play", "--arm"}, "--arm contradicts --play: an armed clock is started by MTC"},
       {{"--mode", "loop", "--stop-at", "00:00:01:00"}, "--stop-at contradicts --mode loop"},
-      {{"--stop-at", "00:00:01:00", "--loop", "00:00:00:00", "00:00:02:00"},
-       "--stop-at contradicts --loop"},
       {{"--format", "25", "--loop", "00:00:02:00", "00:00:01:00"},
        "--loop: the end must come after the start"},
-      {{"--loop", "00:00:02:00"}, "--loop needs START END"},
       {{"--loop", "00:00:02:00", "--play"}, "--loop needs START END"},
       {{"--mode", "time-of-day", "--start", "01:00:00:00"},
        "--start contradicts --mode time-of-day"},
       {{"--rate-percent", "2.5"}, "--rate-percent: '2.5' is out of range (-2 to 2)"},
       {{"--rate-percent", "nan"}, "--rate-percent: 'nan' is not a number"},
-      {{"--rate-percent", ""}, "--rate-percent: '' is not a number"},
-      {{"--preroll", "61"}, "--preroll: '61' is out of range (0 to 60)"},
       {{"--preroll", "5s"}, "--preroll: '5s' is not a number of seconds"},
       {{"--ltc-out", "Desk"}, "--ltc-out: 'Desk' is not a DEVICE:CHANNEL"},
-      {{"--ltc-in", ":1"}, "--ltc-in: ':1' is not a DEVICE:CHANNEL"},
-      {{"--ltc-out", "Desk:1", "--ltc-level", "nandB"},
-       "--ltc-level: 'nandB' is not a level; expected for example -12dB"},
       {{"--ltc-out", "Desk:1", "--ltc-level", "1dB"},
        "--ltc-level: '1dB' is above full scale, 0dB"},
       {{"--ltc-out", "Desk:1", "--ltc-user-bits", "1234567"},
@@ -67,31 +54,21 @@ TEST(VLCommandLine, AWrongWordIsOneLineThatNamesItWithTheStatus2) {
       {{"--ltc-level", "-20dB"}, "--ltc-level needs --ltc-out"},
       {{"--ltc-in", "Desk:1", "--freewheel", "0.5"},
        "--freewheel: '0.5' is not a whole number of seconds"},
-      {{"--ltc-in", "Desk:1", "--freewheel", "-2"},
-       "--freewheel: '-2' is out of range (-1 to 86400)"},
-      {{"--freewheel", "1"}, "--freewheel needs --ltc-in"},
-      {{"--no-ltc-condition"}, "--no-ltc-condition needs --ltc-in"},
       {{"--media", "a@b.mp4"}, "--media: 'b.mp4' is not a time; expected HH:MM:SS:FF"},
-      {{"--media", "@01:00:00:00"}, "--media: '@01:00:00:00' is not a CLIP@TIME"},
       {{"--osc-port", "0"}, "--osc-port: '0' is out of range (1 to 65535)"},
-      {{"--osc-port", "99999999999"}, "--osc-port: '99999999999' is out of range (1 to 65535)"},
       {{"--osc-allow", "127.0.0.1"}, "--osc-allow needs --osc-port"},
       {{"--osc-target", "::1:9000"}, "--osc-target: '::1:9000' is not HOST:PORT"},
       {{"--no-such-option", "1"}, "unknown option --no-such-option (--help lists all options)"},
       {{"one", "two"}, "unexpected argument 'two'"},
       {{"one", "--recover"}, "FILE contradicts --recover"},
-      {{"--fresh", "--recover"}, "--fresh contradicts --recover"},
       {{"--start"}, "--start needs TIME"},
-      {{"--start="}, "--start needs TIME"},
       {{"--start", "00:00:00:00", "--start", "00:00:00:01"}, "--start is given more than once"},
-      {{"--list", "one"}, "FILE cannot be used with --list"},
       {{"--list", "--play"}, "--play cannot be used with --list"},
       {{"encode", "a.wav"}, "encode needs --duration SECONDS"},
       {{"decode", "a.wav"}, "--headless cannot be used with decode"},
   };
   const Case commands[] = {
       {{"--play", "--inspect", "a.velor"}, "--play cannot be used with --inspect"},
-      {{"encode", "--fps", "25", "a.wav"}, "unknown option --fps (--help lists all options)"},
       {{"encode", "--duration", "1"}, "encode needs FILE"},
       {{"encode", "--duration", "00:00:10:00", "a.wav"},
        "--duration: '00:00:10:00' is not a number of seconds"},
@@ -100,24 +77,15 @@ TEST(VLCommandLine, AWrongWordIsOneLineThatNamesItWithTheStatus2) {
        "--rate: '44.1k' is not a whole number of samples a second"},
       {{"encode", "--duration", "1", "--bits", "32", "a.wav"},
        "--bits: '32' is not a sample size; expected one of 16, 24, float"},
-      {{"encode", "--duration"}, "--duration needs SECONDS"},
-      {{"encode", "--duration", "1e-9", "a.wav"},
-       "--duration: '1e-9' is shorter than half a sample"},
       {{"encode", "--duration", "1", "--level=-infdB", "a.wav"},
        "--level: '-infdB' is not a level; expected for example -12dB"},
       {{"encode", "--duration", "1", "--level", "-97dB", "a.wav"},
        "--level: '-97dB' is silence at --bits 16"},
-      {{"encode", "--duration", "1", "--rate", "9999999", "a.wav"},
-       "--rate: '9999999' is out of range (11025 to 768000)"},
-      {{"encode", "--duration", "1", "--format", "30df", "--start", "00:01:00;00", "a.wav"},
-       "--start: '00:01:00;00' does not exist at 30df: drop-frame counting leaves it out"},
-      {{"decode"}, "decode needs FILE"},
       {{"analyse"}, "analyse needs FILE, --live DEVICE:CHANNEL or --mtc PORT"},
       {{"analyse", "a.wav", "--mtc", "desk"}, "analyse takes one of FILE, --live and --mtc"},
       {{"analyse", "--live", "a:1", "--channel", "2"}, "--channel needs FILE"},
       {{"analyse", "a.wav", "--plot", "b.wav"}, "--plot: 'b.wav' does not end in .svg"},
       {{"decode", "--csv", "--json", "a.wav"}, "--csv contradicts --json"},
-      {{"decode", "--channel", "0", "a.wav"}, "--channel: '0' is out of range (1 to 2147483647)"},
   };
   // What a sound file cannot hold.
   for (const Words& words : {Words{"--duration", "1", "out.mp3"},
@@ -210,7 +178,6 @@ TEST(VLCommandLine, TheHelpIsGroupedNamesItsValuesAndFitsItsColumns) {
     last = at;
   }
   EXPECT_NE(help.find("\n  --ltc-out DEVICE:CHANNEL  "), std::string::npos) << help;
-  EXPECT_NE(help.find("\n  --loop START END  "), std::string::npos) << help;
 }
 
 }  // namespace

@@ -4,10 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -119,31 +117,6 @@ TEST_F(VLDecodeTest, WhatWasEncodedComesBackToTheLastFrameAtItsSample) {
       }
     }
   }
-}
-
-// A tape that was wound back while it played.
-TEST_F(VLDecodeTest, ReverseAndOtherSpeedsAreReportedWithTheirPlacesAndTheFormatOfTheTape) {
-  LTCSignalMaker maker;
-  maker.frames = 60;
-  const LTCSignal signal = maker.make();
-  maker.speed = [](double) { return 100.0; };
-  maker.riseTime = 10e-6;
-  const LTCSignal back = reversed(maker.make());
-  std::vector<float> samples = signal.samples;
-  samples.insert(samples.end(), back.samples.begin(), back.samples.end());
-  write(samples, 48000, 1, audio::SampleEncoding::int16);
-  const Decoded decoded = decode(1, false);
-  ASSERT_EQ(decoded.frames.size(), 120U);
-  for (std::size_t i = 0; i < 60; ++i) {
-    const VLDecodedFrame& frame = decoded.frames[60 + i];
-    EXPECT_TRUE(frame.isReverse);
-    EXPECT_EQ(frame.time.mFrames, back.frames[i].time.mFrames);
-    EXPECT_NEAR(frame.fps, 100, 1);
-    EXPECT_NEAR(static_cast<double>(frame.sample),
-                back.frames[i].begin + static_cast<double>(signal.samples.size()), 1.5);
-  }
-  EXPECT_EQ(decoded.summary.format, kSMPTETimeType25);
-  EXPECT_EQ(decoded.summary.gapCount, 1U);
 }
 
 // Tapes with pieces cut out, behind which the reader falls into step again.
