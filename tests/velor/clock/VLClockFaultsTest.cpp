@@ -2,11 +2,9 @@
 // A stream with every fault that a line has, at random: whatever is passed on is
 // what the sender said, at the time at which it said it.
 #include <algorithm>
-#include <array>
 #include <map>
 #include <random>
 #include <string>
-#include <vector>
 
 #include "tests/velor/clock/ClockFixture.h"
 

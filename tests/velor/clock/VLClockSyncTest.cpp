@@ -86,21 +86,6 @@ TEST_F(VLClockSync, AChaseIsEndedByADisarmAndNotByAStop) {
   EXPECT_EQ(clock().time().mFlags, kSMPTETimeValid);
 }
 
-TEST_F(VLClockSync, ArmingAClockThatRollsIsAnsweredAsADisarm) {
-  clock().start();
-  clock().setRunning(true);  // as it does
-  clock().arm();
-  EXPECT_EQ(seen(), "rolling at 00:00:00:00, started, disarmed");
-  playBlocks(1, 20);
-  EXPECT_EQ(clock().status(), VLClockRolling);
-  clock().stop();
-  clock().arm();
-  mDelegate->take();
-  clock().start();  // an armed clock does not start by itself
-  EXPECT_EQ(clock().status(), VLClockArmed);
-  EXPECT_EQ(mDelegate->take(), Reports{});
-}
-
 TEST_F(VLClockSync, AWrongFormatIsReportedOnceUntilTheFormatIsSetAndDoesNotCountAsAStop) {
   clock().arm();
   playBlocks(5, 20, kRate30);

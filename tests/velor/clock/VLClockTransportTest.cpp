@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What moves the clock: starts, stops, points, pre-roll, the length of a tick.
 #include <cmath>
-#include <functional>
 #include <limits>
 
 #include "sim/ForwardingHost.h"

@@ -5,8 +5,6 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
-#include <string>
 
 #include "tests/velor/devices/LoopbackFixture.h"
 

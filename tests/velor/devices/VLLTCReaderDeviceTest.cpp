@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -203,10 +202,6 @@ TEST_F(VLLTCReaderDeviceTest, AFrameAfterABrokenOneIsNotSentAtHostTimeZero) {
 TEST_F(VLLTCReaderDeviceTest, ItFollowsItsAudioDeviceAndARemovalTakesItFromTheSystem) {
   make();
   mHost.settle();
-  mReader->setChannel(1);
-  mReader->setFreewheelTime(-7);
-  EXPECT_EQ(mReader->freewheelTime(), -1);
-  EXPECT_EQ(mReader->channelNames().size(), 2U);
   int announced = 0;
   const auto token = mReader->addObserver("channelNames", [&](const auto&) { ++announced; });
   mLoopback->vanish();
@@ -216,7 +211,7 @@ TEST_F(VLLTCReaderDeviceTest, ItFollowsItsAudioDeviceAndARemovalTakesItFromTheSy
   mLoopback->appear();
   mHost.settle();
   EXPECT_EQ(announced, 2);
-  EXPECT_EQ(mReader->channel(), 1U);
+  EXPECT_EQ(mReader->channelNames().size(), 2U);
 
   clock().start();
   ASSERT_EQ(core().sources().size(), 1U);

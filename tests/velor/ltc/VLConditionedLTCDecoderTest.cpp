@@ -9,12 +9,10 @@
 #include <map>
 #include <numbers>
 #include <random>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "Velor/ltc/VLLTCVarispeedDecoder.h"
-#include "kvtimecode/ltc_utils.h"
 #include "tests/support/LTCReading.h"
 #include "tests/support/LTCSignal.h"
 

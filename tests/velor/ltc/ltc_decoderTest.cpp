@@ -16,7 +16,6 @@
 #include <thread>
 #include <vector>
 
-#include "kvtimecode/ltc_utils.h"
 #include "platform/host/Realtime.h"
 #include "tests/support/LTCReading.h"
 #include "tests/support/LTCSignal.h"
@@ -270,20 +269,6 @@ TEST(LTCDecoderCallback, IsTheLastOneSetAndEachBeginsANewMeasurement) {
   const std::size_t told = rates.mRates.size();
   playToFrame(25);
   EXPECT_EQ(rates.mRates.size(), told);
-}
-
-TEST(LTCDecoderCallback, WhatDoesNotWorkIsRefused) {
-  EXPECT_EQ(ltc_decoder_init(nullptr, 1, 48000, 25), kLTCDecoderNullArgument);
-  LTCDecoderCallback callback = nullptr;
-  void* refCon = nullptr;
-  EXPECT_EQ(ltc_decoder_get_callback(nullptr, callback, refCon), kLTCDecoderNullArgument);
-  ltc_decoder* decoder = nullptr;
-  ASSERT_EQ(ltc_decoder_create(decoder), 0);
-  const Decoder owner(decoder);
-  EXPECT_EQ(ltc_decoder_init(decoder, 0, 48000, 25), kLTCDecoderNullArgument);
-  EXPECT_EQ(ltc_decoder_init(decoder, 1, 0, 25), kLTCDecoderNullArgument);
-  EXPECT_EQ(ltc_decoder_init(decoder, 1, 48000, std::nan("")), kLTCDecoderNullArgument);
-  ltc_decoder_dispose(nullptr);
 }
 
 TEST(LTCDecoderCallback, NeverMeetsTheReferenceOfAnother) {

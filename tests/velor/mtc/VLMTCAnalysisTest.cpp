@@ -8,8 +8,6 @@
 #include <random>
 #include <vector>
 
-#include "kvtimecode/ltc_utils.h"
-
 namespace velor {
 namespace {
 

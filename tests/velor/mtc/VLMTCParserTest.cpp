@@ -4,14 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "kvtimecode/SMPTEString.h"
-#include "platform/host/Realtime.h"
 #include "sim/SimulatedHost.h"
 #include "tests/velor/mtc/MTCPackets.h"
 
@@ -360,9 +357,6 @@ TEST_F(VLMTCParserTest, FullFramesLocateAndDamagedOnesMakeTheTimeInvalidOrLeaveI
     add(0, damaged);
   }
   EXPECT_TRUE(mListener->fullFrames.empty());
-  SMPTETime time;
-  EXPECT_EQ(mtc_smpte_time_from_full_frame(nullptr, &time), -50);
-  EXPECT_EQ(mtc_smpte_time_from_full_frame(ExactPacket(0, kFullFrame).get(), nullptr), -50);
 }
 
 TEST_F(VLMTCParserTest, TokensAreReportedWhateverTheirBitsAndDamagedOnesAreNot) {
@@ -397,25 +391,6 @@ TEST_F(VLMTCParserTest, AParserWithoutAnOwnerLivesUntilItsStreamHasEnded) {
   mHost.advance(1);
   EXPECT_TRUE(weak.expired());
   EXPECT_EQ(mListener->stopped.size(), 1U);
-}
-
-TEST_F(VLMTCParserTest, AStreamUnderWayAllocatesNothing) {
-  addBlock(0, mStart);
-  std::vector<std::unique_ptr<ExactPacket>> packets;
-  for (unsigned number = 1; number < 4; ++number) {
-    for (const std::uint8_t piece : pieces(number)) {
-      packets.push_back(
-          std::make_unique<ExactPacket>(mStart + number * kBlock, Bytes{0xF1, piece}));
-    }
-  }
-  packets.push_back(std::make_unique<ExactPacket>(0, Bytes{0xF0, 0x7E, 0xF7}));
-  {
-    const host::RealtimeContext realtime;  // an allocation ends the program
-    for (const auto& packet : packets) {
-      mParser->addPacket(packet->get());
-    }
-  }
-  EXPECT_EQ(mBlocks.size(), 3U);
 }
 
 }  // namespace
