@@ -8,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "kva/KAHALAudioDevice.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "sim/SimulatedHost.h"
 #include "tests/support/AudioLoop.h"

@@ -179,21 +179,6 @@ TEST(LTCFrameReading, AResetForgetsBitsTimesAndHalfASyncWord) {
   ltc_frame_destroy(nullptr);
 }
 
-TEST(LTCFrameReading, ADamagedFrameIsReadAsItStandsAndKeepsFormatFlagsAndCount) {
-  Bits bits;
-  bits.fill(1);
-  std::copy(kSync.begin(), kSync.end(), bits.begin() + kPublishedSyncBegin);
-  const Frame frame = openFrame();
-  std::uint64_t hostTime = 0;
-  ASSERT_TRUE(pushAll(*frame, bits, hostTime));
-  SMPTETime time = {33, 0, 0xFFFFFFFF, kSMPTETimeType2398, 1U << 7, 0, 0, 0, 0};
-  std::uint8_t drop = 0;
-  EXPECT_EQ(ltc_frame_decode(*frame, time, nullptr, drop), 0);
-  EXPECT_EQ(drop, 1);
-  EXPECT_TRUE(
-      sameBytes(time, {0, 80, 0, kSMPTETimeType2398, 1U << 7 | kSMPTETimeRunning, 45, 85, 85, 45}));
-}
-
 // Rendering.
 
 constexpr float kSentinel = 3.0F;
