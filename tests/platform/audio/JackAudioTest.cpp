@@ -205,26 +205,6 @@ TYPED_TEST(JackAudioOnServer, StreamsThatAreHeldGoOnWhenTheServerIsBack) {
   }
 }
 
-TYPED_TEST(JackAudioOnServer, ADeviceThatGoesOrChangesItsChannelsTakesItsStreamsAlong) {
-  this->startWithCable();
-  test::JackCable observer("Observer", 1);
-  for (const int channels : {1, 4, 2}) {
-    this->mCable.reset();
-    ASSERT_TRUE(test::waitFor(5, [this] { return !this->isThere("Cable"); }));
-    ASSERT_TRUE(test::waitFor(5, [&] { return observer.ports("Velor:.*").empty(); }));
-    const std::uint64_t silentSince = this->mPlayer.cycles;
-    test::waitFor(0.2, [] { return false; });
-    EXPECT_EQ(this->mPlayer.cycles, silentSince);
-    this->mCable = std::make_unique<test::JackCable>("Cable", channels);
-    EXPECT_TRUE(test::waitFor(5, [&] {
-      return observer.ports("Velor:.*").size() == 2U * static_cast<unsigned>(channels) &&
-             observer.isConnected("Velor:Generator out_" + std::to_string(channels),
-                                  "Cable:in_" + std::to_string(channels));
-    })) << channels;
-    EXPECT_TRUE(this->awaitSound());
-  }
-}
-
 // Counts the ports that come and go on a server.
 class PortWatch : public test::JackTestClient {
  public:
@@ -335,38 +315,6 @@ TYPED_TEST(JackAudioOnServer, WhatAClientGainsAndLosesDoesNotTouchTheChannelThat
 }
 
 class JackAudioOnJack : public JackAudioOnServer<test::JackServer> {};
-
-TEST_F(JackAudioOnJack, OneClientCarriesAudioAndMIDIAndEitherMayEndFirst) {
-  const test::JackCable cable("Cable", 2);
-  for (const bool audioEndsFirst : {true, false}) {
-    const auto client = std::make_shared<jack::JackClient>();
-    auto midi = std::make_unique<midi::MIDIObjectTable>(std::make_unique<midi::JackMIDI>(client));
-    midi::MIDIClientRef midiClient = 0;
-    midi::MIDIEndpointRef source = 0;
-    midi->MIDIClientCreate("Velor", nullptr, nullptr, &midiClient);
-    midi->MIDISourceCreate(midiClient, "LTC Reader 1", &source);
-    mService = serviceOver(std::make_unique<JackAudio>(client));
-    ASSERT_TRUE(await(*mService, "Cable"));
-    open("Cable", AudioDirection::output, &Player::play, &mPlayer);
-    const auto portsAre = [&cable](std::size_t midiPorts, std::size_t audioPorts) {
-      return test::waitFor(5, [&] {
-        return cable.ports("Velor:LTC Reader 1", JACK_DEFAULT_MIDI_TYPE).size() == midiPorts &&
-               cable.ports("Velor:.*").size() == audioPorts;
-      });
-    };
-    EXPECT_TRUE(portsAre(1, 2));
-    if (audioEndsFirst) {
-      mStreams.clear();
-      mService.reset();
-      EXPECT_TRUE(portsAre(1, 0));
-    } else {
-      midi.reset();
-      EXPECT_TRUE(portsAre(0, 2));
-      EXPECT_TRUE(mPlayer.awaitCycles());
-      mStreams.clear();
-    }
-  }
-}
 
 TEST_F(JackAudioOnJack, APeriodThatAnotherClientSetsIsReportedAndItIsNotOursToSet) {
   start();

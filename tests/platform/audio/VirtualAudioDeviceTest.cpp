@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -12,7 +11,6 @@
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "sim/SimulatedHost.h"
 #include "tests/support/AudioLoop.h"
-#include "tests/support/ErrOf.h"
 
 namespace velor::audio {
 namespace {
@@ -80,27 +78,6 @@ TEST_F(VirtualAudioDeviceTest, ItsCountGoesOnThroughAChangeOfRateAndThroughAbsen
   mHost.advance(500 * kMs);
   mDevice->appear();
   EXPECT_EQ(sampleNow(), before + 96000);
-}
-
-TEST_F(VirtualAudioDeviceTest, EachOfItsInputsHearsTheSumOfItsOutputs) {
-  AudioRecorder recorder(mDevice->id());
-  AudioRecorder other(mDevice->id());
-  const AudioPlayer first(mDevice->id());
-  const AudioPlayer second(mDevice->id());
-  mHost.advance(300 * kMs);
-  EXPECT_EQ(delay(recorder, 0.5F), 256 + kInputLatency + kOutputLatency);
-  EXPECT_EQ(recorder.left, other.left);
-}
-
-TEST_F(VirtualAudioDeviceTest, ItsChannelsAreNamedAfterItAndWhenItIsMissingThatIsAnError) {
-  const KAHALAudioDevice device(mDevice->id());
-  const std::vector<std::string> names = {"Velor Loopback 1", "Velor Loopback 2"};
-  EXPECT_EQ(device.channelNamesInScope(AudioDirection::output), names);
-  EXPECT_EQ(device.portNamesInScope(AudioDirection::output), names);
-  mDevice->vanish();
-  EXPECT_EQ(errOf([&] { static_cast<void>(device.deviceUID()); }),
-            "err: Error: KAHALAudioDevice::deviceUID (" +
-                std::to_string(kAudioHardwareBadObjectError) + ")");
 }
 
 }  // namespace

@@ -12,23 +12,6 @@
 namespace velor::host {
 namespace {
 
-TEST(Mailbox, HoldsItsCapacityThenRefusesAndCountsUntilThereIsRoom) {
-  Mailbox<int> mailbox(3);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_TRUE(mailbox.tryPush(int{i}));
-  }
-  EXPECT_FALSE(mailbox.tryPush(99));
-  EXPECT_EQ(mailbox.refused(), 1U);
-  mailbox.push(3);  // grows, and the order holds
-  int value = -1;
-  for (int i = 0; i < 4; ++i) {
-    ASSERT_TRUE(mailbox.pop(value));
-    EXPECT_EQ(value, i);
-  }
-  EXPECT_FALSE(mailbox.pop(value));
-  EXPECT_TRUE(mailbox.tryPush(5));
-}
-
 // Real threads: the slots go round many times, which is where a lost or doubled
 // slot would show.
 TEST(Mailbox, UnderContentionEveryAcceptedValueComesOnceAndInOrder) {

@@ -216,18 +216,6 @@ TEST_P(MIDIServiceContract, TheListsFollowAndClientsAreNotifiedOnTheMainQueue) {
   EXPECT_TRUE(isTold(kMIDIMsgObjectRemoved));
 }
 
-TEST_P(MIDIServiceContract, WrongReferencesAreRefusedWithTheirCodes) {
-  MIDIPortRef port = 0;
-  MIDIEndpointRef source = 0;
-  ASSERT_EQ(midi().MIDISourceCreate(mClient, "source", &source), 0);
-  EXPECT_EQ(midi().MIDIOutputPortCreate(9999, "x", &port), kMIDIInvalidClient);
-  EXPECT_EQ(midi().MIDISend(9999, source, PacketList(0, 1).get()), kMIDIInvalidPort);
-  EXPECT_EQ(midi().MIDISend(mOut, source, PacketList(0, 1).get()), kMIDIUnknownEndpoint);
-  EXPECT_EQ(midi().MIDIPortConnectSource(mOut, source, nullptr), kMIDIInvalidPort);
-  EXPECT_EQ(midi().MIDIPortDispose(source), kMIDIInvalidPort);
-  EXPECT_EQ(midi().MIDIEndpointDispose(mOut), kMIDIUnknownEndpoint);
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Services, MIDIServiceContract,
     testing::Values(

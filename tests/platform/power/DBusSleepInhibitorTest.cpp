@@ -209,18 +209,6 @@ TEST_F(DBusSleepInhibitorTest, BothServicesAreAskedOnceAndReleasedWithinASecond)
   EXPECT_EQ(first.back(), kReleaseCall);
 }
 
-TEST_F(DBusSleepInhibitorTest, TheEndReleases) {
-  startBus();
-  Desktop desktop(address());
-  {
-    DBusSleepInhibitor inhibitor({address(), address()});
-    inhibitor.inhibit("Show");
-    mHost.settle();
-    EXPECT_TRUE(desktop.holdsSleep());
-  }
-  EXPECT_TRUE(soon([&] { return desktop.calls().size() == 3 && !desktop.holdsSleep(); }));
-}
-
 TEST_F(DBusSleepInhibitorTest, AServiceThatIsStartedAgainIsAskedAgain) {
   startBus();
   DBusSleepInhibitor inhibitor({address(), address()});

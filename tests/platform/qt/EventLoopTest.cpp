@@ -5,7 +5,6 @@
 
 #include <QCoreApplication>
 #include <QTimer>
-#include <atomic>
 #include <stdexcept>
 
 #include "platform/host/SystemHost.h"
@@ -24,21 +23,6 @@ class EventLoopTest : public testing::Test {
   QCoreApplication mApplication{mArguments, mWords};
   EventLoop mLoop{queue()};
 };
-
-TEST_F(EventLoopTest, RunsWhatAnyThreadPostsUntilItIsStoppedAndThenAgain) {
-  for (int round = 0; round < 2; ++round) {
-    std::atomic<int> ran{0};
-    const auto thread = mHost.startThread("poster", [&] {
-      for (int i = 0; i < 50; ++i) {
-        queue().async([&ran] { ++ran; });
-      }
-      mLoop.stop();
-    });
-    mLoop.run();
-    thread->join();
-    EXPECT_EQ(ran, 50);
-  }
-}
 
 TEST_F(EventLoopTest, RunsTheToolkitsEventsBetweenTheJobs) {
   int events = 0;

@@ -5,7 +5,6 @@
 
 #include <string>
 
-#include "platform/store/KeyedArchiveLimits.h"
 #include "tests/platform/store/ArchiveNode.h"
 
 namespace velor::store {
@@ -54,25 +53,6 @@ TEST(KeyedRemainder, KeysThatAreWrittenAlreadyWin) {
   coder.encodeRemainder(opened.unknown);
   EXPECT_EQ(coder.data().value(), "{\n  \"version\": 2,\n  \"other\": 1\n}\n");
   EXPECT_TRUE(open(R"({"small": 1, "node": null})").unknown.empty());
-}
-
-TEST(KeyedRemainder, IsHeldToTheLimitsOfWhereItIsWritten) {
-  constexpr std::size_t kInside = KeyedArchiveLimits::kDepth - 2;
-  const Opened deep = open(R"({"node": {"$class": "Node", "deep": )" + repeated("[", kInside) +
-                           repeated("]", kInside) + "}}");
-  EXPECT_EQ(open(deep.node->document()).node->document(), deep.node->document());
-  ArchiveNode outer;
-  outer.node = std::make_shared<ArchiveNode>(*deep.node);
-  EXPECT_FALSE(outer.archived());
-
-  std::string members = "\"k\": 0";
-  for (std::size_t i = 1; i < KeyedArchiveLimits::kKeysOfAnObject; ++i) {
-    members += ", \"k" + std::to_string(i) + "\": 0";
-  }
-  const Opened wide = open("{" + members + "}");
-  EXPECT_TRUE(wide.node->archived(wide.unknown));
-  wide.node->yes = true;
-  EXPECT_FALSE(wide.node->archived(wide.unknown));
 }
 
 }  // namespace

@@ -203,21 +203,6 @@ TEST_F(LogFileTest, AProcessKilledLeavesAFileThatOthersMayDeleteAndNotBefore) {
   EXPECT_THAT(allMessages(), ElementsAre("third", "fourth"));
 }
 
-TEST_F(LogFileTest, AFolderThatCannotBeMadeCostsOneWarningAndNothingElse) {
-  const fs::path folder = "/proc/velor/Logs";
-  testing::internal::CaptureStderr();
-  {
-    LogFile log(folder, {.fileBytes = 100}, clock());
-    for (int i = 0; i < 50; ++i) {
-      advance(seconds(10));
-      log.log(i % 2 == 0 ? kLogError : kLogInfo, "lost");
-    }
-  }
-  const std::string warning = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(std::count(warning.begin(), warning.end(), '\n'), 1) << warning;
-  EXPECT_THAT(warning, testing::HasSubstr("cannot write the log in /proc/velor/Logs: "));
-}
-
 TEST_F(LogFileTest, AMinuteAfterAFailedWriteANewFileGoesOnWithTheNumberOfLinesLost) {
   LogFile log(mFolder, {}, clock());
   const auto logLines = [&](int from, int to) {
