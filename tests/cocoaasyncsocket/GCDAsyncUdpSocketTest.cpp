@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "sim/SimulatedHost.h"
@@ -191,12 +190,6 @@ TEST_F(GCDAsyncUdpSocketTest, SlowNamesDelayNoAddressAndNoEnd) {
 
   // The network ends here with this look-up under way.
   EXPECT_TRUE(unknown.socket->connectToHost("slow", 9000));
-}
-
-TEST_F(GCDAsyncUdpSocketTest, AFilterNeedsAQueue) {
-  UDPEnd end;
-  EXPECT_DEATH(end.socket->setReceiveFilter([](auto, const auto&) { return true; }, nullptr),
-               "Must provide a dispatch_queue in which to run the filter block.");
 }
 
 }  // namespace

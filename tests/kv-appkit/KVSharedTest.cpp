@@ -5,8 +5,6 @@
 
 #include <string>
 
-#include "Kv-Appkit/KVFourCC.h"
-
 namespace velor {
 namespace {
 
@@ -38,14 +36,6 @@ TEST(KVShared, InstancesAreMadeOnFirstUseAndEndedYoungestFirst) {
   KVShared<Core>::instance();  // and again
   KVSharedInstances::clear();
   EXPECT_EQ(gLife, "core manager ~manager ~core core ~core ");
-}
-
-TEST(KVFourCC, SpellsFromTheMostSignificantByteDown) {
-  static_assert(KVFourCC("norm") == 0x6E6F726D);
-  static_assert(KVFourCC("\xFF\x80 z") == 0xFF80207A);
-  EXPECT_EQ(stringFromFourCC(0x6D696469), "midi");
-  EXPECT_EQ(stringFromFourCC(0xFF610020), ".a. ");
-  EXPECT_EQ(stringFromFourCC(0), "noErr");
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 // ThreadSanitizer above all.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <atomic>
 #include <memory>
 #include <vector>
@@ -30,37 +29,6 @@ void besideTheMainQueue(host::Host& host, Body body) {
   });
   host.mainQueue().run();
   thread->join();
-}
-
-TEST(RealThreads, WatchdogsThatAreFedWhileTheyFireActOnceEach) {
-  constexpr int kRounds = 150;
-  host::SystemHost host;
-  host::Queue queue("watched");
-  std::array<std::atomic<int>, kRounds> acted{};
-  besideTheMainQueue(host, [&] {
-    const auto fired = host.makeSemaphore();
-    for (std::size_t round = 0; round < kRounds; ++round) {
-      const auto watchdog = KVWatchdog::initWithTimeinterval(
-          0.0001,
-          [&, round](KVWatchdog&, const auto&) {
-            ++acted[round];
-            fired->signal();
-          },
-          queue);
-      watchdog->resumeAfter(0.0001);
-      const std::uint64_t until = host.AudioGetCurrentHostTime() + kMs / 2;
-      while (host.AudioGetCurrentHostTime() < until) {
-        const host::RealtimeContext realtime;
-        watchdog->validate();
-      }
-      ASSERT_TRUE(fired->waitUntil(host.AudioGetCurrentHostTime() + 10'000 * kMs));
-      watchdog->validate();
-    }
-    queue.sync([] {});
-  });
-  for (const auto& times : acted) {
-    EXPECT_EQ(times, 1);
-  }
 }
 
 TEST(RealThreads, WatchdogsDroppedWhileTheyFireActOnWholeObjectsOrNotAtAll) {

@@ -4,10 +4,8 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <cmath>
 #include <limits>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace velor::oscpkt {
@@ -83,20 +81,6 @@ TEST(oscpkt, ReadsAndWritesThePublishedExamplesAndPadsText) {
   }
   EXPECT_EQ(written(texts), "/text\0\0\0,ssss\0\0\0abc\0\0\0\0\0abcd\0\0\0\0"s +
                                 std::string(1000, 'n') + "\0\0\0\0"s);
-}
-
-TEST(oscpkt, AWriterTakesOneSoundMessage) {
-  const Message sound("/a");
-  const Message damaged(reinterpret_cast<const std::uint8_t*>("abc"), 4, 1);
-  for (const auto& [first, second, error] :
-       {std::tuple(sound, damaged, OscBundleRequired), {damaged, sound, OscBadAddress}}) {
-    OscPacketWriter writer;
-    writer.addMessage(first);
-    EXPECT_EQ(writer.packetSize(), error == OscBundleRequired ? 8U : 0U);
-    writer.addMessage(second);
-    EXPECT_EQ(writer.error(), error);
-    EXPECT_EQ(writer.packetSize(), 0U);
-  }
 }
 
 TEST(oscpkt, ADamagedMessageHasTheErrorOfItsFirstDamage) {
