@@ -12,11 +12,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/support/FairRun.h"
@@ -168,93 +166,6 @@ INSTANTIATE_TEST_SUITE_P(
                     OnWire{"pipewire", [] { return std::unique_ptr<Server>(new PipeWireServer); },
                            "25", "23:59:56:00", "velor-null:1", "--no-exact-drop"}),
     [](const auto& wire) { return std::string(wire.param.name); });
-
-TEST(LTCOnPipeWire, IsInSequenceAgainWhenTheServerHasChangedItsRateAndPeriod) {
-  inFairRun([] {
-    constexpr double kHeard = 1;  // seconds
-    const WireFormat& format = wireFormat("25");
-    PipeWireServer server;
-    server.enter();
-    server.start();
-    JackPeer probe("Probe", 1);
-    probe.activate();
-    VelorProcess velor({"--headless", "--format", "25", "--play", "--ltc-out", "velor-null:1"},
-                       server.environment());
-    for (const auto& [rate, period] : {std::pair(44100, 512), std::pair(96000, 2048)}) {
-      SCOPED_TRACE(rate);
-      server.force(rate, period);
-      const int wanted = rate;
-      ASSERT_TRUE(waitFor(10, [&] { return probe.sampleRate() == wanted; }));
-      // The server's count jumps with its rate: who comes later does not see it.
-      std::this_thread::sleep_for(std::chrono::seconds(1));
-      const auto heard = static_cast<std::size_t>(kHeard * rate);
-      JackPeer recorder("Recorder", 1);
-      recorder.recordAudio("audio", 3 * kHeard);
-      recorder.activate();
-      ASSERT_TRUE(waitFor(10, [&recorder] {
-        return recorder.connect("Velor:LTC Generator 1 out_1", recorder.fullName("audio"));
-      })) << velor.errors();
-      ASSERT_TRUE(waitFor(20, [&] { return recorder.recordedAudioCount() > 2 * heard; }));
-      const auto samples = recorder.recordedAudio();
-      const auto labels =
-          readByLibltc({samples.end() - static_cast<std::ptrdiff_t>(heard), samples.end()},
-                       rate / format.framesPerSecond);
-      EXPECT_GE(static_cast<double>(labels.size()), kHeard * format.framesPerSecond - 3);
-      expectInSequence(labels, format);
-    }
-    EXPECT_EQ(velor.end(SIGINT), 0) << velor.errors();
-  });
-}
-
-// Another program, such as a DAW, that takes LTC on one of its inputs.
-std::unique_ptr<JackPeer> makeDesk() {
-  auto desk = std::make_unique<JackPeer>("Desk", 1);
-  desk->renew("track 1", JACK_DEFAULT_AUDIO_TYPE);
-  desk->recordAudio("LTC in", 20);
-  desk->activate();
-  return desk;
-}
-
-TEST(LTCToAnotherProgram, OutlastsItsOtherPortsAndGoesNowhereElseWhenItQuits) {
-  inFairRun([] {
-    const WireFormat& format = wireFormat("25");
-    JackServer server;
-    server.enter();
-    server.start();
-    auto desk = makeDesk();
-    VelorProcess velor({"--headless", "--format", "25", "--play", "--ltc-out", "Desk:LTC in"},
-                       server.environment());
-    const auto labels = [&] {
-      return readByLibltc(desk->recordedAudio(), desk->sampleRate() / format.framesPerSecond);
-    };
-    const auto awaitLabels = [&](std::size_t more) {
-      const std::size_t before = labels().size();
-      return waitFor(10, [&] { return labels().size() >= before + more; });
-    };
-    ASSERT_TRUE(awaitLabels(10)) << velor.errors();
-    for (int round = 2; round < 4; ++round) {
-      desk->renew("track " + std::to_string(round), JACK_DEFAULT_AUDIO_TYPE);
-      ASSERT_TRUE(awaitLabels(10));
-      desk->remove("track " + std::to_string(round - 1));
-      ASSERT_TRUE(awaitLabels(10));
-    }
-    expectInSequence(labels(), format);
-
-    desk.reset();
-    const std::string missing = "velor: audio device 'Desk' is missing; no LTC until it returns";
-    EXPECT_TRUE(waitFor(5, [&] { return velor.errors().find(missing) != std::string::npos; }));
-    JackPeer room("Room", 1);
-    for (const char* output : {"system:playback_1", "system:playback_2"}) {
-      for (const std::string& ours : room.ports("Velor:.*", JACK_DEFAULT_AUDIO_TYPE)) {
-        EXPECT_FALSE(room.isConnected(ours, output)) << ours;
-      }
-    }
-    desk = makeDesk();
-    EXPECT_TRUE(awaitLabels(10));
-    expectInSequence(labels(), format);
-    EXPECT_EQ(velor.end(SIGINT), 0) << velor.errors();
-  });
-}
 
 }  // namespace
 }  // namespace velor::test

@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <csignal>
-#include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -12,92 +9,9 @@
 #include "tests/support/Servers.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/VelorProcess.h"
-#include "tests/system/MTCStream.h"
 
 namespace velor::test {
 namespace {
-
-// One program plays, another reads, and what lies between is a connection of JACK's
-// that can be cut.
-TEST(LTC, TheMTCOfAReaderGoesOnForItsFreewheelAndFollowsAgainWithoutAStepBack) {
-  JackServer server(256);
-  server.enter();
-  server.start();
-  JackPeer desk("Desk");
-  desk.addInput("in");
-  desk.recordClock(60);
-  desk.activate();
-  VelorProcess reader({"--headless", "--ltc-in", "system:1", "--freewheel", "1"},
-                      server.environment());
-  const auto portOf = [&desk](const std::string& pattern) {
-    const auto found = desk.ports(pattern, JACK_DEFAULT_AUDIO_TYPE);
-    return found.size() == 1 ? found[0] : std::string();
-  };
-  std::string in;
-  ASSERT_TRUE(waitFor(10, [&] { return !(in = portOf("^Velor:LTC Reader 1 in_1$")).empty(); }));
-  ASSERT_TRUE(desk.connect("Velor:LTC Reader 1", desk.fullName("in")));
-  VelorProcess player({"--headless", "--format", "24", "--start", "10:00:00:00", "--play",
-                       "--rate-percent", "1", "--ltc-out", "system:1"},
-                      server.environment());
-  std::string out;
-  ASSERT_TRUE(waitFor(10, [&] {
-    return !(out = portOf("^Velor-01:LTC Generator 1 out_1$")).empty() && desk.connect(out, in);
-  }));
-  const auto blocks = [&desk] { return readStream(desk.recorded(), 0).blocks; };
-  ASSERT_TRUE(waitFor(10, [&] { return blocks().size() > 20; }));
-
-  const std::size_t before = blocks().size();
-  ASSERT_TRUE(desk.disconnect(out, in));
-  ASSERT_TRUE(waitFor(2, [&] { return blocks().size() >= before + 8; }));  // about 0.67 s
-  ASSERT_TRUE(desk.connect(out, in));
-  ASSERT_TRUE(waitFor(5, [&] { return blocks().size() > before + 25; }));
-  ASSERT_TRUE(desk.disconnect(out, in));
-  const std::uint64_t cut = desk.frameNow();
-  ASSERT_TRUE(waitFor(5, [&] { return desk.frameNow() > cut + std::uint64_t{2} * 48000; }));
-  EXPECT_EQ(player.end(SIGINT), 0);
-  EXPECT_EQ(reader.end(SIGINT), 0);
-
-  const Stream stream = readStream(desk.recorded(), 0);
-  EXPECT_EQ(stream.faults, 0) << stream.fault;
-  std::vector<double> spacings;
-  std::size_t left = 0;
-  for (std::size_t i = 1; i < stream.blocks.size(); ++i) {
-    const Block& block = stream.blocks[i];
-    // A server that was held up runs fast afterwards, and the LTC with it: its 24.24 frames per
-    // second may read as 25. Numbers run on as in the format that the block names.
-    const double drift =
-        desk.clockDrift(block.frames[0]) - desk.clockDrift(block.frames[0] - 48000);
-    if (std::abs(drift) < 48000 * 0.001) {
-      spacings.push_back(static_cast<double>(block.frames[7] - block.frames[0]) / 7);
-    }
-    const WireFormat& format = wireFormat(block.rateCode == 1 ? "25" : "24");
-    // When the LTC is back some frames are left out: those by which the freewheel was
-    // late, and the first that are read.
-    Label expected = twoNumbersOn(stream.blocks[i - 1].label, format);
-    for (int most = 8; most > 0 && block.label != expected; --most) {
-      expected = next(expected, format);
-      ++left;
-    }
-    EXPECT_EQ(block.label.text(), expected.text())
-        << "after " << stream.blocks[i - 1].label.text() << ", block " << i << ", rate code "
-        << block.rateCode;
-  }
-  // The pace is that of the LTC, to the 1 % that it may be off before it is set again.
-  // Freewheeling pieces may be due before they are sent, but most blocks are read.
-  if (!spacings.empty()) {
-    const double spacing = 48000 / (24 * 1.01) / 4;
-    EXPECT_NEAR(quantile(spacings, 0.5), spacing, spacing * 0.012);
-  }
-  EXPECT_LE(left, 16U);  // frames, at the return and where the rate was found
-  // Four frames of silence, a second of freewheel, and a block that was on its way.
-  const double tail = static_cast<double>(stream.blocks.back().frames[7] - cut) / 48000;
-  EXPECT_GT(tail, 1.0);
-  EXPECT_LT(tail, 1.0 + 4 / 24.0 + 3 * 2 / 24.0);
-  std::printf(
-      "%zu blocks, %zu at a steady server, %zu frames left out, the last piece %.2f s after the "
-      "cut\n",
-      stream.blocks.size(), spacings.size(), left, tail);
-}
 
 TEST(LTC, AClockFollowsTheReaderOfItsOwnCommandLine) {
   JackServer server(256);

@@ -248,13 +248,6 @@ TEST_F(Windows, AShowIsSetUpPlayedSavedLeftAndFoundAgain) {
   closeDisplay();
 }
 
-TEST_F(Windows, OffscreenItStartsPlaysAndEnds) {
-  setenv("QT_QPA_PLATFORM", "offscreen", 1);
-  const auto velor = start({"--play", "--start", "10:00:00:00"});
-  mDump->waitForLine("/velor/time s \"10:00:00:10\"");
-  EXPECT_EQ(velor->end(SIGTERM), 0);
-}
-
 TEST_F(Windows, OnWaylandItStartsPlaysPaintsAndEnds) {
   Process weston({"weston", "--backend=headless-backend.so", "--socket=wayland", "--no-config"}, {},
                  file("weston.log"));
