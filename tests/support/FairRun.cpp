@@ -6,11 +6,9 @@
 #include <pthread.h>
 #include <sched.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <memory>
 #include <thread>
 #include <vector>
 

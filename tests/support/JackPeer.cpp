@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <ctime>
 #include <utility>
 
 #include "platform/jack/JackCallback.h"
