@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: MIT
+// Clips in step with MTC, as clients see them that know nothing of this program: the sound of a
+// clip is LTC, which libltc reads on the JACK output, beside the MTC of the same run.
+// VELOR_SOAK_SECONDS makes the runs longer; VELOR_SOAK_PERIOD and VELOR_SOAK_RATE give the server
+// another period and sample rate.
+#include <gtest/gtest.h>
+#include <ltc.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/FairRun.h"
+#include "tests/support/JackPeer.h"
+#include "tests/support/Servers.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/VelorProcess.h"
+#include "tests/system/MTCStream.h"
+
+namespace velor::test {
+namespace {
+
+// MTC tells a time two frames after it was. A clip shows it then, by the frames of 25.
+constexpr double kBehind = 0.08;
+// Seconds by which the sound may be off.
+constexpr double kMostOff = 2e-3;
+// Two reports, the seek, and two frames until libltc reads again.
+constexpr double kMostUntilInStep = 0.7;
+// libltc places the first frames badly that it reads.
+constexpr std::size_t kUnsureFrames = 2;
+// Whoever is kept waiting longer than this moves whole blocks by as much.
+constexpr std::chrono::microseconds kStall{1000};
+
+int soakNumber(const char* variable, int otherwise) {
+  const char* const text = std::getenv(variable);
+  return text != nullptr ? std::atoi(text) : otherwise;
+}
+
+// Since midnight, by the true speed of the format.
+double secondsOf(const Label& label, const WireFormat& format) {
+  const int minutes = label.hours * 60 + label.minutes;
+  const int dropped = format.drop ? 2 * (minutes - minutes / 10) : 0;
+  const int frames =
+      (minutes * 60 + label.seconds) * format.numbersPerSecond + label.frames - dropped;
+  return frames / format.framesPerSecond;
+}
+
+struct Heard {
+  double place = 0;  // of the frame's beginning, in the server's frames
+  double time = 0;   // seconds, as it says
+};
+
+std::vector<Heard> readByLibltc(const JackPeer& recorder, const WireFormat& format) {
+  std::vector<float> samples = recorder.recordedAudio();
+  const auto first = static_cast<double>(recorder.audioStart());
+  const std::unique_ptr<LTCDecoder, decltype(&::ltc_decoder_free)> decoder(
+      ::ltc_decoder_create(static_cast<int>(recorder.sampleRate() / format.framesPerSecond), 64),
+      &::ltc_decoder_free);
+  std::vector<Heard> heard;
+  constexpr std::size_t kBuffer = 1024;
+  for (std::size_t i = 0; i < samples.size(); i += kBuffer) {
+    ::ltc_decoder_write_float(decoder.get(), samples.data() + i,
+                              std::min(kBuffer, samples.size() - i), static_cast<ltc_off_t>(i));
+    for (LTCFrameExt frame; ::ltc_decoder_read(decoder.get(), &frame) > 0;) {
+      SMPTETimecode digits;
+      ::ltc_frame_to_time(&digits, &frame.ltc, 0);
+      const Label label{digits.hours, digits.mins, digits.secs, digits.frame};
+      heard.push_back({first + static_cast<double>(frame.off_start), secondsOf(label, format)});
+    }
+  }
+  return heard;
+}
+
+// A line of time that MTC gave, from one jump to the next.
+struct Stretch {
+  std::vector<double> places;  // of the blocks, in the server's frames
+  std::vector<double> times;   // as they say, seconds
+  double speed = 1;
+
+  // What most of the blocks around the place say of it: one of them may have come late.
+  double at(double place, double sampleRate) const {
+    const auto next = std::lower_bound(places.begin(), places.end(), place) - places.begin();
+    std::vector<double> said;
+    for (auto i = std::max<std::ptrdiff_t>(next - 3, 0); i < std::min(next + 3, std::ssize(places));
+         ++i) {
+      const auto block = static_cast<std::size_t>(i);
+      said.push_back(times[block] + speed * (place - places[block]) / sampleRate);
+    }
+    return quantile(said, 0.5);
+  }
+};
+
+std::vector<Stretch> stretchesOf(const std::vector<Block>& blocks, const WireFormat& format) {
+  std::vector<Stretch> stretches;
+  double last = -1;
+  for (const Block& block : blocks) {
+    const double time = secondsOf(block.label, format);
+    if (stretches.empty() || std::fabs(time - last) > 0.2) {
+      stretches.emplace_back();
+    }
+    stretches.back().places.push_back(static_cast<double>(block.frames[0]));
+    stretches.back().times.push_back(time);
+    last = time;
+  }
+  return stretches;
+}
+
+// How the sound of a stretch lies beside its MTC.
+struct Step {
+  double until = -1;           // seconds from its beginning to the first frame that is in step
+  std::vector<double> errors;  // seconds, from there on
+};
+
+// `heard` lies `latency` ahead of its moment.
+Step stepOf(const Stretch& stretch, const std::vector<Heard>& heard, double end, double latency,
+            double sampleRate) {
+  Step step;
+  std::size_t sure = 0;
+  for (const Heard& frame : heard) {
+    const double place = frame.place + latency;
+    if (place < stretch.places.front() || place > end) {
+      continue;
+    }
+    const double error = frame.time + kBehind - stretch.at(place, sampleRate);
+    if (step.until < 0 && (std::fabs(error) > kMostOff || ++sure <= kUnsureFrames)) {
+      continue;
+    }
+    if (step.until < 0) {
+      step.until = (place - stretch.places.front()) / sampleRate;
+    }
+    step.errors.push_back(error);
+  }
+  return step;
+}
+
+void expectInStep(const char* name, const Step& step) {
+  std::vector<double> amounts;
+  for (const double error : step.errors) {
+    amounts.push_back(std::fabs(error) * 1e3);
+  }
+  std::printf(
+      "%-8s in step after %3.0f ms; %4zu frames of sound, off by %6.3f ms (mean of the "
+      "middle), %.3f (99 %%), %.3f (worst)\n",
+      name, step.until * 1e3, amounts.size(), quantile(step.errors, 0.5) * 1e3,
+      quantile(amounts, 0.99), quantile(amounts, 1));
+  EXPECT_GE(step.until, 0) << name;
+  EXPECT_LE(step.until, kMostUntilInStep) << name;
+  EXPECT_GE(step.errors.size(), 10U) << name;
+  EXPECT_LE(quantile(amounts, 1), kMostOff * 1e3) << name;
+}
+
+void encodeLTC(const WireFormat& format, const std::string& start, double seconds,
+               const std::filesystem::path& file) {
+  Process encode({VELOR_PROGRAM, "encode", "--format", format.name, "--start", start, "--duration",
+                  std::to_string(static_cast<int>(seconds)), file},
+                 {}, "/dev/null");
+  ASSERT_EQ(encode.waitForEnd(60), 0);
+}
+
+// The program with a clip, and a client that gets its MTC and its sound.
+class HeadlessClip {
+ public:
+  HeadlessClip(const WireFormat& format, const JackServer& server,
+               const std::vector<std::string>& more)
+      : mFormat(format), mRecorder(std::string("Recorder ") + format.name) {
+    const auto clip = mFolder.path() / "LTC@25:00 \xff.wav";
+    encodeLTC(format, "00:00:50:00", soakSeconds() + 30, clip);
+    mRecorder.addInput("in");
+    mRecorder.recordAudio("audio", soakSeconds() + 30);
+    mRecorder.activate();
+    const auto others = outputs();
+    std::vector<std::string> arguments{"--headless", "--format",
+                                       format.name,  "--play",
+                                       "--media",    clip.string() + "@00:00:50:00",
+                                       "--mtc-out",  mRecorder.fullName("in")};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    mVelor = std::make_unique<VelorProcess>(arguments, server.environment());
+    waitFor(10, [&] {
+      for (const std::string& port : outputs()) {
+        if (std::find(others.begin(), others.end(), port) == others.end()) {
+          mOutput = port;
+        }
+      }
+      return !mOutput.empty() && mRecorder.connect(mOutput, mRecorder.fullName("audio"));
+    });
+    EXPECT_FALSE(mOutput.empty()) << mVelor->errors();
+  }
+
+  bool hasRecorded(double seconds) const {
+    return static_cast<double>(mRecorder.recordedAudioCount()) > seconds * mRecorder.sampleRate();
+  }
+  void expectAllInStep(std::size_t stretches) {
+    const Stream mtc = readStream(mRecorder.recorded(), 0);
+    const std::vector<Heard> heard = readByLibltc(mRecorder, mFormat);
+    const double latency = mRecorder.playbackLatency(mOutput);
+    EXPECT_EQ(mVelor->end(SIGINT), 0) << mVelor->errors();
+    EXPECT_EQ(mtc.faults, 0) << mFormat.name << ": " << mtc.fault;
+    const auto all = stretchesOf(mtc.blocks, mFormat);
+    ASSERT_GE(all.size(), stretches);
+    for (std::size_t i = 0; i < stretches; ++i) {
+      const double end = i + 1 < all.size() ? all[i + 1].places.front() : all[i].places.back();
+      expectInStep(mFormat.name, stepOf(all[i], heard, end, latency, mRecorder.sampleRate()));
+    }
+  }
+
+ private:
+  std::vector<std::string> outputs() const {
+    return mRecorder.ports("Media Playback.*1$", JACK_DEFAULT_AUDIO_TYPE);
+  }
+
+  const TemporaryFolder mFolder;
+  const WireFormat& mFormat;
+  JackPeer mRecorder;
+  std::string mOutput;
+  std::unique_ptr<VelorProcess> mVelor;
+};
+
+JackServer serverOfSoak() {
+  return JackServer(soakNumber("VELOR_SOAK_PERIOD", 256), soakNumber("VELOR_SOAK_RATE", 48000));
+}
+
+TEST(ClipOnTheWire, LTCInAClipAgreesWithTheMTCOfTheClockInEveryFormatAndOverItsLoop) {
+  inFairRun(
+      [] {
+        JackServer server = serverOfSoak();
+        server.enter();
+        server.start();
+        std::vector<std::unique_ptr<HeadlessClip>> clips;
+        for (const WireFormat& format : wireFormats()) {
+          clips.push_back(std::make_unique<HeadlessClip>(
+              format, server, std::vector<std::string>{"--start", "00:00:57:10"}));
+        }
+        clips.push_back(std::make_unique<HeadlessClip>(
+            wireFormat("25"), server,
+            std::vector<std::string>{"--start", "00:00:53:00", "--mode", "loop", "--loop",
+                                     "00:00:52:00", "00:00:55:00"}));
+        ASSERT_TRUE(waitFor(soakSeconds() + 10,
+                            [&] { return clips.back()->hasRecorded(soakSeconds() * 0.75); }));
+        for (const auto& clip : clips) {
+          clip->expectAllInStep(clip == clips.back() ? 2 : 1);
+        }
+      },
+      kStall);
+}
+
+}  // namespace
+}  // namespace velor::test
