@@ -73,6 +73,7 @@ class PlayerRig : public media::PlayerDelegate {
     std::uint64_t host = 0;
     int number = -1;
     media::MediaTime time{};
+    int width = 0;
   };
 
   PlayerRig() : audio(outsides()) {
@@ -124,7 +125,7 @@ class PlayerRig : public media::PlayerDelegate {
   void playerHasFrame(media::Player& from) override {
     const std::uint64_t at = now();
     if (const auto frame = from.takeFrame()) {
-      shown.push_back({at, TestClip::numberOf(*frame), frame->time});
+      shown.push_back({at, TestClip::numberOf(*frame), frame->time, frame->width});
     }
   }
 

@@ -19,6 +19,7 @@ constexpr std::array kNeeded{
     Needed{"videoconvert", "gstreamer1.0-plugins-base"},
     Needed{"audioconvert", "gstreamer1.0-plugins-base"},
     Needed{"appsink", "gstreamer1.0-plugins-base"},
+    Needed{"videoflip", "gstreamer1.0-plugins-good"},
     Needed{"qtdemux", "gstreamer1.0-plugins-good"},
     Needed{"wavparse", "gstreamer1.0-plugins-good"},
     Needed{"avdec_h264", "gstreamer1.0-libav"},

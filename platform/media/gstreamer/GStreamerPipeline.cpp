@@ -251,6 +251,11 @@ void GStreamerPipeline::checkReady() {
     fail("it has neither video nor sound");
     return;
   }
+  // The end of a stream counts as its first sample.
+  if (!mVideo.hasSample() && !mSound.hasSample()) {
+    fail("the file is cut off before its first picture or sound");
+    return;
+  }
   gint64 duration = 0;
   if (gst_element_query_duration(mPipeline.get(), GST_FORMAT_TIME, &duration) == FALSE ||
       duration <= 0) {

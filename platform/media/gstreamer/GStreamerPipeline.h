@@ -44,7 +44,7 @@ class PipelineEvents {
   /// `late`: frames so far that came too late to be shown.
   virtual void frameArrived(std::shared_ptr<const VideoFrame> frame, std::uint64_t late) = 0;
   /// The clip's sound has this form; comes before any block of it.
-  virtual std::shared_ptr<SoundRing> soundBegins(std::uint32_t channels, double rate) = 0;
+  virtual std::shared_ptr<SoundRing> soundBegins(std::vector<SoundSide> sides, double rate) = 0;
   virtual std::shared_ptr<AudioTap> audioTap() = 0;
 
  protected:

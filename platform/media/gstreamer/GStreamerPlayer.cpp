@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/host/Host.h"
+#include "platform/media/gstreamer/MovieFile.h"
 
 namespace velor::media {
 namespace {
@@ -183,7 +184,8 @@ void GStreamerPlayer::clipFailed(const std::string& reason) {
     mQueue->async([this] { open({mRequest.path, true}); });
     return;
   }
-  report([reason](GStreamerPlayer& self) {
+  const std::string cut = MovieFile::problem(mRequest.path);
+  report([reason = cut.empty() ? reason : cut](GStreamerPlayer& self) {
     self.mError = "cannot play '" + self.mRequest.path.string() + "': " + reason;
     self.endSeek(false);
     self.store({0, self.currentTime().count(), now()});
@@ -217,8 +219,8 @@ void GStreamerPlayer::frameArrived(std::shared_ptr<const VideoFrame> frame, std:
   }
 }
 
-std::shared_ptr<SoundRing> GStreamerPlayer::soundBegins(std::uint32_t channels, double rate) {
-  auto ring = std::make_shared<SoundRing>(channels, rate);
+std::shared_ptr<SoundRing> GStreamerPlayer::soundBegins(std::vector<SoundSide> sides, double rate) {
+  auto ring = std::make_shared<SoundRing>(std::move(sides), rate);
   mQueue->async([this, ring] {
     mOutput.reset();
     mRing = ring;

@@ -61,7 +61,7 @@ class GStreamerPlayer final : public Player, private PipelineEvents {
   void seekEnded(std::uint64_t serial, bool isDone) override;
   void clipEnded(std::uint64_t serial) override;
   void frameArrived(std::shared_ptr<const VideoFrame> frame, std::uint64_t late) override;
-  std::shared_ptr<SoundRing> soundBegins(std::uint32_t channels, double rate) override;
+  std::shared_ptr<SoundRing> soundBegins(std::vector<SoundSide> sides, double rate) override;
   std::shared_ptr<AudioTap> audioTap() override;
 
   void open(const PlayerRequest& request);

@@ -12,7 +12,8 @@ namespace velor::media {
 /// Plays the sound of one clip on the default output of the audio service, and follows that
 /// when another device becomes the default one. Without a device it is silent until one comes.
 ///
-/// The clip's channels go to the device's in order; a single one goes to the first two.
+/// The clip's channels go to the device's in order; a single one goes to the first two. Those
+/// that the device does not have are added to the first two.
 class SoundOutput final : private audio::AudioDeviceListener {
  public:
   /// Made and ended on `queue`, on which it opens its streams. The ring and the control

@@ -4,14 +4,16 @@
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
+#include <utility>
 
 namespace velor::media {
 
-SoundRing::SoundRing(std::uint32_t channels, double rate)
-    : mChannels(channels),
+SoundRing::SoundRing(std::vector<SoundSide> sides, double rate)
+    : mSides(std::move(sides)),
+      mChannels(static_cast<std::uint32_t>(mSides.size())),
       mRate(rate),
       mCapacity(std::bit_ceil(static_cast<std::size_t>(rate * kSeconds))),
-      mSamples(mCapacity * channels) {}
+      mSamples(mCapacity * mChannels) {}
 
 void SoundRing::write(std::int64_t first, std::span<float* const> channels,
                       std::size_t frames) noexcept {
@@ -36,18 +38,17 @@ void SoundRing::write(std::int64_t first, std::span<float* const> channels,
   mRange.store(mWritten);
 }
 
-void SoundRing::read(std::int64_t first, std::size_t frames, std::uint32_t channels,
-                     float* interleaved) noexcept {
+void SoundRing::read(std::int64_t first, std::size_t frames, float* interleaved) noexcept {
   const Range there = mRange.load();
   for (std::size_t i = 0; i < frames; ++i) {
     const std::int64_t frame = first + static_cast<std::int64_t>(i);
-    float* to = interleaved + i * channels;
+    float* to = interleaved + i * mChannels;
     if (frame < there.begin || frame >= there.end) {
-      std::fill_n(to, channels, 0.0F);
+      std::fill_n(to, mChannels, 0.0F);
       continue;
     }
     const std::atomic<float>* from = &mSamples[slot(frame)];
-    for (std::uint32_t channel = 0; channel < channels; ++channel) {
+    for (std::uint32_t channel = 0; channel < mChannels; ++channel) {
       to[channel] = from[channel].load(std::memory_order_relaxed);
     }
   }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/host/LatestValue.h"
+#include "platform/media/gstreamer/SoundFold.h"
 
 namespace velor::media {
 
@@ -29,10 +30,11 @@ class SoundRing {
     std::int64_t end = 0;
   };
 
-  /// `rate`: frames a second of the clip.
-  SoundRing(std::uint32_t channels, double rate);
+  /// `sides`: of each channel. `rate`: frames a second of the clip.
+  SoundRing(std::vector<SoundSide> sides, double rate);
 
   std::uint32_t channels() const noexcept { return mChannels; }
+  const std::vector<SoundSide>& sides() const noexcept { return mSides; }
   double rate() const noexcept { return mRate; }
 
   /// Another place than the end of what it holds begins a new stretch. The writer's thread.
@@ -40,16 +42,15 @@ class SoundRing {
 
   /// What there is to read now. The reader's thread. Realtime-safe: yes.
   Range range() noexcept { return mRange.load(); }
-  /// The first `channels` of each frame, interleaved; zeros where it holds none. The reader's
-  /// thread. Realtime-safe: yes.
-  void read(std::int64_t first, std::size_t frames, std::uint32_t channels,
-            float* interleaved) noexcept;
+  /// Interleaved; zeros where it holds none. The reader's thread. Realtime-safe: yes.
+  void read(std::int64_t first, std::size_t frames, float* interleaved) noexcept;
 
  private:
   std::size_t slot(std::int64_t frame) const noexcept {
     return (static_cast<std::size_t>(frame) & (mCapacity - 1)) * mChannels;
   }
 
+  const std::vector<SoundSide> mSides;
   const std::uint32_t mChannels;
   const double mRate;
   const std::size_t mCapacity;  // frames, a power of two

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/media/gstreamer/SoundSink.h"
 
-#include <gst/audio/audio.h>
-
 #include <cmath>
+#include <utility>
 
 #include "platform/host/Realtime.h"
 #include "platform/media/AudioTap.h"
@@ -17,6 +16,48 @@ constexpr const char* kChain =
     "queue max-size-buffers=0 max-size-bytes=0 max-size-time=500000000 ! audioconvert ! "
     "audio/x-raw,format=F32LE,layout=non-interleaved ! "
     "appsink name=sink sync=true qos=false max-buffers=4";
+
+// The layout's own, after its name; channels without a layout alternate, as pairs do.
+std::vector<SoundSide> sidesOf(const GstAudioInfo& info) {
+  std::vector<SoundSide> sides;
+  for (int channel = 0; channel < info.channels; ++channel) {
+    const bool isOdd = channel % 2 != 0;
+    // More channels than that have no layout.
+    switch (channel < 64 ? info.position[channel] : GST_AUDIO_CHANNEL_POSITION_NONE) {
+      case GST_AUDIO_CHANNEL_POSITION_NONE:
+      case GST_AUDIO_CHANNEL_POSITION_INVALID:
+        sides.push_back(isOdd ? SoundSide::right : SoundSide::left);
+        break;
+      case GST_AUDIO_CHANNEL_POSITION_FRONT_LEFT:
+      case GST_AUDIO_CHANNEL_POSITION_REAR_LEFT:
+      case GST_AUDIO_CHANNEL_POSITION_FRONT_LEFT_OF_CENTER:
+      case GST_AUDIO_CHANNEL_POSITION_SIDE_LEFT:
+      case GST_AUDIO_CHANNEL_POSITION_TOP_FRONT_LEFT:
+      case GST_AUDIO_CHANNEL_POSITION_TOP_REAR_LEFT:
+      case GST_AUDIO_CHANNEL_POSITION_TOP_SIDE_LEFT:
+      case GST_AUDIO_CHANNEL_POSITION_BOTTOM_FRONT_LEFT:
+      case GST_AUDIO_CHANNEL_POSITION_WIDE_LEFT:
+      case GST_AUDIO_CHANNEL_POSITION_SURROUND_LEFT:
+        sides.push_back(SoundSide::left);
+        break;
+      case GST_AUDIO_CHANNEL_POSITION_FRONT_RIGHT:
+      case GST_AUDIO_CHANNEL_POSITION_REAR_RIGHT:
+      case GST_AUDIO_CHANNEL_POSITION_FRONT_RIGHT_OF_CENTER:
+      case GST_AUDIO_CHANNEL_POSITION_SIDE_RIGHT:
+      case GST_AUDIO_CHANNEL_POSITION_TOP_FRONT_RIGHT:
+      case GST_AUDIO_CHANNEL_POSITION_TOP_REAR_RIGHT:
+      case GST_AUDIO_CHANNEL_POSITION_TOP_SIDE_RIGHT:
+      case GST_AUDIO_CHANNEL_POSITION_BOTTOM_FRONT_RIGHT:
+      case GST_AUDIO_CHANNEL_POSITION_WIDE_RIGHT:
+      case GST_AUDIO_CHANNEL_POSITION_SURROUND_RIGHT:
+        sides.push_back(SoundSide::right);
+        break;
+      default:
+        sides.push_back(SoundSide::both);
+    }
+  }
+  return sides;
+}
 
 }  // namespace
 
@@ -66,13 +107,14 @@ void SoundSink::willLink(GstPad& pad) {
 void SoundSink::takePreroll(GstSample& sample) {
   GstAudioInfo info;
   if (gst_audio_info_from_caps(&info, gst_sample_get_caps(&sample)) != FALSE) {
-    makeRing(static_cast<std::uint32_t>(info.channels), info.rate);
+    makeRing(info);
   }
 }
 
-void SoundSink::makeRing(std::uint32_t channels, double rate) {
-  if (mRing == nullptr || mRing->channels() != channels || mRing->rate() != rate) {
-    mRing = mEvents.soundBegins(channels, rate);
+void SoundSink::makeRing(const GstAudioInfo& info) {
+  std::vector<SoundSide> sides = sidesOf(info);
+  if (mRing == nullptr || mRing->sides() != sides || mRing->rate() != info.rate) {
+    mRing = mEvents.soundBegins(std::move(sides), info.rate);
   }
 }
 
@@ -85,7 +127,7 @@ void SoundSink::take(GstSample& sample) {
     return;
   }
   const auto channels = static_cast<std::uint32_t>(info.channels);
-  makeRing(channels, info.rate);
+  makeRing(info);
   std::vector<float*> block;
   mBlock.resize(channels);
   for (std::uint32_t channel = 0; channel < channels; ++channel) {

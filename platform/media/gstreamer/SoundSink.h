@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <gst/audio/audio.h>
+
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -25,7 +27,7 @@ class SoundSink final : public StreamSink {
   void willLink(GstPad& pad) override;
   void take(GstSample& sample) override;
   void takePreroll(GstSample& sample) override;
-  void makeRing(std::uint32_t channels, double rate);
+  void makeRing(const GstAudioInfo& info);
 
   PipelineEvents& mEvents;
   std::shared_ptr<SoundRing> mRing;

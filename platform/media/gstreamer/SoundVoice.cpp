@@ -9,12 +9,17 @@ namespace velor::media {
 
 SoundVoice::SoundVoice(SoundRing& ring, SoundControl& control, std::uint32_t channels,
                        double deviceRate)
-    : mRing(ring), mControl(control), mChannels(channels), mDeviceRate(deviceRate) {
+    : mRing(ring),
+      mControl(control),
+      mChannels(channels),
+      mFold(ring.sides(), channels),
+      mDeviceRate(deviceRate) {
   int error = 0;
   rt.converter.reset(src_new(SRC_SINC_FASTEST, static_cast<int>(channels), &error));
   if (rt.converter == nullptr) {
     throw std::runtime_error(src_strerror(error));
   }
+  rt.read.resize(std::size_t{kOffered} * ring.channels());
   rt.input.resize(std::size_t{kOffered} * channels);
   rt.output.resize(std::size_t{kSlice} * channels);
 }
@@ -73,7 +78,12 @@ void SoundVoice::convert(std::uint32_t frames, double step) noexcept {
   data.src_ratio = ratio;
   std::uint32_t made = 0;
   while (made < frames) {
-    mRing.read(rt.next, kOffered, mChannels, rt.input.data());
+    const bool isFolded = mChannels < mFold.channels();
+    float* const read = isFolded ? rt.read.data() : rt.input.data();
+    mRing.read(rt.next, kOffered, read);
+    if (isFolded) {
+      mFold.apply(read, kOffered, rt.input.data());
+    }
     data.data_in = rt.input.data();
     data.input_frames = kOffered;
     data.data_out = &rt.output[std::size_t{made} * mChannels];

@@ -12,6 +12,7 @@
 #include "platform/host/LatestValue.h"
 #include "platform/host/Realtime.h"
 #include "platform/media/gstreamer/PlayerTimeline.h"
+#include "platform/media/gstreamer/SoundFold.h"
 #include "platform/media/gstreamer/SoundRing.h"
 
 namespace velor::media {
@@ -31,8 +32,8 @@ class SoundVoice {
   /// A larger error than this is a jump, seconds.
   static constexpr double kLargestPull = 1.5e-3;
 
-  /// Plays the first `channels` of the ring on a device of `deviceRate` frames a second. The
-  /// ring and the control outlive it.
+  /// Plays on `channels` of a device of `deviceRate` frames a second; at most those of the ring.
+  /// The ring and the control outlive it.
   SoundVoice(SoundRing& ring, SoundControl& control, std::uint32_t channels, double deviceRate);
 
   /// Between the cycle and the connector, frames of the device. Any thread.
@@ -64,12 +65,14 @@ class SoundVoice {
   SoundRing& mRing;
   SoundControl& mControl;
   const std::uint32_t mChannels;
+  const SoundFold mFold;
   const double mDeviceRate;
   std::atomic<std::uint32_t> mLatency{0};
 
   // The audio cycle's own.
   struct {
     std::unique_ptr<SRC_STATE, EndConverter> converter;
+    std::vector<float> read;  // all channels of the clip
     std::vector<float> input;
     std::vector<float> output;
     bool isSounding = false;

@@ -41,6 +41,7 @@ GstFlowReturn StreamSink::sampleCame(GstAppSink* sink, gpointer self) {
 GstFlowReturn StreamSink::prerollCame(GstAppSink* sink, gpointer self) {
   const SampleRef sample(gst_app_sink_pull_preroll(sink));
   if (sample != nullptr) {
+    static_cast<StreamSink*>(self)->mHasSample = true;
     static_cast<StreamSink*>(self)->takePreroll(*sample);
   }
   return GST_FLOW_OK;

@@ -21,6 +21,8 @@ class StreamSink {
 
   /// Null until the stream is found. Any thread.
   GstElement* element() const { return mElement.load(); }
+  /// Whether anything has been decoded. Any thread.
+  bool hasSample() const { return mHasSample.load(); }
 
  protected:
   ~StreamSink() = default;
@@ -37,6 +39,7 @@ class StreamSink {
 
   const char* const mChain;
   std::atomic<GstElement*> mElement{nullptr};
+  std::atomic<bool> mHasSample{false};
 };
 
 }  // namespace velor::media

@@ -14,11 +14,13 @@
 namespace velor::media {
 namespace {
 
+// The flip turns what a phone recorded upright; it copies no frame of a clip without such a tag.
 // The sink waits as long as the clip is due early for its sound (its ts-offset). Frames that
 // are later than a frame of 25 a second are left out.
 constexpr const char* kChain =
     "queue max-size-buffers=4 max-size-bytes=0 max-size-time=0 ! videoconvert ! "
-    "video/x-raw,format=BGRx ! appsink name=sink sync=true qos=false max-lateness=40000000 "
+    "video/x-raw,format=BGRx ! videoflip video-direction=auto ! appsink name=sink sync=true "
+    "qos=false max-lateness=40000000 "
     "ts-offset=250000000 max-buffers=2";
 
 }  // namespace

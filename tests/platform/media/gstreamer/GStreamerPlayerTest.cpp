@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/PlayerRig.h"
+#include "tests/support/Servers.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace velor::media {
@@ -197,6 +198,8 @@ TEST(GStreamerPlayer, GivesTheReasonForWhatItCannotOpenAndNeverHangs) {
     return file;
   };
   const std::string whole = test::fileContents(clip("whole.mov", {.seconds = 2}));
+  const std::string indexed = test::fileContents(
+      clip("indexed.mov", {.seconds = 2, .audioCodec = "pcm_s16le -movflags +faststart"}));
   std::filesystem::create_directory(folder() / "folder");
   ASSERT_EQ(mkfifo((folder() / "pipe").c_str(), 0600), 0);
   struct Case {
@@ -208,15 +211,31 @@ TEST(GStreamerPlayer, GivesTheReasonForWhatItCannotOpenAndNeverHangs) {
         Case{folder() / "pipe", "not a regular file"}, Case{make("empty.mp4", ""), "empty"},
         Case{make("text.mp4", "this is a text\n"), "determine type"},
         Case{make("noise.mp4", std::string(50'000, '\xA7')), "determine type"},
-        Case{make("cut.mov", whole.substr(0, whole.size() / 2)), "cannot play"}}) {
+        Case{make("cut.mov", whole.substr(0, whole.size() / 2)), "index is missing"},
+        Case{make("indexOnly.mov", indexed.substr(0, indexed.find("mdat") + 100)),
+             "before its first picture or sound"}}) {
     SCOPED_TRACE(bad.file.string());
     PlayerRig rig;
     const std::uint64_t began = rig.now();
     EXPECT_EQ(rig.openFully(bad.file), PlayerStatus::failed);
     EXPECT_NE(rig.error.find(bad.reason), std::string::npos) << rig.error;
     EXPECT_NE(rig.error.find(bad.file.string()), std::string::npos) << rig.error;
-    EXPECT_LT(static_cast<double>(rig.now() - began) * 1e-9, 12);
+    // Not after a time limit.
+    EXPECT_LT(static_cast<double>(rig.now() - began) * 1e-9, 8);
   }
+}
+
+TEST(GStreamerPlayer, ShowsUprightWhatAPhoneRecordedOnItsSide) {
+  const auto file = folder() / "phone.mp4";
+  test::Process ffmpeg({"ffmpeg", "-nostdin", "-v", "error", "-i",
+                        clip("plain.mp4", {.seconds = 1, .channels = 0}).string(), "-c", "copy",
+                        "-metadata:s:v", "rotate=90", file.string()},
+                       {}, "/dev/null");
+  ASSERT_EQ(ffmpeg.waitForEnd(60), 0);
+  PlayerRig rig;
+  ASSERT_EQ(rig.openFully(file), PlayerStatus::readyToPlay) << rig.error;
+  ASSERT_TRUE(rig.until(5, [&] { return !rig.shown.empty(); }));
+  EXPECT_EQ(rig.shown.back().width, TestClip().height);
 }
 
 TEST(GStreamerPlayer, OpensOddNamesAndAllNumbersOfChannels) {
