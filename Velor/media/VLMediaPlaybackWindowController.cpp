@@ -16,6 +16,8 @@
 namespace velor {
 namespace {
 
+constexpr const char* kNoClip = "Media Playback";  // for a title
+
 double secondsOf(media::MediaTime time) {
   return std::chrono::duration<double>(time).count();
 }
@@ -56,8 +58,8 @@ VLMediaPlaybackWindowController::initWithEncodedState(
   if (!clip) {
     std::error_code error;
     const bool isThere = std::filesystem::exists(bookmark.absolute, error);
-    controller->mError = bookmark.absolute.string() +
-                         (isThere ? ": not a regular file" : ": No such file or directory");
+    controller->mError = "cannot open '" + bookmark.absolute.string() +
+                         (isThere ? "': not a regular file" : "': No such file or directory");
     VELOR_LOG_WARNING("the clip of a media window is missing: %s", bookmark.absolute.c_str());
     return controller;
   }
@@ -147,18 +149,27 @@ void VLMediaPlaybackWindowController::endListening() {
   }
 }
 
+// A window that has had a clip, even one that cannot be played, stays without an answer, and
+// keeps its settings for the next one.
 void VLMediaPlaybackWindowController::runOpenPanel() {
-  mOutlet->beginOpenPanel([weak = weak_from_this()](const std::filesystem::path& path) {
+  const bool isReplaced = mTitle != kNoClip;
+  mOutlet->beginOpenPanel([weak = weak_from_this(), isReplaced](const std::filesystem::path& path) {
     const auto self = weak.lock();
-    if (self == nullptr) {
+    if (self == nullptr || (path.empty() && isReplaced)) {
       return;
     }
     if (path.empty()) {
       self->mOutlet->close();
       return;
     }
-    self->mRestored = nullptr;
-    self->mDecoded = nullptr;
+    if (isReplaced) {
+      auto settings = std::make_shared<VLMediaPlaybackWindowState>(*self->encodedState({}));
+      settings->bookmark.reset();
+      self->mRestored = std::move(settings);
+    } else {
+      self->mRestored = nullptr;
+      self->mDecoded = nullptr;
+    }
     self->loadMediumAtURL(path);
   });
 }

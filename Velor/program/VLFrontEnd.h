@@ -26,6 +26,8 @@ class VLFrontEnd {
 
   /// An event in a few words, which standard error or a question has in full.
   virtual void showNotice(const std::string& notice) = 0;
+  /// Whether the media windows report on standard error what is wrong with a clip.
+  virtual bool reportsClips() const { return false; }
   /// All is set up and may be shown.
   virtual void begin() = 0;
   /// Runs the main loop until it is stopped and the application may end.

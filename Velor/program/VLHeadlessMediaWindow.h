@@ -12,7 +12,7 @@ namespace velor {
 
 /// Stands in for a media window of a run without windows: its clip is heard and not seen. What
 /// is wrong with the clip goes to standard error; the controller has logged it.
-class VLHeadlessMediaWindow final : public VLMediaPlaybackWindowOutlet {
+class VLHeadlessMediaWindow : public VLMediaPlaybackWindowOutlet {
  public:
   explicit VLHeadlessMediaWindow(std::weak_ptr<VLMediaPlaybackWindowController> controller)
       : mController(std::move(controller)) {}
@@ -20,10 +20,13 @@ class VLHeadlessMediaWindow final : public VLMediaPlaybackWindowOutlet {
   /// Nobody picks a file: the window stays without its clip.
   void beginOpenPanel(const FileChosen& /*chosen*/) override {
     if (const auto controller = mController.lock()) {
-      VLStandardError::tell("clip " + controller->error());
+      VLStandardError::tell(controller->error());
     }
   }
-  void presentError(const std::string& text) override { VLStandardError::tell("clip " + text); }
+  void presentError(const std::string& text) override { VLStandardError::tell(text); }
+
+ protected:
+  std::shared_ptr<VLMediaPlaybackWindowController> controller() const { return mController.lock(); }
 
  private:
   const std::weak_ptr<VLMediaPlaybackWindowController> mController;

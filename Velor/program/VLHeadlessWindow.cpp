@@ -45,7 +45,8 @@ void VLHeadlessWindow::presentError(const std::string& text) {
 
 std::shared_ptr<VLMediaPlaybackWindowOutlet> VLHeadlessWindow::makeMediaPlaybackWindow(
     const std::shared_ptr<VLMediaPlaybackWindowController>& controller) {
-  return std::make_shared<VLHeadlessMediaWindow>(controller);
+  return mMakeMediaWindow ? mMakeMediaWindow(controller)
+                          : std::make_shared<VLHeadlessMediaWindow>(controller);
 }
 
 void VLHeadlessWindow::replyToApplicationShouldTerminate(bool terminate) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -17,8 +18,14 @@ class VLHeadlessWindow final : public VLMainWindowOutlet {
   /// Gets a short text before standard error gets the whole.
   using Notice = std::function<void(const std::string& text)>;
 
-  VLHeadlessWindow(VLAlertAnswers answers, Notice notice)
-      : mAnswers(answers), mNotice(std::move(notice)) {}
+  using MakeMediaWindow = std::function<std::shared_ptr<VLMediaPlaybackWindowOutlet>(
+      const std::shared_ptr<VLMediaPlaybackWindowController>& controller)>;
+
+  /// `makeMediaWindow`: none for clips that are heard and not seen.
+  VLHeadlessWindow(VLAlertAnswers answers, Notice notice, MakeMediaWindow makeMediaWindow)
+      : mAnswers(answers),
+        mNotice(std::move(notice)),
+        mMakeMediaWindow(std::move(makeMediaWindow)) {}
 
   /// The answer comes by the main queue.
   void presentAlert(const VLAlert& alert, VLAlert::Answer answer) override;
@@ -41,6 +48,7 @@ class VLHeadlessWindow final : public VLMainWindowOutlet {
 
   const VLAlertAnswers mAnswers;
   const Notice mNotice;
+  const MakeMediaWindow mMakeMediaWindow;
 };
 
 }  // namespace velor

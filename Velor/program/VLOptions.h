@@ -76,6 +76,8 @@ struct VLOptions {
   std::optional<bool> ltcCondition;
   VLOSCOptions osc;
   std::vector<VLMediaWords> media;
+  /// The screen for the clips, by name or number, instead of windows; empty for the first one.
+  std::optional<std::string> mediaFullscreen;
 };
 
 }  // namespace velor

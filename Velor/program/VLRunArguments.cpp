@@ -122,6 +122,11 @@ void VLRunArguments::addMedia(CLI::App& app) {
   Group media(app, "Media");
   media.list("--media", mMedia, "CLIP[@TIME]",
              "Clip to play in step with MTC, and when it starts; may be repeated");
+  media
+      .option("--media-fullscreen", mMediaFullscreen, "[SCREEN]",
+              "Video of the clips alone, on a screen by name or number")
+      .expected(0, 1)
+      ->allow_extra_args(false);
 }
 
 void VLRunArguments::addDocument(CLI::App& app) {
@@ -275,6 +280,13 @@ void VLRunArguments::readMedia(VLOptions& options, VLRefusal& refusal) const {
   for (const std::string& text : mMedia) {
     options.media.push_back(refusal.read("--media", VLMediaWordsFromText(text)));
   }
+  if (mMediaFullscreen.empty()) {
+    return;
+  }
+  refusal.refuseIf(options.headless,
+                   "--media-fullscreen contradicts --headless: it needs a display");
+  refusal.refuseIf(mMedia.empty(), "--media-fullscreen needs --media");
+  options.mediaFullscreen = mMediaFullscreen.front();
 }
 
 }  // namespace velor

@@ -61,6 +61,7 @@ class VLRunArguments {
   std::vector<std::string> mOSCTargets;
   std::vector<std::string> mOSCForget;
   std::vector<std::string> mMedia;
+  std::vector<std::string> mMediaFullscreen;  // one, maybe empty, when it is given
 };
 
 }  // namespace velor

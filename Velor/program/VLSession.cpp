@@ -367,6 +367,10 @@ VLSession::Ended VLSession::openClips() {
     const std::uint64_t deadline = host::current().AudioGetCurrentHostTime() + kClipOpens;
     while (!window->isReady() && window->error().empty() && mMainQueue.drainUntil(deadline)) {
     }
+    if (!window->error().empty() && mFrontEnd->reportsClips()) {
+      mMainQueue.drainPending();  // the window reports it in a job
+      return kFailureStatus;
+    }
     if (!window->isReady()) {
       return fail(kFailureStatus, "--media: " + (window->error().empty()
                                                      ? words.path + ": no answer from the player"

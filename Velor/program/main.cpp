@@ -15,6 +15,7 @@
 #include "Velor/program/VLDemonstration.h"
 #include "Velor/program/VLHeadless.h"
 #include "Velor/program/VLInspect.h"
+#include "Velor/program/VLMediaFullscreen.h"
 #include "Velor/program/VLStandardOutput.h"
 #include "Velor/program/VLWindowed.h"
 #include "platform/crash/CrashHandler.h"
@@ -56,7 +57,10 @@ int runWithWindows(const velor::VLOptions& options, velor::VLApplication::NoDisp
     return noDisplay();
   }
   velor::VLApplication application(noDisplay);
-  return run([&] { return velor::VLWindowedRun(application, options); });
+  return run([&] {
+    return options.mediaFullscreen ? velor::VLMediaFullscreenRun(application, options)
+                                   : velor::VLWindowedRun(application, options);
+  });
 }
 
 }  // namespace

@@ -143,9 +143,19 @@ TEST_F(VLMediaPlaybackWindowTest, AClipThatCannotBeOpenedIsReportedAndTheWindowS
   EXPECT_EQ(mLog.count("error: ERROR: media player words.mp4 failed words.mp4: not a clip"), 1);
   ASSERT_EQ(outlet().errors.size(), 2U);
   EXPECT_THAT(outlet().errors[0], HasSubstr("not a regular file"));
-  window->loadMediumAtURL(fileNamed("clip.mp4"));
+  // Another clip in the same window keeps its settings, and a cancel changes nothing.
+  window->setAdjustSpeed(false);
+  window->setVolume(0.5F);
+  window->runOpenPanel();
+  outlet().panel({});
+  EXPECT_EQ(window->error(), "words.mp4: not a clip");
+  window->runOpenPanel();
+  outlet().panel(fileNamed("clip.mp4"));
   pass(1);
   EXPECT_EQ(player(1).rate(), 1);
+  EXPECT_EQ(window->error(), "");
+  EXPECT_FALSE(window->adjustSpeed());
+  EXPECT_EQ(window->volume(), 0.5F);
 }
 
 TEST(VLMediaBookmark, TakesAnyBytesAndPrefersTheFileThatWasPicked) {

@@ -55,6 +55,8 @@ TEST(VLCommandLine, AWrongWordIsOneLineThatNamesItWithTheStatus2) {
       {{"--ltc-in", "Desk:1", "--freewheel", "0.5"},
        "--freewheel: '0.5' is not a whole number of seconds"},
       {{"--media", "a@b.mp4"}, "--media: 'b.mp4' is not a time; expected HH:MM:SS:FF"},
+      {{"--media-fullscreen", "2", "--media", "a.mp4"},
+       "--media-fullscreen contradicts --headless: it needs a display"},
       {{"--osc-port", "0"}, "--osc-port: '0' is out of range (1 to 65535)"},
       {{"--osc-allow", "127.0.0.1"}, "--osc-allow needs --osc-port"},
       {{"--osc-target", "::1:9000"}, "--osc-target: '::1:9000' is not HOST:PORT"},
