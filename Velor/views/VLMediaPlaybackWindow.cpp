@@ -8,6 +8,7 @@
 #include <QCloseEvent>
 #include <QMenu>
 #include <QSignalBlocker>
+#include <QVBoxLayout>
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -65,6 +66,7 @@ VLMediaPlaybackWindow::VLMediaPlaybackWindow(const std::shared_ptr<Controller>& 
       mPanels(*this, mSheets),
       mActionMenu(new QMenu(this)),
       mLeaveFullScreen(new QAction(this)),
+      mChooseButton(new VLButton(mForm->playerView)),
       mPositionTimer(host::current().mainQueue(),
                      mSelf.job([](VLMediaPlaybackWindow& self) { self.showPosition(); })) {
   resize(kFirstSize);
@@ -72,6 +74,7 @@ VLMediaPlaybackWindow::VLMediaPlaybackWindow(const std::shared_ptr<Controller>& 
   setUpSettings();
   setUpActionMenu();
   setUpFullScreen();
+  setUpChooseButton();
   mAudioToken = KAHALAudioSystem::defaultSystem().addObserver(
       "defaultOutputDevice", [job = mSelf.job([](VLMediaPlaybackWindow& self) {
         self.showNotice();
@@ -158,6 +161,11 @@ void VLMediaPlaybackWindow::setUpActionMenu() {
   mControlMasterClock =
       add("controlMasterClock", tr("control master clock"), &Controller::setControlMasterClock);
   mAdjustSpeed = add("adjustSpeed", tr("adjust playback speed"), &Controller::setAdjustSpeed);
+  mActionMenu->addSeparator();
+  QAction* choose = mActionMenu->addAction(tr("Choose Another Clip ..."));
+  choose->setObjectName("chooseClip");
+  connect(choose, &QAction::triggered, this,
+          [this] { perform([](Controller& controller) { controller.runOpenPanel(); }); });
   // The button's own way to show a menu runs a loop of its own.
   connect(mForm->actionButton, &VLButton::clicked, this, [this] {
     const QSize size = mActionMenu->sizeHint();
@@ -177,6 +185,19 @@ void VLMediaPlaybackWindow::setUpFullScreen() {
 
 void VLMediaPlaybackWindow::toggleFullScreen() {
   setWindowState(windowState() ^ Qt::WindowFullScreen);
+}
+
+// For a clip that cannot be played: its reason is above.
+void VLMediaPlaybackWindow::setUpChooseButton() {
+  mChooseButton->setObjectName("chooseClipButton");
+  mChooseButton->setText(tr("Choose Another Clip ..."));
+  mChooseButton->hide();
+  auto* layout = new QVBoxLayout(mForm->playerView);
+  layout->setContentsMargins(VLStyle::kEdge, VLStyle::kEdge, VLStyle::kEdge, VLStyle::kEdge);
+  layout->addStretch();
+  layout->addWidget(mChooseButton, 0, Qt::AlignHCenter);
+  connect(mChooseButton, &VLButton::clicked, this,
+          [this] { perform([](Controller& controller) { controller.runOpenPanel(); }); });
 }
 
 // The user's window manager can do it, too.
@@ -238,7 +259,6 @@ void VLMediaPlaybackWindow::setTitle(const std::string& text) {
   setWindowTitle(title);
   mForm->clipTitleField->setText(title);
   mForm->clipTitleField->setCursorPosition(0);
-  mForm->clipTitleField->setToolTip(title);
 }
 
 void VLMediaPlaybackWindow::setMTCIn(const std::string& text) {
@@ -315,6 +335,7 @@ void VLMediaPlaybackWindow::playerDidChange() {
     mForm->playerView->setFrame(nullptr);
   }
   mForm->playerView->setText(textWithoutPicture(*controller));
+  mChooseButton->setVisible(!controller->error().empty());
   showPosition();
 }
 
@@ -393,7 +414,8 @@ void VLMediaPlaybackWindow::setColors() {
                                            : tr("waiting for MTC"));
   mForm->chaseLabel->setPalette(state);
   // The texts stand on the window and not in a field.
-  for (QLineEdit* each : {mForm->clipTitleField, mForm->deviationField, mForm->mtcInField}) {
+  for (QLineEdit* each : std::initializer_list<QLineEdit*>{
+           mForm->clipTitleField, mForm->deviationField, mForm->mtcInField}) {
     QPalette onWindow = each == mForm->mtcInField ? state : plain;
     onWindow.setColor(QPalette::Base, Qt::transparent);
     each->setPalette(onWindow);

@@ -21,6 +21,8 @@ class QMenu;
 
 namespace velor {
 
+class VLButton;
+
 /// The window of one clip: its picture, its transport and how it follows MTC. Closing it ends
 /// its controller. Queue: main.
 class VLMediaPlaybackWindow final : public QWidget,
@@ -63,6 +65,7 @@ class VLMediaPlaybackWindow final : public QWidget,
   void setUpSettings();
   void setUpActionMenu();
   void setUpFullScreen();
+  void setUpChooseButton();
   template <class Action>
   void perform(Action action);
   void moveBesideOthers();
@@ -82,6 +85,7 @@ class VLMediaPlaybackWindow final : public QWidget,
   QAction* mControlMasterClock = nullptr;
   QAction* mAdjustSpeed = nullptr;
   QAction* const mLeaveFullScreen;
+  VLButton* const mChooseButton;  // a child
   VLClockStatus mStatus = VLClockStopped;
   bool mHasStarted = false;  // from MTC, once
   bool mIsOpen = false;

@@ -40,8 +40,7 @@ class VLScreenFit {
         std::clamp(frame.y(), room.y(), std::max(room.y(), room.bottom() - frame.height() + 1)));
   }
 
- private:
-  // A window across two screens stays; of one that fills its screen the desktop takes care.
+  /// A window across two screens stays; of one that fills its screen the desktop takes care.
   static void fitToScreens(QWidget& window) {
     QRegion room;
     for (const QScreen* screen : QGuiApplication::screens()) {

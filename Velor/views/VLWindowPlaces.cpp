@@ -6,6 +6,7 @@
 #include <QLayout>
 #include <QSplitter>
 #include <QTableView>
+#include <QTimer>
 #include <utility>
 
 #include "Velor/views/VLScreenFit.h"
@@ -47,8 +48,14 @@ void VLWindowPlaces::save() {
   }
 }
 
-// While it is hidden the desktop may report another place.
+// While it is hidden the desktop may report another place. The window manager places a window
+// when it is shown, partly outside of the screen for some sizes: that is over when it is painted.
 bool VLWindowPlaces::eventFilter(QObject* object, QEvent* event) {
+  if (event->type() == QEvent::Show && !event->spontaneous()) {
+    mIsBeingPlaced = true;
+  } else if (event->type() == QEvent::Paint && std::exchange(mIsBeingPlaced, false)) {
+    QTimer::singleShot(0, this, [this] { VLScreenFit::fitToScreens(mWindow); });
+  }
   if (event->type() == QEvent::Hide && !event->spontaneous()) {
     save();
   }

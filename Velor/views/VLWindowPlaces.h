@@ -33,6 +33,7 @@ class VLWindowPlaces final : public QObject {
   QWidget& mWindow;  // the owner
   const QString mName;
   const std::shared_ptr<VLWindowFrames> mFrames;
+  bool mIsBeingPlaced = false;
 };
 
 }  // namespace velor

@@ -870,6 +870,10 @@
         <source>waiting for MTC</source>
         <translation>wartet auf MTC</translation>
     </message>
+    <message>
+        <source>Choose Another Clip ...</source>
+        <translation>Anderen Clip wählen ...</translation>
+    </message>
 </context>
 <context>
     <name>velor::VLOSCSetupWindowController</name>

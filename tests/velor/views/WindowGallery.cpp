@@ -3,6 +3,8 @@
 // and dark, to be looked at. QT_SCALE_FACTOR sets their scale.
 #include <QDialog>
 #include <QDir>
+#include <QMenu>
+#include <QPainter>
 #include <QTime>
 #include <cstdio>
 #include <filesystem>
@@ -13,6 +15,7 @@
 #include "Velor/osc/VLUserDefinedOSCClient.h"
 #include "Velor/views/VLOSCSetupWindowController.h"
 #include "Velor/views/VLTranslation.h"
+#include "Velor/views/VLVideoView.h"
 #include "platform/host/Log.h"
 #include "tests/velor/views/WindowFixture.h"
 
@@ -34,6 +37,7 @@ class Gallery final : public WindowFixture {
       save(*mMain, "stopped");
       savePicturesOfARun();
       saveOSCSetup();
+      saveClip();
       saveSheets();
       saveDevices();
       close();
@@ -199,6 +203,68 @@ class Gallery final : public WindowFixture {
       save(*sheet, "osc-refused");
       sheet->accept();
     }
+    window->close();
+    settle();
+  }
+  // Colour bars as the picture.
+  static std::shared_ptr<const media::VideoFrame> bars() {
+    static const QImage kPicture = [] {
+      QImage picture(1280, 720, QImage::Format_RGB32);
+      QPainter painter(&picture);
+      const auto colors = {Qt::white,   Qt::yellow, Qt::cyan, Qt::green,
+                           Qt::magenta, Qt::red,    Qt::blue};
+      int place = 0;
+      for (const QColor color : colors) {
+        painter.fillRect(QRect(place++ * 183, 0, 183, 720), color.darker(130));
+      }
+      return picture;
+    }();
+    return std::make_shared<media::VideoFrame>(
+        media::VideoFrame{.width = kPicture.width(),
+                          .height = kPicture.height(),
+                          .bytesPerRow = static_cast<std::size_t>(kPicture.bytesPerLine()),
+                          .data = kPicture.constBits(),
+                          .owner = nullptr});
+  }
+  void saveClip() {
+    const auto folder = folders().state() / "clips";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "Act 1.mp4") << "";
+    mMedia.clips["Act 1.mp4"].title = "Act 1, with quite a long name, as some editors write them";
+    const auto start = KVSMPTETime::smpteTimeWithString("01:00:00:00", kSMPTETimeType25);
+    const auto clip = app().mediaWindows().open(folder / "Act 1.mp4", start->timeStamp(), false);
+    mHost.advance(host::kNsPerSecond);
+    settle();
+    QWidget* window = nullptr;
+    for (QWidget* each : QApplication::topLevelWidgets()) {
+      window = each->objectName() == "mediaPlaybackWindow" ? each : window;
+    }
+    app().stop();
+    goTo("01:00:00:00");
+    app().play();
+    mHost.advance(55 * kFrame25);
+    settle();
+    auto& view = *window->findChild<VLVideoView*>("playerView");
+    view.setFrame(bars());
+    save(*window, "clip");
+    window->resize(window->minimumSizeHint());
+    settle();
+    save(*window, "clip-narrow");
+    window->resize(800, 640);
+    window->findChild<QWidget*>("positionSlider")->setFocus(Qt::TabFocusReason);
+    auto& menu = *window->findChild<QMenu*>();
+    menu.popup({});
+    settle();
+    save(menu, "clip-action");
+    menu.close();
+    mMedia.players.back()->fail("cannot play 'Act 1.mp4': Could not read from resource.");
+    settle();
+    if (auto* sheet = window->findChild<QDialog*>()) {
+      save(*sheet, "clip-sheet");
+      sheet->accept();
+      settle();
+    }
+    save(*window, "clip-failed");
     window->close();
     settle();
   }
