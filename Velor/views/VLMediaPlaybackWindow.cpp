@@ -398,7 +398,9 @@ void VLMediaPlaybackWindow::showNotice() {
 // A state is told by its word as well.
 void VLMediaPlaybackWindow::setColors() {
   const QPalette plain = palette();
-  const bool isInStep = mStatus == VLClockRolling;
+  const auto controller = mController.lock();
+  const bool isBroken = controller != nullptr && !controller->error().empty();
+  const bool isInStep = mStatus == VLClockRolling && !isBroken;
   QPalette state = plain;
   if (mHasStarted) {
     const QColor color =
@@ -406,9 +408,9 @@ void VLMediaPlaybackWindow::setColors() {
     state.setColor(QPalette::Text, color);
     state.setColor(QPalette::WindowText, color);
   }
-  const auto controller = mController.lock();
   const bool isOnline = controller == nullptr || controller->online();
-  mForm->chaseLabel->setText(isInStep      ? tr("in step with MTC")
+  mForm->chaseLabel->setText(isBroken      ? QString()
+                             : isInStep    ? tr("in step with MTC")
                              : !isOnline   ? tr("off line")
                              : mHasStarted ? tr("MTC has stopped")
                                            : tr("waiting for MTC"));
