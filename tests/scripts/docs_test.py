@@ -134,6 +134,13 @@ class Docs(unittest.TestCase):
                         headings = re.findall(r"^#+ (.*)$", file.read_text(), re.M)
                         self.assertIn(wanted, [anchor(heading) for heading in headings])
 
+    def test_commands_are_in_blocks_that_the_test_of_the_manual_reads(self):
+        for page in (ROOT / "README.md", *MANUAL.glob("*.md")):
+            text = page.read_text()
+            self.assertEqual(re.findall(r"^    velor \w.*", text, re.M), [], page.name)
+            tags = set(re.findall(r"^```(.+)", text, re.M))
+            self.assertLessEqual(tags, {"sh", "sh not-run-by-the-test", "ini"}, page.name)
+
     def test_every_page_is_in_the_index(self):
         index = (MANUAL / "index.md").read_text()
         for page in MANUAL.glob("*.md"):
