@@ -89,6 +89,10 @@ void VLClock::onMain(Job job) {
   mHost.mainQueue().async(mSelf.job(std::move(job)));
 }
 
+void VLClock::whenQueueAnswers(std::function<void()> job) {
+  mTimerQueue.async([this, job = std::move(job)] { onMain([job](VLClock&) { job(); }); });
+}
+
 template <class... Arguments>
 void VLClock::report(void (VLClockDelegate::*what)(VLClock&, Arguments...),
                      Arguments... arguments) {

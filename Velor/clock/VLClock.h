@@ -71,6 +71,10 @@ class VLClock final : public VLClockProperties, public VLMTCParserDelegate {
   void setProceedBlock(ProceedBlock block);
   ProceedBlock proceedBlock() const { return mProceed.block(); }
 
+  /// Runs the job on the main queue after the clock's queue has come to it, so never while
+  /// that queue hangs. Any thread.
+  void whenQueueAnswers(std::function<void()> job);
+
   // --- transport ---
 
   /// Starts a stopped clock, or stops one that rolls; nothing in other states. The

@@ -21,6 +21,7 @@
 #include "Velor/program/VLCurrentServices.h"
 #include "Velor/program/VLOptionText.h"
 #include "Velor/program/VLPortNames.h"
+#include "Velor/program/VLServiceReports.h"
 #include "Velor/program/VLStandardError.h"
 #include "Velor/program/VLStandardOutput.h"
 #include "Velor/program/VLStopSignals.h"
@@ -183,6 +184,7 @@ class VLSession {
   std::optional<VLWantedDevices> mDevices;
   std::unique_ptr<VLFrontEnd> mFrontEnd;
   std::shared_ptr<VLAppDelegate> mApp;
+  std::optional<VLServiceReports> mService;
   bool mIsApplied = false;  // before that there is nothing to follow
   std::shared_ptr<VLLTCReaderDevice> mReader;
   std::vector<KVObserverToken> mTokens;
@@ -400,6 +402,9 @@ VLSession::Ended VLSession::run() {
   if (mOptions.play) {
     mApp->play();
   }
+  if (!mWorld.isApart) {
+    mService.emplace(mApp->clock());
+  }
   if (mWorld.running) {
     mWorld.running(*mApp, *mDevices->reader());
   }
@@ -409,6 +414,7 @@ VLSession::Ended VLSession::run() {
 
 // Ends what runs, so that receivers are left with whole blocks.
 VLSession::Ended VLSession::end() {
+  mService.reset();
   mApp->clock().stop();
   mApp->clock().disarm();
   const auto saved = mApp->applicationWillTerminate();

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -91,6 +92,7 @@ class FakeOutside final : public MIDIOutside {
   }
   OSStatus send(Named port, Named destination, const MIDIPacketList& packets) override {
     keep(port.ref, port.name, destination.ref, packets);
+    sending();
     return 0;
   }
   OSStatus received(MIDIEndpointRef source, const MIDIPacketList& packets) override {
@@ -112,6 +114,7 @@ class FakeOutside final : public MIDIOutside {
   std::vector<MIDIEndpointRef> ended;
   std::vector<MIDIPortRef> removedPorts;
   bool isServerThere = true;
+  std::function<void()> sending = [] {};  ///< called on the sender's thread
 
  private:
   void keep(MIDIPortRef port, const std::string& portName, MIDIEndpointRef endpoint,
