@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Velor/program/VLApplication.h"
 
+#include <QIcon>
 #include <array>
 #include <clocale>
 #include <cstdio>
@@ -67,6 +68,7 @@ VLApplication::VLApplication(NoDisplay noDisplay)
   // Qt has taken the user's locale. Times and rates have a decimal point in all of them.
   std::setlocale(LC_NUMERIC, "C");
   setQuitOnLastWindowClosed(false);
+  setWindowIcon(QIcon::fromTheme("velor"));  // where the desktop does not take it from the entry
 }
 
 VLApplication::~VLApplication() {
