@@ -50,13 +50,10 @@ if(VELOR_HARDEN)
   include(CheckCXXCompilerFlag)
   target_compile_options(velor_options INTERFACE
     -D_FORTIFY_SOURCE=2 -fstack-protector-strong -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
-  foreach(flag -fstack-clash-protection -fcf-protection)  # not on every processor
-    string(MAKE_C_IDENTIFIER "VELOR_HAS${flag}" known)
-    check_cxx_compiler_flag(${flag} ${known})
-    if(${known})
-      target_compile_options(velor_options INTERFACE ${flag})
-    endif()
-  endforeach()
+  check_cxx_compiler_flag(-fstack-clash-protection VELOR_HAS_STACK_CLASH_PROTECTION)
+  if(VELOR_HAS_STACK_CLASH_PROTECTION)  # not on every processor
+    target_compile_options(velor_options INTERFACE -fstack-clash-protection)
+  endif()
   target_link_options(velor_options INTERFACE LINKER:-z,relro LINKER:-z,now)
 endif()
 if(VELOR_SANITIZE)
