@@ -85,4 +85,11 @@ void AudioGeneratorGraph::listen(KAAudioUnit::PropertyListener listener, void* u
   }
 }
 
+void AudioGeneratorGraph::restart() {
+  mOutputUnit->stop();
+  mOutputUnit->reset();
+  mLPFilterUnit->reset();
+  mOutputUnit->start();
+}
+
 }  // namespace velor

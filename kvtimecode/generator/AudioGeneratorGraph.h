@@ -38,6 +38,8 @@ class AudioGeneratorGraph {
   void listen(KAAudioUnit::PropertyListener listener, void* userData);
   void start() { mGraph.start(); }
   void stop() { mGraph.stop(); }
+  /// Starts the output again, with no sound left in the low-pass.
+  void restart();
   KAHALDeviceOutputUnit& output() noexcept { return *mOutputUnit; }
 
  private:

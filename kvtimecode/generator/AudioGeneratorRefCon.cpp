@@ -34,6 +34,11 @@ void AudioGeneratorRefCon::write(std::uint64_t start, std::span<const float> sam
   writeEnd = start + samples.size();
 }
 
+void AudioGeneratorRefCon::clear() noexcept {
+  std::fill(ring.begin(), ring.end(), 0.0F);
+  writeEnd = 0;
+}
+
 void AudioGeneratorRefCon::read(std::uint64_t start, std::span<float> samples) const noexcept {
   eachStretch(start, samples.size(), ring.size(),
               [&](std::ptrdiff_t place, std::ptrdiff_t done, std::size_t stretch) {

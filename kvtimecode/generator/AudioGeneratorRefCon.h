@@ -26,6 +26,10 @@ struct AudioGeneratorRefCon {
   /// them. Realtime-safe: yes.
   void write(std::uint64_t start, std::span<const float> samples) noexcept;
 
+  /// Nothing is to be played, nor is what was written heard again: the device may read before
+  /// the start of the next stream, and its count begins anew with its server.
+  void clear() noexcept;
+
   /// An AURenderCallback with one of these as its reference. The first channel gets
   /// the samples of the cycle's places when all of them were written, else silence; other
   /// channels are silent. Places before those written read what the ring still holds.

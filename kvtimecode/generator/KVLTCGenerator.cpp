@@ -396,9 +396,7 @@ void KVLTCGenerator::restartOutput() {
     return;
   }
   try {
-    mGraph->output().stop();
-    mGraph->output().reset();
-    mGraph->output().start();
+    mGraph->restart();
   } catch (const KVException& exception) {
     VELOR_LOG_ERROR("%s", exception.what());
     rebuild();

@@ -208,7 +208,7 @@ bool LTCBatchWriter::stop() {
   const std::lock_guard lock(mSamples.lock);
   ++mEpoch;
   mHasReceived = false;
-  mSamples.writeEnd = 0;
+  mSamples.clear();
   return !std::exchange(mPhase, {}).isGivenUp();
 }
 
