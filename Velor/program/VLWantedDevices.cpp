@@ -202,8 +202,7 @@ void VLWantedDevices::takeFound() {
   }
   for (auto& destination : mDestinations) {
     if (destination.isReady()) {
-      switchOn(destination.found->uniqueID);
-      destination.isInUse = true;
+      destination.isInUse = switchOn(destination.found->uniqueID);
     }
   }
 }
@@ -228,7 +227,6 @@ std::shared_ptr<KVLTCGenerator> VLWantedDevices::takeOutput(const Channel& outpu
     }
     // The notification of its input would come later, and the clock may be about to start.
     KVMIDICore::sharedCore().resyncDeviceList();
-    manager.destinationsChanged();
   }
   if (isNew || mOptions.ltcLevel) {
     device->generator()->setLevel(mOptions.ltcLevel.value_or(VLOptions::kLTCLevel));
@@ -267,8 +265,11 @@ void VLWantedDevices::takeInput(const Channel& input) {
   }
 }
 
-void VLWantedDevices::switchOn(midi::MIDIUniqueID uniqueID) {
+bool VLWantedDevices::switchOn(midi::MIDIUniqueID uniqueID) {
   VLDeviceManager& manager = VLDeviceManager::sharedManager();
+  // It may have appeared a moment ago; the manager is notified later.
+  manager.destinationsChanged();
+  bool isThere = false;
   for (const auto& destination : manager.destinations()) {
     const auto endpoint = destination->midiEndpoint();
     if (endpoint == nullptr || endpoint->uniqueID() != uniqueID) {
@@ -279,7 +280,9 @@ void VLWantedDevices::switchOn(midi::MIDIUniqueID uniqueID) {
     } else {
       manager.enableTemporarily(*destination);
     }
+    isThere = true;
   }
+  return isThere;
 }
 
 // --- following ---

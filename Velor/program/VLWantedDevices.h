@@ -88,7 +88,8 @@ class VLWantedDevices {
   std::vector<std::string> missing(bool withSource) const;
   std::shared_ptr<KVLTCGenerator> takeOutput(const Channel& output);
   void takeInput(const Channel& input);
-  void switchOn(midi::MIDIUniqueID uniqueID);
+  /// False when there is no such destination any more.
+  bool switchOn(midi::MIDIUniqueID uniqueID);
   VLLTCOutput describe(const VLLTCGeneratorDevice& device) const;
   void describeDestinations(VLStatus& status) const;
 

@@ -151,8 +151,11 @@ TEST_F(VLWantedDevicesTest, AMissingPortOrDeviceEndsTheStartUnlessItIsWaitedFor)
   EXPECT_EQ(status.source->name, "deck");
   EXPECT_FALSE(status.source->present || status.ltcIn->port.present || status.ltc[0].port.present);
 
-  appear("desk");
+  // It is followed before the list of destinations has it.
+  mOutside->appear(midi::MIDIEndpointKind::destination, "desk");
+  KVMIDICore::sharedCore().resyncDeviceList();
   EXPECT_FALSE(mWanted->follow(app()));
+  mHost.settle();
   EXPECT_EQ(listed(), Listed{"+desk"});
   app().play();
   addSource("deck");
