@@ -161,16 +161,7 @@ void JackPeer::process(jack_nframes_t frames) {
   mCycleHostTime.store(hostNow());
   mCycleFrame.store(start);
 
-  const std::size_t cycle = mCycleCount.load(std::memory_order_relaxed);
-  if (cycle < mCycles.size()) {
-    jack_nframes_t frame = 0;
-    jack_time_t time = 0;
-    jack_time_t next = 0;
-    float length = 0;
-    mJack->jack_get_cycle_times(mClient, &frame, &time, &next, &length);
-    mCycles[cycle] = {start, time};
-    mCycleCount.store(cycle + 1, std::memory_order_release);
-  }
+  noteCycle(start, frames);
 
   for (jack_port_t* output : mOutputs) {
     mJack->jack_midi_clear_buffer(mJack->jack_port_get_buffer(output, frames));
@@ -220,6 +211,30 @@ void JackPeer::process(jack_nframes_t frames) {
     const Slot& slot = mToSend[mSendNext];
     const std::uint64_t offset = slot.frame > start ? slot.frame - start : 0;
     write(slot.port, frames, static_cast<jack_nframes_t>(offset), slot.bytes.data(), slot.length);
+  }
+}
+
+// Cycles that are left out show in the server's count, or in its time alone.
+void JackPeer::noteCycle(std::uint64_t start, jack_nframes_t frames) {
+  jack_nframes_t frame = 0;
+  jack_time_t time = 0;
+  jack_time_t next = 0;
+  float length = 0;
+  mJack->jack_get_cycle_times(mClient, &frame, &time, &next, &length);
+  const double late = static_cast<double>(time) - static_cast<double>(mLastCycle.time) -
+                      1e6 * mLastLength / sampleRate();
+  const std::size_t gaps = mGapCount.load(std::memory_order_relaxed);
+  if (mLastLength != 0 && gaps < mGaps.size() &&
+      (start > mLastCycle.frame + mLastLength || late > 0.5e6 * frames / sampleRate())) {
+    mGaps[gaps] = start;
+    mGapCount.store(gaps + 1, std::memory_order_release);
+  }
+  mLastCycle = {start, time};
+  mLastLength = frames;
+  const std::size_t cycle = mCycleCount.load(std::memory_order_relaxed);
+  if (cycle < mCycles.size()) {
+    mCycles[cycle] = mLastCycle;
+    mCycleCount.store(cycle + 1, std::memory_order_release);
   }
 }
 

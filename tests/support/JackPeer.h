@@ -67,6 +67,11 @@ class JackPeer : public JackTestClient {
   std::size_t recordedAudioCount() const { return mAudioEnd.load(); }
   std::uint64_t audioStart() const { return mAudioStart.load(); }
 
+  /// The frames before which the server left cycles out, the first few of them.
+  std::vector<std::uint64_t> gaps() const {
+    return {mGaps.begin(), mGaps.begin() + static_cast<std::ptrdiff_t>(mGapCount.load())};
+  }
+
   /// How much later than by its frames since the first cycle the recorded cycle came that
   /// holds the frame, in samples, by the server's own time.
   double clockDrift(std::uint64_t frame) const;
@@ -92,6 +97,7 @@ class JackPeer : public JackTestClient {
 
   static int onProcess(jack_nframes_t frames, void* self);
   void process(jack_nframes_t frames);
+  void noteCycle(std::uint64_t start, jack_nframes_t frames);
   void play(std::uint64_t start, jack_nframes_t frames);
   int latency(const std::string& port, jack_latency_callback_mode_t mode) const;
   void write(int output, jack_nframes_t frames, jack_nframes_t offset, const std::uint8_t* bytes,
@@ -122,6 +128,10 @@ class JackPeer : public JackTestClient {
   std::atomic<std::uint64_t> mCycleHostTime{0};
   bool mStarted = false;
   jack_nframes_t mLastFrame = 0;
+  Cycle mLastCycle{};
+  jack_nframes_t mLastLength = 0;
+  std::array<std::uint64_t, 64> mGaps{};
+  std::atomic<std::size_t> mGapCount{0};
 };
 
 }  // namespace velor::test

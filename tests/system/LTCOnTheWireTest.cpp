@@ -4,7 +4,6 @@
 // VELOR_SOAK_PERIOD gives PipeWire another period than its own of 1024 frames, which a
 // machine that others use as well may not keep for long.
 #include <gtest/gtest.h>
-#include <ltc.h>
 
 #include <algorithm>
 #include <chrono>
@@ -26,25 +25,6 @@
 
 namespace velor::test {
 namespace {
-
-// The labels in the order in which libltc reads them.
-std::vector<Label> readByLibltc(std::vector<float> samples, double samplesPerFrame) {
-  const std::unique_ptr<LTCDecoder, decltype(&::ltc_decoder_free)> decoder(
-      ::ltc_decoder_create(static_cast<int>(samplesPerFrame), 64), &::ltc_decoder_free);
-  std::vector<Label> labels;
-  constexpr std::size_t kBuffer = 1024;
-  for (std::size_t i = 0; i < samples.size(); i += kBuffer) {
-    ::ltc_decoder_write_float(decoder.get(), samples.data() + i,
-                              std::min(kBuffer, samples.size() - i), 0);
-    for (LTCFrameExt frame; ::ltc_decoder_read(decoder.get(), &frame) > 0;) {
-      const LTCFrame& digits = frame.ltc;
-      labels.push_back(
-          {digits.hours_tens * 10 + digits.hours_units, digits.mins_tens * 10 + digits.mins_units,
-           digits.secs_tens * 10 + digits.secs_units, digits.frame_tens * 10 + digits.frame_units});
-    }
-  }
-  return labels;
-}
 
 void expectInSequence(const std::vector<Label>& labels, const WireFormat& format) {
   for (std::size_t i = 1; i < labels.size(); ++i) {
@@ -108,7 +88,7 @@ TEST_P(LTCOnTheWire, EveryFrameComesInSequenceAtTheFrameOfTheMTCThatNamesIt) {
           starts.push_back(start);
         });
         reader.read(static_cast<double>(recorder.audioStart()), samples);
-        const std::vector<Label> labels = readByLibltc(samples, samplesPerFrame);
+        const std::vector<Label> labels = readLTC(samples, samplesPerFrame);
         ASSERT_GT(static_cast<double>(labels.size()), (soakSeconds() - 3) * format.framesPerSecond);
         // At a long period the device has asked for the beginning of the first frame before
         // its time was told.

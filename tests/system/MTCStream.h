@@ -71,6 +71,9 @@ Grid gridOf(const std::vector<Block>& blocks, const WireFormat& format, double s
 std::uint64_t sendStream(JackPeer& peer, int port, const WireFormat& format, Label first,
                          std::uint64_t frame, int blocks);
 
+/// The labels of LTC in the order in which libltc reads them.
+std::vector<Label> readLTC(std::vector<float> samples, double samplesPerFrame);
+
 double quantile(std::vector<double> values, double part);
 
 /// The length of a run: the 8 s of the suite, or VELOR_SOAK_SECONDS.
