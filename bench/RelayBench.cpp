@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -73,8 +74,8 @@ void sendBlock(midi::MIDIEndpointRef source, std::uint64_t first) {
   midi::service().MIDIReceived(source, list);
 }
 
-void measure(const char* name, int blocks, Destinations& destinations,
-             midi::MIDIEndpointRef source) {
+void measure(const char* name, int blocks, Destinations& destinations, midi::MIDIEndpointRef source,
+             const char* file = nullptr) {
   host::Host& host = host::current();
   std::vector<double> delays;
   for (int i = 0; i < blocks; ++i) {
@@ -86,6 +87,12 @@ void measure(const char* name, int blocks, Destinations& destinations,
     host.mainQueue().drainPending();
     if (destinations.sends.load() - before == kDestinations) {
       delays.push_back(static_cast<double>(destinations.lastSend.load() - last) / 1000);
+    }
+  }
+  if (file != nullptr) {
+    std::ofstream stream(file, std::ios::app);
+    for (const double delay : delays) {
+      stream << delay << '\n';
     }
   }
   std::sort(delays.begin(), delays.end());
@@ -103,6 +110,7 @@ void measure(const char* name, int blocks, Destinations& destinations,
 int main(int argc, char** argv) {
   using namespace velor;
   const int blocks = argc > 1 ? std::atoi(argv[1]) : 500;
+  const char* const file = argc > 2 ? argv[2] : nullptr;
   host::SystemHost host;
   auto owned = std::make_unique<Destinations>();
   Destinations& destinations = *owned;
@@ -118,13 +126,13 @@ int main(int argc, char** argv) {
     clock.setMIDISyncSource(std::make_shared<KVMIDIEndpoint>(source));
     clock.arm();
     measure("(warm-up)", 20, destinations, source);
-    measure("idle", blocks, destinations, source);
+    measure("idle", blocks, destinations, source, file);
     std::atomic<bool> stop{false};
     std::thread busy([&stop] {
       while (!stop.load(std::memory_order_relaxed)) {
       }
     });
-    measure("one core busy", blocks, destinations, source);
+    measure("one core busy", blocks, destinations, source, file);
     stop.store(true);
     busy.join();
   }

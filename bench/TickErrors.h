@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -36,6 +37,13 @@ class TickErrors {
     }
   }
   std::size_t count() const { return mErrors.size(); }
+  /// A line each, in us, after what the file holds.
+  void appendTo(const std::string& file) const {
+    std::ofstream stream(file, std::ios::app);
+    for (const std::uint64_t error : mErrors) {
+      stream << static_cast<double>(error) / 1e3 << '\n';
+    }
+  }
   double microseconds(double part) {
     if (mErrors.empty()) {
       return 0;

@@ -3,7 +3,7 @@
 // does nothing but sleep until its next deadline. Prints a table of the errors
 // (wake-up less deadline, us) and the ratios. A second table shows how late the
 // blocks of freewheels go out, beside nothing and beside six busy threads. Takes the
-// seconds of each row as an argument.
+// seconds of each row as an argument, and a file that gets the clock's errors.
 #include <time.h>
 
 #include <algorithm>
@@ -77,7 +77,7 @@ void printRow(const char* name, TickErrors& bare, TickErrors& clock) {
   std::fflush(stdout);
 }
 
-void measure(WatchedHost& host, const char* load, std::uint64_t duration) {
+void measure(WatchedHost& host, const char* load, std::uint64_t duration, const std::string& file) {
   const std::size_t count = duration / kPeriod + 10;
   {
     TickErrors bare(count);
@@ -97,6 +97,9 @@ void measure(WatchedHost& host, const char* load, std::uint64_t duration) {
       runClock(host, duration / kTurns, clock);
     }
     printRow((std::string("in turns, ") + load).c_str(), bare, clock);
+    if (!file.empty()) {
+      clock.appendTo(file);
+    }
   }
 }
 
@@ -177,7 +180,7 @@ void measureFreewheels(host::Host& host, std::uint64_t duration) {
   }
 }
 
-int run(std::uint64_t duration) {
+int run(std::uint64_t duration, const std::string& file) {
   WatchedHost host;
   measureFreewheels(host, duration);
   midi::MIDIObjectTable midi(nullptr);
@@ -185,14 +188,14 @@ int run(std::uint64_t duration) {
   std::printf("period %.0f ms; errors in us\n", static_cast<double>(kPeriod) / 1e6);
   std::printf("%-22s %7s %9s %9s %7s %9s %9s %8s %8s\n", "", "bare n", "median", "99 %", "clock n",
               "median", "99 %", "ratio", "ratio99");
-  measure(host, "idle", duration);
+  measure(host, "idle", duration, file);
   {
     std::atomic<bool> ending{false};
     std::thread busy([&ending] {
       while (!ending.load(std::memory_order_relaxed)) {
       }
     });
-    measure(host, "one core busy", duration);
+    measure(host, "one core busy", duration, file);
     ending.store(true);
     busy.join();
   }
@@ -207,8 +210,8 @@ int run(std::uint64_t duration) {
 int main(int argc, char** argv) {
   const std::uint64_t seconds = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 20;
   if (seconds == 0) {
-    std::fprintf(stderr, "usage: %s [SECONDS A ROW]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s [SECONDS A ROW [FILE]]\n", argv[0]);
     return 2;
   }
-  return velor::run(seconds * velor::kSecond);
+  return velor::run(seconds * velor::kSecond, argc > 2 ? argv[2] : "");
 }

@@ -30,7 +30,8 @@ const std::regex kTrouble(
     std::regex::icase);
 const std::regex kExplained(
     "^Log Error$|^failed to load application state from .*: No such file|lost the JACK server|"
-    "^no Avahi daemon|waiting for it$|is missing; (no LTC|LTC is not)|has error$|"
+    "^no Avahi daemon|waiting for it$|is missing; (no LTC|LTC is not)|has error$|yet; will try "
+    "again$|"
     "^set MIDI sync source: <unknown>|MIDI packets came too late for|no JACK or PipeWire server");
 
 }  // namespace
