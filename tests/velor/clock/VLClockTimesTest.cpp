@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The times that the clock holds, who is told of them, and what goes out as MTC.
+#include <algorithm>
+#include <map>
 
 #include "tests/velor/clock/ClockFixture.h"
 
@@ -89,6 +91,35 @@ TEST_F(VLClockTimes, TheLoopStartStaysBeforeItsEndByMovingTheOtherPoint) {
   }
 }
 
+TEST_F(VLClockTimes, ObserversAreNotifiedOfAllThatDependsOnAChange) {
+  std::map<std::string, int> told;
+  std::vector<KVObserverToken> tokens;
+  for (const char* key :
+       {"playRate", "playRatePercent", "status", "running", "armed", "loopStartTime", "loopEndTime",
+        "stopTime", "smpteOffset", "startTimeSMPTE", "smpteFormat", "canChangeFormat", "time"}) {
+    tokens.push_back(clock().addObserver(key, [&told](const auto& k) { ++told[std::string(k)]; }));
+  }
+  using Told = std::map<std::string, int>;
+  // One pair of its own, and one of the rate that it sets.
+  clock().setPlayRatePercent(0);
+  EXPECT_EQ(std::exchange(told, {}), (Told{{"playRate", 1}, {"playRatePercent", 2}}));
+  clock().setRunning(true);
+  EXPECT_EQ(std::exchange(told, {}), (Told{{"running", 1}, {"status", 1}, {"canChangeFormat", 1}}));
+  clock().setLoopEndTime(at(0, 5, 0, 0));
+  EXPECT_EQ(std::exchange(told, {}), (Told{{"loopEndTime", 1}, {"loopStartTime", 1}}));
+  clock().setTime(at(0, 5, 0, 0));
+  EXPECT_EQ(std::exchange(told, {}), (Told{{"time", 1}}));
+  clock().stop();
+  told.clear();
+  clock().setSmpteFormat(kSMPTETimeType24);
+  EXPECT_EQ(told, (Told{{"smpteFormat", 1},
+                        {"loopStartTime", 1},
+                        {"loopEndTime", 1},
+                        {"startTimeSMPTE", 1},
+                        {"stopTime", 1},
+                        {"smpteOffset", 1}}));
+}
+
 TEST_F(VLClockTimes, EverySetTimeIsReportedChangedOrNot) {
   clock().setTime(at(0, 0, 1, 0));
   clock().setClockTime(at(0, 0, 1, 0));
@@ -164,6 +195,16 @@ TEST_F(VLClockTimes, TheLastTickAfterAStopStillSendsWhenItsCountIsEven) {
   EXPECT_EQ(takeSent(*destination).size(), 0U);
   advanceFrames(1);
   EXPECT_EQ(takeSent(*destination).size(), 1U);
+}
+
+TEST_F(VLClockTimes, ARemovedDestinationIsSentNoMore) {
+  const auto destination = addDestination("desk");
+  clock().start();
+  advanceFrames(4);
+  EXPECT_EQ(takeSent(*destination).size(), 3U);
+  clock().removeMTCDestination(destination);
+  advanceFrames(4);
+  EXPECT_EQ(takeSent(*destination).size(), 0U);
 }
 
 TEST_F(VLClockTimes, AClockWithoutMIDIRunsAllTheSame) {

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <span>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "Kv-Appkit/KVException.h"
+#include "Velor/clock/VLClock.h"
 #include "Velor/devices/VLDeviceManager.h"
 #include "tests/velor/devices/DeviceFixture.h"
 
@@ -87,6 +92,62 @@ TEST_F(VLDeviceManagerStateTest, AMediaWindowsInputThatAppearsInARestoreIsLeftAs
   EXPECT_EQ(listed(), Listed{"-player"});
   mHost.settle();
   EXPECT_EQ(listed(), Listed{"-player"});
+}
+
+TEST_F(VLDeviceManagerStateTest, DevicesAreReplacedByTheStoredOnesThatStillHaveAnEndpoint) {
+  const auto one = makeVirtual("one", 1001);
+  const auto two = makeVirtual("two", 1002);
+  store::KeyedArchiver coder;
+  coder.encodeArray(
+      std::vector<std::shared_ptr<VLDevice>>{
+          std::make_shared<VLReaderDevice>(std::make_shared<KVMIDIEndpoint>(one)), nullptr,
+          std::make_shared<VLMIDIEndpointDevice>(std::make_shared<KVMIDIEndpoint>(two))},
+      "devices.manager");
+  const std::string stored = coder.data().value();
+  observe();
+  restore(stored);
+  ASSERT_EQ(manager().devices().size(), 2U);
+  EXPECT_EQ(manager().devices()[0]->name(), "one");
+  EXPECT_NE(std::dynamic_pointer_cast<VLReaderDevice>(manager().devices()[0]), nullptr);
+  const auto kept = manager().devices();
+  restore("{}");
+  EXPECT_EQ(manager().devices(), kept) << "a state without devices leaves them";
+  mHost.settle();
+  KVMIDIEndpoint(two).dispose();
+  mHost.settle();
+  restore(stored);
+  ASSERT_EQ(manager().devices().size(), 1U);
+  EXPECT_EQ(manager().devices()[0]->name(), "one");
+  EXPECT_EQ(mLog.errors(), 0U);
+}
+
+TEST_F(VLDeviceManagerStateTest,
+       ADestinationAmongTheDevicesIsSwitchedByTheManagerAndStaysWhileTheServiceKeepsIt) {
+  const auto desk = appear("desk");
+  const auto endpoint = std::make_shared<KVMIDIEndpoint>(desk);
+  restore({VLTimecodeDestinationDevice::deviceWithDevice(
+      VLMIDIEndpointDevice::deviceWithMIDIEndpoint(endpoint), {})});
+  ASSERT_EQ(manager().devices().size(), 1U);
+  std::dynamic_pointer_cast<VLTimecodeDestinationDevice>(manager().devices()[0])->setEnable(true);
+  EXPECT_GE(quarterFramesTo(desk), 24);
+  EXPECT_THROW(manager().removeDevicesAtIndexes({0}), KVException);
+  EXPECT_EQ(manager().devices().size(), 1U);
+}
+
+TEST_F(VLDeviceManagerStateTest, OtherFailuresPassOnAndLeaveTheManagerUsable) {
+  manager();
+  const store::KeyedClass classes[] = {
+      {"VLReaderDevice", [](store::KeyedUnarchiver&) -> std::shared_ptr<store::KeyedCoding> {
+         throw std::length_error("no room");
+       }}};
+  EXPECT_THROW(restore(R"({"devices.manager": [{"$class": "VLReaderDevice"}]})", classes),
+               std::length_error);
+  // Neither the lock nor the state of restoring is left behind.
+  makeVirtual("player", VLDeviceManager::kMediaPlaybackUniqueID);
+  const auto thread = mHost.startThread("other", [] { manager().destinations(); });
+  mHost.settle();
+  thread->join();
+  EXPECT_EQ(listed(), Listed{"+player"});
 }
 
 }  // namespace

@@ -210,5 +210,33 @@ TEST_F(VLDeviceManagerTest, RemovedDevicesGoFromTheSystemTheListsAndTheClock) {
   EXPECT_EQ(listed(), (Listed{"+desk", "-two again"}));
 }
 
+TEST_F(VLDeviceManagerTest, OthersWaitWhileAChangeIsUnderWay) {
+  appear("desk");
+  manager();
+  bool isChanging = false;
+  int met = 0;
+  const auto token = manager().addObserver("destinations", [&](const auto&) {
+    isChanging = true;
+    clock().time();  // waits for the clock's queue
+    mHost.mach_wait_until(mHost.AudioGetCurrentHostTime() + kFrame25);
+    isChanging = false;
+  });
+  bool ending = false;
+  const auto thread = mHost.startThread("reader", [&] {
+    while (!ending) {
+      EXPECT_EQ(manager().destinations().size(), 2U);
+      met += isChanging ? 1 : 0;
+      mHost.mach_wait_until(mHost.AudioGetCurrentHostTime() + kFrame25 / 8);
+    }
+  });
+  mOutside->appear(midi::MIDIEndpointKind::destination, "lamp");
+  // The reader is held off from before the list has two until the change is over.
+  mHost.settle();
+  ending = true;
+  mHost.advance(kFrame25);
+  thread->join();
+  EXPECT_EQ(met, 0);
+}
+
 }  // namespace
 }  // namespace velor
