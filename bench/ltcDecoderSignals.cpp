@@ -22,7 +22,7 @@ namespace {
 constexpr std::size_t kBuffer = 512;
 constexpr std::size_t kFrames = 1500;  // a minute of 25 frames per second
 
-// Signals of a row, each by another seed.
+// Of kFrames frames in a row, each by another seed; slow ones are shorter, and more.
 std::size_t signalsOfARow = 1;
 
 struct Sum {
@@ -59,6 +59,8 @@ class Row {
     }
     mLibltc.add(signal, readByLibltc(signal, kBuffer));
   }
+
+  std::size_t frames() const { return mFrames; }
 
   void print(const std::string& name) const {
     const double mean = mStarts == 0 ? 0 : mSum / static_cast<double>(mStarts);
@@ -105,19 +107,13 @@ class Row {
   double mSquares = 0;
 };
 
-void printRow(const std::string& name, const LTCSignal& signal) {
-  Row row;
-  row.add(signal);
-  row.print(name);
-}
-
 void printRow(const std::string& name, const std::function<void(LTCSignalMaker&)>& change,
               bool isReverse = false) {
   Row row;
-  for (std::size_t i = 0; i < signalsOfARow; ++i) {
+  for (std::uint32_t seed = 1; row.frames() < signalsOfARow * kFrames; seed += 10) {
     LTCSignalMaker maker;
     maker.frames = kFrames;
-    maker.seed = static_cast<std::uint32_t>(1 + 10 * i);
+    maker.seed = seed;
     change(maker);
     row.add(isReverse ? reversed(maker.make()) : maker.make());
   }
@@ -152,8 +148,9 @@ void printCleanRows() {
   for (const Format& format : kFormats) {
     printRow(std::string("clean, ") + format.name + " fps",
              [&](LTCSignalMaker& maker) { maker.type = format.type; });
-    printRow(std::string("by libltc's encoder, ") + format.name + " fps",
-             signalByLibltc(48000, format.type, kFrames, false));
+    Row row;
+    row.add(signalByLibltc(48000, format.type, signalsOfARow * kFrames, false));
+    row.print(std::string("by libltc's encoder, ") + format.name + " fps");
   }
   for (const double sampleRate : kSampleRates) {
     printRow("clean, " + number(sampleRate) + " Hz, inverted", [&](LTCSignalMaker& maker) {
