@@ -116,7 +116,8 @@ int VLMTCAnalysis::stepTo(int piece, double passed) {
   // Whole rounds of eight are missing too when time passed for them, unless they were only late
   // and now come in a bunch. So the first one after the bunch counts them.
   const bool isBunch = passed < kLeastSpacing;
-  const auto rounds = isBunch ? 0 : std::max(0, static_cast<int>(mBehind / kPieceCount + 0.5));
+  const auto rounds =
+      isBunch ? 0 : std::max(0, static_cast<int>(std::lround(mBehind / kPieceCount)));
   const int some = step == 0 ? kPieceCount : step;
   mBehind = (isBunch ? mBehind : 0) + passed / spacing - some;
   return some + kPieceCount * rounds;
