@@ -22,7 +22,7 @@ namespace {
 constexpr std::size_t kBuffer = 512;
 constexpr std::size_t kFrames = 1500;  // a minute of 25 frames per second
 
-// Of kFrames frames in a row, each by another seed; slow ones are shorter, and more.
+// A row has at least this many times kFrames frames, in signals of different seeds.
 std::size_t signalsOfARow = 1;
 
 struct Sum {

@@ -88,7 +88,7 @@ class VLWantedDevices {
   std::vector<std::string> missing(bool withSource) const;
   std::shared_ptr<KVLTCGenerator> takeOutput(const Channel& output);
   void takeInput(const Channel& input);
-  /// False when there is no such destination any more.
+  /// False when the destination has disappeared since it was found.
   bool switchOn(midi::MIDIUniqueID uniqueID);
   VLLTCOutput describe(const VLLTCGeneratorDevice& device) const;
   void describeDestinations(VLStatus& status) const;

@@ -29,7 +29,7 @@ class VLMediaScreen final : public QWidget {
 
   /// Adds a view over those before. It lives as long as the screen does.
   VLVideoView& addView();
-  /// Of all that run the topmost is seen; while none runs, the one that was seen last.
+  /// Shows the topmost clip that runs. While no clip runs, the last one that was shown stays.
   void setRunning(VLVideoView& view, bool isRunning);
 
  protected:

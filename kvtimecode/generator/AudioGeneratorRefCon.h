@@ -26,8 +26,8 @@ struct AudioGeneratorRefCon {
   /// them. Realtime-safe: yes.
   void write(std::uint64_t start, std::span<const float> samples) noexcept;
 
-  /// Nothing is to be played, nor is what was written heard again: the device may read before
-  /// the start of the next stream, and its count begins anew with its server.
+  /// Ends the stream, and clears the ring: the device may read places before the next stream
+  /// begins, and a server that starts again counts its samples from 0.
   void clear() noexcept;
 
   /// An AURenderCallback with one of these as its reference. The first channel gets

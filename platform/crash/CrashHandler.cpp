@@ -46,7 +46,7 @@ constexpr bool kHasSanitizer = __has_feature(address_sanitizer) || __has_feature
 constexpr bool kHasSanitizer = false;
 #endif
 
-// What is known before a crash.
+// The handler only reads these: `install` fills them in.
 std::array<char, 512> gProgram{};  // version, build and system, a line each
 time_t gStart = 0;                 // monotonic seconds
 std::terminate_handler gFormerTerminate = nullptr;
