@@ -58,16 +58,6 @@ class FakeOutside final : public MIDIOutside {
       }
     }
   }
-  /// Another program sends to a virtual destination of this one.
-  void playTo(MIDIEndpointRef destination, MIDITimeStamp time,
-              const std::vector<std::uint8_t>& bytes) {
-    const host::RealtimeContext realtime;
-    for (const Virtual& candidate : virtuals) {
-      if (candidate.endpoint == destination && candidate.kind == MIDIEndpointKind::destination) {
-        mInside->deliver(realtime, candidate.receiver, nullptr, time, bytes.data(), bytes.size());
-      }
-    }
-  }
 
   void start(MIDIInside& inside) override { mInside = &inside; }
   void stop() override {}
@@ -102,7 +92,7 @@ class FakeOutside final : public MIDIOutside {
   void endSending(MIDIPortRef, MIDIEndpointRef destination) override {
     ended.push_back(destination);
   }
-  void removePort(MIDIPortRef port) override { removedPorts.push_back(port); }
+  void removePort(MIDIPortRef) override {}
   void waitUntilSettled() override {}
   void whenSettled(host::Queue& queue, host::Task task) override { queue.async(std::move(task)); }
   bool isConnected() override { return isServerThere; }
@@ -112,7 +102,6 @@ class FakeOutside final : public MIDIOutside {
   std::vector<Virtual> virtuals;
   std::vector<Connection> connections;
   std::vector<MIDIEndpointRef> ended;
-  std::vector<MIDIPortRef> removedPorts;
   bool isServerThere = true;
   std::function<void()> sending = [] {};  ///< called on the sender's thread
 
