@@ -39,6 +39,10 @@ class LogRecord {
                  [text](const auto& line) { return line.find(text) != std::string::npos; });
     return found;
   }
+  void clear() {
+    const std::lock_guard lock(mMutex);
+    mLines.clear();
+  }
   std::size_t errors() const {
     const std::lock_guard lock(mMutex);
     return static_cast<std::size_t>(

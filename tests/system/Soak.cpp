@@ -37,7 +37,7 @@ constexpr double kMostBetweenRestarts = 180;  // s
 constexpr double kVisitEvery = 20;            // s
 constexpr double kVisit = 12;                 // s
 constexpr int kEnoughPieces = 80;             // quarter frames
-constexpr int kDatagramsAStep = 10;           // of a tenth of a second
+constexpr std::size_t kDatagramsAStep = 10;   // of a tenth of a second
 constexpr std::array kInputs{"clock", "follower", "reader 1", "reader 2"};
 constexpr const char* kReaderPorts = "LTC Reader 1(-[0-9]+)?$";
 
@@ -311,24 +311,11 @@ void Soak::runStretch(bool isFirst) {
 
 // Commands that change nothing, some that nobody knows, and bytes that are no message.
 void Soak::sendOSC() {
-  for (int i = 0; i < kDatagramsAStep; ++i) {
-    switch (i % 5) {
-      case 0:
-        mSender.send(mPort, oscMessage("/velor/speed", 0));
-        break;
-      case 1:
-        mSender.send(mPort, oscMessage("/velor/sp*d", 0));
-        break;
-      case 2:
-        mSender.send(mPort, oscMessage("/velor/transport/play", 0));
-        break;
-      case 3:
-        mSender.send(mPort, oscMessage("/nobody/knows", 1));
-        break;
-      default:
-        mSender.send(mPort, "\xFF no message");
-        break;
-    }
+  const std::array datagrams{oscMessage("/velor/speed", 0), oscMessage("/velor/sp*d", 0),
+                             oscMessage("/velor/transport/play", 0), oscMessage("/nobody/knows", 1),
+                             std::string("\xFF no message")};
+  for (std::size_t i = 0; i < kDatagramsAStep; ++i) {
+    mSender.send(mPort, datagrams.at(i % datagrams.size()));
   }
 }
 
