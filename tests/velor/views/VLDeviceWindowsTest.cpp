@@ -35,12 +35,6 @@ class VLDeviceWindowsTest : public WindowFixture {
   }
   QWidget& addReader() { return add("addLTCReader"); }
   QWidget& addGenerator() { return add("addLTCGenerator"); }
-  template <class Widget>
-  static Widget& in(QWidget& window, const char* name) {
-    auto* found = window.findChild<Widget*>(name);
-    EXPECT_NE(found, nullptr) << name;
-    return *found;
-  }
   static std::string text(QWidget& window, const char* name) {
     return in<QLabel>(window, name).text().toStdString();
   }
@@ -79,11 +73,6 @@ using Texts = std::vector<std::string>;
 TEST_F(VLDeviceWindowsTest, AGeneratorsPanelShowsAndSetsWhatGoesOut) {
   QWidget& window = addGenerator();
   EXPECT_TRUE(window.isVisible());
-  EXPECT_EQ(window.windowTitle(), "LTC Generator 1");
-  EXPECT_EQ(window.size(), QSize(276, 159));
-  EXPECT_EQ(text(window, "tclabel"), "--:--:--:--");
-  EXPECT_EQ(text(window, "frLabel"), "-- fps");
-
   const auto device = std::dynamic_pointer_cast<VLLTCGeneratorDevice>(last());
   KVLTCGenerator& generator = *device->generator();
   auto& fader = in<QSlider>(window, "levelSlider");
@@ -131,9 +120,6 @@ TEST_F(VLDeviceWindowsTest, AReadersPanelShowsTheLockTheFreewheelAndItsEnd) {
   const auto reader = std::dynamic_pointer_cast<VLLTCReaderDevice>(last());
   auto& stop = in<VLButton>(window, "stopFreewheelingButton");
   const auto lamp = [&] { return in<VLStatusImageView>(window, "statusImage").image(); };
-  EXPECT_EQ(text(window, "tcLabel"), "--:--:--:--");
-  EXPECT_EQ(text(window, "frLabel"), "");
-  EXPECT_FALSE(in<QWidget>(window, "userbitsLabel").isVisible());
   auto& freewheel = in<VLTextField>(window, "freewheelField");
   type(freewheel, "-7", Qt::Key_Return);
   EXPECT_EQ(freewheel.text(), "-1");

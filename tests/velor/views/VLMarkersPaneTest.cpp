@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QLineEdit>
-
 #include "tests/velor/views/WindowFixture.h"
 
 namespace velor {
@@ -32,12 +30,7 @@ class VLMarkersPaneTest : public WindowFixture {
   }
   /// By a double click, the keys and Return or Escape.
   void edit(int row, int column, const char* text, int end) {
-    auto& table = markerTable();
-    const QPoint place = table.visualRect(table.model()->index(row, column)).center();
-    QTest::mouseClick(table.viewport(), Qt::LeftButton, {}, place);
-    QTest::mouseDClick(table.viewport(), Qt::LeftButton, {}, place);
-    settle();
-    auto* editor = table.findChild<QLineEdit*>();
+    QLineEdit* editor = beginEdit(markerTable(), row, column);
     ASSERT_NE(editor, nullptr);
     editor->selectAll();
     QTest::keyClicks(editor, text);

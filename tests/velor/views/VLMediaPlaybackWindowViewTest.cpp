@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <QDialog>
-#include <QLineEdit>
 #include <QMenuBar>
 #include <fstream>
 
@@ -22,17 +21,10 @@ class VLMediaPlaybackWindowViewTest : public WindowFixture {
     settle();
   }
 
-  static VLMediaPlaybackWindow* window() {
-    for (QWidget* each : QApplication::topLevelWidgets()) {
-      if (auto* found = dynamic_cast<VLMediaPlaybackWindow*>(each)) {
-        return found;
-      }
-    }
-    return nullptr;
-  }
+  static VLMediaPlaybackWindow* window() { return WindowFixture::window<VLMediaPlaybackWindow>(); }
   template <class Widget>
   static Widget& part(const char* name) {
-    return *window()->findChild<Widget*>(name);
+    return in<Widget>(*window(), name);
   }
   void clickPart(const char* name) {
     QTest::mouseClick(&part<VLButton>(name), Qt::LeftButton);

@@ -36,10 +36,6 @@ class VLWindowPlacesTest : public WindowFixture {
     EXPECT_EQ(windows.keys(), (QStringList{"Devices", "LTC Generator 1", "OSC Setup"}));
     return windows;
   }
-  template <class Part>
-  static Part& in(const Windows& windows, const char* title, const char* name) {
-    return *windows[title]->findChild<Part*>(name);
-  }
 };
 
 TEST_F(VLWindowPlacesTest, EveryWindowIsAsItWasLeftHoweverItWasClosed) {
@@ -48,8 +44,8 @@ TEST_F(VLWindowPlacesTest, EveryWindowIsAsItWasLeftHoweverItWasClosed) {
   windows["LTC Generator 1"]->move(123, 234);
   windows["OSC Setup"]->setGeometry(20, 30, 600, 580);
   settle();
-  in<QTableView>(windows, "Devices", "deviceTable").horizontalHeader()->resizeSection(0, 155);
-  auto& divider = in<QSplitter>(windows, "OSC Setup", "splitView");
+  in<QTableView>(*windows["Devices"], "deviceTable").horizontalHeader()->resizeSection(0, 155);
+  auto& divider = in<QSplitter>(*windows["OSC Setup"], "splitView");
   divider.setSizes({divider.height() - 240, 240});
   settle();
   const QList<int> sizes = divider.sizes();
@@ -65,10 +61,10 @@ TEST_F(VLWindowPlacesTest, EveryWindowIsAsItWasLeftHoweverItWasClosed) {
 
   windows = openAll();
   EXPECT_EQ(windows["Devices"]->geometry(), QRect(60, 70, 444, 333));
-  EXPECT_EQ(in<QTableView>(windows, "Devices", "deviceTable").columnWidth(0), 155);
+  EXPECT_EQ(in<QTableView>(*windows["Devices"], "deviceTable").columnWidth(0), 155);
   EXPECT_EQ(windows["LTC Generator 1"]->pos(), QPoint(123, 234));
   EXPECT_EQ(windows["OSC Setup"]->geometry(), QRect(20, 30, 600, 580));
-  EXPECT_EQ(in<QSplitter>(windows, "OSC Setup", "splitView").sizes(), sizes);
+  EXPECT_EQ(in<QSplitter>(*windows["OSC Setup"], "splitView").sizes(), sizes);
 }
 
 TEST_F(VLWindowPlacesTest, NoWindowStaysOutOfReachWhenAScreenBecomesSmallerOrGoes) {

@@ -5,10 +5,12 @@
 
 #include <QApplication>
 #include <QImage>
+#include <QPaintEvent>
 #include <QTest>
 #include <QVBoxLayout>
 #include <QWidget>
 #include <string>
+#include <utility>
 
 #include "kvtimecode/SMPTEString.h"
 #include "kvtimecode/ltc_utils.h"
@@ -22,6 +24,23 @@ inline SMPTETime timeOf(const std::string& text, std::uint32_t format = kSMPTETi
   ltc_normalize(time);
   return time;
 }
+
+/// Gathers what is painted of a widget.
+class Painted final : public QObject {
+ public:
+  explicit Painted(QWidget& widget) { widget.installEventFilter(this); }
+  QRegion take() { return std::exchange(mRegion, {}); }
+
+ private:
+  bool eventFilter(QObject* /*watched*/, QEvent* event) override {
+    if (event->type() == QEvent::Paint) {
+      mRegion += static_cast<QPaintEvent*>(event)->region();
+    }
+    return false;
+  }
+
+  QRegion mRegion;
+};
 
 /// A window on a screen of no colour but the toolkit's, over simulated time.
 class ViewFixture : public testing::Test {

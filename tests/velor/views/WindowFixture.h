@@ -3,6 +3,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QLineEdit>
 #include <QTest>
 #include <memory>
 #include <string>
@@ -42,11 +43,25 @@ class WindowFixture : public AppFixture {
     mHost.settle();
     QApplication::processEvents();
   }
-  template <class Widget = VLButton>
-  Widget& child(const char* name) {
-    auto* found = mMain->findChild<Widget*>(name);
+  template <class Widget>
+  static Widget& in(QWidget& window, const char* name) {
+    auto* found = window.findChild<Widget*>(name);
     EXPECT_NE(found, nullptr) << name;
     return *found;
+  }
+  template <class Widget = VLButton>
+  Widget& child(const char* name) {
+    return in<Widget>(*mMain, name);
+  }
+  /// The window of a class, if there is one.
+  template <class Window>
+  static Window* window() {
+    for (QWidget* each : QApplication::topLevelWidgets()) {
+      if (auto* found = dynamic_cast<Window*>(each)) {
+        return found;
+      }
+    }
+    return nullptr;
   }
   QAction& action(const char* name) { return child<QAction>(name); }
   VLTableView& markerTable() { return child<VLTableView>("markerTable"); }
@@ -69,6 +84,14 @@ class WindowFixture : public AppFixture {
     const QRect place = table.visualRect(table.model()->index(row, column));
     QTest::mouseClick(table.viewport(), Qt::LeftButton, modifiers, place.center());
     settle();
+  }
+  /// The editor that a double click on the cell opens, if it does.
+  QLineEdit* beginEdit(VLTableView& table, int row, int column) {
+    clickRow(table, row, column);
+    const QRect place = table.visualRect(table.model()->index(row, column));
+    QTest::mouseDClick(table.viewport(), Qt::LeftButton, {}, place.center());
+    settle();
+    return table.findChild<QLineEdit*>();
   }
   static std::string cell(const VLTableView& table, int row, int column) {
     return table.model()->index(row, column).data().toString().toStdString();

@@ -13,6 +13,7 @@
 #include "Velor/devices/VLLTCReaderDevice.h"
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLUserDefinedOSCClient.h"
+#include "Velor/views/VLMediaPlaybackWindow.h"
 #include "Velor/views/VLOSCSetupWindowController.h"
 #include "Velor/views/VLTranslation.h"
 #include "Velor/views/VLVideoView.h"
@@ -168,11 +169,7 @@ class Gallery final : public WindowFixture {
   void saveOSCSetup() {
     app().showOSCSetup();
     settle();
-    VLOSCSetupWindowController* window = nullptr;
-    for (QWidget* each : QApplication::topLevelWidgets()) {
-      auto* found = dynamic_cast<VLOSCSetupWindowController*>(each);
-      window = found != nullptr ? found : window;
-    }
+    auto* window = WindowFixture::window<VLOSCSetupWindowController>();
     save(*window, "osc-empty");
     window->changeServerStatus();
     VLOSCServer& server = app().server();
@@ -235,10 +232,7 @@ class Gallery final : public WindowFixture {
     const auto clip = app().mediaWindows().open(folder / "Act 1.mp4", start->timeStamp(), false);
     mHost.advance(host::kNsPerSecond);
     settle();
-    QWidget* window = nullptr;
-    for (QWidget* each : QApplication::topLevelWidgets()) {
-      window = each->objectName() == "mediaPlaybackWindow" ? each : window;
-    }
+    auto* window = WindowFixture::window<VLMediaPlaybackWindow>();
     app().stop();
     goTo("01:00:00:00");
     app().play();
