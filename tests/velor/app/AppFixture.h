@@ -47,21 +47,6 @@ class RecordingWindow final : public VLMainWindowOutlet {
   void setStartImage(const Image& image) override { note("start", image); }
   void setStopImage(const Image& image) override { note("stop", image); }
   void setArmImage(const Image& image, bool on) override { note(on ? "arm on" : "arm off", image); }
-  void setTogglePlayKey(std::string_view key) override {
-    mCalls.push_back("play key '" + std::string(key) + "'");
-  }
-  void setPlayModes(std::span<const VLChoice> modes, const Chosen& chosen) override {
-    mCalls.push_back("play modes" + titles(modes));
-    choosePlayMode = chosen;
-  }
-  void setSelectedPlayMode(std::uint64_t playMode) override { selectedPlayMode = playMode; }
-  void setFormats(std::span<const VLChoice> formats, const Chosen& chosen) override {
-    mCalls.push_back("formats" + titles(formats));
-    chooseFormat = chosen;
-  }
-  void setSelectedFormat(std::uint32_t format) override { selectedFormat = format; }
-  void rearrangeDestinations() override { mCalls.emplace_back("destinations"); }
-  void setNeedsDisplay() override { mCalls.emplace_back("display"); }
   void showWindowForDevice(const std::shared_ptr<VLDevice>& device) override {
     mCalls.push_back("window of " + device->name().value_or("?"));
   }
@@ -100,23 +85,12 @@ class RecordingWindow final : public VLMainWindowOutlet {
   std::optional<bool> reply;
   bool controlKey = false;
   std::shared_ptr<RecordingBigWindow> bigWindow;
-  Chosen choosePlayMode;
-  Chosen chooseFormat;
-  std::uint64_t selectedPlayMode = 0;
-  std::uint32_t selectedFormat = 0;
 
  private:
   void note(const std::string& button, const Image& image) {
     constexpr const char* kTints[] = {"", " black", " green", " red", " blue"};
     mCalls.push_back(button + " " + std::string(image.name) +
                      kTints[static_cast<std::size_t>(image.tint)]);
-  }
-  static std::string titles(std::span<const VLChoice> choices) {
-    std::string text = ":";
-    for (const VLChoice& choice : choices) {
-      text += " " + std::string(choice.title) + "/" + std::to_string(choice.tag);
-    }
-    return text;
   }
 
   std::vector<std::string>& mCalls;

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLOSCServer.h"
@@ -29,20 +31,30 @@ class VLApplicationStateTest : public AppFixture {
   bool load(const Json& document) {
     return app().loadApplicationStateFromURL(write("edited.velor", document.dump())).has_value();
   }
+  std::filesystem::path settings() const { return folders().config() / "settings.json"; }
+  std::string settingsAside() const { return settings().string() + ".damaged"; }
+  /// Starts with these settings, whose one error has these parts.
+  void expectReportedAndKeptAside(const std::string& damaged,
+                                  const std::vector<std::string>& parts) {
+    end();
+    mWindow->errors.clear();
+    std::ofstream(settings()) << damaged;
+    launch();
+    app().waitForSettings();
+    mHost.settle();
+    ASSERT_EQ(mWindow->errors.size(), 1U) << damaged;
+    for (const std::string& part : parts) {
+      EXPECT_NE(mWindow->errors[0].find(part), std::string::npos) << mWindow->errors[0];
+    }
+    EXPECT_TRUE(app().applicationWillTerminate());
+    EXPECT_NE(contents(settings()), damaged);
+    EXPECT_EQ(contents(settingsAside()), damaged);
+  }
 };
 
 TEST_F(FullDocument, AnotherRunRestoresAllThatWasSetExceptTheRateWithASyncSource) {
   EXPECT_TRUE(app().applicationWillTerminate());
-  std::string keys;
   Json last = Json::parse(contents(folders().data() / "laststate.velor"));
-  for (const auto& member : last.items()) {
-    keys += member.key() + " ";
-  }
-  EXPECT_EQ(keys,
-            "time offset stoptime loopStart loopEnd tc.type prerollTime preroll playbackRate "
-            "playbackMode appVersion syncSource markers selectedmarkerIndexes devices.manager "
-            "destinations.manager mediaWindows ");
-
   launch();
   EXPECT_EQ(now(), "01:30:00:00");
   EXPECT_EQ(mView->playMode(), VLPlayModeLoop);
@@ -248,10 +260,8 @@ TEST_F(FullDocument, MediaWindowsReturnWithTheirInputAndAreKeptWhereNothingPlays
   EXPECT_EQ(windowsSaved(), document["mediaWindows"]);
   app().newPlaybackWindow();
   const auto alert = mWindow->answer(true);
-  EXPECT_EQ(alert.title, "Feature not available");
   EXPECT_EQ(alert.message.find("The Media Playback feature needs gstreamer1.0-libav, "
-                               "gstreamer1.0-plugins-good, which is not installed. "
-                               "You are running "),
+                               "gstreamer1.0-plugins-good, which is not installed. "),
             0U);
 }
 
@@ -332,62 +342,37 @@ TEST_F(VLApplicationStateTest, SettingsOutliveARunAndDamagedOnesDoNotKeepItFromS
   EXPECT_EQ(app().server().port(), 7771);
   EXPECT_TRUE(mWindow->errors.empty());
   end();
-  const auto file = folders().config() / "settings.json";
-  Json settings = Json::parse(contents(file));
-  settings["later"] = 1;
-  settings["osc.server.settings"]["later"] = 2;
-  std::ofstream(file) << settings;
+  Json later = Json::parse(contents(settings()));
+  later["later"] = 1;
+  later["osc.server.settings"]["later"] = 2;
+  std::ofstream(settings()) << later;
   launch();
   app().waitForSettings();
   EXPECT_TRUE(app().applicationWillTerminate());
-  EXPECT_EQ(Json::parse(contents(file)), settings) << "what a later version wrote survives";
-  const std::string aside = file.string() + ".damaged";
+  EXPECT_EQ(Json::parse(contents(settings())), later) << "what a later version wrote survives";
   for (const auto& [damaged, place] :
        {std::pair("{\n  \"on\": tru\n}", "line 2"),
         std::pair(R"({"mtcLoopCheck.disable": "yes"})", "mtcLoopCheck.disable: expected a bool")}) {
-    end();
-    mWindow->errors.clear();
-    std::ofstream(file) << damaged;
-    launch();
-    app().waitForSettings();
-    ASSERT_EQ(mWindow->errors.size(), 1U);
-    for (const char* part : {place, file.c_str(), aside.c_str()}) {
-      EXPECT_NE(mWindow->errors[0].find(part), std::string::npos) << mWindow->errors[0];
-    }
+    expectReportedAndKeptAside(damaged, {place, settings().string(), settingsAside()});
     EXPECT_FALSE(app().disableMTCLoopCheck());
     EXPECT_FALSE(app().server().running());
-    EXPECT_TRUE(app().applicationWillTerminate());
-    EXPECT_NE(contents(file), damaged);
-    EXPECT_EQ(contents(aside), damaged);
   }
 }
 
 // The lists are archives within the file, and are read after it.
 TEST_F(VLApplicationStateTest, DamagedListsOfOSCAreReportedAndTheirFileIsKeptAside) {
-  const auto file = folders().config() / "settings.json";
   app().server().addHostFilterObject(VLOSCHostFilterEntry::initWithAddress("10.0.0.5", {}));
   VLOSCClientDispatcher::sharedDispatcher().addClient(
       VLUserDefinedOSCClient::initWithUdpHost("10.0.0.6", 9000));
   mHost.settle();
   EXPECT_TRUE(app().applicationWillTerminate());
-  const std::string whole = contents(file);
-  const std::string port = R"(port\": 9000)";
-  const std::string base64 = R"("$base64": ")";
-  for (const std::string& place : {port, base64}) {
+  const std::string whole = contents(settings());
+  for (const auto& [place, excess, error] :
+       {std::tuple(R"(port\": 9000)", "0", "osc.client.port: 90000 is not a port"),
+        std::tuple(R"("$base64": ")", "AAAA", "hostfilter: line 1, column 1: a zero byte")}) {
     const auto at = whole.find(place);
     ASSERT_NE(at, std::string::npos) << whole;
-    const std::string damaged =
-        std::string(whole).insert(at + place.size(), place == port ? "0" : "AAAA");
-    end();
-    std::ofstream(file) << damaged;
-    mWindow->errors.clear();
-    launch();
-    app().waitForSettings();
-    mHost.settle();
-    EXPECT_EQ(mWindow->errors.size(), 1U) << place;
-    EXPECT_TRUE(app().applicationWillTerminate());
-    EXPECT_NE(contents(file), damaged);
-    EXPECT_EQ(contents(file.string() + ".damaged"), damaged) << place;
+    expectReportedAndKeptAside(std::string(whole).insert(at + std::strlen(place), excess), {error});
   }
 }
 

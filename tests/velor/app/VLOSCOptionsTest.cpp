@@ -11,6 +11,7 @@
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLOSCServer.h"
 #include "tests/velor/app/AppFixture.h"
+#include "tests/velor/osc/OSCFixture.h"
 
 namespace velor {
 namespace {
@@ -35,7 +36,7 @@ class VLOSCOptionsTest : public AppFixture {
     app().waitForSettings();
     VLOSCApply(options, [this](const std::string& text) { mWindow->presentError(text); });
     mHost.settle();
-    mHosts = hosts();
+    mHosts = listedHosts();
     mTargets = targets();
     mPort = app().server().port();
     mHost.advance(2'000'000'000);
@@ -48,15 +49,6 @@ class VLOSCOptionsTest : public AppFixture {
     options.allow = std::move(allow);
     options.targets = std::move(to);
     return options;
-  }
-  static Lines hosts() {
-    const VLOSCServer& server = VLOSCServer::sharedServer();
-    Lines rows;
-    for (std::size_t i = 0; i < server.countOfHostFilter(); ++i) {
-      const auto entry = server.objectInHostFilterAtIndex(i);
-      rows.push_back((entry->enabled() ? "+" : "-") + entry->address());
-    }
-    return rows;
   }
   static Lines targets() {
     Lines rows;

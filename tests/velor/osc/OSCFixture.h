@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Velor/clock/VLClock.h"
+#include "Velor/osc/VLOSCServer.h"
 #include "sim/BuiltinDiscovery.h"
 #include "sim/SimulatedUDPNetwork.h"
 #include "tests/support/MIDITest.h"
@@ -54,6 +56,29 @@ inline Bytes oscBundle(std::uint64_t timeTag, std::initializer_list<Bytes> eleme
   }
   return bytes;
 }
+
+/// The list of hosts: "+10.0.0.5" for one that is ticked, "-10.0.0.5" for one that is not.
+inline std::vector<std::string> listedHosts() {
+  const VLOSCServer& server = VLOSCServer::sharedServer();
+  std::vector<std::string> rows;
+  for (std::size_t i = 0; i < server.countOfHostFilter(); ++i) {
+    const auto entry = server.objectInHostFilterAtIndex(i);
+    rows.push_back((entry->enabled() ? "+" : "-") + entry->address());
+  }
+  return rows;
+}
+
+struct RecordingApplication : VLOSCServerDelegate {
+  void play(VLOSCServer&) override { calls.emplace_back("play"); }
+  void stop(VLOSCServer&) override { calls.emplace_back("stop"); }
+  void gotoPrevMarker() override { calls.emplace_back("previous"); }
+  void gotoNextMarker() override { calls.emplace_back("next"); }
+  void addMarker(VLOSCServer&) override { calls.emplace_back("add"); }
+  void setPlayRate(float playRate) override { calls.push_back("rate " + std::to_string(playRate)); }
+
+  std::vector<std::string> take() { return std::exchange(calls, {}); }
+  std::vector<std::string> calls;
+};
 
 /// The clock of the process on simulated time, and a simulated network.
 class OSCFixture : public MIDITest {

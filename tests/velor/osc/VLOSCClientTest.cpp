@@ -67,12 +67,7 @@ class VLOSCClientTest : public OSCFixture {
     }
     return lines;
   }
-  struct Application final : VLOSCServerDelegate {
-    void play(VLOSCServer&) override {}
-    void stop(VLOSCServer&) override {}
-    void gotoPrevMarker() override {}
-    void gotoNextMarker() override {}
-    void addMarker(VLOSCServer&) override {}
+  struct Application final : RecordingApplication {
     void setPlayRate(float percent) override {
       clock().setPlayRatePercent(static_cast<double>(percent));
     }

@@ -26,18 +26,6 @@ constexpr std::uint16_t kPort = 7770;
 constexpr const char* kDesk = "10.0.0.5";
 constexpr std::uint64_t kSecond = 1'000'000'000;
 
-struct RecordingApplication final : VLOSCServerDelegate {
-  void play(VLOSCServer&) override { calls.emplace_back("play"); }
-  void stop(VLOSCServer&) override { calls.emplace_back("stop"); }
-  void gotoPrevMarker() override { calls.emplace_back("previous"); }
-  void gotoNextMarker() override { calls.emplace_back("next"); }
-  void addMarker(VLOSCServer&) override { calls.emplace_back("add"); }
-  void setPlayRate(float playRate) override { calls.push_back("rate " + std::to_string(playRate)); }
-
-  Calls take() { return std::exchange(calls, {}); }
-  Calls calls;
-};
-
 class VLOSCServerTest : public OSCFixture {
  protected:
   VLOSCServerTest() { server().setDelegate(mApplication); }
@@ -55,14 +43,6 @@ class VLOSCServerTest : public OSCFixture {
   }
   Calls told(const std::string& address, float value) { return told(oscMessage(address, value)); }
 
-  static std::vector<std::string> listed() {
-    std::vector<std::string> rows;
-    for (std::size_t i = 0; i < server().countOfHostFilter(); ++i) {
-      const auto entry = server().objectInHostFilterAtIndex(i);
-      rows.push_back((entry->enabled() ? "+" : "-") + entry->address());
-    }
-    return rows;
-  }
   static void tick(const std::string& host) {
     const auto entry = VLOSCHostFilterEntry::initWithAddress(host, {});
     entry->setEnabled(true);
@@ -148,7 +128,7 @@ TEST_F(VLOSCServerTest, ARefusedHostIsListedOnceAndObeyedWhileItIsTicked) {
   const auto token = server().addObserver("hostFilter", [&](const auto&) { ++changes; });
   const Bytes play = oscMessage("/velor/transport/play", 1);
   EXPECT_THAT(told(play), IsEmpty());
-  EXPECT_THAT(listed(), ElementsAre("-10.0.0.5"));
+  EXPECT_THAT(listedHosts(), ElementsAre("-10.0.0.5"));
   EXPECT_THAT(told(play), IsEmpty());
   mHost.advance(kSecond);
   EXPECT_EQ(changes, 1U);
@@ -168,7 +148,7 @@ TEST_F(VLOSCServerTest, ARefusedHostIsListedOnceAndObeyedWhileItIsTicked) {
   first->setEnabled(true);  // not in the list, so without effect
   EXPECT_THAT(told(play), IsEmpty());
   mHost.advance(kSecond);
-  EXPECT_THAT(listed(), ElementsAre("-10.0.0.50", "+10.0.0.5"));
+  EXPECT_THAT(listedHosts(), ElementsAre("-10.0.0.50", "+10.0.0.5"));
 }
 
 TEST_F(VLOSCServerTest, AFloodFromMadeUpHostsKeepsTheLatestOfThemAndAllThatAreTicked) {
@@ -186,7 +166,7 @@ TEST_F(VLOSCServerTest, AFloodFromMadeUpHostsKeepsTheLatestOfThemAndAllThatAreTi
     }
   }
   mHost.advance(kSecond);
-  const auto rows = listed();
+  const auto rows = listedHosts();
   ASSERT_EQ(rows.size(), 2 + VLOSCServer::kMostUntickedEntries);
   EXPECT_EQ(rows[0], "+10.0.0.5");
   EXPECT_EQ(rows[1], "+" + madeUp(300 - 256 + 100));
@@ -198,7 +178,7 @@ TEST_F(VLOSCServerTest, AFloodFromMadeUpHostsKeepsTheLatestOfThemAndAllThatAreTi
   // A dropped host returns with its next datagram.
   EXPECT_THAT(told(play, madeUp(5)), IsEmpty());
   mHost.advance(kSecond);
-  EXPECT_EQ(listed().back(), "-" + madeUp(5));
+  EXPECT_EQ(listedHosts().back(), "-" + madeUp(5));
 }
 
 TEST_F(VLOSCServerTest, CommandsBeyondABusyMainQueueWaitAndNoneIsLost) {
@@ -239,11 +219,11 @@ TEST_F(VLOSCServerTest, TickedHostsAndRunningOutliveARestartButNotTheFilterMode)
   server().setDelegate(mApplication);
   ASSERT_TRUE(server().loadSettingsDictionary(*settings));
   mHost.settle();
-  EXPECT_THAT(listed(), ElementsAre("+10.0.0.5"));
+  EXPECT_THAT(listedHosts(), ElementsAre("+10.0.0.5"));
   EXPECT_THAT(told("/velor/transport/play", 1), ElementsAre("play"));
   EXPECT_THAT(told(oscMessage("/velor/transport/play", 1), "10.0.0.6"), IsEmpty());
   mHost.advance(kSecond);
-  EXPECT_THAT(listed(), ElementsAre("+10.0.0.5", "-10.0.0.6"));
+  EXPECT_THAT(listedHosts(), ElementsAre("+10.0.0.5", "-10.0.0.6"));
   EXPECT_EQ(server().filterMode(), VLOSCServer::kFilteringMode);
   EXPECT_NE(server().uuid(), uuid);
   const auto replaced = server().objectInHostFilterAtIndex(1);
@@ -259,7 +239,7 @@ TEST_F(VLOSCServerTest, TickedHostsAndRunningOutliveARestartButNotTheFilterMode)
   damaged.hostFilter[0] = '?';
   EXPECT_EQ(server().loadSettingsDictionary(damaged).error().code, kGCDAsyncUdpSocketOtherError);
   EXPECT_FALSE(server().running());
-  EXPECT_EQ(listed().size(), 2U);
+  EXPECT_EQ(listedHosts().size(), 2U);
 }
 
 TEST_F(VLOSCServerTest, RunningAndURLFollowStartStopAndATakenPort) {
@@ -275,7 +255,7 @@ TEST_F(VLOSCServerTest, RunningAndURLFollowStartStopAndATakenPort) {
   arrive(kDesk, kPort, oscMessage("/velor/transport/play", 1));
   mHost.advance(kSecond);
   EXPECT_THAT(mApplication->calls, IsEmpty());
-  EXPECT_THAT(listed(), IsEmpty());
+  EXPECT_THAT(listedHosts(), IsEmpty());
 
   const auto listener = std::make_shared<GCDAsyncUdpSocketDelegate>();
   const auto other = GCDAsyncUdpSocket::initWithDelegate(listener, &mHost.mainQueue());
