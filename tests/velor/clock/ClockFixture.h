@@ -38,6 +38,13 @@ inline std::string digits(const SMPTETime& t) {
   return buffer;
 }
 
+/// Whether it is a time of its format: no number that it leaves out, none too large.
+inline bool isWhole(const SMPTETime& t) {
+  SMPTETime normal = t;
+  ltc_normalize(normal);
+  return ltc_is_valid(t) && ltc_same_time(t, normal);
+}
+
 /// Keeps every report, in the order of arrival.
 class RecordingDelegate : public VLClockDelegate {
  public:

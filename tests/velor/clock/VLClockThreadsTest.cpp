@@ -1,35 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The clock on real threads: what is read without the queue, against all that
 // writes it.
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <memory>
 #include <thread>
-#include <vector>
 
-#include "Kv-Appkit/KVShared.h"
-#include "Velor/clock/VLClock.h"
-#include "kva/MIDI/KVMIDICore.h"
-#include "kvtimecode/ltc_utils.h"
 #include "platform/host/SystemHost.h"
-#include "platform/midi/builtin/MIDIObjectTable.h"
+#include "tests/velor/clock/ClockFixture.h"
 
 namespace velor {
 namespace {
-
-SMPTETime at(std::int32_t seconds, std::int32_t frames, std::uint32_t type) {
-  SMPTETime t;
-  t.mType = type;
-  ltc_set_time(t, 0, 0, seconds, frames);
-  return t;
-}
-
-bool isWhole(const SMPTETime& t) {
-  SMPTETime normal = t;
-  ltc_normalize(normal);
-  return ltc_is_valid(t) && ltc_same_time(t, normal);
-}
 
 TEST(VLClockThreads, ReadersOnOtherThreadsNeverSeeHalfAChange) {
   host::SystemHost host;
@@ -67,16 +46,16 @@ TEST(VLClockThreads, ReadersOnOtherThreadsNeverSeeHalfAChange) {
       const std::uint32_t format = round % 2 == 0 ? kSMPTETimeType30 : kSMPTETimeType24;
       clock.setProceedBlock([&proceeds](const SMPTETime*) { ++proceeds; });
       clock.setSmpteFormat(format);
-      clock.setTime(at(round, 20, format));
-      clock.setStopTime(at(round, 22, format));
-      clock.setLoopEndTime(at(round + 1, 0, format));
-      clock.setLoopStartTime(at(round, 0, format));
-      clock.setSmpteOffset(at(round, 1, format));
+      clock.setTime(at(0, 0, round, 20, format));
+      clock.setStopTime(at(0, 0, round, 22, format));
+      clock.setLoopEndTime(at(0, 0, round + 1, 0, format));
+      clock.setLoopStartTime(at(0, 0, round, 0, format));
+      clock.setSmpteOffset(at(0, 0, round, 1, format));
       clock.addMTCDestination(destination);
       clock.setPlayRate(50);
       clock.setPlaybackMode(kVLPlayModes[static_cast<std::size_t>(round) % 4].playMode);
       clock.start();
-      clock.setTime(at(round, 10, format));
+      clock.setTime(at(0, 0, round, 10, format));
       const std::uint64_t until = host.AudioGetCurrentHostTime() + 10'000'000;
       while (host.AudioGetCurrentHostTime() < until) {
         host.mainQueue().drainPending();

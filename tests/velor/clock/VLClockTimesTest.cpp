@@ -197,16 +197,6 @@ TEST_F(VLClockTimes, TheLastTickAfterAStopStillSendsWhenItsCountIsEven) {
   EXPECT_EQ(takeSent(*destination).size(), 1U);
 }
 
-TEST_F(VLClockTimes, ARemovedDestinationIsSentNoMore) {
-  const auto destination = addDestination("desk");
-  clock().start();
-  advanceFrames(4);
-  EXPECT_EQ(takeSent(*destination).size(), 3U);
-  clock().removeMTCDestination(destination);
-  advanceFrames(4);
-  EXPECT_EQ(takeSent(*destination).size(), 0U);
-}
-
 TEST_F(VLClockTimes, AClockWithoutMIDIRunsAllTheSame) {
   // The client is there; ports cannot be made on a service that has lost it.
   mClock.reset();

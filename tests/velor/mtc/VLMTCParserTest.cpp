@@ -117,23 +117,6 @@ class VLMTCParserTest : public testing::Test {
       });
 };
 
-TEST_F(VLMTCParserTest, BlocksAreReportedFromTheSecondOnWithTheTimeOfTheirFirstPiece) {
-  addBlock(0, mStart);
-  EXPECT_TRUE(mBlocks.empty());
-  for (unsigned number = 1; number < 6; ++number) {
-    add(0, {0xF2, 0x00});  // is no piece
-    addBlock(number, mStart + number * kBlock);
-    ASSERT_EQ(mBlocks.size(), number);
-    const Block& block = mBlocks.back();
-    EXPECT_EQ(numbers().back(), number);
-    EXPECT_EQ(block.time.mType, kSMPTETimeType25);
-    EXPECT_EQ(block.time.mFlags, kSMPTETimeValid | kSMPTETimeRunning);
-    EXPECT_EQ(block.time.mCounter, 3 * number);
-    EXPECT_EQ(block.timestamp, mStart + number * kBlock);
-    EXPECT_NEAR(block.deviation, 0, 1e-12);
-  }
-}
-
 TEST_F(VLMTCParserTest, ASteadyDeviationIsReachedQuicklyThenSlowly) {
   for (const double d : {0.01, -0.03, 0.049}) {
     mBlocks.clear();

@@ -273,8 +273,6 @@ TEST_F(VLMTCTest, WhatIsOutOfRangeIsRefusedAndChangesNothing) {
   readFrom(2, 1);
 }
 
-using VLMTCDeathTest = VLMTCTest;
-
 TEST_F(VLMTCTest, NothingIsSentOrReportedOnceTheRecordIsDisposedOf) {
   mLatest = 2 * kBlock;  // of a freewheel from before a time that was not sent
   for (const VLMTCState state :
