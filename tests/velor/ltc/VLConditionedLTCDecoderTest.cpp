@@ -41,6 +41,10 @@ void expectRead(const Line& line, const LTCSignal& signal, const std::vector<LTC
 }
 
 TEST(VLConditionedLTCDecoder, AllThatCanBeReadOfABadLineIsReadAndNothingElse) {
+  const auto flutter = [](double time) {
+    return 25 * (1 + 0.1 * std::sin(2 * std::numbers::pi * 9 * time));
+  };
+  const auto steps = [](double time) { return static_cast<int>(time / 2) % 2 == 0 ? 24.0 : 30.0; };
   const Line lines[] = {
       {"clean", 1, {}},
       {"29.97 drop, inverted", 1, {.type = kSMPTETimeType2997Drop, .inverted = true}},
@@ -50,22 +54,15 @@ TEST(VLConditionedLTCDecoder, AllThatCanBeReadOfABadLineIsReadAndNothingElse) {
       {"192 kHz, noise 18 dB below", 0.99, {.sampleRate = 192000, .signalToNoise = 18}},
       {"8 kHz", 1, {.sampleRate = 8000}},
       {"-60 dBFS in 16 bits", 1, {.level = 0.001, .bits = 16}},
-      {"DC of three times the level, hum as loud as the level, clipped",
+      {"DC of thrice the level, hum of the level, clipped",
        1,
        {.offset = 3, .hum = 1, .clip = 2.1}},
       {"drop-outs of 20 ms", 1, {.dropOut = 0.02}},
       {"drop-outs of 20 ms, noise 20 dB below", 1, {.signalToNoise = 20, .dropOut = 0.02}},
       {"xruns", 0.98, {.xrun = 0.0107}},
-      {"flutter of 10 %",
-       1,
-       {.speed =
-            [](double time) {
-              return 25 * (1 + 0.1 * std::sin(2 * std::numbers::pi * 9 * time));
-            }}},
+      {"flutter of 10 %", 1, {.speed = flutter}},
       {"23 frames per second", 1, {.speed = [](double) { return 23.0; }}},
-      {"steps between 24 and 30",
-       1,
-       {.speed = [](double time) { return static_cast<int>(time / 2) % 2 == 0 ? 24 : 30; }}},
+      {"steps between 24 and 30", 1, {.speed = steps}},
   };
   for (const Line& line : lines) {
     LTCSignalMaker maker = line.maker;
@@ -78,14 +75,10 @@ TEST(VLConditionedLTCDecoder, AllThatCanBeReadOfABadLineIsReadAndNothingElse) {
   }
 }
 
-// The frames on both sides of a cut are true; what stands across it is not, also where the
-// bits are as many as those of a frame.
 // At half the speed each bit looks like two.
 TEST(VLConditionedLTCDecoder, AMachineThatComesUpToSpeedIsReadFrom23FramesPerSecondOn) {
-  LTCSignalMaker maker;
-  maker.frames = 300;
-  maker.speed = [](double time) { return std::min(12.0 + time, 25.0); };
-  const LTCSignal signal = maker.make();
+  const auto faster = [](double time) { return std::min(12.0 + time, 25.0); };
+  const LTCSignal signal = LTCSignalMaker{.frames = 300, .speed = faster}.make();
   const LTCScore score = scoreOf(signal, readConditioned(signal, kBuffer));
   EXPECT_EQ(score.wrong, 0U);
   for (std::size_t i = 0; i + 1 < signal.frames.size(); ++i) {
@@ -94,6 +87,8 @@ TEST(VLConditionedLTCDecoder, AMachineThatComesUpToSpeedIsReadFrom23FramesPerSec
   }
 }
 
+// The frames on both sides of a cut are true; what stands across it is not, also where the
+// bits are as many as those of a frame.
 TEST(VLConditionedLTCDecoder, NoFrameIsMadeOfTheTwoSidesOfACut) {
   const LTCSignal signal = LTCSignalMaker{.frames = 3000, .splice = 0.333}.make();
   const LTCScore score = scoreOf(signal, readConditioned(signal, kBuffer));

@@ -80,11 +80,8 @@ TEST(LTCDecoder, ReportsEachFrameOfCleanSignalsFromTheThirdOnAtItsTime) {
       for (const bool inverted : {false, true}) {
         SCOPED_TRACE(std::to_string(sampleRate) + " Hz, format " + std::to_string(type) +
                      (inverted ? ", inverted" : ""));
-        LTCSignalMaker maker;
-        maker.sampleRate = sampleRate;
-        maker.type = type;
-        maker.frames = 40;
-        maker.inverted = inverted;
+        const LTCSignalMaker maker{
+            .sampleRate = sampleRate, .type = type, .frames = 40, .inverted = inverted};
         expectAllRead(maker.make(), type, 0);
         // Its last edge can lie behind the last sample.
         expectAllRead(signalByLibltc(sampleRate, type, 40, inverted), type, 1);
@@ -117,45 +114,29 @@ TEST(LTCDecoder, TakesTheSignBitOfAnySampleAndAnyCountOfSamples) {
 
 struct Case {
   const char* name;
-  std::function<void(LTCSignalMaker&)> change;
+  LTCSignalMaker maker;
 };
 
 TEST(LTCDecoder, NeitherLevelNorShapeNorSpeedHidesAFrame) {
-  const auto speed = [](const std::function<double(double)>& ofTime) {
-    return [ofTime](LTCSignalMaker& maker) { maker.speed = ofTime; };
-  };
   const auto wow = [](double time) {
     return 26 * (1 + 0.04 * std::sin(4 * time) + 0.03 * std::sin(56 * time));
   };
+  const auto steps = [](double time) { return static_cast<int>(time) % 2 == 0 ? 25.0 : 30.0; };
   const Case cases[] = {
-      {"-60 dBFS, 16 bits",
-       [](LTCSignalMaker& maker) {
-         maker.level = 0.001;
-         maker.bits = 16;
-       }},
-      {"DC of 60 % of the level",
-       [](LTCSignalMaker& maker) {
-         maker.offset = 0.6;
-         maker.riseTime = 50e-6;
-       }},
-      {"steps", [](LTCSignalMaker& maker) { maker.riseTime = 0; }},
-      {"a narrow band",
-       [](LTCSignalMaker& maker) {
-         maker.highPass = 100;
-         maker.lowPass = 3000;
-       }},
-      {"noise 18 dB below", [](LTCSignalMaker& maker) { maker.signalToNoise = 18; }},
-      {"23 fps", speed([](double) { return 23; })},
-      {"30.9 fps", speed([](double) { return 30.9; })},
-      {"steps of speed",
-       speed([](double time) { return static_cast<int>(time) % 2 == 0 ? 25.0 : 30.0; })},
-      {"wow and flutter", speed(wow)},
+      {"-60 dBFS, 16 bits", {.level = 0.001, .bits = 16}},
+      {"DC of 60 % of the level", {.riseTime = 50e-6, .offset = 0.6}},
+      {"steps", {.riseTime = 0}},
+      {"a narrow band", {.lowPass = 3000, .highPass = 100}},
+      {"noise 18 dB below", {.signalToNoise = 18}},
+      {"23 fps", {.speed = [](double) { return 23; }}},
+      {"30.9 fps", {.speed = [](double) { return 30.9; }}},
+      {"steps of speed", {.speed = steps}},
+      {"wow and flutter", {.speed = wow}},
   };
   for (const Case& each : cases) {
     SCOPED_TRACE(each.name);
-    LTCSignalMaker maker;
+    LTCSignalMaker maker = each.maker;
     maker.frames = 250;
-    each.change(maker);
     const LTCSignal signal = maker.make();
     const LTCScore score = scoreOf(signal, readByVelor(signal, kBuffer));
     EXPECT_EQ(score.wrong, 0U);
@@ -166,19 +147,18 @@ TEST(LTCDecoder, NeitherLevelNorShapeNorSpeedHidesAFrame) {
 TEST(LTCDecoder, AfterAGapAllFramesAreReadFromTheFourthWholeOneOnAndNoneIsWrong) {
   constexpr std::size_t kUntoldBehindGap = 3;
   const Case cases[] = {
-      {"drop-outs of 20 ms", [](LTCSignalMaker& maker) { maker.dropOut = 0.02; }},
-      {"drop-outs of 200 ms", [](LTCSignalMaker& maker) { maker.dropOut = 0.2; }},
-      {"splices", [](LTCSignalMaker& maker) { maker.splice = 0.05; }},
-      {"xruns", [](LTCSignalMaker& maker) { maker.xrun = 0.0107; }},
-      {"long xruns", [](LTCSignalMaker& maker) { maker.xrun = 0.0853; }},
+      {"drop-outs of 20 ms", {.dropOut = 0.02}},
+      {"drop-outs of 200 ms", {.dropOut = 0.2}},
+      {"splices", {.splice = 0.05}},
+      {"xruns", {.xrun = 0.0107}},
+      {"long xruns", {.xrun = 0.0853}},
   };
   for (const Case& each : cases) {
     for (std::uint32_t seed = 1; seed <= 10; ++seed) {
       SCOPED_TRACE(each.name + std::string(", seed ") + std::to_string(seed));
-      LTCSignalMaker maker;
+      LTCSignalMaker maker = each.maker;
       maker.frames = 200;
       maker.seed = seed;
-      each.change(maker);
       const LTCSignal signal = maker.make();
       const LTCScore score = scoreOf(signal, readByVelor(signal, kBuffer));
       EXPECT_EQ(score.wrong, 0U);
@@ -197,14 +177,12 @@ TEST(LTCDecoder, AfterAGapAllFramesAreReadFromTheFourthWholeOneOnAndNoneIsWrong)
 }
 
 TEST(LTCDecoder, AfterASignalThatWasGoneCountRateAndSearchBeginAgain) {
-  LTCSignalMaker maker;
-  LTCSignal signal = maker.make();
+  LTCSignal signal = LTCSignalMaker().make();
   signal.samples.resize(signal.samples.size() + 9600);
   // Edges so slanted that bits are found for a while only from the middle of all rates on.
-  maker.speed = [](double) { return 30.9; };
-  maker.riseTime = 200e-6;
-  maker.offset = 0.26;
-  const auto after = maker.make().samples;
+  const auto fast = [](double) { return 30.9; };
+  const auto after =
+      LTCSignalMaker{.speed = fast, .riseTime = 200e-6, .offset = 0.26}.make().samples;
   signal.samples.insert(signal.samples.end(), after.begin(), after.end());
   const std::vector<LTCTold> told = readByVelor(signal, kBuffer);
   const auto first =
@@ -215,10 +193,8 @@ TEST(LTCDecoder, AfterASignalThatWasGoneCountRateAndSearchBeginAgain) {
 }
 
 TEST(LTCDecoder, AFrameAfterABrokenOneHasItsHostTimeOrNone) {
-  LTCSignalMaker maker;
-  maker.type = kSMPTETimeType30;
-  LTCSignal signal = maker.make();
-  for (std::size_t i = 20; i < maker.frames; i += 21) {
+  LTCSignal signal = LTCSignalMaker{.type = kSMPTETimeType30}.make();
+  for (std::size_t i = 20; i < signal.frames.size(); i += 21) {
     const auto end = signal.samples.begin() + static_cast<std::ptrdiff_t>(signal.frames[i].end);
     std::fill(end - 60, end, 0.5F);
   }
@@ -239,9 +215,8 @@ TEST(LTCDecoder, AFrameAfterABrokenOneHasItsHostTimeOrNone) {
 }
 
 TEST(LTCDecoderCallback, IsTheLastOneSetAndEachBeginsANewMeasurement) {
-  LTCSignalMaker maker;
-  maker.speed = [](double time) { return time < 0.5 ? 30.0 : 25.0; };
-  const LTCSignal signal = maker.make();
+  const auto slower = [](double time) { return time < 0.5 ? 30.0 : 25.0; };
+  const LTCSignal signal = LTCSignalMaker{.speed = slower}.make();
   const Decoder decoder = newDecoder();
   Rates rates;
   std::size_t at = 0;

@@ -160,7 +160,7 @@ TEST(VLCommandLine, WhatIsTypedReachesTheOptions) {
   EXPECT_EQ(encode.encode->sound.sampleRate, 48000);
 }
 
-TEST(VLCommandLine, TheHelpIsGroupedNamesItsValuesAndFitsItsColumns) {
+TEST(VLCommandLine, TheHelpNamesItsValuesAndFitsItsColumns) {
   for (const Words& words : {Words{"--help"}, Words{"encode", "--help"}, Words{"decode", "-h"},
                              Words{"analyse", "-h"}}) {
     const VLCommandLine line = VLParseCommandLine(words);
@@ -171,15 +171,6 @@ TEST(VLCommandLine, TheHelpIsGroupedNamesItsValuesAndFitsItsColumns) {
       EXPECT_EQ(text.find("TEXT"), std::string::npos) << text;
     }
   }
-  const std::string help = VLParseCommandLine({"--help"}).output;
-  std::size_t last = 0;
-  for (const char* group : {"Clock", "MTC", "LTC", "OSC", "Document", "Run", "Commands"}) {
-    const std::size_t at = help.find("\n\n" + std::string(group));
-    ASSERT_NE(at, std::string::npos) << group;
-    EXPECT_GT(at, last) << group;
-    last = at;
-  }
-  EXPECT_NE(help.find("\n  --ltc-out DEVICE:CHANNEL  "), std::string::npos) << help;
 }
 
 }  // namespace

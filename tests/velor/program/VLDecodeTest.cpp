@@ -123,14 +123,13 @@ TEST_F(VLDecodeTest, WhatWasEncodedComesBackToTheLastFrameAtItsSample) {
 TEST_F(VLDecodeTest, EachGapIsReportedAtTheFrameAfterIt) {
   for (const std::uint32_t type : kTypes) {
     for (const bool inverted : {false, true}) {
-      LTCSignalMaker maker;
-      maker.type = type;
-      maker.frames = 200;
-      maker.inverted = inverted;
-      maker.bits = 16;
-      maker.seed = type + 1;
-      maker.splice = 0.02;
-      const LTCSignal signal = maker.make();
+      const LTCSignal signal = LTCSignalMaker{.type = type,
+                                              .frames = 200,
+                                              .seed = type + 1,
+                                              .inverted = inverted,
+                                              .bits = 16,
+                                              .splice = 0.02}
+                                   .make();
       // On the second channel of two.
       std::vector<float> samples;
       for (const float sample : signal.samples) {
@@ -170,10 +169,8 @@ TEST_F(VLDecodeTest, ATapeThatRunsBetweenTwoFormatsHasNoGaps) {
   for (const auto& [type, rate] :
        {std::pair(kSMPTETimeType25, 24.4), std::pair(kSMPTETimeType30, 24.9),
         std::pair(kSMPTETimeType30, 27.0), std::pair(kSMPTETimeType2997Drop, 29.985)}) {
-    LTCSignalMaker maker;
-    maker.type = type;
-    maker.frames = 200;
-    maker.speed = [rate = rate](double) { return rate; };
+    const auto speed = [rate = rate](double) { return rate; };
+    const LTCSignalMaker maker{.type = type, .frames = 200, .speed = speed};
     write(maker.make().samples, 48000, 1, audio::SampleEncoding::int16);
     const Decoded decoded = decode();
     EXPECT_GE(decoded.frames.size(), 198U) << rate;
