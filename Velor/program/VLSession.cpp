@@ -367,7 +367,11 @@ VLSession::Ended VLSession::openClips() {
     }
     const auto window = mApp->mediaWindows().open(words.path, *start, mOptions.keep);
     const std::uint64_t deadline = host::current().AudioGetCurrentHostTime() + kClipOpens;
-    while (!window->isReady() && window->error().empty() && mMainQueue.drainUntil(deadline)) {
+    while (!window->isReady() && window->error().empty() && !mMainQueue.isStopping() &&
+           mMainQueue.drainUntil(deadline)) {
+    }
+    if (mMainQueue.isStopping()) {
+      return end();
     }
     if (!window->error().empty() && mFrontEnd->reportsClips()) {
       mMainQueue.drainPending();  // the window reports it in a job

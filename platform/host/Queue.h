@@ -150,6 +150,9 @@ class MainQueue final : public Queue, public MainLoop {
   /// Readable while jobs may wait; -1 on the simulated host.
   int descriptor() const noexcept { return wake().descriptor(); }
 
+  /// `stop` was called and no loop has ended for it yet. Any thread.
+  bool isStopping() const noexcept { return mStop.load(); }
+
   /// Runs what is posted and returns: false when `stop` was called, which is then over, and
   /// the loop has to end. The main thread alone.
   bool drainPending();

@@ -6,7 +6,10 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -68,6 +71,18 @@ TEST_F(Headless, WithoutAServerItRunsSaysSoOnceAndConnectsOnceOneAppearsAndDescr
   EXPECT_NE(velor.errors().find("velor: stopping; timecode was running\n"), std::string::npos)
       << velor.errors();
   EXPECT_EQ(velor.output(), "");
+}
+
+TEST_F(HeadlessAlone, ASignalWhileAClipStillOpensEndsTheStartAtOnce) {
+  // A demuxer looks through all of it for a second page, for many seconds.
+  const TemporaryFolder folder;
+  const auto clip = folder.path() / "slow.ogg";
+  std::ofstream(clip) << "OggS";
+  std::filesystem::resize_file(clip, std::uintmax_t{1} << 37);
+  VelorProcess velor({"--headless", "--play", "--media", clip}, mServer.environment());
+  ASSERT_TRUE(waitFor(10, [&] { return countOf(velor.log(), "opened media asset") == 1; }));
+  ASSERT_EQ(kill(velor.id(), SIGTERM), 0);
+  EXPECT_EQ(velor.waitForEnd(2), 0) << velor.errors();
 }
 
 TEST_F(Headless, ListPrintsSourcesAndDestinationsByWhichPortsCanBeNamed) {
