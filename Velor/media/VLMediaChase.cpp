@@ -93,13 +93,13 @@ void VLMediaChase::copyTime(const SMPTETime& time, std::uint64_t timestamp, doub
 
 void VLMediaChase::start(const SMPTETime& time, milliseconds position, std::uint64_t timestamp,
                          double deviation) {
+  if (!mSettings.isReady) {
+    return;
+  }
   const float rate = mSettings.adjustSpeed ? static_cast<float>(1.0 + deviation) : 1.0F;
   VELOR_LOG_INFO("set start %s (%f sec) rate: %f, MTC deviation: %f",
                  stringFromSMPTETime(time).c_str(), secondsOf(position), static_cast<double>(rate),
                  deviation);
-  if (!mSettings.isReady) {
-    return;
-  }
   mPendingStarts->fetch_add(1);
   post([=, pending = mPendingStarts, start = position + kVLMediaStartOffset](auto& delegate) {
     delegate.chaseStarts(rate, start, timestamp);
@@ -141,7 +141,9 @@ void VLMediaChase::measure(const SMPTETime& time, milliseconds position) {
   }
   const media::MediaTime played = mPlayer != nullptr ? mPlayer->currentTime() : media::MediaTime{};
   const double difference = secondsOf(played - position);
-  if (!(std::abs(difference) < kVLMediaLargestOffset) && change(VLMediaChaseEvent::offsetFound)) {
+  // A clip that cannot be played is out of step at every other report.
+  if (!(std::abs(difference) < kVLMediaLargestOffset) && change(VLMediaChaseEvent::offsetFound) &&
+      mSettings.isReady) {
     VELOR_LOG_INFO("media offset for %s is %f sec, resyncing", mSettings.description.c_str(),
                    difference);
   }

@@ -142,6 +142,8 @@ TEST_F(VLMediaChaseTest, AClipThatIsOpenedUnderwayStartsWithinTwoReportsOfBeingR
   EXPECT_EQ(outlet().errors, std::vector<std::string>{"the disk has gone"});
   pass(1);
   EXPECT_EQ(player().starts().size(), 1U);
+  EXPECT_EQ(mLog.matching("set start").size(), 1U);
+  EXPECT_LE(mLog.matching("resyncing").size(), 1U);
 }
 
 TEST_F(VLMediaChaseTest, TheStartFollowsTheSpeedOfTheSourceUnlessToldNotTo) {
