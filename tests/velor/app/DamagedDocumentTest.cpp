@@ -53,14 +53,19 @@ std::vector<Damage> damagesOf(const std::string& document) {
     damaged[at] = value;
     damages.push_back({at.to_string() + " is " + value.dump(), damaged.dump(), isFatal});
   };
+  std::size_t turn = 0;
   for (const Pointer& at : places) {
     const Json& old = whole[at];
-    for (const Json& other : {Json(5.5), Json("text"), Json::array({1})}) {
-      if (other.is_number() != old.is_number() ||
-          (!old.is_number() && other.type() != old.type())) {
+    // Two of the other types, in turn.
+    const Json others[] = {Json(5), Json(true), Json("text"), Json::array({1}), Json{{"a", 1}}};
+    for (std::size_t i = 0, found = 0; found < 2; ++i) {
+      const Json& other = others[(turn + i) % std::size(others)];
+      if (other.type() != old.type() && !(other.is_number() && old.is_number())) {
         put(at, other, true);
+        ++found;
       }
     }
+    ++turn;
     if (at.back() == "$class") {
       put(at, "Nothing", true);
       put(at, old == "KVSMPTETime" ? "VLMarker" : "KVSMPTETime", true);

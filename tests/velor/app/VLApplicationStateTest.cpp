@@ -54,7 +54,17 @@ class VLApplicationStateTest : public AppFixture {
 
 TEST_F(FullDocument, AnotherRunRestoresAllThatWasSetExceptTheRateWithASyncSource) {
   EXPECT_TRUE(app().applicationWillTerminate());
+  // The names stand in documents of users: another one would lose what they saved.
+  std::string keys;
   Json last = Json::parse(contents(folders().data() / "laststate.velor"));
+  for (const auto& member : last.items()) {
+    keys += member.key() + " ";
+  }
+  EXPECT_EQ(keys,
+            "time offset stoptime loopStart loopEnd tc.type prerollTime preroll playbackRate "
+            "playbackMode appVersion syncSource markers selectedmarkerIndexes devices.manager "
+            "destinations.manager mediaWindows ");
+
   launch();
   EXPECT_EQ(now(), "01:30:00:00");
   EXPECT_EQ(mView->playMode(), VLPlayModeLoop);

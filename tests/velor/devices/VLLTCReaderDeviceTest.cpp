@@ -123,6 +123,21 @@ TEST_F(VLLTCReaderDeviceTest, WhatTheClockPlaysIsReadAndLeavesAsMTCInStepWithThe
   EXPECT_EQ(mLog.errors(), 0U);
 }
 
+TEST_F(VLLTCReaderDeviceTest, ItsChannelsAreAnnouncedWhenItsAudioDeviceGoesAndReturns) {
+  make();
+  mHost.settle();
+  int announced = 0;
+  const auto token = mReader->addObserver("channelNames", [&](const auto&) { ++announced; });
+  mLoopback->vanish();
+  mHost.settle();
+  EXPECT_EQ(announced, 1);
+  EXPECT_TRUE(mReader->channelNames().empty());
+  mLoopback->appear();
+  mHost.settle();
+  EXPECT_EQ(announced, 2);
+  EXPECT_EQ(mReader->channelNames().size(), 2U);
+}
+
 TEST_F(VLLTCReaderDeviceTest, EachStepOfAFreewheelIsReportedOnceAndShownAsItsStatus) {
   make();
   mReader->setFreewheelTime(2);

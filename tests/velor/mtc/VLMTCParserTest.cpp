@@ -84,6 +84,7 @@ class VLMTCParserTest : public testing::Test {
     for (const Block& block : mBlocks) {
       EXPECT_EQ(block.time.mHours, 10);
       EXPECT_EQ(block.time.mMinutes, 20);
+      EXPECT_EQ(block.time.mFlags, kSMPTETimeValid | kSMPTETimeRunning);
       result.push_back(static_cast<unsigned>(block.time.mSeconds * 12 + block.time.mFrames / 2));
     }
     return result;
@@ -100,6 +101,7 @@ class VLMTCParserTest : public testing::Test {
         damage(bytes);
       }
       for (const std::uint8_t byte : bytes) {
+        add(0, {0xF2, byte});  // is no piece
         addPiece(mStart + number * kBlock + byte / 16 * kBlock / 8, byte);
       }
     }

@@ -40,7 +40,8 @@ TEST_F(VLInspectTest, AWholeDocumentIsDescribedWithoutAProblemAndNothingInItIsUn
   const auto found = inspected(mDocument);
   EXPECT_EQ(found.problems, std::vector<std::string>{});
   for (const char* part :
-       {"Loop          04:00:00:00 to 05:00:00:00\n", "Rate          +1.000 %\n",
+       {"Time          01:30:00:00\n", "Offset        00:00:00:29\n", "Stop time     03:00:00:00\n",
+        "Loop          04:00:00:00 to 05:00:00:00\n", "Rate          +1.000 %\n",
         "Pre-roll      7.5 s, on\n",
         "Markers       5\n    01:00:00:00  Marker 5\n  * 02:00:00:00  Marker 4\n",
         "user bits 12345678", "channel 2, input conditioned, freewheels for 7 s",

@@ -120,6 +120,7 @@ TEST_F(VLDeviceWindowsTest, AReadersPanelShowsTheLockTheFreewheelAndItsEnd) {
   const auto reader = std::dynamic_pointer_cast<VLLTCReaderDevice>(last());
   auto& stop = in<VLButton>(window, "stopFreewheelingButton");
   const auto lamp = [&] { return in<VLStatusImageView>(window, "statusImage").image(); };
+  EXPECT_FALSE(in<QWidget>(window, "userbitsLabel").isVisible()) << "none were read";
   auto& freewheel = in<VLTextField>(window, "freewheelField");
   type(freewheel, "-7", Qt::Key_Return);
   EXPECT_EQ(freewheel.text(), "-1");

@@ -13,6 +13,7 @@
 #include <QSplitter>
 
 #include "Kv-Appkit/KVException.h"
+#include "Velor/views/VLSplitView.h"
 #include "Velor/views/VLStatusRow.h"
 #include "platform/host/LogProblem.h"
 #include "tests/velor/views/WindowFixture.h"
@@ -276,6 +277,13 @@ TEST_F(VLMainWindowTest, DestinationsAreSwitchedInTheirRowsAndFollowTheSystem) {
   vanish(desk);
   settle();
   EXPECT_EQ(table.model()->rowCount(), 0);
+}
+
+TEST_F(VLMainWindowTest, TheDividerKeepsRoomForBothHalves) {
+  EXPECT_EQ(VLSplitView::constrained(300, 1000), 300);
+  EXPECT_EQ(VLSplitView::constrained(900, 1000), 585);
+  EXPECT_EQ(VLSplitView::constrained(20, 1000), 170);
+  EXPECT_EQ(VLSplitView::constrained(400, 500), 170);
 }
 
 TEST_F(VLMainWindowTest, TheCounterGrowsByStepsAndStaysWithinThem) {

@@ -261,6 +261,10 @@ TEST_F(VLOSCSetupWindowTest, AnOpenEditorKeepsWhatIsTypedUntilItsTargetVanishes)
 }
 
 TEST_F(VLOSCSetupWindowTest, APaneAtItsLeastHeightLeavesTheChangeToTheOther) {
+  using Heights = std::pair<int, int>;
+  EXPECT_EQ(VLPaneSplitView::resized(200, 150, 400), Heights(200, 200));
+  EXPECT_EQ(VLPaneSplitView::resized(300, 100, 350), Heights(250, 100));
+  EXPECT_EQ(VLPaneSplitView::resized(400, 110, 330), Heights(230, 100));
   auto& split = part<VLPaneSplitView>("splitView");
   const int all = split.sizes()[0] + split.sizes()[1];
   split.setSizes({0, all});

@@ -91,7 +91,7 @@ class VLTimecodeViewTest : public ViewFixture {
   QPushButton mNext;
 };
 
-TEST_F(VLTimecodeViewTest, TheBoxOfTheCurrentFrameIsLitInTheColourOfTheStatus) {
+TEST_F(VLTimecodeViewTest, TheBoxOfTheFrameHasTheColourOfTheStatusAndTheSecondTimeThatOfItsMode) {
   const QColor dark = colorAt(mView, mView.boxFrame(3).center());
   for (const VLClockStatus status : {VLClockStopped, VLClockRolling, VLClockArmedWrongFormat}) {
     mView.setClockStatus(status);
@@ -100,6 +100,10 @@ TEST_F(VLTimecodeViewTest, TheBoxOfTheCurrentFrameIsLitInTheColourOfTheStatus) {
     EXPECT_EQ(colorAt(mView, mView.boxFrame(11).center()), dark);
     EXPECT_EQ(colorAt(mView, mView.boxFrame(24).center()), dark);
   }
+  mView.setPlayMode(VLPlayModeStop);
+  EXPECT_EQ(mView.cell(Time::second).textColor(), VLQColor(VLClock::stopModeColor()));
+  mView.setPlayMode(VLPlayModeLoop);
+  EXPECT_EQ(mView.cell(Time::second).textColor(), VLQColor(VLClock::loopModeColor()));
   EXPECT_NE(colorAt(mView, mView.boxFrame(3).topLeft() + QPointF(0.5, 0.5)), dark);
   mView.copyTime(timeOf("10:20:30:23", kSMPTETimeType24));
   EXPECT_GT(mView.boxFrame(23).right(), mView.width() - 10);
