@@ -45,6 +45,8 @@ std::string reasonOf(GstMessage& message) {
   std::string reason = error != nullptr ? error->message : "unknown";
   if (g_error_matches(error, GST_CORE_ERROR, GST_CORE_ERROR_MISSING_PLUGIN) != FALSE) {
     reason = "no installed plug-in of GStreamer decodes it";
+  } else if (g_error_matches(error, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_READ) != FALSE) {
+    reason = "the file could not be read; check its disk";
   }
   g_clear_error(&error);
   return reason;
