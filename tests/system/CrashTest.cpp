@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -18,14 +17,6 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
-
-std::string wholeLog(const TemporaryFolder& folder) {
-  std::string text;
-  for (const auto& each : std::filesystem::directory_iterator(folder.path() / "state/velor/Logs")) {
-    text += fileContents(each.path());
-  }
-  return text;
-}
 
 TEST(Crash, IsReportedWithAndWithoutWindowsAndTheNextStartNamesTheReportOnce) {
   const JackServer server;  // not started
@@ -58,7 +49,6 @@ TEST(Crash, IsReportedWithAndWithoutWindowsAndTheNextStartNamesTheReportOnce) {
     EXPECT_TRUE(waitFor(20, [&] { return next.errors().find(words) != std::string::npos; }))
         << next.errors();
     EXPECT_EQ(next.end(SIGTERM), 0);
-    EXPECT_THAT(wholeLog(folder), HasSubstr(words));
 
     VelorProcess last({"--headless"}, environment);
     EXPECT_TRUE(waitFor(20, [&] { return !last.errors().empty(); }));

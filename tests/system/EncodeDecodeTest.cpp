@@ -6,7 +6,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -31,10 +30,6 @@ class EncodeDecode : public testing::Test {
     return {status, velor.output(), velor.errors()};
   }
   std::string file(const char* name) const { return (mFolder.path() / name).string(); }
-  std::size_t filesThere() const {
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator(mFolder.path()), fs::directory_iterator()));
-  }
 
   const TemporaryFolder mFolder;
 };
@@ -46,53 +41,37 @@ TEST_F(EncodeDecode, WhatIsEncodedIsDecodedInEachFormAnalysedAndPlotted) {
   EXPECT_EQ(encoded.status, 0);
   EXPECT_EQ(encoded.output + encoded.errors, "");
   EXPECT_EQ(fs::file_size(file("out.wav")), 44U + 2 * 480000);
-
+  struct Case {
+    std::vector<std::string> arguments;
+    std::vector<std::string> parts;  // of what is written
+  };
   // The third frame begins 2 * 48000 / 29.97 = 3203.2 samples behind the first.
-  const Result csv = run({"decode", "--plain", "--csv", file("out.wav")});
-  EXPECT_EQ(csv.status, 0);
-  EXPECT_THAT(csv.output, testing::StartsWith("sample,seconds,time,drop,user_bits,rate,format,"
-                                              "direction\n"
-                                              "3203,0.066729,00:59:58;02,1,12345678,29.963,"
-                                              "29.97df,F\n"));
-  EXPECT_THAT(csv.output, HasSubstr(",00:59:59;29,1,"));
-  EXPECT_THAT(csv.output, HasSubstr(",01:00:00;00,1,"));
-  EXPECT_THAT(csv.errors,
-              testing::MatchesRegex("frames  297\nbegins  at 0.066729 s: 00:59:58;02; no frame "
-                                    "was read before it\nformat  29.97df\n"
-                                    "rate    29\\.9[0-9.]+ frames a second, "
-                                    "[+-][0-2]\\.[0-9] ppm of nominal\ngaps    0\n"));
-  const Result json = run({"decode", "--plain", "--json", "--channel", "1", file("out.wav")});
-  EXPECT_THAT(json.output,
-              testing::StartsWith("{\"sample\":3203,\"seconds\":0.066729,\"time\":\"00:59:58;02\","
-                                  "\"drop\":true,\"userBits\":\"12345678\",\"rate\":29.963,"
-                                  "\"format\":\"29.97df\",\"direction\":\"F\"}\n"));
-  EXPECT_EQ(std::count(json.output.begin(), json.output.end(), '\n'), 297);
-  const Result text = run({"decode", file("out.wav")});
-  EXPECT_THAT(text.output, HasSubstr("0.066729  00:59:58;02  drop  12345678  29.9"));
-  EXPECT_THAT(text.output, testing::StartsWith("         0      0.000000  00:59:58;00  drop"));
-  EXPECT_THAT(text.errors, testing::StartsWith("frames  299\nbegins  at 0.000000 s: 00:59:58;00;"));
-
-  const Result analysed = run({"analyse", file("out.wav"), "--plot", file("out.svg")});
-  EXPECT_EQ(analysed.status, 0);
-  EXPECT_THAT(analysed.output, testing::StartsWith("format     29.97df, not 30: 20 sigma\n"));
-  for (const char* part :
-       {"299, 0 of them in reverse; from 00:59:58;00 at 0.000000 s", "level      -12.",
-        "drop-outs  0\n", "12345678 throughout", "verdict    good; "}) {
-    EXPECT_THAT(analysed.output, HasSubstr(part));
+  const Case cases[] = {
+      {{"decode", "--plain", "--csv"},
+       {"direction\n3203,0.066729,00:59:58;02,1,12345678,29.963,29.97df,F\n", ",00:59:59;29,1,",
+        ",01:00:00;00,1,", "frames  297\nbegins  at 0.066729 s: 00:59:58;02; no frame"}},
+      {{"decode", "--plain", "--json", "--channel", "1"},
+       {"{\"sample\":3203,\"seconds\":0.066729,\"time\":\"00:59:58;02\",\"drop\":true,"
+        "\"userBits\":\"12345678\",\"rate\":29.963,\"format\":\"29.97df\",\"direction\":\"F\"}\n"}},
+      {{"decode"}, {"0.066729  00:59:58;02  drop  12345678  29.9", "frames  299\n", "gaps    0\n"}},
+      {{"analyse", "--plot", file("out.svg")},
+       {"format     29.97df, not 30: 20 sigma\n", "299, 0 of them in reverse; from 00:59:58;00",
+        "level      -12.", "drop-outs  0\n", "12345678 throughout", "verdict    good; "}},
+      {{"analyse", "--json"}, {"{\"verdict\":\"good; ", "\"otherFormat\":\"30\""}},
+  };
+  for (const Case& each : cases) {
+    auto arguments = each.arguments;
+    arguments.push_back(file("out.wav"));
+    const Result result = run(arguments);
+    EXPECT_EQ(result.status, 0);
+    for (const std::string& part : each.parts) {
+      EXPECT_THAT(result.output + result.errors, HasSubstr(part));
+    }
   }
   const std::string svg = fileContents(file("out.svg"));
   EXPECT_THAT(svg, testing::StartsWith("<svg"));
   EXPECT_THAT(svg, HasSubstr("prefers-color-scheme:dark"));
-  EXPECT_EQ(svg.find("nan"), std::string::npos);
-  EXPECT_EQ(svg.find("inf"), std::string::npos);
-  const std::string verdict = run({"analyse", "--json", file("out.wav")}).output;
-  EXPECT_THAT(verdict, testing::StartsWith("{\"verdict\":\"good; "));
-  EXPECT_THAT(verdict, HasSubstr("\"format\":\"29.97df\",\"otherFormat\":\"30\""));
-
-  std::ofstream(file("text.wav")) << "no sound";
-  const Result none = run({"analyse", file("text.wav")});
-  EXPECT_EQ(none.status, 1);
-  EXPECT_THAT(none.errors, testing::StartsWith("velor: analyse: "));
+  EXPECT_THAT(svg, testing::Not(testing::AnyOf(HasSubstr("nan"), HasSubstr("inf"))));
 }
 
 TEST_F(EncodeDecode, AFileThatFailsGivesItsFramesOneClearLineAndTheStatus1) {
@@ -102,6 +81,7 @@ TEST_F(EncodeDecode, AFileThatFailsGivesItsFramesOneClearLineAndTheStatus1) {
   std::ofstream(file("empty.wav")) << "";
   ASSERT_EQ(run({"encode", "--duration", "9", file("cut.wav")}).status, 0);
   fs::resize_file(file("cut.wav"), 44 + 2 * 96000);
+  EXPECT_EQ(run({"analyse", file("text.wav")}).status, 1);
   for (const char* name : {"none.wav", "text.wav", "empty.wav", "cut.wav"}) {
     const Result result = run({"decode", "--csv", file(name)});
     const bool isCut = fs::path(name) == "cut.wav";
@@ -141,7 +121,7 @@ TEST_F(EncodeDecode, ALongOneShowsItsProgressOnATerminalAndASignalLeavesTheOldFi
   EXPECT_EQ(velor.end(SIGTERM), 1);
   EXPECT_THAT(velor.text(), HasSubstr("\033[Kvelor: encode: stopped; "));
   EXPECT_EQ(fileContents(file("a.flac")), "old");
-  EXPECT_EQ(filesThere(), 1U);
+  EXPECT_EQ(mFolder.size(), 1U);
 }
 
 }  // namespace

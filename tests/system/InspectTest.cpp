@@ -18,37 +18,31 @@ TEST(Inspect, EndsWith0ForAWholeDocument1ForADamagedOneAnd2WhenUsedWrongly) {
   const TemporaryFolder folder;
   const auto file = [&folder](const char* name) { return (folder.path() / name).string(); };
   // A document of a run of the program itself: what it leaves of nothing.
-  {
-    JackServer none;  // which is not started
-    std::vector<std::string> environment = none.environment();
-    environment.push_back("XDG_DATA_HOME=" + folder.path().string());
-    VelorProcess run({"--headless"}, environment);
-    ASSERT_EQ(run.waitForEnd(1), -1) << run.errors();
-    ASSERT_EQ(run.end(SIGTERM), 0) << run.errors();
-  }
+  const JackServer none;  // which is not started
+  std::vector<std::string> environment = none.environment();
+  environment.push_back("XDG_DATA_HOME=" + folder.path().string());
+  VelorProcess saving({"--headless"}, environment);
+  ASSERT_EQ(saving.waitForEnd(1), -1) << saving.errors();
+  ASSERT_EQ(saving.end(SIGTERM), 0) << saving.errors();
   const std::string whole = file("velor/laststate.velor");
-  std::string text = fileContents(whole);
-  ASSERT_FALSE(text.empty()) << whole;
+  const std::string text = fileContents(whole);
+  const std::size_t at = text.find("\"preroll\": false");
+  ASSERT_NE(at, std::string::npos) << whole;
   std::ofstream(file("cut.velor")) << text.substr(0, text.size() / 2);
-  const std::size_t at = text.find("\"prerollTime\":");
-  ASSERT_NE(at, std::string::npos);
   std::ofstream(file("problem.velor"))
-      << text.insert(at, "\"later\": 1,\n")
-             .replace(text.find("\"preroll\": false"), 16, "\"preroll\": 3");
-
-  struct Case {
+      << text.substr(0, at) + "\"preroll\": 3" + text.substr(at + 16);
+  const struct {
     std::vector<std::string> arguments;
     int status;
     std::string output;
     std::string errors;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {{"--inspect", whole}, 0, "Problems      0\n", ""},
       {{"--inspect", file("problem.velor")}, 1, "preroll: expected a bool", ""},
       {{"--inspect", file("cut.velor")}, 1, "", "cut.velor: line "},
       {{"--inspect", whole, "--play"}, 2, "", "--play cannot be used with --inspect"},
   };
-  for (const Case& each : cases) {
+  for (const auto& each : cases) {
     VelorProcess run(each.arguments, {});
     EXPECT_EQ(run.waitForEnd(20), each.status) << run.errors();
     const std::string output = run.output();

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,8 +10,6 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -41,11 +37,6 @@ std::string document(char mark, std::size_t bytes) {
     coder.encodeString(std::string(kLine, mark), "key " + std::to_string(i));
   }
   return coder.data().value();
-}
-
-std::string contents(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::vector<fs::path> leftBehind(const fs::path& folder) {
@@ -90,7 +81,7 @@ TEST(KilledSave, LeavesOneOfTheTwoDocumentsWholeAtAnyMoment) {
     int status = 0;
     ASSERT_EQ(waitpid(id, &status, 0), id);
     ASSERT_TRUE(WIFSIGNALED(status)) << "a save failed";
-    std::string left = contents(path);
+    std::string left = fileContents(path);
     ASSERT_TRUE(left == documents[0] || left == documents[1])
         << "kill " << i << " left " << left.size() << " bytes";
     changed += left != before ? 1 : 0;
@@ -124,7 +115,7 @@ TEST(KilledSave, OfTwoProcessesThatSaveAtOnceEachDocumentStaysWhole) {
                                     startSaving(path, {documents[2], documents[3]}, end)};
   std::array<int, 4> seen{};
   while (Clock::now() < end) {
-    const std::string read = contents(path);
+    const std::string read = fileContents(path);
     const auto* const found = std::find(documents.begin(), documents.end(), read);
     ASSERT_NE(found, documents.end()) << "a mix of " << read.size() << " bytes";
     ++seen[static_cast<std::size_t>(found - documents.begin())];
