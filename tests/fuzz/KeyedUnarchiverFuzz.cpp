@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as a document. One that is refused says why; one whose values can all
 // be read is written again, and what was written reads as the same.
-#include <memory>
 #include <string>
-#include <string_view>
 
 #include "platform/store/KeyedUnarchiver.h"
 #include "tests/fuzz/FuzzTarget.h"

@@ -9,43 +9,30 @@
 
 #include "tests/fuzz/FuzzTarget.h"
 
-namespace {
-
-namespace fs = std::filesystem;
-
-bool runFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  const std::vector<char> bytes{std::istreambuf_iterator<char>(file),
-                                std::istreambuf_iterator<char>()};
-  if (!file) {
-    std::fprintf(stderr, "%s: cannot be read\n", path.c_str());
-    return false;
-  }
-  const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
-  LLVMFuzzerTestOneInput(input.data(), input.size());
-  return true;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-  std::size_t files = 0;
+  namespace fs = std::filesystem;
+  std::vector<fs::path> paths;
   for (int i = 1; i < argc; ++i) {
-    std::vector<fs::path> paths;
-    if (fs::is_directory(argv[i])) {
-      paths.assign(fs::recursive_directory_iterator(argv[i]), fs::recursive_directory_iterator());
-    } else {
+    if (!fs::is_directory(argv[i])) {
       paths.emplace_back(argv[i]);
+      continue;
     }
-    for (const fs::path& path : paths) {
-      if (!fs::is_directory(path)) {
-        if (!runFile(path)) {
-          return 1;
-        }
-        ++files;
+    for (const auto& entry : fs::recursive_directory_iterator(argv[i])) {
+      if (!entry.is_directory()) {
+        paths.push_back(entry.path());
       }
     }
   }
-  std::printf("%zu files\n", files);
-  return files > 0 ? 0 : 1;
+  for (const fs::path& path : paths) {
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+    if (!file) {
+      std::fprintf(stderr, "%s: cannot be read\n", path.c_str());
+      return 1;
+    }
+    const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
+    LLVMFuzzerTestOneInput(input.data(), input.size());
+  }
+  std::printf("%zu files\n", paths.size());
+  return paths.empty() ? 1 : 0;
 }

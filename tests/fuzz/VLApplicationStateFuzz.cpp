@@ -2,18 +2,14 @@
 // Any bytes as a document of the application, on simulated time with the services in
 // process: one that is refused is told by a place; whatever it was, the state can be
 // written, and reads as what was written. What looks into documents meets the same bytes.
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "Velor/app/VLAppDelegate.h"
 #include "Velor/app/VLTimecodeValues.h"
-#include "Velor/devices/VLDeviceManager.h"
 #include "Velor/program/VLInspect.h"
 #include "kvtimecode/ltc_utils.h"
-#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/host/Log.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
@@ -23,6 +19,7 @@
 #include "sim/SimulatedMedia.h"
 #include "sim/SimulatedUDPNetwork.h"
 #include "tests/fuzz/FuzzTarget.h"
+#include "tests/support/AudioLoop.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -38,19 +35,12 @@ class NoWindow final : public VLMainWindowOutlet {
   void replyToApplicationShouldTerminate(bool /*terminate*/) override {}
 };
 
-std::vector<std::unique_ptr<audio::AudioOutside>> loopback() {
-  std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
-  outsides.push_back(std::make_unique<audio::BuiltinAudio>());
-  return outsides;
-}
-
 // The application, once for all documents: each finds what the one before has left.
 class Application {
  public:
   explicit Application(const std::string& home) {
     host::setLogSink([](host::LogLevel, std::string_view) {});
     midi::setService(&mMIDI);
-    audio::setService(&mAudio);
     setUDPNetwork(&mNetwork);
     discovery::setService(&mDiscovery);
     media::setService(&mMedia);
@@ -97,7 +87,8 @@ class Application {
  private:
   host::SimulatedHost mHost;
   midi::MIDIObjectTable mMIDI{nullptr};
-  audio::AudioService mAudio{loopback()};
+  const std::unique_ptr<audio::AudioService> mAudio =
+      audio::serviceOver(std::make_unique<audio::BuiltinAudio>());
   SimulatedUDPNetwork mNetwork;
   discovery::BuiltinDiscovery mDiscovery;
   media::SimulatedMedia mMedia;

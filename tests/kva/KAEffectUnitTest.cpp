@@ -4,18 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <complex>
-#include <numbers>
 #include <span>
 #include <vector>
 
 #include "sim/SimulatedHost.h"
-#include "tests/support/ErrOf.h"
 
 namespace velor {
 namespace {
 
-constexpr double kPi = std::numbers::pi;
 constexpr double kCutoff = 14000;
 constexpr float kResonance = 0.70710677F;
 
@@ -74,24 +70,6 @@ double impulse(double sample) {
   return sample == 0 ? 1 : 0;
 }
 
-TEST_F(KAEffectUnitTest, ItsResponseIsThatOfTheAnalogueFilterWarpedByTheBilinearTransform) {
-  for (const double rate : {44100.0, 192000.0}) {
-    Filter filter(rate, &impulse);
-    const std::vector<float> response = filter.run(4096);
-    for (const double frequency : {10.0, 1000.0, 8000.0, 14000.0, 18000.0, 21000.0}) {
-      std::complex<double> sum = 0;
-      for (std::size_t i = 0; i < response.size(); ++i) {
-        sum += static_cast<double>(response[i]) *
-               std::polar(1.0, -2 * kPi * frequency / rate * static_cast<double>(i));
-      }
-      // H(s) = 1 / (s^2 + s/Q + 1) at the warped frequency.
-      const double warped = std::tan(kPi * frequency / rate) / std::tan(kPi * kCutoff / rate);
-      const double wanted = 1 / std::hypot(1 - warped * warped, warped / kResonance);
-      EXPECT_NEAR(std::abs(sum), wanted, 1e-5) << frequency << " Hz at " << rate;
-    }
-  }
-}
-
 TEST_F(KAEffectUnitTest, ARateThatCannotCarryTheCutoffAndACycleThatFailsLeaveNoTrace) {
   const auto noise = [](double sample) { return std::sin(sample * sample); };
   for (const double rate : {22050.0, 28000.0, 48000.0}) {
@@ -110,8 +88,6 @@ TEST_F(KAEffectUnitTest, ARateThatCannotCarryTheCutoffAndACycleThatFailsLeaveNoT
   rung.run(1);
   rung.unit.reset();
   EXPECT_EQ(rung.run(10), std::vector<float>(10));
-  EXPECT_EQ(errOf([&] { rung.setParameter(KAUnitParameter::lowPassResonance, 0); }),
-            "err: Error: KAAudioUnit::setParameter (-10851)");
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "kvtimecode/ltc_utils.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -11,7 +10,6 @@
 #include <limits>
 #include <random>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "platform/host/Realtime.h"
@@ -226,7 +224,7 @@ TEST(ltc_utils, AddingFramesPushesOnOverDroppedLabelsAndCountsInSixteenBits) {
   EXPECT_EQ(text(t), "01:00:01:00");
 }
 
-TEST(ltc_utils, SettingAndAssigningKeepFormatFlagsAndCounterOfTheTarget) {
+TEST(ltc_utils, SettingAndAssigningKeepFormatFlagsAndCounterAndRefuseWhatDoesNotFit) {
   SMPTETime target = timeOf(kSMPTETimeType24, 0, 0, 0, 0);
   target.mCounter = 9;
   target.mFlags = kSMPTETimeRunning;
@@ -241,7 +239,12 @@ TEST(ltc_utils, SettingAndAssigningKeepFormatFlagsAndCounterOfTheTarget) {
   const SMPTETime before = target;
   SMPTETime invalid = timeOf(kSMPTETimeType24, 5, 5, 5, 5);
   invalid.mFlags = kSMPTETimeRunning;
+  const SMPTETime in30 = timeOf(kSMPTETimeType30, 1, 0, 0, 0);
   EXPECT_EQ(ltc_assign_time(invalid, target), -40001);
+  for (const auto operation : {ltc_add, ltc_subtract}) {
+    EXPECT_EQ(operation(target, invalid), -40001);
+    EXPECT_EQ(operation(target, in30), -40002);
+  }
   EXPECT_TRUE(sameBytes(target, before));
 }
 
@@ -314,22 +317,6 @@ TEST(ltc_utils, ARecordOfNoFormatLosesItsFlagsAndNothingElse) {
   }
 }
 
-TEST(ltc_utils, OperandsThatDoNotFitAreRefusedUntouched) {
-  const SMPTETime in25 = timeOf(kSMPTETimeType25, 1, 0, 0, 0);
-  const SMPTETime in30 = timeOf(kSMPTETimeType30, 1, 0, 0, 0);
-  SMPTETime invalid = in30;
-  invalid.mFlags = kSMPTETimeRunning;
-  for (const auto operation : {ltc_add, ltc_subtract}) {
-    // Whether they are valid is asked before the formats are.
-    for (const auto& [first, second, status] :
-         {std::tuple(in25, in30, -40002), {in25, invalid, -40001}, {invalid, in30, -40001}}) {
-      SMPTETime t = first;
-      EXPECT_EQ(operation(t, second), status);
-      EXPECT_TRUE(sameBytes(t, first));
-    }
-  }
-}
-
 TEST(ltc_utils, EqualityLooksAtDigitsAndFormatOnly) {
   const SMPTETime t = timeOf(kSMPTETimeType25, 1, 2, 3, 4);
   SMPTETime other = t;
@@ -357,23 +344,19 @@ TEST(ltc_utils, EqualityLooksAtDigitsAndFormatOnly) {
 }
 
 TEST(ltc_utils, ARateIsValidBetweenItsBoundsIncluded) {
-  for (const double rate : {23.0, 23.976, 29.97, 31.0}) {
-    EXPECT_TRUE(ltc_is_valid_frame_rate(rate)) << rate;
-  }
-  for (const double rate : {0.0, 5e-324, -25.0, std::nextafter(23.0, 0.0),
-                            std::nextafter(31.0, 99.0), kNaN, kInfinity}) {
+  EXPECT_TRUE(ltc_is_valid_frame_rate(23) && ltc_is_valid_frame_rate(31));
+  for (const double rate : {-25.0, std::nextafter(23.0, 0.0), std::nextafter(31.0, 99.0), kNaN}) {
     EXPECT_FALSE(ltc_is_valid_frame_rate(rate)) << rate;
   }
 }
 
 TEST(ltc_utils, DetectionTakesTheNearestRateThatTheFrameDigitsAllow) {
-  struct Case {
+  const struct {
     int frames;
     bool drop;
     double rate;
     std::uint32_t type;
-  };
-  const std::vector<Case> cases = {
+  } cases[] = {
       {0, false, 23.976, kSMPTETimeType2398},
       {23, false, 24.0, kSMPTETimeType24},
       {23, false, 25.1, kSMPTETimeType25},
@@ -389,7 +372,7 @@ TEST(ltc_utils, DetectionTakesTheNearestRateThatTheFrameDigitsAllow) {
       {0, false, 0.0, kSMPTETimeType2398},
       {0, true, 0.0, kSMPTETimeType2997Drop},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SMPTETime t = timeOf(7, 99, 1, 0, c.frames);  // digits are not looked at otherwise
     t.mFlags = kSMPTETimeRunning;
     SMPTETime expected = t;
@@ -398,17 +381,13 @@ TEST(ltc_utils, DetectionTakesTheNearestRateThatTheFrameDigitsAllow) {
     EXPECT_EQ(ltc_detect_frame_format(t, c.drop ? 0x80 : 0, c.rate), 0);
     EXPECT_TRUE(sameBytes(t, expected)) << c.frames << " at " << c.rate << ": " << t.mType;
   }
-  for (const int frames : {30, -1}) {
-    SMPTETime t = timeOf(kSMPTETimeType25, 1, 2, 3, frames);
-    const SMPTETime before = t;
-    EXPECT_EQ(ltc_detect_frame_format(t, 0, 25.0), -1);
-    EXPECT_TRUE(sameBytes(t, before)) << "impossible digits leave the record";
-  }
-  for (const double rate : {kNaN, kInfinity, -kInfinity}) {
-    SMPTETime t = timeOf(kSMPTETimeType25, 1, 2, 3, 4);
-    EXPECT_EQ(ltc_detect_frame_format(t, 0, rate), -1);
-    EXPECT_EQ(t.mFlags, 0U);
-  }
+  SMPTETime t = timeOf(kSMPTETimeType25, 1, 2, 3, 30);
+  const SMPTETime before = t;
+  EXPECT_EQ(ltc_detect_frame_format(t, 0, 25.0), -1);
+  EXPECT_TRUE(sameBytes(t, before)) << "impossible digits leave the record";
+  t.mFrames = 4;
+  EXPECT_EQ(ltc_detect_frame_format(t, 0, kNaN), -1);
+  EXPECT_EQ(t.mFlags, 0U);
 }
 
 TEST(ltc_utils, TextNeverLeavesTwelveBytesWhateverTheFieldsHold) {

@@ -29,35 +29,6 @@ std::string repeated(std::string_view unit, std::size_t size) {
   return text;
 }
 
-TEST(OscPattern, GivesThePositionsOfTheRules) {
-  constexpr std::optional<std::size_t> kNothing;
-  const struct {
-    std::string_view pattern;
-    std::string_view path;
-    std::optional<std::size_t> result;
-  } cases[] = {
-      {"/velor/transport/play", "/velor", 6},
-      {"/velor", "/velor/speed", kNothing},
-      // A star stays within its level; the furthest of its ways counts, even a failed one.
-      {"/velor/*", kPlay, kNothing},
-      {"/*[x]yz", "/ab", 2},
-      // Any number of levels, also none.
-      {"//play", kPlay, 6},
-      {"//v//t*//p*", kPlay, 11},
-      // A set or a list that does not fit gives its own position.
-      {"/velor/[a-z]rm", "/velor/arm", 14},
-      {"/velor/[xyz]", "/velor/speed", 7},
-      {"/[-a][a-]x]b]", "/-xb", 12},
-      {"/[\x80-a]", "/A", 6},
-      {"/{speed,arm}", "/arm", 12},
-      {"/{a,ab}c", "/abc", kNothing},
-      {"/{a", "/a", kNothing},
-  };
-  for (const auto& [pattern, path, result] : cases) {
-    EXPECT_EQ(match(pattern, path), result) << pattern << " with " << path;
-  }
-}
-
 TEST(OscPattern, AllWaysAtOnceLeadAsFarAsEachWayAlone) {
   std::mt19937 random(20261121);
   const auto draw = [&random](std::string_view characters, std::size_t most) {

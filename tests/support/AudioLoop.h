@@ -66,10 +66,9 @@ class AudioPlayer {
   KAAUGraph graph;
   std::shared_ptr<KAHALDeviceOutputUnit> output;
   std::atomic<std::uint32_t> cycles{0};
-  std::atomic<std::uint32_t> work{0};     // turns of a loop at the end of each cycle
-  std::atomic<bool> isPlaying{false};     // within the callback
-  std::atomic<std::uint32_t> longest{0};  // frames of a cycle
-  std::atomic<OSStatus> result;           // of the callback
+  std::atomic<std::uint32_t> work{0};  // turns of a loop at the end of each cycle
+  std::atomic<bool> isPlaying{false};  // within the callback
+  std::atomic<OSStatus> result;        // of the callback
 
  private:
   static OSStatus play(const host::RealtimeContext&, void* self, const AudioTimeStamp& time,
@@ -81,7 +80,6 @@ class AudioPlayer {
       channels[1][i] = -sample;
     }
     player.isPlaying = true;
-    player.longest = std::max(player.longest.load(), frames);
     ++player.cycles;
     for (std::uint32_t i = player.work; i > 0; --i) {
       std::atomic_signal_fence(std::memory_order_seq_cst);  // keeps the loop

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/JackTestClient.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace velor::test {
@@ -49,19 +50,17 @@ bool JackTestClient::isConnected(const std::string& from, const std::string& to)
   if (port == nullptr) {
     return false;
   }
-  const char** names = mJack->jack_port_get_all_connections(mClient, port);
-  bool found = false;
-  for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
-    found = found || to == *name;
-  }
-  mJack->jack_free(names);
-  return found;
+  const auto names = taken(mJack->jack_port_get_all_connections(mClient, port));
+  return std::find(names.begin(), names.end(), to) != names.end();
 }
 
 std::vector<std::string> JackTestClient::ports(const std::string& pattern, const char* type) const {
+  return taken(
+      mJack->jack_get_ports(mClient, pattern.c_str(), type != nullptr ? type : mPortType, 0));
+}
+
+std::vector<std::string> JackTestClient::taken(const char** names) const {
   std::vector<std::string> result;
-  const char** names =
-      mJack->jack_get_ports(mClient, pattern.c_str(), type != nullptr ? type : mPortType, 0);
   for (const char** name = names; name != nullptr && *name != nullptr; ++name) {
     result.emplace_back(*name);
   }

@@ -54,6 +54,9 @@ class JackTestClient {
   jack_client_t* mClient = nullptr;
 
  private:
+  // Frees the list of the library.
+  std::vector<std::string> taken(const char** names) const;
+
   const char* const mPortType;
 };
 

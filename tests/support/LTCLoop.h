@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstdint>
@@ -19,7 +18,7 @@
 #include "sim/SimulatedHost.h"
 #include "sim/VirtualCable.h"
 #include "tests/support/AudioLoop.h"
-#include "tests/support/LTCFrameRate.h"
+#include "tests/support/LTCTime.h"
 
 namespace velor {
 

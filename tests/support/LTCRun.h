@@ -20,8 +20,8 @@
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "sim/SimulatedHost.h"
 #include "tests/support/AudioLoop.h"
-#include "tests/support/LTCFrameRate.h"
 #include "tests/support/LTCSignalReader.h"
+#include "tests/support/LTCTime.h"
 #include "tests/support/PublishedLTC.h"
 
 namespace velor {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "kvtimecode/SMPTETime.h"
-#include "tests/support/LTCFrameRate.h"
+#include "tests/support/LTCTime.h"
 
 // Signals of LTC as they come from tapes, cables and other machines, and what stands
 // in them. The same seed gives the same signal.

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -14,6 +13,7 @@
 #include "platform/host/SystemHost.h"
 #include "platform/media/MediaService.h"
 #include "platform/media/gstreamer/GStreamerMedia.h"
+#include "tests/support/AudioLoop.h"
 #include "tests/support/TestClip.h"
 
 namespace velor::test {
@@ -76,30 +76,20 @@ class PlayerRig : public media::PlayerDelegate {
     int width = 0;
   };
 
-  PlayerRig() : audio(outsides()) {
-    audio::setService(&audio);
-    ear = std::make_unique<ClickEar>(audio);
-  }
   ~PlayerRig() {
     player.reset();
     ear.reset();
     audio::setService(nullptr);
   }
 
-  std::string open(const std::filesystem::path& file, bool wantsVideo = true) {
-    auto made = media.initWithURL({file, wantsVideo}, *this);
-    if (!made) {
-      return made.error().text;
-    }
-    player = std::move(*made);
-    return {};
-  }
   /// As far as it comes.
   media::PlayerStatus openFully(const std::filesystem::path& file, bool wantsVideo = true) {
-    if (const std::string problem = open(file, wantsVideo); !problem.empty()) {
-      error = problem;
+    auto made = media.initWithURL({file, wantsVideo}, *this);
+    if (!made) {
+      error = made.error().text;
       return media::PlayerStatus::failed;
     }
+    player = std::move(*made);
     until(25, [this] { return player->status() != media::PlayerStatus::unknown; });
     error = player->error();
     return player->status();
@@ -119,9 +109,9 @@ class PlayerRig : public media::PlayerDelegate {
   }
   std::uint64_t now() const { return host.AudioGetCurrentHostTime(); }
 
-  void playerStatusDidChange(media::Player&) override { ++statusChanges; }
+  void playerStatusDidChange(media::Player&) override {}
   void playerDidJump(media::Player&, media::MediaTime time) override { jumps.push_back(time); }
-  void playerRateDidChange(media::Player&) override { ++rateChanges; }
+  void playerRateDidChange(media::Player&) override {}
   void playerHasFrame(media::Player& from) override {
     const std::uint64_t at = now();
     if (const auto frame = from.takeFrame()) {
@@ -130,22 +120,14 @@ class PlayerRig : public media::PlayerDelegate {
   }
 
   host::SystemHost host;
-  audio::AudioService audio;
-  std::unique_ptr<ClickEar> ear;
+  const std::unique_ptr<audio::AudioService> audio =
+      audio::serviceOver(std::make_unique<audio::BuiltinAudio>());
+  std::unique_ptr<ClickEar> ear = std::make_unique<ClickEar>(*audio);
   media::GStreamerMedia media;
   std::unique_ptr<media::Player> player;
   std::string error;
   std::vector<Shown> shown;
   std::vector<media::MediaTime> jumps;
-  int statusChanges = 0;
-  int rateChanges = 0;
-
- private:
-  static std::vector<std::unique_ptr<audio::AudioOutside>> outsides() {
-    std::vector<std::unique_ptr<audio::AudioOutside>> made;
-    made.push_back(std::make_unique<audio::BuiltinAudio>());
-    return made;
-  }
 };
 
 }  // namespace velor::test

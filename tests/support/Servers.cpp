@@ -72,16 +72,20 @@ Process::Process(const std::vector<std::string>& command,
   if (mId > 0) {
     return;
   }
-  // A test that is killed takes its servers along.
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  for (const std::string& entry : environment) {
-    putenv(strdup(entry.c_str()));
-  }
   const auto redirect = [](const std::string& path, int descriptor) {
     dup2(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), descriptor);
   };
   redirect(output, STDOUT_FILENO);
   redirect(errors.empty() ? output : errors, STDERR_FILENO);
+  become(command, environment);
+}
+
+void become(const std::vector<std::string>& command, const std::vector<std::string>& environment) {
+  // A test that is killed takes its servers along.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  for (const std::string& entry : environment) {
+    putenv(strdup(entry.c_str()));
+  }
   std::vector<char*> arguments;
   for (const std::string& argument : command) {
     arguments.push_back(const_cast<char*>(argument.c_str()));
@@ -141,6 +145,15 @@ int Process::end(int signal) {
   return waitForEnd(10);
 }
 
+Process startBus(const std::string& path, const std::string& log) {
+  // The rules of a session bus let its one user do all.
+  Process bus(
+      {"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=unix:path=" + path}, {},
+      log);
+  waitFor(10, [&path] { return std::filesystem::exists(path); });
+  return bus;
+}
+
 void Server::enter() const {
   for (const std::string& entry : environment()) {
     const auto split = entry.find('=');
@@ -188,10 +201,7 @@ void PipeWireServer::start() {
   auto all = environment();
   all.push_back("XDG_CONFIG_HOME=" + mFolder.path().string() + "/config");
   all.push_back("XDG_STATE_HOME=" + mFolder.path().string() + "/state");
-  mBus = Process({"dbus-daemon", "--session", "--nofork", "--nopidfile",
-                  "--address=unix:path=" + mFolder.path().string() + "/bus"},
-                 all, log);
-  waitFor(10, [this] { return std::filesystem::exists(mFolder.path().string() + "/bus"); });
+  mBus = startBus(mFolder.path().string() + "/bus", log);
   mServer = Process({"pipewire"}, all, log);
   waitFor(10, [this] { return std::filesystem::exists(mFolder.path().string() + "/pipewire-0"); });
   mManager = Process({"wireplumber"}, all, log);
@@ -243,11 +253,7 @@ void AvahiServer::start() {
   const std::string folder = mFolder.path().string();
   if (!mBus.isRunning()) {
     killBus();
-    // The rules of a session bus let its one user do all.
-    mBus = Process(
-        {"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=unix:path=" + busPath()},
-        {}, folder + "/bus.log");
-    waitFor(10, [] { return std::filesystem::exists(busPath()); });
+    mBus = startBus(busPath(), folder + "/bus.log");
   }
   std::ofstream(folder + "/avahi.conf")
       << "[server]\nhost-name=velor-test\nallow-interfaces=lo\nuse-ipv6=no\n"

@@ -19,6 +19,8 @@ class Process {
   /// the file `output`, standard error to `errors`, or to the same when that is empty.
   Process(const std::vector<std::string>& command, const std::vector<std::string>& environment,
           const std::string& output, const std::string& errors = "");
+  /// A child that this process has forked.
+  explicit Process(pid_t id) : mId(id) {}
   ~Process();
   Process(Process&& other) noexcept;
   Process& operator=(Process&& other) noexcept;
@@ -37,6 +39,13 @@ class Process {
  private:
   pid_t mId = -1;
 };
+
+/// The child of a fork turns into the command.
+[[noreturn]] void become(const std::vector<std::string>& command,
+                         const std::vector<std::string>& environment);
+
+/// A message bus at the path, which this is once it listens.
+Process startBus(const std::string& path, const std::string& log);
 
 /// A server under a name or in a folder of its own, beside any that runs.
 /// `environment` is what its clients need; `enter` sets it in this process.

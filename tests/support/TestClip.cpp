@@ -2,6 +2,7 @@
 #include "tests/support/TestClip.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -82,10 +83,7 @@ void TestClip::make(const std::filesystem::path& file) const {
   }
   if (!frameRate.empty()) {
     add(command, "-vf scale=" + std::to_string(width) + ":" + std::to_string(height) +
-                     ":flags=neighbor -pix_fmt yuv420p -c:v " + videoCodec);
-    if (videoCodec == "libx264") {
-      add(command, "-preset ultrafast -g 25");
-    }
+                     ":flags=neighbor -pix_fmt yuv420p -c:v libx264 -preset ultrafast -g 25");
   }
   if (channels > 0) {
     add(command, "-c:a " + audioCodec);

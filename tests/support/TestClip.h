@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cmath>
-#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -19,7 +17,6 @@ struct TestClip {
   int height = 180;
   int channels = 2;  ///< 0 for no sound
   std::string title = "Clip of a test";
-  std::string videoCodec = "libx264";    ///< with any options of ffmpeg
   std::string audioCodec = "pcm_s16le";  ///< exact to the sample
 
   /// Frames a second.

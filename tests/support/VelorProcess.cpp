@@ -3,11 +3,9 @@
 
 #include <poll.h>
 #include <pty.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 
 namespace velor::test {
@@ -16,6 +14,14 @@ std::vector<std::string> VelorFolders(const TemporaryFolder& folder) {
   const std::string path = folder.path().string();
   return {"XDG_DATA_HOME=" + path + "/data", "XDG_CONFIG_HOME=" + path + "/config",
           "XDG_STATE_HOME=" + path + "/state"};
+}
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
 }
 
 VelorProcess::VelorProcess(std::vector<std::string> arguments,
@@ -47,34 +53,22 @@ std::string VelorProcess::log() const {
 }
 
 VelorOnTerminal::VelorOnTerminal(unsigned short columns, std::vector<std::string> arguments,
-                                 const std::vector<std::string>& environment) {
+                                 std::vector<std::string> environment) {
   winsize size{};
   size.ws_col = columns;
   size.ws_row = 24;
-  mId = forkpty(&mTerminal, nullptr, nullptr, &size);
-  if (mId != 0) {
-    return;
+  const pid_t id = forkpty(&mTerminal, nullptr, nullptr, &size);
+  if (id == 0) {
+    arguments.insert(arguments.begin(), VELOR_PROGRAM);
+    const auto folders = VelorFolders(mFolder);
+    environment.insert(environment.begin(), folders.begin(), folders.end());
+    become(arguments, environment);
   }
-  for (const std::string& entry : VelorFolders(mFolder)) {
-    putenv(strdup(entry.c_str()));
-  }
-  for (const std::string& entry : environment) {
-    putenv(strdup(entry.c_str()));
-  }
-  arguments.insert(arguments.begin(), VELOR_PROGRAM);
-  std::vector<char*> pointers;
-  for (std::string& argument : arguments) {
-    pointers.push_back(argument.data());
-  }
-  pointers.push_back(nullptr);
-  execv(VELOR_PROGRAM, pointers.data());
-  _exit(127);
+  mProcess = Process(id);
 }
 
 VelorOnTerminal::~VelorOnTerminal() {
-  if (mId > 0) {
-    end(SIGKILL);
-  }
+  mProcess.end(SIGKILL);
   close(mTerminal);
 }
 
@@ -107,30 +101,23 @@ void VelorOnTerminal::hold() {
   [[maybe_unused]] const ssize_t written = write(mTerminal, &stop, 1);
 }
 
+// Also to one that has just ended, whose status is still to be read.
+void VelorOnTerminal::send(int signal) {
+  if (mProcess.id() > 0) {
+    kill(mProcess.id(), signal);
+  }
+}
+
 int VelorOnTerminal::endUnread(int signal, double seconds) {
-  if (mId <= 0) {
-    return -1;  // never kill(-1, ...): that is everybody
-  }
-  kill(mId, signal);
-  int status = 0;
-  if (!waitFor(seconds, [&] { return waitpid(mId, &status, WNOHANG) == mId; })) {
-    return -1;
-  }
-  mId = -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  send(signal);
+  return mProcess.waitForEnd(seconds);
 }
 
 int VelorOnTerminal::end(int signal) {
-  if (mId <= 0) {
-    return -1;
-  }
-  kill(mId, signal);
+  send(signal);
   while (readSome(5000)) {
   }
-  int status = 0;
-  waitpid(mId, &status, 0);
-  mId = -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return mProcess.waitForEnd(10);
 }
 
 }  // namespace velor::test

@@ -11,6 +11,9 @@ namespace velor::test {
 /// The variables by which the program keeps all that it keeps in this folder.
 std::vector<std::string> VelorFolders(const TemporaryFolder& folder);
 
+/// How often the part stands in the text.
+std::size_t countOf(const std::string& text, const std::string& part);
+
 /// The program, started with these arguments, with folders of its own.
 class VelorProcess {
  public:
@@ -38,7 +41,7 @@ class VelorProcess {
 class VelorOnTerminal {
  public:
   VelorOnTerminal(unsigned short columns, std::vector<std::string> arguments,
-                  const std::vector<std::string>& environment);
+                  std::vector<std::string> environment);
   ~VelorOnTerminal();
   VelorOnTerminal(const VelorOnTerminal&) = delete;
   VelorOnTerminal& operator=(const VelorOnTerminal&) = delete;
@@ -57,10 +60,11 @@ class VelorOnTerminal {
 
  private:
   bool readSome(int milliseconds);
+  void send(int signal);
 
   TemporaryFolder mFolder;
   int mTerminal = -1;
-  pid_t mId = -1;
+  Process mProcess;
   std::string mText;
 };
 

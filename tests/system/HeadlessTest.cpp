@@ -39,14 +39,6 @@ class Headless : public testing::Test {
 // With no server, so other tests may run at the same time.
 class HeadlessAlone : public Headless {};
 
-std::size_t countOf(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-    ++count;
-  }
-  return count;
-}
-
 TEST_F(Headless, WithoutAServerItRunsSaysSoOnceAndConnectsOnceOneAppearsAndDescriptorsAreLeft) {
   VelorProcess velor({"--headless", "--play"}, mServer.environment());
   ASSERT_TRUE(waitFor(5, [&] { return !velor.errors().empty(); }));

@@ -13,6 +13,7 @@
 
 #include "tests/support/FairRun.h"
 #include "tests/support/JackPeer.h"
+#include "tests/support/Kind.h"
 #include "tests/support/Servers.h"
 #include "tests/support/VelorProcess.h"
 #include "tests/system/MTCStream.h"
@@ -69,10 +70,7 @@ void expectGrid(const std::vector<Block>& blocks, const WireFormat& format, doub
       quantile(distances, 1.0) * 1e6);
 }
 
-struct ServerKind {
-  const char* name;
-  std::unique_ptr<Server> (*make)();
-};
+using ServerKind = Kind<Server>;
 
 class MTCOnTheWire : public testing::TestWithParam<ServerKind> {};
 
@@ -140,8 +138,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         ServerKind{"jack128", [] { return std::unique_ptr<Server>(new JackServer(128)); }},
         ServerKind{"jack1024", [] { return std::unique_ptr<Server>(new JackServer(1024)); }},
-        ServerKind{"pipewire", [] { return std::unique_ptr<Server>(new PipeWireServer); }}),
-    [](const auto& kind) { return std::string(kind.param.name); });
+        ServerKind::of<PipeWireServer>("pipewire")),
+    kNameOfKind);
 
 // Waits until the port has had so many blocks in all; false after 5 s.
 bool awaitBlocks(const JackPeer& recorder, std::size_t count) {
@@ -194,15 +192,11 @@ TEST(MTCOverChanges, AfterAPipeWireHasChangedItsRateAndPeriodNoBlockIsLostOrDoub
     PipeWireServer server;
     const RunAt25 run(server);
     JackPeer& recorder = *run.recorder;
-    struct Setting {
-      int rate;
-      int period;
-    };
-    for (const Setting& setting : {Setting{96000, 256}, Setting{44100, 1024}}) {
-      server.force(setting.rate, setting.period);
-      ASSERT_TRUE(waitFor(5, [&] { return recorder.sampleRate() == setting.rate; }));
+    for (const auto& [rate, period] : {std::pair(96000, 256), std::pair(44100, 1024)}) {
+      server.force(rate, period);
+      ASSERT_TRUE(waitFor(5, [&, wanted = rate] { return recorder.sampleRate() == wanted; }));
       sleepSeconds(0.3);
-      expectUnbroken(nextSecond(recorder), wireFormat("25"), setting.rate);
+      expectUnbroken(nextSecond(recorder), wireFormat("25"), rate);
     }
   });
 }

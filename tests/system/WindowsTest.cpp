@@ -2,18 +2,12 @@
 // The windows as their users meet them: keys and clicks by an X server, texts by the
 // accessibility bus, time by OSC.
 #include <gtest/gtest.h>
-#include <net/if.h>
-#include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -29,41 +23,12 @@ namespace {
 
 constexpr double kPatience = 10;  // seconds
 
-// What the program announces and sends must not leave the machine. Empty, or the reason why
-// there is no network of our own.
-std::string enterNetworkOfOurOwn() {
-  static const std::string problem = []() -> std::string {
-    const uid_t user = getuid();
-    if (unshare(CLONE_NEWNET) != 0) {
-      if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
-        return std::strerror(errno);
-      }
-      std::ofstream("/proc/self/uid_map") << user << " " << user << " 1";
-    }
-    const int any = socket(AF_INET, SOCK_DGRAM, 0);
-    ifreq loopback{};
-    std::strcpy(loopback.ifr_name, "lo");
-    loopback.ifr_flags = IFF_UP;
-    const bool isUp = ioctl(any, SIOCSIFFLAGS, &loopback) == 0;
-    close(any);
-    return isUp ? "" : "the loopback interface stays down";
-  }();
-  return problem;
-}
-
 class Windows : public testing::Test {
  protected:
   void SetUp() override {
-    if (const std::string problem = enterNetworkOfOurOwn(); !problem.empty()) {
-      GTEST_SKIP() << "no network namespace: " << problem;
-    }
-    mPort = freePort();
-    mDump = std::make_unique<OSCDump>();
-    mBus = Process({"dbus-daemon", "--session", "--nofork", "--nopidfile",
-                    "--address=unix:path=" + file("bus")},
-                   {}, file("bus.log"));
-    ASSERT_TRUE(waitFor(kPatience, [this] { return std::filesystem::exists(file("bus")); }));
+    mBus = startBus(file("bus"), file("bus.log"));
     setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + file("bus")).c_str(), 1);
+    // A daemon of the machine would announce the program on the network.
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
     setenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1", 1);
     setenv("XDG_RUNTIME_DIR", mFolder.path().c_str(), 1);
@@ -100,11 +65,8 @@ class Windows : public testing::Test {
 
   std::unique_ptr<VelorProcess> start(std::vector<std::string> arguments,
                                       std::vector<std::string> environment = {}) {
-    for (const std::string& each :
-         {std::string("--osc-port"), mPort, std::string("--osc-allow"), std::string("127.0.0.1"),
-          std::string("--osc-target"), "127.0.0.1:" + mDump->port()}) {
-      arguments.push_back(each);
-    }
+    arguments.insert(arguments.end(), {"--osc-port", mPort, "--osc-allow", "127.0.0.1",
+                                       "--osc-target", "127.0.0.1:" + mDump.port()});
     for (const auto& more : {mServer.environment(), VelorFolders(mFolder)}) {
       environment.insert(environment.end(), more.begin(), more.end());
     }
@@ -155,8 +117,8 @@ class Windows : public testing::Test {
 
   const TemporaryFolder mFolder;
   const JackServer mServer;  // not started
-  std::string mPort;
-  std::unique_ptr<OSCDump> mDump;  // within the network namespace
+  const std::string mPort = freePort();
+  const OSCDump mDump;
   Process mBus;
   Process mDisplay;
   Process mManager;
@@ -173,10 +135,10 @@ TEST_F(Windows, AShowIsSetUpPlayedSavedLeftAndFoundAgain) {
   expectTime("01:02:03:04");
   // Play, and stop three times: stopped, back to the start, and there it stays. Then to zero.
   key("space");
-  std::size_t line = mDump->waitForLine("/velor/transport/play f 1.000000");
-  line = mDump->waitForLine("/velor/time s \"01:02:03:10\"", line);
+  std::size_t line = mDump.waitForLine("/velor/transport/play f 1.000000");
+  line = mDump.waitForLine("/velor/time s \"01:02:03:10\"", line);
   click("place Stop");
-  mDump->waitForLine("/velor/transport/stop f 1.000000", line);
+  mDump.waitForLine("/velor/transport/stop f 1.000000", line);
   click("place Stop");
   expectTime("01:02:03:04");
   click("place Stop");
@@ -229,7 +191,7 @@ TEST_F(Windows, AShowIsSetUpPlayedSavedLeftAndFoundAgain) {
   EXPECT_TRUE(std::filesystem::exists(file("show.velor")));
   // The quit asks while the clock runs.
   key("space");
-  mDump->waitForLine("/velor/transport/play f 1.000000", line);
+  mDump.waitForLine("/velor/transport/play f 1.000000", line);
   key("ctrl+q");
   expect("windows", "Devices_are_running_-_Quit_anyway?; Velor");
   key("Return");
@@ -255,17 +217,9 @@ TEST_F(Windows, OnWaylandItStartsPlaysPaintsAndEnds) {
       << fileContents(file("weston.log"));
   const auto velor =
       start({"--play", "--start", "10:00:00:00"}, {"WAYLAND_DISPLAY=wayland", "WAYLAND_DEBUG=1"});
-  mDump->waitForLine("/velor/time s \"10:00:02:00\"");
+  mDump.waitForLine("/velor/time s \"10:00:02:00\"");
   // Each picture is a request of the client, which its library reports.
-  const auto pictures = [&velor] {
-    const std::string requests = velor->errors();
-    int count = 0;
-    for (auto at = requests.find(".commit()"); at != std::string::npos;
-         at = requests.find(".commit()", at + 1)) {
-      ++count;
-    }
-    return count;
-  };
+  const auto pictures = [&velor] { return countOf(velor->errors(), ".commit()"); };
   EXPECT_TRUE(waitFor(kPatience, [&] { return pictures() > 10; })) << pictures();
   EXPECT_EQ(velor->end(SIGTERM), 0);
   weston.end(SIGTERM);

@@ -7,12 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "Kv-Appkit/KVException.h"
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVRandom.h"
 #include "tests/support/ErrOf.h"
 #include "tests/support/MIDITest.h"
-#include "tests/support/ScriptedMIDIService.h"
 
 namespace velor {
 namespace {
@@ -60,7 +58,7 @@ class KVMIDICoreTest : public MIDITest {
 
 TEST_F(KVMIDICoreTest, ListsFollowThePlatformAndWhoStaysKeepsItsObject) {
   const auto keys = mOutside->appear(MIDIEndpointKind::source, "keys");
-  const auto synth = mOutside->appear(MIDIEndpointKind::destination, "synth");
+  mOutside->appear(MIDIEndpointKind::destination, "synth");
   EXPECT_EQ(refs(core().sources()), std::vector{keys});  // also what came before the core
   const auto keysObject = core().sources()[0];
   const auto synthObject = core().destinations()[0];
@@ -84,9 +82,7 @@ TEST_F(KVMIDICoreTest, ListsFollowThePlatformAndWhoStaysKeepsItsObject) {
   ASSERT_EQ(refs(core().sources()), (std::vector{keys, pads}));
   EXPECT_NE(core().sources()[0], keysObject) << "gone in between, so it is another object";
   EXPECT_TRUE(core().sources()[0]->isEqual(*keysObject));
-  EXPECT_EQ(core().sources()[1], padsObject);
   EXPECT_EQ(core().destinations(), KVMIDICore::Endpoints{synthObject});
-  EXPECT_EQ(refs(core().destinations()), std::vector{synth});
 }
 
 TEST_F(KVMIDICoreTest, EndpointsOfOneKeyBecomeTheOneThatWasKnown) {
@@ -179,58 +175,6 @@ TEST_F(KVMIDICoreTest, ThereIsOneClientANameAndItsEndpointsGoWithTheCore) {
   EXPECT_EQ(mTable.MIDIGetNumberOfSources(), 1U);
   EXPECT_EQ(mTable.MIDIClientDispose(client), midi::kMIDIInvalidClient);
   EXPECT_EQ(core().sources().size(), 1U) << "another core begins anew";
-}
-
-class KVMIDICoreFailureTest : public testing::Test {
- protected:
-  KVMIDICoreFailureTest() { midi::setService(&mService); }
-  ~KVMIDICoreFailureTest() override {
-    KVSharedInstances::clear();
-    midi::setService(nullptr);
-  }
-
-  host::SimulatedHost mHost;
-  midi::ScriptedMIDIService mService;
-};
-
-TEST_F(KVMIDICoreFailureTest, AFailingCallIsMadeAgainAndItsSecondStatusIsReported) {
-  KVMIDICore& core = KVMIDICore::sharedCore();
-  mService.clients = {{-1}, {-2}};
-  EXPECT_EQ(errOf([&] { core.clientWithName("other"); }),
-            "err: Error: -[KVMIDICore clientWithName:] (-2)");
-  mService.searches = {{-10842}, {-3}, {-4}};
-  EXPECT_EQ(core.endpointWithUniqueId(9), 0U);
-  EXPECT_EQ(errOf([&] { core.endpointWithUniqueId(9); }),
-            "err: Error: -[KVMIDICore endpointWithUniqueId:] (-4)");
-}
-
-TEST_F(KVMIDICoreFailureTest, WhatTheSecondCallMadeIsTakenBack) {
-  KVMIDICore& core = KVMIDICore::sharedCore();
-  const midi::MIDIClientRef client = core.defaultClient();
-  mService.endpoints = mService.clients = {{-1}};
-  EXPECT_EQ(errOf([&] { core.createSource(client, "source", 1); }),
-            "err: Error: -[KVMIDICore createSource:name:uniqueID:] (0)");
-  EXPECT_THROW(core.clientWithName("other"), KVException);
-  KVSharedInstances::clear();
-  EXPECT_EQ(mService.disposed, (std::vector<midi::MIDIObjectRef>{client + 1, client + 2, client}));
-}
-
-TEST_F(KVMIDICoreFailureTest, AnEndpointThatCannotBeReadIsInNoList) {
-  mService.integers = {{1, {{midi::kMIDIPropertyUniqueID, {-1, 0}}}},
-                       {2,
-                        {{midi::kMIDIPropertyUniqueID, {0, 7}},
-                         {midi::kMIDIPropertyDeviceID, {midi::kMIDIUnknownProperty, 99}}}},
-                       {3, {{midi::kMIDIPropertyDeviceID, {-1, 0}}}}};
-  const auto sources = KVMIDICore::sharedCore().sources();
-  ASSERT_EQ(sources.size(), 1U);
-  EXPECT_EQ(sources[0]->endpoint(), 2U);
-  EXPECT_EQ(KVMIDICore::sharedCore().keyForEndpoint(2), 7);
-}
-
-TEST_F(KVMIDICoreFailureTest, WithoutAClientTheProgramEnds) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  mService.next = 0;
-  EXPECT_DEATH(KVMIDICore::sharedCore(), "failed to create MIDI Client");
 }
 
 }  // namespace

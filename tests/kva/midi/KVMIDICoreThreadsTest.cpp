@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "Kv-Appkit/KVShared.h"

@@ -7,10 +7,8 @@
 #include <cstdint>
 #include <memory>
 #include <random>
-#include <string>
 #include <vector>
 
-#include "tests/support/ExactDrop.h"
 #include "tests/support/LTCRun.h"
 
 namespace velor {
@@ -211,39 +209,6 @@ TEST(KVLTCGeneratorPhase, EveryFrameOfEachFormatIsThePublishedOneAndLibltcReadsA
       EXPECT_LE(run.settledWorst, 1 + kRounding);
       EXPECT_GE(read + 2, static_cast<std::size_t>(run.frames));
     }
-  }
-}
-
-// The incoming times are those of every second frame.
-TEST(KVLTCGeneratorPhase, ADroppedMinuteRepeatsANumberFromAnOddFrameOnUnlessDropIsExact) {
-  constexpr const char* kWhole = "59;28 59;29 00;02 00;03 00;04 00;05 ";
-  constexpr const char* kRepeated = "59;28 59;29 00;02 00;02 00;03 00;05 ";
-  struct Case {
-    std::int32_t firstFrame;
-    bool isExact;
-    const char* labels;
-  };
-  for (const Case& each : {Case{58 * 30, false, kWhole}, Case{58 * 30, true, kWhole},
-                           Case{58 * 30 + 1, false, kRepeated}, Case{58 * 30 + 1, true, kWhole}}) {
-    const ExactDrop exact(each.isExact);
-    const LTCScenario scenario = {.type = kSMPTETimeType2997Drop, .firstFrame = each.firstFrame};
-    LTCRun run(scenario);
-    run.generator->setLevel(0.5F);
-    LibltcReader reader(scenario.sampleRate * run.frameSeconds());
-    std::string labels;
-    run.onSamples = [&](std::vector<float>& samples) {
-      for (LTCFrame frame : reader.read(samples)) {
-        SMPTETimecode time;
-        ::ltc_frame_to_time(&time, &frame, 0);
-        char text[8];
-        std::snprintf(text, sizeof text, "%02u;%02u ", time.secs % 60U, time.frame % 30U);
-        labels += text;
-      }
-    };
-    run.start();
-    run.run(3);
-    EXPECT_EQ(labels.substr(labels.find("59;28"), 36), each.labels)
-        << each.firstFrame << ' ' << each.isExact;
   }
 }
 

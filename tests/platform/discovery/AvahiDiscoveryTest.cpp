@@ -48,7 +48,7 @@ class AvahiDiscoveryTest : public testing::Test {
     EXPECT_TRUE(until([&] { return mWitness->resolved.size() == 1; }));
     return found;
   }
-  bool until(const std::function<bool()>& condition) { return test::until(mHost, 15, condition); }
+  static bool until(const std::function<bool()>& condition) { return test::until(15, condition); }
   // What avahi-browse sees now, a line per service.
   std::string seenByPeer() {
     const std::string path = mFolder.path().string() + "/seen-" + std::to_string(++mLooks);

@@ -13,6 +13,7 @@
 #include "sim/BuiltinDiscovery.h"
 #include "sim/SimulatedHost.h"
 #include "tests/platform/discovery/DiscoveryWitness.h"
+#include "tests/support/Kind.h"
 #include "tests/support/Until.h"
 
 namespace velor::discovery {
@@ -24,17 +25,12 @@ struct Setting {
   // The daemon, or its counterpart.
   virtual void killDaemon() = 0;
   virtual void startDaemon() = 0;
-  // Runs the main loop until the condition holds; false after 15 s.
-  virtual bool until(const std::function<bool()>& condition) = 0;
 };
 
 struct BuiltinSetting final : Setting {
   BuiltinSetting() { setService(&mDiscovery); }
   void killDaemon() override { mDiscovery.setRunning(false); }
   void startDaemon() override { mDiscovery.setRunning(true); }
-  bool until(const std::function<bool()>& condition) override {
-    return test::until(mHost, 15, condition);
-  }
   host::SimulatedHost mHost;
   BuiltinDiscovery mDiscovery;
 };
@@ -48,18 +44,12 @@ struct AvahiSetting final : Setting {
   }
   void killDaemon() override { mServer.kill(); }
   void startDaemon() override { mServer.start(); }
-  bool until(const std::function<bool()>& condition) override {
-    return test::until(mHost, 15, condition);
-  }
   test::AvahiServer mServer;
   host::SystemHost mHost;
   std::unique_ptr<AvahiDiscovery> mDiscovery;
 };
 
-struct DiscoveryKind {
-  const char* name;
-  std::unique_ptr<Setting> (*make)();
-};
+using DiscoveryKind = test::Kind<Setting>;
 
 class DiscoveryContract : public testing::TestWithParam<DiscoveryKind> {
  protected:
@@ -77,7 +67,7 @@ class DiscoveryContract : public testing::TestWithParam<DiscoveryKind> {
   std::shared_ptr<NSNetServiceBrowser> search(const std::string& type = "_osc._udp.") {
     return DiscoveryWitness::search(mWitness, type);
   }
-  bool until(const std::function<bool()>& condition) { return mSetting->until(condition); }
+  static bool until(const std::function<bool()>& condition) { return test::until(15, condition); }
   bool untilThere(const std::string& name) {
     return until([&] { return mWitness->presentOfName(name) != nullptr; });
   }
@@ -184,12 +174,10 @@ TEST_P(DiscoveryContract, AnEndedSearchIsQuietAndBadFormsAreRefused) {
   EXPECT_EQ(mWitness->errors, std::vector<int>(3, NSNetServicesError::kBadArgument));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Services, DiscoveryContract,
-    testing::Values(
-        DiscoveryKind{"builtin", [] { return std::unique_ptr<Setting>(new BuiltinSetting); }},
-        DiscoveryKind{"avahi", [] { return std::unique_ptr<Setting>(new AvahiSetting); }}),
-    [](const auto& kind) { return std::string(kind.param.name); });
+INSTANTIATE_TEST_SUITE_P(Services, DiscoveryContract,
+                         testing::Values(DiscoveryKind::of<BuiltinSetting>("builtin"),
+                                         DiscoveryKind::of<AvahiSetting>("avahi")),
+                         test::kNameOfKind);
 
 }  // namespace
 }  // namespace velor::discovery

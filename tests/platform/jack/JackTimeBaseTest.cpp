@@ -73,16 +73,11 @@ TEST(JackTimeBase, CountsFramesPastTheWrapOfTheServersCounter) {
   }
 }
 
-TEST(JackTimeBase, FrameAndTimeOfACycleAreInversesAndANewRateIsANewEpoch) {
+TEST(JackTimeBase, ANewRateIsANewEpoch) {
   std::mt19937 random(3);
   Server server(50);
   JackTimeBase base;
-  JackCycle cycle = base.advance(server.next(random));
-  for (std::uint32_t offset = 0; offset < kPeriod; ++offset) {
-    EXPECT_EQ(cycle.frameAt(cycle.timeAt(offset)),
-              static_cast<std::int64_t>(cycle.startFrame + offset));
-  }
-  const std::uint32_t epoch = cycle.epoch;
+  const std::uint32_t epoch = base.advance(server.next(random)).epoch;
   EXPECT_EQ(base.advance(server.next(random)).epoch, epoch);
   JackTimeBase::Reading faster = server.next(random);
   faster.sampleRate = 96000;

@@ -12,13 +12,14 @@
 #include <utility>
 #include <vector>
 
-#include "platform/audio/AudioService.h"
 #include "platform/audio/builtin/BuiltinAudio.h"
 #include "platform/host/SystemHost.h"
 #include "platform/media/MediaService.h"
 #include "platform/media/gstreamer/GStreamerMedia.h"
 #include "sim/SimulatedHost.h"
 #include "sim/SimulatedMedia.h"
+#include "tests/support/AudioLoop.h"
+#include "tests/support/Kind.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestClip.h"
 #include "tests/support/Until.h"
@@ -32,10 +33,7 @@ using std::chrono::seconds;
 // A media service, and two files for it.
 struct Setting {
   virtual ~Setting() = default;
-  virtual host::Host& host() = 0;
   virtual MediaService& media() = 0;
-  // Lets the main loop run until the condition holds; false after so many seconds.
-  virtual bool until(double most, const std::function<bool()>& condition) = 0;
   // A clip of 10 s at 25 frames a second with two channels of sound and the title "Test clip".
   virtual std::filesystem::path clip() = 0;
   // By which what is shown may be off.
@@ -56,11 +54,7 @@ struct SimulatedSetting final : Setting {
     mMedia.clips["clip.mp4"].title = "Test clip";
     mMedia.clips["notes.mp4"].error = "notes.mp4: not a clip";
   }
-  host::Host& host() override { return mHost; }
   MediaService& media() override { return mMedia; }
-  bool until(double most, const std::function<bool()>& condition) override {
-    return test::until(mHost, most, condition);
-  }
   std::filesystem::path clip() override { return file("clip.mp4", ""); }
   MediaTime tolerance() override { return milliseconds(10); }  // of its tick
 
@@ -69,20 +63,9 @@ struct SimulatedSetting final : Setting {
 };
 
 // The service needs sound to go somewhere.
-std::vector<std::unique_ptr<audio::AudioOutside>> loopback() {
-  std::vector<std::unique_ptr<audio::AudioOutside>> outsides;
-  outsides.push_back(std::make_unique<audio::BuiltinAudio>());
-  return outsides;
-}
-
 struct GStreamerSetting final : Setting {
-  GStreamerSetting() { audio::setService(&mAudio); }
   ~GStreamerSetting() override { audio::setService(nullptr); }
-  host::Host& host() override { return mHost; }
   MediaService& media() override { return mMedia; }
-  bool until(double most, const std::function<bool()>& condition) override {
-    return test::until(mHost, most, condition);
-  }
   std::filesystem::path clip() override {
     test::TestClip{.title = "Test clip"}.make(folder.path() / "clip.mkv");
     return folder.path() / "clip.mkv";
@@ -90,14 +73,12 @@ struct GStreamerSetting final : Setting {
   MediaTime tolerance() override { return milliseconds(30); }  // of a machine that has other work
 
   host::SystemHost mHost;
-  audio::AudioService mAudio{loopback()};
+  const std::unique_ptr<audio::AudioService> mAudio =
+      audio::serviceOver(std::make_unique<audio::BuiltinAudio>());
   GStreamerMedia mMedia;
 };
 
-struct MediaKind {
-  const char* name;
-  std::unique_ptr<Setting> (*make)();
-};
+using MediaKind = test::Kind<Setting>;
 
 struct Recorder final : PlayerDelegate {
   void playerStatusDidChange(Player& /*player*/) override { ++reports; }
@@ -134,14 +115,14 @@ class PlayerContract : public testing::TestWithParam<MediaKind> {
     open(mSetting->clip());
     ASSERT_TRUE(until(5, [this] { return mPlayer->status() == PlayerStatus::readyToPlay; }));
   }
-  bool until(double most, const std::function<bool()>& condition) {
-    return mSetting->until(most, condition);
+  static bool until(double most, const std::function<bool()>& condition) {
+    return test::until(most, condition);
   }
   void pass(double duration) {
     const std::uint64_t end = now() + static_cast<std::uint64_t>(duration * 1e9);
     EXPECT_TRUE(until(duration + 5, [&] { return now() >= end; }));
   }
-  std::uint64_t now() { return mSetting->host().AudioGetCurrentHostTime(); }
+  static std::uint64_t now() { return host::current().AudioGetCurrentHostTime(); }
 
   // The timeline, between two looks at the host's time.
   void expectAt(float rate, MediaTime position, std::uint64_t hostTime) {
@@ -304,15 +285,10 @@ TEST_P(PlayerContract, APlayerThatHasEndedReportsNothing) {
   EXPECT_FALSE(isCompleted);
 }
 
-template <class SettingType>
-std::unique_ptr<Setting> make() {
-  return std::make_unique<SettingType>();
-}
-
 INSTANTIATE_TEST_SUITE_P(Players, PlayerContract,
-                         testing::Values(MediaKind{"Simulated", &make<SimulatedSetting>},
-                                         MediaKind{"GStreamer", &make<GStreamerSetting>}),
-                         [](const auto& tested) { return std::string(tested.param.name); });
+                         testing::Values(MediaKind::of<SimulatedSetting>("Simulated"),
+                                         MediaKind::of<GStreamerSetting>("GStreamer")),
+                         test::kNameOfKind);
 
 }  // namespace
 }  // namespace velor::media

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/host/SystemHost.h"
 #include "platform/midi/builtin/MIDIObjectTable.h"
@@ -19,17 +20,40 @@ namespace {
 
 constexpr std::uint64_t kMs = 1'000'000;
 
+// Another program, with these inputs.
+std::unique_ptr<test::JackPeer> peerWith(const char* name, const std::vector<std::string>& inputs) {
+  auto peer = std::make_unique<test::JackPeer>(name);
+  for (const std::string& each : inputs) {
+    peer->addInput(each);
+  }
+  peer->activate();
+  return peer;
+}
+
+void enterAndStart(test::Server& server) {
+  server.enter();
+  server.start();
+}
+
+// The service with a client and its output.
+struct Service {
+  Service() {
+    table.MIDIClientCreate("Velor", nullptr, nullptr, &client);
+    table.MIDIOutputPortCreate(client, "Velor Clock Out", &out);
+  }
+  MIDIObjectTable table{std::make_unique<JackMIDI>()};
+  MIDIClientRef client = 0;
+  MIDIPortRef out = 0;
+};
+
 class JackMIDITest : public testing::Test {
  protected:
-  JackMIDITest() {
-    mServer.enter();
-    mServer.start();
-  }
+  JackMIDITest() { enterAndStart(mServer); }
 
   void open() {
-    mTable = std::make_unique<MIDIObjectTable>(std::make_unique<JackMIDI>());
-    mTable->MIDIClientCreate("Velor", nullptr, nullptr, &mClient);
-    mTable->MIDIOutputPortCreate(mClient, "Velor Clock Out", &mOut);
+    mService = std::make_unique<Service>();
+    mTable = &mService->table;
+    mOut = mService->out;
   }
 
   // 0 when it is not there.
@@ -58,19 +82,13 @@ class JackMIDITest : public testing::Test {
     EXPECT_EQ(mTable->MIDISend(mOut, destination, list.get()), 0);
   }
 
-  // Another program, with an input "in".
-  static std::unique_ptr<test::JackPeer> makeDesk() {
-    auto desk = std::make_unique<test::JackPeer>("Desk");
-    desk->addInput("in");
-    desk->activate();
-    return desk;
-  }
+  static std::unique_ptr<test::JackPeer> makeDesk() { return peerWith("Desk", {"in"}); }
   std::uint64_t now() { return mHost.AudioGetCurrentHostTime(); }
 
   test::JackServer mServer;
   host::SystemHost mHost;
-  std::unique_ptr<MIDIObjectTable> mTable;
-  MIDIClientRef mClient = 0;
+  std::unique_ptr<Service> mService;
+  MIDIObjectTable* mTable = nullptr;  // the service's
   MIDIPortRef mOut = 0;
 };
 
@@ -106,11 +124,7 @@ TEST_F(JackMIDITest, NamesThatTheServersDeathLeftBehindAreNobodyElses) {
   desk.reset();
   ASSERT_TRUE(test::waitFor(3, [&] { return !mTable->isConnected(); }));
   mServer.start();
-  test::JackPeer other("Other");
-  for (const char* name : {"a", "b", "c", "d"}) {
-    other.addInput(name);
-  }
-  other.activate();
+  const auto other = peerWith("Other", {"a", "b", "c", "d"});
   for (const char* name : {"Other:a", "Other:b", "Other:c", "Other:d"}) {
     const MIDIEndpointRef endpoint = await(false, name);
     std::string shown;
@@ -150,24 +164,16 @@ TEST(JackMIDIAtALargePeriod, PortsThatAreDueTogetherOpenTogetherAlsoWhenTheServe
   test::inFairRun([] {
     constexpr std::size_t kPorts = 24;
     test::JackServer server(2048);
-    server.enter();
-    server.start();
+    enterAndStart(server);
     host::SystemHost host;
-    MIDIObjectTable table(std::make_unique<JackMIDI>());
-    MIDIClientRef client = 0;
-    MIDIPortRef out = 0;
-    table.MIDIClientCreate("Velor", nullptr, nullptr, &client);
-    table.MIDIOutputPortCreate(client, "Velor Clock Out", &out);
-    const auto makeDesk = [&] {
-      auto desk = std::make_unique<test::JackPeer>("Desk");
-      for (std::size_t i = 0; i < kPorts; ++i) {
-        desk->addInput("in " + std::to_string(i));
-      }
-      desk->activate();
-      return desk;
-    };
+    Service service;
+    MIDIObjectTable& table = service.table;
+    std::vector<std::string> inputs;
+    for (std::size_t i = 0; i < kPorts; ++i) {
+      inputs.push_back("in " + std::to_string(i));
+    }
     for (const char* when : {"at the start", "after the server's return"}) {
-      auto desk = makeDesk();
+      auto desk = peerWith("Desk", inputs);
       const auto areThere = [&] { return table.MIDIGetNumberOfDestinations() == kPorts; };
       std::uint64_t start = host.AudioGetCurrentHostTime();
       ASSERT_TRUE(test::waitFor(10, areThere));
@@ -176,7 +182,7 @@ TEST(JackMIDIAtALargePeriod, PortsThatAreDueTogetherOpenTogetherAlsoWhenTheServe
         start = host.AudioGetCurrentHostTime();
       }
       for (std::size_t i = 0; i < kPorts; ++i) {
-        EXPECT_EQ(table.MIDISend(out, table.MIDIGetDestination(i), PacketList(0).get()), 0);
+        EXPECT_EQ(table.MIDISend(service.out, table.MIDIGetDestination(i), PacketList(0).get()), 0);
       }
       table.waitUntilSettled();
       const double seconds = static_cast<double>(host.AudioGetCurrentHostTime() - start) / 1e9;
@@ -221,16 +227,15 @@ TYPED_TEST_SUITE(JackMIDIOnServer, Servers);
 
 TYPED_TEST(JackMIDIOnServer, ConnectionsOfOthersToOurPortsOutlastTheServerAndNotTheirEnd) {
   TypeParam server;
-  server.enter();
-  server.start();
+  enterAndStart(server);
   host::SystemHost host;
-  MIDIObjectTable table(std::make_unique<JackMIDI>());
-  MIDIClientRef client = 0;
+  Service service;
+  MIDIObjectTable& table = service.table;
   MIDIEndpointRef endpoint = 0;
-  table.MIDIClientCreate("Velor", nullptr, nullptr, &client);
-  table.MIDISourceCreate(client, "LTC Reader 1", &endpoint);
+  table.MIDISourceCreate(service.client, "LTC Reader 1", &endpoint);
   table.MIDIDestinationCreate(
-      client, "LTC Generator 1", [](const MIDIPacketList*, void*, void*) {}, nullptr, &endpoint);
+      service.client, "LTC Generator 1", [](const MIDIPacketList*, void*, void*) {}, nullptr,
+      &endpoint);
   const std::string reader = "Velor:LTC Reader 1";
   const std::string generator = "Velor:LTC Generator 1";
 

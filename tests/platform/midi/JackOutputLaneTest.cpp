@@ -85,19 +85,6 @@ TEST(JackOutputLane, KeepsTheSpacingOfAListToTheSampleWhileTheServersTimeWanders
   }
 }
 
-TEST(JackOutputLane, WritesInTheOrderOfTimesWhateverTheOrderOfSending) {
-  JackOutputLane lane;
-  Callback callback(48000, 480);
-  lane.send(*PacketList(kStart + 25 * kMs, 10, 10 * kMs, 2).get(), kStart);
-  lane.send(*PacketList(kStart + 5 * kMs, 20, 10 * kMs, 2).get(), kStart);
-  lane.send(*PacketList(0, 30).get(), kStart + kMs);  // at once, as of its sending
-  for (int i = 0; i < 5; ++i) {
-    callback.run(lane);
-  }
-  EXPECT_EQ(callback.written(),
-            (std::vector<Written>{{4048, 30}, {4240, 20}, {4720, 21}, {5200, 10}, {5680, 11}}));
-}
-
 TEST(JackOutputLane, LatePacketsGoOutAtOnceAndThoseThatWaitedTooLongAreDroppedAndCounted) {
   JackOutputLane lane;
   Callback callback(48000, 480);

@@ -13,6 +13,7 @@
 #include "platform/midi/builtin/MIDIObjectTable.h"
 #include "platform/midi/jack/JackMIDI.h"
 #include "sim/SimulatedHost.h"
+#include "tests/support/Kind.h"
 #include "tests/support/PacketList.h"
 #include "tests/support/Until.h"
 
@@ -25,17 +26,13 @@ constexpr std::uint64_t kMs = 1'000'000;
 struct Setting {
   virtual ~Setting() = default;
   virtual MIDIService& midi() = 0;
-  virtual host::Host& host() = 0;
-  // Lets the main loop run until the condition holds; false after 5 s.
-  virtual bool until(const std::function<bool()>& condition) = 0;
+  // Of what is to be repeated: more than there are places, or what time allows.
+  virtual int rounds() = 0;
 };
 
 struct BuiltinSetting final : Setting {
   MIDIService& midi() override { return mTable; }
-  host::Host& host() override { return mHost; }
-  bool until(const std::function<bool()>& condition) override {
-    return test::until(mHost, 5, condition);
-  }
+  int rounds() override { return 300; }
   host::SimulatedHost mHost;
   MIDIObjectTable mTable{nullptr};
 };
@@ -47,20 +44,13 @@ struct JackSetting final : Setting {
     mTable = std::make_unique<MIDIObjectTable>(std::make_unique<JackMIDI>());
   }
   MIDIService& midi() override { return *mTable; }
-  host::Host& host() override { return mHost; }
-  bool until(const std::function<bool()>& condition) override {
-    return test::until(mHost, 5, condition);
-  }
+  int rounds() override { return 20; }
   test::JackServer mServer;
   host::SystemHost mHost;
   std::unique_ptr<MIDIObjectTable> mTable;
 };
 
-struct ServiceKind {
-  const char* name;
-  std::unique_ptr<Setting> (*make)();
-  int rounds;  // of what is to be repeated: more than there are places, or what time allows
-};
+using ServiceKind = test::Kind<Setting>;
 
 // What a read function took in, and when.
 struct Taken {
@@ -85,16 +75,15 @@ class MIDIServiceContract : public testing::TestWithParam<ServiceKind> {
   static void read(const MIDIPacketList* packets, void* self, void* source) {
     auto& test = *static_cast<MIDIServiceContract*>(self);
     forEachPacket(*packets, [&test, source](const MIDIPacket& packet) {
-      test.mTaken[test.mCount] = {packet.timeStamp,
-                                  test.mSetting->host().AudioGetCurrentHostTime(),
-                                  {packet.data, packet.data + packet.length},
-                                  source};
+      test.mTaken[test.mCount] = {
+          packet.timeStamp, now(), {packet.data, packet.data + packet.length}, source};
       ++test.mCount;
     });
   }
 
   MIDIService& midi() { return mSetting->midi(); }
-  std::uint64_t now() { return mSetting->host().AudioGetCurrentHostTime(); }
+  static std::uint64_t now() { return host::current().AudioGetCurrentHostTime(); }
+  static bool until(const std::function<bool()>& condition) { return test::until(5, condition); }
   MIDIEndpointRef makeDestination(const std::string& name) {
     MIDIEndpointRef endpoint = 0;
     EXPECT_EQ(midi().MIDIDestinationCreate(mClient, name, &read, this, &endpoint), 0);
@@ -110,7 +99,7 @@ class MIDIServiceContract : public testing::TestWithParam<ServiceKind> {
   }
   // Whether the client is told of the change, and then that there was one.
   bool isTold(MIDINotificationMessageID change) {
-    return mSetting->until([this] { return mNotified.size() >= 2; }) &&
+    return until([this] { return mNotified.size() >= 2; }) &&
            std::exchange(mNotified, {}) ==
                std::vector<MIDINotificationMessageID>{change, kMIDIMsgSetupChanged};
   }
@@ -132,7 +121,7 @@ TEST_P(MIDIServiceContract, PacketsArriveAtTheirTimesInTheirOrderWithExactStamps
   }
   midi().MIDISend(mOut, destination, PacketList(0, 8).get());
   midi().MIDISend(mOut, destination, PacketList(start - kMs, 9).get());
-  ASSERT_TRUE(mSetting->until([this] { return mCount >= 6; }));
+  ASSERT_TRUE(until([this] { return mCount >= 6; }));
   // Those that are late go at once; among equals the first sent is the first to come.
   EXPECT_EQ(mTaken[0].bytes[1] + mTaken[1].bytes[1], 8 + 9);
   const std::uint8_t order[] = {1, 3, 2, 0};
@@ -153,7 +142,7 @@ TEST_P(MIDIServiceContract, AVirtualSourceReachesThePortsThatAreConnectedToIt) {
   midi().MIDIReceived(source, PacketList(0, 1).get());  // nobody listens
   EXPECT_EQ(midi().MIDIPortConnectSource(in, source, &mark), 0);
   midi().MIDIReceived(source, PacketList(0, 2).get());
-  ASSERT_TRUE(mSetting->until([this] { return mCount >= 1; }));
+  ASSERT_TRUE(until([this] { return mCount >= 1; }));
   EXPECT_EQ(mTaken[0].bytes[1], 2);
   EXPECT_EQ(mTaken[0].source, &mark);
   EXPECT_EQ(midi().MIDIPortDisconnectSource(in, source), 0);
@@ -164,7 +153,7 @@ TEST_P(MIDIServiceContract, AVirtualSourceReachesThePortsThatAreConnectedToIt) {
 }
 
 TEST_P(MIDIServiceContract, WhatIsDisposedOfIsQuietAndItsPlaceCanBeTakenAgain) {
-  for (int round = 0; round < GetParam().rounds; ++round) {
+  for (int round = 0; round < mSetting->rounds(); ++round) {
     const MIDIEndpointRef destination = makeDestination("short-lived");
     midi().MIDISend(mOut, destination, PacketList(now() + 1000 * kMs, 1).get());
     midi().MIDISend(mOut, destination, PacketList(0, 2).get());
@@ -216,12 +205,10 @@ TEST_P(MIDIServiceContract, TheListsFollowAndClientsAreNotifiedOnTheMainQueue) {
   EXPECT_TRUE(isTold(kMIDIMsgObjectRemoved));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Services, MIDIServiceContract,
-    testing::Values(
-        ServiceKind{"builtin", [] { return std::unique_ptr<Setting>(new BuiltinSetting); }, 300},
-        ServiceKind{"jack", [] { return std::unique_ptr<Setting>(new JackSetting); }, 20}),
-    [](const auto& kind) { return std::string(kind.param.name); });
+INSTANTIATE_TEST_SUITE_P(Services, MIDIServiceContract,
+                         testing::Values(ServiceKind::of<BuiltinSetting>("builtin"),
+                                         ServiceKind::of<JackSetting>("jack")),
+                         test::kNameOfKind);
 
 }  // namespace
 }  // namespace velor::midi

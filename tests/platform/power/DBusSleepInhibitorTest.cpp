@@ -13,20 +13,18 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "platform/host/BusConnection.h"
-#include "platform/host/Log.h"
 #include "platform/host/RealtimeClass.h"
 #include "platform/host/SystemHost.h"
 #include "sim/SimulatedHost.h"
+#include "tests/support/LogRecord.h"
 #include "tests/support/Servers.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -37,20 +35,15 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-// The bus may have just been started.
-DBusConnection* opened(const std::string& address) {
-  DBusConnection* connection = nullptr;
-  EXPECT_TRUE(test::waitFor(5, [&] {
-    connection = dbus_connection_open_private(address.c_str(), nullptr);
-    return connection != nullptr;
-  }));
-  return connection;
-}
-
 /// The screen saver and the login service, both on one bus.
 class Desktop {
  public:
-  explicit Desktop(const std::string& address) : mConnection(opened(address)) {
+  explicit Desktop(const std::string& address) {
+    // The bus may have just been started.
+    EXPECT_TRUE(test::waitFor(5, [&] {
+      mConnection = dbus_connection_open_private(address.c_str(), nullptr);
+      return mConnection != nullptr;
+    }));
     dbus_bus_register(mConnection, nullptr);
     for (const char* name : {"org.freedesktop.ScreenSaver", "org.freedesktop.login1"}) {
       dbus_bus_request_name(mConnection, name, DBUS_NAME_FLAG_DO_NOT_QUEUE, nullptr);
@@ -125,7 +118,7 @@ class Desktop {
     dbus_message_unref(reply);
   }
 
-  DBusConnection* const mConnection;
+  DBusConnection* mConnection = nullptr;
   std::atomic<bool> mEnding{false};
   std::mutex mMutex;
   std::vector<std::string> mCalls;  // under mMutex
@@ -135,19 +128,9 @@ class Desktop {
 
 class BusFixture : public testing::Test {
  protected:
-  BusFixture() {
-    host::setLogSink([this](host::LogLevel, std::string_view line) { mLog.emplace_back(line); });
-  }
-  ~BusFixture() override { host::setLogSink({}); }
-
   std::string path(const char* name) const { return (mFolder.path() / name).string(); }
   std::string address() const { return "unix:path=" + path("bus"); }
-  void startBus() {
-    mBus = test::Process(
-        {"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=" + address()}, {},
-        path("bus.log"));
-    ASSERT_TRUE(test::waitFor(10, [&] { return std::filesystem::exists(path("bus")); }));
-  }
+  void startBus() { mBus = test::startBus(path("bus"), path("bus.log")); }
   static bool soon(const std::function<bool()>& condition) { return test::waitFor(1, condition); }
 
   static constexpr const char* kScreenSaverCall =
@@ -159,7 +142,7 @@ class BusFixture : public testing::Test {
 
   test::TemporaryFolder mFolder;
   test::Process mBus;
-  std::vector<std::string> mLog;
+  const LogRecord mLog;
 };
 
 // Time is simulated, so that a retry takes none; the bus is real.
@@ -240,7 +223,7 @@ TEST_F(DBusSleepInhibitorTest, AMissingBusOrServiceIsAskedAgainWithoutALineOfThe
   EXPECT_TRUE(soon([&] { return desktop.calls().size() == 2; }));
   mHost.advance(10 * DBusSleepInhibitor::kRetryInterval);
   EXPECT_EQ(desktop.calls().size(), 2U);
-  EXPECT_THAT(mLog, IsEmpty());
+  EXPECT_THAT(mLog.matching(""), IsEmpty());
 }
 
 TEST_F(DBusSleepInhibitorWaits, ABusThatNeverAnswersHoldsNeitherTheCallerNorTheOtherBusNorTheEnd) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QTimer>
 #include <stdexcept>
 
 #include "platform/host/SystemHost.h"
@@ -23,21 +22,6 @@ class EventLoopTest : public testing::Test {
   QCoreApplication mApplication{mArguments, mWords};
   EventLoop mLoop{queue()};
 };
-
-TEST_F(EventLoopTest, RunsTheToolkitsEventsBetweenTheJobs) {
-  int events = 0;
-  QTimer timer;
-  QObject::connect(&timer, &QTimer::timeout, [&] {
-    queue().async([&] {
-      if (++events == 3) {
-        mLoop.stop();
-      }
-    });
-  });
-  timer.start(1);
-  mLoop.run();
-  EXPECT_GE(events, 3);
-}
 
 TEST_F(EventLoopTest, TakesAnEarlierStopAndTheExceptionOfAJob) {
   mLoop.stop();

@@ -28,13 +28,13 @@ TEST(KeyedUnarchiver, MissingKeysAndNullsHaveNoValueAndOthersCountForNothing) {
   auto coder = KeyedUnarchiver::read(
                    R"({"foreign": [1, [2, {"$class": "Unheard"}]], "small": null, "node": null,
           "nodes": [null, {"$class": "Leaf", "nothing": 1}, {"$class": "Node", "small": 7}],
-          "real": 3, "text": ""})",
+          "real": 3, "text": "", "large": 9007199254740993})",
                    kArchiveClasses)
                    .value();
   EXPECT_TRUE(coder.containsValue("small"));
-  EXPECT_FALSE(coder.containsValue("large"));
+  EXPECT_FALSE(coder.containsValue("yes"));
   EXPECT_EQ(coder.decodeInt32("small"), std::nullopt);
-  EXPECT_EQ(coder.decodeInt64("large"), std::nullopt);
+  EXPECT_EQ(coder.decodeInt64("large"), 9007199254740993) << "more digits than a double has";
   EXPECT_EQ(coder.decodeObject<ArchiveNode>("node"), nullptr);
   EXPECT_EQ(coder.decodeArray<ArchiveNode>("node"), std::nullopt);
   EXPECT_EQ(coder.decodeDouble("real"), 3.0) << "a person may write it so";
@@ -55,15 +55,11 @@ TEST(KeyedUnarchiver, EachWrongValueIsReportedWithItsPath) {
       {R"({"small": 1.5})", "small: expected a whole number of 32 bits, found the number 1.5"},
       {R"({"small": 2147483648})",
        "small: expected a whole number of 32 bits, found the number 2147483648"},
-      {R"({"small": -2147483649})",
-       "small: expected a whole number of 32 bits, found the number -2147483649"},
       {R"({"large": 9223372036854775808})",
        "large: expected a whole number of 64 bits, found the number 9223372036854775808"},
       {R"({"large": 1e30})", "large: expected a whole number of 64 bits, found the number 1e+30"},
       {R"({"block": true})", "block: expected a byte block, found a bool"},
-      {R"({"block": {"$base64": 1}})", "block.$base64: expected base64, found the number 1"},
       {R"({"block": {"$base64": "AB=="}})", "block.$base64: the text is not base64"},
-      {R"({"nodes": {"$base64": ""}})", "nodes: expected an array, found a byte block"},
       {R"({"nodes": [{"$class": "Node"}, {"$class": "Node", "node": "x"}]})",
        "nodes[1].node: expected an object of class Node, found a string"},
       {R"({"node": {"$class": 3}})",

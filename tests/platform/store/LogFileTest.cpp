@@ -127,18 +127,14 @@ TEST_F(LogFileTest, AFileIsFilledUpToItsSizeAndNeverPastIt) {
 
 TEST_F(LogFileTest, AFileEndsADayAfterItsFirstLineAlsoWhenTheClockIsSetBack) {
   LogFile log(mFolder, {}, clock());
-  const struct {
-    milliseconds later;
-    std::size_t files;
-  } lines[] = {{seconds(0), 1},
-               {seconds(86'400) - milliseconds(1), 1},
-               {milliseconds(1), 2},
-               {-seconds(500'000), 2},
-               {seconds(86'400), 3}};
-  for (const auto& line : lines) {
-    advance(line.later);
+  for (const auto& [later, count] : {std::pair(milliseconds(0), 1U),
+                                     {milliseconds(86'399'999), 1U},
+                                     {milliseconds(1), 2U},
+                                     {-seconds(500'000), 2U},
+                                     {seconds(86'400), 3U}}) {
+    advance(later);
     log.log(kLogError, "x");
-    EXPECT_THAT(files(), SizeIs(line.files));
+    EXPECT_THAT(files(), SizeIs(count));
   }
 }
 
@@ -193,9 +189,9 @@ TEST_F(LogFileTest, AProcessKilledLeavesAFileThatOthersMayDeleteAndNotBefore) {
     advance(seconds(1));
     log.log(kLogError, line);
   };
-  logLine("first");
-  logLine("second");
-  logLine("third");
+  for (const char* line : {"first", "second", "third"}) {
+    logLine(line);
+  }
   EXPECT_THAT(allMessages(), ElementsAre("child", "third")) << "all processes' files count";
   kill(child, SIGKILL);
   ASSERT_EQ(waitpid(child, &status, 0), child);
@@ -260,35 +256,26 @@ TEST_F(LogFileTest, EachThreadsLinesKeepTheirOrderAndNoneIsLostWithoutBeingCount
 }
 
 TEST_F(LogFileTest, AFullQueueDropsLinesAtOnceAndTheFileSaysHowManyAndWhere) {
-  // The number is written also when no line follows the gap.
-  for (const bool isLast : {false, true}) {
-    advance(seconds(1));
-    std::promise<void> release;
-    // The logging thread asks for the time when it starts a file: it is held there.
-    const auto heldClock = [this, released = release.get_future().share(),
-                            caller = std::this_thread::get_id()] {
-      if (std::this_thread::get_id() != caller) {
-        released.wait();
-      }
-      return clock()();
-    };
-    {
-      LogFile log(mFolder, {.queueLines = 3}, heldClock);
-      for (int i = 0; i < 10; ++i) {
-        log.log(kLogInfo, std::to_string(i));  // hangs here if it waits for room
-      }
-      release.set_value();
-      if (!isLast) {
-        log.log(kLogError, "after the gap");
-      }
+  std::promise<void> release;
+  // The logging thread asks for the time when it starts a file: it is held there.
+  const auto heldClock = [this, released = release.get_future().share(),
+                          caller = std::this_thread::get_id()] {
+    if (std::this_thread::get_id() != caller) {
+      released.wait();
     }
-    std::vector<std::string> expected = {"0", "1", "2",
-                                         "7 lines were lost: the log's queue was full"};
-    if (!isLast) {
-      expected.emplace_back("after the gap");
+    return clock()();
+  };
+  {
+    LogFile log(mFolder, {.queueLines = 3}, heldClock);
+    for (int i = 0; i < 10; ++i) {
+      log.log(kLogInfo, std::to_string(i));  // hangs here if it waits for room
     }
-    EXPECT_EQ(messages(files().back()), expected);
+    release.set_value();
+    log.log(kLogError, "after the gap");
   }
+  EXPECT_THAT(
+      allMessages(),
+      ElementsAre("0", "1", "2", "7 lines were lost: the log's queue was full", "after the gap"));
 }
 
 }  // namespace

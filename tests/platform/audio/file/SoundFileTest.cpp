@@ -160,13 +160,12 @@ TEST_F(SoundFileTest, EachKindBringsItsSamplesBackAndIsForTheUserAsTheUmaskSays)
 
 TEST_F(SoundFileTest, WhatNoFileCanHoldIsRefusedBeforeOneIsMade) {
   constexpr std::int64_t kHour = 3600;
-  struct Case {
+  const struct {
     const char* name;
     SoundFormat format;
     std::int64_t frames;
     const char* told;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"a", {}, 1, ".wav, .w64 or .flac"},
       {".wav", {}, 1, "/.wav' (.wav"},
       {"a.flac", {48000, 1, SampleEncoding::float32}, 1, "no floats"},
@@ -175,20 +174,18 @@ TEST_F(SoundFileTest, WhatNoFileCanHoldIsRefusedBeforeOneIsMade) {
       {"a.wav", {1, 1, SampleEncoding::int16}, 1, "8000 to 768000"},
       {"a.wav", {48000, 0, SampleEncoding::int16}, 1, "0 channels"},
       {"a.flac", {48000, 9, SampleEncoding::int16}, 1, "9 channels"},
+      {"none/a.wav", {}, 1, "none: No such file"},
       // 4 GiB are 12 h 25 min 38 s of 16 bits at 48 kHz.
       {"a.wav", {}, 13 * kHour * 48000, "at most 44739 s"},
       {"a.wav", {192000, 1, SampleEncoding::float32}, 2 * kHour * 192000, "at most 5592 s"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const auto writer = SoundFileWriter::create(file(c.name), c.format, c.frames);
     ASSERT_FALSE(writer) << c.name;
     EXPECT_THAT(writer.error().text, HasSubstr(c.told));
   }
   EXPECT_TRUE(SoundFileWriter::check("a.wav", {}, 12 * kHour * 48000));
   EXPECT_TRUE(SoundFileWriter::check("a.w64", {}, 1000 * kHour * 48000));
-  const auto nowhere = SoundFileWriter::create(file("none") / "a.wav", {}, 1);
-  ASSERT_FALSE(nowhere);
-  EXPECT_THAT(nowhere.error().text, HasSubstr("none: No such file"));
   EXPECT_EQ(mFolder.size(), 0U);
 }
 
@@ -227,20 +224,18 @@ TEST_F(SoundFileTest, DamagedFilesAreReadUpToTheDamageAndReportedInOneLine) {
   EXPECT_TRUE(write(file("whole.w64"), {}, noise(20000)));
   const std::string flac = fileContents(file("whole.flac"));
   const std::string w64 = fileContents(file("whole.w64"));
-  struct Case {
+  const struct {
     const char* name;
     std::string bytes;
     std::size_t samples;
     const char* told;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"text.wav", "This is no sound, whatever its name may say of it.", 0,
        "not a sound file, or damaged ("},
       {"empty.wav", "", 0, "it is empty"},
       {"head.wav", Wav().bytes().substr(0, 20), 0, "damaged"},
       {"many.wav", Wav{.channels = 200}.bytes(), 0, "200 channels (1 to 64 can be read)"},
       {"slow.wav", Wav{.rate = 1}.bytes(), 0, "1 Hz (8000 to 768000 can be read)"},
-      {"fast.wav", Wav{.rate = 10'000'000}.bytes(), 0, "10000000 Hz (8000"},
       {"cut.wav", Wav{.more = 5000}.bytes(), 1000,
        "cut off at sample 1000, 5000 bytes before its end"},
       // A length that was not known yet.
@@ -249,32 +244,26 @@ TEST_F(SoundFileTest, DamagedFilesAreReadUpToTheDamageAndReportedInOneLine) {
       {"nan.wav", Wav{.tag = 3, .channels = 2, .bits = 32, .data = floats}.bytes(), 1600,
        "not a number at sample 800 of channel 2"},
       {"cut.w64", w64.substr(0, w64.size() - 10000), 15000, "cut off at sample 15000, 10000"},
-      {"whole2.w64", w64, 20000, ""},
       {"cut.flac", flac.substr(0, flac.size() / 2), 8000, "at sample "},
       {"au.wav", ".snd" + std::string("\0\0\0\x18\0\0\0\x04\0\0\0\x03\0\0\xBB\x80\0\0\0\1abcd", 24),
        0, "not a WAV, W64 or FLAC"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const auto reader = SoundFileReader::open(fileOf(c.name, c.bytes));
     const Sound sound = reader ? readAll(**reader) : Sound{{}, reader.error()};
     const std::string error = sound.error ? sound.error->text : "";
-    // Where a block of FLAC ends, is the encoder's affair.
-    const bool isCutInABlock = fs::path(c.name) == "cut.flac";
-    EXPECT_NEAR(static_cast<double>(sound.samples.size()), static_cast<double>(c.samples),
-                isCutInABlock ? 4000 : 0);
+    if (fs::path(c.name) != "cut.flac") {  // where a block ends is the encoder's affair
+      EXPECT_EQ(sound.samples.size(), c.samples);
+    }
     EXPECT_THAT(error, HasSubstr(c.told));
     EXPECT_EQ(error.empty(), *c.told == 0);
     EXPECT_TRUE(error.empty() || error.starts_with("cannot read " + file(c.name).string() + ": "));
     EXPECT_EQ(error.find('\n'), std::string::npos);
     EXPECT_TRUE(!reader || (*reader)->read({}).frames == 0);
   }
-  for (const auto& [path, told] :
-       {std::pair(file("none"), "No such file"), std::pair(mFolder.path(), "not a regular file")}) {
-    const auto reader = SoundFileReader::open(path);
-    ASSERT_FALSE(reader);
-    EXPECT_THAT(reader.error().text, HasSubstr(told));
-  }
+  EXPECT_THAT(SoundFileReader::open(file("none")).error().text, HasSubstr("No such file"));
+  EXPECT_THAT(SoundFileReader::open(mFolder.path()).error().text, HasSubstr("not a regular file"));
 }
 
 }  // namespace
