@@ -93,13 +93,16 @@ void VLMediaChase::copyTime(const SMPTETime& time, std::uint64_t timestamp, doub
 
 void VLMediaChase::start(const SMPTETime& time, milliseconds position, std::uint64_t timestamp,
                          double deviation) {
+  mFollows = false;
+  const float rate = mSettings.adjustSpeed ? static_cast<float>(1.0 + deviation) : 1.0F;
+  if (!mSettings.hasFailed) {
+    VELOR_LOG_INFO("set start %s (%f sec) rate: %f, MTC deviation: %f",
+                   stringFromSMPTETime(time).c_str(), secondsOf(position),
+                   static_cast<double>(rate), deviation);
+  }
   if (!mSettings.isReady) {
     return;
   }
-  const float rate = mSettings.adjustSpeed ? static_cast<float>(1.0 + deviation) : 1.0F;
-  VELOR_LOG_INFO("set start %s (%f sec) rate: %f, MTC deviation: %f",
-                 stringFromSMPTETime(time).c_str(), secondsOf(position), static_cast<double>(rate),
-                 deviation);
   mPendingStarts->fetch_add(1);
   post([=, pending = mPendingStarts, start = position + kVLMediaStartOffset](auto& delegate) {
     delegate.chaseStarts(rate, start, timestamp);
@@ -143,7 +146,7 @@ void VLMediaChase::measure(const SMPTETime& time, milliseconds position) {
   const double difference = secondsOf(played - position);
   // A clip that cannot be played is out of step at every other report.
   if (!(std::abs(difference) < kVLMediaLargestOffset) && change(VLMediaChaseEvent::offsetFound) &&
-      mSettings.isReady) {
+      !mSettings.hasFailed) {
     VELOR_LOG_INFO("media offset for %s is %f sec, resyncing", mSettings.description.c_str(),
                    difference);
   }

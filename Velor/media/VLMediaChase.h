@@ -54,6 +54,7 @@ class VLMediaChase {
     bool online = true;
     bool adjustSpeed = false;
     bool isReady = false;
+    bool hasFailed = false;  ///< the clip cannot be played, which has been logged
     SMPTETime clipStartTime{};
     double assetDuration = std::numeric_limits<double>::quiet_NaN();  ///< seconds
     std::string description;

@@ -312,7 +312,8 @@ void VLMediaPlaybackWindowController::playerDidJump(media::Player& player, media
   if (isOurs || player.rate() != 0 || !mControlMasterClock) {
     return;
   }
-  const double seconds = ltc_seconds_from_smpte_time(mClipStartTime->timeStamp()) + secondsOf(time);
+  const double start = ltc_seconds_from_smpte_time(mClipStartTime->timeStamp());
+  const double seconds = std::round(start * 1000) / 1000 + secondsOf(time);
   SMPTETime jumped{};
   ltc_smpte_time_from_seconds(VLClock::sharedClock().smpteFormat(), jumped, seconds);
   VELOR_LOG_VERBOSE("did seek: %f, %s", seconds, stringFromSMPTETime(jumped).c_str());
@@ -399,8 +400,8 @@ void VLMediaPlaybackWindowController::setVolume(float volume) {
 
 void VLMediaPlaybackWindowController::settingsChanged() {
   mInput.queue().sync([this] {
-    mChase->setSettings(
-        {mOnline, mAdjustSpeed, mIsReady, mClipStartTime->timeStamp(), mAssetDuration, mTitle});
+    mChase->setSettings({mOnline, mAdjustSpeed, mIsReady, !mError.empty(),
+                         mClipStartTime->timeStamp(), mAssetDuration, mTitle});
   });
   didChange();
 }

@@ -20,7 +20,8 @@ class VLHeadlessMediaWindow : public VLMediaPlaybackWindowOutlet {
   /// Nobody picks a file: the window stays without its clip.
   void beginOpenPanel(const FileChosen& /*chosen*/) override {
     if (const auto controller = mController.lock()) {
-      VLStandardError::tell(controller->error());
+      VLStandardError::tell(controller->error().empty() ? "a media window has no clip"
+                                                        : controller->error());
     }
   }
   void presentError(const std::string& text) override { VLStandardError::tell(text); }

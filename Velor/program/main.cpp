@@ -52,6 +52,11 @@ int refuseWithoutDisplay() {
   return 1;
 }
 
+int refuseFullscreenWithoutDisplay() {
+  std::fputs("velor: cannot open a display, which --media-fullscreen needs\n", stderr);
+  return 1;
+}
+
 int runWithWindows(const velor::VLOptions& options, velor::VLApplication::NoDisplay noDisplay) {
   if (!velor::VLApplication::isDisplayNamed()) {
     return noDisplay();
@@ -98,5 +103,7 @@ int main(int argc, char** argv) {
   if (options.headless || options.list) {
     return run([&options] { return velor::VLHeadlessRun(options); });
   }
-  return runWithWindows(options, argc == 1 ? &demonstrate : &refuseWithoutDisplay);
+  return runWithWindows(options, argc == 1                 ? &demonstrate
+                                 : options.mediaFullscreen ? &refuseFullscreenWithoutDisplay
+                                                           : &refuseWithoutDisplay);
 }

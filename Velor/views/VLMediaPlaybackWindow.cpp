@@ -80,7 +80,7 @@ VLMediaPlaybackWindow::VLMediaPlaybackWindow(const std::shared_ptr<Controller>& 
         self.showNotice();
       })](const auto&) { host::current().mainQueue().async(job); });
   showNotice();
-  setColors();
+  playerDidChange();
 }
 
 VLMediaPlaybackWindow::~VLMediaPlaybackWindow() = default;
@@ -333,7 +333,9 @@ void VLMediaPlaybackWindow::playerDidChange() {
   mForm->playButton->setChecked(isRunning);
   if (!isReady) {
     mForm->playerView->setFrame(nullptr);
+    mHasStarted = false;
   }
+  setColors();
   mForm->playerView->setText(textWithoutPicture(*controller));
   mChooseButton->setVisible(!controller->error().empty());
   showPosition();
@@ -395,30 +397,35 @@ void VLMediaPlaybackWindow::showNotice() {
   mForm->noticeLabel->setVisible(!isHeard);
 }
 
-// A state is told by its word as well.
+// A state is told by its word as well. The colour of the time is that of the chase, which does
+// not hear of a clip that came to its end or was paused; the word is that of the clip.
 void VLMediaPlaybackWindow::setColors() {
   const QPalette plain = palette();
   const auto controller = mController.lock();
+  const bool isReady = controller != nullptr && controller->isReady();
+  const bool isRunning = isReady && controller->mediaPlayer()->player().rate() != 0;
   const bool isBroken = controller != nullptr && !controller->error().empty();
-  const bool isInStep = mStatus == VLClockRolling && !isBroken;
-  QPalette state = plain;
-  if (mHasStarted) {
-    const QColor color =
-        VLStyle::color(isInStep ? VLStyle::State::running : VLStyle::State::stopped, plain);
-    state.setColor(QPalette::Text, color);
-    state.setColor(QPalette::WindowText, color);
-  }
+  const bool isInStep = mHasStarted && mStatus == VLClockRolling;
+  const auto colored = [&](bool isGood) {
+    QPalette palette = plain;
+    if (mHasStarted) {
+      const auto state = isGood ? VLStyle::State::running : VLStyle::State::stopped;
+      palette.setColor(QPalette::Text, VLStyle::color(state, plain));
+      palette.setColor(QPalette::WindowText, VLStyle::color(state, plain));
+    }
+    return palette;
+  };
   const bool isOnline = controller == nullptr || controller->online();
-  mForm->chaseLabel->setText(isBroken      ? QString()
-                             : isInStep    ? tr("in step with MTC")
-                             : !isOnline   ? tr("off line")
-                             : mHasStarted ? tr("MTC has stopped")
-                                           : tr("waiting for MTC"));
-  mForm->chaseLabel->setPalette(state);
+  mForm->chaseLabel->setText(isBroken                ? QString()
+                             : isInStep && isRunning ? tr("in step with MTC")
+                             : !isOnline             ? tr("off line")
+                             : mHasStarted           ? tr("stopped")
+                                                     : tr("waiting for MTC"));
+  mForm->chaseLabel->setPalette(colored(isInStep && isRunning));
   // The texts stand on the window and not in a field.
   for (QLineEdit* each : std::initializer_list<QLineEdit*>{
            mForm->clipTitleField, mForm->deviationField, mForm->mtcInField}) {
-    QPalette onWindow = each == mForm->mtcInField ? state : plain;
+    QPalette onWindow = each == mForm->mtcInField ? colored(isInStep) : plain;
     onWindow.setColor(QPalette::Base, Qt::transparent);
     each->setPalette(onWindow);
   }

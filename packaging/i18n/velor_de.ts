@@ -863,8 +863,8 @@
         <translation>offline</translation>
     </message>
     <message>
-        <source>MTC has stopped</source>
-        <translation>MTC steht</translation>
+        <source>stopped</source>
+        <translation>gestoppt</translation>
     </message>
     <message>
         <source>waiting for MTC</source>

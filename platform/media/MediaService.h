@@ -13,7 +13,8 @@
 namespace velor::media {
 
 /// Makes players. Queue: main. The library behind it starts with the first of these calls, not
-/// with the program: that can take a few tenths of a second.
+/// with the program: that can take a few tenths of a second, and some seconds on a machine on
+/// which it has not looked for its plug-ins yet.
 class MediaService {
  public:
   virtual ~MediaService() = default;

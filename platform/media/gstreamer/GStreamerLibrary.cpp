@@ -7,7 +7,8 @@
 namespace velor::media {
 namespace {
 
-// What a player is made of, and what opens the usual clips, with the packages that bring them.
+// What a player is made of, and what opens the usual files, with the packages that bring them.
+// Which codecs there are differs from system to system: a clip tells the decoder that it lacks.
 struct Needed {
   const char* element;
   const char* package;
@@ -22,7 +23,6 @@ constexpr std::array kNeeded{
     Needed{"videoflip", "gstreamer1.0-plugins-good"},
     Needed{"qtdemux", "gstreamer1.0-plugins-good"},
     Needed{"wavparse", "gstreamer1.0-plugins-good"},
-    Needed{"avdec_h264", "gstreamer1.0-libav"},
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <QDialog>
+#include <QLabel>
 #include <QMenuBar>
 #include <fstream>
 
@@ -47,6 +48,7 @@ TEST_F(VLMediaPlaybackWindowViewTest, AsksForAClipAtOnceAndClosesWithoutOne) {
   ASSERT_NE(window(), nullptr);
   EXPECT_EQ(window()->windowTitle(), "Media Playback");
   EXPECT_EQ(part<QLineEdit>("mtcInField").text(), "MTC In: 00:00:00:00");
+  EXPECT_FALSE(part<VLButton>("playButton").isEnabled());
   ASSERT_NE(window()->sheets().current(), nullptr);
   window()->sheets().current()->reject();
   settle();
@@ -63,8 +65,12 @@ TEST_F(VLMediaPlaybackWindowViewTest, TheControlsDriveTheClip) {
   media::SimulatedPlayer& player = *mMedia.players.at(0);
   clickPart("playButton");
   EXPECT_EQ(player.rate(), 1);
+  window()->setMTCInStatus(VLClockRolling);
+  EXPECT_EQ(part<QLabel>("chaseLabel").text(), "in step with MTC");
   clickPart("playButton");
   EXPECT_EQ(player.rate(), 0);
+  settle();
+  EXPECT_EQ(part<QLabel>("chaseLabel").text(), "stopped");
   part<VLSlider>("positionSlider").setValue(4000);
   mHost.advance(host::kNsPerSecond);
   EXPECT_EQ(player.currentTime(), std::chrono::seconds(4));
