@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What ltc_decoder, the conditioned decoders and libltc's read of the same samples, as tables in
-// Markdown: the measurements of docs/ltc-decoder.md.
+// Markdown: the measurements of docs/performance.md.
 #include <algorithm>
 #include <array>
 #include <cmath>

@@ -14,7 +14,7 @@
 namespace velor {
 
 /// Reads LTC live from bad lines: forwards, at 23 to 31 frames per second, through noise,
-/// DC, hum and a narrow band. docs/ltc-decoder.md has the figures.
+/// DC, hum and a narrow band. docs/performance.md has the figures.
 ///
 /// It stands in for ltc_decoder and calls the same callback with the same values, but for
 /// these: the host time is always known; a frame whose time does not continue the run

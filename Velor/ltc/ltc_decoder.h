@@ -19,7 +19,7 @@
 // 50 ms at the end of a buffer, the signal is gone, and the decoder starts again. So it
 // does after each frame that was lost.
 //
-// docs/ltc-decoder.md shows how bad signals are read.
+// docs/performance.md shows how bad signals are read.
 //
 // One thread processes; others may change the callback meanwhile.
 namespace velor {
