@@ -144,7 +144,7 @@ void VLMediaChase::measure(const SMPTETime& time, milliseconds position) {
   }
   const media::MediaTime played = mPlayer != nullptr ? mPlayer->currentTime() : media::MediaTime{};
   const double difference = secondsOf(played - position);
-  // A clip that cannot be played is out of step at every other report.
+  // A clip that cannot be played would say so at every other report.
   if (!(std::abs(difference) < kVLMediaLargestOffset) && change(VLMediaChaseEvent::offsetFound) &&
       !mSettings.hasFailed) {
     VELOR_LOG_INFO("media offset for %s is %f sec, resyncing", mSettings.description.c_str(),

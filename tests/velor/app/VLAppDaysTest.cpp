@@ -27,7 +27,7 @@ constexpr std::uint16_t kPort = 7770;
 
 struct Format {
   std::uint32_t type;
-  unsigned rateCode;
+  unsigned rateCode;  // of MTC
 };
 constexpr std::array<Format, 3> kFormats{
     {{kSMPTETimeType25, 1}, {kSMPTETimeType2997Drop, 2}, {kSMPTETimeType24, 0}}};
