@@ -39,8 +39,9 @@ class VLClockMIDI {
   void addDestination(Endpoint destination, const SMPTETime* located);
   void removeDestination(const Endpoint& destination);
 
-  /// A block, or a full frame, of the time to all destinations.
-  void sendTime(const SMPTETime& time, std::uint64_t hostTime) const;
+  /// A block, or a full frame, of the time to all destinations. A block that would overtake
+  /// the one two frames before, as that was held up, begins when its last piece has left.
+  void sendTime(const SMPTETime& time, std::uint64_t hostTime);
   void locate(const SMPTETime& time) const;
 
   /// Begins the check of the sync source and all destinations.
@@ -61,6 +62,8 @@ class VLClockMIDI {
   midi::MIDIPortRef mOutputPort = 0;  // 0 for none
   midi::MIDIPortRef mSyncInPort = 0;  // 0 for none
   std::vector<Endpoint> mDestinations KV_ON_QUEUE(mQueue);
+  SMPTETime mNextTime KV_ON_QUEUE(mQueue){};        // of the block that goes on from the last one
+  std::uint64_t mEarliest KV_ON_QUEUE(mQueue) = 0;  // host time at which it can begin
   std::shared_ptr<VLMTCParser> mParser;
   VLSharedCell<Endpoint> mSyncSource;
 };

@@ -284,6 +284,39 @@ TEST_F(VLClockTransport, AThreadHeldUpForLongCountsItsTicksAgain) {
   }
 }
 
+// Wakes the clock's thread late at one tick.
+class LateHost final : public host::ForwardingHost {
+ public:
+  LateHost(Host& inner, std::uint64_t lateness) : ForwardingHost(inner), mLateness(lateness) {}
+  void mach_wait_until(std::uint64_t deadline) noexcept override {
+    ForwardingHost::mach_wait_until(deadline + (++mWaits == 10 ? mLateness : 0));
+  }
+
+ private:
+  const std::uint64_t mLateness;  // ns
+  int mWaits = 0;
+};
+
+TEST_F(VLClockTransport, ABlockDoesNotOvertakeOneThatWasHeldUp) {
+  for (const std::uint64_t lateness : {9, 12, 35}) {
+    SCOPED_TRACE(lateness);
+    mClock.reset();
+    const LateHost late(mHost, lateness * kMs);
+    makeClock();
+    const auto desk = addDestination("desk");
+    clock().start();
+    advanceFrames(40);
+    auto sent = takeSent(*desk);
+    sent.erase(sent.begin());  // the locate
+    for (std::size_t i = 1; i < sent.size(); ++i) {
+      EXPECT_GT(sent[i].time - sent[i - 1].time, 7 * kFrame25 / 4) << sent[i].digits;
+    }
+    EXPECT_EQ(sent.back().time - sent.front().time, (sent.size() - 1) * 2 * kFrame25);
+    clock().stop();
+    mClock.reset();
+  }
+}
+
 TEST_F(VLClockTransport, TheMainQueueIsCalledAfterEachChangeAndNeverFlooded) {
   std::vector<std::string> seen;
   clock().setProceedBlock([&seen](const SMPTETime* time) { seen.push_back(digits(*time)); });
