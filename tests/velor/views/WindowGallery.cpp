@@ -251,7 +251,8 @@ class Gallery final : public WindowFixture {
     settle();
     save(menu, "clip-action");
     menu.close();
-    mMedia.players.back()->fail("cannot play 'Act 1.mp4': the file could not be read; check its disk");
+    mMedia.players.back()->fail(
+        "cannot play 'Act 1.mp4': the file could not be read; check its disk");
     settle();
     if (auto* sheet = window->findChild<QDialog*>()) {
       save(*sheet, "clip-sheet");
