@@ -371,7 +371,7 @@ bool Soak::report(const std::string& title) {
             static_cast<double>(times) > 0.9 * due);
   for (SoakProgram* program : {mLead.get(), mFollower.get(), mEditor.get()}) {
     if (program != nullptr && !program->samples().empty()) {
-      program->tell(table);
+      program->tell(table, program == mEditor.get() ? 2 * mDocuments : 0);
     }
   }
   std::printf("\n");

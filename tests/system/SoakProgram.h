@@ -27,8 +27,8 @@ class SoakProgram {
   };
   const std::vector<Sample>& samples() const { return mSamples; }
   VelorProcess& process() { return mProcess; }
-  /// Ends it.
-  void tell(SoakTable& table);
+  /// Ends it. So many file panels were opened, each of which leaves Qt something to keep.
+  void tell(SoakTable& table, int panels);
 
  private:
   /// Lines of its log and of its messages that no action of the run explains, with the
