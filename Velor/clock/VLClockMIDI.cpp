@@ -6,19 +6,12 @@
 
 #include "Kv-Appkit/KVException.h"
 #include "Velor/clock/VLLoopCheck.h"
-#include "Velor/mtc/MTC_Tx.h"
-#include "Velor/mtc/mtc_wire.h"
 #include "kva/MIDI/KVMIDICore.h"
-#include "kvtimecode/ltc_two_frames.h"
-#include "kvtimecode/ltc_utils.h"
 #include "platform/host/Log.h"
 #include "platform/midi/MIDIService.h"
 
 namespace velor {
 namespace {
-
-// Pieces by which a block begins later at most: one that is later still leads receivers astray.
-constexpr std::uint64_t kMostDelay = 4;
 
 // 0 where there is none, which no port can be made with.
 midi::MIDIClientRef defaultClient() {
@@ -90,16 +83,9 @@ void VLClockMIDI::removeDestination(const Endpoint& destination) {
   });
 }
 
-// Receivers lose both of two blocks whose pieces mix.
 void VLClockMIDI::sendTime(const SMPTETime& time, std::uint64_t hostTime) {
   mQueue.assertCurrent();
-  const std::uint64_t interval = mtc_quarter_frame_interval(time.mType);
-  const bool overtakes = ltc_same_time(time, mNextTime) && hostTime < mEarliest &&
-                         mEarliest - hostTime <= kMostDelay * interval;
-  const std::uint64_t begin = overtakes ? mEarliest : hostTime;
-  mNextTime = time;
-  ltc_add_two_frames(mNextTime);
-  mEarliest = begin + (kMTCPieces - 1) * interval + 1;
+  const std::uint64_t begin = mOrder.begin(time, hostTime, mtc_quarter_frame_interval(time.mType));
   for (const auto& destination : mDestinations) {
     velor::sendTime(*destination, time, begin, mOutputPort);
   }

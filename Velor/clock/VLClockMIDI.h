@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Velor/clock/VLSharedCell.h"
+#include "Velor/mtc/MTC_Tx.h"
 #include "Velor/mtc/VLMTCParser.h"
 #include "kva/MIDI/KVMIDIEndpoint.h"
 #include "kvtimecode/SMPTETime.h"
@@ -39,8 +40,8 @@ class VLClockMIDI {
   void addDestination(Endpoint destination, const SMPTETime* located);
   void removeDestination(const Endpoint& destination);
 
-  /// A block, or a full frame, of the time to all destinations. A block that would overtake
-  /// the one two frames before, as that was held up, begins when its last piece has left.
+  /// A block, or a full frame, of the time to all destinations. Blocks stay in
+  /// their order where one was held up.
   void sendTime(const SMPTETime& time, std::uint64_t hostTime);
   void locate(const SMPTETime& time) const;
 
@@ -62,8 +63,7 @@ class VLClockMIDI {
   midi::MIDIPortRef mOutputPort = 0;  // 0 for none
   midi::MIDIPortRef mSyncInPort = 0;  // 0 for none
   std::vector<Endpoint> mDestinations KV_ON_QUEUE(mQueue);
-  SMPTETime mNextTime KV_ON_QUEUE(mQueue){};        // of the block that goes on from the last one
-  std::uint64_t mEarliest KV_ON_QUEUE(mQueue) = 0;  // host time at which it can begin
+  MTCBlockOrder mOrder KV_ON_QUEUE(mQueue);
   std::shared_ptr<VLMTCParser> mParser;
   VLSharedCell<Endpoint> mSyncSource;
 };

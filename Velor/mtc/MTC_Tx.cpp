@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::size_t kBlockListBytes = 270;
 constexpr std::size_t kMessageListBytes = 268;
+constexpr std::uint64_t kMostPiecesHeldBack = 4;
 static_assert(sizeof(midi::MIDIPacketList) >= kBlockListBytes);
 static_assert(sizeof(midi::MIDIPacketList) >= kMessageListBytes);
 
@@ -63,6 +64,17 @@ void sendTime(const KVMIDIEndpoint& endpoint, const SMPTETime& time, std::uint64
   mtc_quarter_frames(sent, timestamp + kMTCPieces * quarterFrameInterval, quarterFrameInterval,
                      &list);
   midi::service().MIDISend(port, endpoint.endpoint(), &list);
+}
+
+std::uint64_t MTCBlockOrder::begin(const SMPTETime& time, std::uint64_t hostTime,
+                                   std::uint64_t interval) noexcept {
+  const bool overtakes = ltc_same_time(time, mNextTime) && hostTime < mEarliest &&
+                         mEarliest - hostTime <= kMostPiecesHeldBack * interval;
+  const std::uint64_t begin = overtakes ? mEarliest : hostTime;
+  mNextTime = time;
+  ltc_add_two_frames(mNextTime);
+  mEarliest = begin + (kMTCPieces - 1) * interval + 1;
+  return begin;
 }
 
 std::uint32_t sendLoopDetectionToken(const KVMIDIEndpoint& endpoint, midi::MIDIPortRef port) {

@@ -27,6 +27,22 @@ void mtc_quarter_frames(const SMPTETime& time, std::uint64_t sendTime, std::uint
 void sendTime(const KVMIDIEndpoint& endpoint, const SMPTETime& time, std::uint64_t timestamp,
               midi::MIDIPortRef port);
 
+/// Keeps the blocks of one stream apart: receivers lose both of two blocks whose pieces
+/// mix. That happens where a block was held up and the next one is not late any more.
+class MTCBlockOrder {
+ public:
+  /// Gives the host time (ns) at which the block of `time` begins, due at `hostTime` (ns),
+  /// with pieces `interval` (ns) apart. That is `hostTime`, or just after the last piece of
+  /// the block two frames before. A block that this would put off by more than four
+  /// pieces begins at `hostTime`: receivers would be led astray either way.
+  std::uint64_t begin(const SMPTETime& time, std::uint64_t hostTime,
+                      std::uint64_t interval) noexcept;
+
+ private:
+  SMPTETime mNextTime;          // of the block that goes on from the last one
+  std::uint64_t mEarliest = 0;  // host time at which it can begin
+};
+
 /// Sends a random token at once and gives it. A parser that meets it on an input
 /// proves that this endpoint leads back there. Realtime-safe: no.
 std::uint32_t sendLoopDetectionToken(const KVMIDIEndpoint& endpoint, midi::MIDIPortRef port);

@@ -92,8 +92,9 @@ struct VLMTC : std::enable_shared_from_this<VLMTC> {
   void report(VLMTCState state);
 
   Mode mMode KV_ON_QUEUE(queue) = Mode::idle;
-  SMPTETime mTime KV_ON_QUEUE(queue);                    // last sent
-  std::uint64_t mNextTimestamp KV_ON_QUEUE(queue) = 0;   // host time of mTime, ns
+  SMPTETime mTime KV_ON_QUEUE(queue);                   // last sent
+  std::uint64_t mNextTimestamp KV_ON_QUEUE(queue) = 0;  // host time of mTime, ns
+  MTCBlockOrder mOrder KV_ON_QUEUE(queue);
   kv_watchdog* mWatchdog KV_ON_QUEUE(queue) = nullptr;   // while reading
   std::optional<host::Timer> mTimer KV_ON_QUEUE(queue);  // runs while not idle
   std::uint64_t mTimerDeadline KV_ON_QUEUE(queue) = 0;   // host time, ns
@@ -171,7 +172,7 @@ std::int32_t VLMTC::stopFreewheel() {
 std::int32_t VLMTC::send(SMPTETime time, std::uint64_t timestamp) {
   const std::uint64_t quarterFrame = interval.load();
   mTime = time;
-  mNextTimestamp = timestamp + kMTCPieces * quarterFrame;
+  mNextTimestamp = mOrder.begin(time, timestamp, quarterFrame) + kMTCPieces * quarterFrame;
   ltc_add_two_frames(mTime);
   midi::MIDIPacketList list;
   mtc_quarter_frames(mTime, mNextTimestamp, quarterFrame, &list);

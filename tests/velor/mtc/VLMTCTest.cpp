@@ -241,6 +241,24 @@ TEST_F(VLMTCTest, ALateTimeFindsTheTimerSilentAndTheNextOnesPutItOff) {
   expectBlocks(late + kBlock, 8, 3 + 4);
 }
 
+TEST_F(VLMTCTest, ABlockDoesNotOvertakeOneWhoseTimeWasReadLate) {
+  for (const std::uint64_t lateness : {9, 12, 35}) {
+    SCOPED_TRACE(lateness);
+    readFrom(0, 1);
+    mHost.advance(lateness * kMs);
+    readFrom(2, 1, kBlock - lateness * kMs);
+    const std::uint64_t inTime = now();
+    readFrom(4, 8);
+    mHost.advance(kBlock - 1);
+    const std::vector<Packet> pieces = std::exchange(mPackets, {});
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+      EXPECT_EQ(pieces[i].second >> 4, i % 8);
+    }
+    EXPECT_EQ(pieces.back().first, inTime + 8 * kBlock + 7 * kQuarterFrame) << "in time again";
+    make();
+  }
+}
+
 TEST_F(VLMTCTest, WhatIsOutOfRangeIsRefusedAndChangesNothing) {
   double value = 0;
   EXPECT_EQ(VLMTCSetFramerate(mMtc, 29.97), 0);
