@@ -25,9 +25,9 @@
 #include "platform/host/SystemHost.h"
 #include "tests/support/FairRun.h"
 #include "tests/support/JackPeer.h"
+#include "tests/support/MTCStream.h"
 #include "tests/support/Servers.h"
 #include "tests/support/VelorProcess.h"
-#include "tests/system/MTCStream.h"
 
 namespace velor::test {
 namespace {

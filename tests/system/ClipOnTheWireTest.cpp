@@ -20,10 +20,10 @@
 
 #include "tests/support/FairRun.h"
 #include "tests/support/JackPeer.h"
+#include "tests/support/MTCStream.h"
 #include "tests/support/Servers.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/VelorProcess.h"
-#include "tests/system/MTCStream.h"
 
 namespace velor::test {
 namespace {

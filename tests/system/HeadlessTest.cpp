@@ -16,10 +16,10 @@
 #include <vector>
 
 #include "tests/support/JackPeer.h"
+#include "tests/support/MTCStream.h"
 #include "tests/support/Servers.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/VelorProcess.h"
-#include "tests/system/MTCStream.h"
 
 namespace velor::test {
 namespace {

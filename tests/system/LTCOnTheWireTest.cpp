@@ -20,9 +20,9 @@
 #include "tests/support/JackPeer.h"
 #include "tests/support/Kind.h"
 #include "tests/support/LTCSignalReader.h"
+#include "tests/support/MTCStream.h"
 #include "tests/support/Servers.h"
 #include "tests/support/VelorProcess.h"
-#include "tests/system/MTCStream.h"
 
 namespace velor::test {
 namespace {

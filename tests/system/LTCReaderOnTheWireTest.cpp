@@ -17,9 +17,9 @@
 #include "tests/support/FairRun.h"
 #include "tests/support/JackPeer.h"
 #include "tests/support/LTCSignal.h"
+#include "tests/support/MTCStream.h"
 #include "tests/support/Servers.h"
 #include "tests/support/VelorProcess.h"
-#include "tests/system/MTCStream.h"
 
 namespace velor::test {
 namespace {

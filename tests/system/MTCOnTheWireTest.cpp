@@ -14,9 +14,9 @@
 #include "tests/support/FairRun.h"
 #include "tests/support/JackPeer.h"
 #include "tests/support/Kind.h"
+#include "tests/support/MTCStream.h"
 #include "tests/support/Servers.h"
 #include "tests/support/VelorProcess.h"
-#include "tests/system/MTCStream.h"
 
 namespace velor::test {
 namespace {

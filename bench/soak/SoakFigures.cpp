@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tests/system/SoakFigures.h"
+#include "bench/soak/SoakFigures.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tests/system/MTCStream.h"
+#include "tests/support/MTCStream.h"
 
 #include <ltc.h>
 

@@ -18,15 +18,15 @@
 #include <thread>
 #include <vector>
 
+#include "bench/soak/SoakFigures.h"
+#include "bench/soak/SoakProgram.h"
+#include "bench/soak/SoakTable.h"
 #include "tests/support/JackCable.h"
 #include "tests/support/JackPeer.h"
+#include "tests/support/MTCStream.h"
 #include "tests/support/OSCTools.h"
 #include "tests/support/Servers.h"
 #include "tests/support/TestClip.h"
-#include "tests/system/MTCStream.h"
-#include "tests/system/SoakFigures.h"
-#include "tests/system/SoakProgram.h"
-#include "tests/system/SoakTable.h"
 
 namespace velor::test {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tests/system/SoakProgram.h"
+#include "bench/soak/SoakProgram.h"
 
 #include <algorithm>
 #include <csignal>

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/soak/SoakTable.h"
 #include "tests/support/VelorProcess.h"
-#include "tests/system/SoakTable.h"
 
 namespace velor::test {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "bench/soak/SoakTable.h"
 #include "tests/support/JackPeer.h"
-#include "tests/system/MTCStream.h"
-#include "tests/system/SoakTable.h"
+#include "tests/support/MTCStream.h"
 
 namespace velor::test {
 
