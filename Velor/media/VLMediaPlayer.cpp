@@ -13,10 +13,11 @@ Expected<std::unique_ptr<VLMediaPlayer>> VLMediaPlayer::initWithURL(
   if (service == nullptr) {
     return failure(request.path.string() + ": no player for clips");
   }
-  return service->initWithURL(request, reports)
-      .map([&delegate](std::unique_ptr<media::Player> player) {
-        return std::unique_ptr<VLMediaPlayer>(new VLMediaPlayer(std::move(player), delegate));
-      });
+  auto player = service->initWithURL(request, reports);
+  if (!player) {
+    return tl::unexpected(std::move(player.error()));
+  }
+  return std::unique_ptr<VLMediaPlayer>(new VLMediaPlayer(std::move(*player), delegate));
 }
 
 void VLMediaPlayer::play() {

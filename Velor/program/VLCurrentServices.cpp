@@ -40,12 +40,17 @@ std::unique_ptr<audio::AudioService> makeAudio(std::unique_ptr<audio::AudioOutsi
 // All services of a server share one client of it.
 Services makeJack() {
   const auto client = std::make_shared<jack::JackClient>();
-  return {std::make_unique<midi::MIDIObjectTable>(std::make_unique<midi::JackMIDI>(client)),
-          makeAudio(std::make_unique<audio::JackAudio>(client))};
+  Services services;
+  services.midi = std::make_unique<midi::MIDIObjectTable>(std::make_unique<midi::JackMIDI>(client));
+  services.audio = makeAudio(std::make_unique<audio::JackAudio>(client));
+  return services;
 }
 
 Services makeBuiltin() {
-  return {std::make_unique<midi::MIDIObjectTable>(nullptr), makeAudio(nullptr)};
+  Services services;
+  services.midi = std::make_unique<midi::MIDIObjectTable>(nullptr);
+  services.audio = makeAudio(nullptr);
+  return services;
 }
 
 // In the order of preference; the last is always available.

@@ -181,7 +181,9 @@ class Picture {
     low = std::floor(low / step + 1e-9) * step;
     high = std::ceil(high / step - 1e-9) * step;
     const auto yOf = [=](double value) { return top + (high - value) / (high - low) * kPanel; };
-    for (double value = low; value < high + step / 2; value += step) {
+    const long steps = std::lround((high - low) / step);
+    for (long i = 0; i <= steps; ++i) {
+      const double value = low + static_cast<double>(i) * step;
       mText += line("<line class=\"grid\" x1=\"%.1f\" x2=\"%.1f\" y1=\"%.1f\" y2=\"%.1f\"/>\n",
                     kLeft, kWidth - kRight, yOf(value), yOf(value));
       mText += words(kLeft - 8, yOf(value) + 4, "dim", "end",
@@ -251,15 +253,18 @@ class Picture {
 
   void drawTimeGrid(double top, double height) {
     const double step = timeStepFor(mSpan);
-    for (double time = step; time < mSpan; time += step) {
-      mText += line("<line class=\"grid\" x1=\"%.1f\" x2=\"%.1f\" y1=\"%.1f\" y2=\"%.1f\"/>\n",
-                    xOf(time), xOf(time), top, top + height);
+    for (long i = 1; static_cast<double>(i) * step < mSpan; ++i) {
+      const double x = xOf(static_cast<double>(i) * step);
+      mText += line("<line class=\"grid\" x1=\"%.1f\" x2=\"%.1f\" y1=\"%.1f\" y2=\"%.1f\"/>\n", x,
+                    x, top, top + height);
     }
   }
 
   void drawTimes(double top) {
     const double step = timeStepFor(mSpan);
-    for (double time = 0; time <= mSpan * 1.0001; time += step) {
+    const auto steps = static_cast<long>(mSpan * 1.0001 / step);
+    for (long i = 0; i <= steps; ++i) {
+      const double time = static_cast<double>(i) * step;
       mText += words(xOf(time), top + 16, "dim", "middle", timeText(time, mSpan));
     }
     mText += words(kLeft + kCurve / 2, top + 36, "dim", "middle", timeUnit(mSpan));
