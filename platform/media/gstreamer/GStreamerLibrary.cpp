@@ -7,8 +7,9 @@
 namespace velor::media {
 namespace {
 
-// What a player is made of, and what opens the usual files, with the packages that bring them.
-// Which codecs there are differs from system to system: a clip tells the decoder that it lacks.
+// The elements that a player builds its pipeline from, and those that read the usual files;
+// each with the package that installs it. Decoders are not in the list: systems differ in
+// them, and a clip that lacks one names it.
 struct Needed {
   const char* element;
   const char* package;

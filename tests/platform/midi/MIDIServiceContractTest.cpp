@@ -26,7 +26,8 @@ constexpr std::uint64_t kMs = 1'000'000;
 struct Setting {
   virtual ~Setting() = default;
   virtual MIDIService& midi() = 0;
-  // Of what is to be repeated: more than there are places, or what time allows.
+  // How often a test repeats its steps: more often than the service has places, or, with a
+  // server, as often as there is time for.
   virtual int rounds() = 0;
 };
 

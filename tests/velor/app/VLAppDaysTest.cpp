@@ -211,7 +211,7 @@ class VLAppDays : public AppFixture {
     pass(3);
   }
 
-  // What comes and goes between two runs.
+  // Saves and opens the document, and takes the device and both ports away and brings them back.
   void change() {
     EXPECT_TRUE(app().saveApplicationStateToURL(mFolder.path() / "days.velor"));
     closeMediaWindows();

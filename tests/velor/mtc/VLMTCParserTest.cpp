@@ -101,7 +101,7 @@ class VLMTCParserTest : public testing::Test {
         damage(bytes);
       }
       for (const std::uint8_t byte : bytes) {
-        add(0, {0xF2, byte});  // is no piece
+        add(0, {0xF2, byte});  // no quarter frame
         addPiece(mStart + number * kBlock + byte / 16 * kBlock / 8, byte);
       }
     }
