@@ -82,7 +82,6 @@ void print(const char* name, int period, const Cost& cost) {
 
 void measureCost(int period, double seconds) {
   JackServer server(period);
-  server.enter();
   server.start();
   JackPeer desk("Desk");
   std::vector<std::string> arguments = {"--headless", "--format", "30", "--play"};

@@ -130,7 +130,6 @@ void Soak::run() {
   TestClip clip;
   clip.seconds = mStretch;
   clip.make(mFolder.path() / "clip.mkv");
-  mServer->enter();
   startServer();
   startPrograms();
   for (int i = 0; i < mStretches; ++i) {

@@ -150,7 +150,7 @@ std::map<std::string, double> SoakFigures::judgeLTC(const std::string& name, std
   reader.read(static_cast<double>(first), all.first(opening));
   reader.torn = reader.silences = 0;
   reader.read(static_cast<double>(first + opening), all.subspan(opening));
-  const std::vector<Label> labels = readLTC(samples, samplesPerFrame);
+  const std::vector<ReadLabel> labels = readLTC(samples, samplesPerFrame);
   sequence.count += labels.size();
   if (labels.empty()) {
     count(sequence, "nothing was read");

@@ -156,19 +156,20 @@ std::uint64_t sendStream(JackPeer& peer, int port, const WireFormat& format, Lab
   return frame + static_cast<std::uint64_t>(std::llround(8 * blocks * spacing));
 }
 
-std::vector<Label> readLTC(std::vector<float> samples, double samplesPerFrame) {
+std::vector<ReadLabel> readLTC(std::vector<float> samples, double samplesPerFrame) {
   const std::unique_ptr<LTCDecoder, decltype(&::ltc_decoder_free)> decoder(
       ::ltc_decoder_create(static_cast<int>(samplesPerFrame), 64), &::ltc_decoder_free);
-  std::vector<Label> labels;
+  std::vector<ReadLabel> labels;
   constexpr std::size_t kBuffer = 1024;
   for (std::size_t i = 0; i < samples.size(); i += kBuffer) {
     ::ltc_decoder_write_float(decoder.get(), samples.data() + i,
-                              std::min(kBuffer, samples.size() - i), 0);
+                              std::min(kBuffer, samples.size() - i), static_cast<ltc_off_t>(i));
     for (LTCFrameExt frame; ::ltc_decoder_read(decoder.get(), &frame) > 0;) {
       const LTCFrame& digits = frame.ltc;
       labels.push_back(
-          {digits.hours_tens * 10 + digits.hours_units, digits.mins_tens * 10 + digits.mins_units,
-           digits.secs_tens * 10 + digits.secs_units, digits.frame_tens * 10 + digits.frame_units});
+          {{digits.hours_tens * 10 + digits.hours_units, digits.mins_tens * 10 + digits.mins_units,
+            digits.secs_tens * 10 + digits.secs_units, digits.frame_tens * 10 + digits.frame_units},
+           static_cast<double>(frame.off_start)});
     }
   }
   return labels;

@@ -71,8 +71,12 @@ Grid gridOf(const std::vector<Block>& blocks, const WireFormat& format, double s
 std::uint64_t sendStream(JackPeer& peer, int port, const WireFormat& format, Label first,
                          std::uint64_t frame, int blocks);
 
-/// The labels of LTC in the order in which libltc reads them.
-std::vector<Label> readLTC(std::vector<float> samples, double samplesPerFrame);
+/// A label of LTC, and the sample in which its frame begins.
+struct ReadLabel : Label {
+  double place = 0;
+};
+/// In the order in which libltc reads them.
+std::vector<ReadLabel> readLTC(std::vector<float> samples, double samplesPerFrame);
 
 double quantile(std::vector<double> values, double part);
 

@@ -154,11 +154,12 @@ Process startBus(const std::string& path, const std::string& log) {
   return bus;
 }
 
-void Server::enter() const {
+void Server::start() {
   for (const std::string& entry : environment()) {
     const auto split = entry.find('=');
     setenv(entry.substr(0, split).c_str(), entry.substr(split + 1).c_str(), 1);
   }
+  run();
 }
 
 JackServer::JackServer(int period, int rate)
@@ -166,7 +167,7 @@ JackServer::JackServer(int period, int rate)
   takeOwnSharedMemory();
 }
 
-void JackServer::start() {
+void JackServer::run() {
   const std::string log = mFolder.path().string() + "/jackd.log";
   mProcess = Process({"jackd", "--name", mName, "-R", "-S", "-d", "dummy", "-r",
                       std::to_string(mRate), "-p", std::to_string(mPeriod)},
@@ -196,7 +197,7 @@ std::vector<std::string> PipeWireServer::environment() const {
           "JACK_DEFAULT_SERVER=velor-test-none"};  // the other library finds nothing
 }
 
-void PipeWireServer::start() {
+void PipeWireServer::run() {
   const std::string log = mFolder.path().string() + "/pipewire.log";
   auto all = environment();
   all.push_back("XDG_CONFIG_HOME=" + mFolder.path().string() + "/config");
@@ -249,7 +250,7 @@ std::vector<std::string> AvahiServer::environment() const {
   return {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + busPath()};
 }
 
-void AvahiServer::start() {
+void AvahiServer::run() {
   const std::string folder = mFolder.path().string();
   if (!mBus.isRunning()) {
     killBus();

@@ -48,15 +48,18 @@ class Process {
 Process startBus(const std::string& path, const std::string& log);
 
 /// A server under a name or in a folder of its own, beside any that runs.
-/// `environment` is what its clients need; `enter` sets it in this process.
+/// `environment` is what its clients need.
 class Server {
  public:
   virtual ~Server() = default;
-  virtual void start() = 0;
+  /// Makes this process one of its clients, too.
+  void start();
   /// Ends at once, as a crash would.
   virtual void kill() = 0;
   virtual std::vector<std::string> environment() const = 0;
-  void enter() const;
+
+ private:
+  virtual void run() = 0;
 };
 
 /// jackd with the dummy driver, in real time and waiting for its clients in each
@@ -71,7 +74,6 @@ class JackServer final : public Server {
   static constexpr int kPeriod = 128;
 #endif
   explicit JackServer(int period = kPeriod, int rate = 48000);
-  void start() override;
   void kill() override;
   std::vector<std::string> environment() const override;
   /// The name of the server.
@@ -80,6 +82,8 @@ class JackServer final : public Server {
   }
 
  private:
+  void run() override;
+
   const std::string mName;
   const int mPeriod;
   const int mRate;
@@ -91,13 +95,14 @@ class JackServer final : public Server {
 /// own.
 class PipeWireServer final : public Server {
  public:
-  void start() override;
   void kill() override;
   std::vector<std::string> environment() const override;
   /// Forces a sample rate and a period while it runs; 0 leaves one free.
   void force(int rate, int period);
 
  private:
+  void run() override;
+
   TemporaryFolder mFolder;
   Process mBus;
   Process mServer;
@@ -108,14 +113,13 @@ class PipeWireServer final : public Server {
 /// interface and nothing else; its host is "velor-test.local".
 class AvahiServer final : public Server {
  public:
-  /// The bus too, unless it runs.
-  void start() override;
-  /// The daemon alone.
+  /// The daemon alone; `start` starts the bus too, unless it runs.
   void kill() override;
   void killBus();
   std::vector<std::string> environment() const override;
 
  private:
+  void run() override;
   static std::string busPath();
 
   TemporaryFolder mFolder;

@@ -81,7 +81,6 @@ class Chase : public testing::Test {
 
   // On a server that is started for them.
   void makeClients() {
-    mServer.enter();
     mServer.start();
     mRecorder = std::make_unique<JackPeer>("Recorder");
     mRecorder->addInput("in");
@@ -305,7 +304,6 @@ TEST_F(ChaseAtALargePeriod, ALoopIsFoundWhenItsDestinationIsAddedToARollingClock
 TEST(HeadlessChase, ALoopThatReturnsWithItsServerIsFoundAgain) {
   // Under load a server skips programs in short cycles, and with them the one token.
   JackServer server(512);
-  server.enter();
   server.start();
   auto console = makeConsole();
   VelorProcess velor(
@@ -327,7 +325,6 @@ TEST(HeadlessChase, ALoopThatReturnsWithItsServerIsFoundAgain) {
 
 TEST(HeadlessChase, TheStatusLineShowsArmedChasingTheWrongFormatAndALoop) {
   JackServer server;
-  server.enter();
   server.start();
   JackPeer sender("Sender");
   sender.addOutput("out");

@@ -78,7 +78,6 @@ TEST_F(HeadlessAlone, ASignalWhileAClipStillOpensEndsTheStartAtOnce) {
 }
 
 TEST_F(Headless, ListPrintsSourcesAndDestinationsByWhichPortsCanBeNamed) {
-  mServer.enter();
   mServer.start();
   JackPeer desk("Desk");
   desk.addInput("in");
@@ -106,7 +105,6 @@ TEST_F(Headless, ListPrintsSourcesAndDestinationsByWhichPortsCanBeNamed) {
 }
 
 TEST_F(Headless, OffsetPrerollStopAndRateShapeARunThatEndsWithAWholeBlock) {
-  mServer.enter();
   mServer.start();
   JackPeer desk("Desk");
   desk.addInput("in");
@@ -129,7 +127,6 @@ TEST_F(Headless, OffsetPrerollStopAndRateShapeARunThatEndsWithAWholeBlock) {
 }
 
 TEST_F(Headless, AClockIsArmedByTheSyncSourceThatTheLastRunLeftAndByNoneAtAllNot) {
-  mServer.enter();
   mServer.start();
   JackPeer deck("Deck");
   deck.addOutput("out");

@@ -27,7 +27,7 @@
 namespace velor::test {
 namespace {
 
-void expectInSequence(const std::vector<Label>& labels, const WireFormat& format) {
+void expectInSequence(const std::vector<ReadLabel>& labels, const WireFormat& format) {
   for (std::size_t i = 1; i < labels.size(); ++i) {
     ASSERT_EQ(labels[i].text(), next(labels[i - 1], format).text()) << "frame " << i;
   }
@@ -53,7 +53,6 @@ TEST_P(LTCOnTheWire, EveryFrameComesInSequenceAtTheFrameOfTheMTCThatNamesIt) {
         const OnWire& wire = GetParam();
         const WireFormat& format = wireFormat(wire.format);
         const auto server = wire.make();
-        server->enter();
         server->start();
         const char* const period = std::getenv("VELOR_SOAK_PERIOD");
         if (auto* const pipeWire = dynamic_cast<PipeWireServer*>(server.get());
@@ -89,7 +88,7 @@ TEST_P(LTCOnTheWire, EveryFrameComesInSequenceAtTheFrameOfTheMTCThatNamesIt) {
           starts.push_back(start);
         });
         reader.read(static_cast<double>(recorder.audioStart()), samples);
-        const std::vector<Label> labels = readLTC(samples, samplesPerFrame);
+        const std::vector<ReadLabel> labels = readLTC(samples, samplesPerFrame);
         ASSERT_GT(static_cast<double>(labels.size()), (soakSeconds() - 3) * format.framesPerSecond);
         // At a long period the device has asked for the beginning of the first frame before
         // its time was told.

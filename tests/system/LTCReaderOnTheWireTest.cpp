@@ -120,7 +120,6 @@ TEST_P(LTCReaderOnTheWire, EachFrameIsSentAsMTCAtItsMomentAndShownWithItsUserBit
         const Wire& wire = GetParam();
         const WireFormat& format = wireFormat(wire.format);
         JackServer server(wire.period, kSampleRate);
-        server.enter();
         server.start();
         const Tape tape(wire.type, format);
         JackPeer recorder("Recorder");

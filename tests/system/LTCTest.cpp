@@ -15,7 +15,6 @@ namespace {
 
 TEST(LTC, AClockFollowsTheReaderOfItsOwnCommandLine) {
   JackServer server(256);
-  server.enter();
   server.start();
   VelorOnTerminal follower(200,
                            {"--headless", "--format", "25", "--ltc-in", "system:1", "--sync-source",
@@ -39,7 +38,6 @@ TEST(LTC, AClockFollowsTheReaderOfItsOwnCommandLine) {
 // one that is named now.
 TEST(LTC, TheReaderThatIsNamedStaysWhenTheDeviceOfAnEarlierRunReturns) {
   JackServer server(256);
-  server.enter();
   server.start();
   const TemporaryFolder folder;
   auto environment = server.environment();

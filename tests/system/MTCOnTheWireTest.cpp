@@ -77,7 +77,6 @@ class MTCOnTheWire : public testing::TestWithParam<ServerKind> {};
 TEST_P(MTCOnTheWire, AllFormatsAtOnceArriveWholeOnTheirGridOverMinutesAndMidnight) {
   inFairRun([] {
     const auto server = GetParam().make();
-    server->enter();
     server->start();
     // Eight ports of at most 120 quarter frames a second.
     JackPeer recorder("Recorder", static_cast<std::size_t>((soakSeconds() + 10) * 8 * 120));
@@ -172,7 +171,6 @@ void expectUnbroken(const Stream& stream, const WireFormat& format, double sampl
 // The program at 25 frames a second on a server that it starts, and a recorder.
 struct RunAt25 {
   explicit RunAt25(Server& server) {
-    server.enter();
     server.start();
     recorder = std::make_unique<JackPeer>("Recorder");
     recorder->addInput("in");

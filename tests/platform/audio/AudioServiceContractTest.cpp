@@ -69,7 +69,6 @@ struct BuiltinSetting final : Setting {
 template <class Server>
 struct JackSetting final : Setting {
   JackSetting() {
-    mServer.enter();
     mServer.start();
     mHost = std::make_unique<host::SystemHost>();
     returnDevice();

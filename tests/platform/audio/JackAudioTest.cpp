@@ -77,10 +77,7 @@ struct Listener {
 template <class Server>
 class JackAudioOnServer : public testing::Test {
  protected:
-  JackAudioOnServer() {
-    mServer.enter();
-    mServer.start();
-  }
+  JackAudioOnServer() { mServer.start(); }
 
   void startWithCable() {
     mCable = std::make_unique<test::JackCable>("Cable", 2);

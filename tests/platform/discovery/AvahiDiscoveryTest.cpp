@@ -19,7 +19,6 @@ namespace {
 class AvahiDiscoveryTest : public testing::Test {
  protected:
   AvahiDiscoveryTest() {
-    mServer.enter();
     mServer.start();
     mDiscovery = std::make_unique<AvahiDiscovery>();
     setService(mDiscovery.get());

@@ -37,7 +37,6 @@ struct BuiltinSetting final : Setting {
 
 struct AvahiSetting final : Setting {
   AvahiSetting() {
-    mServer.enter();
     mServer.start();
     mDiscovery = std::make_unique<AvahiDiscovery>();
     setService(mDiscovery.get());

@@ -30,11 +30,6 @@ std::unique_ptr<test::JackPeer> peerWith(const char* name, const std::vector<std
   return peer;
 }
 
-void enterAndStart(test::Server& server) {
-  server.enter();
-  server.start();
-}
-
 // The service with a client and its output.
 struct Service {
   Service() {
@@ -48,7 +43,7 @@ struct Service {
 
 class JackMIDITest : public testing::Test {
  protected:
-  JackMIDITest() { enterAndStart(mServer); }
+  JackMIDITest() { mServer.start(); }
 
   void open() {
     mService = std::make_unique<Service>();
@@ -164,7 +159,7 @@ TEST(JackMIDIAtALargePeriod, PortsThatAreDueTogetherOpenTogetherAlsoWhenTheServe
   test::inFairRun([] {
     constexpr std::size_t kPorts = 24;
     test::JackServer server(2048);
-    enterAndStart(server);
+    server.start();
     host::SystemHost host;
     Service service;
     MIDIObjectTable& table = service.table;
@@ -227,7 +222,7 @@ TYPED_TEST_SUITE(JackMIDIOnServer, Servers);
 
 TYPED_TEST(JackMIDIOnServer, ConnectionsOfOthersToOurPortsOutlastTheServerAndNotTheirEnd) {
   TypeParam server;
-  enterAndStart(server);
+  server.start();
   host::SystemHost host;
   Service service;
   MIDIObjectTable& table = service.table;

@@ -40,7 +40,6 @@ struct BuiltinSetting final : Setting {
 
 struct JackSetting final : Setting {
   JackSetting() {
-    mServer.enter();
     mServer.start();
     mTable = std::make_unique<MIDIObjectTable>(std::make_unique<JackMIDI>());
   }
