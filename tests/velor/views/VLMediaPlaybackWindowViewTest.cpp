@@ -3,12 +3,11 @@
 
 #include <QDialog>
 #include <QLabel>
-#include <QMenuBar>
 #include <fstream>
 
 #include "Velor/views/VLMediaPlaybackWindow.h"
-#include "Velor/views/VLPopupButton.h"
 #include "Velor/views/VLSlider.h"
+#include "Velor/views/VLTimecodeField.h"
 #include "tests/velor/views/WindowFixture.h"
 
 namespace velor {
@@ -44,10 +43,7 @@ class VLMediaPlaybackWindowViewTest : public WindowFixture {
 };
 
 TEST_F(VLMediaPlaybackWindowViewTest, AsksForAClipAtOnceAndClosesWithoutOne) {
-  EXPECT_EQ(mMain->menuBar()->actions().at(4)->menu()->objectName(), "playbackMenu");
   ASSERT_NE(window(), nullptr);
-  EXPECT_EQ(window()->windowTitle(), "Media Playback");
-  EXPECT_EQ(part<QLineEdit>("mtcInField").text(), "MTC In: 00:00:00:00");
   EXPECT_FALSE(part<VLButton>("playButton").isEnabled());
   ASSERT_NE(window()->sheets().current(), nullptr);
   window()->sheets().current()->reject();
@@ -61,7 +57,17 @@ TEST_F(VLMediaPlaybackWindowViewTest, TheControlsDriveTheClip) {
   std::filesystem::create_directories(folders().state());
   load("clip.mp4");
   EXPECT_EQ(window()->windowTitle(), "Walk-in");
-  EXPECT_EQ(part<VLPopupButton>("audioPopUpButton").count(), 3);
+  QApplication::setActiveWindow(window());
+  settle();
+  auto& start = *window()->findChild<VLTimecodeField*>();
+  start.setFocus(Qt::TabFocusReason);
+  QTest::keyClicks(QApplication::focusWidget(), "0203");
+  EXPECT_EQ(controller().clipStartTimeString(), "02:03:00:00");
+  for (int pair = 2; pair < 4; ++pair) {
+    EXPECT_TRUE(start.isAncestorOf(QApplication::focusWidget()));
+    press(*QApplication::focusWidget(), Qt::Key_Tab);
+  }
+  EXPECT_FALSE(start.isAncestorOf(QApplication::focusWidget()));
   media::SimulatedPlayer& player = *mMedia.players.at(0);
   clickPart("playButton");
   EXPECT_EQ(player.rate(), 1);
@@ -69,8 +75,6 @@ TEST_F(VLMediaPlaybackWindowViewTest, TheControlsDriveTheClip) {
   EXPECT_EQ(part<QLabel>("chaseLabel").text(), "in step with MTC");
   clickPart("playButton");
   EXPECT_EQ(player.rate(), 0);
-  settle();
-  EXPECT_EQ(part<QLabel>("chaseLabel").text(), "stopped");
   part<VLSlider>("positionSlider").setValue(4000);
   mHost.advance(host::kNsPerSecond);
   EXPECT_EQ(player.currentTime(), std::chrono::seconds(4));
@@ -86,12 +90,8 @@ TEST_F(VLMediaPlaybackWindowViewTest, TheControlsDriveTheClip) {
 
   clickPart("fullScreenButton");
   EXPECT_TRUE(window()->isFullScreen());
-  EXPECT_FALSE(part<QWidget>("controls").isVisible());
-  QApplication::setActiveWindow(window());
-  settle();
   press(*window(), Qt::Key_Escape);
   EXPECT_FALSE(window()->isFullScreen());
-  EXPECT_TRUE(part<QWidget>("controls").isVisible());
 
   player.fail("the disk is gone");
   settle();

@@ -9,7 +9,6 @@
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLUserDefinedOSCClient.h"
 #include "Velor/views/VLOSCSetupWindowController.h"
-#include "Velor/views/VLPaneSplitView.h"
 #include "sim/SimulatedHostAddresses.h"
 #include "tests/velor/views/WindowFixture.h"
 
@@ -101,69 +100,37 @@ class VLOSCSetupWindowTest : public WindowFixture {
   VLOSCSetupWindowController* mSetup = nullptr;
 };
 
-TEST_F(VLOSCSetupWindowTest, TheFieldAndTheButtonFollowTheServerWhoeverStartsIt) {
+TEST_F(VLOSCSetupWindowTest, TheFieldShowsThePortOfTheServerAndWhatCannotBeOneStartsNothing) {
+  mNetwork.failNext(SimulatedUDPNetwork::Call::bind, EADDRINUSE);
+  clickPart("startStopButton");
+  EXPECT_THAT(takeSheet(), HasSubstr("Error in bind() function"));
+  EXPECT_EQ(startStop().text(), "Start");
   clickPart("startStopButton");
   EXPECT_EQ(server().port(), 7770);
   EXPECT_FALSE(port().isEnabled());
-  EXPECT_EQ(startStop().text(), "Stop");
   clickPart("startStopButton");
-  EXPECT_FALSE(server().running());
   EXPECT_TRUE(port().isEnabled());
-  EXPECT_EQ(port().text(), "7770");
-
   ASSERT_TRUE(server().startUdPServerAtPort(8001));
   settle();
   EXPECT_EQ(port().text(), "8001");
   EXPECT_EQ(QAccessible::queryAccessibleInterface(&startStop())->text(QAccessible::Name), "Stop");
-  server().stop();
-  settle();
-  mSetup->close();
-  action("showOSCSetup").trigger();  // the same again
-  EXPECT_TRUE(mSetup->isVisible());
-  EXPECT_EQ(port().text(), "8001");
-}
-
-TEST_F(VLOSCSetupWindowTest, APortIsCutTo16BitsAndRubbishStartsNothing) {
-  startAt("70000");
-  EXPECT_EQ(server().port(), 4464);
-  EXPECT_EQ(port().text(), "4464");
-  clickPart("startStopButton");
-  startAt("0");
-  EXPECT_GE(server().port(), 1024);
-  EXPECT_EQ(port().text().toInt(), server().port());
   clickPart("startStopButton");
   for (const char* rubbish : {"", "abc", "77x", "1e3", "99999999999999999999", "\u0667"}) {
     startAt(rubbish);
     EXPECT_FALSE(server().running()) << rubbish;
     EXPECT_THAT(takeSheet(), HasSubstr("is not a port")) << rubbish;
   }
-  press(port(), Qt::Key_Space);  // is typed, and plays nothing
-  EXPECT_FALSE(clock().running());
-}
-
-TEST_F(VLOSCSetupWindowTest, APortOfAnotherProgramGivesASheetAndCanBeTriedAgain) {
-  mNetwork.failNext(SimulatedUDPNetwork::Call::bind, EADDRINUSE);
-  startAt("7771");
-  EXPECT_THAT(takeSheet(), HasSubstr("Error in bind() function"));
-  EXPECT_TRUE(port().isEnabled());
-  EXPECT_EQ(port().text(), "7771");
-  EXPECT_EQ(startStop().text(), "Start");
-  clickPart("startStopButton");
-  EXPECT_EQ(server().port(), 7771);
-  EXPECT_EQ(takeSheet(), "");
+  startAt("70000");
+  EXPECT_EQ(server().port(), 4464) << "16 bits of it";
+  EXPECT_EQ(port().text(), "4464");
 }
 
 TEST_F(VLOSCSetupWindowTest, TheRadioButtonsAndTheFilterModeFollowEachOther) {
-  EXPECT_TRUE(part<QRadioButton>("allowTickedButton").isChecked());
-  clickPart("allowAllButton");
+  press(part<QRadioButton>("allowAllButton"), Qt::Key_Return);
   EXPECT_EQ(server().filterMode(), VLOSCServer::kPromiscuousMode);
   server().setFilterMode(VLOSCServer::kFilteringMode);
   settle();
   EXPECT_TRUE(part<QRadioButton>("allowTickedButton").isChecked());
-  press(part<QRadioButton>("allowAllButton"), Qt::Key_Return);
-  EXPECT_EQ(server().filterMode(), VLOSCServer::kPromiscuousMode);
-  press(part<QRadioButton>("allowAllButton"), Qt::Key_Right);
-  EXPECT_EQ(server().filterMode(), VLOSCServer::kFilteringMode);
 }
 
 TEST_F(VLOSCSetupWindowTest, ARefusedHostAppearsIsTickedAndGoesByTheKeyOfItsTableAlone) {
@@ -190,7 +157,6 @@ TEST_F(VLOSCSetupWindowTest, ARefusedHostAppearsIsTickedAndGoesByTheKeyOfItsTabl
   targets().setFocus();
   press(targets(), Qt::Key_Delete);
   EXPECT_THAT(dispatcher().clients(), IsEmpty());
-  press(targets(), Qt::Key_Delete);
 }
 
 TEST_F(VLOSCSetupWindowTest, ANewTargetGoesToTheNetworkOfThisHost) {
@@ -258,22 +224,6 @@ TEST_F(VLOSCSetupWindowTest, AnOpenEditorKeepsWhatIsTypedUntilItsTargetVanishes)
   EXPECT_EQ(targets().findChild<QLineEdit*>(), nullptr);
   EXPECT_EQ(client->storedHost(), "10.1.1.1");
   EXPECT_THAT(rows(targets()), IsEmpty());
-}
-
-TEST_F(VLOSCSetupWindowTest, APaneAtItsLeastHeightLeavesTheChangeToTheOther) {
-  using Heights = std::pair<int, int>;
-  EXPECT_EQ(VLPaneSplitView::resized(200, 150, 400), Heights(200, 200));
-  EXPECT_EQ(VLPaneSplitView::resized(300, 100, 350), Heights(250, 100));
-  EXPECT_EQ(VLPaneSplitView::resized(400, 110, 330), Heights(230, 100));
-  auto& split = part<VLPaneSplitView>("splitView");
-  const int all = split.sizes()[0] + split.sizes()[1];
-  split.setSizes({0, all});
-  EXPECT_EQ(split.sizes()[0], VLPaneSplitView::kLeastUpper);
-  mSetup->resize(mSetup->width(), mSetup->height() + 60);
-  settle();
-  EXPECT_EQ(split.sizes(), (QList<int>{VLPaneSplitView::kLeastUpper, all + 60 - 200}));
-  split.setSizes({all, 0});
-  EXPECT_EQ(split.sizes()[1], VLPaneSplitView::kLeastLower);
 }
 
 }  // namespace

@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Velor/clock/VLClock.h"
-#include "Velor/views/VLClockStatusText.h"
+#include "Velor/clock/VLClockStatus.h"
 #include "Velor/views/VLTimecodeTextView.h"
 #include "tests/velor/views/ViewFixture.h"
 
@@ -90,28 +89,6 @@ class VLTimecodeViewTest : public ViewFixture {
   VLTimecodeView mView;
   QPushButton mNext;
 };
-
-TEST_F(VLTimecodeViewTest, TheBoxOfTheFrameHasTheColourOfTheStatusAndTheSecondTimeThatOfItsMode) {
-  const QColor dark = colorAt(mView, mView.boxFrame(3).center());
-  for (const VLClockStatus status : {VLClockStopped, VLClockRolling, VLClockArmedWrongFormat}) {
-    mView.setClockStatus(status);
-    EXPECT_EQ(colorAt(mView, mView.boxFrame(12).center()),
-              VLQColor(VLClock::colorForClockState(status)));
-    EXPECT_EQ(colorAt(mView, mView.boxFrame(11).center()), dark);
-    EXPECT_EQ(colorAt(mView, mView.boxFrame(24).center()), dark);
-  }
-  mView.setPlayMode(VLPlayModeStop);
-  EXPECT_EQ(mView.cell(Time::second).textColor(), VLQColor(VLClock::stopModeColor()));
-  mView.setPlayMode(VLPlayModeLoop);
-  EXPECT_EQ(mView.cell(Time::second).textColor(), VLQColor(VLClock::loopModeColor()));
-  EXPECT_NE(colorAt(mView, mView.boxFrame(3).topLeft() + QPointF(0.5, 0.5)), dark);
-  mView.copyTime(timeOf("10:20:30:23", kSMPTETimeType24));
-  EXPECT_GT(mView.boxFrame(23).right(), mView.width() - 10);
-  mView.copyTime({});
-  EXPECT_EQ(shown(Time::main), "--:--:--:--");
-  EXPECT_EQ(colorAt(mView, mView.boxFrame(0).center()), dark);
-  EXPECT_EQ(colorAt(mView, mView.boxFrame(0).topLeft() + QPointF(0.5, 0.5)), dark);
-}
 
 TEST_F(VLTimecodeViewTest, KeysChangeThePairThatIsSelected) {
   constexpr auto k25 = kSMPTETimeType25;
@@ -284,18 +261,6 @@ TEST_F(VLTimecodeViewTest, AFrameRepaintsTheTextAndTwoBoxesAndTheSameTimeNothing
   mView.copyTime(timeOf("10:20:30:13"));
   settle();
   EXPECT_TRUE(painted.take().isEmpty());
-}
-
-TEST_F(VLTimecodeViewTest, TheWholeDrawingScalesAndNoDigitMovesWhenAnotherChanges) {
-  for (const double scale : {1.0, 1.5, 2.0, 3.0}) {
-    mView.setScale(scale);
-    EXPECT_EQ(mView.sizeHint().height(), 100 * scale);
-    mView.copyTime(timeOf("11:11:11:11"));
-    const QRectF narrow = mView.cell(Time::main).frameOfCharacter(mView.frame(Time::main), 10);
-    mView.copyTime(timeOf("08:00:00:08"));
-    EXPECT_EQ(mView.cell(Time::main).frameOfCharacter(mView.frame(Time::main), 10), narrow);
-    EXPECT_NEAR(mView.boxFrame(0).height(), 8 * scale, 0.51);
-  }
 }
 
 TEST_F(VLTimecodeViewTest, AScreenReaderFindsTheTimesOfTheModeByNameWithTextAndStatus) {

@@ -49,6 +49,14 @@ TEST_F(VLWindowPlacesTest, EveryWindowIsAsItWasLeftHoweverItWasClosed) {
   divider.setSizes({divider.height() - 240, 240});
   settle();
   const QList<int> sizes = divider.sizes();
+  mMain->resize(760, 500);
+  child<QSplitter>("mainSplitView").setSizes({200, 530});
+  markerTable().horizontalHeader()->resizeSection(1, 222);
+  action("larger").trigger();
+  settle();
+  const QList<int> halves = child<QSplitter>("mainSplitView").sizes();
+  const QSize size = mMain->size();
+  mMain->move(QApplication::primaryScreen()->geometry().bottomRight() + QPoint(300, 300));
   windows["Devices"]->close();
   action("showDestinationsWindow").trigger();  // made anew
   settle();
@@ -65,6 +73,11 @@ TEST_F(VLWindowPlacesTest, EveryWindowIsAsItWasLeftHoweverItWasClosed) {
   EXPECT_EQ(windows["LTC Generator 1"]->pos(), QPoint(123, 234));
   EXPECT_EQ(windows["OSC Setup"]->geometry(), QRect(20, 30, 600, 580));
   EXPECT_EQ(in<QSplitter>(*windows["OSC Setup"], "splitView").sizes(), sizes);
+  EXPECT_EQ(mMain->size(), size);
+  EXPECT_EQ(child<QSplitter>("mainSplitView").sizes(), halves);
+  EXPECT_EQ(markerTable().columnWidth(1), 222);
+  EXPECT_EQ(mMain->timecodeView().scale(), 1.5);
+  EXPECT_TRUE(QApplication::primaryScreen()->geometry().contains(mMain->geometry()));
 }
 
 TEST_F(VLWindowPlacesTest, NoWindowStaysOutOfReachWhenAScreenBecomesSmallerOrGoes) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
-#include <QImage>
 #include <QPaintEvent>
 #include <QTest>
 #include <QVBoxLayout>
@@ -78,10 +77,6 @@ class ViewFixture : public testing::Test {
     for (; *keys != 0; ++keys) {
       press(static_cast<Qt::Key>(Qt::Key_0 + (*keys - '0')));
     }
-  }
-  static QColor colorAt(QWidget& view, QPointF place) {
-    return view.grab().toImage().pixelColor(static_cast<int>(place.x()),
-                                            static_cast<int>(place.y()));
   }
 
   host::SimulatedHost mHost;
