@@ -29,16 +29,6 @@ inline SMPTETime timeOf(const std::string& text, std::uint32_t format = kSMPTETi
   return time;
 }
 
-struct RecordingBigWindow final : VLBigTimecodeOutlet {
-  void setMainTime(const SMPTETime& time) override { times.push_back(stringFromSMPTETime(time)); }
-  void setClockStatus(VLClockStatus status) override { statuses.push_back(status); }
-  void showWindow() override { ++shown; }
-
-  std::vector<std::string> times;
-  std::vector<VLClockStatus> statuses;
-  int shown = 0;
-};
-
 /// Keeps what it is told to show, and the questions until a test answers them.
 class RecordingWindow final : public VLMainWindowOutlet {
  public:
@@ -49,10 +39,6 @@ class RecordingWindow final : public VLMainWindowOutlet {
   void setArmImage(const Image& image, bool on) override { note(on ? "arm on" : "arm off", image); }
   void showWindowForDevice(const std::shared_ptr<VLDevice>& device) override {
     mCalls.push_back("window of " + device->name().value_or("?"));
-  }
-  std::shared_ptr<VLBigTimecodeOutlet> makeBigTimecodeWindow() override {
-    EXPECT_EQ(bigWindow, nullptr);
-    return bigWindow = std::make_shared<RecordingBigWindow>();
   }
   bool isControlKeyHeld() const override { return controlKey; }
   void presentAlert(const VLAlert& alert, VLAlert::Answer answer) override {
@@ -84,7 +70,6 @@ class RecordingWindow final : public VLMainWindowOutlet {
   std::filesystem::path panelAnswer;
   std::optional<bool> reply;
   bool controlKey = false;
-  std::shared_ptr<RecordingBigWindow> bigWindow;
 
  private:
   void note(const std::string& button, const Image& image) {

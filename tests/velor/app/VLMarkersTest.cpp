@@ -8,6 +8,10 @@
 namespace velor {
 namespace {
 
+std::shared_ptr<VLMarker> markerAt(const char* time, std::uint32_t format, const char* name = "A") {
+  return VLMarker::initWithTime(KVSMPTETime::smpteTimeWithString(time, format), name);
+}
+
 class VLMarkersTest : public AppFixture {
  protected:
   VLMarkersTest() { launch(); }
@@ -59,7 +63,7 @@ TEST_F(VLMarkersTest, NamesCountFromTheListAndATimeThatHasAMarkerGetsNone) {
   app().gotoPrevMarker();
   EXPECT_EQ(now(), "00:00:00:00") << "nowhere to go";
   const auto named = [](const char* text, const char* name) {
-    return VLMarker::initWithTime(KVSMPTETime::smpteTimeWithString(text, kSMPTETimeType25), name);
+    return markerAt(text, kSMPTETimeType25, name);
   };
   app().markers().setMarkers({named("00:00:01:00", "Intro"), named("00:00:02:00", "Verse"),
                               named("00:00:03:00", "Marker 9")});
@@ -155,6 +159,20 @@ TEST_F(VLMarkersTest, AFormatKeepsTheirRealTimesAndAnUnknownTimeIsPassedOver) {
   app().gotoNextMarker();
   app().gotoNextMarker();
   EXPECT_EQ(now(), "00:00:20:00");
+}
+
+TEST(VLMarker, TakesATimeOfItsFormatAndNothingElse) {
+  const auto marker = markerAt("01:02:03:04", kSMPTETimeType25);
+  for (const char* refused : {"", "later", "1:2:3", "01:02:03;04", "24:00:00:00", "00:60:00:00",
+                              "00:00:60:00", "00:00:00:25", "65537:00:00:00"}) {
+    EXPECT_FALSE(marker->setTimecodeString(refused)) << refused;
+  }
+  EXPECT_EQ(marker->timecodeString(), "01:02:03:04");
+  EXPECT_TRUE(marker->setTimecodeString("at 23:59:59:24, say"));
+  EXPECT_EQ(marker->timecodeString(), "23:59:59:24");
+  const auto drop = markerAt("01:02:03;04", kSMPTETimeType2997Drop);
+  EXPECT_FALSE(drop->setTimecodeString("00:01:00;01"));
+  EXPECT_TRUE(drop->setTimecodeString("00:10:00;01"));
 }
 
 }  // namespace
