@@ -192,7 +192,7 @@ TEST_F(KVLTCGeneratorTest, AnotherRateOfTheDeviceIsTakenOverWithItsChannels) {
   const std::vector<std::int32_t> second = {-1, 0, -1, -1};
   generator->setChannelMap(second);
   play(*generator, 30);
-  for (const double rate : {96000.0, 44100.0}) {
+  for (const double rate : {96000.0, 44100.0, 22050.0}) {
     mStage->setSampleRate(rate);
     play(*generator, 60);
     EXPECT_EQ(generator->fps(), 25);  // counted in samples, it would be another
