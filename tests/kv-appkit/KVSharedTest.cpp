@@ -10,32 +10,24 @@ namespace {
 
 std::string gLife;
 
-struct Core {
-  Core() { gLife += "core "; }
-  ~Core() { gLife += "~core "; }
-};
-
-struct Manager {
-  Manager() {
-    KVShared<Core>::instance();
-    gLife += "manager ";
+// 'b' uses 'a'.
+template <char name>
+struct Shared {
+  Shared() {
+    if (name == 'b') {
+      KVShared<Shared<'a'>>::instance();
+    }
+    gLife += name;
   }
-  ~Manager() {
-    EXPECT_EQ(&KVShared<Manager>::instance(), this);
-    gLife += "~manager ";
-  }
+  ~Shared() { gLife += name; }
 };
 
 TEST(KVShared, InstancesAreMadeOnFirstUseAndEndedYoungestFirst) {
-  gLife.clear();
-  Manager& manager = KVShared<Manager>::instance();
-  EXPECT_EQ(&KVShared<Manager>::instance(), &manager);
-  EXPECT_EQ(gLife, "core manager ");
-  KVSharedInstances::clear();
-  EXPECT_EQ(gLife, "core manager ~manager ~core ");
-  KVShared<Core>::instance();  // and again
-  KVSharedInstances::clear();
-  EXPECT_EQ(gLife, "core manager ~manager ~core core ~core ");
+  for (const char* life : {"abba", "abbaabba"}) {
+    KVShared<Shared<'b'>>::instance();
+    KVSharedInstances::clear();
+    EXPECT_EQ(gLife, life);
+  }
 }
 
 }  // namespace

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "sim/BuiltinDiscovery.h"
@@ -14,34 +12,6 @@
 
 namespace velor::discovery {
 namespace {
-
-DiscoveryTXTData bytes(std::string_view text) {
-  return {text.begin(), text.end()};
-}
-
-// The example of RFC 6763, section 6.1, and the rules of 6.4.
-TEST(NSNetServiceTXT, RecordsFollowTheirStandardAndGiveThePairsBeforeACut) {
-  using namespace std::string_view_literals;
-  using Dictionary = NSNetService::TXTRecordDictionary;
-  const DiscoveryTXTData example = bytes("\x09key=value\x08paper=A4\x07passreq"sv);
-  const Dictionary expected = {
-      {"key", bytes("value")}, {"paper", bytes("A4")}, {"passreq", std::nullopt}};
-  EXPECT_EQ(NSNetService::dictionaryFromTXTRecordData(example), expected);
-  EXPECT_EQ(NSNetService::dataFromTXTRecordDictionary(expected), example);
-  EXPECT_EQ(NSNetService::dataFromTXTRecordDictionary({{"", bytes("x")},
-                                                       {"a=b", bytes("x")},
-                                                       {"\xC3\xA4", bytes("x")},
-                                                       {"k", bytes(std::string(254, 'x'))}}),
-            DiscoveryTXTData());
-  EXPECT_EQ(NSNetService::dataFromTXTRecordDictionary({{"k", bytes(std::string(253, 'x'))}}).size(),
-            256U);
-  const auto service = NSNetService::initWithDomain("local", "_osc._udp.", "x", 1);
-  EXPECT_TRUE(service->setTXTRecordData(example));
-  EXPECT_FALSE(
-      service->setTXTRecordData(bytes("\x03"
-                                      "a=1\x03"
-                                      "b="sv)));
-}
 
 // A back end may have posted its reply before the activity ended.
 TEST(NSNetServiceTest, RepliesThatComeTooLateReachNobody) {
