@@ -275,24 +275,6 @@ TEST_P(GCDAsyncUdpSocketContract, ANameIsResolvedAndTheTwoProtocolsChosenBetween
   EXPECT_EQ(six.socket->connectedPort(), 0);
 }
 
-TEST_P(GCDAsyncUdpSocketContract, OperationsOutOfOrderFailWithTheirTexts) {
-  const auto textOf = [](const GCDAsyncUdpSocketResult& result) {
-    EXPECT_EQ(errorOf(result).domain, "GCDAsyncUdpSocketErrorDomain");
-    return errorOf(result).text.substr(0, 40);
-  };
-  UDPEnd end;
-  EXPECT_EQ(textOf(end.socket->beginReceiving()), "Must bind socket before you can receive ");
-  EXPECT_EQ(textOf(end.socket->connectToHost(std::nullopt, 1)),
-            "The host param is nil. Should be domain ");
-  const std::uint16_t port = listen(end);
-  EXPECT_EQ(textOf(end.socket->bindToPort(0)), "Cannot bind a socket more than once.");
-  EXPECT_EQ(end.socket->localPort(), port);
-  connect(end, "127.0.0.1", port);
-  EXPECT_EQ(textOf(end.socket->connectToHost("127.0.0.1", port)),
-            "Cannot connect a socket more than once.");
-  EXPECT_EQ(textOf(end.socket->bindToPort(0)), "Cannot bind after connecting. If needed,");
-}
-
 TEST_P(GCDAsyncUdpSocketContract, WhatAFloodLosesIsCountedAndMemoryIsBounded) {
   const LogRecord log;
   const auto told = [&log] {

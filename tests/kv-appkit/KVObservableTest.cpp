@@ -70,18 +70,6 @@ TEST_F(Observation, AChangeTellsAllThatDependsOnItOnceThroughCyclesAndOthers) {
   EXPECT_EQ(toldBy("unheardOf"), Keys{});
 }
 
-TEST_F(Observation, OnlyAPairTellsAndNestedPairsEachDo) {
-  const auto token = note("time");
-  mTransport.willChangeValueForKey("time");
-  EXPECT_TRUE(mTold.empty());
-  mTransport.willChangeValueForKey("time");
-  mTransport.didChangeValueForKey("time");
-  mTransport.didChangeValueForKey("time");
-  EXPECT_EQ(mTold.size(), 2U);
-  mTransport.didChangeValueForKey("time");
-  EXPECT_EQ(mTold.size(), 2U);
-}
-
 TEST_F(Observation, AnObserverRemovedDuringACallIsNotCalledAnyMore) {
   KVObserverToken second;
   KVObserverToken dependent;

@@ -3,13 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 #include <memory>
 #include <vector>
 
 #include "Kv-Appkit/KVNanosecondsFromSeconds.h"
-#include "Kv-Appkit/kv_watchdog.h"
 #include "sim/SimulatedHost.h"
 
 namespace velor {
@@ -122,29 +120,6 @@ TEST(KVNanosecondsFromSeconds, IntervalsThatNoClockHoldsHaveAlwaysPassedOrNeverP
   EXPECT_EQ(KVNanosecondsFromSeconds(-1), 0U);
   EXPECT_EQ(KVNanosecondsFromSeconds(std::numeric_limits<double>::quiet_NaN()), 0U);
   EXPECT_EQ(KVNanosecondsFromSeconds(1e290), std::uint64_t{1} << 63);
-}
-
-TEST_F(KVWatchdogTest, ThePlainModuleMayBeDisposedOfInItsActionAndRefusesBadArgumentsByCode) {
-  const kv_watchdog_action action = [](kv_watchdog* self, void* fired) {
-    ++*static_cast<int*>(fired);
-    EXPECT_EQ(kv_watchdog_dispose(self), 0);
-  };
-  int fired = 0;
-  kv_watchdog* watchdog = nullptr;
-  kv_watchdog* cancelled = nullptr;
-  EXPECT_EQ(kv_watchdog_create(&watchdog, action, &mQueue, nullptr, std::nan("")), -50);
-  EXPECT_EQ(kv_watchdog_dispose(nullptr), -50);
-  for (kv_watchdog** each : {&watchdog, &cancelled}) {
-    ASSERT_EQ(kv_watchdog_create(each, action, &mQueue, &fired, 0.4), 0);
-    EXPECT_EQ(kv_watchdog_set_timeinterval(*each, 0), -50);
-    EXPECT_EQ(kv_watchdog_resume_after(*each, -0.5), -50);
-    EXPECT_EQ(kv_watchdog_resume_after(*each, 0.1), 0);
-    EXPECT_EQ(kv_watchdog_validate(*each), 0);
-  }
-  EXPECT_EQ(kv_watchdog_cancel(cancelled), 0);
-  mHost.advance(2000 * kMs);
-  EXPECT_EQ(fired, 1);
-  EXPECT_EQ(kv_watchdog_dispose(cancelled), 0);
 }
 
 }  // namespace

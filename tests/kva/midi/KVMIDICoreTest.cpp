@@ -9,7 +9,6 @@
 
 #include "Kv-Appkit/KVNotificationCenter.h"
 #include "Kv-Appkit/KVRandom.h"
-#include "tests/support/ErrOf.h"
 #include "tests/support/MIDITest.h"
 
 namespace velor {
@@ -85,17 +84,6 @@ TEST_F(KVMIDICoreTest, ListsFollowThePlatformAndWhoStaysKeepsItsObject) {
   EXPECT_EQ(core().destinations(), KVMIDICore::Endpoints{synthObject});
 }
 
-TEST_F(KVMIDICoreTest, EndpointsOfOneKeyBecomeTheOneThatWasKnown) {
-  const auto first = mOutside->appear(MIDIEndpointKind::source, "first");
-  const auto known = core().sources().at(0);
-  const auto second = mOutside->appear(MIDIEndpointKind::source, "second");
-  const std::int32_t device = idOf(first) ^ idOf(second);
-  ASSERT_EQ(mTable.MIDIObjectSetIntegerProperty(second, midi::kMIDIPropertyDeviceID, device), 0);
-  EXPECT_EQ(core().keyForEndpoint(second), idOf(first));
-  mHost.settle();
-  EXPECT_EQ(core().sources(), (KVMIDICore::Endpoints{known, known}));
-}
-
 TEST_F(KVMIDICoreTest, EachEventNotifiesObserversOfNewListsThenPostsItsNumber) {
   std::string seen;
   const std::vector<KVObserverToken> tokens = {
@@ -144,20 +132,6 @@ TEST_F(KVMIDICoreTest, ADestinationHasItsIdASourceTheIdOneAndWhereThatIsTakenARa
   EXPECT_EQ(idOf(core().createSource(client, "third", 0)), 1);
   EXPECT_EQ(random.drawn(), 4U);
   EXPECT_EQ(idOf(core().createSource(client, "fourth", 0)), 901) << "0 is no id";
-}
-
-TEST_F(KVMIDICoreTest, TenTakenIdsAndAWrongClientRaiseAndLeaveNoEndpointBehind) {
-  const auto client = core().defaultClient();
-  core().createDestination(client, "first", ignorePackets, nullptr, 50);
-  const ScriptedRandom random({50});
-  EXPECT_EQ(errOf([&] { core().createDestination(client, "second", ignorePackets, nullptr, 50); }),
-            "err: Error: -[KVMIDICore createDestination:name:readProc:readRef:uniqueID:] (-10843)");
-  EXPECT_EQ(random.drawn(), 9U);
-  EXPECT_EQ(mTable.MIDIGetNumberOfDestinations(), 1U);
-  EXPECT_EQ(errOf([] { core().createSource(4711, "of no client", 1); }),
-            "err: Error: -[KVMIDICore createSource:name:uniqueID:] (-10830)");
-  EXPECT_EQ(errOf([] { core().createDestination(4711, "the same", ignorePackets, nullptr, 1); }),
-            "err: Error: -[KVMIDICore createDestination:name:readProc:readRef:uniqueID:] (-10830)");
 }
 
 TEST_F(KVMIDICoreTest, ThereIsOneClientANameAndItsEndpointsGoWithTheCore) {

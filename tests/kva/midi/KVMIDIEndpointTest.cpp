@@ -4,12 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "platform/store/KeyedArchiver.h"
 #include "platform/store/KeyedUnarchiver.h"
-#include "tests/support/ErrOf.h"
 #include "tests/support/MIDITest.h"
 
 namespace velor {
@@ -25,23 +23,6 @@ std::shared_ptr<KVMIDIEndpoint> decoded(const std::string& document) {
 }
 
 class KVMIDIEndpointTest : public MIDITest {};
-
-TEST_F(KVMIDIEndpointTest, ANameIsAskedForOnceAndAFailureIsNamedWithItsMethodAndStatus) {
-  const auto ref = mOutside->appear(MIDIEndpointKind::source, "port", "Keys");
-  KVMIDIEndpoint endpoint(ref);
-  EXPECT_EQ(endpoint.description(), "<unknown> [0]") << "asks for nothing by itself";
-  EXPECT_EQ(endpoint.displayName(), "Keys");
-  endpoint.setDisplayName("Organ");
-  EXPECT_EQ(endpoint.displayName(), "Keys") << "cached";
-  EXPECT_EQ(KVMIDIEndpoint(ref).displayName(), "Organ");
-  mTable.MIDIObjectSetIntegerProperty(ref, midi::kMIDIPropertyReceivesMTC, -3);
-  EXPECT_TRUE(endpoint.receivesMTC());
-
-  KVMIDIEndpoint gone(4711);
-  EXPECT_EQ(errOf([&] { gone.setModel("x"); }), "err: Error: -[KVMIDIEndpoint setModel:] (-10842)");
-  EXPECT_EQ(errOf([&] { gone.dispose(); }), "err: Error: -[KVMIDIEndpoint dispose] (-10834)");
-  EXPECT_EQ(gone.displayName(), std::nullopt) << "raises never";
-}
 
 TEST_F(KVMIDIEndpointTest, AStoredEndpointIsFoundByItsIdWhateverItsNameHasBecome) {
   const auto ref = mOutside->appear(MIDIEndpointKind::destination, "port", "Desk");

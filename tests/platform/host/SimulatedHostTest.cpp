@@ -33,16 +33,5 @@ TEST(SimulatedHost, RunsTheSameForASeedAndDifferentlyForAnother) {
   EXPECT_NE(interleaving(5), interleaving(6));
 }
 
-TEST(SimulatedHostDeathTest, ASyncOfAQueueFromItselfEndsTheRunWithItsName) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(
-      {
-        SimulatedHost host;
-        Queue queue("selfish");
-        queue.sync([&queue] { queue.sync([] {}); });
-      },
-      "sync on selfish from itself");
-}
-
 }  // namespace
 }  // namespace velor::host

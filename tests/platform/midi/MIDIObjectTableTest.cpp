@@ -16,17 +16,10 @@ namespace velor::midi {
 namespace {
 
 struct Listener {
-  std::vector<int> messages;
-  MIDIClientRef disposeWhenTold = 0;
-  MIDIObjectTable* table = nullptr;
-
-  static void notify(const MIDINotification* notification, void* refCon) {
-    auto* self = static_cast<Listener*>(refCon);
-    self->messages.push_back(notification->messageID);
-    if (self->disposeWhenTold != 0) {
-      self->table->MIDIClientDispose(self->disposeWhenTold);
-    }
+  static void notify(const MIDINotification* notification, void* self) {
+    static_cast<Listener*>(self)->messages.push_back(notification->messageID);
   }
+  std::vector<int> messages;
 };
 
 class MIDIObjectTableTest : public testing::Test {
@@ -101,23 +94,6 @@ TEST_F(MIDIObjectTableTest, ChangesThatComeTogetherAreReportedTogetherAndOnlyIfT
   mOutside->appear(MIDIEndpointKind::destination, "port 1", "Desk");
   mHost.settle();
   EXPECT_EQ(listener.messages, std::vector<int>{kMIDIMsgSetupChanged});
-}
-
-TEST_F(MIDIObjectTableTest, AClientMayBeDisposedOfByAnotherThatIsNotified) {
-  Listener first;
-  Listener second;
-  const MIDIClientRef itself = makeClient(first);
-  first.disposeWhenTold = makeClient(second);
-  first.table = &mTable;
-  mOutside->appear(MIDIEndpointKind::source, "keys");
-  mHost.settle();
-  EXPECT_TRUE(second.messages.empty());
-
-  first.messages.clear();
-  first.disposeWhenTold = itself;
-  mOutside->appear(MIDIEndpointKind::source, "pads");
-  mHost.settle();
-  EXPECT_EQ(first.messages, std::vector<int>{kMIDIMsgObjectAdded});
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -81,39 +80,6 @@ TEST_F(UndoManagerTest, AllThatOneUndoRegistersIsOneStepAndNothingRegisteredLeav
   named("for good", [this] { mText += "!"; });
   mUndo.undo();
   EXPECT_EQ(state(), "write x/x!/-");
-}
-
-TEST_F(UndoManagerTest, AStepThatThrowsRemovesAllStepsAndTheNextChangeCanBeUndone) {
-  write("a");
-  mUndo.registerUndo([this] {
-    write("1");
-    throw std::runtime_error("after the work");
-  });
-  int changes = 0;
-  mUndo.setChanged([&changes] { ++changes; });
-  EXPECT_THROW(mUndo.undo(), std::runtime_error);
-  EXPECT_EQ(state(), "-/a1/-");
-  EXPECT_EQ(changes, 1);
-  write("b");
-  mUndo.undo();
-  EXPECT_EQ(state(), "-/a1/cut b");
-  mUndo.registerUndo([this] {
-    mUndo.removeAllActions();  // waits for the end
-    write("2");
-  });
-  mUndo.undo();
-  EXPECT_EQ(state(), "-/a12/-");
-}
-
-TEST_F(UndoManagerTest, BeyondTheMostStepsTheOldestIsForgotten) {
-  const auto letters = static_cast<std::size_t>(UndoManager::kMostSteps) + 3;
-  for (std::size_t i = 0; i < letters; ++i) {
-    write("a");
-  }
-  while (mUndo.canUndo()) {
-    mUndo.undo();
-  }
-  EXPECT_EQ(mText, "aaa");
 }
 
 }  // namespace
