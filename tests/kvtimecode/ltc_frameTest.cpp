@@ -135,20 +135,6 @@ TEST(LTCFrameReading, AnyWrongBitOfTheSyncWordRefusesTheFrameAndALaterWordOpensT
   }
 }
 
-TEST(LTCFrameReading, AResetForgetsTheFrameAndHalfASyncWord) {
-  const Bits bits = publishedLTC(timeOf(kSMPTETimeType25, 12, 34, 56, 7), {});
-  const Frame frame = openFrame();
-  std::uint64_t hostTime = 9;
-  for (std::size_t i = 0; i < 15; ++i) {
-    ltc_frame_push_bit(*frame, kSync[i], hostTime);
-  }
-  ltc_frame_reset(frame.get());
-  ltc_frame_push_bit(*frame, kSync[15], hostTime);
-  EXPECT_FALSE(pushAll(*frame, bits, hostTime));
-  EXPECT_TRUE(pushAll(*frame, bits, hostTime));
-  EXPECT_EQ(bitsOf(*frame), bits);
-}
-
 // Rendering.
 
 constexpr float kSentinel = 3.0F;
@@ -209,18 +195,6 @@ TEST(LTCFrameRendering, EachBitEndsAtItsNearestSampleAndAOneChangesInItsMiddle) 
   for (std::uint32_t samples = 160; samples < 8010; samples += samples < 3000 ? 1 : 7) {
     check(samples, ltc_smptetime_from_frame_number(static_cast<int>(random() % 2000000),
                                                    kTypes[samples % kTypes.size()]));
-  }
-}
-
-TEST(LTCFrameRendering, FramesOfFewSamplesStayInTheirPlace) {
-  const Frame frame = newFrame();
-  ltc_frame_encode(*frame, timeOf(kSMPTETimeType30, 23, 59, 59, 29), nullptr);
-  for (std::uint32_t samples = 0; samples < 160; ++samples) {
-    const std::vector<float> signal = rendered(*frame, samples, kLevel);
-    for (std::size_t i = 0; i < samples; ++i) {
-      EXPECT_TRUE(std::abs(signal[i]) == kLevel || signal[i] == 0.0F) << samples << ", " << i;
-    }
-    EXPECT_EQ(signal[samples + 1], kSentinel) << samples;
   }
 }
 
