@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "tests/support/LTCRun.h"
@@ -39,42 +40,31 @@ TEST(KVLTCGeneratorPhase, FramesLeaveWhenTheyAreDueWhateverTheDevicesClock) {
 }
 
 TEST(KVLTCGeneratorPhase, JitterAndLateCallsMoveFramesAndHarmNone) {
-  struct Case {
-    std::uint32_t period;
-    std::uint32_t latency;
-    std::uint64_t jitter;
-    std::uint64_t lateness;
-    double worst;  // samples off
-  };
-  // Late by less than the two frames that are played before the next call; a frame that
-  // has begun stays.
-  std::vector<Case> cases = {{256, 137, 0, 60 * kMs, 3.5}};
+  // With the samples that a frame is off at worst. Late by less than the two frames that are
+  // played before the next call; a frame that has begun stays.
+  std::vector<std::pair<LTCScenario, double>> cases = {{{.ppm = 100, .lateness = 60 * kMs}, 3.5}};
   for (const std::uint64_t jitter : {kMs / 20, kMs / 2, kMs, 2 * kMs}) {
     const double samples = static_cast<double>(jitter) * 1e-9 * 48000;
     // The phase follows each call, so that a frame moves by no more than twice the
     // jitter, and the one that follows the call's by half of it more.
-    cases.push_back({64, 137, jitter, 0, 2.5 * samples + 1});
+    cases.push_back({{.jitter = jitter, .period = 64}, 2.5 * samples + 1});
     // A device that reads far ahead has begun the frames that a call would change: one or
     // two of them, or four.
     for (const std::uint32_t latency : {2048U, 4096U, 6144U}) {
-      cases.push_back({1024, latency, jitter, 0, 8 * samples + 3});
+      cases.push_back({{.jitter = jitter, .latency = latency, .period = 1024}, 8 * samples + 3});
     }
   }
-  for (const Case& each : cases) {
-    SCOPED_TRACE(testing::Message() << each.latency << ' ' << each.jitter << ' ' << each.lateness);
-    LTCRun run({.ppm = each.lateness != 0 ? 100.0 : 0.0,
-                .jitter = each.jitter,
-                .lateness = each.lateness,
-                .latency = each.latency,
-                .period = each.period});
+  for (const auto& [scenario, worst] : cases) {
+    SCOPED_TRACE(testing::Message() << scenario.latency << ' ' << scenario.jitter);
+    LTCRun run(scenario);
     run.start();
     run.run(kSeconds);
     EXPECT_EQ(run.wrong, 0);
     // The first, of which the device may have read the beginning.
-    EXPECT_LE(run.torn(), each.period == 64 ? 0 : 1);
+    EXPECT_LE(run.torn(), scenario.period == 64 ? 0 : 1);
     EXPECT_EQ(run.silences(), 0);
     EXPECT_GE(run.frames, kSeconds * 25 - 7);
-    EXPECT_LE(run.settledWorst, each.worst);
+    EXPECT_LE(run.settledWorst, worst);
   }
 }
 
