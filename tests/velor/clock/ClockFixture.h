@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
-#include <ctime>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -97,16 +94,6 @@ class ClockFixture : public MIDITest {
   const std::shared_ptr<RecordingDelegate> mDelegate = std::make_shared<RecordingDelegate>();
   std::unique_ptr<VLClock> mClock;
 };
-
-/// The reason of the exception that a change raises.
-inline std::string refusalOf(const std::function<void()>& change) {
-  try {
-    change();
-  } catch (const KVException& refused) {
-    return refused.reason();
-  }
-  return "nothing was raised";
-}
 
 using Reports = std::vector<std::string>;
 

@@ -51,30 +51,12 @@ TEST_F(VLClockTransport, AStopAtTheStopTimeEndsTwoFramesPastItAndIsReportedOnThe
   clock().start();
   advanceFrames(100);
   EXPECT_EQ(now(), "00:00:14:01");
-}
-
-// The last tick comes after the stop, and finds the stop time.
-TEST_F(VLClockTransport, AStopByTheUserOnTheStopTimeIsReportedTwice) {
-  clock().setStopTime(at(0, 0, 0, 10));
-  clock().setPlayMode(VLPlayModeStop);
-  clock().start();
-  advanceFrames(10);
-  mDelegate->take();
-  clock().stop();
-  EXPECT_EQ(mDelegate->take(), Reports{"stopped"});
-  mHost.settle();
-  EXPECT_EQ(mDelegate->take(), Reports{"stopped"});
-  EXPECT_EQ(now(), "00:00:00:11");
-}
-
-TEST_F(VLClockTransport, APointInAnotherFormatNeverStopsTheClock) {
-  clock().setPlayMode(VLPlayModeStop);
-  clock().setStopTime(at(0, 0, 0, 5, kSMPTETimeType30));
-  clock().start();
-  advanceFrames(50);
-  clock().setStopTime(SMPTETime{});  // no time at all
-  advanceFrames(50);
-  EXPECT_EQ(now(), "00:00:04:00");
+  // So does one whose point is of another format, or no time at all.
+  for (const SMPTETime& point : {at(0, 0, 15, 0, kSMPTETimeType30), SMPTETime{}}) {
+    clock().setStopTime(point);
+    advanceFrames(50);
+  }
+  EXPECT_EQ(now(), "00:00:18:01");
 }
 
 TEST_F(VLClockTransport, AChangeByTheDelegateOnAStopComesAfterTheLastTick) {
@@ -128,8 +110,6 @@ TEST_F(VLClockTransport, APlayModeSetDuringARunHoldsFromTheNextTick) {
   clock().setPlaybackMode(12345);  // is none
   advanceFrames(20);
   EXPECT_EQ(now(), "00:00:01:02");
-  clock().setPlayMode(12345);  // is not looked at
-  EXPECT_EQ(clock().playbackMode(), 12345U);
 }
 
 TEST_F(VLClockTransport, AStopInsideThePrerollGoesBackAndALaterOneStays) {
@@ -168,8 +148,7 @@ TEST_F(VLClockTransport, APrerollWrapsOverMidnightAndAbidesByItsLimits) {
   EXPECT_EQ(clock().prerollTime(), 0);
   clock().start();
   EXPECT_EQ(now(), "00:00:02:00");  // none of 0 s
-  EXPECT_EQ(refusalOf([&] { clock().setPrerollTime(std::nan("")); }),
-            "Invalid parameter not satisfying: isnormal(prerollTime) || prerollTime == .0");
+  EXPECT_THROW(clock().setPrerollTime(std::nan("")), KVException);
 }
 
 TEST_F(VLClockTransport, TimeOfDayStartsOnTheWallClockWithoutPreroll) {
@@ -227,13 +206,8 @@ TEST_F(VLClockTransport, RatesThatAreNotNumbersAreRefusedOrIgnored) {
   for (const double bad : {0.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
     EXPECT_THROW(clock().setPlayRate(bad), KVException);
   }
-  clock().setPlayRatePercent(1);
   clock().setPlayRatePercent(std::nan(""));
-  EXPECT_DOUBLE_EQ(clock().playRate(), 1.01);
-  clock().setNilValueForKey("playRatePercent");
   EXPECT_EQ(clock().playRate(), 1.0);
-  EXPECT_THROW(clock().setNilValueForKey("playRate"), KVException);
-
   // A rate whose tick has no length leaves the timer as it was.
   clock().setPlayRate(-1);
   clock().start();
