@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The clock as a follower of MTC, and its search for loops.
-#include <algorithm>
 #include <map>
 
 #include "tests/velor/clock/ClockFixture.h"

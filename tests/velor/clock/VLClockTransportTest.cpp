@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // What moves the clock: starts, stops, points, pre-roll, the length of a tick.
 #include <cmath>
+#include <cstdlib>
+#include <ctime>
 #include <limits>
 
 #include "sim/ForwardingHost.h"
