@@ -93,9 +93,8 @@ class DeviceFixture : public MIDITest {
     manager().encodeState(coder);
     return coder.data().value();
   }
-  static void restore(const std::string& document,
-                      std::span<const store::KeyedClass> classes = kDeviceClasses) {
-    auto coder = store::KeyedUnarchiver::read(document, classes).value();
+  static void restore(const std::string& document) {
+    auto coder = store::KeyedUnarchiver::read(document, kDeviceClasses).value();
     manager().decodeState(coder);
   }
   static void restore(const std::vector<std::shared_ptr<VLDevice>>& devices) {

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -124,22 +123,6 @@ TEST_F(VLDeviceManagerStateTest,
   EXPECT_GE(quarterFramesTo(desk), 24);
   EXPECT_THROW(manager().removeDevicesAtIndexes({0}), KVException);
   EXPECT_EQ(manager().devices().size(), 1U);
-}
-
-TEST_F(VLDeviceManagerStateTest, OtherFailuresPassOnAndLeaveTheManagerUsable) {
-  manager();
-  const store::KeyedClass classes[] = {
-      {"VLReaderDevice", [](store::KeyedUnarchiver&) -> std::shared_ptr<store::KeyedCoding> {
-         throw std::length_error("no room");
-       }}};
-  EXPECT_THROW(restore(R"({"devices.manager": [{"$class": "VLReaderDevice"}]})", classes),
-               std::length_error);
-  // Neither the lock nor the state of restoring is left behind.
-  makeVirtual("player", VLDeviceManager::kMediaPlaybackUniqueID);
-  const auto thread = mHost.startThread("other", [] { manager().destinations(); });
-  mHost.settle();
-  thread->join();
-  EXPECT_EQ(listed(), Listed{"+player"});
 }
 
 }  // namespace

@@ -41,18 +41,15 @@ class VLDeviceManagerTest : public DeviceFixture {
 TEST_F(VLDeviceManagerTest, TheListFollowsTheSystemAndADestinationThatStaysKeepsItsDevice) {
   const auto desk = appear("desk");
   observe();
-  EXPECT_TRUE(mLog.has("add destination device desk"));
   const auto deskDevice = destinationOf(desk);
   const auto lamp = appear("lamp");
   EXPECT_EQ(listed(), (Listed{"-desk", "-lamp"}));
   EXPECT_EQ(takeAnnounced(), (Announced{{"destinations", 1}})) << "two events, one change";
-  EXPECT_TRUE(mLog.has("added device with MIDI Endpoint lamp"));
   vanish(lamp);
   EXPECT_EQ(listed(), Listed{"-desk"});
   EXPECT_EQ(takeAnnounced(), (Announced{{"destinations", 1}}));
   EXPECT_EQ(destinationOf(desk), deskDevice);
   EXPECT_EQ(destinationOf(lamp), nullptr);
-  EXPECT_EQ(manager().destinationWithEndpoint(nullptr), nullptr);
 
   // One goes and one comes between two looks: two announcements, each of one change.
   mOutside->vanish(desk);
@@ -61,12 +58,6 @@ TEST_F(VLDeviceManagerTest, TheListFollowsTheSystemAndADestinationThatStaysKeeps
   mHost.settle();
   EXPECT_EQ(listed(), Listed{"-lamp"});
   EXPECT_EQ(takeAnnounced(), (Announced{{"destinations", 2}}));
-  EXPECT_TRUE(mLog.has("will remove " + deskDevice->description()));
-
-  manager().destinationsChanged();
-  manager().destinationsChanged();
-  EXPECT_EQ(takeAnnounced(), Announced{});
-  EXPECT_EQ(listed(), Listed{"-lamp"});
 }
 
 TEST_F(VLDeviceManagerTest, ADestinationThatReturnsIsAsItWasWhenItWent) {

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdint>
 
 #include "tests/velor/devices/LoopbackFixture.h"
@@ -56,22 +55,6 @@ TEST_F(VLLTCGeneratorDeviceTest, AnArchiveWithoutAGeneratorGivesOneOnTheDefaultO
   device->open();
   EXPECT_EQ(device->midiEndpoint()->uniqueID(), 77);
   EXPECT_EQ(device->generator()->audioObjectId(), mLoopback->id());
-}
-
-TEST_F(VLLTCGeneratorDeviceTest, OnlyQuarterFramesMakeItPlay) {
-  const auto device = created();
-  midi::MIDIPortRef port = 0;
-  ASSERT_EQ(mTable.MIDIOutputPortCreate(core().defaultClient(), "tester", &port), 0);
-  std::array<std::byte, 512> storage{};
-  auto* list = reinterpret_cast<midi::MIDIPacketList*>(storage.data());
-  midi::MIDIPacket* packet = midi::MIDIPacketListInit(list);
-  const std::uint8_t fullFrame[] = {0xF0, 0x7F, 0x7F, 1, 1, 0x21, 2, 3, 4, 0xF7};
-  ASSERT_NE(midi::MIDIPacketListAdd(list, storage.size(), packet, 0, sizeof fullFrame, fullFrame),
-            nullptr);
-  ASSERT_EQ(mTable.MIDISend(port, device->midiEndpoint()->endpoint(), list), 0);
-  mHost.advance(kSecond);
-  EXPECT_EQ(device->deviceStatus(), kVLDeviceStatusIdle);
-  EXPECT_EQ(device->generator()->tcstring(), "--:--:--:--");
 }
 
 }  // namespace
