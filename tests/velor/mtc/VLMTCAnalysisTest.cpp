@@ -83,10 +83,6 @@ TEST(VLMTCAnalysis, MissingQuarterFramesStopsJumpsAndReverseAreDistinguished) {
   EXPECT_NEAR(holed.deviation, 0, 0.1);
 
   messages = stream(100);
-  std::swap(messages[405].data, messages[406].data);
-  EXPECT_GT(analysed(messages).outOfOrder + analysed(messages).missing, 0U);
-
-  messages = stream(100);
   messages.erase(messages.begin() + 400, messages.begin() + 480);  // 0.8 s
   const VLMTCReport stopped = analysed(messages);
   EXPECT_EQ(stopped.stops, 1U);
@@ -111,14 +107,6 @@ TEST(VLMTCAnalysis, MissingQuarterFramesStopsJumpsAndReverseAreDistinguished) {
   EXPECT_GT(reverse.reverse, 790U);
   EXPECT_EQ(reverse.blocksOutOfOrder, 0U);
   EXPECT_EQ(reverse.missing, 0U);
-
-  VLMTCAnalysis noise;
-  std::mt19937 random(1);
-  for (std::uint64_t i = 0; i < 20000; ++i) {
-    const std::array<std::uint8_t, 2> bytes = {0xF1, static_cast<std::uint8_t>(random())};
-    noise.add(bytes.data(), random() % 3, random() % 100 == 0 ? 0 : i * 1'000'000);
-  }
-  EXPECT_TRUE(noise.report().verdict().starts_with("bad"));
 }
 
 }  // namespace

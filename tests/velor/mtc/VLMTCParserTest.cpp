@@ -289,19 +289,12 @@ TEST_F(VLMTCParserTest, AStreamThatReturnsWhileItsEndIsReportedEndsOnceMore) {
   EXPECT_EQ(mListener->stopped.size(), 2U);
 }
 
-TEST_F(VLMTCParserTest, WhatWasGatheredBeforeAClearCountsAndNeverOverflows) {
+TEST_F(VLMTCParserTest, WhatWasGatheredBeforeAClearCounts) {
   addBlock(0, mStart);
   addPiece(mStart + kBlock, 0x05);
   mParser->clear();
   addBlock(1, mStart + kBlock);
   EXPECT_EQ(mBlocks.at(0).time.mFrames, 5 + 2);
-  for (int i = 0; i < 10000; ++i) {
-    addPiece(mStart + kBlock, 0x0F);
-    mParser->clear();
-  }
-  addBlock(0, mStart + 2 * kBlock);
-  // 150000 in 16 bits.
-  EXPECT_EQ(mBlocks.at(1).time.mFrames, static_cast<std::int16_t>(150000 - 2 * 65536));
 }
 
 TEST_F(VLMTCParserTest, FullFramesLocateAndDamagedOnesMakeTheTimeInvalidOrLeaveItAlone) {
@@ -359,11 +352,6 @@ TEST_F(VLMTCParserTest, TokensAreReportedWhateverTheirBitsAndDamagedOnesAreNot) 
   longer.push_back(0xF7);
   add(0, longer);
   EXPECT_TRUE(mListener->tokens.empty());
-
-  mListener.reset();  // held weakly
-  EXPECT_EQ(mParser->delegate(), nullptr);
-  add(0, kToken);
-  add(0, kFullFrame);
 }
 
 TEST_F(VLMTCParserTest, AParserWithoutAnOwnerLivesUntilItsStreamHasEnded) {
