@@ -13,7 +13,6 @@
 #include <string>
 #include <vector>
 
-#include "Kv-Appkit/KVException.h"
 #include "Velor/osc/VLOSCClientDispatcher.h"
 #include "Velor/osc/VLOSCServer.h"
 #include "Velor/osc/VLUserDefinedOSCClient.h"
@@ -193,9 +192,7 @@ TEST_F(VLOSCClientTest, ADisabledTargetGetsNothingAndTheStateWhenEnabledAgain) {
 TEST_F(VLOSCClientTest, ATargetFollowsItsHostAndPortAndOutlivesABadHost) {
   mNetwork.addHost("desk.local", {*SocketAddress::fromText("10.0.0.9", 0)}, 2 * kSecond);
   const auto client = add("desk.local");
-  EXPECT_EQ(client->port(), 0);
   EXPECT_FALSE(client->connected());
-  EXPECT_TRUE(client->alive());  // a target of the user always is
   mHost.advance(2 * kSecond);
   EXPECT_TRUE(client->connected());
   EXPECT_EQ(client->port(), 9000);
@@ -215,8 +212,6 @@ TEST_F(VLOSCClientTest, ATargetFollowsItsHostAndPortAndOutlivesABadHost) {
   clock().setTime(timeAt(1));
   mHost.settle();
   EXPECT_THAT(mNetwork.takeSent(), IsEmpty());
-  EXPECT_THROW(VLOSCClient::initWithUdpHost(std::nullopt, 1), KVException);
-  EXPECT_THROW(VLOSCClient::initWithUdpHost("10.0.0.9", 0), KVException);
 }
 
 TEST_F(VLOSCClientTest, ATargetReconnectsAndGetsTheStateWhenTheMachineChangesItsAddress) {
