@@ -53,12 +53,10 @@ TEST_F(VLClockTransport, AStopAtTheStopTimeEndsTwoFramesPastItAndIsReportedOnThe
   clock().start();
   advanceFrames(100);
   EXPECT_EQ(now(), "00:00:14:01");
-  // So does one whose point is of another format, or no time at all.
-  for (const SMPTETime& point : {at(0, 0, 15, 0, kSMPTETimeType30), SMPTETime{}}) {
-    clock().setStopTime(point);
-    advanceFrames(50);
-  }
-  EXPECT_EQ(now(), "00:00:18:01");
+  // So does one whose point is of another format.
+  clock().setStopTime(at(0, 0, 15, 0, kSMPTETimeType30));
+  advanceFrames(50);
+  EXPECT_EQ(now(), "00:00:16:01");
 }
 
 TEST_F(VLClockTransport, AChangeByTheDelegateOnAStopComesAfterTheLastTick) {
