@@ -6,7 +6,6 @@
 #include <QLayout>
 #include <QSplitter>
 #include <QTableView>
-#include <QTimer>
 #include <utility>
 
 #include "Velor/views/VLScreenFit.h"
@@ -15,7 +14,10 @@ namespace velor {
 
 VLWindowPlaces::VLWindowPlaces(QWidget& window, QString name,
                                std::shared_ptr<VLWindowFrames> frames)
-    : QObject(&window), mWindow(window), mName(std::move(name)), mFrames(std::move(frames)) {}
+    : QObject(&window), mWindow(window), mName(std::move(name)), mFrames(std::move(frames)) {
+  mPlaced.setSingleShot(true);
+  connect(&mPlaced, &QTimer::timeout, this, [this] { VLScreenFit::fitToScreens(mWindow); });
+}
 
 void VLWindowPlaces::keep(QWidget& window, const QString& name,
                           const std::shared_ptr<VLWindowFrames>& frames) {
@@ -54,7 +56,7 @@ bool VLWindowPlaces::eventFilter(QObject* object, QEvent* event) {
   if (event->type() == QEvent::Show && !event->spontaneous()) {
     mIsBeingPlaced = true;
   } else if (event->type() == QEvent::Paint && std::exchange(mIsBeingPlaced, false)) {
-    QTimer::singleShot(0, this, [this] { VLScreenFit::fitToScreens(mWindow); });
+    mPlaced.start(0);
   }
   if (event->type() == QEvent::Hide && !event->spontaneous()) {
     save();

@@ -3,6 +3,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QTimer>
 #include <QWidget>
 #include <memory>
 
@@ -34,6 +35,7 @@ class VLWindowPlaces final : public QObject {
   const QString mName;
   const std::shared_ptr<VLWindowFrames> mFrames;
   bool mIsBeingPlaced = false;
+  QTimer mPlaced;  // fires once the window has been placed
 };
 
 }  // namespace velor
