@@ -66,6 +66,9 @@ std::vector<Damage> damagesOf(const std::string& document) {
       }
     }
     ++turn;
+    if (at.back() != "deviceUID") {  // a reader without one is refused without its place
+      put(at, nullptr, false);
+    }
     if (at.back() == "$class") {
       put(at, "Nothing", true);
       put(at, old == "KVSMPTETime" ? "VLMarker" : "KVSMPTETime", true);
