@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -170,36 +169,6 @@ TEST(oscpkt, TheDeepestBundlesTakeNoStack) {
   ASSERT_EQ(pthread_create(&thread, &attributes, read, &datagram), 0);
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attributes);
-}
-
-TEST(oscpkt, AMessageMatchesAPathFullyOrPartiallyAndGivesItsFloats) {
-  const Message play("/velor/transport/play");
-  EXPECT_TRUE(play.partialMatch("/velor").isFullyRead());
-  EXPECT_EQ(play.fullMatch("/velor").error(), OscPatternMismatch);
-  EXPECT_EQ(play.partialMatch("/velor/marker").error(), OscPatternMismatch);
-
-  Message two("/a");
-  two.pushFloat(0.1F);
-  two.pushFloat(-std::numeric_limits<float>::infinity());
-  float value = 5;
-  EXPECT_FALSE(two.fullMatch("/a").popFloat(value).isFullyRead());
-  EXPECT_EQ(value, 0.1F);
-  float second = 5;
-  OscArgCursor cursor = two.fullMatch("/a").popFloat(value).popFloat(second);
-  EXPECT_TRUE(cursor.isFullyRead());
-  EXPECT_EQ(second, -std::numeric_limits<float>::infinity());
-  EXPECT_EQ(cursor.popFloat(value).error(), OscNotEnoughArgs);
-  EXPECT_EQ(value, 0);
-  EXPECT_FALSE(cursor.isFullyRead());
-
-  const Reading reading(kFoo);
-  ASSERT_EQ(reading.messages.size(), 1U);
-  EXPECT_EQ(reading.messages[0].fullMatch("/foo").popFloat(value = 5).error(), OscTypeMismatch);
-  EXPECT_EQ(value, 0);
-
-  const Message damaged(reinterpret_cast<const std::uint8_t*>("/foo\0\0\0"), 8, 1);
-  EXPECT_EQ(damaged.fullMatch("/foo").popFloat(value = 5).error(), OscBadTypeTags);
-  EXPECT_EQ(value, 0);
 }
 
 }  // namespace

@@ -125,19 +125,6 @@ TEST_F(LogFileTest, AFileIsFilledUpToItsSizeAndNeverPastIt) {
   EXPECT_THAT(sizes, ElementsAre(1000, 1000, 1000 + kStampBytes + 1, 1 + kStampBytes + 1));
 }
 
-TEST_F(LogFileTest, AFileEndsADayAfterItsFirstLineAlsoWhenTheClockIsSetBack) {
-  LogFile log(mFolder, {}, clock());
-  for (const auto& [later, count] : {std::pair(milliseconds(0), 1U),
-                                     {milliseconds(86'399'999), 1U},
-                                     {milliseconds(1), 2U},
-                                     {-seconds(500'000), 2U},
-                                     {seconds(86'400), 3U}}) {
-    advance(later);
-    log.log(kLogError, "x");
-    EXPECT_THAT(files(), SizeIs(count));
-  }
-}
-
 TEST_F(LogFileTest, TheOldestFilesGoWhenThereAreMoreThanFiveOrTheQuotaIsExceeded) {
   fs::create_directories(mFolder);
   const auto leave = [this](const char* name, std::uint64_t bytes, int hours) {
