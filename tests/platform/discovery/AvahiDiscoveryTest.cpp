@@ -35,9 +35,7 @@ class AvahiDiscoveryTest : public testing::Test {
     return NSNetService::dataFromTXTRecordDictionary(
         {{"uid", std::vector<std::uint8_t>(uid.begin(), uid.end())}});
   }
-  std::shared_ptr<NSNetServiceBrowser> search() {
-    return DiscoveryWitness::search(mWitness, "_osc._udp.");
-  }
+  std::shared_ptr<NSNetServiceBrowser> search() { return DiscoveryWitness::search(mWitness); }
   // The service of that name, once it has come and been resolved.
   std::shared_ptr<NSNetService> resolved(const std::string& name) {
     EXPECT_TRUE(until([&] { return mWitness->presentOfName(name) != nullptr; }));

@@ -52,9 +52,8 @@ using DiscoveryKind = test::Kind<Setting>;
 
 class DiscoveryContract : public testing::TestWithParam<DiscoveryKind> {
  protected:
-  std::shared_ptr<NSNetService> make(const std::string& name, std::uint16_t port = 0,
-                                     const std::string& type = "_osc._udp.") {
-    auto service = NSNetService::initWithDomain("local", type, name, port);
+  std::shared_ptr<NSNetService> make(const std::string& name, std::uint16_t port = 0) {
+    auto service = NSNetService::initWithDomain("local", "_osc._udp.", name, port);
     service->setDelegate(mWitness);
     return service;
   }
@@ -63,9 +62,7 @@ class DiscoveryContract : public testing::TestWithParam<DiscoveryKind> {
     service->publishWithOptions(0);
     return service;
   }
-  std::shared_ptr<NSNetServiceBrowser> search(const std::string& type = "_osc._udp.") {
-    return DiscoveryWitness::search(mWitness, type);
-  }
+  std::shared_ptr<NSNetServiceBrowser> search() { return DiscoveryWitness::search(mWitness); }
   static bool until(const std::function<bool()>& condition) { return test::until(15, condition); }
   bool untilThere(const std::string& name) {
     return until([&] { return mWitness->presentOfName(name) != nullptr; });
@@ -149,7 +146,7 @@ TEST_P(DiscoveryContract, AnAbsentServiceTimesOutUnlessItComesInTime) {
   EXPECT_EQ(absent->port(), 7773);
 }
 
-TEST_P(DiscoveryContract, AnEndedSearchIsQuietAndBadFormsAreRefused) {
+TEST_P(DiscoveryContract, AnEndedSearchIsQuiet) {
   const auto first = publish("first", 7770);
   auto browser = search();
   auto ended = search();
@@ -162,15 +159,6 @@ TEST_P(DiscoveryContract, AnEndedSearchIsQuietAndBadFormsAreRefused) {
   EXPECT_EQ(mWitness->found.size(), 4U);  // two of them of the fresh search
   second->stop();
   ASSERT_TRUE(until([&] { return mWitness->removed.size() == 1 && mWitness->stopped == 1; }));
-
-  make(std::string(64, 'x'), 7770)->publishWithOptions(0);  // gone before its error
-  const auto unnamed = make("", 7770);
-  unnamed->publishWithOptions(0);
-  const auto untyped = make("x", 7770, "osc");
-  untyped->resolveWithTimeout(1);
-  const auto other = search("_osc._sctp.");
-  ASSERT_TRUE(until([&] { return mWitness->errors.size() == 3; }));
-  EXPECT_EQ(mWitness->errors, std::vector<int>(3, NSNetServicesError::kBadArgument));
 }
 
 INSTANTIATE_TEST_SUITE_P(Services, DiscoveryContract,

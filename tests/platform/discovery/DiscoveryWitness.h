@@ -56,10 +56,10 @@ class DiscoveryWitness final : public NSNetServiceDelegate, public NSNetServiceB
 
   /// A search that reports to the witness.
   static std::shared_ptr<NSNetServiceBrowser> search(
-      const std::shared_ptr<DiscoveryWitness>& witness, const std::string& type) {
+      const std::shared_ptr<DiscoveryWitness>& witness) {
     auto browser = NSNetServiceBrowser::init();
     browser->setDelegate(witness);
-    browser->searchForServicesOfType(type, "local");
+    browser->searchForServicesOfType("_osc._udp.", "local");
     return browser;
   }
 

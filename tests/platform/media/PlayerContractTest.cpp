@@ -93,21 +93,10 @@ struct Recorder final : PlayerDelegate {
   std::vector<MediaTime> jumps;
 };
 
-struct CountingTap final : AudioTap {
-  void process(const host::RealtimeContext& /*realtime*/, std::span<float* const> channels,
-               std::size_t /*framesAsked*/, std::size_t framesDelivered) noexcept override {
-    mostChannels = channels.size();
-    frames += framesDelivered;
-  }
-
-  std::atomic<std::size_t> mostChannels{0};
-  std::atomic<std::size_t> frames{0};
-};
-
 class PlayerContract : public testing::TestWithParam<MediaKind> {
  protected:
-  void open(const std::filesystem::path& path, bool wantsVideo = true) {
-    auto made = mSetting->media().initWithURL({path, wantsVideo}, mDelegate);
+  void open(const std::filesystem::path& path) {
+    auto made = mSetting->media().initWithURL({path}, mDelegate);
     ASSERT_TRUE(made) << made.error().text;
     mPlayer = std::move(*made);
   }
@@ -259,18 +248,6 @@ TEST_P(PlayerContract, SeeksAndStepsAreExactAndTheLastOneCounts) {
   }
   EXPECT_TRUE(seek(seconds(-1)));
   EXPECT_EQ(mPlayer->currentTime(), MediaTime{});
-}
-
-TEST_P(PlayerContract, ATapGetsTheSoundThatIsPlayedAndAPlayerWithoutVideoHasNoFrames) {
-  open(mSetting->clip(), false);
-  ASSERT_TRUE(until(5, [this] { return mPlayer->status() == PlayerStatus::readyToPlay; }));
-  const auto tap = std::make_shared<CountingTap>();
-  mPlayer->setAudioTap(0, tap);
-  mPlayer->setRate(1, seconds(1), now());
-  pass(1.5);
-  EXPECT_EQ(tap->mostChannels, 2U);
-  EXPECT_GT(tap->frames, 40'000U);  // of a second, at 44.1 kHz or more, less a seek
-  EXPECT_EQ(mPlayer->takeFrame(), nullptr);
 }
 
 TEST_P(PlayerContract, APlayerThatHasEndedReportsNothing) {
