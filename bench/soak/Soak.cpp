@@ -26,18 +26,21 @@
 #include "tests/support/MTCStream.h"
 #include "tests/support/OSCTools.h"
 #include "tests/support/Servers.h"
+#include "tests/support/StallWatch.h"
 #include "tests/support/TestClip.h"
 
 namespace velor::test {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = StallWatch::Clock;
 
 constexpr double kMostBetweenRestarts = 180;  // s
-constexpr double kVisitEvery = 20;            // s
-constexpr double kVisit = 12;                 // s
-constexpr int kEnoughPieces = 80;             // quarter frames
-constexpr std::size_t kDatagramsAStep = 10;   // of a tenth of a second
+// Half of a quarter frame: threads that wait for each other may be late by this in turn.
+constexpr std::chrono::milliseconds kStall{5};
+constexpr double kVisitEvery = 20;           // s
+constexpr double kVisit = 12;                // s
+constexpr int kEnoughPieces = 80;            // quarter frames
+constexpr std::size_t kDatagramsAStep = 10;  // of a tenth of a second
 constexpr std::array kInputs{"clock", "follower", "reader 1", "reader 2"};
 constexpr const char* kReaderPorts = "LTC Reader 1(-[0-9]+)?$";
 
@@ -98,6 +101,7 @@ class Soak {
   void runStretch(bool isFirst);
   bool connectRecorder();
   void sendOSC();
+  std::vector<std::uint64_t> stallsSince(Clock::time_point begin) const;
   void visit(double seconds);
   void saveAndLoad();
   void tellDocuments(SoakTable& table);
@@ -106,6 +110,7 @@ class Soak {
   const int mStretches;
   const double mStretch;  // s
   const int mPeriod;
+  const StallWatch mWatch{kStall};
   const TemporaryFolder mFolder;
   Display mDisplay;
   const std::string mPort = freePort();
@@ -300,12 +305,26 @@ void Soak::runStretch(bool isFirst) {
       program->sample();
     }
   }
+  heard.stalls = stallsSince(begin);
   mFigures.judge(heard);
   mServer->kill();
   mCable.reset();
   mConsole.reset();
   mEar.reset();
   mRecorder.reset();
+}
+
+// As frames of the recorder.
+std::vector<std::uint64_t> Soak::stallsSince(Clock::time_point begin) const {
+  std::vector<std::uint64_t> frames;
+  for (const StallWatch::Stall& stall : mWatch.stalls()) {
+    const std::chrono::duration<double> ago = Clock::now() - stall.end;
+    const auto passed = static_cast<std::uint64_t>(ago.count() * mRecorder->sampleRate());
+    if (stall.end > begin && passed < mRecorder->frameNow()) {
+      frames.push_back(mRecorder->frameNow() - passed);
+    }
+  }
+  return frames;
 }
 
 // Commands that change nothing, some that nobody knows, and bytes that are no message.
@@ -324,12 +343,13 @@ void Soak::visit(double seconds) {
   visitor.addInput("MTC");
   visitor.recordAudio("LTC", seconds + 10);
   visitor.activate();
-  const auto end = Clock::now() + std::chrono::duration<double>(seconds);
+  const auto begin = Clock::now();
+  const auto end = begin + std::chrono::duration<double>(seconds);
   while (Clock::now() < end) {
     sendOSC();
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
-  mFigures.judgeVisit(visitor, seconds);
+  mFigures.judgeVisit(visitor, seconds, !stallsSince(begin).empty());
 }
 
 // By keys: a marker more, saved to one of two documents, which is opened then.

@@ -22,17 +22,19 @@ class SoakFigures {
     std::string follower;            ///< the one of them that relays the clock's
     std::string ltc;                 ///< name of the LTC that `recorder` records
     const JackPeer* recorder = nullptr;
-    const JackPeer* ear = nullptr;  ///< records a clip with a click on each second of the time
-    std::uint64_t settled = 0;      ///< frame from which all is judged
-    int latency = 0;                ///< samples from the recorded LTC to its connector
+    const JackPeer* ear = nullptr;      ///< records a clip with a click on each second of the time
+    std::uint64_t settled = 0;          ///< frame from which all is judged
+    std::vector<std::uint64_t> stalls;  ///< frames at which the machine stood still
+    int latency = 0;                    ///< samples from the recorded LTC to its connector
   };
   void judge(const Heard& heard);
   struct Piece {  ///< frames
     std::uint64_t begin;
     std::uint64_t end;
   };
-  /// What came to a client that was there for some seconds.
-  void judgeVisit(const JackPeer& visitor, double seconds);
+  /// What came to a client that was there for some seconds. Not judged if the machine stood
+  /// still meanwhile.
+  void judgeVisit(const JackPeer& visitor, double seconds, bool stalled);
 
   /// Of a run of so many seconds at this period.
   void tell(SoakTable& table, double seconds, int period) const;
@@ -45,7 +47,7 @@ class SoakFigures {
   };
   std::map<std::string, Sequence> sequences;
   double judgedSeconds = 0;
-  int gaps = 0;                     ///< times the server left cycles out
+  int gaps = 0;                     ///< times the server left cycles out or the machine stood still
   std::vector<double> steps;        ///< us by which a block of the clock is off the one before
   std::vector<double> phase;        ///< samples from LTC to the block that names its frame
   std::vector<double> relayed;      ///< samples from the follower's pieces to the clock's
