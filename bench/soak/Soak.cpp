@@ -35,8 +35,8 @@ namespace {
 using Clock = StallWatch::Clock;
 
 constexpr double kMostBetweenRestarts = 180;  // s
-// Half of a quarter frame: threads that wait for each other may be late by this in turn.
-constexpr std::chrono::milliseconds kStall{5};
+// A cycle that is late moves the server's idea of time, by which phases are judged.
+constexpr std::chrono::milliseconds kStall{2};
 constexpr double kVisitEvery = 20;           // s
 constexpr double kVisit = 12;                // s
 constexpr int kEnoughPieces = 80;            // quarter frames

@@ -255,7 +255,7 @@ void SoakFigures::tell(SoakTable& table, double seconds, int period) const {
   }
   table.row(
       "judged, but for 2.5 s around each cycle that the server left out and each moment at "
-      "which the machine stood still for 5 ms",
+      "which the machine stood still for 2 ms",
       SoakTable::text("%.0f of %.0f s, %d times", judgedSeconds, seconds, gaps), "70 %",
       judgedSeconds > 0.7 * seconds);
   const auto worst = [](const std::vector<double>& values) { return quantile(values, 1); };
