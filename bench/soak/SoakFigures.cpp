@@ -42,8 +42,8 @@ Stream streamOf(const std::vector<JackPeer::Event>& all, int port, SoakFigures::
 
 }  // namespace
 
-// What lies around cycles that the server left out, or around moments in which the machine
-// stood still, is not the program's.
+// A server that leaves out cycles, and a machine that stands still, disturb what clients
+// receive shortly before and after. The program cannot prevent that, so it is not judged.
 void SoakFigures::judge(const Heard& heard) {
   const auto rate = static_cast<std::uint64_t>(heard.recorder->sampleRate());
   Piece piece{heard.settled, 0};
@@ -105,7 +105,7 @@ void SoakFigures::judgePiece(const Heard& heard, Piece piece) {
 
 void SoakFigures::judgeVisit(const JackPeer& visitor, double seconds, bool stalled) {
   if (stalled || !visitor.gaps().empty()) {
-    ++gaps;
+    ++visitsLeftOut;
     return;
   }
   const auto samples = visitor.recordedAudio();
@@ -287,7 +287,8 @@ void SoakFigures::tell(SoakTable& table, double seconds, int period) const {
             SoakTable::text("%.0f ms apart", kClickSpread),
             !clicks.empty() && spread < kClickSpread);
   table.row("LTC after a device's return",
-            SoakTable::text("%zu times, median %.1f s, worst %.1f s", visitDelays.size(),
+            SoakTable::text("%zu of %zu times, median %.1f s, worst %.1f s", visitDelays.size(),
+                            visitDelays.size() + static_cast<std::size_t>(visitsLeftOut),
                             quantile(visitDelays, 0.5), worst(visitDelays)),
             "5 s", !visitDelays.empty() && worst(visitDelays) < 5);
 }

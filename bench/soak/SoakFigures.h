@@ -32,8 +32,8 @@ class SoakFigures {
     std::uint64_t begin;
     std::uint64_t end;
   };
-  /// What came to a client that was there for some seconds. Not judged if the machine stood
-  /// still meanwhile.
+  /// Judges what a client received that was there for some seconds. `stalled`: the machine
+  /// stood still meanwhile, so that nothing is judged.
   void judgeVisit(const JackPeer& visitor, double seconds, bool stalled);
 
   /// Of a run of so many seconds at this period.
@@ -48,6 +48,7 @@ class SoakFigures {
   std::map<std::string, Sequence> sequences;
   double judgedSeconds = 0;
   int gaps = 0;                     ///< times the server left cycles out or the machine stood still
+  int visitsLeftOut = 0;            ///< visits at which that happened
   std::vector<double> steps;        ///< us by which a block of the clock is off the one before
   std::vector<double> phase;        ///< samples from LTC to the block that names its frame
   std::vector<double> relayed;      ///< samples from the follower's pieces to the clock's
